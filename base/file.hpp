@@ -1,0 +1,78 @@
+// Owning descriptors and streams, and the one loop that repeats an interrupted system call.
+#ifndef KELO_BASE_FILE_HPP
+#define KELO_BASE_FILE_HPP
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+#include <utility>
+
+namespace kelo::base {
+
+// Repeats `call` while it fails with EINTR.
+template <typename Call>
+auto retry_interrupted(Call call) -> decltype(call()) {
+  decltype(call()) result;
+  do {
+    result = call();
+  } while (result == -1 && errno == EINTR);
+  return result;
+}
+
+// Keeps errno as it was on construction, so that logging and cleanup never change what a caller sees.
+class [[nodiscard]] ErrnoKeeper {
+ public:
+  ErrnoKeeper() : saved_(errno) {}
+  ~ErrnoKeeper() { errno = saved_; }
+  ErrnoKeeper(const ErrnoKeeper&) = delete;
+  ErrnoKeeper& operator=(const ErrnoKeeper&) = delete;
+
+ private:
+  int saved_;
+};
+
+class [[nodiscard]] Descriptor {
+ public:
+  Descriptor() = default;
+  explicit Descriptor(int fd) : fd_(fd) {}
+  Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+  Descriptor& operator=(Descriptor&& other) noexcept {
+    if (this != &other) {
+      reset();
+      fd_ = std::exchange(other.fd_, -1);
+    }
+    return *this;
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  ~Descriptor() { reset(); }
+
+  explicit operator bool() const { return fd_ >= 0; }
+  [[nodiscard]] int get() const { return fd_; }
+  void reset() {
+    if (fd_ >= 0) {
+      const ErrnoKeeper keep;
+      ::close(std::exchange(fd_, -1));
+    }
+  }
+
+ private:
+  int fd_ = -1;
+};
+
+// Opens `path` close-on-exec; an empty Descriptor with errno set on failure.
+inline Descriptor open_file(const char* path, int flags, mode_t mode = 0) {
+  return Descriptor(retry_interrupted([=] { return ::open(path, flags | O_CLOEXEC, mode); }));
+}
+
+struct StreamCloser {
+  void operator()(std::FILE* stream) const { std::fclose(stream); }
+};
+using Stream = std::unique_ptr<std::FILE, StreamCloser>;
+
+}  // namespace kelo::base
+
+#endif  // KELO_BASE_FILE_HPP

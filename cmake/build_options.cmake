@@ -1,0 +1,17 @@
+# Warnings, hardening and sanitizers shared by everything in the tree.
+add_library(kelo_build_options INTERFACE)
+target_compile_options(kelo_build_options INTERFACE
+  -Wall -Wextra -Wshadow -Wformat=2 -Wno-format-nonliteral -Wundef -Wpointer-arith
+  -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/= -ffile-prefix-map=${CMAKE_SOURCE_DIR}=.
+  $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wconversion -Wsign-conversion>)
+target_include_directories(kelo_build_options INTERFACE ${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/include)
+
+if(KELO_SANITIZE)
+  target_compile_options(kelo_build_options INTERFACE
+    -fsanitize=${KELO_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all -O1)
+  target_link_options(kelo_build_options INTERFACE -fsanitize=${KELO_SANITIZE})
+  # The vptr check would need the C++ run time's type information, which this library does not carry.
+  if(KELO_SANITIZE MATCHES undefined)
+    target_compile_options(kelo_build_options INTERFACE -fno-sanitize=vptr)
+  endif()
+endif()

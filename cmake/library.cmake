@@ -1,0 +1,57 @@
+# The library itself: one set of objects, linked as libkelo_utils.so.0 and as libkelo_utils.a.
+# Every source in these rooms belongs to it.
+set(KELO_ROOMS log symtab queue data_manager sqlite3/src)
+list(TRANSFORM KELO_ROOMS APPEND /*.cpp OUTPUT_VARIABLE KELO_SOURCE_PATTERNS)
+file(GLOB KELO_SOURCES CONFIGURE_DEPENDS RELATIVE ${CMAKE_SOURCE_DIR} ${KELO_SOURCE_PATTERNS})
+
+if(KELO_DIAG_LIBRARY)
+  list(REMOVE_ITEM KELO_SOURCES log/diag_stand_in.cpp)
+endif()
+
+# No C++ run time inside: nothing that throws, names types at run time, guards local statics or allocates with new.
+add_library(kelo_utils_objects OBJECT ${KELO_SOURCES})
+set_target_properties(kelo_utils_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
+target_compile_options(kelo_utils_objects PRIVATE
+  -fno-exceptions -fno-rtti -fno-threadsafe-statics -fvisibility=hidden -fvisibility-inlines-hidden
+  -ffunction-sections -fdata-sections)
+target_compile_definitions(kelo_utils_objects PRIVATE _FILE_OFFSET_BITS=64)
+if(NOT KELO_SANITIZE)
+  target_compile_options(kelo_utils_objects PRIVATE -fstack-protector-strong)
+  target_compile_definitions(kelo_utils_objects PRIVATE $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
+endif()
+target_link_libraries(kelo_utils_objects PRIVATE kelo_build_options SQLite::SQLite3 Threads::Threads)
+
+set(KELO_VERSION_SCRIPT ${CMAKE_BINARY_DIR}/kelo_utils.map)
+add_custom_command(
+  OUTPUT ${KELO_VERSION_SCRIPT}
+  COMMAND ${CMAKE_COMMAND} -DEXPORTS=${CMAKE_SOURCE_DIR}/abi/exports.txt -DOUTPUT=${KELO_VERSION_SCRIPT}
+          -P ${CMAKE_SOURCE_DIR}/cmake/version_script.cmake
+  DEPENDS ${CMAKE_SOURCE_DIR}/abi/exports.txt ${CMAKE_SOURCE_DIR}/cmake/version_script.cmake)
+add_custom_target(kelo_version_script DEPENDS ${KELO_VERSION_SCRIPT})
+
+function(kelo_library target type)
+  add_library(${target} ${type} $<TARGET_OBJECTS:kelo_utils_objects>)
+  set_target_properties(${target} PROPERTIES OUTPUT_NAME kelo_utils LINKER_LANGUAGE C)
+  target_include_directories(${target} INTERFACE
+    $<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+endfunction()
+
+kelo_library(kelo_utils SHARED)
+set_target_properties(kelo_utils PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 0 EXPORT_NAME utils)
+set_property(TARGET kelo_utils PROPERTY LINK_DEPENDS ${KELO_VERSION_SCRIPT})
+add_dependencies(kelo_utils kelo_version_script)
+target_link_libraries(kelo_utils PRIVATE SQLite::SQLite3 Threads::Threads ${KELO_DIAG_LIBRARY})
+target_link_options(kelo_utils PRIVATE
+  -Wl,--version-script=${KELO_VERSION_SCRIPT} -Wl,-z,relro -Wl,-z,now -Wl,--gc-sections -Wl,--as-needed
+  -Wl,-Map=${CMAKE_BINARY_DIR}/kelo_utils.link.map)
+if(KELO_SANITIZE)
+  target_link_options(kelo_utils PRIVATE -fsanitize=${KELO_SANITIZE})
+else()
+  target_link_options(kelo_utils PRIVATE -Wl,-z,defs)
+endif()
+add_library(kelo::utils ALIAS kelo_utils)
+
+kelo_library(kelo_utils_static STATIC)
+set_target_properties(kelo_utils_static PROPERTIES EXPORT_NAME utils_static)
+target_link_libraries(kelo_utils_static PUBLIC SQLite::SQLite3 Threads::Threads ${KELO_DIAG_LIBRARY})
+add_library(kelo::utils_static ALIAS kelo_utils_static)
