@@ -1,0 +1,177 @@
+/**
+ * @file log.h
+ * @brief One log line format for every daemon: levels, a threshold, and a switch between the platform's
+ *        diagnostic channel and local printing.
+ *
+ * A daemon logs with KELO_LOG(). While the log tool is enabled (the state at start) a message that passes
+ * the threshold goes to the diagnostic channel; while it is disabled the message becomes a local line
+ *
+ *     2026-03-01 12:34:56.789 : =ERR= | [812 | 815-modem_rx] | oem_dm_write 97 | symLookup failed: 1203
+ *
+ * (UTC time stamp : level tag | [process | thread-thread name] | function, source line | message), printed
+ * on standard output or handed to the function installed with set_print_interface(). No line end is added:
+ * formats carry their own. The function name is shown with every "kelo" replaced by "oem".
+ */
+#ifndef KELO_UTILS_LOG_H
+#define KELO_UTILS_LOG_H
+
+#include <stdint.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include "kelo_utils/base.h"
+
+KELO_BEGIN_DECLS
+
+/** Message levels, in rising severity. */
+enum kelo_log_level {
+  LOG_LVL_DBUG = 0, /**< tag " DBUG" */
+  LOG_LVL_INFO = 1, /**< tag " INFO"; the threshold at process start */
+  LOG_LVL_WRN = 2,  /**< tag "-WRN-" */
+  LOG_LVL_ERR = 3,  /**< tag "=ERR=" */
+  LOG_LVL_CRT = 4,  /**< tag "*CRT*" */
+  LOG_LVL_EMR = 5   /**< named for completeness: lines of this level carry the null-string text as tag */
+};
+
+enum {
+  /** Bytes of scratch buffer that kelo_log_printf() formats a message into, terminator included. */
+  KELO_LOG_BUFFER_SIZE = 4220,
+  /** Size of ::log_msg in bytes. */
+  KELO_LOG_LINE_SIZE = 4096,
+  /** Size of ::str_t in bytes. */
+  KELO_LOG_STAMP_SIZE = 128,
+  /** Subsystem id of every record that this library and its macro send to the diagnostic channel. */
+  KELO_LOG_DIAG_SUBSYSTEM = 65
+};
+
+/**
+ * Describes one call site to the diagnostic channel. One constant of this type exists per KELO_LOG(); the
+ * channel may keep the pointer for the life of the process.
+ */
+typedef struct LogDiagDescriptor {
+  uint16_t line;      /**< source line of the call site (modulo 65536) */
+  uint16_t subsystem; /**< always ::KELO_LOG_DIAG_SUBSYSTEM */
+  uint32_t mask;      /**< 1 shifted left by the level; 0 for a level outside 0 to 5 */
+  const char* format; /**< ::KELO_LOG_DIAG_FORMAT: process id, function name, message */
+  const char* file;   /**< source path of the call site */
+} LogDiagDescriptor;
+
+/** Format of every diagnostic record; its arguments are the process id, the function name and the message. */
+#define KELO_LOG_DIAG_FORMAT "KELO-FWA[%d] %s(): %s"
+
+/** The last local line, NUL-terminated. Written under the log lock: a reader elsewhere may see a half-made
+ * line. */
+extern KELO_API char log_msg[KELO_LOG_LINE_SIZE];
+
+/** The time stamp of the last local line, NUL-terminated; the same caution as for ::log_msg. */
+extern KELO_API char str_t[KELO_LOG_STAMP_SIZE];
+
+/** Receives one finished local line. Runs under the log lock, so it must not log (such a message is dropped).
+ */
+typedef void (*kelo_print_fn)(const char* line);
+
+/**
+ * Filters, formats and, in local mode, prints one message. KELO_LOG() is the usual way to call it.
+ *
+ * Never allocates. Preserves errno. Safe from any thread, and in the child of a fork() made while another
+ * thread was logging; not for use in a signal handler.
+ *
+ * @param level  0 to 5; -1 passes every threshold.
+ * @param buf    scratch buffer of at least ::KELO_LOG_BUFFER_SIZE bytes; receives the formatted message, cut
+ * at that size, when the message passes. Null drops the message.
+ * @param func   function name to show; null shows the C library's null-string text.
+ * @param line   source line to show.
+ * @param fmt    printf-style format of the message.
+ * @retval 1     the message is in `buf` and the caller must hand it to the diagnostic channel.
+ * @retval 0     nothing more to do: filtered out (`buf` untouched) or already printed locally.
+ */
+KELO_API int kelo_log_printf(int level, char* buf, const char* func, int line, const char* fmt, ...)
+    KELO_PRINTF(5, 6);
+
+/**
+ * Sets the threshold: messages below it are dropped. Starts the diagnostic channel first if that is still
+ * due.
+ * @param level  1 to 4 are taken as they are; every other value sets 0.
+ */
+KELO_API void kelo_set_log_level(int level);
+
+/** Returns the threshold, 0 to 4. */
+KELO_API int kelo_get_log_level(void);
+
+/**
+ * Switches between the diagnostic channel and local printing, and records the choice in "/data/log_enable".
+ *
+ * The first message or setter call of the process settles whether the channel is ever started: if the switch
+ * is not 1 at that moment, the channel stays unstarted for the life of the process, even if the switch
+ * becomes 1. A start that fails is tried again with the next message. Blocks for the file write and a sync()
+ * of all storage.
+ *
+ * @param enable  non-zero: diagnostic channel (the file then holds "0"); 0: local lines (the file holds "1").
+ *                A file that cannot be opened is left alone silently.
+ */
+KELO_API void kelo_set_log_tool_enable(int enable);
+
+/** Returns the switch as last set; 1 at process start. */
+KELO_API int kelo_get_log_tool_enable(void);
+
+/** Returns the kernel's id of the calling thread. */
+KELO_API int get_tid(void);
+
+/** Installs the receiver of local lines; null restores printing on standard output. */
+KELO_API void set_print_interface(kelo_print_fn fn);
+
+/**
+ * @name Diagnostic channel
+ * The platform's diagnostic library provides these two when the build names one; otherwise the library
+ * carries stand-ins that hand each record to syslog(3). A program that defines them itself receives the
+ * calls.
+ * @{
+ */
+/** Opens the channel. @param environment always null here. @return non-zero on success, 0 to be asked again.
+ */
+KELO_API int Diag_LSM_Init(char* environment);
+
+/**
+ * Sends one record. @param descriptor the call site; the further arguments are those of its `format`:
+ * int process id, function name, message.
+ */
+KELO_API void msg_sprintf(const LogDiagDescriptor* descriptor, ...);
+/** @} */
+
+/** Source path stored in the diagnostic records of this file; define it before the include to change it. */
+#ifndef KELO_LOG_FILE
+#define KELO_LOG_FILE __FILE__
+#endif
+
+/** Initialiser of a ::LogDiagDescriptor for a message of the constant `level` logged on this line. */
+#define KELO_LOG_DESCRIPTOR(level)                                                                       \
+  {                                                                                                      \
+    (uint16_t) __LINE__, KELO_LOG_DIAG_SUBSYSTEM, (level) >= 0 && (level) <= 5 ? 1u << ((level)&7) : 0u, \
+        KELO_LOG_DIAG_FORMAT, KELO_LOG_FILE                                                              \
+  }
+
+/** Whether a message of `level` passes the threshold now. */
+static inline int kelo_log_passes(int level) { return level == -1 || kelo_get_log_level() <= level; }
+
+/**
+ * KELO_LOG(level, format, ...): logs one message under the calling function's name and line.
+ *
+ * `level` is an integer constant expression, -1 or ::kelo_log_level. The remaining arguments are evaluated
+ * only when the message passes the threshold; a suppressed message costs one call and one comparison. A
+ * passing one takes ::KELO_LOG_BUFFER_SIZE bytes from the heap for its duration; without memory it is
+ * dropped.
+ */
+#define KELO_LOG(level, ...)                                                              \
+  do {                                                                                    \
+    if (kelo_log_passes(level)) {                                                         \
+      static const LogDiagDescriptor kelo_log_site_ = KELO_LOG_DESCRIPTOR(level);         \
+      char* kelo_log_text_ = (char*)calloc(1, KELO_LOG_BUFFER_SIZE);                      \
+      if (kelo_log_printf((level), kelo_log_text_, __func__, __LINE__, __VA_ARGS__) != 0) \
+        msg_sprintf(&kelo_log_site_, (int)getpid(), __func__, kelo_log_text_);            \
+      free(kelo_log_text_);                                                               \
+    }                                                                                     \
+  } while (0)
+
+KELO_END_DECLS
+
+#endif /* KELO_UTILS_LOG_H */

@@ -1,0 +1,112 @@
+#include <pthread.h>
+#include <sys/syscall.h>
+
+#include <array>
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+
+#include "base/file.hpp"
+#include "log/library_log.hpp"
+#include "log/local_line.hpp"
+#include "log/log_lock.hpp"
+
+namespace {
+
+using kelo::log::LogLock;
+
+std::atomic<int> current_level{LOG_LVL_INFO};
+std::atomic<int> log_tool_enable{1};
+// Set once the diagnostic channel was started, or once it was decided that it never will be.
+std::atomic<bool> log_diag_ready{false};
+std::atomic<kelo_print_fn> log_print_fn{nullptr};
+
+constexpr char kSwitchFile[] = "/data/log_enable";
+
+// Starts the channel while the switch asks for it; any other switch settles that it stays unstarted for good.
+// A failed start is left to the next message.
+void start_diag_channel(int enable) {
+  if (log_diag_ready.load(std::memory_order_acquire)) return;
+  if (enable != 1 || Diag_LSM_Init(nullptr) != 0) log_diag_ready.store(true, std::memory_order_release);
+}
+
+// The setters start the channel outside a message, so they serialise with one themselves. A setter called
+// from the print callback finds the lock held by its own thread and goes on under it.
+void start_diag_channel_locked(int enable) {
+  if (log_diag_ready.load(std::memory_order_acquire)) return;
+  const LogLock lock;
+  start_diag_channel(enable);
+}
+
+enum class Delivery { dropped, printed, hand_to_channel };
+
+Delivery deliver(int level, char* buf, const char* func, int line, const char* fmt, va_list arguments) {
+  const LogLock lock;
+  if (!lock.acquired()) return Delivery::dropped;  // the print callback logged
+  const int enable = log_tool_enable.load(std::memory_order_relaxed);
+  start_diag_channel(enable);
+  std::vsnprintf(buf, KELO_LOG_BUFFER_SIZE, fmt, arguments);
+  if (enable != 0) return Delivery::hand_to_channel;
+  kelo::log::compose_local_line({level, func, line, buf});
+  if (const kelo_print_fn print = log_print_fn.load(std::memory_order_acquire)) {
+    print(log_msg);
+  } else {
+    std::fputs(log_msg, stdout);
+  }
+  return Delivery::printed;
+}
+
+void write_switch_file(int enable) {
+  const kelo::base::Descriptor file = kelo::base::open_file(kSwitchFile, O_RDWR | O_CREAT | O_TRUNC, 0666);
+  if (!file) return;
+  // The file says whether local printing is on, so it holds the inverse of the switch.
+  const char* const local_printing = enable == 0 ? "1" : "0";
+  (void)kelo::base::retry_interrupted([&] { return ::write(file.get(), local_printing, 1); });
+}
+
+}  // namespace
+
+bool kelo::log::passes(int level) {
+  return level == -1 || current_level.load(std::memory_order_relaxed) <= level;
+}
+
+void kelo::log::emit(const LogDiagDescriptor& site, int level, const char* func, const char* fmt, ...) {
+  const base::ErrnoKeeper keep;
+  std::array<char, KELO_LOG_BUFFER_SIZE> text;
+  va_list arguments;
+  va_start(arguments, fmt);
+  const Delivery delivery = deliver(level, text.data(), func, site.line, fmt, arguments);
+  va_end(arguments);
+  if (delivery == Delivery::hand_to_channel)
+    msg_sprintf(&site, static_cast<int>(getpid()), func, text.data());
+}
+
+int kelo_log_printf(int level, char* buf, const char* func, int line, const char* fmt, ...) {
+  if (buf == nullptr || !kelo::log::passes(level)) return 0;
+  const kelo::base::ErrnoKeeper keep;
+  va_list arguments;
+  va_start(arguments, fmt);
+  const Delivery delivery = deliver(level, buf, func, line, fmt, arguments);
+  va_end(arguments);
+  return delivery == Delivery::hand_to_channel ? 1 : 0;
+}
+
+void kelo_set_log_level(int level) {
+  start_diag_channel_locked(log_tool_enable.load(std::memory_order_relaxed));
+  const bool settable = level >= LOG_LVL_INFO && level <= LOG_LVL_CRT;
+  current_level.store(settable ? level : LOG_LVL_DBUG, std::memory_order_relaxed);
+}
+
+int kelo_get_log_level() { return current_level.load(std::memory_order_relaxed); }
+
+void kelo_set_log_tool_enable(int enable) {
+  log_tool_enable.store(enable, std::memory_order_relaxed);
+  start_diag_channel_locked(enable);
+  write_switch_file(enable);
+}
+
+int kelo_get_log_tool_enable() { return log_tool_enable.load(std::memory_order_relaxed); }
+
+int get_tid() { return static_cast<int>(syscall(SYS_gettid)); }
+
+void set_print_interface(kelo_print_fn fn) { log_print_fn.store(fn, std::memory_order_release); }

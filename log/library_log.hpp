@@ -1,0 +1,30 @@
+// How the library itself logs: KELO_LOG with one shared, out-of-line hand-off instead of one per call site.
+#ifndef KELO_LOG_LIBRARY_LOG_HPP
+#define KELO_LOG_LIBRARY_LOG_HPP
+
+#include "kelo_utils/log.h"
+
+namespace kelo::log {
+
+// Whether a message of `level` passes the threshold now.
+bool passes(int level);
+
+// Formats one message that passed the threshold and sends it to the diagnostic channel or prints it locally,
+// shown under the function name `func`. Never allocates and preserves errno.
+void emit(const LogDiagDescriptor& site, int level, const char* func, const char* fmt, ...) KELO_PRINTF(4, 5);
+
+}  // namespace kelo::log
+
+// Logs under a given function name: for a step shared by several operations, whose lines carry their names.
+#define KELO_LOG_AS(func, level, ...)                                                 \
+  do {                                                                                \
+    if (::kelo::log::passes(level)) {                                                 \
+      static constexpr LogDiagDescriptor kelo_log_site_ = KELO_LOG_DESCRIPTOR(level); \
+      ::kelo::log::emit(kelo_log_site_, (level), (func), __VA_ARGS__);                \
+    }                                                                                 \
+  } while (0)
+
+#undef KELO_LOG
+#define KELO_LOG(level, ...) KELO_LOG_AS(__func__, level, __VA_ARGS__)
+
+#endif  // KELO_LOG_LIBRARY_LOG_HPP

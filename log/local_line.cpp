@@ -1,0 +1,111 @@
+#include "log/local_line.hpp"
+
+#include <sys/time.h>
+
+#include <array>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <span>
+
+#include "base/calendar.hpp"
+#include "base/file.hpp"
+#include "kelo_utils/log.h"
+
+char log_msg[KELO_LOG_LINE_SIZE];
+char str_t[KELO_LOG_STAMP_SIZE];
+
+namespace kelo::log {
+namespace {
+
+// Six tags, of which the lookup serves the first five: no call site of the library uses the last level, and
+// its lines, like those of level -1, carry the C library's null-string text.
+constexpr std::array<const char*, 6> kTags = {" DBUG", " INFO", "-WRN-", "=ERR=", "*CRT*", "*EMR*"};
+constexpr unsigned kLastServedTag = 4;
+
+const char* tag_of(int level) {
+  const auto index = static_cast<unsigned>(level);
+  return index <= kLastServedTag ? kTags[index] : nullptr;
+}
+
+// Writes text behind text in a fixed buffer, cutting what does not fit; the buffer stays terminated.
+class Appender {
+ public:
+  explicit Appender(std::span<char> buffer) : rest_(buffer) { rest_.front() = '\0'; }
+
+  KELO_PRINTF(2, 3) void print(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = std::vsnprintf(rest_.data(), rest_.size(), format, arguments);
+    va_end(arguments);
+    if (length > 0) advance(static_cast<std::size_t>(length));
+  }
+
+  void append(const char* text, std::size_t length) {
+    const std::size_t kept = std::min(length, rest_.size() - 1);
+    std::memcpy(rest_.data(), text, kept);
+    rest_[kept] = '\0';
+    advance(kept);
+  }
+
+ private:
+  void advance(std::size_t length) { rest_ = rest_.subspan(std::min(length, rest_.size() - 1)); }
+
+  std::span<char> rest_;  // never empty: its first byte is the terminator
+};
+
+void stamp_time() {
+  timeval now{};
+  gettimeofday(&now, nullptr);
+  const base::CalendarTime utc = base::calendar_from_seconds(now.tv_sec);
+  std::snprintf(str_t, sizeof str_t, "%04d-%02d-%02d %02d:%02d:%02d.%03d", static_cast<int>(utc.year),
+                utc.month, utc.day, utc.hour, utc.minute, utc.second, static_cast<int>(now.tv_usec / 1000));
+}
+
+// Reads the thread's name from the proc file system; the text "NULL" when it cannot be read.
+void read_thread_name(int process, int thread, std::span<char> name) {
+  std::array<char, 64> path{};
+  std::snprintf(path.data(), path.size(), "/proc/%d/task/%d/comm", process, thread);
+  ssize_t count = -1;
+  if (const base::Descriptor comm = base::open_file(path.data(), O_RDONLY)) {
+    count = base::retry_interrupted([&] { return ::read(comm.get(), name.data(), name.size() - 1); });
+  }
+  if (count <= 0) {
+    std::snprintf(name.data(), name.size(), "NULL");
+    return;
+  }
+  name[static_cast<std::size_t>(count)] = '\0';
+  name[std::strcspn(name.data(), "\n")] = '\0';
+}
+
+// Engineers in the field know the functions by their "oem" names.
+void append_display_name(Appender& line, const char* func) {
+  static constexpr char kProduct[] = "kelo";
+  if (func == nullptr) {
+    line.append("(null)", 6);  // as the C library prints a null string
+    return;
+  }
+  while (const char* match = std::strstr(func, kProduct)) {
+    line.append(func, static_cast<std::size_t>(match - func));
+    line.append("oem", 3);
+    func = match + sizeof kProduct - 1;
+  }
+  line.append(func, std::strlen(func));
+}
+
+}  // namespace
+
+void compose_local_line(const Message& message) {
+  const int process = getpid();
+  const int thread = get_tid();
+  std::array<char, 64> thread_name{};  // the kernel keeps names to 16 bytes
+  read_thread_name(process, thread, thread_name);
+  stamp_time();
+  Appender line(log_msg);
+  line.print("%s : %s | [%d | %d-%s] | ", str_t, tag_of(message.level), process, thread, thread_name.data());
+  append_display_name(line, message.func);
+  line.print(" %d | %s", message.line, message.text);
+}
+
+}  // namespace kelo::log

@@ -1,0 +1,20 @@
+// The local log line: time stamp, tag, process and thread, function, source line, message.
+#ifndef KELO_LOG_LOCAL_LINE_HPP
+#define KELO_LOG_LOCAL_LINE_HPP
+
+namespace kelo::log {
+
+struct Message {
+  int level;
+  const char* func;
+  int line;
+  const char* text;
+};
+
+// Composes the line of `message` in the exported `log_msg` and its time stamp in `str_t`.
+// The caller holds the log lock.
+void compose_local_line(const Message& message);
+
+}  // namespace kelo::log
+
+#endif  // KELO_LOG_LOCAL_LINE_HPP
