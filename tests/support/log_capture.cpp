@@ -1,0 +1,94 @@
+#include "tests/support/log_capture.hpp"
+
+#include <algorithm>
+#include <array>
+#include <mutex>
+#include <regex>
+#include <sstream>
+
+#include "kelo_utils/log.h"
+
+namespace kelo::tests {
+namespace {
+
+std::mutex mutex;
+std::vector<LogLine> caught;
+
+LogLine take_apart(const std::string& line) {
+  static constexpr std::array<std::string_view, 5> kTags = {" DBUG", " INFO", "-WRN-", "=ERR=", "*CRT*"};
+  // stamp : tag | [pid | tid-thread] | function line | message
+  static const std::regex kForm(R"(^[^|]*? : (.*?) \| \[\d+ \| \d+-.*?\] \| (.*?) (-?\d+) \| ([\s\S]*)$)");
+  std::smatch match;
+  if (!std::regex_match(line, match, kForm)) return {-2, "line of another form", 0, line};
+  const auto* tag = std::find(kTags.begin(), kTags.end(), match[1].str());
+  const int level = tag == kTags.end() ? -1 : static_cast<int>(tag - kTags.begin());
+  return {level, match[2], std::stoi(match[3]), match[4]};
+}
+
+void keep(const char* line) {
+  const std::scoped_lock lock(mutex);
+  caught.push_back(take_apart(line));
+}
+
+template <typename Predicate>
+int count_lines(Predicate predicate) {
+  const std::scoped_lock lock(mutex);
+  return static_cast<int>(std::count_if(caught.begin(), caught.end(), predicate));
+}
+
+}  // namespace
+
+std::ostream& operator<<(std::ostream& out, const LogLine& line) {
+  return out << line.level << ' ' << line.function << ' ' << line.source_line << " \"" << line.text << '"';
+}
+
+LogCapture::LogCapture() {
+  clear();
+  kelo_set_log_tool_enable(0);
+  kelo_set_log_level(LOG_LVL_DBUG);
+  set_print_interface(keep);
+}
+
+LogCapture::~LogCapture() {
+  set_print_interface(nullptr);
+  kelo_set_log_level(LOG_LVL_INFO);
+}
+
+std::vector<LogLine> LogCapture::lines() const {
+  const std::scoped_lock lock(mutex);
+  return caught;
+}
+
+void LogCapture::clear() {
+  const std::scoped_lock lock(mutex);
+  caught.clear();
+}
+
+int LogCapture::count(int level, std::string_view text) const {
+  return count_lines([=](const LogLine& line) { return line.level == level && line.text == text; });
+}
+
+int LogCapture::count(int level, std::string_view function, std::string_view text) const {
+  return count_lines([=](const LogLine& line) {
+    return line.level == level && line.function == function && line.text == text;
+  });
+}
+
+int LogCapture::count_containing(int level, std::string_view part) const {
+  return count_lines(
+      [=](const LogLine& line) { return line.level == level && line.text.find(part) != std::string::npos; });
+}
+
+int LogCapture::count_matching(int level, const std::string& pattern) const {
+  const std::regex form(pattern);
+  return count_lines(
+      [&](const LogLine& line) { return line.level == level && std::regex_match(line.text, form); });
+}
+
+std::string LogCapture::dump() const {
+  std::ostringstream out;
+  for (const LogLine& line : lines()) out << line << '\n';
+  return out.str();
+}
+
+}  // namespace kelo::tests
