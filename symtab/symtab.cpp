@@ -1,0 +1,225 @@
+#include "kelo_utils/symtab.h"
+
+#include <climits>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "base/heap.hpp"
+
+static_assert(sizeof(void*) != 4 || (sizeof(sym_t) == 40 && offsetof(sym_t, name) == 4 &&
+                                     offsetof(sym_t, content) == 20 && offsetof(sym_t, arg) == 36));
+
+namespace {
+
+struct Table {
+  int bucket_count;
+  sym_t** buckets;  // heads of the chains; null when there was no memory for them
+};
+
+// Where the walk stands: the entry to hand out next and its bucket. Without an entry the walk looks for one
+// behind that bucket.
+struct Cursor {
+  int bucket;
+  sym_t* pending;
+};
+
+constexpr Cursor kWalkEnded = {INT_MAX, nullptr};
+
+// One set for all tables of the process; callers serialise.
+void** tables;   // handle array of Table*
+int symMax;      // one past the highest handle in use
+int open_count;  // of symSubOpen()
+Cursor cursor;
+
+Table* table_of(sym_fd sd) { return sd >= 0 && sd < symMax ? static_cast<Table*>(tables[sd]) : nullptr; }
+
+// For a table that can hold entries; null for all others.
+Table* usable_table_of(sym_fd sd) {
+  Table* const table = table_of(sd);
+  return table != nullptr && table->buckets != nullptr ? table : nullptr;
+}
+
+bool is_prime_odd(int candidate) {
+  for (int divisor = 3; divisor <= candidate / divisor; divisor += 2) {
+    if (candidate % divisor == 0) return false;
+  }
+  return true;
+}
+
+// The largest prime not above `hash_size`; 1 where there is none.
+int bucket_count_for(int hash_size) {
+  if (hash_size <= 1) return 1;
+  if (hash_size <= 3) return hash_size;
+  int candidate = hash_size % 2 == 0 ? hash_size - 1 : hash_size;
+  while (!is_prime_odd(candidate)) candidate -= 2;
+  return candidate;
+}
+
+std::uint32_t hash_of(const char* name) {
+  std::uint32_t sum = 0;
+  unsigned shift = 0;
+  for (; *name != '\0'; ++name) {
+    sum += static_cast<std::uint32_t>(static_cast<unsigned char>(*name)) << shift;
+    shift += 7;
+    if (shift >= 24) shift -= 24;
+  }
+  return sum;
+}
+
+int bucket_of(const Table& table, const char* name) {
+  return static_cast<int>(hash_of(name) % static_cast<std::uint32_t>(table.bucket_count));
+}
+
+bool has_name(const sym_t& symbol, const char* name) {
+  const char* const key = symbol.name.payload.string;
+  return *key == *name && std::strcmp(key, name) == 0;
+}
+
+// The link that leads to the entry called `name`, or the null link at the end of its chain.
+sym_t** find_link(sym_t** link, const char* name) {
+  while (*link != nullptr && !has_name(**link, name)) link = &(*link)->next;
+  return link;
+}
+
+// The empty name can be entered but never found.
+bool can_be_found(const char* name) { return name != nullptr && *name != '\0'; }
+
+sym_t* make_symbol(const char* name, const value_t& value, int arg) {
+  auto symbol = kelo::base::zeroed<sym_t>();
+  if (!symbol) return nullptr;
+  symbol->name = valueString(name, VALUE_FLAG_COPY);
+  if (symbol->name.payload.string == nullptr) return nullptr;
+  symbol->content = value;
+  symbol->arg = arg;
+  return symbol.release();
+}
+
+void free_symbol(sym_t* symbol) {
+  valueFree(&symbol->name);
+  valueFree(&symbol->content);
+  std::free(symbol);
+}
+
+void replace_content(sym_t& symbol, const value_t& value, int arg) {
+  // A cell entered again under its own name keeps its string.
+  const bool same_string =
+      value.type == VALUE_TYPE_STRING && value.payload.string == symbol.content.payload.string;
+  if (symbol.content.valid != 0 && !same_string) valueFree(&symbol.content);
+  symbol.content = value;
+  symbol.arg = arg;
+}
+
+// Where a walk stands after it has handed out `symbol` of `bucket`.
+Cursor position_after(const Table& table, int bucket, const sym_t& symbol) {
+  if (symbol.next != nullptr) return {bucket, symbol.next};
+  const int following = bucket + 1;
+  return {following, following < table.bucket_count ? table.buckets[following] : nullptr};
+}
+
+sym_t* hand_out(const Table& table, int bucket, sym_t* symbol) {
+  cursor = position_after(table, bucket, *symbol);
+  return symbol;
+}
+
+sym_t* hand_out_first_from(const Table& table, int bucket) {
+  for (; bucket < table.bucket_count; ++bucket) {
+    if (table.buckets[bucket] != nullptr) return hand_out(table, bucket, table.buckets[bucket]);
+  }
+  return nullptr;
+}
+
+void free_symbols(Table& table) {
+  for (int bucket = 0; bucket < table.bucket_count; ++bucket) {
+    sym_t* symbol = table.buckets[bucket];
+    while (symbol != nullptr) {
+      sym_t* const next = symbol->next;
+      if (cursor.pending == symbol) cursor = kWalkEnded;
+      free_symbol(symbol);
+      symbol = next;
+    }
+  }
+}
+
+}  // namespace
+
+int symSubOpen() {
+  open_count += 1;
+  if (open_count == 1) {
+    symMax = 0;
+    tables = nullptr;
+  }
+  return 0;
+}
+
+void symSubClose() {
+  if (open_count > 0) open_count -= 1;
+}
+
+sym_fd symOpen(int hash_size) {
+  const sym_fd sd = hAlloc(&tables);
+  if (sd < 0) return -1;
+  auto table = kelo::base::zeroed<Table>();
+  if (!table) {
+    symMax = hFree(&tables, sd);
+    return -1;
+  }
+  table->bucket_count = bucket_count_for(hash_size);
+  table->buckets = kelo::base::zeroed_array<sym_t*>(static_cast<std::size_t>(table->bucket_count)).release();
+  tables[sd] = table.release();
+  if (symMax <= sd) symMax = sd + 1;
+  return sd;
+}
+
+void symClose(sym_fd sd) {
+  Table* const table = table_of(sd);
+  if (table == nullptr) return;
+  if (table->buckets != nullptr) free_symbols(*table);
+  std::free(table->buckets);
+  symMax = hFree(&tables, sd);
+  std::free(table);
+}
+
+sym_t* symLookup(sym_fd sd, const char* name) {
+  const Table* const table = usable_table_of(sd);
+  if (table == nullptr || !can_be_found(name)) return nullptr;
+  return *find_link(&table->buckets[bucket_of(*table, name)], name);
+}
+
+sym_t* symEnter(sym_fd sd, const char* name, value_t value, int arg) {
+  const Table* const table = usable_table_of(sd);
+  if (table == nullptr || name == nullptr) return nullptr;
+  sym_t** const link = find_link(&table->buckets[bucket_of(*table, name)], name);
+  if (*link != nullptr) {
+    replace_content(**link, value, arg);
+  } else {
+    *link = make_symbol(name, value, arg);
+  }
+  return *link;
+}
+
+int symDelete(sym_fd sd, const char* name) {
+  const Table* const table = usable_table_of(sd);
+  if (table == nullptr || !can_be_found(name)) return -1;
+  const int bucket = bucket_of(*table, name);
+  sym_t** const link = find_link(&table->buckets[bucket], name);
+  sym_t* const symbol = *link;
+  if (symbol == nullptr) return -1;
+  if (cursor.pending == symbol) cursor = position_after(*table, bucket, *symbol);
+  *link = symbol->next;
+  free_symbol(symbol);
+  return 0;
+}
+
+sym_t* symFirst(sym_fd sd) {
+  const Table* const table = usable_table_of(sd);
+  return table == nullptr ? nullptr : hand_out_first_from(*table, 0);
+}
+
+sym_t* symNext(sym_fd sd) {
+  const Table* const table = usable_table_of(sd);
+  if (table == nullptr || cursor.bucket >= table->bucket_count) return nullptr;
+  if (cursor.pending != nullptr) return hand_out(*table, cursor.bucket, cursor.pending);
+  return hand_out_first_from(*table, cursor.bucket + 1);
+}
