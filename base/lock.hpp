@@ -6,9 +6,13 @@
 
 namespace kelo::base {
 
+// Says that the calling thread holds the mutex already.
+struct AdoptLock {};
+
 class [[nodiscard]] LockGuard {
  public:
   explicit LockGuard(pthread_mutex_t& mutex) : mutex_(mutex) { pthread_mutex_lock(&mutex_); }
+  LockGuard(pthread_mutex_t& mutex, AdoptLock /*held*/) : mutex_(mutex) {}
   ~LockGuard() { pthread_mutex_unlock(&mutex_); }
   LockGuard(const LockGuard&) = delete;
   LockGuard& operator=(const LockGuard&) = delete;
