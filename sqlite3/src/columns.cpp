@@ -1,0 +1,52 @@
+#include <array>
+#include <cstdio>
+#include <cstring>
+
+#include "kelo_utils/sqlite.h"
+#include "log/library_log.hpp"
+#include "sqlite3/src/handles.hpp"
+#include "sqlite3/src/sql.hpp"
+
+namespace {
+
+using namespace kelo::store;
+
+// The statement that mends what a select of `id` and `type` complained of; null when it is something else.
+const char* column_to_add(const char* complaint) {
+  if (std::strstr(complaint, "no such column: id") != nullptr) return sql::kAddId;
+  if (std::strstr(complaint, "no such column: type") != nullptr) return sql::kAddType;
+  return nullptr;
+}
+
+}  // namespace
+
+int alter_table_add_column(sqlite3* db, const char* table, const char* key) {
+  constexpr int kAttempts = 3;  // one select for each of the two columns and one that succeeds
+  KELO_LOG(LOG_LVL_WRN, "alter_table_add_column\n");
+  if (db == nullptr || table == nullptr || key == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "argv NULL\n");
+    return -1;
+  }
+  for (int attempt = 1;; ++attempt) {
+    const SqlText select(sql::kSelectIdAndType, table, key);
+    KELO_LOG(LOG_LVL_WRN, "szSql %s\n", select.c_str());
+    const Outcome selected = execute(db, select.c_str());
+    if (selected.ok()) return 0;
+
+    const FixedText<129> complaint("%s", selected.text());
+    KELO_LOG(LOG_LVL_WRN, "%s\n", complaint.c_str());
+    if (attempt == kAttempts) {
+      KELO_LOG(LOG_LVL_ERR, "cnt error %d\n", attempt);
+      return -1;
+    }
+    const char* const addition = column_to_add(complaint.c_str());
+    if (addition == nullptr) return -1;
+    const SqlText alter(addition, table);
+    KELO_LOG(LOG_LVL_WRN, "szSql %s\n", alter.c_str());
+    const Outcome altered = execute(db, alter.c_str());
+    if (!altered.ok()) {
+      KELO_LOG(LOG_LVL_ERR, "[%d] update error, %s\n", __LINE__, altered.text());
+      return -1;
+    }
+  }
+}

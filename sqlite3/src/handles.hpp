@@ -1,0 +1,75 @@
+// Owning types for what SQLite hands out; its raw release calls appear only here.
+#ifndef KELO_SQLITE3_HANDLES_HPP
+#define KELO_SQLITE3_HANDLES_HPP
+
+#include <sqlite3.h>
+
+#include <memory>
+
+namespace kelo::store {
+
+struct DatabaseCloser {
+  void operator()(sqlite3* db) const { sqlite3_close(db); }
+};
+using Database = std::unique_ptr<sqlite3, DatabaseCloser>;
+
+struct StatementFinalizer {
+  void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+};
+using Statement = std::unique_ptr<sqlite3_stmt, StatementFinalizer>;
+
+struct TextFreer {
+  void operator()(char* text) const { sqlite3_free(text); }
+};
+using ErrorText = std::unique_ptr<char, TextFreer>;
+
+struct TableFreer {
+  void operator()(char** cells) const { sqlite3_free_table(cells); }
+};
+using ResultCells = std::unique_ptr<char*, TableFreer>;
+
+// Opens a database for reading and writing, creating the file when it is missing. A file that another process
+// holds is waited for. Empty on failure, which is logged under `caller`.
+Database open_database(const char* caller, const char* path);
+
+struct [[nodiscard]] Outcome {
+  int code;
+  ErrorText error;
+
+  [[nodiscard]] bool ok() const { return code == SQLITE_OK; }
+  // SQLite's own words for the failure.
+  [[nodiscard]] const char* text() const { return error ? error.get() : sqlite3_errstr(code); }
+};
+
+Outcome execute(sqlite3* db, const char* sql, int (*row)(void*, int, char**, char**) = nullptr,
+                void* context = nullptr);
+
+struct [[nodiscard]] Rows {
+  Outcome outcome;
+  ResultCells cells;  // column names first, then row by row
+  int rows = 0;
+  int columns = 0;
+
+  // A cell's text; null for SQL's NULL.
+  [[nodiscard]] const char* cell(int row, int column) const {
+    return cells.get()[(row + 1) * columns + column];
+  }
+};
+
+Rows select_rows(sqlite3* db, const char* sql);
+
+struct [[nodiscard]] Preparation {
+  int code;
+  Statement statement;
+
+  [[nodiscard]] bool ok() const { return code == SQLITE_OK; }
+};
+
+Preparation prepare(sqlite3* db, const char* sql);
+
+// Makes a connection wait for other processes' locks instead of reporting the file as busy at once.
+void wait_while_busy(sqlite3* db);
+
+}  // namespace kelo::store
+
+#endif  // KELO_SQLITE3_HANDLES_HPP

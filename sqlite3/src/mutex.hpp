@@ -1,0 +1,14 @@
+// The lock that serialises the back-end's operations within the process.
+#ifndef KELO_SQLITE3_MUTEX_HPP
+#define KELO_SQLITE3_MUTEX_HPP
+
+#include <pthread.h>
+
+namespace kelo::store {
+
+// Guards the database files and the registration flag.
+extern pthread_mutex_t sqlite_mutex;
+
+}  // namespace kelo::store
+
+#endif  // KELO_SQLITE3_MUTEX_HPP

@@ -1,0 +1,32 @@
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "kelo_utils/sqlite.h"
+#include "log/library_log.hpp"
+
+namespace {
+
+struct PipeCloser {
+  void operator()(std::FILE* pipe) const { pclose(pipe); }
+};
+
+}  // namespace
+
+int dm_sqlite_system_cmd(const char* command, char* out, unsigned int out_size) {
+  if (command == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "%s NULL\n", __func__);
+    return -1;
+  }
+  const std::unique_ptr<std::FILE, PipeCloser> pipe(popen(command, "re"));
+  if (!pipe) {
+    KELO_LOG(LOG_LVL_ERR, "system command failed: (%d) %s\n", errno, std::strerror(errno));
+    return -1;
+  }
+  if (out != nullptr) {
+    const std::size_t count = std::fread(out, 1, out_size, pipe.get());
+    KELO_LOG(LOG_LVL_DBUG, "read_len=%d\n", static_cast<int>(count));
+  }
+  return 0;
+}

@@ -1,0 +1,77 @@
+// Every SQL text of the configuration databases, and the buffer that statements are formatted into.
+#ifndef KELO_SQLITE3_SQL_HPP
+#define KELO_SQLITE3_SQL_HPP
+
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
+
+#include "kelo_utils/base.h"
+
+namespace kelo::store {
+
+// A printf-formatted text of fixed room; what does not fit is cut.
+template <std::size_t Size>
+class FixedText {
+ public:
+  KELO_PRINTF(2, 3) explicit FixedText(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(text_, Size, format, arguments);
+    va_end(arguments);
+  }
+  [[nodiscard]] const char* c_str() const { return text_; }
+
+ private:
+  char text_[Size];
+};
+
+using SqlText = FixedText<512>;
+using CommandText = FixedText<128>;
+
+namespace sql {
+
+// Rows of items: id, key, type, len, crc, value.
+inline constexpr char kCreateItems[] =
+    "create table if not exists %s (id integer not null,key text not null,type integer not null,len integer "
+    "not "
+    "null,crc integer not null,value blob)";
+inline constexpr char kUpdateItem[] = "update %s set id=%d, type=%d, len=%d, crc=%d,value=:1 where key='%s'";
+inline constexpr char kInsertItem[] =
+    "insert into %s (id, key, type, len, crc, value) values(%d, '%s',%d, %d, %d, ?)";
+inline constexpr char kSelectItem[] = "select value,crc from %s where key='%s' limit 1";
+
+// Rows of defaults: key, type, len, value.
+inline constexpr char kCreateDefaults[] =
+    "create table if not exists %s (key text not null,type integer not null,len integer not null,value blob)";
+inline constexpr char kUpdateDefault[] = "update %s set type=%d, len=%d, value=:1 where key='%s'";
+inline constexpr char kInsertDefault[] = "insert into %s (key, type, len, value) values('%s', '%d', %d, ?)";
+inline constexpr char kSelectDefault[] = "select value,type from %s where key='%s' limit 1";
+
+// The one row of the write journal.
+inline constexpr char kJournalTable[] = "state";
+inline constexpr char kJournalKey[] = "write_state";
+inline constexpr char kCreateJournal[] =
+    "create table if not exists %s (key text not null,item_table text not null,id integer not null,item_key "
+    "text "
+    "not null,type integer,len integer,state integer)";
+inline constexpr char kUpdateJournal[] =
+    "update %s set item_table='%s',id=%d,item_key='%s',type=%d,len=%d,state=%d where key='%s'";
+inline constexpr char kInsertJournal[] =
+    "insert into %s (key,item_table,id,item_key,type,len,state) values('%s','%s',%d,'%s',%d,%d,%d)";
+inline constexpr char kSelectJournal[] =
+    "select item_table,item_key,id,type,len,state from %s where key='%s'";
+
+// Any table.
+inline constexpr char kSelectExistence[] = "select 1 from %s where key='%s'";
+inline constexpr char kSelectIdAndType[] = "select id,type from %s where key='%s' limit 1";
+inline constexpr char kAddId[] = "alter table %s add column id integer";
+inline constexpr char kAddType[] = "alter table %s add column type integer";
+inline constexpr char kQuickCheck[] = "PRAGMA quick_check;";
+inline constexpr char kSelectTables[] = "SELECT name FROM sqlite_master WHERE type='table';";
+inline constexpr char kSelectExport[] = "select key, len, type, value from %s";
+
+}  // namespace sql
+}  // namespace kelo::store
+
+#endif  // KELO_SQLITE3_SQL_HPP
