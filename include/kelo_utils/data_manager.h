@@ -34,6 +34,7 @@
 #include <stdint.h>
 
 #include "kelo_utils/base.h"
+#include "kelo_utils/queue.h"
 
 KELO_BEGIN_DECLS
 
@@ -96,6 +97,12 @@ typedef struct kelo_dm_handle {
   int32_t id;                    /**< the number given to kelo_dm_reg(); not interpreted */
   kelo_dm_operations operations; /**< filled by the storage back-end */
 } kelo_dm_handle;
+
+/** An element of a queue of items, which kelo_dm_compare_id() searches. */
+typedef struct kelo_dm_item_node {
+  q_link_type link;   /**< place in the queue; first, so that its address is the node's */
+  kelo_dm_item* item; /**< the item */
+} kelo_dm_item_node;
 
 /**
  * Receives one change: the id, the `len` bytes just stored (`len` 0 for an emptied item) and their number.
@@ -207,6 +214,15 @@ KELO_API int kelo_dm_def_items_write(kelo_dm_handle* handle, int32_t id, kelo_dm
  */
 KELO_API int kelo_dm_def_items_read(kelo_dm_handle* handle, int32_t id, kelo_dm_item_desc* descriptor,
                                     void* buf, int32_t size);
+
+/**
+ * Compares a queued item's id; the comparison to hand to q_linear_search().
+ * @param node        link of a ::kelo_dm_item_node.
+ * @param id_pointer  address of the wanted id, an int32_t.
+ * @return 1 when the node's item has that id; 0 otherwise, and when an argument (logged) or the node's item
+ * is null.
+ */
+KELO_API int kelo_dm_compare_id(q_link_type* node, const void* id_pointer);
 /** @} */
 
 /**

@@ -1,0 +1,152 @@
+#include "data_manager/registry.hpp"
+
+#include <array>
+#include <charconv>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "base/heap.hpp"
+#include "kelo_utils/queue.h"
+#include "kelo_utils/symtab.h"
+#include "log/library_log.hpp"
+
+static_assert(offsetof(kelo_dm_item_node, link) == 0);
+#if UINTPTR_MAX == UINT32_MAX
+static_assert(sizeof(kelo_dm_item_desc) == 80 && offsetof(kelo_dm_item_desc, item_key) == 32 &&
+              offsetof(kelo_dm_item_desc, type) == 64 && offsetof(kelo_dm_item_desc, def_value) == 68 &&
+              offsetof(kelo_dm_item_desc, def_type) == 72 && offsetof(kelo_dm_item_desc, len) == 76);
+static_assert(sizeof(kelo_dm_item) == 84 && offsetof(kelo_dm_item, desc) == 4);
+static_assert(sizeof(kelo_dm_operations) == 28 && offsetof(kelo_dm_operations, clean) == 8 &&
+              offsetof(kelo_dm_operations, read_def_items_db_version) == 24);
+static_assert(sizeof(kelo_dm_handle) == 32 && offsetof(kelo_dm_handle, operations) == 4);
+static_assert(sizeof(kelo_dm_item_node) == 12 && offsetof(kelo_dm_item_node, item) == 8);
+#endif
+
+namespace {
+
+using kelo::dm::kBadArgument;
+
+constexpr int kNoHandle = -1;
+constexpr int kNothingRegistered = -1;
+constexpr int kNoIdMap = -4;
+constexpr std::int32_t kEndOfTable = -1;
+constexpr int kIdMapBuckets = 64;
+
+// All of this is set up at start-up in one thread and only read afterwards.
+sym_fd id_map = -1;
+q_type def_items;
+bool def_items_ready = false;
+
+// The text under which the id map knows an id.
+class IdKey {
+ public:
+  explicit IdKey(std::int32_t id) { std::to_chars(text_.data(), text_.data() + text_.size() - 1, id); }
+  [[nodiscard]] const char* c_str() const { return text_.data(); }
+
+ private:
+  std::array<char, 32> text_{};
+};
+
+bool open_id_map() {
+  if (id_map == -1) id_map = symOpen(kIdMapBuckets);
+  return id_map != -1;
+}
+
+std::size_t count_items(const kelo_dm_item* records) {
+  std::size_t count = 0;
+  while (records[count].id != kEndOfTable) ++count;
+  return count;
+}
+
+void enter_item(kelo_dm_item& item, kelo_dm_item_node& node) {
+  item.desc.type = item.desc.def_type;
+  symEnter(id_map, IdKey(item.id).c_str(), valueSymbol(&item.desc), 0);
+  node.item = &item;
+  q_put(&def_items, q_link(&node, &node.link));
+}
+
+// A node's link is its first member.
+kelo_dm_item* item_of(q_link_type* link) { return reinterpret_cast<kelo_dm_item_node*>(link)->item; }
+
+}  // namespace
+
+kelo_dm_item_desc* kelo::dm::find_item(std::int32_t id, const char* function) {
+  const IdKey key(id);
+  const sym_t* const symbol = symLookup(id_map, key.c_str());
+  if (symbol == nullptr) {
+    KELO_LOG_AS(function, LOG_LVL_ERR, "symLookup failed: %s\n", key.c_str());
+    return nullptr;
+  }
+  return static_cast<kelo_dm_item_desc*>(symbol->content.payload.symbol);
+}
+
+int kelo_dm_reg_def_items(kelo_dm_item* records) {
+  if (records == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    return kBadArgument;
+  }
+  if (!def_items_ready) {
+    q_init(&def_items);
+    def_items_ready = true;
+  }
+  if (!open_id_map()) {
+    KELO_LOG(LOG_LVL_ERR, "oem_dm_def_reg_map_symtab open failed\n");
+    return kNoIdMap;
+  }
+  const std::size_t count = count_items(records);
+  if (count == 0) return 0;
+  auto* const nodes = kelo::base::zeroed_array<kelo_dm_item_node>(count).release();
+  if (nodes == nullptr) kelo::dm::fatal();
+  for (std::size_t i = 0; i < count; ++i) enter_item(records[i], nodes[i]);
+  return 0;
+}
+
+int kelo_dm_construct_def_database(std::int32_t id) {
+  struct Unregister {
+    void operator()(kelo_dm_handle* handle) const { kelo_dm_unreg(handle); }
+  };
+  const std::unique_ptr<kelo_dm_handle, Unregister> handle(kelo_dm_reg(id));
+  int remaining = def_items_ready ? q_cnt(&def_items) : 0;
+  KELO_LOG(LOG_LVL_DBUG, "tmp_cnt %d!\n", remaining);
+  if (remaining < 1) return kNothingRegistered;
+  for (q_link_type* link = q_check(&def_items); link != nullptr; link = q_next(&def_items, link)) {
+    --remaining;
+    kelo_dm_item& item = *item_of(link);
+    item.desc.type = item.desc.def_type;
+    kelo_dm_def_items_write(handle.get(), item.id, &item.desc, &item.desc.def_value, item.desc.len);
+  }
+  KELO_LOG(LOG_LVL_DBUG, "tmp_cnt-- %d!\n", remaining);
+  return 0;
+}
+
+int kelo_dm_def_items_write(kelo_dm_handle* handle, std::int32_t id, kelo_dm_item_desc* descriptor,
+                            const void* value, std::int32_t len) {
+  if (handle == nullptr || descriptor == nullptr || value == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    return kBadArgument;
+  }
+  if (kelo::dm::clean_flag() != 0) return 0;
+  return kelo::dm::required(handle->operations.def_db_const)(static_cast<std::uint32_t>(id), descriptor,
+                                                             value, len);
+}
+
+int kelo_dm_def_items_read(kelo_dm_handle* handle, std::int32_t id, kelo_dm_item_desc* descriptor, void* buf,
+                           std::int32_t size) {
+  if (handle == nullptr || descriptor == nullptr || buf == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    return kBadArgument;
+  }
+  if (kelo::dm::clean_flag() != 0) return 0;
+  return kelo::dm::required(handle->operations.def_db_read)(static_cast<std::uint32_t>(id), descriptor, buf,
+                                                            size);
+}
+
+int kelo_dm_compare_id(q_link_type* node, const void* id_pointer) {
+  if (node == nullptr || id_pointer == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    return 0;
+  }
+  const kelo_dm_item* const item = item_of(node);
+  return item != nullptr && item->id == *static_cast<const std::int32_t*>(id_pointer) ? 1 : 0;
+}

@@ -1,0 +1,38 @@
+// What the calls of the data manager share: the registered items, the clean flag, the fatal end.
+#ifndef KELO_DATA_MANAGER_REGISTRY_HPP
+#define KELO_DATA_MANAGER_REGISTRY_HPP
+
+#include <cstdint>
+#include <source_location>
+
+#include "base/fatal.hpp"
+#include "kelo_utils/data_manager.h"
+
+namespace kelo::dm {
+
+inline constexpr int kBadArgument = -3;
+
+[[noreturn]] inline void fatal(std::source_location where = std::source_location::current()) {
+  base::fatal("data_manager/kelo_app_dm.c", static_cast<int>(where.line()));
+}
+
+// The function in a handle's slot, which must be there.
+template <typename Slot>
+Slot required(Slot slot, std::source_location where = std::source_location::current()) {
+  if (slot == nullptr) fatal(where);
+  return slot;
+}
+
+// The descriptor registered last under `id`; null, logged under the function name `function`, when there is
+// none.
+kelo_dm_item_desc* find_item(std::int32_t id, const char* function);
+
+// Non-zero while the storage is being cleaned.
+std::int32_t clean_flag();
+
+// Raises the clean flag: its address for the back-end, which clears it, or null when it was raised already.
+std::int32_t* raise_clean_flag();
+
+}  // namespace kelo::dm
+
+#endif  // KELO_DATA_MANAGER_REGISTRY_HPP
