@@ -20,6 +20,7 @@ using HeapPtr = std::unique_ptr<T, FreeDeleter>;
 template <typename T>
 HeapPtr<T[]> zeroed_array(std::size_t count) {
   static_assert(std::is_trivial_v<T>);
+  // NOLINTNEXTLINE(bugprone-sizeof-expression): an array of pointers is a fine thing to ask for
   return HeapPtr<T[]>(static_cast<T*>(std::calloc(count, sizeof(T))));
 }
 

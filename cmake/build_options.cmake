@@ -4,11 +4,16 @@ target_compile_options(kelo_build_options INTERFACE
   -Wall -Wextra -Wshadow -Wformat=2 -Wno-format-nonliteral -Wundef -Wpointer-arith
   -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/= -ffile-prefix-map=${CMAKE_SOURCE_DIR}=.
   $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wconversion -Wsign-conversion>)
+if(KELO_WERROR)
+  target_compile_options(kelo_build_options INTERFACE -Werror)
+endif()
 target_include_directories(kelo_build_options INTERFACE ${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/include)
 
 if(KELO_SANITIZE)
   target_compile_options(kelo_build_options INTERFACE
     -fsanitize=${KELO_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all -O1)
+  # GCC sees uninitialised uses in the standard library that only its own instrumentation makes.
+  target_compile_options(kelo_build_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
   target_link_options(kelo_build_options INTERFACE -fsanitize=${KELO_SANITIZE})
   # The vptr check would need the C++ run time's type information, which this library does not carry.
   if(KELO_SANITIZE MATCHES undefined)

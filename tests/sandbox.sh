@@ -33,6 +33,9 @@ while [ "$count" -gt 0 ]; do
 done
 shift
 
+# Naming the tests of a program does nothing that wants a sandbox, and a build must not fail for want of one.
+case " $* " in *" --gtest_list_tests"*) rm -f "$options" && exec "$@" ;; esac
+
 exec 3< "$options"
 rm -f "$options"
 if ! command -v bwrap > /dev/null 2>&1 || ! bwrap --unshare-all --ro-bind / / true > /dev/null 2>&1; then

@@ -1,0 +1,50 @@
+# The target `lint`: clang-tidy over every source of every target in the tree, several at a time. A source is
+# looked at again when its object is older than itself, a header or its flags, or when a .clang-tidy changed.
+find_program(KELO_CLANG_TIDY clang-tidy)
+if(NOT KELO_CLANG_TIDY OR NOT CMAKE_GENERATOR MATCHES Ninja)
+  return()
+endif()
+
+set(KELO_LINT_CONFIGS ${CMAKE_SOURCE_DIR}/.clang-tidy ${CMAKE_SOURCE_DIR}/tests/.clang-tidy)
+
+function(kelo_lint_target target)
+  get_target_property(type ${target} TYPE)
+  if(NOT type MATCHES "EXECUTABLE|LIBRARY" OR type STREQUAL INTERFACE_LIBRARY)
+    return()
+  endif()
+  get_target_property(sources ${target} SOURCES)
+  get_target_property(folder ${target} SOURCE_DIR)
+  get_target_property(binary_folder ${target} BINARY_DIR)
+  foreach(source IN LISTS sources)
+    if(source MATCHES "\\.(c|cpp)$")
+      cmake_path(ABSOLUTE_PATH source BASE_DIRECTORY ${folder})
+      cmake_path(RELATIVE_PATH source BASE_DIRECTORY ${folder} OUTPUT_VARIABLE name)
+      string(REPLACE .. __ name ${name})
+      set(stamp ${CMAKE_BINARY_DIR}/lint/${target}/${name}.stamp)
+      cmake_path(RELATIVE_PATH source BASE_DIRECTORY ${CMAKE_SOURCE_DIR} OUTPUT_VARIABLE shown)
+      cmake_path(GET stamp PARENT_PATH stamp_folder)
+      file(MAKE_DIRECTORY ${stamp_folder})
+      add_custom_command(
+        OUTPUT ${stamp}
+        COMMAND ${CMAKE_SOURCE_DIR}/cmake/tidy.sh ${KELO_CLANG_TIDY} ${stamp} -p ${CMAKE_BINARY_DIR} ${source}
+        DEPENDS ${CMAKE_SOURCE_DIR}/cmake/tidy.sh ${binary_folder}/CMakeFiles/${target}.dir/${name}.o ${KELO_LINT_CONFIGS}
+        COMMENT "Linting ${shown}" VERBATIM)
+      set_property(GLOBAL APPEND PROPERTY KELO_LINT_STAMPS ${stamp})
+    endif()
+  endforeach()
+endfunction()
+
+function(kelo_lint_folder folder)
+  get_property(targets DIRECTORY ${folder} PROPERTY BUILDSYSTEM_TARGETS)
+  get_property(subfolders DIRECTORY ${folder} PROPERTY SUBDIRECTORIES)
+  foreach(target IN LISTS targets)
+    kelo_lint_target(${target})
+  endforeach()
+  foreach(subfolder IN LISTS subfolders)
+    kelo_lint_folder(${subfolder})
+  endforeach()
+endfunction()
+
+kelo_lint_folder(${CMAKE_SOURCE_DIR})
+get_property(stamps GLOBAL PROPERTY KELO_LINT_STAMPS)
+add_custom_target(lint DEPENDS ${stamps})
