@@ -1,13 +1,13 @@
 #include "sqlite3/src/files.hpp"
 
-#include <array>
-#include <cstring>
-#include <span>
+#include <unistd.h>
 
-#include "base/file.hpp"
+#include <cstdio>
+#include <cstring>
+
 #include "kelo_utils/sqlite.h"
 #include "log/library_log.hpp"
-#include "sqlite3/src/sql.hpp"
+#include "sqlite3/src/copy.hpp"
 
 char DB_CONFIG[DM_SQLITE_PATH_SIZE] = "/data/config.db";
 char DB_CONFIGBAK[DM_SQLITE_PATH_SIZE] = "/data/configbak.db";
@@ -22,30 +22,7 @@ namespace {
 
 constexpr std::size_t kLongestDirectory = 50;
 
-void sync_file(const char* path, int flags) {
-  if (const base::Descriptor file = base::open_file(path, O_RDONLY | flags)) fsync(file.get());
-}
-
-// A new file survives a power cut only once its directory has been synced as well.
-void sync_directory_of(const char* path) {
-  std::array<char, DM_SQLITE_PATH_SIZE> directory{};
-  const char* const slash = std::strrchr(path, '/');
-  const std::size_t length = slash == nullptr ? 0 : static_cast<std::size_t>(slash - path) + 1;
-  if (length == 0 || length >= directory.size()) return;
-  std::memcpy(directory.data(), path, length);
-  sync_file(directory.data(), O_DIRECTORY);
-}
-
 }  // namespace
-
-void copy_database(const char* source, const char* target) {
-  const bool target_is_new = access(target, F_OK) != 0;
-  const CommandText command("cp %s %s", source, target);
-  std::array<char, 512> output{};
-  if (dm_sqlite_system_cmd(command.c_str(), output.data(), output.size() - 1) != 0) return;
-  sync_file(target, 0);
-  if (target_is_new) sync_directory_of(target);
-}
 
 void repair_primary(const char* caller, const RepairWords& words) {
   const struct {
@@ -56,6 +33,7 @@ void repair_primary(const char* caller, const RepairWords& words) {
     if (check_database_health(source.path) != 0) continue;
     KELO_LOG_AS(caller, LOG_LVL_ERR, "%s %s %s", source.words, source.path, DB_CONFIG);
     copy_database(source.path, DB_CONFIG);
+    sync_directory_of(DB_CONFIG);
     return;
   }
 }

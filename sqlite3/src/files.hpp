@@ -1,4 +1,4 @@
-// The database files: the fixed recovery copy, whole-file copies and the repair of the primary from one of
+// The database files: the fixed recovery copy and the repair of the primary from one of
 // them.
 #ifndef KELO_SQLITE3_FILES_HPP
 #define KELO_SQLITE3_FILES_HPP
@@ -7,9 +7,6 @@ namespace kelo::store {
 
 // Provisioned by other software of the device; the last source of recovery, never written here.
 inline constexpr char kRecoveryCopy[] = "/kelonvbak/data/config.db";
-
-// Copies a database file over another with the shell's `cp` and syncs the copy to storage.
-void copy_database(const char* source, const char* target);
 
 // What a repair says before it names its two files; the wording tells writes and reads apart in the field.
 struct RepairWords {

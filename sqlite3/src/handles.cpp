@@ -1,6 +1,7 @@
 #include "sqlite3/src/handles.hpp"
 
 #include "log/library_log.hpp"
+#include "sqlite3/src/copy.hpp"
 
 namespace kelo::store {
 
@@ -10,6 +11,7 @@ void wait_while_busy(sqlite3* db) {
 }
 
 Database open_database(const char* caller, const char* path) {
+  undo_interrupted_copy(path);
   sqlite3* raw = nullptr;
   const int code = sqlite3_open(path, &raw);
   Database db(raw);

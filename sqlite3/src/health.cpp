@@ -2,6 +2,7 @@
 
 #include "kelo_utils/sqlite.h"
 #include "log/library_log.hpp"
+#include "sqlite3/src/copy.hpp"
 #include "sqlite3/src/handles.hpp"
 #include "sqlite3/src/sql.hpp"
 
@@ -47,6 +48,7 @@ int check_database_health(const char* path) {
     KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
     return kNotOpened;
   }
+  undo_interrupted_copy(path);
   sqlite3* raw = nullptr;
   const int opened = sqlite3_open_v2(path, &raw, SQLITE_OPEN_READONLY, nullptr);
   const Database db(raw);

@@ -1,6 +1,7 @@
 #include "base/lock.hpp"
 #include "kelo_utils/sqlite.h"
 #include "log/library_log.hpp"
+#include "sqlite3/src/copy.hpp"
 #include "sqlite3/src/files.hpp"
 #include "sqlite3/src/handles.hpp"
 #include "sqlite3/src/mutex.hpp"
@@ -69,6 +70,8 @@ int dm_pal_write(const char* table, uint32_t id, const char* key, uint32_t type,
     KELO_LOG(LOG_LVL_ERR, "ERROR: cp %s %s", DB_CONFIG,
              DB_CONFIGBAK);  // the normal path: field tools look for it
     copy_database(DB_CONFIG, DB_CONFIGBAK);
+    // Beside the journal, the step recorded next syncs the directory for both.
+    if (!same_directory(DB_CONFIGBAK, DB_STATE)) sync_directory_of(DB_CONFIGBAK);
   }
   // Recorded after the copy, so that a journal left here tells start-up to complete the backup.
   if (const int failed = journal.record(WS_WRITE_DONE)) {

@@ -18,7 +18,7 @@ bool held_by_another(int code) { return code == SQLITE_BUSY || code == SQLITE_LO
 void recreate_journal() {
   KELO_LOG_AS(kCaller, LOG_LVL_ERR, "ret_pos is NULL, other error occured\n");
   const CommandText remove("rm -f %s", DB_STATE);
-  (void)std::system(remove.c_str());
+  [[maybe_unused]] const int removed = std::system(remove.c_str());  // the open below shows how it went
   sqlite3* raw = nullptr;
   const int code = sqlite3_open(DB_STATE, &raw);
   const Database created(raw);
