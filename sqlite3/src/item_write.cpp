@@ -24,6 +24,14 @@ void dm_update_record(sqlite3* db, const Row& row) {
   }
 }
 
+// While the connection lives, other processes' writes to the file wait, so that a copy shows one moment of
+// it.
+Database hold_steady(const char* path) {
+  Database db = open_database("dm_pal_write", path);
+  if (db) static_cast<void>(execute(db.get(), sql::kHoldSteady));
+  return db;
+}
+
 // The journal row that the steps of one write share.
 struct JournalledItem {
   const char* table;
@@ -67,8 +75,9 @@ int dm_pal_write(const char* table, uint32_t id, const char* key, uint32_t type,
   }
   // Only a healthy primary may replace the backup: the backup is what a corrupt primary is repaired from.
   if (check_database_health(DB_CONFIG) == 0) {
-    KELO_LOG(LOG_LVL_ERR, "ERROR: cp %s %s", DB_CONFIG,
-             DB_CONFIGBAK);  // the normal path: field tools look for it
+    // Logged on the normal path, too: tools in the field look for this line.
+    KELO_LOG(LOG_LVL_ERR, "ERROR: cp %s %s", DB_CONFIG, DB_CONFIGBAK);
+    const Database steady = hold_steady(DB_CONFIG);
     copy_database(DB_CONFIG, DB_CONFIGBAK);
     // Beside the journal, the step recorded next syncs the directory for both.
     if (!same_directory(DB_CONFIGBAK, DB_STATE)) sync_directory_of(DB_CONFIGBAK);

@@ -68,6 +68,8 @@ inline constexpr char kSelectIdAndType[] = "select id,type from %s where key='%s
 inline constexpr char kAddId[] = "alter table %s add column id integer";
 inline constexpr char kAddType[] = "alter table %s add column type integer";
 inline constexpr char kQuickCheck[] = "PRAGMA quick_check;";
+inline constexpr char kHoldSteady[] =
+    "begin;select 1 from sqlite_master limit 1;";  // a read lock until closed
 inline constexpr char kSelectTables[] = "SELECT name FROM sqlite_master WHERE type='table';";
 inline constexpr char kSelectExport[] = "select key, len, type, value from %s";
 
