@@ -1,0 +1,326 @@
+#include "tests/support/sqlite_faults.hpp"
+
+#include <dlfcn.h>
+#include <sqlite3.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <optional>
+#include <sstream>
+
+namespace kelo::tests {
+namespace {
+
+struct State {
+  std::mutex mutex;  // guards all of it
+  std::vector<Fault*> faults;
+  bool tracing = false;
+  std::vector<TracedCall> trace;
+  int busy_milliseconds = -1;  // in place of what is asked for; -1: as asked
+  int shortest_busy = -1;
+};
+
+State& state() {
+  static State instance;
+  return instance;
+}
+
+// How deep the thread is inside SQLite: what SQLite calls within itself is none of the library's calls.
+thread_local int inside_sqlite = 0;
+
+class InsideSqlite {
+ public:
+  InsideSqlite() { ++inside_sqlite; }
+  ~InsideSqlite() { --inside_sqlite; }
+  InsideSqlite(const InsideSqlite&) = delete;
+  InsideSqlite& operator=(const InsideSqlite&) = delete;
+};
+
+// The function that stands behind an interposed one.
+template <typename Function>
+Function* next(const char* name, Function* /*interposer*/) {
+  void* const found = dlsym(RTLD_NEXT, name);
+  if (found == nullptr) {
+    std::fprintf(stderr, "no %s behind the interposer\n", name);
+    std::abort();
+  }
+  return reinterpret_cast<Function*>(found);
+}
+
+std::string path_of(int descriptor) {
+  std::array<char, PATH_MAX> target{};
+  const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+  const ssize_t length = readlink(link.c_str(), target.data(), target.size() - 1);
+  return length > 0 ? std::string(target.data(), static_cast<std::size_t>(length)) : std::string();
+}
+
+std::string text_of(const char* text) { return text == nullptr ? std::string() : std::string(text); }
+
+bool is_sync(const std::string& function) { return function == "fsync" || function == "fdatasync"; }
+
+template <typename Database>
+void set_error_text(const FaultPlan& plan, Database** error) {
+  if (error == nullptr) return;
+  const char* const text = plan.error.empty() ? sqlite3_errstr(plan.code) : plan.error.c_str();
+  *error = plan.null_error ? nullptr : sqlite3_mprintf("%s", text);
+}
+
+}  // namespace
+
+class Interposer {
+ public:
+  // Records the call and returns the plan of the fault that it is to meet, if any.
+  static std::optional<FaultPlan> meet(const std::string& function, const std::string& text) {
+    if (inside_sqlite > 0 && !is_sync(function)) return {};
+    State& all = state();
+    const std::scoped_lock lock(all.mutex);
+    if (all.tracing) all.trace.push_back({function, text});
+    std::optional<FaultPlan> met;
+    for (Fault* const fault : all.faults) {
+      const FaultPlan& plan = fault->plan_;
+      if (plan.function != function || text.find(plan.text) == std::string::npos) continue;
+      ++fault->matched_;
+      if (fault->matched_ < plan.at || fault->matched_ - plan.at >= plan.times || met) continue;
+      ++fault->failed_;
+      met = plan;
+    }
+    return met;
+  }
+};
+
+Fault::Fault(FaultPlan plan) : plan_(std::move(plan)) {
+  const std::scoped_lock lock(state().mutex);
+  state().faults.push_back(this);
+}
+
+Fault::~Fault() {
+  const std::scoped_lock lock(state().mutex);
+  std::erase(state().faults, this);
+}
+
+int Fault::matched() const {
+  const std::scoped_lock lock(state().mutex);
+  return matched_;
+}
+
+int Fault::failed() const {
+  const std::scoped_lock lock(state().mutex);
+  return failed_;
+}
+
+std::ostream& operator<<(std::ostream& out, const TracedCall& call) {
+  return out << call.function << " \"" << call.text << '"';
+}
+
+CallTrace::CallTrace() {
+  const std::scoped_lock lock(state().mutex);
+  state().trace.clear();
+  state().tracing = true;
+}
+
+CallTrace::~CallTrace() {
+  const std::scoped_lock lock(state().mutex);
+  state().tracing = false;
+}
+
+std::vector<TracedCall> CallTrace::calls() const {
+  const std::scoped_lock lock(state().mutex);
+  return state().trace;
+}
+
+int CallTrace::count(const std::string& function, const std::string& part) const {
+  int found = 0;
+  while (position(function, part, found + 1) >= 0) ++found;
+  return found;
+}
+
+int CallTrace::position(const std::string& function, const std::string& part, int n) const {
+  const std::vector<TracedCall> all = calls();
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    if (all[i].function != function || all[i].text.find(part) == std::string::npos) continue;
+    if (--n == 0) return static_cast<int>(i);
+  }
+  return -1;
+}
+
+std::string CallTrace::dump() const {
+  std::ostringstream out;
+  for (const TracedCall& call : calls()) out << call << '\n';
+  return out.str();
+}
+
+ShortBusyTimeout::ShortBusyTimeout(int milliseconds) {
+  const std::scoped_lock lock(state().mutex);
+  state().busy_milliseconds = milliseconds;
+  state().shortest_busy = -1;
+}
+
+ShortBusyTimeout::~ShortBusyTimeout() {
+  const std::scoped_lock lock(state().mutex);
+  state().busy_milliseconds = -1;
+}
+
+int ShortBusyTimeout::shortest_asked_for() const {
+  const std::scoped_lock lock(state().mutex);
+  return state().shortest_busy;
+}
+
+namespace {
+
+int asked_busy_timeout(int milliseconds) {
+  State& all = state();
+  const std::scoped_lock lock(all.mutex);
+  all.shortest_busy = all.shortest_busy < 0 ? milliseconds : std::min(all.shortest_busy, milliseconds);
+  return all.busy_milliseconds < 0 ? milliseconds : all.busy_milliseconds;
+}
+
+}  // namespace
+}  // namespace kelo::tests
+
+using kelo::tests::FaultPlan;
+using kelo::tests::InsideSqlite;
+using kelo::tests::Interposer;
+using kelo::tests::next;
+using kelo::tests::set_error_text;
+using kelo::tests::text_of;
+
+// The names that the system headers give these parameters are theirs.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
+extern "C" {
+
+int sqlite3_open(const char* path, sqlite3** db) {
+  static const auto real = next(__func__, sqlite3_open);
+  const std::optional<FaultPlan> fault = Interposer::meet(__func__, text_of(path));
+  const InsideSqlite inside;
+  if (fault && fault->null_handle) {
+    *db = nullptr;
+    return fault->code;
+  }
+  const int code = real(path, db);
+  return fault ? fault->code : code;
+}
+
+int sqlite3_open_v2(const char* path, sqlite3** db, int flags, const char* vfs) {
+  static const auto real = next(__func__, sqlite3_open_v2);
+  const std::optional<FaultPlan> fault = Interposer::meet(__func__, text_of(path));
+  const InsideSqlite inside;
+  if (fault && fault->null_handle) {
+    *db = nullptr;
+    return fault->code;
+  }
+  const int code = real(path, db, flags, vfs);
+  return fault ? fault->code : code;
+}
+
+int sqlite3_prepare(sqlite3* db, const char* sql, int size, sqlite3_stmt** statement, const char** tail) {
+  static const auto real = next(__func__, sqlite3_prepare);
+  if (const std::optional<FaultPlan> fault = Interposer::meet(__func__, text_of(sql))) {
+    *statement = nullptr;
+    return fault->code;
+  }
+  const InsideSqlite inside;
+  return real(db, sql, size, statement, tail);
+}
+
+int sqlite3_prepare_v2(sqlite3* db, const char* sql, int size, sqlite3_stmt** statement, const char** tail) {
+  static const auto real = next(__func__, sqlite3_prepare_v2);
+  if (const std::optional<FaultPlan> fault = Interposer::meet(__func__, text_of(sql))) {
+    *statement = nullptr;
+    return fault->code;
+  }
+  const InsideSqlite inside;
+  return real(db, sql, size, statement, tail);
+}
+
+int sqlite3_bind_blob(sqlite3_stmt* statement, int index, const void* value, int size,
+                      void (*release)(void*)) {
+  static const auto real = next(__func__, sqlite3_bind_blob);
+  if (const std::optional<FaultPlan> fault = Interposer::meet(__func__, text_of(sqlite3_sql(statement))))
+    return fault->code;
+  const InsideSqlite inside;
+  return real(statement, index, value, size, release);
+}
+
+int sqlite3_step(sqlite3_stmt* statement) {
+  static const auto real = next(__func__, sqlite3_step);
+  if (const std::optional<FaultPlan> fault = Interposer::meet(__func__, text_of(sqlite3_sql(statement))))
+    return fault->code;
+  const InsideSqlite inside;
+  return real(statement);
+}
+
+int sqlite3_exec(sqlite3* db, const char* sql, int (*row)(void*, int, char**, char**), void* context,
+                 char** error) {
+  static const auto real = next(__func__, sqlite3_exec);
+  if (const std::optional<FaultPlan> fault = Interposer::meet(__func__, text_of(sql))) {
+    set_error_text(*fault, error);
+    return fault->code;
+  }
+  const InsideSqlite inside;
+  return real(db, sql, row, context, error);
+}
+
+int sqlite3_get_table(sqlite3* db, const char* sql, char*** cells, int* rows, int* columns, char** error) {
+  static const auto real = next(__func__, sqlite3_get_table);
+  if (const std::optional<FaultPlan> fault = Interposer::meet(__func__, text_of(sql))) {
+    *cells = nullptr;
+    set_error_text(*fault, error);
+    return fault->code;
+  }
+  const InsideSqlite inside;
+  return real(db, sql, cells, rows, columns, error);
+}
+
+int sqlite3_busy_timeout(sqlite3* db, int milliseconds) {
+  static const auto real = next(__func__, sqlite3_busy_timeout);
+  if (const std::optional<FaultPlan> fault = Interposer::meet(__func__, {})) return fault->code;
+  return real(db, kelo::tests::asked_busy_timeout(milliseconds));
+}
+
+std::FILE* popen(const char* command, const char* mode) {
+  static const auto real = next(__func__, popen);
+  if (const std::optional<FaultPlan> fault = Interposer::meet(__func__, text_of(command))) {
+    errno = fault->code;
+    return nullptr;
+  }
+  return real(command, mode);
+}
+
+int pclose(std::FILE* pipe) {
+  static const auto real = next(__func__, pclose);
+  Interposer::meet(__func__, {});
+  return real(pipe);
+}
+
+int system(const char* command) {
+  static const auto real = next(__func__, system);
+  if (const std::optional<FaultPlan> fault = Interposer::meet(__func__, text_of(command))) return fault->code;
+  return real(command);
+}
+
+int fsync(int descriptor) {
+  static const auto real = next(__func__, fsync);
+  if (const std::optional<FaultPlan> fault = Interposer::meet(__func__, kelo::tests::path_of(descriptor))) {
+    errno = fault->code;
+    return -1;
+  }
+  return real(descriptor);
+}
+
+int fdatasync(int descriptor) {
+  static const auto real = next(__func__, fdatasync);
+  if (const std::optional<FaultPlan> fault = Interposer::meet(__func__, kelo::tests::path_of(descriptor))) {
+    errno = fault->code;
+    return -1;
+  }
+  return real(descriptor);
+}
+
+}  // extern "C"
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
