@@ -1,3 +1,4 @@
+#include "base/heap.hpp"
 #include "base/lock.hpp"
 #include "kelo_utils/sqlite.h"
 #include "log/library_log.hpp"
@@ -56,8 +57,11 @@ int dm_pal_read(const char* table, const char* key, void* buf, int len) {
     KELO_LOG(LOG_LVL_ERR, "%s NULL\n", __func__);
     return DM_SQLITE_FAILED;
   }
-  // The primary is read to find its corruption and have it repaired; the value comes from the backup.
-  const int primary = read_verified(DB_CONFIG, table, key, buf, len);
+  // The primary is read to find its corruption and have it repaired; the value comes from the backup. A
+  // longer value in the primary must not show behind the backup's, since callers of the data manager are not
+  // told the length.
+  const auto aside = kelo::base::zeroed_array<char>(static_cast<std::size_t>(len));
+  const int primary = read_verified(DB_CONFIG, table, key, aside ? aside.get() : buf, len);
   KELO_LOG(LOG_LVL_DBUG, "rd ret  %d \n", primary);
   const int backup = read_verified(DB_CONFIGBAK, table, key, buf, len);
   if (backup > 0 || backup == DM_SQLITE_NOT_PREPARED || backup == DM_SQLITE_FAILED) return backup;
