@@ -1,0 +1,111 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "kelo_utils/symtab.h"
+#include "tests/support/failing_heap.hpp"
+
+namespace {
+
+using kelo::tests::FailingHeap;
+
+struct Free {
+  void operator()(void* block) const { std::free(block); }
+};
+template <typename T>
+using Owned = std::unique_ptr<T, Free>;
+
+TEST(AllocShims, TheThreePoolCallsReturnTheirArgument) {
+  for (const int argument : {0, 1, -1, 4096, INT_MAX, INT_MIN}) {
+    EXPECT_EQ(argument, bopen(argument));
+    EXPECT_EQ(argument, bclose(argument));
+    EXPECT_EQ(argument, bstats(argument));
+  }
+}
+
+class StringCopy : public testing::TestWithParam<char* (*)(const char*)> {};
+
+TEST_P(StringCopy, IsANewBlockWithTheSameText) {
+  char text[] = "1203";
+  const Owned<char> copy(GetParam()(text));
+  ASSERT_NE(nullptr, copy);
+  EXPECT_NE(text, copy.get());
+  text[0] = 'x';
+  EXPECT_STREQ("1203", copy.get());
+}
+
+TEST_P(StringCopy, OfEmptyTextIsEmpty) {
+  const Owned<char> copy(GetParam()(""));
+  ASSERT_NE(nullptr, copy);
+  EXPECT_STREQ("", copy.get());
+}
+
+TEST_P(StringCopy, OfNullIsAFreshEmptyText) {
+  const Owned<char> first(GetParam()(nullptr));
+  const Owned<char> second(GetParam()(nullptr));
+  ASSERT_NE(nullptr, first);
+  ASSERT_NE(nullptr, second);
+  EXPECT_NE(first, second);
+  EXPECT_STREQ("", first.get());
+}
+
+TEST_P(StringCopy, IsNullWithoutMemory) {
+  char* copy = nullptr;
+  char* of_null = nullptr;
+  {
+    const FailingHeap heap(0);
+    copy = GetParam()("1203");
+    of_null = GetParam()(nullptr);
+  }
+  EXPECT_EQ(nullptr, copy);
+  EXPECT_EQ(nullptr, of_null);
+}
+
+INSTANTIATE_TEST_SUITE_P(AllocShims, StringCopy, testing::Values(bstrdupANoBalloc, bstrdupNoBalloc));
+
+TEST(AllocShims, BlockCopyHoldsEveryByte) {
+  const unsigned char source[] = {0, 1, 0, 255, 7};
+  const Owned<void> copy(bmemdupNoBalloc(source, sizeof source));
+  ASSERT_NE(nullptr, copy);
+  EXPECT_NE(static_cast<const void*>(source), copy.get());
+  EXPECT_EQ(0, std::memcmp(source, copy.get(), sizeof source));
+}
+
+TEST(AllocShims, BlockCopyReadsNoByteBeyondTheCount) {
+  // Exactly as large as the count says, so that a sanitizer sees one byte too many.
+  const Owned<char> source(static_cast<char*>(std::malloc(3)));
+  std::fill_n(source.get(), 3, 'x');
+  const Owned<void> copy(bmemdupNoBalloc(source.get(), 3));
+  ASSERT_NE(nullptr, copy);
+  EXPECT_EQ(0, std::memcmp("xxx", copy.get(), 3));
+}
+
+TEST(AllocShims, BlockCopyOfNullIsZeroFilled) {
+  const Owned<void> block(bmemdupNoBalloc(nullptr, 64));
+  ASSERT_NE(nullptr, block);
+  const unsigned char zeros[64] = {};
+  EXPECT_EQ(0, std::memcmp(zeros, block.get(), sizeof zeros));
+}
+
+TEST(AllocShims, BlockCopyOfNoBytesIsABlock) {
+  const Owned<void> block(bmemdupNoBalloc("x", 0));
+  EXPECT_NE(nullptr, block);
+}
+
+TEST(AllocShims, BlockCopyIsNullWithoutMemory) {
+  void* copy = nullptr;
+  void* of_null = nullptr;
+  {
+    const FailingHeap heap(0);
+    copy = bmemdupNoBalloc("abc", 3);
+    of_null = bmemdupNoBalloc(nullptr, 3);
+  }
+  EXPECT_EQ(nullptr, copy);
+  EXPECT_EQ(nullptr, of_null);
+}
+
+}  // namespace

@@ -1,0 +1,78 @@
+// A heap that runs out on demand: malloc, calloc and realloc of the whole test program, the library included,
+// fail from a chosen call on. Include it in exactly one source file of a test program.
+#ifndef KELO_TESTS_SUPPORT_FAILING_HEAP_HPP
+#define KELO_TESTS_SUPPORT_FAILING_HEAP_HPP
+
+#include <cerrno>
+#include <cstddef>
+
+// The thread sanitizer's run time allocates before it can follow a thread.
+#define KELO_BEFORE_SANITIZER __attribute__((no_sanitize("thread")))
+
+namespace kelo::tests {
+
+// The calls are counted per thread, so the threads of a sanitizer or of gtest cannot take part.
+inline thread_local bool heap_fails = false;
+inline thread_local int heap_calls_left = 0;
+
+// While it lives, the calling thread's heap serves `calls` more allocations; every further one fails.
+class FailingHeap {
+ public:
+  explicit FailingHeap(int calls) {
+    heap_calls_left = calls;
+    heap_fails = true;
+  }
+  ~FailingHeap() { heap_fails = false; }
+  FailingHeap(const FailingHeap&) = delete;
+  FailingHeap& operator=(const FailingHeap&) = delete;
+};
+
+KELO_BEFORE_SANITIZER inline bool heap_has_run_out() {
+  if (!heap_fails) return false;
+  if (heap_calls_left > 0) {
+    --heap_calls_left;
+    return false;
+  }
+  errno = ENOMEM;
+  return true;
+}
+
+// The allocator behind this one, under the name that needs no look-up: a sanitizer's run time allocates
+// before it can look anything up.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define KELO_NEXT_ALLOCATOR(name) __asm__("__interceptor_" name)
+#else
+#define KELO_NEXT_ALLOCATOR(name) __asm__("__libc_" name)
+#endif
+extern "C" {
+void* next_malloc(std::size_t size) KELO_NEXT_ALLOCATOR("malloc");
+void* next_calloc(std::size_t count, std::size_t size) KELO_NEXT_ALLOCATOR("calloc");
+void* next_realloc(void* block, std::size_t size) KELO_NEXT_ALLOCATOR("realloc");
+}
+#undef KELO_NEXT_ALLOCATOR
+
+}  // namespace kelo::tests
+
+// Defined here and not in a source of the support library, which every test program links. The C library's
+// own declarations have reserved parameter names.
+// NOLINTBEGIN(misc-definitions-in-headers,readability-inconsistent-declaration-parameter-name)
+extern "C" {
+
+KELO_BEFORE_SANITIZER void* malloc(std::size_t size) {
+  return kelo::tests::heap_has_run_out() ? nullptr : kelo::tests::next_malloc(size);
+}
+
+KELO_BEFORE_SANITIZER void* calloc(std::size_t count, std::size_t size) {
+  return kelo::tests::heap_has_run_out() ? nullptr : kelo::tests::next_calloc(count, size);
+}
+
+KELO_BEFORE_SANITIZER void* realloc(void* block, std::size_t size) {
+  return kelo::tests::heap_has_run_out() ? nullptr : kelo::tests::next_realloc(block, size);
+}
+
+}  // extern "C"
+// NOLINTEND(misc-definitions-in-headers,readability-inconsistent-declaration-parameter-name)
+
+#undef KELO_BEFORE_SANITIZER
+
+#endif  // KELO_TESTS_SUPPORT_FAILING_HEAP_HPP

@@ -1,0 +1,29 @@
+// For tests of calls that let go of memory on purpose.
+#ifndef KELO_TESTS_SUPPORT_LASTING_ALLOCATIONS_HPP
+#define KELO_TESTS_SUPPORT_LASTING_ALLOCATIONS_HPP
+
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/lsan_interface.h>
+#endif
+
+namespace kelo::tests {
+
+// What is allocated while it lives is not reported as leaked.
+class [[nodiscard]] LastingAllocations {
+ public:
+  LastingAllocations() { set_leak_check(false); }
+  ~LastingAllocations() { set_leak_check(true); }
+  LastingAllocations(const LastingAllocations&) = delete;
+  LastingAllocations& operator=(const LastingAllocations&) = delete;
+
+ private:
+  static void set_leak_check([[maybe_unused]] bool on) {
+#ifdef __SANITIZE_ADDRESS__
+    on ? __lsan_enable() : __lsan_disable();
+#endif
+  }
+};
+
+}  // namespace kelo::tests
+
+#endif  // KELO_TESTS_SUPPORT_LASTING_ALLOCATIONS_HPP
