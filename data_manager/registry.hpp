@@ -3,7 +3,6 @@
 #define KELO_DATA_MANAGER_REGISTRY_HPP
 
 #include <cstdint>
-#include <source_location>
 
 #include "base/fatal.hpp"
 #include "kelo_utils/data_manager.h"
@@ -12,14 +11,15 @@ namespace kelo::dm {
 
 inline constexpr int kBadArgument = -3;
 
-[[noreturn]] inline void fatal(std::source_location where = std::source_location::current()) {
-  base::fatal("data_manager/kelo_app_dm.c", static_cast<int>(where.line()));
+// The default is the line of the call.
+[[noreturn]] inline void fatal(int line = __builtin_LINE()) {
+  base::fatal("data_manager/kelo_app_dm.c", line);
 }
 
 // The function in a handle's slot, which must be there.
 template <typename Slot>
-Slot required(Slot slot, std::source_location where = std::source_location::current()) {
-  if (slot == nullptr) fatal(where);
+Slot required(Slot slot, int line = __builtin_LINE()) {
+  if (slot == nullptr) fatal(line);
   return slot;
 }
 
