@@ -1,0 +1,47 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "kelo_utils/data_manager.h"
+
+namespace {
+
+int exit_status(const std::string& program) {
+  const int status = std::system((KELO_BINARY_DIR "/tests/" + program).c_str());
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// This program defines none of the hooks.
+TEST(Hooks, LibrarysOwnDoNothing) {
+  kelo_dm_operations operations;
+  std::memset(&operations, 0x5A, sizeof operations);
+  const kelo_dm_operations before = operations;
+  dm_pal_reg(1, &operations);
+  EXPECT_EQ(0, std::memcmp(&before, &operations, sizeof operations));
+  dm_pal_reg(1, nullptr);
+
+  int matched = 5;
+  EXPECT_EQ(0, dm_pal_check_db_version_match(&matched));
+  EXPECT_EQ(0, kelo_dm_check_db_version_match(&matched));
+  EXPECT_EQ(5, matched);
+  EXPECT_EQ(0, kelo_dm_check_db_version_match(nullptr));
+  EXPECT_EQ(0, dm_pal_reg_store_area("/a/", "/b/"));
+  EXPECT_EQ(0, kelo_dm_reg_store_area("/a/", "/b/"));
+  EXPECT_EQ(0, kelo_dm_reg_store_area(nullptr, nullptr));
+  EXPECT_EQ(0, dm_pal_check_db_health());
+
+  kelo_dm_handle* const handle = kelo_dm_reg(1);
+  const kelo_dm_operations empty = {};
+  EXPECT_EQ(0, std::memcmp(&empty, &handle->operations, sizeof empty));
+  EXPECT_EQ(0, kelo_dm_unreg(handle));
+}
+
+// The exit status is the line of the claim that failed.
+TEST(Hooks, ProgramsOwnWinWithTheSharedLibrary) { EXPECT_EQ(0, exit_status("hooks_program_kelo_utils")); }
+
+TEST(Hooks, ProgramsOwnWinWithTheArchive) { EXPECT_EQ(0, exit_status("hooks_program_kelo_utils_static")); }
+
+}  // namespace
