@@ -1,0 +1,193 @@
+#include "kelo_utils/queue.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <string>
+
+#include "tests/support/queue_probe.hpp"
+#include "tests/support/stdout_capture.hpp"
+
+namespace {
+
+using kelo::tests::expect_sound;
+using kelo::tests::init_with;
+using kelo::tests::kQueueAssertion;
+using kelo::tests::Links;
+using kelo::tests::links_forward;
+using kelo::tests::QueueOfThree;
+using kelo::tests::shut_to_others;
+using kelo::tests::StdoutCapture;
+
+class QueueBroken : public QueueOfThree {};
+
+TEST_F(QueueBroken, DeletingALinkThatIsInNoQueueIsReportedAndChangesNothing) {
+  q_delete(&q, &b);
+  for (q_link_type* const outside : {&b, &x}) {
+    StdoutCapture output;
+    q_delete(&q, outside);
+    EXPECT_EQ(0, q_delete_ext(&q, outside));
+    EXPECT_EQ(std::string(kQueueAssertion) + kQueueAssertion, output.take());
+  }
+  expect_sound(q, {&a, &c});
+  EXPECT_FALSE(shut_to_others(q.lock));
+}
+
+TEST_F(QueueBroken, InsertingBeforeALinkThatIsInNoQueueIsReportedAndChangesNothing) {
+  StdoutCapture output;
+  q_insert(&q, &x, &y);
+  EXPECT_EQ(kQueueAssertion, output.take());
+  expect_sound(q, {&a, &b, &c});
+  EXPECT_EQ(nullptr, x.next_ptr);
+  EXPECT_EQ(nullptr, x.prev_ptr);
+  EXPECT_FALSE(shut_to_others(q.lock));
+}
+
+// A header as q_destroy() leaves it, with a lock that still works so that it can be looked at.
+class TornDownQueue : public QueueOfThree {
+ protected:
+  TornDownQueue() {
+    q.link = {};
+    q.cnt = 0;
+  }
+};
+
+TEST_F(TornDownQueue, GetAnswersNullAndKeepsTheLock) {
+  EXPECT_EQ(nullptr, q_get(&q));
+  EXPECT_TRUE(shut_to_others(q.lock));
+  EXPECT_EQ(0, pthread_mutex_unlock(&q.lock));
+  EXPECT_FALSE(shut_to_others(q.lock));
+}
+
+TEST_F(TornDownQueue, GetExtAnswersNullAndKeepsTheLock) {
+  EXPECT_EQ(nullptr, q_get_ext(&q));
+  EXPECT_TRUE(shut_to_others(q.lock));
+  EXPECT_EQ(0, pthread_mutex_unlock(&q.lock));
+  EXPECT_FALSE(shut_to_others(q.lock));
+}
+
+TEST_F(TornDownQueue, GetKeepsTheLockWhateverTheCount) {
+  q.cnt = 2;
+  EXPECT_EQ(nullptr, q_get(&q));
+  EXPECT_TRUE(shut_to_others(q.lock));
+  EXPECT_EQ(nullptr, q_get_ext(&q));
+  EXPECT_EQ(2, q.cnt);
+  EXPECT_EQ(0, pthread_mutex_unlock(&q.lock));
+  EXPECT_EQ(0, pthread_mutex_unlock(&q.lock));
+}
+
+TEST_F(TornDownQueue, OtherRemovalsAndLooksAnswerNullAndReleaseTheLock) {
+  EXPECT_EQ(nullptr, q_last_get(&q));
+  EXPECT_EQ(nullptr, q_check(&q));
+  EXPECT_EQ(nullptr, q_last_check(&q));
+  EXPECT_EQ(nullptr, q_next(&q, &q.link));
+  EXPECT_FALSE(shut_to_others(q.lock));
+}
+
+TEST_F(TornDownQueue, PutIsReportedAndChangesNothing) {
+  StdoutCapture output;
+  q_put(&q, &x);
+  EXPECT_EQ(kQueueAssertion, output.take());
+  EXPECT_EQ(nullptr, x.next_ptr);
+  EXPECT_EQ(nullptr, q.link.next_ptr);
+  EXPECT_EQ(nullptr, q.link.prev_ptr);
+  EXPECT_EQ(0, q_cnt(&q));
+  EXPECT_FALSE(shut_to_others(q.lock));
+}
+
+TEST(QueueZeroed, GetOnAHeaderNeverInitialisedKeepsItsLock) {
+  static q_type zeroed;
+  EXPECT_EQ(nullptr, q_get(&zeroed));
+  EXPECT_TRUE(shut_to_others(zeroed.lock));
+  EXPECT_EQ(0, pthread_mutex_unlock(&zeroed.lock));
+  EXPECT_EQ(nullptr, q_get_ext(&zeroed));
+  EXPECT_TRUE(shut_to_others(zeroed.lock));
+  EXPECT_EQ(0, pthread_mutex_unlock(&zeroed.lock));
+}
+
+TEST_F(TornDownQueue, MoveIntoItIsReportedAndMovesNothing) {
+  q_type source;
+  init_with(source, {&x, &y});
+  StdoutCapture output;
+  q_m_put(&q, &source);
+  EXPECT_EQ(kQueueAssertion, output.take());
+  expect_sound(source, {&x, &y});
+  EXPECT_EQ(nullptr, q.link.prev_ptr);
+  EXPECT_EQ(0, q_cnt(&q));
+  EXPECT_FALSE(shut_to_others(q.lock));
+  EXPECT_FALSE(shut_to_others(source.lock));
+}
+
+TEST_F(QueueBroken, GetOnABrokenCircleIsReportedAndChangesNothing) {
+  a.next_ptr = nullptr;
+  StdoutCapture output;
+  EXPECT_EQ(nullptr, q_get(&q));
+  EXPECT_EQ(kQueueAssertion, output.take());
+  EXPECT_EQ(3, q_cnt(&q));
+  EXPECT_EQ(&a, q_check(&q));
+  EXPECT_FALSE(shut_to_others(q.lock));
+}
+
+TEST_F(QueueBroken, LastGetOnABrokenCircleIsReportedAndChangesNothing) {
+  c.prev_ptr = nullptr;
+  {
+    StdoutCapture output;
+    EXPECT_EQ(nullptr, q_last_get(&q));
+    EXPECT_EQ(kQueueAssertion, output.take());
+  }
+  EXPECT_EQ(3, q_cnt(&q));
+  EXPECT_EQ(&c, q_last_check(&q));
+  q.link.prev_ptr = nullptr;
+  StdoutCapture output;
+  EXPECT_EQ(nullptr, q_last_get(&q));
+  EXPECT_EQ(kQueueAssertion, output.take());
+  EXPECT_FALSE(shut_to_others(q.lock));
+}
+
+TEST_F(QueueBroken, GetExtOnABrokenCircleEndsTheProcess) {
+  a.next_ptr = nullptr;
+  const auto get_ext_with_output_on_stderr = [&] {
+    dup2(STDERR_FILENO, STDOUT_FILENO);
+    q_get_ext(&q);
+  };
+  EXPECT_EXIT(get_ext_with_output_on_stderr(), testing::KilledBySignal(SIGABRT),
+              testing::StrEq("link_ptr->next_ptr is NULL"));
+}
+
+TEST_F(QueueBroken, GetExtOnABrokenCircleThatCountsNothingAnswersNull) {
+  a.next_ptr = nullptr;
+  q.cnt = 0;
+  EXPECT_EQ(nullptr, q_get_ext(&q));
+  EXPECT_FALSE(shut_to_others(q.lock));
+}
+
+TEST_F(QueueBroken, CountBelowOneHidesTheElements) {
+  for (const int count : {0, -1}) {
+    q.cnt = count;
+    EXPECT_EQ(nullptr, q_get(&q));
+    EXPECT_EQ(nullptr, q_get_ext(&q));
+    EXPECT_EQ(nullptr, q_last_get(&q));
+    EXPECT_EQ(nullptr, q_check(&q));
+    EXPECT_EQ(nullptr, q_last_check(&q));
+    EXPECT_EQ(count, q_cnt(&q));
+    EXPECT_EQ((Links{&a, &b, &c}), links_forward(q));
+    EXPECT_FALSE(shut_to_others(q.lock));
+  }
+}
+
+TEST(QueueCount, HeaderIsNeverHandedOutHoweverHighTheCount) {
+  q_type q;
+  q_init(&q);
+  q.cnt = 3;
+  EXPECT_EQ(nullptr, q_check(&q));
+  EXPECT_EQ(nullptr, q_last_check(&q));
+  EXPECT_EQ(nullptr, q_get(&q));
+  EXPECT_EQ(nullptr, q_get_ext(&q));
+  EXPECT_EQ(nullptr, q_last_get(&q));
+  expect_sound(q, {});
+}
+
+}  // namespace
