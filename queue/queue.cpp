@@ -20,6 +20,7 @@ using kelo::base::LockGuard;
 using kelo::queue::add_to_count;
 using kelo::queue::all_present;
 using kelo::queue::count;
+using kelo::queue::element;
 using kelo::queue::present;
 using kelo::queue::set_count;
 
@@ -28,10 +29,6 @@ void set_empty(q_type& q) {
   q.link.prev_ptr = &q.link;
   set_count(q, 0);
 }
-
-// A caller steps from a link back to its record: the header, which stands in for an element when the count is
-// higher than the circle is long, must not reach it.
-q_link_type* element(const q_type& q, q_link_type* link) { return link == &q.link ? nullptr : link; }
 
 void insert_locked(q_type& q, q_link_type& fresh, q_link_type& before) {
   q_link_type* const previous = before.prev_ptr;
@@ -135,7 +132,7 @@ q_link_type* q_last_get(q_type* q) {
 q_link_type* q_check(q_type* q) {
   if (!present(q)) return nullptr;
   const LockGuard guard(q->lock);
-  return count(*q) < 1 ? nullptr : element(*q, q->link.next_ptr);
+  return kelo::queue::head(*q);
 }
 
 q_link_type* q_last_check(q_type* q) {
@@ -147,7 +144,7 @@ q_link_type* q_last_check(q_type* q) {
 q_link_type* q_next(q_type* q, q_link_type* link) {
   if (!all_present(q, link)) return nullptr;
   const LockGuard guard(q->lock);
-  return element(*q, link->next_ptr);
+  return kelo::queue::successor(*q, *link);
 }
 
 void q_insert(q_type* q, q_link_type* new_link, q_link_type* before_link) {

@@ -43,6 +43,16 @@ inline void add_to_count(q_type& q, std::int32_t change) {
                                          static_cast<std::uint32_t>(change)));
 }
 
+// The looks below want the lock held.
+
+// A caller steps from a link back to its record: the header, which stands in for an element when the count is
+// higher than the circle is long, must not reach it.
+inline q_link_type* element(const q_type& q, q_link_type* link) { return link == &q.link ? nullptr : link; }
+
+inline q_link_type* head(const q_type& q) { return count(q) < 1 ? nullptr : element(q, q.link.next_ptr); }
+
+inline q_link_type* successor(const q_type& q, const q_link_type& link) { return element(q, link.next_ptr); }
+
 }  // namespace kelo::queue
 
 #endif  // KELO_QUEUE_QUEUE_CORE_HPP

@@ -7,7 +7,9 @@ namespace {
 using kelo::base::LockGuard;
 using kelo::queue::add_to_count;
 using kelo::queue::count;
+using kelo::queue::head;
 using kelo::queue::present;
+using kelo::queue::successor;
 
 struct Match {
   q_link_type* link;      // null: nothing matched
@@ -17,7 +19,7 @@ struct Match {
 // The walk of a linear removal; the caller holds the lock.
 Match find_locked(q_type& q, q_compare_fn compare, const void* param) {
   q_link_type* previous = nullptr;
-  for (q_link_type* link = q_check(&q); link != nullptr; link = q_next(&q, link)) {
+  for (q_link_type* link = head(q); link != nullptr; link = successor(q, *link)) {
     if (compare(link, param) != 0) return {link, previous};
     previous = link;
   }
@@ -44,7 +46,7 @@ q_link_type* q_linear_search(q_type* q, q_compare_fn compare, const void* param)
   for (;;) {
     // One step: the comparison shares the lock with the advance, so it never sees a link that has just left.
     const LockGuard guard(q->lock);
-    link = link == nullptr ? q_check(q) : q_next(q, link);
+    link = link == nullptr ? head(*q) : successor(*q, *link);
     if (link == nullptr || compare(link, param) != 0) return link;
   }
 }
