@@ -1,1 +1,30 @@
-# install rules
+# What `cmake --install` lays down: libraries, headers, the CMake package and the pkg-config modules.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS kelo_utils kelo_utils_static kelo_utils_sqlite EXPORT kelo_utils-targets)
+install(DIRECTORY include/kelo_utils TYPE INCLUDE FILES_MATCHING PATTERN *.h)
+
+set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/kelo_utils)
+install(EXPORT kelo_utils-targets NAMESPACE kelo:: DESTINATION ${package_folder})
+configure_package_config_file(cmake/kelo_utils-config.cmake.in kelo_utils-config.cmake
+  INSTALL_DESTINATION ${package_folder})
+write_basic_package_version_file(kelo_utils-config-version.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kelo_utils-config.cmake
+              ${CMAKE_CURRENT_BINARY_DIR}/kelo_utils-config-version.cmake
+        DESTINATION ${package_folder})
+
+# The modules find their own prefix, so that an installed tree can be moved, into a sysroot for one.
+cmake_path(SET pkgconfig_folder ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX}/${pkgconfig_folder}
+           OUTPUT_VARIABLE KELO_PREFIX_FROM_PKGCONFIG)
+set(KELO_DIAG_LINK_FLAG "")
+if(KELO_DIAG_LIBRARY MATCHES "[/.]")
+  set(KELO_DIAG_LINK_FLAG ${KELO_DIAG_LIBRARY})
+elseif(KELO_DIAG_LIBRARY)
+  set(KELO_DIAG_LINK_FLAG -l${KELO_DIAG_LIBRARY})
+endif()
+list(JOIN KELO_SQLITE_HOOKS_OPTIONS " " KELO_SQLITE_HOOKS_FLAGS)
+foreach(module kelo_utils kelo_utils_sqlite)
+  configure_file(cmake/${module}.pc.in ${module}.pc @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${module}.pc DESTINATION ${pkgconfig_folder})
+endforeach()

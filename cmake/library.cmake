@@ -29,6 +29,9 @@ add_custom_command(
   DEPENDS ${CMAKE_SOURCE_DIR}/abi/exports.txt ${CMAKE_SOURCE_DIR}/cmake/version_script.cmake)
 add_custom_target(kelo_version_script DEPENDS ${KELO_VERSION_SCRIPT})
 
+# CMake would hand the C driver the C++ run time for these objects, which need none of it.
+set(CMAKE_CXX_IMPLICIT_LINK_LIBRARIES "")
+
 function(kelo_library target type)
   add_library(${target} ${type} $<TARGET_OBJECTS:kelo_utils_objects>)
   set_target_properties(${target} PROPERTIES OUTPUT_NAME kelo_utils LINKER_LANGUAGE C)
@@ -40,7 +43,8 @@ kelo_library(kelo_utils SHARED)
 set_target_properties(kelo_utils PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 0 EXPORT_NAME utils)
 set_property(TARGET kelo_utils PROPERTY LINK_DEPENDS ${KELO_VERSION_SCRIPT})
 add_dependencies(kelo_utils kelo_version_script)
-target_link_libraries(kelo_utils PRIVATE SQLite::SQLite3 Threads::Threads ${KELO_DIAG_LIBRARY})
+# A daemon that logs calls the diagnostic channel itself, so it links the platform's library too.
+target_link_libraries(kelo_utils PRIVATE SQLite::SQLite3 Threads::Threads PUBLIC ${KELO_DIAG_LIBRARY})
 target_link_options(kelo_utils PRIVATE
   -Wl,--version-script=${KELO_VERSION_SCRIPT} -Wl,-z,relro -Wl,-z,now -Wl,--gc-sections -Wl,--as-needed
   -Wl,-Map=${CMAKE_BINARY_DIR}/kelo_utils.link.map)

@@ -1,0 +1,23 @@
+// The data manager's hooks with the SQLite back-end behind them. Not part of the library: a daemon gets this
+// one object by linking kelo_utils_sqlite.
+#include <cstdint>
+
+#include "kelo_utils/sqlite.h"
+
+// Names the object for the link option that comes with it, so that it is taken from its archive before the
+// library's own hooks are found.
+extern "C" const char kelo_utils_sqlite_hooks = 1;
+
+void dm_pal_reg(std::int32_t /*id*/, kelo_dm_operations* operations) { sqlite_reg(operations); }
+
+int dm_pal_reg_store_area(const char* primary_dir, const char* backup_dir) {
+  sqlite_reg_store_area(primary_dir, backup_dir);
+  return 0;
+}
+
+int dm_pal_check_db_version_match(int* matched) {
+  sqlite_chk_db_ver_match(matched);
+  return 0;
+}
+
+int dm_pal_check_db_health() { return check_database_health(DB_CONFIG); }
