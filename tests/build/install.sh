@@ -1,0 +1,20 @@
+#!/usr/bin/env bash
+# Installs into an empty prefix and looks at what came.
+# shellcheck source=common.sh
+. "$(dirname -- "${BASH_SOURCE[0]}")/common.sh"
+rm -rf "$prefix"
+"$CMAKE" --install "$BINARY_TREE" --prefix "$prefix" > /dev/null
+
+for name in "$SOURCE_TREE"/include/kelo_utils/*.h; do
+  cmp "$name" "$prefix/include/kelo_utils/$(basename "$name")" || failed=1
+done
+library=$(find "$prefix" -name libkelo_utils.so.0 -printf '%h\n')
+for name in libkelo_utils.so libkelo_utils.so.0 libkelo_utils.a libkelo_utils_sqlite.a pkgconfig/kelo_utils.pc \
+  pkgconfig/kelo_utils_sqlite.pc cmake/kelo_utils/kelo_utils-config.cmake; do
+  [ -e "$library/$name" ] || { echo "missing: $name" && failed=1; }
+done
+"$READELF" -d "$library/libkelo_utils.so" | grep -q 'SONAME.*\[libkelo_utils\.so\.0\]' || { echo "soname" && failed=1; }
+if grep -rlF -e "$SOURCE_TREE" -e "$BINARY_TREE" "$library/cmake" "$library/pkgconfig"; then
+  echo "names the folders it was built in" && failed=1
+fi
+exit "$failed"
