@@ -21,7 +21,7 @@ using namespace kelo::store;
 using kelo::base::Stream;
 
 // Readers of the file expect the NUL as part of the line end.
-constexpr std::string_view kLineEnd("\r\n", 3);
+constexpr std::string_view kLineEnd("\r\n\0", 3);
 constexpr std::size_t kLineSize = 512;
 
 // One line of the file; what does not fit before the line end is cut.
