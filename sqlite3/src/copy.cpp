@@ -20,7 +20,8 @@ using PathText = FixedText<DM_SQLITE_PATH_SIZE + 16>;
 
 PathText previous_of(const char* target) { return PathText("%s-previous", target); }
 
-std::string_view directory_of(std::string_view path) { return path.substr(0, path.rfind('/') + 1); }
+// substr() would bring in the C++ run time.
+std::string_view directory_of(std::string_view path) { return {path.data(), path.rfind('/') + 1}; }
 
 bool is_file_of(const char* path, const Descriptor& descriptor) {
   struct stat named {};
