@@ -118,10 +118,14 @@ typedef int (*kelo_dm_event_fn)(int32_t id, const void* data, int32_t len);
  * @{
  */
 /** The `def_value` of a string item: the address of the NUL-terminated `text`, which must stay alive. */
+#ifdef __cplusplus
+#define KELO_DM_TEXT(text) reinterpret_cast<intptr_t>(text)
+#else
 #define KELO_DM_TEXT(text) ((intptr_t)(text))
+#endif
 
 /** The `def_value` of a buffer item: the address of the array `bytes`, which must stay alive. */
-#define KELO_DM_BYTES(bytes) ((intptr_t)(bytes))
+#define KELO_DM_BYTES(bytes) KELO_DM_TEXT(bytes)
 
 /** A row in full: `type` is a ::kelo_dm_type, `value` the `def_value`, `len` its length in bytes. */
 #define KELO_DM_ITEM(id, table, key, type, value, len)                      \

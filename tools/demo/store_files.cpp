@@ -59,7 +59,7 @@ std::string peek(const std::string& database, const std::string& query) {
 }
 
 std::string journal_state() {
-  const std::string state = peek(DB_STATE, "select state from state");
+  std::string state = peek(DB_STATE, "select state from state");
   if (state == std::to_string(WS_READY)) return "WS_READY (100)";
   if (state == std::to_string(WS_WRITE_DONE)) return "WS_WRITE_DONE (101)";
   if (state == std::to_string(WS_BACKUP_DONE)) return "WS_BACKUP_DONE (102)";
