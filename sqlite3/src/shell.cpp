@@ -12,6 +12,17 @@ struct PipeCloser {
   void operator()(std::FILE* pipe) const { pclose(pipe); }
 };
 
+// Daemons get signals whose handlers do not restart a read: what the command wrote must not be lost to one.
+std::size_t read_through_signals(std::FILE* pipe, char* out, std::size_t size) {
+  std::size_t count = 0;
+  while (count < size) {
+    count += std::fread(out + count, 1, size - count, pipe);
+    if (std::ferror(pipe) == 0 || errno != EINTR) break;
+    std::clearerr(pipe);
+  }
+  return count;
+}
+
 }  // namespace
 
 int dm_sqlite_system_cmd(const char* command, char* out, unsigned int out_size) {
@@ -25,7 +36,7 @@ int dm_sqlite_system_cmd(const char* command, char* out, unsigned int out_size) 
     return -1;
   }
   if (out != nullptr) {
-    const std::size_t count = std::fread(out, 1, out_size, pipe.get());
+    const std::size_t count = read_through_signals(pipe.get(), out, out_size);
     KELO_LOG(LOG_LVL_DBUG, "read_len=%d\n", static_cast<int>(count));
   }
   return 0;

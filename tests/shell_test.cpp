@@ -1,0 +1,151 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <set>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "kelo_utils/sqlite.h"
+#include "tests/support/database.hpp"
+#include "tests/support/descriptors.hpp"
+#include "tests/support/log_capture.hpp"
+#include "tests/support/sqlite_faults.hpp"
+
+namespace {
+
+using kelo::tests::Fault;
+using kelo::tests::listed_descriptors;
+using kelo::tests::LogCapture;
+using kelo::tests::open_descriptors;
+
+constexpr int kDebug = 0;
+constexpr int kError = 3;
+constexpr char kFunction[] = "dm_sqlite_system_cmd";
+
+class Shell : public testing::Test {
+ protected:
+  Shell() { output_.fill('#'); }
+
+  // What a call left in its buffer, whose untouched bytes are '#'.
+  std::string_view output(std::size_t size) const { return {output_.data(), size}; }
+
+  std::array<char, 256> output_{};
+  LogCapture log_;
+};
+
+TEST_F(Shell, NullCommand) {
+  EXPECT_EQ(-1, dm_sqlite_system_cmd(nullptr, output_.data(), 16));
+  EXPECT_EQ("####", output(4));
+  EXPECT_EQ(1, log_.count(kError, kFunction, "dm_sqlite_system_cmd NULL\n")) << log_.dump();
+  EXPECT_EQ(1U, log_.lines().size());
+}
+
+TEST_F(Shell, OutputIsReadWithoutTerminator) {
+  EXPECT_EQ(0, dm_sqlite_system_cmd("echo hello", output_.data(), 255));
+  EXPECT_EQ("hello\n##", output(8));
+  EXPECT_EQ(1, log_.count(kDebug, kFunction, "read_len=6\n")) << log_.dump();
+  EXPECT_EQ(1U, log_.lines().size());
+}
+
+TEST_F(Shell, OutputStopsAtTheGivenSize) {
+  constexpr std::size_t kLength = 10;
+  for (const unsigned size : {0U, 1U, 9U, 10U, 11U}) {
+    log_.clear();
+    output_.fill('#');
+    EXPECT_EQ(0, dm_sqlite_system_cmd("printf 0123456789", output_.data(), size));
+    const std::size_t read = std::min<std::size_t>(size, kLength);
+    EXPECT_EQ(std::string("0123456789").substr(0, read) + "##", output(read + 2));
+    EXPECT_EQ(1, log_.count(kDebug, kFunction, "read_len=" + std::to_string(read) + "\n")) << log_.dump();
+  }
+}
+
+TEST_F(Shell, OutputInPiecesIsReadWhole) {
+  EXPECT_EQ(0,
+            dm_sqlite_system_cmd("printf a; /bin/true; printf b; /bin/true; printf c", output_.data(), 255));
+  EXPECT_EQ("abc#", output(4));
+}
+
+TEST_F(Shell, WithoutABufferTheCommandRunsToItsEnd) {
+  EXPECT_EQ(0, dm_sqlite_system_cmd("echo done > /tmp/ran", nullptr, 16));
+  EXPECT_EQ("done\n", kelo::tests::read_file("/tmp/ran"));
+  EXPECT_TRUE(log_.lines().empty()) << log_.dump();
+}
+
+TEST_F(Shell, ExitStatusIsNotExamined) {
+  EXPECT_EQ(0, dm_sqlite_system_cmd("exit 3", output_.data(), 16));
+  EXPECT_EQ(0, dm_sqlite_system_cmd("kill -KILL $$", output_.data(), 16));
+  EXPECT_EQ(0, dm_sqlite_system_cmd("", output_.data(), 16));
+  EXPECT_EQ(0, dm_sqlite_system_cmd("no-such-command 2> /dev/null", output_.data(), 16));
+  EXPECT_EQ("##", output(2));
+  EXPECT_EQ(4, log_.count(kDebug, kFunction, "read_len=0\n")) << log_.dump();
+}
+
+TEST_F(Shell, PipeThatCannotBeMade) {
+  const Fault fault({.function = "popen", .code = EMFILE});
+  EXPECT_EQ(-1, dm_sqlite_system_cmd("echo hello", output_.data(), 16));
+  EXPECT_EQ("####", output(4));
+  EXPECT_EQ(1, log_.count(kError, kFunction, "system command failed: (24) Too many open files\n"))
+      << log_.dump();
+  EXPECT_EQ(1U, log_.lines().size());
+}
+
+// Daemons get signals of their own, whose handlers need not restart the calls they interrupt.
+TEST_F(Shell, ASignalDoesNotCutTheOutputShort) {
+  struct sigaction action {};
+  action.sa_handler = [](int) { close(creat("/tmp/caught", 0600)); };
+  ASSERT_EQ(0, sigaction(SIGUSR1, &action, nullptr));
+  // Once the reader sleeps it waits for the pipe: the signal is sent then, and the output only after it.
+  constexpr char kCommand[] =
+      "until grep -q '^State:.S' /proc/$PPID/task/$PPID/status; do :; done;"
+      "kill -USR1 $PPID; until [ -e /tmp/caught ]; do :; done; printf whole";
+  EXPECT_EQ(0, dm_sqlite_system_cmd(kCommand, output_.data(), 255));
+  EXPECT_EQ("whole#", output(6));
+}
+
+TEST_F(Shell, NoDescriptorIsLeftOpen) {
+  const auto before = open_descriptors();
+  dm_sqlite_system_cmd("echo hello", output_.data(), 255);
+  dm_sqlite_system_cmd("echo hello", output_.data(), 1);
+  dm_sqlite_system_cmd("echo hello", nullptr, 0);
+  dm_sqlite_system_cmd(nullptr, nullptr, 0);
+  EXPECT_EQ(before, open_descriptors());
+}
+
+// Everything in a file made by `ls -l /proc/self/fd` is a standard stream or what the test was started with.
+void expect_nothing_inherited(const std::set<std::string>& before) {
+  const auto held = listed_descriptors("/tmp/descriptors");
+  EXPECT_GE(held.size(), 3U);
+  for (const std::string& descriptor : held) {
+    const bool standard = descriptor[0] <= '2' && descriptor[1] == ' ';
+    EXPECT_TRUE(standard || before.count(descriptor) == 1) << descriptor;
+  }
+}
+
+TEST_F(Shell, ACommandHoldsNoDescriptorOfTheLibrary) {
+  const auto before = open_descriptors();
+  EXPECT_EQ(0, dm_sqlite_system_cmd("ls -l /proc/self/fd > /tmp/descriptors", nullptr, 0));
+  expect_nothing_inherited(before);
+}
+
+TEST_F(Shell, AnotherProgramHoldsNoPipeOfARunningCommand) {
+  ASSERT_EQ(0, mkfifo("/tmp/started", 0600));
+  ASSERT_EQ(0, mkfifo("/tmp/end", 0600));
+  const auto before = open_descriptors();
+  std::thread caller(
+      [this] { dm_sqlite_system_cmd("echo > /tmp/started; cat /tmp/end", output_.data(), 255); });
+  kelo::tests::read_file("/tmp/started");
+  EXPECT_EQ(0, std::system("ls -l /proc/self/fd > /tmp/descriptors"));
+  kelo::tests::write_file("/tmp/end", "");
+  caller.join();
+  expect_nothing_inherited(before);
+}
+
+}  // namespace
