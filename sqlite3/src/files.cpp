@@ -53,6 +53,9 @@ void sqlite_reg_store_area(const char* primary_dir, const char* backup_dir) {
 }
 
 int dm_pal_check_db_exist() {
+  // A file that a crash left under its second name is there all the same.
+  kelo::store::undo_interrupted_copy(DB_CONFIG);
+  kelo::store::undo_interrupted_copy(DB_CONFIGBAK);
   if (access(DB_CONFIG, F_OK) != 0 || access(DB_CONFIGBAK, F_OK) != 0) return -1;
   KELO_LOG(LOG_LVL_WRN, "config && configbak all exist\n");
   return 0;
