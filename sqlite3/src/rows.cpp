@@ -67,6 +67,10 @@ int fetch_value(const char* caller, sqlite3_stmt* select, void* buf, int size, s
 
 int dm_record_exist(sqlite3* db, const char* table, const char* key) {
   using namespace kelo::store;
+  if (db == nullptr || table == nullptr || key == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    return 0;
+  }
   const SqlText select(sql::kSelectExistence, table, key);
   const Rows found = select_rows(db, select.c_str());
   if (!found.outcome.ok()) {
