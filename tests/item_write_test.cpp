@@ -1,0 +1,804 @@
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "kelo_utils/log.h"
+#include "kelo_utils/sqlite.h"
+#include "tests/support/database.hpp"
+#include "tests/support/descriptors.hpp"
+#include "tests/support/file_holder.hpp"
+#include "tests/support/log_capture.hpp"
+#include "tests/support/reference_crc.hpp"
+#include "tests/support/sqlite_faults.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+using kelo::tests::CallTrace;
+using kelo::tests::execute_sql;
+using kelo::tests::Fault;
+using kelo::tests::file_exists;
+using kelo::tests::FileHolder;
+using kelo::tests::item_rows;
+using kelo::tests::ItemRow;
+using kelo::tests::journal_row;
+using kelo::tests::journal_state;
+using kelo::tests::JournalRow;
+using kelo::tests::kEveryTime;
+using kelo::tests::LogCapture;
+using kelo::tests::open_descriptors;
+using kelo::tests::read_file;
+using kelo::tests::reference_crc;
+using kelo::tests::scalar;
+using kelo::tests::ShortBusyTimeout;
+
+constexpr int kDebug = 0;
+constexpr int kError = 3;
+constexpr char kRecovery[] = "/kelonvbak/data/config.db";
+constexpr char kCreateItems[] =
+    "create table if not exists net (id integer not null,key text not null,type integer not null,len integer "
+    "not null,crc integer not null,value blob)";
+constexpr char kCopyToBackup[] = "cp /data/config.db /data/configbak.db";
+constexpr char kCopyFromBackup[] = "cp /data/configbak.db /data/config.db";
+constexpr char kCopyFromRecovery[] = "cp /kelonvbak/data/config.db /data/config.db";
+
+using Items = std::vector<ItemRow>;
+
+int write_item(const std::string& key, const std::string& value) {
+  return dm_pal_write("net", 7, key.c_str(), 5, value.data(), static_cast<int>(value.size()));
+}
+
+ItemRow row_of(const std::string& key, const std::string& value) {
+  return {7, key, 5, static_cast<std::int64_t>(value.size()), reference_crc(value), value};
+}
+
+// The names of everything in a directory but the switch file of the log.
+std::vector<std::string> files_in(const fs::path& directory) {
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(directory)) {
+    if (entry.path().filename() != "log_enable") names.push_back(entry.path().filename());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+class ItemWrite : public testing::Test {
+ protected:
+  // The texts of one level logged under one function.
+  std::vector<std::string> texts(int level, const std::string& function) const {
+    std::vector<std::string> found;
+    for (const auto& line : log_.lines()) {
+      if (line.level == level && line.function == function) found.push_back(line.text);
+    }
+    return found;
+  }
+  using Texts = std::vector<std::string>;
+
+  LogCapture log_;
+};
+
+// --- The whole write
+// ----------------------------------------------------------------------------------------
+
+TEST_F(ItemWrite, FirstWriteMakesThreeFiles) {
+  EXPECT_EQ(0, write_item("ssid", "home"));
+  EXPECT_EQ((Texts{"config.db", "configbak.db", "state.db"}), files_in("/data"));
+  EXPECT_EQ(Items{row_of("ssid", "home")}, item_rows(DB_CONFIG, "net"));
+  EXPECT_EQ(read_file(DB_CONFIG), read_file(DB_CONFIGBAK));
+  EXPECT_EQ((JournalRow{"write_state", "net", 7, "ssid", 5, 4, 102}), journal_row(DB_STATE));
+  EXPECT_EQ(
+      "CREATE TABLE net (id integer not null,key text not null,type integer not null,len integer not "
+      "null,crc "
+      "integer not null,value blob)",
+      kelo::tests::table_schema(DB_CONFIG, "net"));
+}
+
+TEST_F(ItemWrite, SecondWriteUpdatesTheRow) {
+  EXPECT_EQ(0, write_item("ssid", "home"));
+  EXPECT_EQ(0, write_item("ssid", "cabin"));
+  EXPECT_EQ(Items{row_of("ssid", "cabin")}, item_rows(DB_CONFIG, "net"));
+  EXPECT_EQ(Items{row_of("ssid", "cabin")}, item_rows(DB_CONFIGBAK, "net"));
+}
+
+TEST_F(ItemWrite, EachItemTableIsItsOwn) {
+  EXPECT_EQ(0, dm_pal_write("net", 7, "name", 5, "home", 4));
+  EXPECT_EQ(0, dm_pal_write("lan", 8, "name", 6, "bridge", 6));
+  EXPECT_EQ(Items{row_of("name", "home")}, item_rows(DB_CONFIGBAK, "net"));
+  EXPECT_EQ((Items{{8, "name", 6, 6, reference_crc("bridge"), "bridge"}}), item_rows(DB_CONFIGBAK, "lan"));
+}
+
+TEST_F(ItemWrite, EmptyValueIsStored) {
+  EXPECT_EQ(0, dm_pal_write("net", 7, "ssid", 5, "unused", 0));
+  EXPECT_EQ((Items{{7, "ssid", 5, 0, 0, ""}}), item_rows(DB_CONFIGBAK, "net"));
+  EXPECT_EQ((JournalRow{"write_state", "net", 7, "ssid", 5, 0, 102}), journal_row(DB_STATE));
+}
+
+TEST_F(ItemWrite, LongValueIsStoredWholeInBothFiles) {
+  const std::string value(70000, 'v');
+  EXPECT_EQ(0, write_item("blob", value));
+  EXPECT_EQ(Items{row_of("blob", value)}, item_rows(DB_CONFIG, "net"));
+  EXPECT_EQ(Items{row_of("blob", value)}, item_rows(DB_CONFIGBAK, "net"));
+}
+
+TEST_F(ItemWrite, LogOfANormalWrite) {
+  EXPECT_EQ(0, write_item("ssid", "home"));
+  // This line is an error's only in name.
+  EXPECT_EQ(Texts{std::string("ERROR: ") + kCopyToBackup}, texts(kError, "dm_pal_write"));
+  EXPECT_EQ(1, log_.count_containing(kError, "")) << log_.dump();
+  EXPECT_EQ(1, log_.count(kDebug, "check_database_health", "is_corrupted=0\n")) << log_.dump();
+  EXPECT_EQ(1, log_.count(kDebug, "dm_sqlite_system_cmd", "read_len=0\n")) << log_.dump();
+}
+
+TEST_F(ItemWrite, NullArgumentsAndNegativeLength) {
+  EXPECT_EQ(-1, dm_pal_write(nullptr, 7, "ssid", 5, "home", 4));
+  EXPECT_EQ(-1, dm_pal_write("net", 7, nullptr, 5, "home", 4));
+  EXPECT_EQ(-1, dm_pal_write("net", 7, "ssid", 5, nullptr, 4));
+  EXPECT_EQ(-1, dm_pal_write("net", 7, "ssid", 5, nullptr, 0));
+  EXPECT_EQ(-1, dm_pal_write("net", 7, "ssid", 5, "home", -1));
+  EXPECT_EQ(5, log_.count(kError, "dm_pal_write", "dm_pal_write NULL\n")) << log_.dump();
+  EXPECT_EQ(5U, log_.lines().size());
+  EXPECT_TRUE(files_in("/data").empty()) << "a refused write left a file";
+}
+
+TEST_F(ItemWrite, PrimaryThatCannotBeOpened) {
+  write_item("ssid", "home");
+  log_.clear();
+  fs::remove(DB_CONFIG);
+  fs::create_directory(DB_CONFIG);
+  EXPECT_EQ(-1, write_item("ssid", "cabin"));
+  EXPECT_EQ(Texts{"dm_update_db: \n"}, texts(kError, "dm_pal_write")) << log_.dump();
+  EXPECT_EQ(Texts{"sqlite3_open failed: unable to open database file\n"}, texts(kError, "dm_write_db"));
+  EXPECT_EQ(WS_READY, journal_state(DB_STATE));
+  EXPECT_EQ("home", scalar(DB_CONFIGBAK, "select value from net"));
+}
+
+TEST_F(ItemWrite, JournalFailuresDoNotStopIt) {
+  fs::create_directory(DB_STATE);
+  EXPECT_EQ(0, write_item("ssid", "home"));
+  EXPECT_EQ((Texts{"dm_write_state_db  WS_READY failed: -1\n", std::string("ERROR: ") + kCopyToBackup,
+                   "dm_write_state_db  WS_WRITE_DONE failed: -1\n",
+                   "dm_write_state_db  WS_BACKUP_DONE failed: -1\n"}),
+            texts(kError, "dm_pal_write"));
+  EXPECT_EQ("home", scalar(DB_CONFIGBAK, "select value from net"));
+}
+
+TEST_F(ItemWrite, OneFailingJournalStepIsNamed) {
+  constexpr const char* kSteps[] = {"state=100", "state=101", "state=102"};
+  constexpr const char* kNames[] = {"WS_READY", "WS_WRITE_DONE", "WS_BACKUP_DONE"};
+  write_item("ssid", "home");
+  for (std::size_t i = 0; i < std::size(kSteps); ++i) {
+    log_.clear();
+    const Fault fault({.function = "sqlite3_exec", .code = SQLITE_BUSY, .text = kSteps[i]});
+    EXPECT_EQ(0, write_item("ssid", "cabin"));
+    EXPECT_EQ(1, log_.count(kError, "dm_pal_write",
+                            "dm_write_state_db  " + std::string(kNames[i]) + " failed: -1\n"))
+        << log_.dump();
+    EXPECT_EQ(1, log_.count_containing(kError, " failed: -1\n")) << log_.dump();
+  }
+}
+
+TEST_F(ItemWrite, RowFailuresAreReportedAsSuccess) {
+  write_item("ssid", "home");
+  const Fault fault({.function = "sqlite3_step", .code = SQLITE_FULL, .text = "update net"});
+  EXPECT_EQ(0, write_item("ssid", "cabin"));
+  EXPECT_EQ(1, log_.count_matching(kError, R"(\d+ step failed rc: 13\n)")) << log_.dump();
+  EXPECT_EQ(WS_BACKUP_DONE, journal_state(DB_STATE)) << "the journal advances all the same";
+  EXPECT_EQ("home", scalar(DB_CONFIGBAK, "select value from net"));
+}
+
+// --- The backup
+// ---------------------------------------------------------------------------------------------
+
+TEST_F(ItemWrite, UnhealthyPrimaryIsNotCopied) {
+  write_item("ssid", "home");
+  execute_sql(DB_CONFIG, "create table ballast (text); insert into ballast values (zeroblob(3000))");
+  const int page = std::stoi(scalar(DB_CONFIG, "select rootpage from sqlite_master where name='ballast'"));
+  const int page_size = std::stoi(scalar(DB_CONFIG, "pragma page_size"));
+  const std::string backup = read_file(DB_CONFIGBAK);
+  kelo::tests::overwrite_file(DB_CONFIG, static_cast<std::size_t>((page - 1) * page_size),
+                              "\xA5\xA5\xA5\xA5");
+  log_.clear();
+  const CallTrace trace;
+  EXPECT_EQ(0, write_item("ssid", "cabin"));
+  EXPECT_EQ("cabin", scalar(DB_CONFIG, "select value from net"));
+  EXPECT_EQ(0, trace.count("popen")) << trace.dump();
+  EXPECT_EQ(backup, read_file(DB_CONFIGBAK));
+  EXPECT_EQ(WS_BACKUP_DONE, journal_state(DB_STATE));
+  EXPECT_EQ(Texts{}, texts(kError, "dm_pal_write"));
+}
+
+TEST_F(ItemWrite, PrimaryThatCannotBeCheckedIsNotCopied) {
+  write_item("ssid", "home");
+  const Fault fault({.function = "sqlite3_exec", .code = SQLITE_IOERR, .text = "PRAGMA quick_check;"});
+  const CallTrace trace;
+  EXPECT_EQ(0, write_item("ssid", "cabin"));
+  EXPECT_EQ(0, trace.count("popen"));
+  EXPECT_EQ("home", scalar(DB_CONFIGBAK, "select value from net"));
+  EXPECT_EQ(WS_BACKUP_DONE, journal_state(DB_STATE));
+}
+
+TEST_F(ItemWrite, CopyThatCannotBeStartedLeavesTheBackup) {
+  write_item("ssid", "home");
+  const std::string backup = read_file(DB_CONFIGBAK);
+  const Fault fault({.function = "popen", .code = EAGAIN});
+  EXPECT_EQ(0, write_item("ssid", "cabin"));
+  EXPECT_EQ(backup, read_file(DB_CONFIGBAK));
+  EXPECT_EQ((Texts{"config.db", "configbak.db", "state.db"}), files_in("/data"));
+  EXPECT_EQ(WS_BACKUP_DONE, journal_state(DB_STATE));
+}
+
+// Puts a program of this name before the system's.
+void put_in_path(const std::string& name, const std::string& script) {
+  fs::create_directory("/tmp/bin");
+  std::ofstream("/tmp/bin/" + name) << "#!/bin/sh\n" << script << '\n';
+  fs::permissions("/tmp/bin/" + name, fs::perms::owner_all);
+  ASSERT_EQ(0, setenv("PATH", (std::string("/tmp/bin:") + getenv("PATH")).c_str(), 1));
+}
+
+TEST_F(ItemWrite, CopyThatFailsHalfWayLeavesTheBackup) {
+  write_item("ssid", "home");
+  const std::string backup = read_file(DB_CONFIGBAK);
+  put_in_path("cp", R"(head -c 1000 "$1" > "$2"; exit 1)");
+  EXPECT_EQ(0, write_item("ssid", "cabin"));
+  EXPECT_EQ(backup, read_file(DB_CONFIGBAK));
+  EXPECT_EQ((Texts{"config.db", "configbak.db", "state.db"}), files_in("/data"));
+}
+
+TEST_F(ItemWrite, TheCopyHoldsNoDescriptorOfTheLibrary) {
+  write_item("ssid", "home");
+  put_in_path("cp", R"(ls -l /proc/self/fd > /tmp/descriptors; exec /bin/cp "$@")");
+  const auto before = open_descriptors();
+  EXPECT_EQ(0, write_item("ssid", "cabin"));
+  EXPECT_EQ("cabin", scalar(DB_CONFIGBAK, "select value from net"));
+  for (const std::string& held : kelo::tests::listed_descriptors("/tmp/descriptors")) {
+    EXPECT_EQ(std::string::npos, held.find("/data/")) << held;
+    EXPECT_TRUE(held[0] <= '2' || before.count(held) == 1) << held;
+  }
+}
+
+// Arrays that a daemon filled to their last byte: the command is cut to its room and hits another file.
+TEST_F(ItemWrite, CommandIsCutAtItsRoom) {
+  const std::string primary = "/data/" + std::string(57, 'p');
+  const std::string backup = "/data/" + std::string(57, 'b');
+  primary.copy(DB_CONFIG, 63);
+  backup.copy(DB_CONFIGBAK, 63);
+  ASSERT_EQ(primary, DB_CONFIG);
+  const CallTrace trace;
+  EXPECT_EQ(0, write_item("ssid", "home"));
+  const std::string command = "cp " + primary + " " + backup;
+  ASSERT_EQ(130U, command.size());
+  EXPECT_EQ(command.substr(0, 127),
+            trace.calls().at(static_cast<std::size_t>(trace.position("popen", "cp"))).text);
+  EXPECT_EQ(1, log_.count(kError, "dm_pal_write", "ERROR: " + command)) << "the line has room for all of it";
+  EXPECT_EQ("home", scalar(primary, "select value from net"));
+}
+
+TEST_F(ItemWrite, LongestCommandThatFits) {
+  const std::string primary = "/data/" + std::string(57, 'p');
+  const std::string backup = "/data/" + std::string(54, 'b');
+  primary.copy(DB_CONFIG, 63);
+  std::fill(std::begin(DB_CONFIGBAK), std::end(DB_CONFIGBAK), '\0');
+  backup.copy(DB_CONFIGBAK, 63);
+  const CallTrace trace;
+  EXPECT_EQ(0, write_item("ssid", "home"));
+  EXPECT_EQ(127U, trace.calls().at(static_cast<std::size_t>(trace.position("popen", "cp"))).text.size());
+  EXPECT_EQ(read_file(primary), read_file(backup));
+}
+
+// --- The order of a write
+// -----------------------------------------------------------------------------------
+
+class WriteOrder : public ItemWrite {
+ protected:
+  void expect_in_order(const CallTrace& trace, const std::vector<kelo::tests::TracedCall>& calls) {
+    int last = -1;
+    for (const auto& call : calls) {
+      const auto all = trace.calls();
+      int at = last + 1;
+      while (at < static_cast<int>(all.size()) &&
+             (all[static_cast<std::size_t>(at)].function != call.function ||
+              all[static_cast<std::size_t>(at)].text.find(call.text) == std::string::npos)) {
+        ++at;
+      }
+      ASSERT_LT(at, static_cast<int>(all.size())) << call << " does not follow\n" << trace.dump();
+      last = at;
+    }
+  }
+};
+
+TEST_F(WriteOrder, OfTheFirstWrite) {
+  const CallTrace trace;
+  EXPECT_EQ(0, write_item("ssid", "home"));
+  expect_in_order(trace,
+                  {{"sqlite3_open", "/data/state.db"},
+                   {"sqlite3_exec", "insert into state"},
+                   {"fdatasync", "/data/state.db"},
+                   {"sqlite3_open", "/data/config.db"},
+                   {"sqlite3_exec", "create table if not exists net"},
+                   {"sqlite3_step", "insert into net"},
+                   {"fdatasync", "/data/config.db"},
+                   {"sqlite3_open_v2", "/data/config.db"},
+                   {"sqlite3_exec", "PRAGMA quick_check;"},
+                   {"popen", kCopyToBackup},
+                   {"pclose", ""},
+                   {"fsync", "/data/configbak.db"},
+                   {"sqlite3_exec", "state=101"},
+                   {"fdatasync", "/data"},  // the new name of the backup, before the state is on storage
+                   {"fdatasync", "/data/state.db"},
+                   {"sqlite3_exec", "state=102"},
+                   {"fdatasync", "/data/state.db"}});
+  EXPECT_EQ(1, trace.count("popen"));
+  EXPECT_EQ(0, trace.count("system"));
+}
+
+TEST_F(WriteOrder, OfALaterWrite) {
+  write_item("ssid", "home");
+  const CallTrace trace;
+  EXPECT_EQ(0, write_item("ssid", "cabin"));
+  expect_in_order(trace, {{"sqlite3_exec", "state=100"},
+                          {"fdatasync", "/data/state.db"},
+                          {"sqlite3_step", "update net"},
+                          {"fdatasync", "/data/config.db"},
+                          {"sqlite3_exec", "PRAGMA quick_check;"},
+                          {"popen", kCopyToBackup},
+                          {"fsync", "/data/configbak.db"},
+                          {"sqlite3_exec", "state=101"},
+                          {"sqlite3_exec", "state=102"}});
+  EXPECT_EQ(3, trace.count("sqlite3_open", "/data/state.db"));
+  EXPECT_EQ(1, trace.count("popen"));
+}
+
+// Elsewhere, nothing else syncs the directory of a new backup.
+TEST_F(WriteOrder, OfABackupInAnotherDirectory) {
+  fs::create_directory("/data/backup");
+  sqlite_reg_store_area(nullptr, "/data/backup/");
+  const CallTrace trace;
+  EXPECT_EQ(0, write_item("ssid", "home"));
+  const auto calls = trace.calls();
+  const int synced = trace.position("fsync", "/data/backup/configbak.db");
+  ASSERT_GE(synced, 0) << trace.dump();
+  const kelo::tests::TracedCall directory{"fsync", "/data/backup"};
+  const auto found = std::find(calls.begin() + synced, calls.end(), directory);
+  ASSERT_NE(calls.end(), found) << trace.dump();
+  EXPECT_LT(found - calls.begin(), trace.position("sqlite3_exec", "state=101")) << trace.dump();
+}
+
+// --- Syncs
+// --------------------------------------------------------------------------------------------------
+
+// The statements of one write, on plain connections.
+void bare_write(const std::string& directory, const std::string& value) {
+  const std::string state = directory + "state.db";
+  const std::string create_state =
+      "create table if not exists state (key text not null,item_table text not null,id integer not "
+      "null,item_key text not null,type integer,len integer,state integer)";
+  for (const char* const step : {"100", "101", "102"}) {
+    execute_sql(state, create_state);
+    const bool exists = scalar(state, "select count(*) from state") != "0";
+    execute_sql(state, exists
+                           ? "update state set item_table='net',id=7,item_key='ssid',type=5,len=" +
+                                 std::to_string(value.size()) + ",state=" + step + " where key='write_state'"
+                           : "insert into state values ('write_state','net',7,'ssid',5," +
+                                 std::to_string(value.size()) + "," + step + ")");
+    if (std::string(step) != "100") continue;
+    const std::string config = directory + "config.db";
+    execute_sql(config, kCreateItems);
+    execute_sql(config, scalar(config, "select count(*) from net") != "0"
+                            ? "update net set id=7,type=5,len=1,crc=1,value='" + value + "' where key='ssid'"
+                            : "insert into net values (7,'ssid',5,1,1,'" + value + "')");
+  }
+}
+
+int syncs(const CallTrace& trace) { return trace.count("fsync") + trace.count("fdatasync"); }
+
+TEST_F(ItemWrite, SyncsOnceMoreThanItsStatements) {
+  fs::create_directory("/data/bare");
+  for (const char* const value : {"home", "cabin", "harbour"}) {
+    int bare = 0;
+    {
+      const CallTrace trace;
+      bare_write("/data/bare/", value);
+      bare = syncs(trace);
+      ASSERT_GT(bare, 6) << "syncs do not reach the interposer";
+    }
+    const CallTrace trace;
+    EXPECT_EQ(0, write_item("ssid", value));
+    EXPECT_EQ(bare + 1, syncs(trace)) << trace.dump();
+  }
+}
+
+// --- One row into one file
+// ----------------------------------------------------------------------------------
+
+TEST_F(ItemWrite, RowWriteNullArgumentsAndNegativeLength) {
+  EXPECT_EQ(-1, dm_write_db(nullptr, "net", 7, "ssid", 5, "home", 4));
+  EXPECT_EQ(-1, dm_write_db(DB_CONFIG, nullptr, 7, "ssid", 5, "home", 4));
+  EXPECT_EQ(-1, dm_write_db(DB_CONFIG, "net", 7, nullptr, 5, "home", 4));
+  EXPECT_EQ(-1, dm_write_db(DB_CONFIG, "net", 7, "ssid", 5, nullptr, 4));
+  EXPECT_EQ(-1, dm_write_db(DB_CONFIG, "net", 7, "ssid", 5, "home", -1));
+  EXPECT_EQ(5, log_.count(kError, "dm_write_db", "dm_write_db NULL\n")) << log_.dump();
+  EXPECT_EQ(5U, log_.lines().size());
+  EXPECT_FALSE(file_exists(DB_CONFIG));
+}
+
+TEST_F(ItemWrite, RowWriteTouchesOneFile) {
+  EXPECT_EQ(0, dm_write_db("/data/one.db", "net", 7, "ssid", 5, "home", 4));
+  EXPECT_EQ(Texts{"one.db"}, files_in("/data"));
+}
+
+TEST_F(ItemWrite, RowWriteIntoAFileThatCannotBeOpened) {
+  EXPECT_EQ(-101, dm_write_db("/nowhere/one.db", "net", 7, "ssid", 5, "home", 4));
+  EXPECT_EQ(1, log_.count(kError, "dm_write_db", "sqlite3_open failed: unable to open database file\n"));
+  EXPECT_EQ(1U, log_.lines().size()) << log_.dump();
+}
+
+TEST_F(ItemWrite, RowWriteWithoutMemoryForTheHandle) {
+  const Fault fault({.function = "sqlite3_open", .code = SQLITE_NOMEM, .null_handle = true});
+  EXPECT_EQ(-101, dm_write_db(DB_CONFIG, "net", 7, "ssid", 5, "home", 4));
+  EXPECT_EQ(1, log_.count(kError, "dm_write_db", "sqlite3_open failed: out of memory\n")) << log_.dump();
+}
+
+// Every failure to make the table but a corrupt file ends the write without a repair.
+TEST_F(ItemWrite, TableThatCannotBeMade) {
+  write_item("ssid", "home");
+  for (const int code : {SQLITE_FULL, SQLITE_IOERR, SQLITE_BUSY, SQLITE_READONLY, SQLITE_NOTADB}) {
+    log_.clear();
+    const Fault fault({.function = "sqlite3_exec", .code = code, .text = "create table if not exists net"});
+    const CallTrace trace;
+    EXPECT_EQ(-1, dm_write_db(DB_CONFIG, "net", 7, "ssid", 5, "cabin", 5));
+    EXPECT_EQ(1, fault.matched()) << "tried again after " << code;
+    EXPECT_EQ(0, trace.count("sqlite3_open_v2")) << "looked for a source";
+    EXPECT_EQ(0, trace.count("popen"));
+    ASSERT_EQ(1U, log_.lines().size()) << log_.dump();
+    EXPECT_EQ("dm_write_db", log_.lines()[0].function);
+    EXPECT_EQ("[" + std::to_string(log_.lines()[0].source_line) + "] create table error rc=" +
+                  std::to_string(code) + ", " + sqlite3_errstr(code) + ", szSql: " + kCreateItems + "\n",
+              log_.lines()[0].text);
+  }
+}
+
+TEST_F(ItemWrite, TableNameThatIsNone) {
+  EXPECT_EQ(-1, dm_write_db(DB_CONFIG, "no name", 7, "ssid", 5, "home", 4));
+  EXPECT_EQ(1, log_.count_containing(kError, "create table error rc=1, near \"name\": syntax error, szSql: "))
+      << log_.dump();
+}
+
+TEST_F(ItemWrite, TableNameLongerThanEveryStatement) {
+  const CallTrace trace;
+  EXPECT_EQ(-1, dm_write_db(DB_CONFIG, std::string(600, 't').c_str(), 7, "ssid", 5, "home", 4));
+  EXPECT_EQ(511U,
+            trace.calls().at(static_cast<std::size_t>(trace.position("sqlite3_exec", "create"))).text.size());
+}
+
+TEST_F(ItemWrite, OlderPrimaryIsGivenItsColumnsInTheSameWrite) {
+  execute_sql(DB_CONFIG,
+              "create table net (key text not null,type integer not null,len integer not null,crc "
+              "integer not null,value blob)");
+  EXPECT_EQ(0, write_item("ssid", "home"));
+  EXPECT_EQ(Items{row_of("ssid", "home")}, item_rows(DB_CONFIG, "net"));
+  EXPECT_EQ(Items{row_of("ssid", "home")}, item_rows(DB_CONFIGBAK, "net"));
+  EXPECT_EQ(WS_BACKUP_DONE, journal_state(DB_STATE));
+}
+
+// --- Repair
+// -------------------------------------------------------------------------------------------------
+
+class Repair : public ItemWrite {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(0, write_item("ssid", "home"));
+    log_.clear();
+  }
+  // A recovery copy that knows another value.
+  void provision_recovery_copy() {
+    fs::copy_file(DB_CONFIG, kRecovery);
+    execute_sql(kRecovery, "update net set value=x'6f6c64'");
+  }
+  int create_errors() { return log_.count_matching(kError, R"(\[\d+\] create table error rc=11, [\s\S]*)"); }
+};
+
+TEST_F(Repair, FromTheBackup) {
+  provision_recovery_copy();
+  kelo::tests::corrupt_schema(DB_CONFIG);
+  const CallTrace trace;
+  EXPECT_EQ(0, write_item("mask", "/24"));
+  EXPECT_EQ((Items{row_of("ssid", "home"), row_of("mask", "/24")}), item_rows(DB_CONFIG, "net"));
+  EXPECT_EQ(read_file(DB_CONFIG), read_file(DB_CONFIGBAK));
+  ASSERT_EQ(2U, texts(kError, "dm_write_db").size()) << log_.dump();
+  EXPECT_EQ(1, create_errors());
+  EXPECT_NE(std::string::npos,
+            texts(kError, "dm_write_db")[0].find(
+                std::string("rc=11, database disk image is malformed, szSql: ") + kCreateItems));
+  EXPECT_EQ(std::string("ERROR: ") + kCopyFromBackup, texts(kError, "dm_write_db")[1]);
+  EXPECT_EQ(1, trace.count("popen", kCopyFromBackup));
+  EXPECT_EQ(1, trace.count("popen", kCopyToBackup));
+  EXPECT_EQ(2, trace.count("popen"));
+  EXPECT_EQ(WS_BACKUP_DONE, journal_state(DB_STATE));
+}
+
+TEST_F(Repair, FromTheRecoveryCopyWhenTheBackupIsCorrupt) {
+  provision_recovery_copy();
+  kelo::tests::corrupt_schema(DB_CONFIG);
+  kelo::tests::corrupt_schema(DB_CONFIGBAK);
+  const std::string recovery = read_file(kRecovery);
+  EXPECT_EQ(0, write_item("mask", "/24"));
+  EXPECT_EQ("old", scalar(DB_CONFIG, "select value from net where key='ssid'"));
+  EXPECT_EQ("/24", scalar(DB_CONFIGBAK, "select value from net where key='mask'"));
+  EXPECT_EQ(1, log_.count(kError, "dm_write_db", std::string("ERROR: ") + kCopyFromRecovery)) << log_.dump();
+  EXPECT_EQ(recovery, read_file(kRecovery)) << "the recovery copy is never written";
+}
+
+TEST_F(Repair, FromTheRecoveryCopyWhenThereIsNoBackup) {
+  provision_recovery_copy();
+  kelo::tests::corrupt_schema(DB_CONFIG);
+  fs::remove(DB_CONFIGBAK);
+  EXPECT_EQ(0, write_item("mask", "/24"));
+  EXPECT_EQ("old", scalar(DB_CONFIG, "select value from net where key='ssid'"));
+}
+
+TEST_F(Repair, WithoutASourceIsTriedAgainAllTheSame) {
+  kelo::tests::corrupt_schema(DB_CONFIG);
+  kelo::tests::corrupt_schema(DB_CONFIGBAK);
+  const std::string primary = read_file(DB_CONFIG);
+  const CallTrace trace;
+  EXPECT_EQ(-1, write_item("mask", "/24"));
+  EXPECT_EQ(0, trace.count("popen"));
+  EXPECT_EQ(2, trace.count("sqlite3_exec", "create table if not exists net")) << trace.dump();
+  EXPECT_EQ(2, create_errors()) << log_.dump();
+  EXPECT_EQ(Texts{"dm_update_db: \n"}, texts(kError, "dm_pal_write"));
+  EXPECT_EQ(primary, read_file(DB_CONFIG));
+  EXPECT_EQ(WS_READY, journal_state(DB_STATE));
+}
+
+TEST_F(Repair, IsMadeOnceInOneWrite) {
+  const Fault fault({.function = "sqlite3_exec",
+                     .code = SQLITE_CORRUPT,
+                     .text = "create table if not exists net",
+                     .times = kEveryTime});
+  const CallTrace trace;
+  EXPECT_EQ(-1, write_item("mask", "/24"));
+  EXPECT_EQ(2, fault.failed());
+  EXPECT_EQ(1, trace.count("popen"));
+  EXPECT_EQ(1, trace.count("popen", kCopyFromBackup));
+}
+
+TEST_F(Repair, IsFollowedByAnOpenThatMayFail) {
+  const Fault corrupt(
+      {.function = "sqlite3_exec", .code = SQLITE_CORRUPT, .text = "create table if not exists net"});
+  const Fault open(
+      {.function = "sqlite3_open", .code = SQLITE_NOMEM, .text = DB_CONFIG, .at = 2, .null_handle = true});
+  EXPECT_EQ(-101, dm_write_db(DB_CONFIG, "net", 7, "ssid", 5, "cabin", 5));
+  EXPECT_EQ(1, open.failed());
+}
+
+TEST_F(Repair, CopiesOverThePrimaryWhicheverFileIsCorrupt) {
+  provision_recovery_copy();
+  kelo::tests::corrupt_schema(DB_CONFIGBAK);
+  EXPECT_EQ(-1, dm_write_db(DB_CONFIGBAK, "net", 7, "ssid", 5, "cabin", 5));
+  EXPECT_EQ("old", scalar(DB_CONFIG, "select value from net")) << "the primary is the target";
+  EXPECT_EQ(2, create_errors()) << log_.dump();
+}
+
+TEST_F(Repair, IsNotMadeOfAFileThatIsNoDatabase) {
+  provision_recovery_copy();
+  kelo::tests::make_no_database(DB_CONFIG);
+  const CallTrace trace;
+  EXPECT_EQ(-1, write_item("mask", "/24"));
+  EXPECT_EQ(0, trace.count("popen"));
+  EXPECT_EQ(1, log_.count_containing(kError, "create table error rc=26, file is not a database, szSql: "))
+      << log_.dump();
+  EXPECT_EQ("home", scalar(DB_CONFIGBAK, "select value from net"));
+}
+
+TEST_F(Repair, SyncsTheRepairedFileAndItsDirectory) {
+  kelo::tests::corrupt_schema(DB_CONFIG);
+  const CallTrace trace;
+  EXPECT_EQ(0, write_item("mask", "/24"));
+  const int copied = trace.position("popen", kCopyFromBackup);
+  const int synced = trace.position("fsync", DB_CONFIG);
+  EXPECT_GT(synced, copied) << trace.dump();
+  EXPECT_LT(synced, trace.position("sqlite3_exec", "create table if not exists net", 2)) << trace.dump();
+}
+
+TEST_F(Repair, OfMovedFiles) {
+  fs::create_directory("/data/a");
+  fs::create_directory("/data/b");
+  sqlite_reg_store_area("/data/a/", "/data/b/");
+  ASSERT_EQ(0, write_item("ssid", "moved"));
+  kelo::tests::corrupt_schema(DB_CONFIG);
+  EXPECT_EQ(0, write_item("mask", "/24"));
+  EXPECT_EQ("moved", scalar("/data/a/config.db", "select value from net where key='ssid'"));
+  EXPECT_EQ(1, log_.count(kError, "dm_write_db", "ERROR: cp /data/b/configbak.db /data/a/config.db"));
+}
+
+// --- Files that another process holds
+// -----------------------------------------------------------------------
+
+TEST_F(ItemWrite, APrimaryHeldForAMomentIsWaitedFor) {
+  ASSERT_EQ(0, write_item("ssid", "home"));
+  log_.clear();
+  const FileHolder holder(DB_CONFIG, "begin exclusive", 1500);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(0, write_item("ssid", "cabin"));
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1000));
+  EXPECT_EQ(Items{row_of("ssid", "cabin")}, item_rows(DB_CONFIGBAK, "net"));
+  EXPECT_EQ(1, log_.count_containing(kError, "")) << log_.dump();
+}
+
+TEST_F(ItemWrite, APrimaryHeldForLongIsLeftAlone) {
+  ASSERT_EQ(0, write_item("ssid", "home"));
+  log_.clear();
+  const ShortBusyTimeout patience(20);
+  const CallTrace trace;
+  {
+    const FileHolder holder(DB_CONFIG, "begin exclusive");
+    EXPECT_EQ(-1, write_item("ssid", "cabin"));
+  }
+  EXPECT_EQ(5000, patience.shortest_asked_for());
+  EXPECT_EQ(1, log_.count_containing(kError, "create table error rc=5, database is locked")) << log_.dump();
+  EXPECT_EQ(0, trace.count("popen"));
+  EXPECT_EQ("home", scalar(DB_CONFIG, "select value from net"));
+}
+
+// --- The slot of a handle
+// -----------------------------------------------------------------------------------
+
+kelo_dm_item_desc descriptor(const char* table, const char* key, int type) {
+  kelo_dm_item_desc item{};
+  std::snprintf(item.item_table, sizeof item.item_table, "%s", table);
+  std::snprintf(item.item_key, sizeof item.item_key, "%s", key);
+  item.type = type;
+  return item;
+}
+
+TEST_F(ItemWrite, SlotWritesWhatTheDescriptorSays) {
+  kelo_dm_item_desc item = descriptor("net", "ssid", 5);
+  EXPECT_EQ(0, dm_sqlite_write(7, &item, "home", 4));
+  EXPECT_EQ(Items{row_of("ssid", "home")}, item_rows(DB_CONFIGBAK, "net"));
+  EXPECT_EQ("tab:net, key:ssid \n", log_.lines().at(0).text);
+  EXPECT_EQ(1, log_.count(kDebug, "dm_sqlite_write", "tab:net, key:ssid \n")) << log_.dump();
+}
+
+TEST_F(ItemWrite, SlotTakesNamesOfThirtyOneCharacters) {
+  const std::string table(31, 't');
+  const std::string key(31, 'k');
+  kelo_dm_item_desc item = descriptor(table.c_str(), key.c_str(), -3);
+  EXPECT_EQ(0, dm_sqlite_write(0xFFFFFFFF, &item, "home", 4));
+  EXPECT_EQ((Items{{-1, key, -3, 4, reference_crc("home"), "home"}}), item_rows(DB_CONFIGBAK, table));
+  EXPECT_EQ((JournalRow{"write_state", table, -1, key, -3, 4, 102}), journal_row(DB_STATE));
+}
+
+TEST_F(ItemWrite, SlotPassesResultsOn) {
+  kelo_dm_item_desc item = descriptor("net", "ssid", 5);
+  EXPECT_EQ(-1, dm_sqlite_write(7, &item, nullptr, 4));
+  EXPECT_EQ(-1, dm_sqlite_write(7, &item, "home", -1));
+  EXPECT_EQ(2, log_.count(kError, "dm_pal_write", "dm_pal_write NULL\n")) << log_.dump();
+  // The lock was given back each time.
+  EXPECT_EQ(0, dm_sqlite_write(7, &item, "home", 4));
+}
+
+TEST_F(ItemWrite, SlotWithoutDescriptor) {
+  EXPECT_EQ(-1, dm_sqlite_write(7, nullptr, "home", 4));
+  EXPECT_EQ(1, log_.count(kError, "dm_sqlite_write", "dm_sqlite_write param NULL\n")) << log_.dump();
+  EXPECT_EQ(1U, log_.lines().size());
+}
+
+// --- Descriptors and threads
+// --------------------------------------------------------------------------------
+
+TEST_F(ItemWrite, NoDescriptorIsLeftOpen) {
+  const auto before = open_descriptors();
+  write_item("ssid", "home");
+  EXPECT_EQ(before, open_descriptors()) << "after the first write";
+  write_item("ssid", "cabin");
+  EXPECT_EQ(before, open_descriptors()) << "after an update";
+
+  const kelo::tests::FaultPlan plans[] = {
+      {.function = "sqlite3_open", .code = SQLITE_CANTOPEN, .text = DB_STATE},
+      {.function = "sqlite3_open", .code = SQLITE_CANTOPEN, .text = DB_CONFIG},
+      {.function = "sqlite3_open", .code = SQLITE_CANTOPEN, .text = DB_CONFIG, .at = 2},
+      {.function = "sqlite3_open_v2", .code = SQLITE_CANTOPEN},
+      {.function = "sqlite3_exec", .code = SQLITE_CORRUPT, .text = "create table if not exists net"},
+      {.function = "sqlite3_exec", .code = SQLITE_FULL, .text = "create table if not exists net"},
+      {.function = "sqlite3_exec", .code = SQLITE_CORRUPT, .text = "quick_check"},
+      {.function = "sqlite3_get_table", .code = SQLITE_IOERR},
+      {.function = "sqlite3_prepare", .code = SQLITE_ERROR, .times = kEveryTime},
+      {.function = "sqlite3_bind_blob", .code = SQLITE_NOMEM},
+      {.function = "sqlite3_step", .code = SQLITE_FULL},
+      {.function = "sqlite3_step", .code = SQLITE_ROW},
+      {.function = "popen", .code = EMFILE},
+      {.function = "fsync", .code = EIO},
+  };
+  for (const auto& plan : plans) {
+    const Fault fault(plan);
+    write_item("ssid", "harbour");
+    EXPECT_GT(fault.failed(), 0) << plan.function << " " << plan.text;
+    EXPECT_EQ(before, open_descriptors()) << plan.function << " " << plan.text;
+  }
+  kelo::tests::corrupt_schema(DB_CONFIG);
+  write_item("ssid", "home");
+  EXPECT_EQ(before, open_descriptors()) << "after a repair";
+  write_item("no such", "");
+  dm_pal_write(nullptr, 7, "ssid", 5, "home", 4);
+  EXPECT_EQ(before, open_descriptors()) << "after refusals";
+}
+
+TEST_F(ItemWrite, ThreadsWriteAndReadTheirItems) {
+  constexpr int kRounds = 12;
+  kelo_set_log_level(LOG_LVL_CRT);
+  std::atomic<int> failures{0};
+  const auto work = [&failures](int id) {
+    kelo_dm_item_desc own = descriptor("net", ("own_" + std::to_string(id)).c_str(), 5);
+    kelo_dm_item_desc shared = descriptor("net", "shared", 5);
+    for (int round = 0; round < kRounds; ++round) {
+      const std::string value = std::to_string(id) + " in round " + std::to_string(round);
+      if (dm_sqlite_write(7, &own, value.data(), static_cast<int>(value.size())) != 0) ++failures;
+      if (dm_sqlite_write(8, &shared, value.data(), static_cast<int>(value.size())) != 0) ++failures;
+      std::string read(64, '\0');
+      const int length = dm_sqlite_read(7, &own, read.data(), static_cast<int>(read.size()));
+      if (length != static_cast<int>(value.size()) || read.compare(0, value.size(), value) != 0) ++failures;
+      if (dm_sqlite_read(8, &shared, read.data(), static_cast<int>(read.size())) < 1) ++failures;
+    }
+  };
+  std::thread first(work, 1);
+  std::thread second(work, 2);
+  first.join();
+  second.join();
+  EXPECT_EQ(0, failures);
+  EXPECT_EQ("3", scalar(DB_CONFIGBAK, "select count(*) from net"));
+  EXPECT_EQ(read_file(DB_CONFIG), read_file(DB_CONFIGBAK));
+}
+
+// Whether the thread sleeps in a system call, as it does in a lock that is held.
+bool sleeps(pid_t thread) {
+  std::ifstream stat("/proc/self/task/" + std::to_string(thread) + "/stat");
+  std::string line;
+  std::getline(stat, line);
+  const std::size_t name_end = line.rfind(')');
+  return name_end != std::string::npos && line.compare(name_end, 3, ") S") == 0;
+}
+
+// A second operation does not begin before the first one's last step, the copy included.
+TEST_F(ItemWrite, SlotsExcludeEachOther) {
+  kelo_dm_item_desc item = descriptor("net", "ssid", 5);
+  ASSERT_EQ(0, dm_sqlite_write(7, &item, "home", 4));
+  ASSERT_EQ(0, mkfifo("/tmp/copying", 0600));
+  ASSERT_EQ(0, mkfifo("/tmp/go_on", 0600));
+  put_in_path("cp", R"(echo > /tmp/copying; cat /tmp/go_on; exec /bin/cp "$@")");
+  log_.clear();
+  std::thread writer([&item] { EXPECT_EQ(0, dm_sqlite_write(7, &item, "cabin", 5)); });
+  read_file("/tmp/copying");
+
+  std::atomic<pid_t> reader_id{0};
+  std::atomic<bool> ended{false};
+  std::string value(16, '\0');
+  std::thread reader([&] {
+    reader_id = gettid();
+    EXPECT_EQ(5, dm_sqlite_read(7, &item, value.data(), 16));
+    ended = true;
+  });
+  while (reader_id == 0 || (!ended && !sleeps(reader_id))) std::this_thread::yield();
+  EXPECT_FALSE(ended) << "the read did not wait for the write";
+  EXPECT_EQ(0, log_.count_containing(kDebug, "rd ret")) << log_.dump();
+  kelo::tests::write_file("/tmp/go_on", "");
+  writer.join();
+  reader.join();
+  EXPECT_EQ("cabin", value.substr(0, 5));
+}
+
+}  // namespace
