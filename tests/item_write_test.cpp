@@ -207,11 +207,11 @@ TEST_F(ItemWrite, RowFailuresAreReportedAsSuccess) {
 TEST_F(ItemWrite, UnhealthyPrimaryIsNotCopied) {
   write_item("ssid", "home");
   execute_sql(DB_CONFIG, "create table ballast (text); insert into ballast values (zeroblob(3000))");
-  const int page = std::stoi(scalar(DB_CONFIG, "select rootpage from sqlite_master where name='ballast'"));
-  const int page_size = std::stoi(scalar(DB_CONFIG, "pragma page_size"));
+  const std::size_t page =
+      std::stoul(scalar(DB_CONFIG, "select rootpage from sqlite_master where name='ballast'"));
+  const std::size_t page_size = std::stoul(scalar(DB_CONFIG, "pragma page_size"));
   const std::string backup = read_file(DB_CONFIGBAK);
-  kelo::tests::overwrite_file(DB_CONFIG, static_cast<std::size_t>((page - 1) * page_size),
-                              "\xA5\xA5\xA5\xA5");
+  kelo::tests::overwrite_file(DB_CONFIG, (page - 1) * page_size, "\xA5\xA5\xA5\xA5");
   log_.clear();
   const CallTrace trace;
   EXPECT_EQ(0, write_item("ssid", "cabin"));
