@@ -4,7 +4,6 @@
 #include <array>
 #include <cstdio>
 #include <cstring>
-#include <span>
 #include <string_view>
 
 #include "base/fatal.hpp"
@@ -24,6 +23,11 @@ using kelo::base::Stream;
 constexpr std::string_view kLineEnd("\r\n\0", 3);
 constexpr std::size_t kLineSize = 512;
 
+// What substr() would give; that one brings in the C++ run time.
+std::string_view first_bytes(std::string_view text, std::size_t most) {
+  return {text.data(), std::min(text.size(), most)};
+}
+
 // One line of the file; what does not fit before the line end is cut.
 class CsvLine {
  public:
@@ -42,9 +46,9 @@ class CsvLine {
 
  private:
   void append(std::string_view text) {
-    const std::size_t kept = std::min(text.size(), kLineSize - kLineEnd.size() - length_);
-    std::memcpy(line_.data() + length_, text.data(), kept);
-    length_ += kept;
+    text = first_bytes(text, kLineSize - kLineEnd.size() - length_);
+    std::copy(text.begin(), text.end(), line_.begin() + static_cast<std::ptrdiff_t>(length_));
+    length_ += text.size();
   }
 
   std::array<char, kLineSize> line_;
@@ -71,7 +75,7 @@ int add_short_number(CsvLine& line, sqlite3_stmt* row, int column) {
 
 int leading_number(std::string_view value) {
   std::int32_t number = 0;
-  std::memcpy(&number, value.data(), std::min(value.size(), sizeof number));
+  if (!value.empty()) std::memcpy(&number, value.data(), std::min(value.size(), sizeof number));
   return number;
 }
 
@@ -85,8 +89,7 @@ CsvLine csv_line(const char* caller, sqlite3_stmt* row) {
   const int type = add_short_number(line, row, column++);
   const std::string_view value = column_bytes(row, column);
   if (type == KELO_DM_TYPE_STRING) {
-    const auto shown = static_cast<std::size_t>(std::max(len, 0));
-    line.add({value.data(), std::min(value.size(), shown)});  // substr() would bring in the C++ run time
+    line.add(first_bytes(value, static_cast<std::size_t>(std::max(len, 0))));
   } else {
     const int number = leading_number(value);
     KELO_LOG_AS(caller, LOG_LVL_ERR, "value:%d\n", number);
