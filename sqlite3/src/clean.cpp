@@ -1,13 +1,16 @@
 #include "sqlite3/src/clean.hpp"
 
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
+#include "base/file.hpp"
 #include "base/lock.hpp"
 #include "kelo_utils/sqlite.h"
 #include "log/library_log.hpp"
@@ -21,8 +24,8 @@ using namespace kelo::store;
 constexpr char kCaller[] = "dm_sqlite_clean";
 constexpr int kKeptCopies = 3;
 
-using MaintenanceCommand = FixedText<512>;
 using Output = std::array<char, 512>;
+using MaintenanceCommand = FixedText<2 * std::tuple_size_v<Output>>;  // room for a found path twice
 
 bool run(const MaintenanceCommand& command) {
   Output output{};
@@ -54,6 +57,14 @@ bool renumber_copy(int number) {
   return run(MaintenanceCommand("mv %s%d %s%d", path.data(), number, path.data(), number - 1));
 }
 
+// The copy is on storage before the databases go, so that a power cut cannot take both. Its name is the
+// shell's, so the whole file system is synced.
+void sync_kept_copies() {
+  const kelo::base::Descriptor directory =
+      kelo::base::open_file("/mnt/vendor/nvdata/", O_RDONLY | O_DIRECTORY);
+  if (directory) syncfs(directory.get());
+}
+
 bool keep_copy(int count) {
   int number = count + 1;
   if (count >= kKeptCopies) {
@@ -62,8 +73,12 @@ bool keep_copy(int count) {
     }
     number = count;
   }
-  return run(MaintenanceCommand("cp -rf %s /mnt/vendor/nvdata/`date +%%Y-%%m-%%d_%%H_%%M_%%S`.db%d",
-                                DB_CONFIG, number));
+  if (!run(MaintenanceCommand("cp -rf %s /mnt/vendor/nvdata/`date +%%Y-%%m-%%d_%%H_%%M_%%S`.db%d", DB_CONFIG,
+                              number))) {
+    return false;
+  }
+  sync_kept_copies();
+  return true;
 }
 
 bool delete_databases() {
