@@ -104,7 +104,10 @@ Stream open_csv() { return Stream(std::fopen(DB_EXPORT_CSV, "a+e")); }
 
 int dm_export_by_table(sqlite3* db, const char* table, FILE* out) {
   constexpr int kBadArgument = 3;
-  if (table == nullptr || out == nullptr) return kBadArgument;
+  if (table == nullptr || out == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    return kBadArgument;
+  }
   const SqlText select(sql::kSelectExport, table);
   sqlite3_stmt* raw = nullptr;
   const int code = sqlite3_prepare_v2(db, select.c_str(), -1, &raw, nullptr);

@@ -68,7 +68,10 @@ void dm_update_def_record(sqlite3* db, const Row& row) {
 }  // namespace
 
 int dm_sqlite_def_db_const(uint32_t /*id*/, kelo_dm_item_desc* item, const void* value, int len) {
-  if (item == nullptr) return DM_SQLITE_FAILED;
+  if (item == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    return DM_SQLITE_FAILED;
+  }
   const DefaultValue stored = default_value(*item, value, len);
   const int result = dm_write_def_db(item->item_table, item->item_key,
                                      static_cast<std::uint32_t>(stored.type), stored.bytes, stored.len);

@@ -83,13 +83,19 @@ void sqlite_reg(kelo_dm_operations* ops) {
 }
 
 int dm_sqlite_read_CfgDB_version(uint32_t* ver) {
-  if (ver == nullptr) return DM_SQLITE_FAILED;
+  if (ver == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    return DM_SQLITE_FAILED;
+  }
   const kelo::base::LockGuard lock(sqlite_mutex);
   return read_stored_version(ver);
 }
 
 int dm_sqlite_read_DefItemsDB_version(uint32_t* ver) {
-  if (ver == nullptr) return DM_SQLITE_FAILED;
+  if (ver == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    return DM_SQLITE_FAILED;
+  }
   const kelo::base::LockGuard lock(sqlite_mutex);
   return read_defaults_version(ver);
 }
