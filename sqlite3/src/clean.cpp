@@ -14,6 +14,7 @@
 #include "base/lock.hpp"
 #include "kelo_utils/sqlite.h"
 #include "log/library_log.hpp"
+#include "sqlite3/src/copy.hpp"
 #include "sqlite3/src/mutex.hpp"
 #include "sqlite3/src/sql.hpp"
 
@@ -81,6 +82,11 @@ bool keep_copy(int count) {
   return true;
 }
 
+// What a crash left of a copy must not come back as the database that the next start finds.
+void finish_interrupted_copies() {
+  for (const char* const path : {DB_CONFIG, DB_CONFIGBAK}) undo_interrupted_copy(path);
+}
+
 bool delete_databases() {
   const struct {
     const char* path;
@@ -100,6 +106,7 @@ int dm_sqlite_clean(const char* backup) {
   int count = 0;
   if (!count_copies(count)) return -1;
   const kelo::base::LockGuard lock(sqlite_mutex);
+  finish_interrupted_copies();
   if (backup == nullptr) {
     KELO_LOG(LOG_LVL_DBUG, "just clean database no need backup\n");
   } else if (!keep_copy(count)) {
