@@ -71,6 +71,15 @@ std::vector<TextRow> query(const std::string& path, const std::string& sql) {
   return rows;
 }
 
+std::vector<std::string> query_lines(const std::string& path, const std::string& sql) {
+  std::vector<std::string> lines;
+  for (const TextRow& row : query(path, sql)) {
+    std::string& line = lines.emplace_back();
+    for (const std::string& text : row) line += (&text == &row.front() ? "" : "|") + text;
+  }
+  return lines;
+}
+
 std::string scalar(const std::string& path, const std::string& sql) {
   const std::vector<TextRow> rows = query(path, sql);
   return rows.empty() || rows[0].empty() ? "no row" : rows[0][0];

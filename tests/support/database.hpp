@@ -20,6 +20,9 @@ void execute_sql(const std::string& path, const std::string& statements);
 using TextRow = std::vector<std::string>;
 std::vector<TextRow> query(const std::string& path, const std::string& sql);
 
+// The same rows, the cells of each joined by '|'.
+std::vector<std::string> query_lines(const std::string& path, const std::string& sql);
+
 // The first cell of a query's first row; "no row" when there is none.
 std::string scalar(const std::string& path, const std::string& sql);
 

@@ -1,0 +1,47 @@
+#include "tests/support/child_process.hpp"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+namespace kelo::tests {
+namespace {
+
+struct FileCloser {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using TemporaryFile = std::unique_ptr<std::FILE, FileCloser>;
+
+std::string contents(std::FILE* file) {
+  std::string text;
+  std::rewind(file);
+  for (int c = std::fgetc(file); c != EOF; c = std::fgetc(file)) text += static_cast<char>(c);
+  return text;
+}
+
+}  // namespace
+
+ChildResult run_in_child(const std::function<void()>& body) {
+  const TemporaryFile output(std::tmpfile());
+  const TemporaryFile errors(std::tmpfile());
+  EXPECT_TRUE(output && errors);
+  std::fflush(nullptr);
+  const pid_t child = fork();
+  if (child == 0) {
+    dup2(fileno(output.get()), STDOUT_FILENO);
+    dup2(fileno(errors.get()), STDERR_FILENO);
+    body();
+    std::fflush(nullptr);
+    _exit(testing::Test::HasFailure() ? EXIT_FAILURE : EXIT_SUCCESS);
+  }
+  int status = 0;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, WIFSIGNALED(status) ? WTERMSIG(status) : 0,
+          contents(output.get()), contents(errors.get())};
+}
+
+}  // namespace kelo::tests
