@@ -30,13 +30,14 @@ ChildResult run_in_child(const std::function<void()>& body) {
   const TemporaryFile errors(std::tmpfile());
   EXPECT_TRUE(output && errors);
   std::fflush(nullptr);
+  const bool failed_before = testing::Test::HasFailure();
   const pid_t child = fork();
   if (child == 0) {
     dup2(fileno(output.get()), STDOUT_FILENO);
     dup2(fileno(errors.get()), STDERR_FILENO);
     body();
     std::fflush(nullptr);
-    _exit(testing::Test::HasFailure() ? EXIT_FAILURE : EXIT_SUCCESS);
+    _exit(testing::Test::HasFailure() && !failed_before ? EXIT_FAILURE : EXIT_SUCCESS);
   }
   int status = 0;
   EXPECT_EQ(waitpid(child, &status, 0), child);

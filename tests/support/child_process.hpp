@@ -14,8 +14,8 @@ struct ChildResult {
   std::string standard_error;
 };
 
-// Runs `body` in a forked child, which exits with 0 after it, and collects what it printed. To be called
-// while the process has one thread.
+// Runs `body` in a forked child and collects what it printed. The child exits with 0, or with 1 when an
+// expectation failed in it. To be called while the process has one thread.
 ChildResult run_in_child(const std::function<void()>& body);
 
 }  // namespace kelo::tests
