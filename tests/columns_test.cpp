@@ -1,0 +1,178 @@
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <string>
+#include <vector>
+
+#include "kelo_utils/sqlite.h"
+#include "tests/support/log_capture.hpp"
+
+namespace {
+
+using kelo::tests::LogCapture;
+
+constexpr int kWarning = 2;
+constexpr int kError = 3;
+constexpr char kFunction[] = "alter_table_add_column";
+constexpr char kSelect[] = "szSql select id,type from net where key='ssid' limit 1\n";
+constexpr char kAlterId[] = "szSql alter table net add column id integer\n";
+constexpr char kAlterType[] = "szSql alter table net add column type integer\n";
+
+class Columns : public testing::Test {
+ protected:
+  void SetUp() override { ASSERT_EQ(SQLITE_OK, sqlite3_open(":memory:", &db_)); }
+  void TearDown() override { EXPECT_EQ(SQLITE_OK, sqlite3_close(db_)) << "a statement was left open"; }
+
+  void run(const char* sql) {
+    ASSERT_EQ(SQLITE_OK, sqlite3_exec(db_, sql, nullptr, nullptr, nullptr)) << sqlite3_errmsg(db_);
+  }
+  // The columns of a table in their order, each followed by a blank.
+  std::string columns(const char* table) {
+    std::string names;
+    const std::string pragma = std::string("pragma table_info(") + table + ")";
+    sqlite3_exec(
+        db_, pragma.c_str(),
+        [](void* out, int, char** cells, char**) {
+          *static_cast<std::string*>(out) += std::string(cells[1]) + " ";
+          return 0;
+        },
+        &names, nullptr);
+    return names;
+  }
+  int add() { return alter_table_add_column(db_, "net", "ssid"); }
+
+  // The texts logged so far at one level, all of them under the function's name.
+  std::vector<std::string> texts(int level) const {
+    std::vector<std::string> found;
+    for (const auto& line : log_.lines()) {
+      EXPECT_EQ(kFunction, line.function);
+      if (line.level == level) found.push_back(line.text);
+    }
+    return found;
+  }
+
+  sqlite3* db_ = nullptr;
+  LogCapture log_;
+};
+
+using Texts = std::vector<std::string>;
+
+TEST_F(Columns, NullArgumentsAreRefused) {
+  EXPECT_EQ(-1, alter_table_add_column(nullptr, "net", "ssid"));
+  EXPECT_EQ(-1, alter_table_add_column(db_, nullptr, "ssid"));
+  EXPECT_EQ(-1, alter_table_add_column(db_, "net", nullptr));
+  const Texts warnings(3, "alter_table_add_column\n");
+  EXPECT_EQ(warnings, texts(kWarning));
+  EXPECT_EQ(Texts(3, "argv NULL\n"), texts(kError));
+}
+
+TEST_F(Columns, CompleteTableIsLeftAlone) {
+  run("create table net (key text, id integer, type integer)");
+  EXPECT_EQ(0, add());
+  EXPECT_EQ("key id type ", columns("net"));
+  EXPECT_EQ((Texts{"alter_table_add_column\n", kSelect}), texts(kWarning)) << log_.dump();
+  EXPECT_TRUE(texts(kError).empty());
+}
+
+TEST_F(Columns, MissingIdIsAdded) {
+  run("create table net (key text, type integer)");
+  EXPECT_EQ(0, add());
+  EXPECT_EQ("key type id ", columns("net"));
+  EXPECT_EQ((Texts{"alter_table_add_column\n", kSelect, "no such column: id\n", kAlterId, kSelect}),
+            texts(kWarning));
+  EXPECT_TRUE(texts(kError).empty());
+}
+
+TEST_F(Columns, MissingTypeIsAdded) {
+  run("create table net (key text, id integer)");
+  EXPECT_EQ(0, add());
+  EXPECT_EQ("key id type ", columns("net"));
+  EXPECT_EQ((Texts{"alter_table_add_column\n", kSelect, "no such column: type\n", kAlterType, kSelect}),
+            texts(kWarning));
+}
+
+TEST_F(Columns, IdIsAddedBeforeType) {
+  run("create table net (key text, value blob); insert into net values ('ssid', x'01')");
+  EXPECT_EQ(0, add());
+  EXPECT_EQ("key value id type ", columns("net"));
+  EXPECT_EQ((Texts{"alter_table_add_column\n", kSelect, "no such column: id\n", kAlterId, kSelect,
+                   "no such column: type\n", kAlterType, kSelect}),
+            texts(kWarning));
+  EXPECT_TRUE(texts(kError).empty());
+}
+
+TEST_F(Columns, ThirdFailedSelectEndsTheAttempts) {
+  run("create table net (value blob)");
+  EXPECT_EQ(-1, add());
+  EXPECT_EQ("value id type ", columns("net")) << "the two columns stay";
+  EXPECT_EQ((Texts{"alter_table_add_column\n", kSelect, "no such column: id\n", kAlterId, kSelect,
+                   "no such column: type\n", kAlterType, kSelect, "no such column: key\n"}),
+            texts(kWarning));
+  EXPECT_EQ(Texts{"cnt error 3\n"}, texts(kError));
+}
+
+TEST_F(Columns, OtherComplaintEndsAtOnce) {
+  EXPECT_EQ(-1, add());
+  EXPECT_EQ((Texts{"alter_table_add_column\n", kSelect, "no such table: net\n"}), texts(kWarning));
+  EXPECT_TRUE(texts(kError).empty());
+}
+
+TEST_F(Columns, FailingAlterEndsTheCall) {
+  run("create table base (key text); create view net as select key from base");
+  EXPECT_EQ(-1, add());
+  EXPECT_EQ((Texts{"alter_table_add_column\n", kSelect, "no such column: id\n", kAlterId}), texts(kWarning));
+  EXPECT_EQ(1, log_.count_matching(kError, R"(\[\d+\] update error, Cannot add a column to a view\n)"))
+      << log_.dump();
+  EXPECT_EQ(1U, texts(kError).size());
+}
+
+TEST_F(Columns, ColumnWhoseNameBeginsWithIdCountsAsId) {
+  run("create table net (key text, type integer, id integer)");
+  EXPECT_EQ(-1, alter_table_add_column(db_, "net", "ssid' and idx='1"));
+  EXPECT_EQ(1, log_.count_matching(kError, R"(\[\d+\] update error, duplicate column name: id\n)"))
+      << log_.dump();
+}
+
+// The complaint names the table, so its text can be as long as a statement.
+TEST_F(Columns, ComplaintIsCutAt128Characters) {
+  const std::string prefix = "no such table: ";
+  for (const std::size_t length : {127U, 128U, 129U, 300U}) {
+    const std::string table(length - prefix.size(), 'x');
+    EXPECT_EQ(-1, alter_table_add_column(db_, table.c_str(), "ssid"));
+    const std::string complaint = (prefix + table).substr(0, 128) + "\n";
+    EXPECT_EQ(1, log_.count(kWarning, kFunction, complaint)) << log_.dump();
+    log_.clear();
+  }
+}
+
+TEST_F(Columns, ComplaintIsSearchedOnlyWithinThe128Characters) {
+  const std::string prefix = "no such table: ";
+  const std::string bait = "no such column: id";
+  const std::size_t last_fit = 128 - prefix.size() - bait.size();
+
+  const std::string within = "\"" + std::string(last_fit, 'x') + bait + "\"";
+  EXPECT_EQ(-1, alter_table_add_column(db_, within.c_str(), "ssid"));
+  EXPECT_EQ(1U, texts(kError).size()) << "the column was not tried: " << log_.dump();
+  log_.clear();
+
+  const std::string behind = "\"" + std::string(last_fit + 1, 'x') + bait + "\"";
+  EXPECT_EQ(-1, alter_table_add_column(db_, behind.c_str(), "ssid"));
+  EXPECT_TRUE(texts(kError).empty()) << log_.dump();
+  EXPECT_EQ(0, log_.count_containing(kWarning, "alter table")) << log_.dump();
+}
+
+TEST_F(Columns, StatementIsCutAtItsBuffer) {
+  const std::string table(600, 'x');
+  EXPECT_EQ(-1, alter_table_add_column(db_, table.c_str(), "ssid"));
+  const std::string select = "szSql " + ("select id,type from " + table).substr(0, 511) + "\n";
+  EXPECT_EQ(1, log_.count(kWarning, kFunction, select)) << log_.dump();
+}
+
+TEST_F(Columns, JournalTableIsServedToo) {
+  run("create table state (key text, item_table text, item_key text, len integer, state integer)");
+  EXPECT_EQ(0, alter_table_add_column(db_, "state", "write_state"));
+  EXPECT_EQ("key item_table item_key len state id type ", columns("state"));
+  EXPECT_EQ(1, log_.count(kWarning, kFunction, "szSql alter table state add column type integer\n"));
+}
+
+}  // namespace
