@@ -1,0 +1,258 @@
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <set>
+#include <string>
+
+#include "kelo_utils/sqlite.h"
+#include "tests/support/database.hpp"
+#include "tests/support/descriptors.hpp"
+#include "tests/support/log_capture.hpp"
+#include "tests/support/sqlite_faults.hpp"
+
+namespace {
+
+using kelo::tests::Fault;
+using kelo::tests::LogCapture;
+using kelo::tests::open_descriptors;
+
+constexpr int kDebug = 0;
+constexpr int kError = 3;
+constexpr char kFunction[] = "check_database_health";
+constexpr char kCallback[] = "integrity_check_callback";
+constexpr char kPath[] = "/data/some.db";
+constexpr std::size_t kPageSize = 4096;
+
+// --- The callback --------------------------------------------------------------------------------------
+
+template <std::size_t Count>
+int deliver(int preset, std::array<const char*, Count> cells) {
+  std::array<char*, Count> row{};
+  for (std::size_t i = 0; i < Count; ++i) row[i] = const_cast<char*>(cells[i]);  // as SQLite hands it out
+  int is_corrupted = preset;
+  EXPECT_EQ(0, integrity_check_callback(&is_corrupted, static_cast<int>(Count), row.data(), nullptr));
+  return is_corrupted;
+}
+
+TEST(QuickCheckCallback, OkClearsTheFlag) {
+  const LogCapture log;
+  EXPECT_EQ(0, deliver<1>(1, {"ok"}));
+  EXPECT_TRUE(log.lines().empty()) << log.dump();
+}
+
+TEST(QuickCheckCallback, AnythingElseSetsTheFlagAndIsLogged) {
+  const LogCapture log;
+  for (const char* const text : {"Page 3: never used", "OK", "ok ", "o", ""}) {
+    EXPECT_EQ(1, deliver<1>(0, {text})) << text;
+    EXPECT_EQ(1, log.count(kError, kCallback, std::string("[ERROR] Corruption detected: ") + text + "\n"))
+        << log.dump();
+  }
+  EXPECT_EQ(5U, log.lines().size());
+}
+
+TEST(QuickCheckCallback, NullsAreSkipped) {
+  const LogCapture log;
+  EXPECT_EQ(0, deliver<1>(1, {nullptr}));
+  EXPECT_EQ(0, deliver<3>(1, {nullptr, "ok", nullptr}));
+  EXPECT_EQ(1, deliver<3>(0, {nullptr, "bad", nullptr}));
+  EXPECT_EQ(1U, log.lines().size()) << log.dump();
+}
+
+TEST(QuickCheckCallback, OneBadColumnOfSeveralIsEnough) {
+  const LogCapture log;
+  EXPECT_EQ(1, deliver<3>(0, {"bad", "ok", "ok"}));
+  EXPECT_EQ(1, deliver<3>(0, {"ok", "bad", "worse"}));
+  EXPECT_EQ(1, log.count(kError, kCallback, "[ERROR] Corruption detected: worse\n"));
+  EXPECT_EQ(3U, log.lines().size()) << log.dump();
+}
+
+TEST(QuickCheckCallback, RowWithoutColumnsClearsTheFlag) {
+  int is_corrupted = 1;
+  EXPECT_EQ(0, integrity_check_callback(&is_corrupted, 0, nullptr, nullptr));
+  EXPECT_EQ(0, is_corrupted);
+}
+
+TEST(QuickCheckCallback, LastRowDecides) {
+  EXPECT_EQ(0, deliver<1>(deliver<1>(0, {"bad"}), {"ok"}));
+  EXPECT_EQ(1, deliver<1>(deliver<1>(0, {"ok"}), {"bad"}));
+}
+
+// --- The check -----------------------------------------------------------------------------------------
+
+class Health : public testing::Test {
+ protected:
+  void TearDown() override { EXPECT_EQ(descriptors_, open_descriptors()) << "a connection was left open"; }
+
+  // A table of one leaf page.
+  void make_database() {
+    kelo::tests::execute_sql(
+        kPath,
+        "create table net (key text, value blob);"
+        "insert into net values ('ssid', x'0102'); insert into net values ('band', x'03')");
+  }
+  // Whether the last line tells the flag at this level.
+  testing::AssertionResult ends_with_flag(int level, int flag) const {
+    const auto lines = log_.lines();
+    const std::string text = "is_corrupted=" + std::to_string(flag) + "\n";
+    if (!lines.empty() && lines.back().level == level && lines.back().text == text &&
+        lines.back().function == kFunction) {
+      return testing::AssertionSuccess();
+    }
+    return testing::AssertionFailure() << "no " << text << log_.dump();
+  }
+
+  const std::set<std::string> descriptors_ = open_descriptors();
+  LogCapture log_;
+};
+
+TEST_F(Health, NullPathIsRefused) {
+  EXPECT_EQ(-1, check_database_health(nullptr));
+  EXPECT_EQ(1, log_.count(kError, kFunction, "check_database_health param NULL\n")) << log_.dump();
+}
+
+TEST_F(Health, SoundFileIsHealthy) {
+  make_database();
+  const std::string before = kelo::tests::read_file(kPath);
+  EXPECT_EQ(0, check_database_health(kPath));
+  EXPECT_TRUE(ends_with_flag(kDebug, 0));
+  EXPECT_EQ(1U, log_.lines().size()) << log_.dump();
+  EXPECT_EQ(before, kelo::tests::read_file(kPath));
+}
+
+TEST_F(Health, ReadOnlyFileIsHealthy) {
+  make_database();
+  ASSERT_EQ(0, chmod(kPath, 0444));
+  EXPECT_EQ(0, check_database_health(kPath)) << log_.dump();
+}
+
+TEST_F(Health, EmptyFileIsHealthy) {
+  kelo::tests::write_file(kPath, "");
+  EXPECT_EQ(0, check_database_health(kPath)) << log_.dump();
+}
+
+TEST_F(Health, MissingFileCannotBeOpenedAndIsNotMade) {
+  EXPECT_EQ(-1, check_database_health(kPath));
+  EXPECT_EQ(1, log_.count(kError, kFunction, "Open failed: unable to open database file (Code: 14)\n"))
+      << log_.dump();
+  EXPECT_TRUE(ends_with_flag(kError, 0));
+  EXPECT_EQ(2U, log_.lines().size());
+  EXPECT_NE(0, access(kPath, F_OK));
+}
+
+TEST_F(Health, FolderCannotBeOpened) {
+  EXPECT_EQ(-1, check_database_health("/data"));
+  EXPECT_TRUE(ends_with_flag(kError, 0));
+}
+
+TEST_F(Health, ForeignFileFailsTheCheckItself) {
+  kelo::tests::write_file(kPath, std::string(3 * kPageSize, 'x'));
+  EXPECT_EQ(-2, check_database_health(kPath));
+  EXPECT_EQ(1, log_.count(kError, kFunction,
+                          "/data/some.db Quick check error: file is not a database (Code: 26)\n"))
+      << log_.dump();
+  EXPECT_TRUE(ends_with_flag(kError, 0));
+  EXPECT_EQ(2U, log_.lines().size());
+}
+
+TEST_F(Health, CutFileIsCorrupt) {
+  make_database();
+  ASSERT_EQ(0, truncate(kPath, kPageSize));
+  EXPECT_EQ(1, check_database_health(kPath));
+  EXPECT_EQ(1, log_.count(kError, kFunction,
+                          "/data/some.db corruption detected: database disk image is malformed (Code: 11)\n"))
+      << log_.dump();
+  EXPECT_TRUE(ends_with_flag(kError, 1));
+  EXPECT_EQ(2U, log_.lines().size());
+}
+
+TEST_F(Health, ProblemFoundByTheCheckIsCorrupt) {
+  make_database();
+  constexpr std::size_t kFreePageCount = 36;  // in the file header; there are none
+  kelo::tests::overwrite_file(kPath, kFreePageCount, std::string_view("\0\0\0\5", 4));
+  EXPECT_EQ(1, check_database_health(kPath));
+  EXPECT_EQ(1, log_.count_containing(kError, "[ERROR] Corruption detected: ")) << log_.dump();
+  EXPECT_EQ(kCallback, log_.lines().front().function);
+  EXPECT_TRUE(ends_with_flag(kDebug, 1)) << "the check itself went well";
+  EXPECT_EQ(2U, log_.lines().size());
+}
+
+TEST_F(Health, ProblemThatEndsTheCheckIsCorrupt) {
+  make_database();
+  kelo::tests::overwrite_file(kPath, kPageSize, std::string(kPageSize, '\xFF'));  // the table's leaf
+  EXPECT_EQ(1, check_database_health(kPath));
+  EXPECT_TRUE(ends_with_flag(kError, 1));
+}
+
+// A value that a later release forbids is a problem row of its own.
+TEST_F(Health, EveryProblemIsLogged) {
+  kelo::tests::execute_sql(kPath,
+                           "create table net (key text, value blob);"
+                           "insert into net values ('a', null), ('b', null), ('c', null);"
+                           "pragma writable_schema=on;"
+                           "update sqlite_master set sql='create table net (key text, value blob not null)'");
+  EXPECT_EQ(1, check_database_health(kPath));
+  EXPECT_EQ(3, log_.count(kError, kCallback, "[ERROR] Corruption detected: NULL value in net.value\n"))
+      << log_.dump();
+  EXPECT_TRUE(ends_with_flag(kDebug, 1));
+}
+
+TEST_F(Health, FileCalledCorruptOnOpeningIsCorrupt) {
+  make_database();
+  const Fault fault({.function = "sqlite3_open_v2", .code = SQLITE_CORRUPT, .text = kPath});
+  EXPECT_EQ(1, check_database_health(kPath));
+  EXPECT_EQ(1, log_.count_matching(kError, "Database is corrupted upon opening: .* \\(Code: 11\\)\n"))
+      << log_.dump();
+  EXPECT_TRUE(ends_with_flag(kError, 1));
+  EXPECT_EQ(2U, log_.lines().size());
+  EXPECT_EQ(kFunction, log_.lines().front().function);
+}
+
+TEST_F(Health, OpeningWithoutAHandleIsReportedToo) {
+  const Fault fault({.function = "sqlite3_open_v2", .code = SQLITE_NOMEM, .null_handle = true});
+  EXPECT_EQ(-1, check_database_health(kPath));
+  EXPECT_EQ(1, log_.count(kError, kFunction, "Open failed: out of memory (Code: 7)\n")) << log_.dump();
+  EXPECT_TRUE(ends_with_flag(kError, 0));
+}
+
+TEST_F(Health, FailureWithoutATextIsAnUnknownError) {
+  make_database();
+  const Fault other({.function = "sqlite3_exec", .code = SQLITE_IOERR, .at = 1, .null_error = true});
+  EXPECT_EQ(-2, check_database_health(kPath));
+  EXPECT_EQ(1, log_.count(kError, kFunction, "/data/some.db Quick check error: Unknown error (Code: 10)\n"))
+      << log_.dump();
+  EXPECT_TRUE(ends_with_flag(kError, 0));
+  const Fault corrupt({.function = "sqlite3_exec", .code = SQLITE_CORRUPT, .at = 1, .null_error = true});
+  EXPECT_EQ(1, check_database_health(kPath));
+  EXPECT_EQ(1, log_.count(kError, kFunction, "/data/some.db corruption detected: Unknown error (Code: 11)\n"))
+      << log_.dump();
+  EXPECT_TRUE(ends_with_flag(kError, 1));
+}
+
+TEST_F(Health, FileHeldByAnotherProcessIsWaitedForAndNotCalledCorrupt) {
+  make_database();
+  sqlite3* holder = nullptr;
+  ASSERT_EQ(SQLITE_OK, sqlite3_open(kPath, &holder));
+  ASSERT_EQ(SQLITE_OK, sqlite3_exec(holder, "begin exclusive", nullptr, nullptr, nullptr));
+  const kelo::tests::ShortBusyTimeout short_wait(1);
+  EXPECT_EQ(-2, check_database_health(kPath));
+  EXPECT_LE(1000, short_wait.shortest_asked_for());
+  EXPECT_EQ(1,
+            log_.count(kError, kFunction, "/data/some.db Quick check error: database is locked (Code: 5)\n"))
+      << log_.dump();
+  sqlite3_close(holder);
+  EXPECT_EQ(0, check_database_health(kPath));
+}
+
+TEST_F(Health, CheckIsTheQuickOneOnAReadOnlyConnection) {
+  make_database();
+  const kelo::tests::CallTrace trace;
+  EXPECT_EQ(0, check_database_health(kPath));
+  EXPECT_EQ(1, trace.count("sqlite3_open_v2", kPath)) << trace.dump();
+  EXPECT_EQ(1, trace.count("sqlite3_exec", "PRAGMA quick_check;")) << trace.dump();
+  EXPECT_EQ(0, trace.count("sqlite3_open", kPath)) << trace.dump();
+}
+
+}  // namespace
