@@ -1,0 +1,185 @@
+// The repair that a read makes of the primary database.
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+
+#include "kelo_utils/sqlite.h"
+#include "tests/support/database.hpp"
+#include "tests/support/sqlite_faults.hpp"
+#include "tests/support/stored_rows.hpp"
+
+namespace {
+
+using kelo::tests::CallTrace;
+using kelo::tests::Fault;
+using kelo::tests::kEveryTime;
+using kelo::tests::put;
+using kelo::tests::read_file;
+using kelo::tests::ReadRow;
+using Buffer = kelo::tests::MarkedBuffer;
+
+constexpr int kDebug = 0;
+constexpr int kError = 3;
+constexpr char kRecovery[] = "/kelonvbak/data/config.db";
+constexpr char kFromBackup[] = "error: DB_CONFIG is damaged cp /data/configbak.db /data/config.db";
+constexpr char kFromRecovery[] =
+    "error: DB_CONFIG is damaged so cp /kelonvbak/data/config.db /data/config.db";
+
+class Repair : public ReadRow {
+ protected:
+  void SetUp() override {
+    put(DB_CONFIG, "ssid", "current");
+    put(DB_CONFIGBAK, "ssid", "backed up");
+  }
+  static void provide_recovery() { put(kRecovery, "ssid", "recovered"); }
+
+  int repairs() const { return log_.count_containing(kError, "DB_CONFIG is damaged"); }
+  int health_checks() const {
+    return log_.count_containing(kDebug, "is_corrupted=0\n") + log_.count_containing(kError, "is_corrupted=");
+  }
+};
+
+TEST_F(Repair, HealthyBackupIsCopiedFirst) {
+  provide_recovery();
+  kelo::tests::corrupt_schema(DB_CONFIG);
+  Buffer buffer(16);
+  EXPECT_EQ(9, read(buffer));
+  EXPECT_EQ("backed up", buffer.first(9));
+  EXPECT_EQ(1, prepare_errors(SQLITE_CORRUPT)) << log_.dump();
+  EXPECT_EQ(1, logged(kFromBackup)) << log_.dump();
+  EXPECT_EQ(1, repairs());
+  EXPECT_EQ(read_file(DB_CONFIGBAK), read_file(DB_CONFIG));
+}
+
+TEST_F(Repair, RecoveryCopyIsTheLastSource) {
+  provide_recovery();
+  const std::string recovery = read_file(kRecovery);
+  kelo::tests::corrupt_schema(DB_CONFIG);
+  kelo::tests::corrupt_schema(DB_CONFIGBAK);
+  const std::string backup = read_file(DB_CONFIGBAK);
+  Buffer buffer(16);
+  EXPECT_EQ(9, read(buffer));
+  EXPECT_EQ("recovered", buffer.first(9));
+  EXPECT_EQ(1, logged(kFromRecovery)) << log_.dump();
+  EXPECT_EQ(1, repairs());
+  EXPECT_EQ(recovery, read_file(DB_CONFIG));
+  EXPECT_EQ(recovery, read_file(kRecovery));
+  EXPECT_EQ(backup, read_file(DB_CONFIGBAK));
+}
+
+TEST_F(Repair, MissingBackupCountsAsUnhealthy) {
+  provide_recovery();
+  kelo::tests::corrupt_schema(DB_CONFIG);
+  ASSERT_EQ(0, unlink(DB_CONFIGBAK));
+  Buffer buffer(16);
+  EXPECT_EQ(9, read(buffer));
+  EXPECT_EQ(1, logged(kFromRecovery)) << log_.dump();
+  EXPECT_FALSE(kelo::tests::file_exists(DB_CONFIGBAK));
+}
+
+TEST_F(Repair, WithoutAHealthyCopyTheReadIsJustRepeated) {
+  kelo::tests::corrupt_schema(DB_CONFIG);
+  kelo::tests::make_no_database(DB_CONFIGBAK);
+  const std::string primary = read_file(DB_CONFIG);
+  Buffer buffer(16);
+  EXPECT_EQ(-100, read(buffer));
+  EXPECT_EQ(2, prepare_errors(SQLITE_CORRUPT)) << log_.dump();
+  EXPECT_EQ(0, repairs());
+  EXPECT_EQ(2, health_checks()) << "the sources are examined once";
+  EXPECT_EQ(primary, read_file(DB_CONFIG));
+  EXPECT_TRUE(buffer.untouched_from(0));
+  EXPECT_EQ(kUnset, crc_);
+}
+
+// A corrupt backup is read and the primary is replaced: the store has always mended its primary only.
+TEST_F(Repair, CopyGoesToThePrimaryWhateverFileIsRead) {
+  provide_recovery();
+  kelo::tests::corrupt_schema(DB_CONFIGBAK);
+  const std::string backup = read_file(DB_CONFIGBAK);
+  Buffer buffer(16);
+  EXPECT_EQ(-100, dm_read_db(DB_CONFIGBAK, "net", "ssid", buffer.data(), &crc_, 16));
+  EXPECT_EQ(2, prepare_errors(SQLITE_CORRUPT)) << log_.dump();
+  EXPECT_EQ(1, repairs()) << "once per call";
+  EXPECT_EQ(1, logged(kFromRecovery));
+  EXPECT_EQ(read_file(kRecovery), read_file(DB_CONFIG));
+  EXPECT_EQ(backup, read_file(DB_CONFIGBAK));
+}
+
+TEST_F(Repair, FileOutsideTheStoreRepairsThePrimaryToo) {
+  put("/data/other.db", "ssid", "other");
+  kelo::tests::corrupt_schema("/data/other.db");
+  Buffer buffer(16);
+  EXPECT_EQ(-100, dm_read_db("/data/other.db", "net", "ssid", buffer.data(), &crc_, 16));
+  EXPECT_EQ(1, logged(kFromBackup)) << log_.dump();
+  EXPECT_EQ(read_file(DB_CONFIGBAK), read_file(DB_CONFIG));
+}
+
+// A source that passes the quick check without the table ends the second try with another error.
+TEST_F(Repair, SecondTryReportsWhatTheCopyLacks) {
+  kelo::tests::corrupt_schema(DB_CONFIG);
+  kelo::tests::write_file(DB_CONFIGBAK, "");
+  Buffer buffer(16);
+  EXPECT_EQ(-100, read(buffer));
+  EXPECT_EQ(1, logged(kFromBackup)) << log_.dump();
+  EXPECT_EQ(1, prepare_errors(SQLITE_CORRUPT));
+  EXPECT_EQ(1, prepare_errors(SQLITE_ERROR));
+}
+
+TEST_F(Repair, ForeignFileIsNotRepaired) {
+  provide_recovery();
+  kelo::tests::make_no_database(DB_CONFIG);
+  Buffer buffer(16);
+  EXPECT_EQ(-100, read(buffer));
+  EXPECT_EQ(1, prepare_errors(SQLITE_NOTADB)) << log_.dump();
+  EXPECT_EQ(0, repairs());
+  EXPECT_EQ(0, health_checks());
+}
+
+TEST_F(Repair, DamageFoundByTheStepIsNotRepaired) {
+  kelo::tests::overwrite_file(DB_CONFIG, 4096, std::string(64, '\xFF'));  // the table's own page
+  Buffer buffer(16);
+  EXPECT_EQ(-1, read(buffer));
+  EXPECT_EQ(1, logged("sqlite3_step error 1\n")) << log_.dump();
+  EXPECT_EQ(0, repairs());
+  EXPECT_TRUE(buffer.untouched_from(0));
+  EXPECT_EQ(kUnset, crc_);
+}
+
+TEST_F(Repair, IsMadeOncePerCall) {
+  const Fault fault(
+      {.function = "sqlite3_prepare", .code = SQLITE_CORRUPT, .text = "from net", .times = kEveryTime});
+  const CallTrace trace;
+  Buffer buffer(16);
+  EXPECT_EQ(-100, read(buffer));
+  EXPECT_EQ(2, fault.failed()) << trace.dump();
+  EXPECT_EQ(1, trace.count("popen", "cp /data/configbak.db /data/config.db")) << trace.dump();
+  EXPECT_EQ(1, trace.count("popen"));
+  EXPECT_EQ(2, prepare_errors(SQLITE_CORRUPT));
+  EXPECT_EQ(1, repairs());
+}
+
+TEST_F(Repair, CopyThatCannotBeStartedLeavesTheFileAndTheReadIsRepeated) {
+  kelo::tests::corrupt_schema(DB_CONFIG);
+  const std::string primary = read_file(DB_CONFIG);
+  const Fault fault({.function = "popen", .code = EMFILE});
+  Buffer buffer(16);
+  EXPECT_EQ(-100, read(buffer));
+  EXPECT_EQ(1, log_.count_containing(kError, "system command failed: ")) << log_.dump();
+  EXPECT_EQ(2, prepare_errors(SQLITE_CORRUPT));
+  EXPECT_EQ(primary, read_file(DB_CONFIG));
+}
+
+TEST_F(Repair, BusyBackupIsNotASource) {
+  provide_recovery();
+  kelo::tests::corrupt_schema(DB_CONFIG);
+  const Fault fault({.function = "sqlite3_exec", .code = SQLITE_BUSY, .text = "quick_check"});
+  Buffer buffer(16);
+  EXPECT_EQ(9, read(buffer));
+  EXPECT_EQ("recovered", buffer.first(9));
+  EXPECT_EQ(1, logged(kFromRecovery)) << log_.dump();
+}
+
+}  // namespace
