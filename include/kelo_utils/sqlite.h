@@ -169,8 +169,12 @@ KELO_API int dm_pal_read_by_key(const char* table, const char* key, void* buf, i
  * copy of the primary after every healthy write; the primary is read first only to find and repair its
  * corruption.
  *
+ * The checksum speaks of the value's length and of as many of its first bits as the value has bytes (modulo
+ * 65536): damage behind them goes unnoticed.
+ *
  * @param buf  receives at most `len` bytes; may have been written to even when the result is a failure. A
- * buffer shorter than the value fails with -102, because the checksum is taken over what was read.
+ * buffer shorter than the value fails with -102, because the checksum is taken over what was read; only a
+ * value whose covered bits are all zero passes and is cut.
  * @return the number of bytes read (1 or more), or a code of ::dm_sqlite_result. Failures are final: the
  * default is not consulted.
  */
