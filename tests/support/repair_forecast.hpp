@@ -1,0 +1,76 @@
+// Forecasts what the store makes of damaged files: its rules, played through on where the content of each
+// file stems from.
+#ifndef KELO_TESTS_REPAIR_FORECAST_HPP
+#define KELO_TESTS_REPAIR_FORECAST_HPP
+
+#include <sqlite3.h>
+
+#include <optional>
+
+namespace kelo::tests {
+
+// Where the content of a file stems from.
+enum class Origin { kCurrent, kOlder, kFresh, kDamaged };
+
+struct File {
+  Origin origin;
+  int item_query = SQLITE_OK;     // result of preparing a statement on the items' table
+  int version_query = SQLITE_OK;  // and on the version's
+  bool table_made = true;         // the items' table is there or can be created
+  bool healthy = true;            // passes the quick check
+
+  [[nodiscard]] bool corrupt() const { return item_query == SQLITE_CORRUPT; }
+};
+
+class Forecast {
+ public:
+  Forecast(File primary, File backup, std::optional<File> recovery)
+      : primary_(primary), backup_(backup), recovery_(recovery) {}
+
+  // The start-up reads the version, and stores it when the backup's table cannot be asked.
+  void start_up() {
+    read();
+    if (backup_.version_query != SQLITE_OK) write();
+  }
+  // Any read: the primary first, then the backup.
+  void read() {
+    if (primary_.corrupt()) repair();
+    if (backup_.corrupt()) repair();
+  }
+  // Whether the write reports success.
+  bool write() {
+    if (primary_.corrupt()) repair();
+    if (!primary_.table_made) return false;
+    // Damage that the quick check misses is copied; damage that it sees keeps the backup as it is.
+    if (primary_.origin == Origin::kDamaged) {
+      backup_may_be_damaged_ = true;
+    } else {
+      backup_ = {primary_.origin};
+      backup_may_be_damaged_ = false;
+    }
+    return true;
+  }
+  // Which values the reads return; nothing when the backup is damaged, so that they may fail.
+  [[nodiscard]] std::optional<Origin> served() const {
+    if (backup_.origin == Origin::kDamaged || backup_may_be_damaged_) return {};
+    return backup_.origin;
+  }
+
+ private:
+  void repair() {
+    if (backup_.healthy) {
+      primary_ = backup_;
+    } else if (recovery_) {
+      primary_ = *recovery_;
+    }
+  }
+
+  File primary_;
+  File backup_;
+  std::optional<File> recovery_;
+  bool backup_may_be_damaged_ = false;
+};
+
+}  // namespace kelo::tests
+
+#endif  // KELO_TESTS_REPAIR_FORECAST_HPP
