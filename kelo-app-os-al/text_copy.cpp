@@ -1,0 +1,83 @@
+// Copies of text into buffers of a given size.
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "base/fatal.hpp"
+#include "kelo_utils/app_os_al.h"
+#include "log/library_log.hpp"
+
+namespace {
+
+// The name under which crash logs show a misuse of these functions.
+constexpr const char* kSourcePath = "kelo-app-os-al/kelo_app_os_al.c";
+
+// Bytes of a UTF-8 character, by the number of leading one bits in its first byte.
+constexpr std::array<std::uint8_t, 9> kCharacterSizes = {1, 0, 2, 3, 4, 0, 0, 0, 0};
+
+std::size_t character_size(char lead) {
+  return kCharacterSizes[static_cast<std::size_t>(std::countl_one(static_cast<std::uint8_t>(lead)))];
+}
+
+enum class Utf8Run { whole_text, cut_short, ill_formed };
+
+struct Utf8Prefix {
+  Utf8Run run;
+  std::size_t length;
+};
+
+// How many bytes of whole characters at the start of `text` fit into `room` bytes, and what ended them. A
+// character that the terminator cuts off is not whole and never fits.
+Utf8Prefix whole_characters(const char* text, std::size_t room) {
+  std::size_t length = 0;
+  while (text[length] != '\0') {
+    const std::size_t size = character_size(text[length]);
+    if (size == 0) return {Utf8Run::ill_formed, 0};
+    if (size > room - length || strnlen(text + length, size) < size) return {Utf8Run::cut_short, length};
+    length += size;
+  }
+  return {Utf8Run::whole_text, length};
+}
+
+}  // namespace
+
+std::size_t kelo_strlcpy(char* destination, const char* source, std::size_t size) {
+  if (destination == nullptr || source == nullptr) return 0;
+  const std::size_t length = std::strlen(source);
+  if (size != 0) {
+    const std::size_t copied = std::min(length, size - 1);
+    std::memcpy(destination, source, copied);
+    destination[copied] = '\0';
+  }
+  return length;
+}
+
+std::size_t kelo_strlcat(char* destination, const char* source, std::size_t size) {
+  if (destination == nullptr || source == nullptr) return 0;
+  const std::size_t length = strnlen(destination, size);
+  return length + kelo_strlcpy(destination + length, source, size - length);
+}
+
+void kelo_string_memcpy(char* destination, const char* source, std::size_t n) {
+  if (destination == nullptr || source == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "Invalid string parameter.\n");
+    return;
+  }
+  const std::size_t copied = strnlen(source, n);
+  std::memcpy(destination, source, copied);
+  std::memset(destination + copied, 0, n - copied);
+}
+
+int kelo_utf8_NumBytesInChar(char lead) { return static_cast<int>(character_size(lead)); }
+
+int kelo_utf8_Copy(char* destination, const char* source, std::size_t size, std::size_t* copied) {
+  if (destination == nullptr || source == nullptr || size == 0) kelo::base::fatal(kSourcePath, __LINE__);
+  const Utf8Prefix prefix = whole_characters(source, size - 1);
+  std::memcpy(destination, source, prefix.length);
+  destination[prefix.length] = '\0';
+  if (copied != nullptr) *copied = prefix.length;
+  return prefix.run == Utf8Run::cut_short ? -1 : 0;
+}
