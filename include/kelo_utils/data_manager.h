@@ -430,6 +430,35 @@ KELO_API int32_t kelo_dm_Crc32Calc(const void* data, uint16_t bit_count, uint32_
 /** @} */
 
 /**
+ * @name Values held in memory
+ * A store of its own beside the registered items, lost when the process ends: any id may be stored,
+ * registered or not. Any thread may use it at any time. Reads of different items never wait for each other; a
+ * read waits only for a write of the same item.
+ * @{
+ */
+/**
+ * Stores a value in memory, as a new item or in place of the item's value. An item's memory grows to its
+ * longest value and is kept until the process ends. Memory that runs out for a value ends the process
+ * ("data_manager/ kelo_dm_sync_mem.c, line: N"); memory that runs out for a new item is logged and the value
+ * dropped.
+ * @param id           any number.
+ * @param data         `*len_pointer` bytes, copied.
+ * @param len_pointer  length in bytes, 0 or more. A null argument or a negative length is logged and nothing
+ * stored.
+ */
+KELO_API void kelo_dm_wr_to_mem(int32_t id, const void* data, const int32_t* len_pointer);
+
+/**
+ * Copies a value held in memory. Null arguments: nothing happens.
+ * @param id           any number.
+ * @param buf          receives at most `*len_pointer` bytes; untouched when there is no such item.
+ * @param len_pointer  in: room in `buf` in bytes. Out: the bytes copied, which is the value's length, or the
+ * room when the value is longer; -1 when there is no such item (logged).
+ */
+KELO_API void kelo_dm_rd_from_mem(int32_t id, void* buf, int32_t* len_pointer);
+/** @} */
+
+/**
  * @name Hooks
  * A storage back-end, or the daemon itself, defines these four in place of the library's own, which do
  * nothing. A program's definition wins with the shared library and with the archive.
