@@ -92,8 +92,7 @@ class ItemWrite : public testing::Test {
   LogCapture log_;
 };
 
-// --- The whole write
-// ----------------------------------------------------------------------------------------
+// --- The whole write ---------------------------------------------------------------------------------------
 
 TEST_F(ItemWrite, FirstWriteMakesThreeFiles) {
   EXPECT_EQ(0, write_item("ssid", "home"));
@@ -201,8 +200,7 @@ TEST_F(ItemWrite, RowFailuresAreReportedAsSuccess) {
   EXPECT_EQ("home", scalar(DB_CONFIGBAK, "select value from net"));
 }
 
-// --- The backup
-// ---------------------------------------------------------------------------------------------
+// --- The backup --------------------------------------------------------------------------------------------
 
 TEST_F(ItemWrite, UnhealthyPrimaryIsNotCopied) {
   write_item("ssid", "home");
@@ -300,8 +298,7 @@ TEST_F(ItemWrite, LongestCommandThatFits) {
   EXPECT_EQ(read_file(primary), read_file(backup));
 }
 
-// --- The order of a write
-// -----------------------------------------------------------------------------------
+// --- The order of a write ----------------------------------------------------------------------------------
 
 class WriteOrder : public ItemWrite {
  protected:
@@ -378,8 +375,7 @@ TEST_F(WriteOrder, OfABackupInAnotherDirectory) {
   EXPECT_LT(found - calls.begin(), trace.position("sqlite3_exec", "state=101")) << trace.dump();
 }
 
-// --- Syncs
-// --------------------------------------------------------------------------------------------------
+// --- Syncs -------------------------------------------------------------------------------------------------
 
 // The statements of one write, on plain connections.
 void bare_write(const std::string& directory, const std::string& value) {
@@ -422,8 +418,7 @@ TEST_F(ItemWrite, SyncsOnceMoreThanItsStatements) {
   }
 }
 
-// --- One row into one file
-// ----------------------------------------------------------------------------------
+// --- One row into one file ---------------------------------------------------------------------------------
 
 TEST_F(ItemWrite, RowWriteNullArgumentsAndNegativeLength) {
   EXPECT_EQ(-1, dm_write_db(nullptr, "net", 7, "ssid", 5, "home", 4));
@@ -495,8 +490,7 @@ TEST_F(ItemWrite, OlderPrimaryIsGivenItsColumnsInTheSameWrite) {
   EXPECT_EQ(WS_BACKUP_DONE, journal_state(DB_STATE));
 }
 
-// --- Repair
-// -------------------------------------------------------------------------------------------------
+// --- Repair ------------------------------------------------------------------------------------------------
 
 class Repair : public ItemWrite {
  protected:
@@ -626,8 +620,7 @@ TEST_F(Repair, OfMovedFiles) {
   EXPECT_EQ(1, log_.count(kError, "dm_write_db", "ERROR: cp /data/b/configbak.db /data/a/config.db"));
 }
 
-// --- Files that another process holds
-// -----------------------------------------------------------------------
+// --- Files that another process holds ----------------------------------------------------------------------
 
 TEST_F(ItemWrite, APrimaryHeldForAMomentIsWaitedFor) {
   ASSERT_EQ(0, write_item("ssid", "home"));
@@ -655,8 +648,7 @@ TEST_F(ItemWrite, APrimaryHeldForLongIsLeftAlone) {
   EXPECT_EQ("home", scalar(DB_CONFIG, "select value from net"));
 }
 
-// --- The slot of a handle
-// -----------------------------------------------------------------------------------
+// --- The slot of a handle ----------------------------------------------------------------------------------
 
 kelo_dm_item_desc descriptor(const char* table, const char* key, int type) {
   kelo_dm_item_desc item{};
@@ -698,8 +690,7 @@ TEST_F(ItemWrite, SlotWithoutDescriptor) {
   EXPECT_EQ(1U, log_.lines().size());
 }
 
-// --- Descriptors and threads
-// --------------------------------------------------------------------------------
+// --- Descriptors and threads -------------------------------------------------------------------------------
 
 TEST_F(ItemWrite, NoDescriptorIsLeftOpen) {
   const auto before = open_descriptors();

@@ -137,8 +137,7 @@ TEST_F(Journal, ExistenceThatCannotBeAsked) {
   EXPECT_EQ(WS_READY, kelo::tests::journal_state(DB_STATE));
 }
 
-// --- Journals of older releases
-// -----------------------------------------------------------------------------
+// --- Journals of older releases ----------------------------------------------------------------------------
 
 TEST_F(Journal, MissingIdIsAdded) {
   make_journal("key text,item_table text,item_key text,type integer,len integer,state integer",
@@ -197,8 +196,7 @@ TEST_F(Journal, ColumnThatCannotBeAdded) {
   EXPECT_EQ("102", kelo::tests::scalar(DB_STATE, "select state from state"));
 }
 
-// --- Broken journals
-// ----------------------------------------------------------------------------------------
+// --- Broken journals ---------------------------------------------------------------------------------------
 
 class BrokenJournal : public Journal {
  protected:
@@ -275,8 +273,7 @@ TEST_F(Journal, FailureWithoutText) {
       << log_.dump();
 }
 
-// --- Journals that another process holds
-// --------------------------------------------------------------------
+// --- Journals that another process holds -------------------------------------------------------------------
 
 TEST_F(Journal, ALockIsWaitedFor) {
   ASSERT_EQ(0, record(WS_READY));
@@ -347,8 +344,7 @@ TEST_F(HeldJournal, AWriteGoesOnWithoutIt) {
   EXPECT_EQ("home", kelo::tests::scalar(DB_CONFIGBAK, "select value from net"));
 }
 
-// --- Sizes and descriptors
-// ----------------------------------------------------------------------------------
+// --- Sizes and descriptors ---------------------------------------------------------------------------------
 
 // Quoted in the statement with the rest of it, so many characters fill the 511 there is room for.
 std::string key_for_insert_of(std::size_t length) {

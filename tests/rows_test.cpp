@@ -34,8 +34,7 @@ constexpr char kPath[] = "/data/rows.db";
 constexpr char kInsertFragment[] = "insert into net";
 constexpr char kUpdateFragment[] = "update net";
 
-// --- Whether a row exists
-// -----------------------------------------------------------------------------------
+// --- Whether a row exists ----------------------------------------------------------------------------------
 
 class Existence : public testing::Test {
  protected:
@@ -100,8 +99,7 @@ TEST_F(Existence, StatementIsCutAtItsRoom) {
   EXPECT_EQ(1, log_.count_containing(kError, "get table existence error")) << log_.dump();
 }
 
-// --- Storing a row
-// ------------------------------------------------------------------------------------------
+// --- Storing a row -----------------------------------------------------------------------------------------
 
 class RowStorage : public testing::Test {
  protected:
@@ -211,8 +209,7 @@ TEST_F(RowStorage, ChecksumCoversAnEighthOfTheBytes) {
   EXPECT_NE(before, kelo::tests::scalar(kPath, "select crc from net"));
 }
 
-// --- Failures of a step are logged, not reported
-// ------------------------------------------------------------
+// --- Failures of a step are logged, not reported -----------------------------------------------------------
 
 struct Way {
   const char* name;
@@ -317,8 +314,7 @@ TEST_F(RowStorage, RefusedRow) {
   EXPECT_EQ(Items{}, item_rows(kPath, "net"));
 }
 
-// --- Tables of older releases
-// -------------------------------------------------------------------------------
+// --- Tables of older releases ------------------------------------------------------------------------------
 
 struct OldTable {
   const char* name;
@@ -378,8 +374,7 @@ TEST_P(OldTables, ColumnThatCannotBeAdded) {
 INSTANTIATE_TEST_SUITE_P(Releases, OldTables, testing::ValuesIn(kOldTables),
                          [](const auto& table) { return std::string(table.param.name); });
 
-// --- Room for statements
-// ------------------------------------------------------------------------------------
+// --- Room for statements -----------------------------------------------------------------------------------
 
 // A key with which the insert of the value "home" takes so many characters.
 std::string key_for_insert_of(std::size_t length) {
@@ -414,8 +409,7 @@ TEST_F(RowStorage, KeyLongerThanEveryStatement) {
   EXPECT_EQ("0", kelo::tests::scalar(kPath, "select count(*) from net"));
 }
 
-// --- Fetching a value
-// ---------------------------------------------------------------------------------------
+// --- Fetching a value --------------------------------------------------------------------------------------
 
 TEST_F(RowStorage, FetchFillsNoMoreThanTheBuffer) {
   store("abcdef");
