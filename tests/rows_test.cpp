@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -217,6 +218,8 @@ struct Way {
   const char* label;      // before the code in its messages
   bool row_exists;
 };
+void PrintTo(const Way& way, std::ostream* out) { *out << way.name; }
+
 constexpr Way kWays[] = {{"Insert", kInsertFragment, "", false}, {"Update", kUpdateFragment, "rc: ", true}};
 
 class FailingStep : public RowStorage, public testing::WithParamInterface<Way> {
@@ -322,6 +325,8 @@ struct OldTable {
   const char* values;  // of a row with the key "ssid"
   int added;
 };
+void PrintTo(const OldTable& table, std::ostream* out) { *out << table.name; }
+
 constexpr OldTable kOldTables[] = {
     {"WithoutId", "key text,type integer,len integer,crc integer,value blob", "'ssid',5,1,1,x'41'", 1},
     {"WithoutType", "id integer,key text,len integer,crc integer,value blob", "7,'ssid',1,1,x'41'", 1},
