@@ -79,6 +79,13 @@ TEST_F(Shell, WithoutABufferTheCommandRunsToItsEnd) {
   EXPECT_TRUE(log_.lines().empty()) << log_.dump();
 }
 
+// More than a pipe holds: the command is ended while it writes, and what follows is not done.
+TEST_F(Shell, ACommandWithTooMuchOutputIsEnded) {
+  EXPECT_EQ(0, dm_sqlite_system_cmd("head -c 1000000 /dev/zero && echo > /tmp/whole", output_.data(), 1));
+  EXPECT_EQ(std::string_view("\0#", 2), output(2));
+  EXPECT_FALSE(kelo::tests::file_exists("/tmp/whole"));
+}
+
 TEST_F(Shell, ExitStatusIsNotExamined) {
   EXPECT_EQ(0, dm_sqlite_system_cmd("exit 3", output_.data(), 16));
   EXPECT_EQ(0, dm_sqlite_system_cmd("kill -KILL $$", output_.data(), 16));

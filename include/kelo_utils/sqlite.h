@@ -80,7 +80,10 @@ extern KELO_API char
  */
 KELO_API void sqlite_reg_store_area(const char* primary_dir, const char* backup_dir);
 
-/** Whether both configuration files exist. @return 0 when they do, -1 otherwise. */
+/**
+ * Whether both configuration files exist. A file that a crash left half copied is put back first, and a copy
+ * that another process is making is waited for. @return 0 when they do, -1 otherwise.
+ */
 KELO_API int dm_pal_check_db_exist(void);
 
 /**
@@ -146,8 +149,9 @@ KELO_API int dm_write_state_db(const char* table, uint32_t id, const char* key, 
  * ends.
  *
  * @param command   handed to the shell as it stands.
- * @param out       receives the output, not terminated; null discards it.
- * @param out_size  bytes of room in `out`; output beyond it is lost.
+ * @param out       receives the output, not terminated; null: nothing is read.
+ * @param out_size  bytes of room in `out`. Once that many were read (at once for null) the pipe is closed: a
+ * command that writes more may be ended by SIGPIPE before its work is done. Redirect what is not wanted.
  * @return 0 once the command ran, whatever its exit status; -1 for a null command or when it could not be
  * started.
  */
