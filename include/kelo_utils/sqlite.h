@@ -314,9 +314,10 @@ KELO_API int dm_sqlite_db2csv_cb(void* db, int ncols, char** values, char** name
 /**
  * Writes one table's rows to `out`. A row's line, its end included, takes at most 512 bytes; what is longer
  * is cut. A key of 32 bytes or more is left out and taken as the length column, whose columns then all move
- * by one. A length or type of five or more digits is left out. Values of type 5 are written as text, others
- * as the number in their first four bytes (fewer bytes count as zero-filled). A table that cannot be read is
- * a fatal programming error.
+ * by one. A length or type of five or more digits is left out. Values of type 5 are written as text, as many
+ * bytes as their length says and as there are (none when the length was left out), others as the number in
+ * their first four bytes (fewer bytes count as zero-filled). A table that cannot be read is a fatal
+ * programming error.
  * @return 0, or 3 when `table` or `out` is null.
  */
 KELO_API int dm_export_by_table(struct sqlite3* db, const char* table, FILE* out);
