@@ -1,9 +1,11 @@
-#include <pthread.h>
+#include <fcntl.h>
 #include <sys/syscall.h>
+#include <unistd.h>
 
 #include <array>
 #include <atomic>
 #include <cstdarg>
+#include <cstddef>
 #include <cstdio>
 
 #include "base/file.hpp"
@@ -14,6 +16,14 @@
 namespace {
 
 using kelo::log::LogLock;
+
+// The platform's diagnostic library reads the descriptors by these offsets.
+static_assert(offsetof(LogDiagDescriptor, line) == 0);
+static_assert(offsetof(LogDiagDescriptor, subsystem) == 2);
+static_assert(offsetof(LogDiagDescriptor, mask) == 4);
+static_assert(offsetof(LogDiagDescriptor, format) == 8);
+static_assert(offsetof(LogDiagDescriptor, file) == 8 + sizeof(void*));
+static_assert(sizeof(LogDiagDescriptor) == 8 + 2 * sizeof(void*));
 
 std::atomic<int> current_level{LOG_LVL_INFO};
 std::atomic<int> log_tool_enable{1};
@@ -27,22 +37,23 @@ constexpr char kSwitchFile[] = "/data/log_enable";
 // A failed start is left to the next message.
 void start_diag_channel(int enable) {
   if (log_diag_ready.load(std::memory_order_acquire)) return;
+  const kelo::base::ErrnoKeeper keep;  // the message that waits for the channel may show errno
   if (enable != 1 || Diag_LSM_Init(nullptr) != 0) log_diag_ready.store(true, std::memory_order_release);
 }
 
-// The setters start the channel outside a message, so they serialise with one themselves. A setter called
-// from the print callback finds the lock held by its own thread and goes on under it.
+// The setters start the channel outside a message, so they serialise with one themselves. Only a setter
+// called by the starting channel itself finds the lock held by its own thread: the start is under way then.
 void start_diag_channel_locked(int enable) {
   if (log_diag_ready.load(std::memory_order_acquire)) return;
   const LogLock lock;
-  start_diag_channel(enable);
+  if (lock.acquired()) start_diag_channel(enable);
 }
 
 enum class Delivery { dropped, printed, hand_to_channel };
 
 Delivery deliver(int level, char* buf, const char* func, int line, const char* fmt, va_list arguments) {
   const LogLock lock;
-  if (!lock.acquired()) return Delivery::dropped;  // the print callback logged
+  if (!lock.acquired()) return Delivery::dropped;  // the print callback or the starting channel logged
   const int enable = log_tool_enable.load(std::memory_order_relaxed);
   start_diag_channel(enable);
   std::vsnprintf(buf, KELO_LOG_BUFFER_SIZE, fmt, arguments);
@@ -57,11 +68,13 @@ Delivery deliver(int level, char* buf, const char* func, int line, const char* f
 }
 
 void write_switch_file(int enable) {
-  const kelo::base::Descriptor file = kelo::base::open_file(kSwitchFile, O_RDWR | O_CREAT | O_TRUNC, 0666);
+  kelo::base::Descriptor file = kelo::base::open_file(kSwitchFile, O_RDWR | O_CREAT | O_TRUNC, 0666);
   if (!file) return;
   // The file says whether local printing is on, so it holds the inverse of the switch.
   const char* const local_printing = enable == 0 ? "1" : "0";
   (void)kelo::base::retry_interrupted([&] { return ::write(file.get(), local_printing, 1); });
+  file.reset();
+  sync();  // the choice survives a power cut
 }
 
 }  // namespace
