@@ -1,10 +1,13 @@
 #include "log/local_line.hpp"
 
+#include <fcntl.h>
 #include <sys/time.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdarg>
-#include <cstdint>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <span>
@@ -101,6 +104,9 @@ void compose_local_line(const Message& message) {
   const int thread = get_tid();
   std::array<char, 64> thread_name{};  // the kernel keeps names to 16 bytes
   read_thread_name(process, thread, thread_name);
+  // Both are exported: nothing of an earlier, longer line stays behind the terminators.
+  std::memset(str_t, 0, sizeof str_t);
+  std::memset(log_msg, 0, sizeof log_msg);
   stamp_time();
   Appender line(log_msg);
   line.print("%s : %s | [%d | %d-%s] | ", str_t, tag_of(message.level), process, thread, thread_name.data());
