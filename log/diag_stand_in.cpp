@@ -4,9 +4,11 @@
 #include <syslog.h>
 
 #include <cstdarg>
+#include <cstdint>
 
 #include "base/file.hpp"
 #include "kelo_utils/log.h"
+#include "log/log_lock.hpp"
 
 namespace {
 
@@ -37,6 +39,8 @@ __attribute__((weak)) int Diag_LSM_Init(char* /*environment*/) { return 1; }
 
 __attribute__((weak)) void msg_sprintf(const LogDiagDescriptor* descriptor, ...) {
   const kelo::base::ErrnoKeeper keep;
+  // syslog(3) has a lock of its own that no fork() waits for: this one keeps a child from inheriting it held.
+  const kelo::log::LogLock lock;
   va_list arguments;
   va_start(arguments, descriptor);
   vsyslog(syslog_priority(descriptor->mask), descriptor->format, arguments);

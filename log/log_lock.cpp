@@ -11,7 +11,7 @@ pthread_mutex_t log_mutex = PTHREAD_MUTEX_INITIALIZER;
 // The thread inside the lock, zero while there is none. A thread finds its own id here only if it put it
 // there, so the test for re-entry needs no ordering.
 std::atomic<pthread_t> owner{};
-bool held_for_fork;  // guarded by log_mutex, from before the fork until after it
+bool held_for_fork;  // guarded by log_mutex
 
 bool acquire() {
   if (owner.load(std::memory_order_relaxed) == pthread_self()) return false;
@@ -25,27 +25,27 @@ void release() {
   pthread_mutex_unlock(&log_mutex);
 }
 
-void before_fork() {
-  const bool acquired = acquire();
-  held_for_fork = acquired;
-}
+// A fork from the print callback finds the lock held by its own thread; the callback's line releases it then,
+// in the parent and in the child.
+void before_fork() { held_for_fork = acquire(); }
 
 void after_fork() {
   if (held_for_fork) release();
 }
 
-void register_fork_handlers() { pthread_atfork(before_fork, after_fork, after_fork); }
+// On load, so that fork handlers which a program registers run outside this pair and may log.
+[[gnu::constructor]] void register_fork_handlers() { pthread_atfork(before_fork, after_fork, after_fork); }
 
 }  // namespace
 
-LogLock::LogLock() {
-  static pthread_once_t registered = PTHREAD_ONCE_INIT;
-  pthread_once(&registered, register_fork_handlers);
-  acquired_ = acquire();
+LogLock::LogLock() : acquired_(acquire()) {
+  if (acquired_) pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancel_state_);
 }
 
 LogLock::~LogLock() {
-  if (acquired_) release();
+  if (!acquired_) return;
+  release();
+  pthread_setcancelstate(cancel_state_, nullptr);
 }
 
 }  // namespace kelo::log

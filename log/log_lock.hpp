@@ -8,7 +8,7 @@ namespace kelo::log {
 // (the print callback) and calls back into the log facility must neither deadlock nor release it early.
 //
 // A fork() waits for the line being written, so that the child never inherits the lock from a thread it does
-// not have.
+// not have. A cancelled thread ends behind the scope, not in it, so that it takes no lock with it.
 class [[nodiscard]] LogLock {
  public:
   LogLock();
@@ -20,6 +20,7 @@ class [[nodiscard]] LogLock {
 
  private:
   bool acquired_;
+  int cancel_state_ = 0;
 };
 
 }  // namespace kelo::log
