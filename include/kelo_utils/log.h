@@ -10,11 +10,13 @@
  *
  * (UTC time stamp : level tag | [process | thread-thread name] | function, source line | message), printed
  * on standard output or handed to the function installed with set_print_interface(). No line end is added:
- * formats carry their own. The function name is shown with every "kelo" replaced by "oem".
+ * formats carry their own. The function name is shown with every "kelo" replaced by "oem". A line ends at
+ * 4095 characters, cut there.
  */
 #ifndef KELO_UTILS_LOG_H
 #define KELO_UTILS_LOG_H
 
+#include <errno.h>
 #include <stdint.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -66,19 +68,23 @@ extern KELO_API char log_msg[KELO_LOG_LINE_SIZE];
 /** The time stamp of the last local line, NUL-terminated; the same caution as for ::log_msg. */
 extern KELO_API char str_t[KELO_LOG_STAMP_SIZE];
 
-/** Receives one finished local line. Runs under the log lock, so it must not log (such a message is dropped).
+/**
+ * Receives one finished local line, ::log_msg, valid during the call. Runs under the log lock: a message that
+ * it logs is dropped, and it must not wait for another thread that logs. It may call every other function of
+ * this file, and fork().
  */
 typedef void (*kelo_print_fn)(const char* line);
 
 /**
  * Filters, formats and, in local mode, prints one message. KELO_LOG() is the usual way to call it.
  *
- * Never allocates. Preserves errno. Safe from any thread, and in the child of a fork() made while another
- * thread was logging; not for use in a signal handler.
+ * Preserves errno. Waits while another thread writes a line. Safe from any thread, and in the child of a
+ * fork() made while another thread was logging; not for use in a signal handler. A thread cancelled during
+ * the call ends after the line is written.
  *
  * @param level  0 to 5; -1 passes every threshold.
  * @param buf    scratch buffer of at least ::KELO_LOG_BUFFER_SIZE bytes; receives the formatted message, cut
- * at that size, when the message passes. Null drops the message.
+ *               at that size, when the message passes. Null drops the message.
  * @param func   function name to show; null shows the C library's null-string text.
  * @param line   source line to show.
  * @param fmt    printf-style format of the message.
@@ -90,34 +96,38 @@ KELO_API int kelo_log_printf(int level, char* buf, const char* func, int line, c
 
 /**
  * Sets the threshold: messages below it are dropped. Starts the diagnostic channel first if that is still
- * due.
+ * due (see kelo_set_log_tool_enable()). Safe from any thread.
  * @param level  1 to 4 are taken as they are; every other value sets 0.
  */
 KELO_API void kelo_set_log_level(int level);
 
-/** Returns the threshold, 0 to 4. */
+/** Returns the threshold, 0 to 4. Lock-free. */
 KELO_API int kelo_get_log_level(void);
 
 /**
  * Switches between the diagnostic channel and local printing, and records the choice in "/data/log_enable".
  *
- * The first message or setter call of the process settles whether the channel is ever started: if the switch
- * is not 1 at that moment, the channel stays unstarted for the life of the process, even if the switch
- * becomes 1. A start that fails is tried again with the next message. Blocks for the file write and a sync()
- * of all storage.
+ * The first message that passes the threshold, or the first setter call, settles whether the channel is ever
+ * started: if the switch is not exactly 1 at that moment, the channel stays unstarted for the life of the
+ * process, even if the switch becomes 1. A start that fails is tried again with the next such message or
+ * setter call. Blocks for the file write and a sync() of all storage. Safe from any thread.
  *
  * @param enable  non-zero: diagnostic channel (the file then holds "0"); 0: local lines (the file holds "1").
- *                A file that cannot be opened is left alone silently.
+ *                When the file cannot be opened the switch changes all the same and nothing is reported.
  */
 KELO_API void kelo_set_log_tool_enable(int enable);
 
-/** Returns the switch as last set; 1 at process start. */
+/** Returns the switch as last set; 1 at process start. Lock-free. */
 KELO_API int kelo_get_log_tool_enable(void);
 
 /** Returns the kernel's id of the calling thread. */
 KELO_API int get_tid(void);
 
-/** Installs the receiver of local lines; null restores printing on standard output. */
+/**
+ * Installs the receiver of local lines. Lock-free: another thread may still be inside the earlier receiver on
+ * return.
+ * @param fn  the receiver; null restores printing on standard output.
+ */
 KELO_API void set_print_interface(kelo_print_fn fn);
 
 /**
@@ -127,13 +137,17 @@ KELO_API void set_print_interface(kelo_print_fn fn);
  * calls.
  * @{
  */
-/** Opens the channel. @param environment always null here. @return non-zero on success, 0 to be asked again.
+/**
+ * Opens the channel. Called under the log lock: a message that it logs is dropped.
+ * @param environment  always null here.
+ * @return non-zero on success, 0 to be asked again.
  */
 KELO_API int Diag_LSM_Init(char* environment);
 
 /**
- * Sends one record. @param descriptor the call site; the further arguments are those of its `format`:
- * int process id, function name, message.
+ * Sends one record. Called without the log lock, by several threads at once.
+ * @param descriptor  the call site; the further arguments are those of its `format`: int process id, function
+ *                    name, message.
  */
 KELO_API void msg_sprintf(const LogDiagDescriptor* descriptor, ...);
 /** @} */
@@ -144,14 +158,23 @@ KELO_API void msg_sprintf(const LogDiagDescriptor* descriptor, ...);
 #endif
 
 /** Initialiser of a ::LogDiagDescriptor for a message of the constant `level` logged on this line. */
-#define KELO_LOG_DESCRIPTOR(level)                                                                       \
-  {                                                                                                      \
-    (uint16_t) __LINE__, KELO_LOG_DIAG_SUBSYSTEM, (level) >= 0 && (level) <= 5 ? 1u << ((level)&7) : 0u, \
-        KELO_LOG_DIAG_FORMAT, KELO_LOG_FILE                                                              \
+#define KELO_LOG_DESCRIPTOR(level)                                                                     \
+  {                                                                                                    \
+    __LINE__ & 0xffff, KELO_LOG_DIAG_SUBSYSTEM, (level) >= 0 && (level) <= 5 ? 1u << ((level)&7) : 0u, \
+        KELO_LOG_DIAG_FORMAT, KELO_LOG_FILE                                                            \
   }
 
 /** Whether a message of `level` passes the threshold now. */
 static inline int kelo_log_passes(int level) { return level == -1 || kelo_get_log_level() <= level; }
+
+/** The zero-filled scratch buffer of one KELO_LOG(), for its caller to free(); null without memory. */
+static inline char* kelo_log_scratch(void) {
+#ifdef __cplusplus
+  return static_cast<char*>(calloc(1, KELO_LOG_BUFFER_SIZE));
+#else
+  return calloc(1, KELO_LOG_BUFFER_SIZE);
+#endif
+}
 
 /**
  * KELO_LOG(level, format, ...): logs one message under the calling function's name and line.
@@ -159,16 +182,18 @@ static inline int kelo_log_passes(int level) { return level == -1 || kelo_get_lo
  * `level` is an integer constant expression, -1 or ::kelo_log_level. The remaining arguments are evaluated
  * only when the message passes the threshold; a suppressed message costs one call and one comparison. A
  * passing one takes ::KELO_LOG_BUFFER_SIZE bytes from the heap for its duration; without memory it is
- * dropped.
+ * dropped. Preserves errno.
  */
 #define KELO_LOG(level, ...)                                                              \
   do {                                                                                    \
     if (kelo_log_passes(level)) {                                                         \
       static const LogDiagDescriptor kelo_log_site_ = KELO_LOG_DESCRIPTOR(level);         \
-      char* kelo_log_text_ = (char*)calloc(1, KELO_LOG_BUFFER_SIZE);                      \
+      const int kelo_log_errno_ = errno;                                                  \
+      char* kelo_log_text_ = kelo_log_scratch();                                          \
       if (kelo_log_printf((level), kelo_log_text_, __func__, __LINE__, __VA_ARGS__) != 0) \
-        msg_sprintf(&kelo_log_site_, (int)getpid(), __func__, kelo_log_text_);            \
+        msg_sprintf(&kelo_log_site_, getpid(), __func__, kelo_log_text_);                 \
       free(kelo_log_text_);                                                               \
+      errno = kelo_log_errno_;                                                            \
     }                                                                                     \
   } while (0)
 
