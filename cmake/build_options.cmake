@@ -2,7 +2,7 @@
 add_library(kelo_build_options INTERFACE)
 target_compile_options(kelo_build_options INTERFACE
   -Wall -Wextra -Wshadow -Wformat=2 -Wno-format-nonliteral -Wundef -Wpointer-arith
-  -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/= -ffile-prefix-map=${CMAKE_SOURCE_DIR}=.
+  -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/= -fdebug-prefix-map=${CMAKE_SOURCE_DIR}=.
   $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wconversion -Wsign-conversion>)
 if(KELO_WERROR)
   target_compile_options(kelo_build_options INTERFACE -Werror)
