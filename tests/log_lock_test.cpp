@@ -1,0 +1,233 @@
+// The lock around each line: forks, fork handlers and cancelled threads. Whatever is wrong with it shows as a
+// process that hangs, so every wait has its end.
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cstdio>
+#include <cstring>
+#include <latch>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "kelo_utils/data_manager.h"
+#include "kelo_utils/log.h"
+#include "tests/support/background_loggers.hpp"
+#include "tests/support/bounded_fork.hpp"
+
+namespace {
+
+using kelo::tests::BackgroundLoggers;
+using kelo::tests::BoundedFork;
+using kelo::tests::ChildEnd;
+using kelo::tests::fork_bounded;
+
+constexpr int kForks = 300;
+constexpr int kLoggers = 4;
+
+std::atomic<int> lines_printed{0};
+
+void log_text(const char* text) {
+  std::array<char, KELO_LOG_BUFFER_SIZE> buffer;
+  kelo_log_printf(LOG_LVL_ERR, buffer.data(), "f", 1, "%s", text);
+}
+
+bool last_line_ends_with(const char* text) {
+  const std::size_t length = std::strlen(text);
+  const std::size_t line_length = std::strlen(log_msg);
+  return line_length >= length && std::strcmp(log_msg + line_length - length, text) == 0;
+}
+
+// Logs one line and says whether it was printed.
+bool child_logs() {
+  const int before = lines_printed;
+  log_text("from the child\n");
+  return lines_printed == before + 1 && last_line_ends_with(" | from the child\n");
+}
+
+void count_line(const char* /*line*/) {
+  ++lines_printed;
+  std::this_thread::yield();  // a fork likes to fall into the line
+}
+
+void log_a_line() { log_text("from a thread\n"); }
+
+void log_through_the_library() { (void)kelo_dm_unreg(nullptr); }
+
+class LogLock : public testing::Test {
+ protected:
+  void SetUp() override {
+    alarm(120);
+    kelo_set_log_tool_enable(0);
+    set_print_interface(count_line);
+  }
+};
+
+using Fork = LogLock;
+using Cancel = LogLock;
+
+void fork_while_threads_log(void (*log_one)()) {
+  const BackgroundLoggers loggers(kLoggers, log_one);
+  for (int i = 0; i < kForks; ++i) ASSERT_EQ(ChildEnd::good, fork_bounded(child_logs)) << "fork " << i;
+}
+
+TEST_F(Fork, ChildrenLogWhileThreadsDo) { fork_while_threads_log(log_a_line); }
+
+TEST_F(Fork, ChildrenLogWhileTheLibraryDoes) { fork_while_threads_log(log_through_the_library); }
+
+TEST_F(Fork, ChildrenPrintOnStandardOutputWhileThreadsDo) {
+  ASSERT_NE(nullptr, std::freopen("/dev/null", "w", stdout));
+  set_print_interface(nullptr);
+  const BackgroundLoggers loggers(kLoggers, log_a_line);
+  for (int i = 0; i < kForks; ++i) {
+    const ChildEnd end = fork_bounded([] {
+      log_text("from the child\n");
+      return last_line_ends_with(" | from the child\n");
+    });
+    ASSERT_EQ(ChildEnd::good, end) << "fork " << i;
+  }
+}
+
+TEST_F(Fork, ChildCallsTheSettersWhileThreadsLog) {
+  const BackgroundLoggers loggers(kLoggers, log_a_line);
+  for (int i = 0; i < kForks; ++i) {
+    const ChildEnd end = fork_bounded([] {
+      kelo_set_log_level(LOG_LVL_ERR);
+      set_print_interface(count_line);
+      return kelo_get_log_level() == LOG_LVL_ERR && child_logs();
+    });
+    ASSERT_EQ(ChildEnd::good, end) << "fork " << i;
+  }
+}
+
+TEST_F(Fork, ChildShowsItsOwnProcess) {
+  log_text("from the parent\n");
+  EXPECT_EQ(ChildEnd::good, fork_bounded([] {
+              log_text("from the child\n");
+              const std::string identity =
+                  " | [" + std::to_string(getpid()) + " | " + std::to_string(getpid()) + "-";
+              return std::strstr(log_msg, identity.c_str()) != nullptr;
+            }));
+}
+
+TEST_F(Fork, ParentGoesOnLogging) {
+  EXPECT_EQ(ChildEnd::good, fork_bounded(child_logs));
+  std::thread(log_a_line).join();
+  log_a_line();
+  EXPECT_EQ(2, lines_printed);
+}
+
+TEST_F(Fork, TwoThreadsForkWhileOthersLog) {
+  const BackgroundLoggers loggers(2, log_a_line);
+  std::array<std::thread, 2> forkers;
+  std::atomic<int> bad{0};
+  for (std::thread& forker : forkers) {
+    forker = std::thread([&bad] {
+      for (int i = 0; i < kForks / 2 && bad == 0; ++i)
+        if (fork_bounded(child_logs) != ChildEnd::good) ++bad;
+    });
+  }
+  for (std::thread& forker : forkers) forker.join();
+  EXPECT_EQ(0, bad);
+}
+
+// --- A fork from the print callback
+// -------------------------------------------------------------------------
+
+thread_local BoundedFork* wanted_child = nullptr;
+
+void fork_and_count_line(const char* line) {
+  count_line(line);
+  if (wanted_child != nullptr) std::exchange(wanted_child, nullptr)->begin();
+}
+
+// Logs a line whose callback forks; the child leaves the callback, logs a line of its own and ends.
+ChildEnd fork_in_callback() {
+  BoundedFork child;
+  wanted_child = &child;
+  log_text("forks\n");
+  if (child.in_child()) BoundedFork::finish(child_logs());
+  return child.end();
+}
+
+TEST_F(Fork, FromTheCallback) {
+  set_print_interface(fork_and_count_line);
+  EXPECT_EQ(ChildEnd::good, fork_in_callback());
+  std::thread(log_a_line).join();
+  EXPECT_EQ(2, lines_printed) << "the parent's lock was given back";
+}
+
+TEST_F(Fork, FromTheCallbackWhileThreadsLog) {
+  set_print_interface(fork_and_count_line);
+  const BackgroundLoggers loggers(kLoggers, log_a_line);
+  for (int i = 0; i < kForks; ++i) ASSERT_EQ(ChildEnd::good, fork_in_callback()) << "fork " << i;
+}
+
+TEST_F(Fork, ChildMayEndInTheCallback) {
+  static BoundedFork child;
+  set_print_interface([](const char*) {
+    if (child.begin() == 0) {
+      log_text("dropped as in any callback");
+      BoundedFork::finish(!last_line_ends_with("dropped as in any callback"));
+    }
+  });
+  log_text("forks\n");
+  EXPECT_EQ(ChildEnd::good, child.end());
+}
+
+// --- Fork handlers of the program
+// ---------------------------------------------------------------------------
+
+TEST_F(Fork, HandlersOfTheProgramMayLog) {
+  ASSERT_EQ(0, pthread_atfork(log_a_line, log_a_line, log_a_line));
+  EXPECT_EQ(ChildEnd::good, fork_bounded([] { return lines_printed == 2 && child_logs(); }));
+  EXPECT_EQ(2, lines_printed) << "one before the fork and one behind it";
+}
+
+// --- Cancelled threads
+// --------------------------------------------------------------------------------------
+
+TEST_F(Cancel, ThreadEndsBehindItsLine) {
+  static std::latch in_callback(1);
+  static std::latch was_cancelled(1);
+  static std::atomic<bool> left_the_line{false};
+  set_print_interface([](const char*) {
+    if (lines_printed++ > 0) return;
+    in_callback.count_down();
+    was_cancelled.wait();
+    pthread_testcancel();
+  });
+  pthread_t thread{};
+  ASSERT_EQ(0, pthread_create(
+                   &thread, nullptr,
+                   [](void*) -> void* {
+                     log_text("text\n");
+                     left_the_line = true;
+                     pthread_testcancel();
+                     return nullptr;
+                   },
+                   nullptr));
+  in_callback.wait();
+  ASSERT_EQ(0, pthread_cancel(thread));
+  was_cancelled.count_down();
+  void* result = nullptr;
+  ASSERT_EQ(0, pthread_join(thread, &result));
+  EXPECT_TRUE(left_the_line);
+  EXPECT_EQ(PTHREAD_CANCELED, result);
+  EXPECT_EQ(ChildEnd::good, fork_bounded(child_logs)) << "the lock was given back";
+}
+
+TEST_F(Cancel, StateIsAsBefore) {
+  for (const int state : {PTHREAD_CANCEL_DISABLE, PTHREAD_CANCEL_ENABLE}) {
+    pthread_setcancelstate(state, nullptr);
+    log_text("text\n");
+    int after = -1;
+    pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &after);
+    EXPECT_EQ(state, after);
+  }
+}
+
+}  // namespace
