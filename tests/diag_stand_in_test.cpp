@@ -1,0 +1,228 @@
+// The library's own channel, read by a real peer at /dev/log.
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <optional>
+#include <regex>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "kelo_utils/data_manager.h"
+#include "kelo_utils/log.h"
+#include "tests/support/background_loggers.hpp"
+#include "tests/support/bounded_fork.hpp"
+#include "tests/support/stdout_capture.hpp"
+
+namespace {
+
+using kelo::tests::BackgroundLoggers;
+using kelo::tests::ChildEnd;
+using kelo::tests::fork_bounded;
+
+constexpr char kLogSocket[] = "/dev/log";
+
+class SyslogPeer {
+ public:
+  SyslogPeer() : socket_(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, kLogSocket, sizeof kLogSocket);
+    bound_ = bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  }
+  ~SyslogPeer() { leave(); }
+  SyslogPeer(const SyslogPeer&) = delete;
+  SyslogPeer& operator=(const SyslogPeer&) = delete;
+
+  void leave() {
+    if (socket_ < 0) return;
+    close(std::exchange(socket_, -1));
+    unlink(kLogSocket);
+  }
+
+  [[nodiscard]] bool bound() const { return bound_; }
+  [[nodiscard]] int socket() const { return socket_; }
+
+  // The next record that waits; a record is there as soon as the call that logs it returns.
+  std::optional<std::string> take() {
+    std::array<char, 16384> record{};
+    const ssize_t length = recv(socket_, record.data(), record.size(), MSG_DONTWAIT);
+    if (length < 0) return std::nullopt;
+    return std::string(record.data(), static_cast<std::size_t>(length));
+  }
+
+ private:
+  int socket_;
+  bool bound_ = false;
+};
+
+class DiagStandIn : public testing::Test {
+ protected:
+  void SetUp() override {
+    alarm(120);
+    ASSERT_TRUE(peer_.bound()) << std::strerror(errno);
+    kelo_set_log_level(LOG_LVL_DBUG);
+  }
+
+  // The priority of the next record, whose text must be this one.
+  int priority_of(const std::string& function, const std::string& text) {
+    const std::optional<std::string> record = peer_.take();
+    if (!record) return -1;
+    std::smatch match;
+    static const std::regex kForm(R"(^<(\d+)>[\s\S]*?: (KELO-FWA\[[\s\S]*)$)");
+    if (!std::regex_match(*record, match, kForm)) {
+      ADD_FAILURE() << "record of another form: " << *record;
+      return -1;
+    }
+    EXPECT_EQ("KELO-FWA[" + std::to_string(getpid()) + "] " + function + "(): " + text, match[2].str());
+    return std::stoi(match[1]);
+  }
+
+  SyslogPeer peer_;
+};
+
+constexpr int kUser = 1 << 3;  // the facility of a program that names none
+
+TEST_F(DiagStandIn, StartSucceeds) { EXPECT_NE(0, Diag_LSM_Init(nullptr)); }
+
+TEST_F(DiagStandIn, PriorityPerLevel) {
+  KELO_LOG(LOG_LVL_DBUG, "debug");
+  EXPECT_EQ(kUser | 7, priority_of("TestBody", "debug"));
+  KELO_LOG(LOG_LVL_INFO, "information");
+  EXPECT_EQ(kUser | 6, priority_of("TestBody", "information"));
+  KELO_LOG(LOG_LVL_WRN, "warning");
+  EXPECT_EQ(kUser | 4, priority_of("TestBody", "warning"));
+  KELO_LOG(LOG_LVL_ERR, "error");
+  EXPECT_EQ(kUser | 3, priority_of("TestBody", "error"));
+  KELO_LOG(LOG_LVL_CRT, "critical");
+  EXPECT_EQ(kUser | 2, priority_of("TestBody", "critical"));
+  KELO_LOG(LOG_LVL_EMR, "emergency");
+  EXPECT_EQ(kUser | 0, priority_of("TestBody", "emergency"));
+  KELO_LOG(-1, "always");
+  EXPECT_EQ(kUser | 5, priority_of("TestBody", "always"));
+  EXPECT_EQ(std::nullopt, peer_.take()) << "one record per message";
+}
+
+TEST_F(DiagStandIn, MaskOfNoLevelIsANotice) {
+  const LogDiagDescriptor descriptor = {1, KELO_LOG_DIAG_SUBSYSTEM, 0x06, KELO_LOG_DIAG_FORMAT, "file.c"};
+  msg_sprintf(&descriptor, static_cast<int>(getpid()), "f", "two levels");
+  EXPECT_EQ(kUser | 5, priority_of("f", "two levels"));
+}
+
+TEST_F(DiagStandIn, LibraryMessage) {
+  EXPECT_EQ(-1, kelo_dm_unreg(nullptr));
+  EXPECT_EQ(kUser | 3, priority_of("kelo_dm_unreg", "kelo_dm_unreg param NULL\n"));
+}
+
+TEST_F(DiagStandIn, TextIsNotAFormat) {
+  KELO_LOG(LOG_LVL_ERR, "%s", "100%s %n");
+  EXPECT_EQ(kUser | 3, priority_of("TestBody", "100%s %n"));
+}
+
+TEST_F(DiagStandIn, LongestMessage) {
+  const std::string text(KELO_LOG_BUFFER_SIZE - 1, 'm');
+  KELO_LOG(LOG_LVL_ERR, "%s", text.c_str());
+  EXPECT_EQ(kUser | 3, priority_of("TestBody", text));
+}
+
+TEST_F(DiagStandIn, NothingIsPrintedLocally) {
+  kelo::tests::StdoutCapture capture;
+  KELO_LOG(LOG_LVL_ERR, "text");
+  EXPECT_EQ("", capture.take());
+  EXPECT_STREQ("", log_msg);
+}
+
+TEST_F(DiagStandIn, SuppressedAndLocalMessagesSendNothing) {
+  kelo_set_log_level(LOG_LVL_CRT);
+  KELO_LOG(LOG_LVL_ERR, "suppressed");
+  kelo_set_log_tool_enable(0);
+  set_print_interface([](const char*) {});
+  KELO_LOG(LOG_LVL_CRT, "local");
+  EXPECT_EQ(std::nullopt, peer_.take());
+}
+
+TEST_F(DiagStandIn, KeepsErrno) {
+  const LogDiagDescriptor descriptor = {1, KELO_LOG_DIAG_SUBSYSTEM, 0x08, KELO_LOG_DIAG_FORMAT, "file.c"};
+  errno = EBUSY;
+  msg_sprintf(&descriptor, static_cast<int>(getpid()), "f", "text");
+  EXPECT_EQ(EBUSY, errno);
+  EXPECT_EQ(kUser | 3, priority_of("f", "text"));
+  peer_.leave();
+  msg_sprintf(&descriptor, static_cast<int>(getpid()), "f", "to nobody");
+  EXPECT_EQ(EBUSY, errno);
+}
+
+TEST_F(DiagStandIn, MayBeCalledFromThePrintCallback) {
+  kelo_set_log_tool_enable(0);
+  set_print_interface([](const char* line) {
+    const LogDiagDescriptor descriptor = {1, KELO_LOG_DIAG_SUBSYSTEM, 0x08, KELO_LOG_DIAG_FORMAT, "file.c"};
+    msg_sprintf(&descriptor, static_cast<int>(getpid()), "f", line);
+  });
+  KELO_LOG(LOG_LVL_ERR, "text");
+  EXPECT_EQ(kUser | 3, priority_of("f", log_msg));
+}
+
+TEST(DiagStandInAlone, MissingPeerIsNoHarm) {
+  alarm(120);
+  ASSERT_NE(0, access(kLogSocket, F_OK));
+  errno = EBUSY;
+  KELO_LOG(LOG_LVL_ERR, "text");
+  EXPECT_EQ(EBUSY, errno);
+  const LogDiagDescriptor descriptor = {1, KELO_LOG_DIAG_SUBSYSTEM, 0x08, KELO_LOG_DIAG_FORMAT, "file.c"};
+  msg_sprintf(&descriptor, static_cast<int>(getpid()), "f", "text");
+  EXPECT_EQ(EBUSY, errno) << "also when syslog(3) finds nobody";
+}
+
+// --- Forks
+// --------------------------------------------------------------------------------------------------
+
+TEST_F(DiagStandIn, ChildrenLogWhileThreadsDo) {
+  std::atomic<bool> stop{false};
+  std::atomic<int> received{0};
+  std::atomic<int> from_children{0};
+  std::thread reader([&] {
+    pollfd waiting{peer_.socket(), POLLIN, 0};
+    std::array<char, 16384> record;
+    while (!stop) {
+      if (poll(&waiting, 1, 20) != 1) continue;
+      const ssize_t length = recv(peer_.socket(), record.data(), record.size() - 1, MSG_DONTWAIT);
+      if (length < 0) continue;
+      record[static_cast<std::size_t>(length)] = '\0';
+      ++received;
+      if (std::strstr(record.data(), "from the child") != nullptr) ++from_children;
+    }
+  });
+  auto log_through_the_library = [] { (void)kelo_dm_unreg(nullptr); };
+  constexpr int kForks = 300;
+  {
+    const BackgroundLoggers loggers(4, log_through_the_library);
+    for (int i = 0; i < kForks; ++i) {
+      const ChildEnd end = fork_bounded([] {
+        const LogDiagDescriptor site = KELO_LOG_DESCRIPTOR(LOG_LVL_ERR);
+        std::array<char, KELO_LOG_BUFFER_SIZE> buffer;
+        if (kelo_log_printf(LOG_LVL_ERR, buffer.data(), "f", 1, "from the child") != 1) return false;
+        msg_sprintf(&site, static_cast<int>(getpid()), "f", buffer.data());
+        return true;
+      });
+      if (end != ChildEnd::good) {
+        ADD_FAILURE() << "fork " << i << (end == ChildEnd::hung ? " hung" : " failed");
+        break;
+      }
+    }
+  }
+  stop = true;
+  reader.join();
+  while (const std::optional<std::string> record = peer_.take())
+    if (record->find("from the child") != std::string::npos) ++from_children;
+  EXPECT_EQ(kForks, from_children);
+  EXPECT_LT(kForks, received);
+}
+
+}  // namespace
