@@ -10,7 +10,7 @@
 namespace {
 
 int exit_status(const std::string& program) {
-  const int status = std::system((KELO_BINARY_DIR "/tests/" + program).c_str());
+  const int status = std::system(("'" KELO_BINARY_DIR "/tests/" + program + "'").c_str());
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
