@@ -90,6 +90,48 @@ KELO_API int kelo_utf8_NumBytesInChar(char lead);
  * @name Supervised commands
  * @{
  */
+
+/**
+ * Runs one of a fixed set of system tools without a shell, captures what it prints, and kills it when it
+ * falls silent.
+ *
+ * The first word of the command names the program: iptables, ip6tables, ip, ifconfig, tc, rm, echo, ls and
+ * sleep stand for the system's own tools at their fixed places, ndc is found through the process's search
+ * path, and a word that contains "/bin" or "/sbin" anywhere is started as the path that it is. Any other
+ * first word, one in other letter case included, is refused without a log line. No shell interprets the text:
+ * quotes, wildcards and redirections reach the program as they stand, and only spaces separate words.
+ *
+ * The program inherits the caller's standard input and environment. Its standard output and standard error
+ * are captured together, in the order in which it wrote them. What it leaves running in the background counts
+ * as part of it, unless that closes all descriptors it inherited.
+ *
+ * Blocks until the command has ended, or has been silent for 2 seconds: neither a byte nor the end of its
+ * output. A command that keeps printing may run for ever; one that is silent longer gets SIGKILL. A killed
+ * command is not waited for: the calling process reaps it, with waitpid() or by ignoring SIGCHLD. A signal
+ * that interrupts the wait starts the 2 seconds anew. A process that ignores SIGCHLD never sees an exit code,
+ * so that every command counts as failed.
+ *
+ * May be called by several threads at once. Every line logged about a running command carries the function
+ * name "kelo_ds_exec_internal" and the calling thread, those about a program that could not be started
+ * included.
+ *
+ * @param command     the command line, at most 511 characters and 31 words, the program included. Runs of
+ *                    spaces count as one, leading and trailing ones as none. A 32nd word makes the child exit
+ *                    with 255 instead of starting the program. Null is logged and refused.
+ * @param reserved    ignored.
+ * @param output      receives the output, NUL-terminated; null discards it. Nothing is written before the
+ *                    first byte arrives: after a command that prints nothing the buffer is as it was.
+ * @param output_size bytes of `output`: `output_size` - 1 bytes are kept and what is beyond them is dropped.
+ *                    With 1, 0 or less the buffer is left alone.
+ * @param verbose     non-zero logs the command before it is run.
+ * @retval 0          the program ran and exited with code 0.
+ * @retval -1         anything else: refused, too long, no memory, descriptor or process to be had, not
+ *                    startable, silent for too long, exit code other than 0, death by a signal. What was
+ *                    captured until then, error messages included, is in `output`.
+ */
+KELO_API int kelo_ds_system_call3(const char* command, int32_t reserved, char* output, int32_t output_size,
+                                  int verbose);
+
 /** @} */
 
 KELO_END_DECLS

@@ -1,0 +1,193 @@
+// A supervised command when the system calls under it fail.
+#include <signal.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <cstring>
+#include <set>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "kelo_utils/app_os_al.h"
+#include "kelo_utils/log.h"
+#include "tests/support/descriptors.hpp"
+#include "tests/support/log_capture.hpp"
+#include "tests/support/process_faults.hpp"
+
+namespace {
+
+using kelo::tests::FailingCall;
+using kelo::tests::LogCapture;
+using kelo::tests::open_descriptors;
+using Clock = std::chrono::steady_clock;
+
+constexpr char kStage[] = "oem_ds_exec_internal";
+
+double seconds_since(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+bool has_children() { return waitpid(-1, nullptr, WNOHANG) != -1 || errno != ECHILD; }
+
+class SupervisedFaults : public testing::Test {
+ protected:
+  void TearDown() override { EXPECT_EQ(open_descriptors(), descriptors_before_); }
+
+  int run(const std::string& command) {
+    output = {"preset"};
+    return kelo_ds_system_call3(command.c_str(), 0, output.data(), static_cast<std::int32_t>(output.size()),
+                                0);
+  }
+
+  // Id of the child that the log names last, as text.
+  std::string child() const {
+    std::string id;
+    for (const auto& line : log.lines()) {
+      if (line.text.starts_with("[cpid:")) id = line.text.substr(6, line.text.find(']') - 6);
+    }
+    return id;
+  }
+
+  LogCapture log;
+  std::array<char, 64> output{};
+
+ private:
+  std::set<std::string> descriptors_before_ = open_descriptors();
+};
+
+TEST_F(SupervisedFaults, EndsWithoutALineWhenMemoryRunsOut) {
+  const FailingCall fault("mmap", ENOMEM);
+  EXPECT_EQ(run("echo x"), -1);
+  EXPECT_EQ(fault.seen(), 1);
+  EXPECT_STREQ(output.data(), "preset");
+  EXPECT_TRUE(log.lines().empty()) << log.dump();
+}
+
+TEST_F(SupervisedFaults, LogsTheResultOfTheFirstPipe) {
+  const FailingCall fault("pipe2", EMFILE);
+  EXPECT_EQ(run("echo x"), -1);
+  EXPECT_EQ(fault.seen(), 1);
+  EXPECT_STREQ(output.data(), "preset");
+  EXPECT_EQ(log.lines().size(), 1U) << log.dump();
+  EXPECT_EQ(log.count(LOG_LVL_DBUG, kStage, "ret=-1\n"), 1);
+}
+
+TEST_F(SupervisedFaults, LogsTheResultOfTheSecondPipe) {
+  const FailingCall fault("pipe2", EMFILE, 2);
+  EXPECT_EQ(run("echo x"), -1);
+  EXPECT_STREQ(output.data(), "preset");
+  const auto lines = log.lines();
+  ASSERT_EQ(lines.size(), 2U) << log.dump();
+  EXPECT_EQ(lines[0].text, "ret=0\n");
+  EXPECT_EQ(lines[1].text, "ret=-1\n");
+}
+
+TEST_F(SupervisedFaults, EndsWithoutAFurtherLineWhenThereIsNoProcess) {
+  const FailingCall fault("fork", EAGAIN);
+  EXPECT_EQ(run("echo x"), -1);
+  EXPECT_EQ(fault.seen(), 1);
+  EXPECT_STREQ(output.data(), "preset");
+  EXPECT_EQ(log.lines().size(), 2U) << log.dump();
+  EXPECT_EQ(log.count(LOG_LVL_DBUG, "ret=0\n"), 2);
+}
+
+TEST_F(SupervisedFaults, StartsNoProgramWithoutItsOutput) {
+  for (const int at : {1, 2}) {
+    const FailingCall fault("dup2", EBUSY, at);
+    EXPECT_EQ(run("echo x"), -1);
+    EXPECT_STREQ(output.data(), "preset");
+    EXPECT_EQ(log.count(LOG_LVL_INFO, kStage, "[cpid:" + child() + "] Process exited normally with rc=255\n"),
+              1);
+    EXPECT_FALSE(has_children());
+  }
+}
+
+TEST_F(SupervisedFaults, WaitsAgainAfterAnInterruption) {
+  constexpr int kInterruptions = 3;
+  const FailingCall fault("poll", EINTR, 1, kInterruptions);
+  EXPECT_EQ(run("echo x"), 0);
+  EXPECT_STREQ(output.data(), "x\n");
+  const std::string failed = "[cpid:" + child() + "] Failed to select() -> " + std::to_string(EINTR) + ":" +
+                             std::strerror(EINTR) + "\n";
+  EXPECT_EQ(log.count(LOG_LVL_INFO, kStage, failed), kInterruptions) << log.dump();
+  EXPECT_EQ(log.count(LOG_LVL_INFO, kStage, "(): select() was interrupted, continuing"), kInterruptions);
+  EXPECT_EQ(log.lines()[3].text, failed);
+  EXPECT_FALSE(has_children());
+}
+
+TEST_F(SupervisedFaults, GivesUpWhenItCannotWaitAndLeavesTheChildRunning) {
+  const FailingCall fault("poll", ENOMEM);
+  EXPECT_EQ(run("sleep 1.5"), -1);
+  EXPECT_EQ(fault.seen(), 1);
+  EXPECT_STREQ(output.data(), "preset");
+  const std::string failed = "[cpid:" + child() + "] Failed to select() -> " + std::to_string(ENOMEM) + ":" +
+                             std::strerror(ENOMEM) + "\n";
+  EXPECT_EQ(log.count(LOG_LVL_INFO, kStage, failed), 1) << log.dump();
+  EXPECT_EQ(log.lines().back().text, failed);
+  int status = 0;
+  EXPECT_EQ(waitpid(std::stoi(child()), &status, WNOHANG), 0) << "it has ended";
+  EXPECT_EQ(waitpid(std::stoi(child()), &status, 0), std::stoi(child()));
+  EXPECT_TRUE(WIFEXITED(status)) << "it was killed";
+}
+
+TEST_F(SupervisedFaults, GivesUpASilentChildThatItMayNotKill) {
+  const FailingCall fault("kill", EPERM);
+  const auto start = Clock::now();
+  EXPECT_EQ(run("sleep 4"), -1);
+  EXPECT_GE(seconds_since(start), 2.0);
+  EXPECT_LT(seconds_since(start), 3.5);
+  EXPECT_EQ(fault.seen(), 1);
+  const std::string failed = "[cpid:" + child() + "] ds_exec tried kill(); failed with error " +
+                             std::to_string(EPERM) + " - " + std::strerror(EPERM) + "\n";
+  EXPECT_EQ(log.count(LOG_LVL_INFO, kStage, failed), 1) << log.dump();
+  EXPECT_EQ(log.lines().back().text, failed);
+  int status = 0;
+  EXPECT_EQ(waitpid(std::stoi(child()), &status, 0), std::stoi(child()));
+  EXPECT_TRUE(WIFEXITED(status)) << "it was killed";
+}
+
+TEST_F(SupervisedFaults, LogsAChildThatCannotBeWaitedFor) {
+  {
+    const FailingCall fault("waitpid", ECHILD);
+    EXPECT_EQ(run("echo x"), -1);
+  }
+  EXPECT_STREQ(output.data(), "x\n");
+  EXPECT_EQ(log.lines().back().text, "(): [cpid:" + child() + "] wait_pid = 0\n");
+  EXPECT_EQ(log.count(LOG_LVL_INFO, kStage, log.lines().back().text), 1);
+  EXPECT_EQ(waitpid(std::stoi(child()), nullptr, 0), std::stoi(child()));
+}
+
+TEST_F(SupervisedFaults, KeepsWaitingForTheEndThroughSignals) {
+  const FailingCall fault("waitpid", EINTR, 1, 2);
+  EXPECT_EQ(run("echo x"), 0);
+  EXPECT_EQ(fault.seen(), 3);
+  EXPECT_FALSE(has_children());
+}
+
+// Signals of a running timer interrupt the wait for real.
+class AlarmClock {
+ public:
+  explicit AlarmClock(int milliseconds) {
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    sigaction(SIGALRM, &action, nullptr);
+    const itimerval once = {{0, 0}, {milliseconds / 1000, milliseconds % 1000 * 1000}};
+    setitimer(ITIMER_REAL, &once, nullptr);
+  }
+  ~AlarmClock() { signal(SIGALRM, SIG_DFL); }
+  AlarmClock(const AlarmClock&) = delete;
+  AlarmClock& operator=(const AlarmClock&) = delete;
+};
+
+TEST_F(SupervisedFaults, StartsTheSilenceAnewAfterASignal) {
+  const AlarmClock alarm(1000);
+  EXPECT_EQ(run("sleep 2.5"), 0) << log.dump();
+  EXPECT_EQ(log.count(LOG_LVL_INFO, kStage, "(): select() was interrupted, continuing"), 1) << log.dump();
+}
+
+}  // namespace

@@ -1,0 +1,82 @@
+// Supervised commands in a daemon whose other threads never stop logging.
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "kelo_utils/app_os_al.h"
+#include "kelo_utils/log.h"
+#include "tests/support/descriptors.hpp"
+
+namespace {
+
+// Every run is a fork of the sanitizer's shadow memory as well.
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+constexpr int kRuns = 1000;
+#else
+constexpr int kRuns = 10000;
+#endif
+constexpr int kLoggers = 8;
+constexpr int kRunners = 2;
+
+std::atomic<long> lines{0};
+std::atomic<bool> done{false};
+
+// Some lines in a row and a short rest, all day long: without the rest the log's lock, which favours nobody,
+// would leave the runners next to nothing.
+void log_until_done() {
+  while (!done) {
+    for (int i = 0; i < 4; ++i) KELO_LOG(LOG_LVL_INFO, "line %d\n", i);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+
+// How many descriptors a child of this process has, by its own count.
+long descriptors_of_child() {
+  std::array<char, 4096> listing{};
+  EXPECT_EQ(kelo_ds_system_call3("ls /proc/self/fd", 0, listing.data(), listing.size(), 0), 0);
+  return std::count(listing.begin(), listing.end(), '\n');
+}
+
+void run_commands(int runner, long descriptors) {
+  for (int i = runner; i < kRuns; i += kRunners) {
+    if (i % 20 < kRunners) {
+      EXPECT_EQ(descriptors_of_child(), descriptors);
+      continue;
+    }
+    std::array<char, 32> output{};
+    const std::string text = std::to_string(i);
+    EXPECT_EQ(kelo_ds_system_call3(("echo " + text).c_str(), 0, output.data(), output.size(), 0), 0);
+    EXPECT_EQ(output.data(), text + "\n");
+  }
+}
+
+TEST(SupervisedStress, RunsWhileOtherThreadsLog) {
+  kelo_set_log_tool_enable(0);
+  set_print_interface([](const char*) { lines.fetch_add(1, std::memory_order_relaxed); });
+  const std::set<std::string> before = kelo::tests::open_descriptors();
+  const long descriptors = descriptors_of_child();
+  std::vector<std::thread> loggers;
+  for (int i = 0; i < kLoggers; ++i) loggers.emplace_back(log_until_done);
+  std::vector<std::thread> runners;
+  for (int i = 0; i < kRunners; ++i) runners.emplace_back(run_commands, i, descriptors);
+  for (std::thread& runner : runners) runner.join();
+  done = true;
+  for (std::thread& logger : loggers) logger.join();
+  EXPECT_GT(lines.load(), kRuns);
+  EXPECT_EQ(kelo::tests::open_descriptors(), before);
+  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+  EXPECT_EQ(errno, ECHILD);
+  RecordProperty("runs", kRuns);
+}
+
+}  // namespace

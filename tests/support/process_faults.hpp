@@ -1,0 +1,127 @@
+// Makes chosen process calls of the whole test program fail, the library's included, and can put a recorder
+// in the place of started programs. Include it in exactly one source file of a test program, whose .cmake
+// file links CMAKE_DL_LIBS.
+//
+// The calls are: pipe2, fork, mmap, poll, kill, waitpid and dup2. A child keeps what its parent set up.
+#ifndef KELO_TESTS_SUPPORT_PROCESS_FAULTS_HPP
+#define KELO_TESTS_SUPPORT_PROCESS_FAULTS_HPP
+
+#include <dlfcn.h>
+#include <poll.h>
+#include <sys/mman.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+namespace kelo::tests {
+
+// Names a call and fails it: the `at`-th one of this thread, `times` times from there on. One at a time.
+class FailingCall {
+ public:
+  FailingCall(std::string_view call, int error, int at = 1, int times = 1)
+      : call_(call), error_(error), at_(at), times_(times) {
+    current = this;
+  }
+  ~FailingCall() { current = nullptr; }
+  FailingCall(const FailingCall&) = delete;
+  FailingCall& operator=(const FailingCall&) = delete;
+
+  // Calls of that name so far.
+  [[nodiscard]] int seen() const { return seen_; }
+
+  // Whether this call is to fail; errno is set then.
+  static bool meets(std::string_view call) {
+    FailingCall* const fault = current;
+    if (fault == nullptr || fault->call_ != call) return false;
+    ++fault->seen_;
+    if (fault->seen_ < fault->at_ || fault->seen_ - fault->at_ >= fault->times_) return false;
+    errno = fault->error_;
+    return true;
+  }
+
+ private:
+  static inline thread_local FailingCall* current = nullptr;
+
+  const std::string_view call_;
+  const int error_;
+  const int at_;
+  const int times_;
+  int seen_ = 0;
+};
+
+// While it is set, execvp() prints the path and the arguments, each in brackets, and ends the child with 0.
+inline bool programs_are_recorded = false;
+
+template <typename Function>
+Function* next_call(const char* name, Function* /*interposer*/) {
+  void* const found = dlsym(RTLD_NEXT, name);
+  if (found == nullptr) std::abort();
+  return reinterpret_cast<Function*>(found);
+}
+
+inline void print_in_brackets(const char* text) {
+  (void)!write(STDOUT_FILENO, "[", 1);
+  (void)!write(STDOUT_FILENO, text, std::strlen(text));
+  (void)!write(STDOUT_FILENO, "]", 1);
+}
+
+}  // namespace kelo::tests
+
+// Defined here and not in a source of the support library, which every test program links. The C library's
+// own declarations have reserved parameter names.
+// NOLINTBEGIN(misc-definitions-in-headers,readability-inconsistent-declaration-parameter-name)
+extern "C" {
+
+int pipe2(int* ends, int flags) noexcept {
+  static const auto real = kelo::tests::next_call("pipe2", pipe2);
+  return kelo::tests::FailingCall::meets("pipe2") ? -1 : real(ends, flags);
+}
+
+pid_t fork() noexcept {
+  static const auto real = kelo::tests::next_call("fork", fork);
+  return kelo::tests::FailingCall::meets("fork") ? -1 : real();
+}
+
+// The library is built with wide file offsets, which have names of their own.
+void* mmap64(void* address, std::size_t size, int protection, int flags, int fd, off64_t offset) noexcept {
+  static const auto real = kelo::tests::next_call("mmap64", mmap64);
+  return kelo::tests::FailingCall::meets("mmap") ? MAP_FAILED
+                                                 : real(address, size, protection, flags, fd, offset);
+}
+
+int poll(pollfd* ends, nfds_t count, int milliseconds) {
+  static const auto real = kelo::tests::next_call("poll", poll);
+  return kelo::tests::FailingCall::meets("poll") ? -1 : real(ends, count, milliseconds);
+}
+
+int kill(pid_t process, int signal) noexcept {
+  static const auto real = kelo::tests::next_call("kill", kill);
+  return kelo::tests::FailingCall::meets("kill") ? -1 : real(process, signal);
+}
+
+pid_t waitpid(pid_t process, int* status, int options) {
+  static const auto real = kelo::tests::next_call("waitpid", waitpid);
+  return kelo::tests::FailingCall::meets("waitpid") ? -1 : real(process, status, options);
+}
+
+int dup2(int from, int to) noexcept {
+  static const auto real = kelo::tests::next_call("dup2", dup2);
+  return kelo::tests::FailingCall::meets("dup2") ? -1 : real(from, to);
+}
+
+int execvp(const char* path, char* const* arguments) noexcept {
+  static const auto real = kelo::tests::next_call("execvp", execvp);
+  if (!kelo::tests::programs_are_recorded) return real(path, arguments);
+  kelo::tests::print_in_brackets(path);
+  for (; *arguments != nullptr; ++arguments) kelo::tests::print_in_brackets(*arguments);
+  _exit(EXIT_SUCCESS);
+}
+
+}  // extern "C"
+// NOLINTEND(misc-definitions-in-headers,readability-inconsistent-declaration-parameter-name)
+
+#endif  // KELO_TESTS_SUPPORT_PROCESS_FAULTS_HPP
