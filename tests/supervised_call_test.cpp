@@ -58,7 +58,9 @@ TEST_F(SupervisedCall, StartsTheProgramOfEachKnownWord) {
 TEST_F(SupervisedCall, StartsAPathOfAProgramFolderAsItStands) {
   for (const std::string path : {"/opt/tools/bin/x", "/system/bin/x", "/usr/bin/x", "/sbin/x", "/usr/sbin/x",
                                  "/bin", "tools/binary", "/opt/sbinaries/x", "../bin/iptables"}) {
-    EXPECT_EQ(started_for(path + " a"), "[" + path + "][" + path + "][a]");
+    std::string expected("[");
+    expected.append(path).append("][").append(path).append("][a]");
+    EXPECT_EQ(started_for(path + " a"), expected);
   }
 }
 

@@ -342,6 +342,7 @@ TEST_F(SupervisedChild, HandsDownTheStandardStreamsAndTheWatchPipeAlone) {
   EXPECT_EQ(listed.size(), before.size() + added.size());
   ASSERT_EQ(added.size(), 3U) << testing::PrintToString(added);
   std::vector<std::string> targets;
+  targets.reserve(added.size());
   for (const std::string& entry : added) targets.push_back(entry.substr(entry.find(' ') + 1));
   EXPECT_EQ(added.begin()->substr(0, 2), "1 ");
   EXPECT_EQ(std::next(added.begin())->substr(0, 2), "2 ");

@@ -176,7 +176,7 @@ class AlarmClock {
     struct sigaction action {};
     action.sa_handler = [](int) {};
     sigaction(SIGALRM, &action, nullptr);
-    const itimerval once = {{0, 0}, {milliseconds / 1000, milliseconds % 1000 * 1000}};
+    const itimerval once = {{0, 0}, {milliseconds / 1000, milliseconds % 1000 * 1000L}};
     setitimer(ITIMER_REAL, &once, nullptr);
   }
   ~AlarmClock() { signal(SIGALRM, SIG_DFL); }

@@ -66,8 +66,10 @@ TEST(SupervisedStress, RunsWhileOtherThreadsLog) {
   const std::set<std::string> before = kelo::tests::open_descriptors();
   const long descriptors = descriptors_of_child();
   std::vector<std::thread> loggers;
+  loggers.reserve(kLoggers);
   for (int i = 0; i < kLoggers; ++i) loggers.emplace_back(log_until_done);
   std::vector<std::thread> runners;
+  runners.reserve(kRunners);
   for (int i = 0; i < kRunners; ++i) runners.emplace_back(run_commands, i, descriptors);
   for (std::thread& runner : runners) runner.join();
   done = true;

@@ -15,7 +15,7 @@ namespace kelo::tests {
 inline std::string make_tool(const std::string& name, const std::string& contents,
                              const std::string& folder = "/tmp/t/bin") {
   std::filesystem::create_directories(folder);
-  const std::string path = folder + "/" + name;
+  std::string path = folder + "/" + name;
   std::ofstream(path) << contents;
   EXPECT_EQ(chmod(path.c_str(), 0755), 0) << path;
   return path;
