@@ -27,7 +27,6 @@ namespace {
 
 using kelo::dm::kBadArgument;
 
-constexpr int kNoHandle = -1;
 constexpr int kNothingRegistered = -1;
 constexpr int kNoIdMap = -4;
 constexpr std::int32_t kEndOfTable = -1;

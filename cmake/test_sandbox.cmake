@@ -1,0 +1,3 @@
+# Every test runs as a process of its own inside tests/sandbox.sh. A sandbox that cannot be made is a test skipped.
+set(KELO_TEST_SANDBOX ${CMAKE_SOURCE_DIR}/tests/sandbox.sh ${CMAKE_SOURCE_DIR} ${CMAKE_BINARY_DIR} --)
+set(KELO_TEST_PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 300)
