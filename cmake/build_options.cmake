@@ -11,7 +11,9 @@ target_include_directories(kelo_build_options INTERFACE ${CMAKE_SOURCE_DIR} ${CM
 
 if(KELO_SANITIZE)
   target_compile_options(kelo_build_options INTERFACE
-    -fsanitize=${KELO_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all -O1)
+    -fsanitize=${KELO_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  string(REPLACE -O2 -O1 CMAKE_C_FLAGS_RELWITHDEBINFO "${CMAKE_C_FLAGS_RELWITHDEBINFO}")
+  string(REPLACE -O2 -O1 CMAKE_CXX_FLAGS_RELWITHDEBINFO "${CMAKE_CXX_FLAGS_RELWITHDEBINFO}")
   # GCC sees uninitialised uses in the standard library that only its own instrumentation makes.
   target_compile_options(kelo_build_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
   target_link_options(kelo_build_options INTERFACE -fsanitize=${KELO_SANITIZE})
