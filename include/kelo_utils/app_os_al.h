@@ -78,6 +78,42 @@ KELO_API int kelo_utf8_Copy(char* destination, const char* source, size_t size, 
  * @return 1 to 4 bytes; 0 for a byte that starts no character (0x80 to 0xBF and 0xF8 to 0xFF).
  */
 KELO_API int kelo_utf8_NumBytesInChar(char lead);
+
+/**
+ * Removes the white space around a text, in place: what isspace() says is such, in the process's locale.
+ * @param text  text in writable memory; what is left of it moves to its start.
+ * @return `text`; null when it is null.
+ */
+KELO_API char* kelo_trim_string(char* text);
+
+/**
+ * Strips the characters of a set from both ends of a text, in place: quotes and blanks around a parameter of
+ * an AT command.
+ *
+ * Nothing moves: the leading ones are skipped and the trailing ones overwritten with terminators.
+ *
+ * @param text  text in writable memory. Null is logged.
+ * @param set   the characters to strip, in any order; the empty text strips none. Null is logged.
+ * @return the first character kept, inside `text`; its terminator when nothing is kept; null on a null
+ *         argument.
+ */
+KELO_API char* kelo_at_param_strip(char* text, const char* set);
+
+/**
+ * Copies what stands between the double quotes around a text. There are no escapes: the first quote after the
+ * opening one closes the text and must be its last character.
+ *
+ * @param input   the quoted text. Null is logged.
+ * @param output  buffer of `size` bytes, which must not overlap `input`. Null is logged.
+ * @param size    size of `output` in bytes: `size` - 1 characters fit.
+ * @retval 1      the text between the quotes is in `output`, terminated.
+ * @retval 0      refused with an error in the log: `input` does not begin with a quote ("The in_str must be
+ *                quoted"; `output` is as it was), it has no closing quote or does not fit ("The in_str has
+ *                opened quotes, or out_str is small: ..."), or something follows its closing quote ("String
+ *                is not terminated after end quote found"). In the last two cases `output` holds the
+ *                characters after the opening quote, at most `size` of them, without a terminator.
+ */
+KELO_API int kelo_strip_quotes_out(const char* input, char* output, size_t size);
 /** @} */
 
 /**
