@@ -114,6 +114,39 @@ KELO_API char* kelo_at_param_strip(char* text, const char* set);
  *                characters after the opening quote, at most `size` of them, without a terminator.
  */
 KELO_API int kelo_strip_quotes_out(const char* input, char* output, size_t size);
+
+/**
+ * Tells whether a text starts with another.
+ * @param text         text.
+ * @param prefix       what it should start with; every text starts with the empty one.
+ * @param ignore_case  non-zero: letters match in either case, as strcasecmp() has it.
+ * @return 1 or 0; 0 when a pointer is null.
+ */
+KELO_API int starts_with(const char* text, const char* prefix, int ignore_case);
+
+/**
+ * Tells whether a text ends with another.
+ * @param text         text.
+ * @param suffix       what it should end with; every text ends with the empty one.
+ * @param ignore_case  non-zero: letters match in either case, as strcasecmp() has it.
+ * @return 1 or 0; 0 when a pointer is null.
+ */
+KELO_API int ends_with(const char* text, const char* suffix, int ignore_case);
+
+/**
+ * Makes an ASCII letter a small one, in every locale.
+ * @param character  any value.
+ * @return `character` + 32 for A to Z, `character` for everything else.
+ */
+KELO_API int tolowercase(int character);
+
+/**
+ * Makes the letters of a text capital ones, in place: byte by byte as toupper() does, in the process's
+ * locale.
+ * @param text  text in writable memory. Null is logged.
+ * @return `text`; null when it is null.
+ */
+KELO_API char* kelo_string_toupper(char* text);
 /** @} */
 
 /**

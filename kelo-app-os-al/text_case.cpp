@@ -1,0 +1,46 @@
+// Prefixes, suffixes and letter case.
+#include <strings.h>
+
+#include <cctype>
+#include <cstddef>
+#include <cstring>
+
+#include "kelo_utils/app_os_al.h"
+#include "log/library_log.hpp"
+
+namespace {
+
+int begins_alike(const char* text, const char* other, std::size_t length, int ignore_case) {
+  const int order = ignore_case != 0 ? strncasecmp(text, other, length) : std::strncmp(text, other, length);
+  return order == 0 ? 1 : 0;
+}
+
+}  // namespace
+
+int starts_with(const char* text, const char* prefix, int ignore_case) {
+  if (text == nullptr || prefix == nullptr) return 0;
+  return begins_alike(text, prefix, std::strlen(prefix), ignore_case);
+}
+
+int ends_with(const char* text, const char* suffix, int ignore_case) {
+  if (text == nullptr || suffix == nullptr) return 0;
+  const std::size_t text_length = std::strlen(text);
+  const std::size_t length = std::strlen(suffix);
+  if (length > text_length) return 0;
+  return begins_alike(text + (text_length - length), suffix, length, ignore_case);
+}
+
+int tolowercase(int character) {
+  return character >= 'A' && character <= 'Z' ? character + ('a' - 'A') : character;
+}
+
+char* kelo_string_toupper(char* text) {
+  if (text == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    return nullptr;
+  }
+  // <cctype> takes no negative values, which is what bytes above 127 are where `char` is signed.
+  for (char* at = text; *at != '\0'; ++at)
+    *at = static_cast<char>(std::toupper(static_cast<unsigned char>(*at)));
+  return text;
+}
