@@ -147,6 +147,75 @@ KELO_API int tolowercase(int character);
  * @return `text`; null when it is null.
  */
 KELO_API char* kelo_string_toupper(char* text);
+
+/**
+ * Gives the hexadecimal digit of a value.
+ * @param value  0 to 15.
+ * @return '0' to '9' or 'A' to 'F'; the terminator 0 for any other value.
+ */
+KELO_API char DecToHex(int value);
+
+/**
+ * Writes bytes as hexadecimal text: two capital digits for each, the high half first.
+ *
+ * More than 0x3FFFFFFF bytes, whose digits an `int` cannot count, never fit.
+ *
+ * @param bytes  the bytes. Null is logged.
+ * @param count  number of bytes.
+ * @param text   buffer of `size` bytes, which must not overlap `bytes`. Null is logged.
+ * @param size   size of `text` in bytes: 2 x `count` + 1 are needed.
+ * @return number of digits written, 2 x `count`, the terminator not counted.
+ * @retval -1    they do not fit, or a pointer is null: `text` is as it was. Only the null is logged.
+ */
+KELO_API int hex_BinaryToString(const uint8_t* bytes, uint32_t count, char* text, uint32_t size);
+
+/**
+ * The same as hex_BinaryToString(), but a `text` that is too small is logged as the error "Hex string array
+ * (<size>) is too small to convert (<count>) bytes".
+ */
+KELO_API int kelo_hex_BinaryToString(const uint8_t* bytes, uint32_t count, char* text, uint32_t size);
+
+/**
+ * Reads bytes from hexadecimal text: two digits of either case for each, the high half first.
+ * @param text    the digits; nothing behind `length` is read, and no terminator needed. Null is logged.
+ * @param length  number of digits.
+ * @param bytes   buffer of `size` bytes. Null is logged.
+ * @param size    size of `bytes`: `length` / 2 are needed.
+ * @return number of bytes written, `length` / 2; 0 for no digits.
+ * @retval -1     refused, and logged at the debug level: an odd `length`, a `bytes` that is too small (in
+ * both cases `bytes` is as it was), or a character that is no digit (the bytes before its pair are written);
+ * a null pointer, logged as an error.
+ */
+KELO_API int kelo_hex_StringToBinary(const char* text, uint32_t length, uint8_t* bytes, uint32_t size);
+
+/**
+ * Reads a hexadecimal number, strictly: digits of either case and nothing else, no "0x" and no sign.
+ * @param text  the digits; leading zeros do not matter. Null is logged.
+ * @return the number, 0 to 0x7FFFFFFF; 0 for the empty text.
+ * @retval -1   a larger number, a character that is no digit, or a null pointer.
+ */
+KELO_API int kelo_hex_HexaToInteger(const char* text);
+
+/**
+ * Reads a hexadecimal number, leniently.
+ *
+ * Every letter counts as a digit: "g" or "G" as 16 up to "z" or "Z" as 35, so that "1g" is 32. The number
+ * ends at the first character that is neither a letter nor a decimal digit. Only the low 32 bits of a larger
+ * number are kept, as a signed number.
+ *
+ * @param text  the digits, after "0x", "0X" or neither. Null is logged.
+ * @return the number; 0 without digits and when `text` is null.
+ */
+KELO_API int htoi(const char* text);
+
+/**
+ * Reads bytes from hexadecimal text, all of it or none.
+ * @param text   the digits, two of either case for each byte, the high half first.
+ * @param bytes  receives half as many bytes as `text` has digits; no terminator follows them.
+ * @retval 0     all bytes are written; none for the empty text.
+ * @retval -1    an odd number of characters, one that is no digit, or a null pointer: nothing is written.
+ */
+KELO_API int kelo_change_hexstr_to_str(const char* text, uint8_t* bytes);
 /** @} */
 
 /**
