@@ -7,6 +7,7 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <string.h>
 
 #include "kelo_utils/base.h"
 
@@ -216,6 +217,68 @@ KELO_API int htoi(const char* text);
  * @retval -1    an odd number of characters, one that is no digit, or a null pointer: nothing is written.
  */
 KELO_API int kelo_change_hexstr_to_str(const char* text, uint8_t* bytes);
+
+/**
+ * Replaces the first occurrence of a pattern in a text, in place and without a terminator.
+ *
+ * The result, cut to 1023 characters, is written over the start of the text, and what it does not cover
+ * stays. A shorter replacement thus leaves the last characters of the old text behind the new one ("abcdef"
+ * with "cd" replaced by "X" becomes "abXeff"), and a longer one overwrites the terminator: callers replace by
+ * the same length, put zeros behind the text, or terminate it themselves.
+ *
+ * @param text         text in writable memory with room for the result. Null is logged.
+ * @param pattern      what to replace; the empty text is found at the start.
+ * @param replacement  what to put in its place.
+ * @retval 0           replaced.
+ * @retval -1          `pattern` does not occur, or a pointer is null: `text` is as it was.
+ */
+KELO_API int replace_str(char* text, const char* pattern, const char* replacement);
+
+/* The C library may have a function of this name: <string.h>, included above, then declares it first, with a
+ * promise not to throw that C++ wants repeated. Some libraries have a macro as well. */
+#undef strsep
+#ifdef __THROW
+#define KELO_STRSEP_NOTHROW __THROW
+#else
+#define KELO_STRSEP_NOTHROW
+#endif
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wredundant-decls"
+
+/**
+ * Cuts the next token off a text, as the C library's strsep() does. A program linked with this library gets
+ * this function, whichever header declares it.
+ *
+ * Each delimiter ends a token, so that two in a row have the empty token between them, and a text that ends
+ * with one has the empty token last.
+ *
+ * @param text        points to the rest of the text, which the call moves behind the token and its delimiter,
+ *                    or sets to null after the last token. A null `text` is logged.
+ * @param delimiters  the characters that end a token; the empty text leaves the rest whole. Null is logged.
+ * @return the token, inside the text, with its delimiter overwritten by a terminator; null when the rest is
+ *         null, or a pointer is.
+ */
+KELO_API char* strsep(char** text, const char* delimiters) KELO_STRSEP_NOTHROW;
+
+#pragma GCC diagnostic pop
+#undef KELO_STRSEP_NOTHROW
+
+enum {
+  /** Flag of split_string_to_array(): empty tokens are not stored. */
+  KELO_SPLIT_SKIP_EMPTY = 1
+};
+
+/**
+ * Cuts a text into tokens, in place, as strsep() does.
+ * @param text        text in writable memory: its delimiters become terminators. The empty text is one empty
+ *                    token.
+ * @param delimiters  the characters that end a token. Null is logged.
+ * @param array       receives the tokens, pointers into `text`, in their order. It is not bounded: it needs
+ *                    room for one more than `text` has delimiters.
+ * @param flags       ::KELO_SPLIT_SKIP_EMPTY or 0; other bits are ignored.
+ * @return number of tokens stored; -1 when a pointer is null: nothing is then cut or stored.
+ */
+KELO_API int split_string_to_array(char* text, const char* delimiters, char** array, uint32_t flags);
 /** @} */
 
 /**

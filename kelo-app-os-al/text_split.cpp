@@ -1,0 +1,77 @@
+// Replacing a piece of a text, and cutting a text into tokens.
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "kelo_utils/app_os_al.h"
+#include "log/library_log.hpp"
+
+namespace {
+
+constexpr std::size_t kReplaceSize = 1024;
+
+char* next_token(char** text, const char* delimiters) {
+  char* const token = *text;
+  if (token == nullptr) return nullptr;
+  char* const end = token + std::strcspn(token, delimiters);
+  if (*end == '\0') {
+    *text = nullptr;
+  } else {
+    *end = '\0';
+    *text = end + 1;
+  }
+  return token;
+}
+
+}  // namespace
+
+int replace_str(char* text, const char* pattern, const char* replacement) {
+  if (text == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    return -1;
+  }
+  if (pattern == nullptr || replacement == nullptr) return -1;
+  const char* const found = std::strstr(text, pattern);
+  if (found == nullptr) return -1;
+
+  std::array<char, kReplaceSize> result;
+  const auto before = static_cast<std::size_t>(found - text);
+  kelo_strlcpy(result.data(), text, std::min(before + 1, result.size()));
+  kelo_strlcat(result.data(), replacement, result.size());
+  kelo_strlcat(result.data(), found + std::strlen(pattern), result.size());
+  // Callers replace in fields of fixed width, so that no terminator may follow the result.
+  kelo_string_memcpy(text, result.data(), std::strlen(result.data()));
+  return 0;
+}
+
+namespace kelo::text {
+
+// The C library's header promises the compiler that this function never gets a null pointer, and the compiler
+// would drop the check. Defined under a name that only shares the symbol, it keeps it.
+KELO_API char* strsep(char** text, const char* delimiters) __asm__("strsep");
+
+char* strsep(char** text, const char* delimiters) {
+  if (text == nullptr || delimiters == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    return nullptr;
+  }
+  return next_token(text, delimiters);
+}
+
+}  // namespace kelo::text
+
+int split_string_to_array(char* text, const char* delimiters, char** array, std::uint32_t flags) {
+  if (text == nullptr || array == nullptr) return -1;
+  if (delimiters == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    return -1;
+  }
+  int count = 0;
+  while (char* const token = next_token(&text, delimiters)) {
+    if (*token == '\0' && (flags & KELO_SPLIT_SKIP_EMPTY) != 0) continue;
+    array[count++] = token;
+  }
+  return count;
+}
