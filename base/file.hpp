@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <memory>
+#include <span>
 #include <utility>
 
 namespace kelo::base {
@@ -66,6 +67,11 @@ class [[nodiscard]] Descriptor {
 // Opens `path` close-on-exec; an empty Descriptor with errno set on failure.
 inline Descriptor open_file(const char* path, int flags, mode_t mode = 0) {
   return Descriptor(retry_interrupted([=] { return ::open(path, flags | O_CLOEXEC, mode); }));
+}
+
+// Reads what there is, at most `room`; 0 at the end, -1 with errno set on failure.
+inline ssize_t read_some(int fd, std::span<char> room) {
+  return retry_interrupted([=] { return ::read(fd, room.data(), room.size()); });
 }
 
 struct StreamCloser {

@@ -24,6 +24,7 @@ namespace kelo::os {
 namespace {
 
 using base::Descriptor;
+using base::read_some;
 using base::retry_interrupted;
 
 constexpr int kSilenceMilliseconds = 2000;
@@ -81,20 +82,16 @@ struct Pipe {
   _exit(kGaveUpBeforeExec);
 }
 
-ssize_t read_into(int fd, std::span<char> bytes) {
-  return retry_interrupted([=] { return read(fd, bytes.data(), bytes.size()); });
-}
-
 bool discard(int fd) {
   std::array<char, 4096> unwanted;
-  return read_into(fd, unwanted) > 0;
+  return read_some(fd, unwanted) > 0;
 }
 
 // Reads what has arrived, straight into its place. False at the end of the output.
 bool capture(int fd, CaptureBuffer& output) {
   const std::span<char> room = output.room();
   if (room.empty()) return discard(fd);
-  const ssize_t count = read_into(fd, room);
+  const ssize_t count = read_some(fd, room);
   if (count <= 0) return false;
   output.keep(static_cast<std::size_t>(count));
   return true;

@@ -72,7 +72,7 @@ void read_thread_name(int process, int thread, std::span<char> name) {
   std::snprintf(path.data(), path.size(), "/proc/%d/task/%d/comm", process, thread);
   ssize_t count = -1;
   if (const base::Descriptor comm = base::open_file(path.data(), O_RDONLY)) {
-    count = base::retry_interrupted([&] { return ::read(comm.get(), name.data(), name.size() - 1); });
+    count = base::read_some(comm.get(), name.first(name.size() - 1));
   }
   if (count <= 0) {
     std::snprintf(name.data(), name.size(), "NULL");
