@@ -3,7 +3,6 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -29,10 +28,12 @@
 
 namespace {
 
+using kelo::tests::limit_descriptors;
 using kelo::tests::listed_descriptors;
 using kelo::tests::LogCapture;
 using kelo::tests::make_script;
 using kelo::tests::make_tool;
+using kelo::tests::ManyDescriptors;
 using kelo::tests::open_descriptors;
 using Clock = std::chrono::steady_clock;
 
@@ -367,36 +368,6 @@ TEST_F(SupervisedChild, ServesAProcessWithoutStandardStreams) {
   std::string text;
   std::getline(std::ifstream("/tmp/report"), text);
   EXPECT_EQ(text, "0 no input,out,err");
-}
-
-// Descriptors of its own, until the process has `free` left or `most` are open.
-class ManyDescriptors {
- public:
-  ManyDescriptors(std::size_t most, std::size_t free) {
-    for (int fd = 0; descriptors_.size() < most;) {
-      fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
-      if (fd < 0) break;
-      descriptors_.push_back(fd);
-    }
-    for (; free > 0; --free, descriptors_.pop_back()) close(descriptors_.back());
-  }
-  ~ManyDescriptors() {
-    for (const int fd : descriptors_) close(fd);
-  }
-  ManyDescriptors(const ManyDescriptors&) = delete;
-  ManyDescriptors& operator=(const ManyDescriptors&) = delete;
-  int highest() const { return descriptors_.back(); }
-
- private:
-  std::vector<int> descriptors_;
-};
-
-void limit_descriptors(rlim_t limit) {
-  rlimit limits{};
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limits), 0);
-  limits.rlim_cur = limit;
-  if (limits.rlim_max < limit) GTEST_SKIP() << "this machine allows " << limits.rlim_max << " descriptors";
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limits), 0);
 }
 
 TEST_F(SupervisedChild, ServesAProcessWithMoreThan1024Descriptors) {

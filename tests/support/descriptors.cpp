@@ -1,6 +1,8 @@
 #include "tests/support/descriptors.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -32,6 +34,36 @@ std::set<std::string> listed_descriptors(const std::string& path) {
     open.insert(match.str(1) + " " + match.str(2));
   }
   return open;
+}
+
+void expect_nothing_inherited(const std::string& path, const std::set<std::string>& before) {
+  const auto held = listed_descriptors(path);
+  EXPECT_GE(held.size(), 3U);
+  for (const std::string& descriptor : held) {
+    const bool standard = descriptor[0] <= '2' && descriptor[1] == ' ';
+    EXPECT_TRUE(standard || before.count(descriptor) == 1) << descriptor;
+  }
+}
+
+void limit_descriptors(rlim_t limit) {
+  rlimit limits{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limits), 0);
+  limits.rlim_cur = limit;
+  if (limits.rlim_max < limit) GTEST_SKIP() << "this machine allows " << limits.rlim_max << " descriptors";
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limits), 0);
+}
+
+ManyDescriptors::ManyDescriptors(std::size_t most, std::size_t free) {
+  while (descriptors_.size() < most) {
+    const int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    if (fd < 0) break;
+    descriptors_.push_back(fd);
+  }
+  for (; free > 0; --free, descriptors_.pop_back()) close(descriptors_.back());
+}
+
+ManyDescriptors::~ManyDescriptors() {
+  for (const int fd : descriptors_) close(fd);
 }
 
 }  // namespace kelo::tests

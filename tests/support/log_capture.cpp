@@ -1,5 +1,7 @@
 #include "tests/support/log_capture.hpp"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <array>
 #include <mutex>
@@ -89,6 +91,18 @@ std::string LogCapture::dump() const {
   std::ostringstream out;
   for (const LogLine& line : lines()) out << line << '\n';
   return out.str();
+}
+
+void expect_lines(LogCapture& log, std::string_view function,
+                  const std::vector<std::pair<int, std::string>>& expected) {
+  const auto lines = log.lines();
+  ASSERT_EQ(lines.size(), expected.size()) << log.dump();
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    EXPECT_EQ(lines[i].level, expected[i].first) << log.dump();
+    EXPECT_EQ(lines[i].function, function);
+    EXPECT_EQ(lines[i].text, expected[i].second);
+  }
+  log.clear();
 }
 
 }  // namespace kelo::tests

@@ -5,6 +5,7 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace kelo::tests {
@@ -40,6 +41,10 @@ class LogCapture {
   // Everything caught, for a failure message.
   [[nodiscard]] std::string dump() const;
 };
+
+// Expects exactly these lines of one function (its "oem" form), each a level and a text, and clears them.
+void expect_lines(LogCapture& log, std::string_view function,
+                  const std::vector<std::pair<int, std::string>>& expected);
 
 }  // namespace kelo::tests
 

@@ -2,7 +2,7 @@
 // in the place of started programs. Include it in exactly one source file of a test program, whose .cmake
 // file links CMAKE_DL_LIBS.
 //
-// The calls are: pipe2, fork, mmap, poll, kill, waitpid and dup2. A child keeps what its parent set up.
+// The calls are: pipe2, fork, mmap, poll, read, kill, waitpid and dup2. A child keeps what its parent set up.
 #ifndef KELO_TESTS_SUPPORT_PROCESS_FAULTS_HPP
 #define KELO_TESTS_SUPPORT_PROCESS_FAULTS_HPP
 
@@ -96,6 +96,11 @@ void* mmap64(void* address, std::size_t size, int protection, int flags, int fd,
 int poll(pollfd* ends, nfds_t count, int milliseconds) {
   static const auto real = kelo::tests::next_call("poll", poll);
   return kelo::tests::FailingCall::meets("poll") ? -1 : real(ends, count, milliseconds);
+}
+
+ssize_t read(int fd, void* bytes, std::size_t size) {
+  static const auto real = kelo::tests::next_call("read", read);
+  return kelo::tests::FailingCall::meets("read") ? -1 : real(fd, bytes, size);
 }
 
 int kill(pid_t process, int signal) noexcept {

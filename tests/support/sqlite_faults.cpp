@@ -294,8 +294,11 @@ std::FILE* popen(const char* command, const char* mode) {
 
 int pclose(std::FILE* pipe) {
   static const auto real = next(__func__, pclose);
-  Interposer::meet(__func__, {});
-  return real(pipe);
+  const std::optional<FaultPlan> fault = Interposer::meet(__func__, {});
+  const int status = real(pipe);
+  if (!fault) return status;
+  errno = fault->code;
+  return -1;
 }
 
 int system(const char* command) {

@@ -17,7 +17,7 @@ namespace kelo::tests {
 // What a fault does, in the order in which a test names it.
 struct FaultPlan {
   std::string function;      // "sqlite3_step"
-  int code = 0;              // what the call returns; errno for popen, fsync and fdatasync
+  int code = 0;              // what the call returns; errno for popen, pclose, fsync and fdatasync
   std::string text = {};     // only calls whose text holds this: SQL, command, path of the database or file
   int at = 1;                // the first of the matching calls that fails
   int times = 1;             // how many fail from there on
