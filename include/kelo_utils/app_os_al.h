@@ -283,8 +283,65 @@ KELO_API int split_string_to_array(char* text, const char* delimiters, char** ar
 
 /**
  * @name Shell commands
+ *
+ * Command lines for the shell, "/bin/sh -c", as they stand: quoting of file names and arguments is the
+ * caller's business, and text from outside belongs into kelo_ds_system_call3() instead. The command inherits
+ * the caller's environment, its streams but for the one that is captured or closed, and every descriptor that
+ * is not close-on-exec; the library adds none.
+ *
+ * All functions block until the shell has ended, however long that takes, may be called by several threads at
+ * once, and leave neither a descriptor nor a zombie behind. A signal that the caller handles shortens no wait
+ * and loses no output. Failures are logged as errors, the steps of a command and what it printed as debug
+ * messages. A process that ignores SIGCHLD sees no exit status: kelo_system_call() and kelo_system_call_ex()
+ * return -1 in it, although the command has run.
  * @{
  */
+
+/**
+ * Runs a shell command and reports its raw wait status.
+ *
+ * While the command runs the calling process ignores SIGINT and SIGQUIT and the calling thread blocks
+ * SIGCHLD, as with the C library's system().
+ *
+ * @param command  the command. Null is logged, "kelo_system_call param NULL", and refused.
+ * @param length   its length in bytes, terminator not counted, as the caller counted it: a guard against text
+ *                 that was cut or not terminated. Another length than the text has is logged and refused.
+ * @retval 0    the command exited with code 0.
+ * @retval -1   nothing was run, or no process was to be had or waited for.
+ * @return otherwise the raw status: 256 times the exit code (1 gives 256; 32512 is the shell's word for a
+ *         command that it did not find), or the number of the signal that ended the shell, plus 128 with a
+ *         core dump.
+ */
+KELO_API int kelo_system_call(const char* command, uint32_t length);
+
+/**
+ * Formats a shell command and runs it as kelo_system_call() does, under whose name the run is logged.
+ *
+ * A command that does not fit is cut, and run as what is left of it: have room for the longest.
+ *
+ * @param buffer  receives the command, NUL-terminated. The command must not be formatted from it.
+ * @param size    bytes of `buffer`: at most `size` - 1 characters of the command are kept.
+ * @param format  printf-style format of the command, with its arguments behind it.
+ * @return what kelo_system_call() returns for the text in `buffer`; -1, with an error logged and without
+ *         running anything, for a null `buffer` or `format`, a `size` of 0 or less and arguments that cannot
+ *         be formatted.
+ */
+KELO_API int kelo_system_call_var_arg(char* buffer, int32_t size, const char* format, ...) KELO_PRINTF(3, 4);
+
+/**
+ * Runs a shell command that has nothing to read and reports its exit code.
+ *
+ * The command's standard input is a pipe that ends at once. Unlike kelo_system_call() it leaves the caller's
+ * signals alone.
+ *
+ * @param command  the command. Null is logged, "kelo_system_call_ex param NULL", and refused.
+ * @param length   its length in bytes, as for kelo_system_call().
+ * @retval 0    the command exited with code 0.
+ * @retval -1   nothing was run, or the end of the command could not be waited for.
+ * @return otherwise the exit code itself, 1 to 255; or, when a signal ended the shell, the raw status: the
+ *         number of the signal, plus 128 with a core dump.
+ */
+KELO_API int kelo_system_call_ex(const char* command, uint32_t length);
 /** @} */
 
 /**

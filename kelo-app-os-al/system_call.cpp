@@ -1,0 +1,76 @@
+// Shell commands whose exit status is wanted.
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "base/pipe_stream.hpp"
+#include "kelo_utils/app_os_al.h"
+#include "log/library_log.hpp"
+
+int kelo_system_call(const char* command, std::uint32_t length) {
+  if (command == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    return -1;
+  }
+  if (const std::size_t measured = std::strlen(command); measured != length) {
+    KELO_LOG(LOG_LVL_ERR, "System call length mismatch: %d != %d\n", static_cast<int>(length),
+             static_cast<int>(measured));
+    return -1;
+  }
+  KELO_LOG(LOG_LVL_DBUG, "System call: %s\n", command);
+  const int status = std::system(command);
+  if (status == -1) {
+    KELO_LOG(LOG_LVL_ERR, "system error!\n");
+  } else if (!WIFEXITED(status)) {
+    KELO_LOG(LOG_LVL_ERR, "result=%d, exit status = [%d]\n", status, WEXITSTATUS(status));
+  } else if (WEXITSTATUS(status) != 0) {
+    KELO_LOG(LOG_LVL_ERR, "run shell script fail=%d, script exit code: %d\n", status, WEXITSTATUS(status));
+  } else {
+    KELO_LOG(LOG_LVL_DBUG, "run shell script successfully result=%d.\n", status);
+  }
+  return status;
+}
+
+int kelo_system_call_var_arg(char* buffer, std::int32_t size, const char* format, ...) {
+  // Half a command is never run: neither what an unformattable argument leaves, nor what a buffer without
+  // room held before.
+  if (buffer == nullptr || format == nullptr || size <= 0) {
+    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    return -1;
+  }
+  va_list arguments;
+  va_start(arguments, format);
+  const int length = std::vsnprintf(buffer, static_cast<std::size_t>(size), format, arguments);
+  va_end(arguments);
+  if (length < 0) {
+    KELO_LOG(LOG_LVL_ERR, "system error!\n");
+    return -1;
+  }
+  return kelo_system_call(buffer, static_cast<std::uint32_t>(std::strlen(buffer)));
+}
+
+int kelo_system_call_ex(const char* command, std::uint32_t length) {
+  if (command == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    return -1;
+  }
+  if (const std::size_t measured = std::strlen(command); measured != length) {
+    KELO_LOG(LOG_LVL_ERR, "system call length mismatch: %d != %d\n", static_cast<int>(length),
+             static_cast<int>(measured));
+    return -1;
+  }
+  KELO_LOG(LOG_LVL_DBUG, "system call: %s\n", command);
+  auto pipe = kelo::base::PipeStream::writing(command);
+  if (!pipe) {
+    KELO_LOG(LOG_LVL_ERR, "system command failed\n");
+    return -1;
+  }
+  const int status = pipe.close();
+  const int result = WIFEXITED(status) ? WEXITSTATUS(status) : status;
+  if (result != 0) KELO_LOG(LOG_LVL_ERR, "system command failed, rc=%d errno: %d\n", result, errno);
+  return result;
+}
