@@ -342,6 +342,48 @@ KELO_API int kelo_system_call_var_arg(char* buffer, int32_t size, const char* fo
  *         number of the signal, plus 128 with a core dump.
  */
 KELO_API int kelo_system_call_ex(const char* command, uint32_t length);
+
+/**
+ * Runs a shell command and captures the lines that it prints on its standard output.
+ *
+ * Lines are appended to the result, with their newlines, for as long as they fit: the first that does not is
+ * dropped whole, logged, and ends the reading. A line of more than `size` - 2 bytes is taken in pieces of
+ * that many bytes, each of which counts as a line. Of a line, or such a piece, with a NUL byte only what
+ * stands before that is kept.
+ *
+ * As soon as nothing more is read (at once without a result) the pipe is closed: a command that prints more
+ * may be ended by SIGPIPE before its work is done. Redirect what is not wanted. Output is read until everyone
+ * who holds it has closed it, a process that the command leaves in the background included.
+ *
+ * @param command  the command. Null is logged and refused.
+ * @param result   receives the text. All `size` bytes are zeroed before the first line, so that it is always
+ *                 terminated. Null: nothing is read. On failure it is as it was.
+ * @param size     bytes of `result`. With 1 or 2 no line fits and the result is empty; with 0 or less
+ *                 `result` is left alone. Memory of that size is allocated for the time of the call.
+ * @retval 0   the command ran. Its exit status is not examined: a command that fails and prints nothing gives
+ *             an empty result.
+ * @retval -1  null command, no memory, descriptor or process to be had.
+ */
+KELO_API int kelo_popen_call(const char* command, char* result, int32_t size);
+
+/**
+ * Runs a shell command, waits a second, and captures what it prints on its standard output.
+ *
+ * The call never takes less than that second, which callers count on for a command that takes effect in the
+ * background. All output is read to its end, as for kelo_popen_call(), and what does not fit is lost. It is
+ * read in lines of at most 510 bytes, longer ones in pieces: of each with a NUL byte only what stands before
+ * that is kept.
+ *
+ * @param command  the command.
+ * @param result   receives the text. All `size` bytes are zeroed before the first line, so that it is always
+ *                 terminated. On failure it is as it was.
+ * @param size     bytes of `result`, of which at most `size` - 2 are filled with text. With 1 the reading
+ *                 ends behind the first line; with 0 or less `result` is left alone.
+ * @retval 0   the command ran. Its exit status is not examined.
+ * @retval -1  null command or result, no memory, descriptor or process to be had; the second is not waited
+ * for then.
+ */
+KELO_API int kelo_popen_call_ex(const char* command, char* result, int32_t size);
 /** @} */
 
 /**

@@ -1,0 +1,157 @@
+// Shell commands whose standard output is captured, line by line.
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <span>
+#include <string_view>
+
+#include "base/heap.hpp"
+#include "base/line_reader.hpp"
+#include "base/pipe_stream.hpp"
+#include "kelo_utils/app_os_al.h"
+#include "log/library_log.hpp"
+
+namespace {
+
+using kelo::base::LineReader;
+using kelo::base::PipeStream;
+
+constexpr char kFailed[] = "popen call:%s fail[%s]\n";
+constexpr char kInvalid[] = "parameter invaild!";
+constexpr char kNullText[] = "(null)";  // as the C library prints a null string
+constexpr std::size_t kLongestPiece = 510;
+
+// The caller's buffer, zeroed at the start, so that it is terminated behind whatever is appended.
+class ResultText {
+ public:
+  explicit ResultText(std::span<char> buffer) : buffer_(buffer) {
+    std::fill(buffer_.begin(), buffer_.end(), '\0');
+  }
+
+  [[nodiscard]] std::size_t length() const { return length_; }
+  [[nodiscard]] std::size_t size() const { return buffer_.size(); }
+  [[nodiscard]] std::size_t room() const { return buffer_.size() - 1 - length_; }
+
+  // Returns where the text stands now. It has to fit, with its terminator.
+  const char* append(std::string_view text) {
+    char* const place = buffer_.data() + length_;
+    std::memcpy(place, text.data(), text.size());
+    length_ += text.size();
+    return place;
+  }
+
+ private:
+  const std::span<char> buffer_;
+  std::size_t length_ = 0;
+};
+
+// The result is text: what stands behind a NUL byte would be lost to its readers, or taken for a line's
+// start.
+std::string_view text_of(std::string_view line) { return {line.data(), strnlen(line.data(), line.size())}; }
+
+// The whole lines at the start of `arrived` that fit into `room` bytes and hold no NUL byte.
+std::string_view plain_lines(std::string_view arrived, std::size_t room) {
+  const std::size_t length = strnlen(arrived.data(), std::min(arrived.size(), room));
+  const void* const last = memrchr(arrived.data(), '\n', length);
+  const char* const end = last == nullptr ? arrived.data() : static_cast<const char*>(last) + 1;
+  return {arrived.data(), static_cast<std::size_t>(end - arrived.data())};
+}
+
+// Keeps whole lines, until one does not fit. False without memory.
+bool capture_lines(const PipeStream& pipe, std::span<char> buffer) {
+  static constexpr char kFunction[] = "kelo_popen_call";
+  const auto storage = kelo::base::zeroed_array<char>(buffer.size());
+  if (!storage) {
+    KELO_LOG_AS(kFunction, LOG_LVL_ERR, "result_str is NULL!");
+    return false;
+  }
+  ResultText result(buffer);
+  // A piece of a longer line leaves room for one character behind it and the terminator.
+  const std::size_t longest_piece = std::max<std::size_t>(buffer.size(), 2) - 2;
+  LineReader lines(pipe.descriptor(), {storage.get(), longest_piece});
+  for (std::string_view line = lines.next(); !line.empty(); line = lines.next()) {
+    const std::string_view text = text_of(line);
+    if (text.size() > result.room()) {
+      KELO_LOG_AS(kFunction, LOG_LVL_ERR, "result_buf Exceeded max len.\n");
+      break;
+    }
+    const char* const kept = result.append(text);
+    KELO_LOG_AS(kFunction, LOG_LVL_DBUG, "Line string:%s", kept);
+    if (kelo::log::passes(LOG_LVL_DBUG)) continue;
+    // Short lines are most of the work: those that nobody logs go over in one piece.
+    const std::string_view more = plain_lines(lines.pending(), result.room());
+    result.append(more);
+    lines.skip(more.size());
+  }
+  return true;
+}
+
+// Keeps what fits and reads all the rest.
+void capture_pieces(const PipeStream& pipe, std::span<char> buffer) {
+  static constexpr char kFunction[] = "kelo_popen_call_ex";
+  std::array<char, kLongestPiece> storage;
+  ResultText result(buffer);
+  LineReader lines(pipe.descriptor(), storage);
+  for (std::string_view line = lines.next(); !line.empty(); line = lines.next()) {
+    const std::string_view text = text_of(line);
+    KELO_LOG_AS(kFunction, LOG_LVL_DBUG, "%.*s\n", static_cast<int>(text.size()), text.data());
+    const std::size_t taken = result.length() + 2;  // callers rely on the last but one byte staying zero
+    const std::size_t room = result.size() > taken ? result.size() - taken : 0;
+    result.append({text.data(), std::min(text.size(), room)});
+    if (result.length() + 1 == result.size()) {
+      KELO_LOG_AS(kFunction, LOG_LVL_DBUG, "len=%d,%d\n", static_cast<int>(result.length()),
+                  static_cast<int>(result.size()) - 1);
+      break;
+    }
+  }
+}
+
+// What there is room for in a buffer of the caller's. Empty for a size that is none.
+std::span<char> room_of(char* buffer, std::int32_t size) {
+  return {buffer, size > 0 ? static_cast<std::size_t>(size) : 0};
+}
+
+// Callers rely on the command having produced its output by then: no signal shortens the pause.
+void pause_for_output() {
+  timespec left = {1, 0};
+  kelo::base::retry_interrupted([&] { return nanosleep(&left, &left); });
+}
+
+}  // namespace
+
+int kelo_popen_call(const char* command, char* result, std::int32_t size) {
+  if (command == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, kFailed, kNullText, kInvalid);
+    return -1;
+  }
+  const PipeStream pipe = PipeStream::reading(command);
+  if (!pipe) {
+    KELO_LOG(LOG_LVL_ERR, kFailed, command, std::strerror(errno));
+    return -1;
+  }
+  const char* shown = kNullText;
+  if (result != nullptr) {
+    const std::span<char> buffer = room_of(result, size);
+    if (!buffer.empty() && !capture_lines(pipe, buffer)) return -1;
+    shown = buffer.empty() ? "" : result;
+  }
+  KELO_LOG(LOG_LVL_DBUG, "popen call: %s success. result string:%s\n", command, shown);
+  return 0;
+}
+
+int kelo_popen_call_ex(const char* command, char* result, std::int32_t size) {
+  if (command == nullptr || result == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, kFailed, command == nullptr ? kNullText : command, kInvalid);
+    return -1;
+  }
+  const PipeStream pipe = PipeStream::reading(command);
+  if (!pipe) {
+    KELO_LOG(LOG_LVL_ERR, kFailed, command, std::strerror(errno));
+    return -1;
+  }
+  pause_for_output();
+  capture_pieces(pipe, room_of(result, size));
+  return 0;
+}
