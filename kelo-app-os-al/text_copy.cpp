@@ -7,13 +7,11 @@
 #include <cstring>
 
 #include "base/fatal.hpp"
+#include "kelo-app-os-al/fatal_path.hpp"
 #include "kelo_utils/app_os_al.h"
 #include "log/library_log.hpp"
 
 namespace {
-
-// The name under which crash logs show a misuse of these functions.
-constexpr const char* kSourcePath = "kelo-app-os-al/kelo_app_os_al.c";
 
 // Bytes of a UTF-8 character, by the number of leading one bits in its first byte.
 constexpr std::array<std::uint8_t, 9> kCharacterSizes = {1, 0, 2, 3, 4, 0, 0, 0, 0};
@@ -74,7 +72,8 @@ void kelo_string_memcpy(char* destination, const char* source, std::size_t n) {
 int kelo_utf8_NumBytesInChar(char lead) { return static_cast<int>(character_size(lead)); }
 
 int kelo_utf8_Copy(char* destination, const char* source, std::size_t size, std::size_t* copied) {
-  if (destination == nullptr || source == nullptr || size == 0) kelo::base::fatal(kSourcePath, __LINE__);
+  if (destination == nullptr || source == nullptr || size == 0)
+    kelo::base::fatal(kelo::os::kFatalPath, __LINE__);
   const Utf8Prefix prefix = whole_characters(source, size - 1);
   std::memcpy(destination, source, prefix.length);
   destination[prefix.length] = '\0';

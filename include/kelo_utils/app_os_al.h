@@ -384,6 +384,22 @@ KELO_API int kelo_popen_call(const char* command, char* result, int32_t size);
  * for then.
  */
 KELO_API int kelo_popen_call_ex(const char* command, char* result, int32_t size);
+
+/**
+ * Counts the processes whose line in the output of `ps` holds a name, by "ps | grep -v grep | grep -c" and
+ * the name.
+ *
+ * Whatever `ps` shows without options counts: which processes, and whether their arguments are searched too.
+ * The name is a basic regular expression that matches anywhere in a line, so that a part of another name
+ * counts, and it is a piece of shell text: one with blanks or quotes is split by the shell. A process with
+ * "grep" in its line is never counted.
+ *
+ * @param name  the name, at most 99 bytes. A longer one is a fatal programming error: the process prints the
+ *              source path and line, and aborts. Null is logged, "kelo_check_process_exist param NULL".
+ * @retval -1  the count could not be read, as nothing was printed; or `name` is null.
+ * @return otherwise how many; 0 too when the command could not be started, which is not logged.
+ */
+KELO_API int kelo_check_process_exist(const char* name);
 /** @} */
 
 /**
