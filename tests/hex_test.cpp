@@ -244,6 +244,13 @@ TEST(StringToBinary, RefusesHugeLengths) {
   EXPECT_TRUE(bytes.untouched());
 }
 
+TEST(StringToBinary, LogsNoMoreThanItsLengthOfAText) {
+  const LogCapture log;
+  const ExactBuffer bytes(2);
+  EXPECT_EQ(-1, kelo_hex_StringToBinary("12zz5678", 4, bytes_of(bytes), 2));
+  EXPECT_EQ(1, log.count(LOG_LVL_DBUG, kReader, "Invalid string to convert (12zz)\n")) << log.dump();
+}
+
 TEST(StringToBinary, LogsALongTextUpToTheLengthOfALine) {
   const LogCapture log;
   const ExactBuffer text = unterminated(std::string(10000, 'z'));
