@@ -39,5 +39,6 @@
 #include "kelo_utils/queue.h"
 #include "kelo_utils/sqlite.h"
 #include "kelo_utils/symtab.h"
+#include "kelo_utils/timer.h"
 
 #endif /* KELO_UTILS_KELO_UTILS_H */

@@ -1,0 +1,32 @@
+// What the calls on timers, which run in the daemon's threads, and the service, which runs in its own, both
+// touch of a record.
+#ifndef KELO_TIMER_RECORD_HPP
+#define KELO_TIMER_RECORD_HPP
+
+#include <atomic>
+
+#include "kelo_utils/timer.h"
+
+namespace kelo::timer {
+
+// A stored state carries all that the storing thread wrote into the record before: who loads it from there on
+// sees that as well.
+inline void set_state(kelo_timer_info& info, kelo_timer_state state) {
+  std::atomic_ref(info.state).store(state, std::memory_order_release);
+}
+
+inline std::int32_t state_of(kelo_timer_info& info) {
+  return std::atomic_ref(info.state).load(std::memory_order_acquire);
+}
+
+inline void set_magic(kelo_timer_info& info) {
+  std::atomic_ref(info.magic).store(KELO_TIMER_MAGIC, std::memory_order_relaxed);
+}
+
+inline std::uint32_t magic_of(kelo_timer_info& info) {
+  return std::atomic_ref(info.magic).load(std::memory_order_relaxed);
+}
+
+}  // namespace kelo::timer
+
+#endif  // KELO_TIMER_RECORD_HPP

@@ -1,0 +1,180 @@
+// The handler of SIGUSR1, the worker thread, and what starts them.
+#include <link.h>
+#include <pthread.h>
+#include <signal.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdlib>
+
+#include "base/file.hpp"
+#include "kelo_utils/timer.h"
+#include "log/library_log.hpp"
+#include "timer/src/expiries.hpp"
+#include "timer/src/record.hpp"
+
+pthread_mutex_t free_mutex = PTHREAD_MUTEX_INITIALIZER;
+
+namespace {
+
+using kelo::timer::Refusal;
+
+constexpr std::size_t kStackSize = 32768;
+// What the C library keeps beside the variables of the loaded objects: the thread's descriptor, and room for
+// those of objects loaded later.
+constexpr std::size_t kThreadOverhead = 8192;
+
+// The process that has a worker, and the one whose expiries have a place to wait. A forked child has
+// inherited neither worker nor timers.
+std::atomic<pid_t> served{0};
+std::atomic<pid_t> prepared{0};
+
+// Whether the signal carries a record of this process. A value that another process sent is no pointer of
+// ours.
+bool is_ours(const siginfo_t& signal) {
+  return signal.si_code == SI_TIMER || (signal.si_code == SI_QUEUE && signal.si_pid == getpid());
+}
+
+// Runs between any two instructions of any thread.
+void timer_sigaction_handler(int number, siginfo_t* signal, void* /*context*/) {
+  const kelo::base::ErrnoKeeper keep;
+  if (number != SIGUSR1 || !is_ours(*signal)) return;
+  auto* const record = static_cast<kelo_timer_info*>(signal->si_value.sival_ptr);
+  if (record == nullptr || kelo::timer::refusal_waits(record)) return;
+  kelo::timer::state_of(*record);  // all that was written before the timer was armed is seen from here on
+  const std::uint32_t magic = kelo::timer::magic_of(*record);
+  const bool handler_is_null = record->cb.handler == nullptr;
+  if (handler_is_null || magic != KELO_TIMER_MAGIC) {
+    kelo::timer::put_refusal({record, handler_is_null, magic});
+  } else {
+    kelo::timer::put_expiry(*record);
+  }
+}
+
+// Daemons rely on the service to free a record that lost its handler. Its timer goes with it: the next expiry
+// would look into freed memory.
+void dispose(const Refusal& refusal) {
+  static constexpr const char* kHandler = "timer_sigaction_handler";
+  if (!refusal.handler_is_null) {
+    KELO_LOG_AS(kHandler, LOG_LVL_INFO, "timer_sigaction_handler oem Q error:0x%x\n", refusal.magic);
+    return;
+  }
+  KELO_LOG_AS(kHandler, LOG_LVL_ERR, "timer_sigaction_handler cb handler is NULL!!!!!\n");
+  kelo_timer_info* const record = refusal.record;
+  if (refusal.magic == KELO_TIMER_MAGIC && kelo::timer::state_of(*record) != TIMER_STATE_IDLE) {
+    timer_delete(record->timer_id);
+  }
+  std::free(record);
+}
+
+void run_callbacks(q_link_type* link) {
+  while (link != nullptr) {
+    q_link_type* const next = link->next_ptr;
+    // By value: the callback may free the record.
+    const kelo_timer_callback callback = kelo::timer::release_expiry(*link).cb;
+    if (callback.handler != nullptr) {
+      callback.handler(callback.arg);
+    } else {
+      KELO_LOG_AS("kelo_oem_timer_thread", LOG_LVL_INFO,
+                  "oem_oem_timer_thread info->cb.handler is NULL!!!\n");
+    }
+    link = next;
+  }
+}
+
+// Timers expire whatever signals the thread blocked that started the service.
+void let_expiries_in() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGUSR1);
+  pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+}
+
+void* kelo_oem_timer_thread(void* /*unused*/) {
+  let_expiries_in();
+  while (true) {
+    kelo::timer::wait_for_expiries();
+    kelo::timer::dispose_of_refusals(dispose);
+    while (q_link_type* const expired = kelo::timer::take_expiries()) run_callbacks(expired);
+  }
+}
+
+int add_thread_local_size(dl_phdr_info* object, std::size_t /*size*/, void* sum) {
+  for (std::size_t i = 0; i < object->dlpi_phnum; ++i) {
+    const auto& segment = object->dlpi_phdr[i];
+    if (segment.p_type == PT_TLS) *static_cast<std::size_t*>(sum) += segment.p_memsz + segment.p_align;
+  }
+  return 0;
+}
+
+// The C library takes a thread's thread-local variables from its stack.
+std::size_t stack_size_with_thread_locals() {
+  std::size_t size = kStackSize + kThreadOverhead;
+  dl_iterate_phdr(add_thread_local_size, &size);
+  return size;
+}
+
+class ThreadAttributes {
+ public:
+  ThreadAttributes() : made_(pthread_attr_init(&attributes_) == 0) {}
+  ~ThreadAttributes() {
+    if (made_) pthread_attr_destroy(&attributes_);
+  }
+  ThreadAttributes(const ThreadAttributes&) = delete;
+  ThreadAttributes& operator=(const ThreadAttributes&) = delete;
+
+  explicit operator bool() const { return made_; }
+  pthread_attr_t* get() { return &attributes_; }
+
+ private:
+  pthread_attr_t attributes_;
+  bool made_;
+};
+
+bool start_worker(ThreadAttributes& attributes) {
+  static constexpr const char* kInit = "kelo_timer_init";
+  if (pthread_attr_setstacksize(attributes.get(), stack_size_with_thread_locals()) != 0) {
+    KELO_LOG_AS(kInit, LOG_LVL_ERR, "oem_timer_init set stack size failed\n");
+  }
+  if (pthread_attr_setdetachstate(attributes.get(), PTHREAD_CREATE_DETACHED) != 0) {
+    KELO_LOG_AS(kInit, LOG_LVL_ERR, "oem_timer_init set setdetachstate failed\n");
+  }
+  pthread_t worker{};
+  if (pthread_create(&worker, attributes.get(), kelo_oem_timer_thread, nullptr) != 0) {
+    KELO_LOG_AS(kInit, LOG_LVL_ERR, "oem_timer_init create thread failed\n");
+    return false;
+  }
+  return true;
+}
+
+void timer_sigaction_init() {
+  KELO_LOG(LOG_LVL_DBUG, "timer handler init!\n");
+  struct sigaction action {};
+  action.sa_sigaction = timer_sigaction_handler;
+  action.sa_flags = SA_SIGINFO;
+  sigemptyset(&action.sa_mask);
+  if (sigaction(SIGUSR1, &action, nullptr) != 0) KELO_LOG(LOG_LVL_ERR, "failed to sigaction SIGUSR1\n");
+}
+
+}  // namespace
+
+void kelo_timer_init(void) {
+  const pid_t process = getpid();
+  if (served.exchange(process) == process) {
+    KELO_LOG(LOG_LVL_WRN, "oem_timer_init is already done\n");
+    return;
+  }
+  if (prepared.exchange(process) != process) kelo::timer::prepare_expiries(process);
+  pthread_mutex_init(&free_mutex, nullptr);
+  ThreadAttributes attributes;
+  if (!attributes) {
+    KELO_LOG(LOG_LVL_ERR, "oem_timer_init init thread attribute failed\n");
+    served = 0;
+    return;
+  }
+  const bool started = start_worker(attributes);
+  timer_sigaction_init();
+  if (!started) served = 0;
+}

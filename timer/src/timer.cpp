@@ -1,0 +1,161 @@
+// The calls that drive one timer.
+#include <signal.h>
+#include <time.h>
+
+#include <cstddef>
+
+#include "kelo_utils/timer.h"
+#include "log/library_log.hpp"
+#include "timer/src/record.hpp"
+
+namespace {
+
+using kelo::timer::set_magic;
+using kelo::timer::set_state;
+using kelo::timer::state_of;
+
+static_assert(sizeof(void*) != 4 ||
+              (sizeof(kelo_timer_info) == 44 && offsetof(kelo_timer_info, value) == 0 &&
+               offsetof(kelo_timer_info, interval) == 8 && offsetof(kelo_timer_info, cb.handler) == 16 &&
+               offsetof(kelo_timer_info, cb.arg) == 20 && offsetof(kelo_timer_info, link) == 24 &&
+               offsetof(kelo_timer_info, magic) == 32 && offsetof(kelo_timer_info, timer_id) == 36 &&
+               offsetof(kelo_timer_info, state) == 40));
+
+timespec as_timespec(const kelo_timer_span& span) {
+  timespec time{};
+  time.tv_sec = span.tv_sec;
+  time.tv_nsec = span.tv_nsec;
+  return time;
+}
+
+kelo_timer_span as_span(const timespec& time) {
+  return {static_cast<std::int32_t>(time.tv_sec), static_cast<std::int32_t>(time.tv_nsec)};
+}
+
+// The system's own result.
+int arm(timer_t timer, const kelo_timer_span& value, const kelo_timer_span& interval) {
+  const itimerspec times = {as_timespec(interval), as_timespec(value)};
+  return timer_settime(timer, 0, &times, nullptr);
+}
+
+// Arms the timer of a record in `state` and makes it running. The record is complete before the timer runs:
+// from then on the callback may change it, delete the timer and free the record.
+int arm_running(const char* caller, kelo_timer_info& info, std::int32_t state) {
+  set_state(info, TIMER_STATE_RUNNING);
+  const int result = arm(info.timer_id, info.value, info.interval);
+  if (result < 0) {
+    set_state(info, static_cast<kelo_timer_state>(state));
+    KELO_LOG_AS(caller, LOG_LVL_ERR, "failed to set time, rc=%d\n", result);
+  }
+  return result;
+}
+
+bool is_created(std::int32_t state) { return state >= TIMER_STATE_CREATED && state <= TIMER_STATE_STOPPED; }
+
+}  // namespace
+
+int kelo_timer_create(kelo_timer_info* info) {
+  if (info == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "invalid info %p\n", static_cast<void*>(info));
+    return -1;
+  }
+  if (info->cb.handler == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "handler is NULL!!");
+    return -1;
+  }
+  set_magic(*info);
+  if (const std::int32_t state = state_of(*info); state != TIMER_STATE_IDLE) {
+    KELO_LOG(LOG_LVL_ERR, "invalid state:%d\n", state);
+    return -1;
+  }
+  sigevent notification{};
+  notification.sigev_notify = SIGEV_SIGNAL;
+  notification.sigev_signo = SIGUSR1;
+  notification.sigev_value.sival_ptr = info;
+  const int result = timer_create(CLOCK_MONOTONIC, &notification, &info->timer_id);
+  if (result < 0) {
+    KELO_LOG(LOG_LVL_ERR, "failed to create timer, rc=%d\n", result);
+    return result;
+  }
+  set_state(*info, TIMER_STATE_CREATED);
+  return result;
+}
+
+int kelo_timer_start(kelo_timer_info* info) {
+  if (info == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "invalid info %p\n", static_cast<void*>(info));
+    return -1;
+  }
+  const std::int32_t state = state_of(*info);
+  if (!is_created(state)) {
+    KELO_LOG(LOG_LVL_ERR, "invalid state:%d\n", state);
+    return -1;
+  }
+  return arm_running(__func__, *info, state);
+}
+
+int kelo_timer_settime(kelo_timer_info* info) {
+  if (info == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "invalid info %p\n", static_cast<void*>(info));
+    return -1;
+  }
+  const std::int32_t state = state_of(*info);
+  if (state != TIMER_STATE_RUNNING) {
+    KELO_LOG(LOG_LVL_ERR, "invalid state:%d\n", state);
+    return -1;
+  }
+  return arm_running(__func__, *info, state);
+}
+
+int kelo_timer_stop(kelo_timer_info* info) {
+  if (info == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "info is null\n");
+    return -1;
+  }
+  if (const std::int32_t state = state_of(*info); state != TIMER_STATE_RUNNING) {
+    KELO_LOG(LOG_LVL_ERR, "not valid state:%d!\n", state);
+    return -1;
+  }
+  const int result = arm(info->timer_id, {}, {});
+  if (result < 0) KELO_LOG(LOG_LVL_ERR, "failed to set time, rc=%d\n", result);
+  set_state(*info, TIMER_STATE_STOPPED);
+  return 0;
+}
+
+int kelo_timer_gettime(kelo_timer_info* info) {
+  itimerspec times{};
+  const int result = timer_gettime(info->timer_id, &times);
+  if (result < 0) {
+    KELO_LOG(LOG_LVL_ERR, "failed to get time, rc=%d\n", result);
+    return -1;
+  }
+  info->value = as_span(times.it_value);
+  info->interval = as_span(times.it_interval);
+  return 0;
+}
+
+int kelo_timer_delete(kelo_timer_info* info) {
+  if (info == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "invalid info %p\n", static_cast<void*>(info));
+    return -1;
+  }
+  if (const std::int32_t state = state_of(*info); state == TIMER_STATE_IDLE) {
+    KELO_LOG(LOG_LVL_ERR, "invalid state:%d\n", state);
+    return -1;
+  }
+  const int result = timer_delete(info->timer_id);
+  if (result < 0) {
+    KELO_LOG(LOG_LVL_ERR, "failed to delete timer, rc=%d\n", result);
+    return -1;
+  }
+  set_state(*info, TIMER_STATE_IDLE);
+  return result;
+}
+
+int kelo_timer_is_already_start(kelo_timer_info* info) {
+  if (info == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "NULL time handler\n");
+    return 0;
+  }
+  return state_of(*info) == TIMER_STATE_RUNNING ? 1 : 0;
+}
