@@ -24,8 +24,8 @@
  *   more often. An expiry that comes while the callback runs makes it run once more.
  * - The worker's stack is 32 KiB, with what the program's thread-local variables take on top.
  * - The service takes SIGUSR1 for the whole process: a daemon must not handle, ignore or send it for ends of
- *   its own. It may block it in its own threads; the worker never does. The signal interrupts blocking calls
- *   of the thread that takes it (EINTR). One that another process sends is ignored.
+ *   its own. It may block it. Expiries interrupt no thread of the daemon, but they do interrupt a callback that
+ *   blocks (EINTR). One that another process sends is ignored.
  * - The record belongs to the caller and must stay where it is until its timer is deleted and no expiry waits
  *   for its callback any more. A one-shot timer's callback that deletes it may free the record. With a periodic
  *   one an expiry may have come while its callback ran, which is then called once more after the delete.

@@ -1,12 +1,8 @@
 #include "timer/src/expiries.hpp"
 
-#include <semaphore.h>
-
 #include <array>
 #include <atomic>
 #include <cstddef>
-
-#include "base/file.hpp"
 
 namespace kelo::timer {
 namespace {
@@ -22,9 +18,6 @@ q_link_type* mark_of(q_link_type& link) {
   const auto address = reinterpret_cast<std::uintptr_t>(&link);
   return reinterpret_cast<q_link_type*>(address ^ seal.load(std::memory_order_relaxed));
 }
-
-// Posted when the stack stops being empty and for each refusal.
-sem_t arrivals;
 
 enum class Slot : int { empty, filling, full };
 
@@ -65,17 +58,16 @@ void prepare_expiries(pid_t process) {
     slot.state = Slot::empty;
   }
   refusals_waiting = 0;
-  sem_init(&arrivals, 0, 0);
 }
 
-void put_expiry(kelo_timer_info& record) {
+bool put_expiry(kelo_timer_info& record) {
   q_link_type& link = record.link;
-  if (!start_waiting(link)) return;
+  if (!start_waiting(link)) return false;
   q_link_type* below = latest.load(std::memory_order_relaxed);
   do {
     link.next_ptr = below;
   } while (!latest.compare_exchange_weak(below, &link, std::memory_order_release, std::memory_order_relaxed));
-  if (below == nullptr) sem_post(&arrivals);
+  return below == nullptr;
 }
 
 bool refusal_waits(const kelo_timer_info* record) {
@@ -94,13 +86,13 @@ void put_refusal(const Refusal& refusal) {
     slot.refusal = refusal;
     refusals_waiting.fetch_add(1, std::memory_order_release);
     slot.state.store(Slot::full, std::memory_order_release);
-    sem_post(&arrivals);
     return;
   }
 }
 
-void wait_for_expiries() {
-  base::retry_interrupted([] { return sem_wait(&arrivals); });
+bool nothing_waits() {
+  return latest.load(std::memory_order_relaxed) == nullptr &&
+         refusals_waiting.load(std::memory_order_relaxed) == 0;
 }
 
 q_link_type* take_expiries() { return oldest_first(latest.exchange(nullptr, std::memory_order_acquire)); }

@@ -21,8 +21,8 @@ struct Refusal {
 // Nobody else may be here.
 void prepare_expiries(pid_t process);
 
-// Handler: puts a record behind those that wait, unless it waits already.
-void put_expiry(kelo_timer_info& record);
+// Handler: puts a record behind those that wait, unless it waits already. True when none waited.
+bool put_expiry(kelo_timer_info& record);
 
 // Handler: whether the record was refused and not yet disposed of. It must not be looked into then.
 bool refusal_waits(const kelo_timer_info* record);
@@ -31,8 +31,8 @@ bool refusal_waits(const kelo_timer_info* record);
 // expiry brings it again.
 void put_refusal(const Refusal& refusal);
 
-// Worker: sleeps until something was put since the last call.
-void wait_for_expiries();
+// Worker: whether nothing was put that was not taken.
+bool nothing_waits();
 
 // Worker: takes all records that wait, the oldest first, linked by `next_ptr`; null when there are none. They
 // still count as waiting.

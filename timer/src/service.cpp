@@ -1,6 +1,7 @@
 // The handler of SIGUSR1, the worker thread, and what starts them.
 #include <link.h>
 #include <pthread.h>
+#include <semaphore.h>
 #include <signal.h>
 #include <time.h>
 #include <unistd.h>
@@ -14,6 +15,7 @@
 #include "log/library_log.hpp"
 #include "timer/src/expiries.hpp"
 #include "timer/src/record.hpp"
+#include "timer/src/service.hpp"
 
 pthread_mutex_t free_mutex = PTHREAD_MUTEX_INITIALIZER;
 
@@ -31,26 +33,36 @@ constexpr std::size_t kThreadOverhead = 8192;
 std::atomic<pid_t> served{0};
 std::atomic<pid_t> prepared{0};
 
+std::atomic<pid_t> worker_id{0};
+sem_t worker_runs;
+
 // Whether the signal carries a record of this process. A value that another process sent is no pointer of
 // ours.
 bool is_ours(const siginfo_t& signal) {
   return signal.si_code == SI_TIMER || (signal.si_code == SI_QUEUE && signal.si_pid == getpid());
 }
 
-// Runs between any two instructions of any thread.
-void timer_sigaction_handler(int number, siginfo_t* signal, void* /*context*/) {
-  const kelo::base::ErrnoKeeper keep;
-  if (number != SIGUSR1 || !is_ours(*signal)) return;
-  auto* const record = static_cast<kelo_timer_info*>(signal->si_value.sival_ptr);
-  if (record == nullptr || kelo::timer::refusal_waits(record)) return;
+// Makes the record of a signal wait for the worker. True when the worker may have to be woken.
+bool accept(const siginfo_t& signal) {
+  if (!is_ours(signal)) return false;
+  auto* const record = static_cast<kelo_timer_info*>(signal.si_value.sival_ptr);
+  if (record == nullptr || kelo::timer::refusal_waits(record)) return false;
   kelo::timer::state_of(*record);  // all that was written before the timer was armed is seen from here on
   const std::uint32_t magic = kelo::timer::magic_of(*record);
   const bool handler_is_null = record->cb.handler == nullptr;
-  if (handler_is_null || magic != KELO_TIMER_MAGIC) {
-    kelo::timer::put_refusal({record, handler_is_null, magic});
-  } else {
-    kelo::timer::put_expiry(*record);
-  }
+  if (!handler_is_null && magic == KELO_TIMER_MAGIC) return kelo::timer::put_expiry(*record);
+  kelo::timer::put_refusal({record, handler_is_null, magic});
+  return true;
+}
+
+// Runs between any two instructions of a thread: of the worker in a callback, or of any thread that takes a
+// signal the process sent itself. A wake-up that finds one pending is dropped by the kernel, which does no
+// harm: the worker looks at all that waits after each.
+void timer_sigaction_handler(int number, siginfo_t* signal, void* /*context*/) {
+  const kelo::base::ErrnoKeeper keep;
+  if (number != SIGUSR1 || !accept(*signal)) return;
+  const pid_t worker = kelo::timer::worker_thread();
+  if (worker != 0 && worker != gettid()) tgkill(getpid(), worker, SIGUSR1);
 }
 
 // Daemons rely on the service to free a record that lost its handler. Its timer goes with it: the next expiry
@@ -84,20 +96,52 @@ void run_callbacks(q_link_type* link) {
   }
 }
 
-// Timers expire whatever signals the thread blocked that started the service.
-void let_expiries_in() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGUSR1);
-  pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
-}
+// SIGUSR1 as the worker sees it. It sleeps with the signal blocked and takes expiries without a handler's
+// detour, many in a row at little cost. Callbacks run with it let in, so that the programs they start are not
+// born with a blocked signal.
+class ExpirySignal {
+ public:
+  ExpirySignal() {
+    sigemptyset(&set_);
+    sigaddset(&set_, SIGUSR1);
+  }
+
+  void block() const { pthread_sigmask(SIG_BLOCK, &set_, nullptr); }
+  void let_in() const { pthread_sigmask(SIG_UNBLOCK, &set_, nullptr); }
+
+  // Takes one blocked signal, waiting for it if none is pending.
+  void wait() const {
+    siginfo_t signal;
+    if (sigwaitinfo(&set_, &signal) == SIGUSR1) accept(signal);
+  }
+
+  // Takes those that are pending. An end to it lets callbacks run beside a timer that never stops expiring.
+  void drain() const {
+    static constexpr timespec kNow{};
+    siginfo_t signal;
+    for (int i = 0; i < kMostInARow && sigtimedwait(&set_, &signal, &kNow) == SIGUSR1; ++i) accept(signal);
+  }
+
+ private:
+  static constexpr int kMostInARow = 32768;
+
+  sigset_t set_;
+};
 
 void* kelo_oem_timer_thread(void* /*unused*/) {
-  let_expiries_in();
+  const ExpirySignal signal;
+  signal.block();
+  worker_id = gettid();
+  sem_post(&worker_runs);
   while (true) {
-    kelo::timer::wait_for_expiries();
+    if (kelo::timer::nothing_waits()) signal.wait();
+    signal.drain();
     kelo::timer::dispose_of_refusals(dispose);
-    while (q_link_type* const expired = kelo::timer::take_expiries()) run_callbacks(expired);
+    q_link_type* const expired = kelo::timer::take_expiries();
+    if (expired == nullptr) continue;
+    signal.let_in();
+    run_callbacks(expired);
+    signal.block();
   }
 }
 
@@ -146,6 +190,7 @@ bool start_worker(ThreadAttributes& attributes) {
     KELO_LOG_AS(kInit, LOG_LVL_ERR, "oem_timer_init create thread failed\n");
     return false;
   }
+  kelo::base::retry_interrupted([] { return sem_wait(&worker_runs); });
   return true;
 }
 
@@ -160,12 +205,16 @@ void timer_sigaction_init() {
 
 }  // namespace
 
+pid_t kelo::timer::worker_thread() { return served == getpid() ? worker_id.load() : 0; }
+
 void kelo_timer_init(void) {
   const pid_t process = getpid();
   if (served.exchange(process) == process) {
     KELO_LOG(LOG_LVL_WRN, "oem_timer_init is already done\n");
     return;
   }
+  worker_id = 0;
+  sem_init(&worker_runs, 0, 0);
   if (prepared.exchange(process) != process) kelo::timer::prepare_expiries(process);
   pthread_mutex_init(&free_mutex, nullptr);
   ThreadAttributes attributes;
