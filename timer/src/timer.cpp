@@ -33,17 +33,20 @@ kelo_timer_span as_span(const timespec& time) {
   return {static_cast<std::int32_t>(time.tv_sec), static_cast<std::int32_t>(time.tv_nsec)};
 }
 
-// The system's own result.
-int arm(timer_t timer, const kelo_timer_span& value, const kelo_timer_span& interval) {
-  const itimerspec times = {as_timespec(interval), as_timespec(value)};
-  return timer_settime(timer, 0, &times, nullptr);
+itimerspec times_of(const kelo_timer_info& info) {
+  return {as_timespec(info.interval), as_timespec(info.value)};
 }
 
-// Arms the timer of a record in `state` and makes it running. The record is complete before the timer runs:
-// from then on the callback may change it, delete the timer and free the record.
+// The system's own result.
+int arm(timer_t timer, const itimerspec& times) { return timer_settime(timer, 0, &times, nullptr); }
+
+// Arms the timer of a record in `state` and makes it running. The record is complete, and read, before the
+// timer runs: from then on the callback may change it, delete the timer and free the record.
 int arm_running(const char* caller, kelo_timer_info& info, std::int32_t state) {
+  const timer_t timer = info.timer_id;
+  const itimerspec times = times_of(info);
   set_state(info, TIMER_STATE_RUNNING);
-  const int result = arm(info.timer_id, info.value, info.interval);
+  const int result = arm(timer, times);
   if (result < 0) {
     set_state(info, static_cast<kelo_timer_state>(state));
     KELO_LOG_AS(caller, LOG_LVL_ERR, "failed to set time, rc=%d\n", result);
@@ -128,7 +131,7 @@ int kelo_timer_stop(kelo_timer_info* info) {
     KELO_LOG(LOG_LVL_ERR, "not valid state:%d!\n", state);
     return -1;
   }
-  const int result = arm(info->timer_id, {}, {});
+  const int result = arm(info->timer_id, {});
   if (result < 0) KELO_LOG(LOG_LVL_ERR, "failed to set time, rc=%d\n", result);
   set_state(*info, TIMER_STATE_STOPPED);
   return 0;
