@@ -7,8 +7,11 @@
 namespace kelo::timer {
 namespace {
 
-// Expired records form a stack, the latest on top, linked by `next_ptr`.
-std::atomic<q_link_type*> latest{nullptr};
+// Waiting records form a stack, the latest on top, linked by `next_ptr`.
+using Stack = std::atomic<q_link_type*>;
+
+Stack expired{nullptr};
+Stack lost{nullptr};
 
 // A record waits while its `prev_ptr` holds this mark of its link. Memory of any content holds none, so that
 // a record needs no preparation, and neither does a record that waited in the parent of this process.
@@ -19,22 +22,27 @@ q_link_type* mark_of(q_link_type& link) {
   return reinterpret_cast<q_link_type*>(address ^ seal.load(std::memory_order_relaxed));
 }
 
-enum class Slot : int { empty, filling, full };
+// A magic, told from an empty place by a bit above it.
+using Place = std::atomic<std::uint64_t>;
+constexpr std::uint64_t kTaken = std::uint64_t{1} << 32;
 
-struct RefusalSlot {
-  std::atomic<Slot> state{Slot::empty};
-  std::atomic<kelo_timer_info*> record{nullptr};
-  Refusal refusal{};
-};
+std::array<Place, 32> wrong_magics;
+std::atomic<bool> wrong_magic_waits{false};
 
-std::array<RefusalSlot, 32> refusals;
-std::atomic<int> refusals_waiting{0};  // lets every other expiry pass the slots by
-
-static_assert(std::atomic<q_link_type*>::is_always_lock_free && std::atomic<Slot>::is_always_lock_free);
+static_assert(Stack::is_always_lock_free && Place::is_always_lock_free);
 
 bool start_waiting(q_link_type& link) {
   q_link_type* const mark = mark_of(link);
   return std::atomic_ref(link.prev_ptr).exchange(mark, std::memory_order_acq_rel) != mark;
+}
+
+bool put(Stack& stack, q_link_type& link) {
+  if (!start_waiting(link)) return false;
+  q_link_type* below = stack.load(std::memory_order_relaxed);
+  do {
+    link.next_ptr = below;
+  } while (!stack.compare_exchange_weak(below, &link, std::memory_order_release, std::memory_order_relaxed));
+  return below == nullptr;
 }
 
 q_link_type* oldest_first(q_link_type* link) {
@@ -48,69 +56,57 @@ q_link_type* oldest_first(q_link_type* link) {
   return oldest;
 }
 
+q_link_type* take(Stack& stack) { return oldest_first(stack.exchange(nullptr, std::memory_order_acquire)); }
+
 }  // namespace
 
 void prepare_expiries(pid_t process) {
   seal = static_cast<std::uintptr_t>(process);
-  latest = nullptr;
-  for (RefusalSlot& slot : refusals) {
-    slot.record = nullptr;
-    slot.state = Slot::empty;
-  }
-  refusals_waiting = 0;
+  expired = nullptr;
+  lost = nullptr;
+  for (Place& place : wrong_magics) place = 0;
+  wrong_magic_waits = false;
 }
 
-bool put_expiry(kelo_timer_info& record) {
-  q_link_type& link = record.link;
-  if (!start_waiting(link)) return false;
-  q_link_type* below = latest.load(std::memory_order_relaxed);
-  do {
-    link.next_ptr = below;
-  } while (!latest.compare_exchange_weak(below, &link, std::memory_order_release, std::memory_order_relaxed));
-  return below == nullptr;
-}
+bool put_expiry(kelo_timer_info& record) { return put(expired, record.link); }
 
-bool refusal_waits(const kelo_timer_info* record) {
-  if (refusals_waiting.load(std::memory_order_acquire) == 0) return false;
-  for (const RefusalSlot& slot : refusals) {
-    if (slot.record.load(std::memory_order_relaxed) == record) return true;
-  }
-  return false;
-}
+bool put_lost(kelo_timer_info& record) { return put(lost, record.link); }
 
-void put_refusal(const Refusal& refusal) {
-  for (RefusalSlot& slot : refusals) {
-    Slot expected = Slot::empty;
-    if (!slot.state.compare_exchange_strong(expected, Slot::filling, std::memory_order_acquire)) continue;
-    slot.record.store(refusal.record, std::memory_order_relaxed);
-    slot.refusal = refusal;
-    refusals_waiting.fetch_add(1, std::memory_order_release);
-    slot.state.store(Slot::full, std::memory_order_release);
+void put_wrong_magic(std::uint32_t magic) {
+  for (Place& place : wrong_magics) {
+    std::uint64_t empty = 0;
+    if (!place.compare_exchange_strong(empty, kTaken | magic, std::memory_order_relaxed)) continue;
+    wrong_magic_waits.store(true, std::memory_order_release);
     return;
   }
 }
 
 bool nothing_waits() {
-  return latest.load(std::memory_order_relaxed) == nullptr &&
-         refusals_waiting.load(std::memory_order_relaxed) == 0;
+  return expired.load(std::memory_order_relaxed) == nullptr &&
+         lost.load(std::memory_order_relaxed) == nullptr &&
+         !wrong_magic_waits.load(std::memory_order_relaxed);
 }
 
-q_link_type* take_expiries() { return oldest_first(latest.exchange(nullptr, std::memory_order_acquire)); }
+q_link_type* take_expiries() { return take(expired); }
 
-kelo_timer_info& release_expiry(q_link_type& link) {
-  std::atomic_ref(link.prev_ptr).store(nullptr, std::memory_order_release);
+q_link_type* take_lost() { return take(lost); }
+
+void take_wrong_magics(void (*take)(std::uint32_t magic)) {
+  if (!wrong_magic_waits.exchange(false, std::memory_order_acquire)) return;
+  for (Place& place : wrong_magics) {
+    const std::uint64_t value = place.exchange(0, std::memory_order_relaxed);
+    if (value != 0) take(static_cast<std::uint32_t>(value));
+  }
+}
+
+kelo_timer_info& record_of(q_link_type& link) {
   auto* const bytes = reinterpret_cast<std::byte*>(&link);
   return *reinterpret_cast<kelo_timer_info*>(bytes - offsetof(kelo_timer_info, link));
 }
 
-void dispose_of_refusals(void (*dispose)(const Refusal& refusal)) {
-  for (RefusalSlot& slot : refusals) {
-    if (slot.state.load(std::memory_order_acquire) != Slot::full) continue;
-    dispose(slot.refusal);
-    slot.record.store(nullptr, std::memory_order_relaxed);
-    refusals_waiting.fetch_sub(1, std::memory_order_relaxed);
-    slot.state.store(Slot::empty, std::memory_order_release);
-  }
+kelo_timer_info& release(q_link_type& link) {
+  std::atomic_ref(link.prev_ptr).store(nullptr, std::memory_order_release);
+  return record_of(link);
 }
 
 }  // namespace kelo::timer

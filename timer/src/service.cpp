@@ -21,8 +21,6 @@ pthread_mutex_t free_mutex = PTHREAD_MUTEX_INITIALIZER;
 
 namespace {
 
-using kelo::timer::Refusal;
-
 constexpr std::size_t kStackSize = 32768;
 // What the C library keeps beside the variables of the loaded objects: the thread's descriptor, and room for
 // those of objects loaded later.
@@ -46,12 +44,12 @@ bool is_ours(const siginfo_t& signal) {
 bool accept(const siginfo_t& signal) {
   if (!is_ours(signal)) return false;
   auto* const record = static_cast<kelo_timer_info*>(signal.si_value.sival_ptr);
-  if (record == nullptr || kelo::timer::refusal_waits(record)) return false;
+  if (record == nullptr) return false;
   kelo::timer::state_of(*record);  // all that was written before the timer was armed is seen from here on
+  if (record->cb.handler == nullptr) return kelo::timer::put_lost(*record);
   const std::uint32_t magic = kelo::timer::magic_of(*record);
-  const bool handler_is_null = record->cb.handler == nullptr;
-  if (!handler_is_null && magic == KELO_TIMER_MAGIC) return kelo::timer::put_expiry(*record);
-  kelo::timer::put_refusal({record, handler_is_null, magic});
+  if (magic == KELO_TIMER_MAGIC) return kelo::timer::put_expiry(*record);
+  kelo::timer::put_wrong_magic(magic);
   return true;
 }
 
@@ -63,37 +61,6 @@ void timer_sigaction_handler(int number, siginfo_t* signal, void* /*context*/) {
   if (number != SIGUSR1 || !accept(*signal)) return;
   const pid_t worker = kelo::timer::worker_thread();
   if (worker != 0 && worker != gettid()) tgkill(getpid(), worker, SIGUSR1);
-}
-
-// Daemons rely on the service to free a record that lost its handler. Its timer goes with it: the next expiry
-// would look into freed memory.
-void dispose(const Refusal& refusal) {
-  static constexpr const char* kHandler = "timer_sigaction_handler";
-  if (!refusal.handler_is_null) {
-    KELO_LOG_AS(kHandler, LOG_LVL_INFO, "timer_sigaction_handler oem Q error:0x%x\n", refusal.magic);
-    return;
-  }
-  KELO_LOG_AS(kHandler, LOG_LVL_ERR, "timer_sigaction_handler cb handler is NULL!!!!!\n");
-  kelo_timer_info* const record = refusal.record;
-  if (refusal.magic == KELO_TIMER_MAGIC && kelo::timer::state_of(*record) != TIMER_STATE_IDLE) {
-    timer_delete(record->timer_id);
-  }
-  std::free(record);
-}
-
-void run_callbacks(q_link_type* link) {
-  while (link != nullptr) {
-    q_link_type* const next = link->next_ptr;
-    // By value: the callback may free the record.
-    const kelo_timer_callback callback = kelo::timer::release_expiry(*link).cb;
-    if (callback.handler != nullptr) {
-      callback.handler(callback.arg);
-    } else {
-      KELO_LOG_AS("kelo_oem_timer_thread", LOG_LVL_INFO,
-                  "oem_oem_timer_thread info->cb.handler is NULL!!!\n");
-    }
-    link = next;
-  }
 }
 
 // SIGUSR1 as the worker sees it. It sleeps with the signal blocked and takes expiries without a handler's
@@ -128,6 +95,44 @@ class ExpirySignal {
   sigset_t set_;
 };
 
+constexpr const char* kHandler = "timer_sigaction_handler";
+
+void log_wrong_magic(std::uint32_t magic) {
+  KELO_LOG_AS(kHandler, LOG_LVL_INFO, "timer_sigaction_handler oem Q error:0x%x\n", magic);
+}
+
+// Daemons rely on the service to free a record that lost its handler. Its timer goes with it: the next expiry
+// would look into freed memory. So would one that is pending by now; it still finds the record waiting.
+void free_lost(q_link_type* link, const ExpirySignal& signal) {
+  while (link != nullptr) {
+    q_link_type* const next = link->next_ptr;
+    kelo_timer_info& record = kelo::timer::record_of(*link);
+    KELO_LOG_AS(kHandler, LOG_LVL_ERR, "timer_sigaction_handler cb handler is NULL!!!!!\n");
+    if (kelo::timer::magic_of(record) == KELO_TIMER_MAGIC &&
+        kelo::timer::state_of(record) != TIMER_STATE_IDLE) {
+      timer_delete(record.timer_id);
+    }
+    signal.drain();
+    std::free(&kelo::timer::release(*link));
+    link = next;
+  }
+}
+
+void run_callbacks(q_link_type* link) {
+  while (link != nullptr) {
+    q_link_type* const next = link->next_ptr;
+    // By value: the callback may free the record.
+    const kelo_timer_callback callback = kelo::timer::release(*link).cb;
+    if (callback.handler != nullptr) {
+      callback.handler(callback.arg);
+    } else {
+      KELO_LOG_AS("kelo_oem_timer_thread", LOG_LVL_INFO,
+                  "oem_oem_timer_thread info->cb.handler is NULL!!!\n");
+    }
+    link = next;
+  }
+}
+
 void* kelo_oem_timer_thread(void* /*unused*/) {
   const ExpirySignal signal;
   signal.block();
@@ -136,7 +141,8 @@ void* kelo_oem_timer_thread(void* /*unused*/) {
   while (true) {
     if (kelo::timer::nothing_waits()) signal.wait();
     signal.drain();
-    kelo::timer::dispose_of_refusals(dispose);
+    kelo::timer::take_wrong_magics(log_wrong_magic);
+    free_lost(kelo::timer::take_lost(), signal);
     q_link_type* const expired = kelo::timer::take_expiries();
     if (expired == nullptr) continue;
     signal.let_in();
