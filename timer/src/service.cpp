@@ -221,8 +221,10 @@ void kelo_timer_init(void) {
   }
   worker_id = 0;
   sem_init(&worker_runs, 0, 0);
-  if (prepared.exchange(process) != process) kelo::timer::prepare_expiries(process);
-  pthread_mutex_init(&free_mutex, nullptr);
+  if (prepared.exchange(process) != process) {
+    kelo::timer::prepare_expiries(process);
+    pthread_mutex_init(&free_mutex, nullptr);
+  }
   ThreadAttributes attributes;
   if (!attributes) {
     KELO_LOG(LOG_LVL_ERR, "oem_timer_init init thread attribute failed\n");
