@@ -14,7 +14,8 @@ namespace kelo::tests {
 namespace {
 
 std::mutex mutex;
-std::vector<LogLine> caught;
+std::vector<std::string> caught;
+std::vector<LogLine> taken_apart;  // as many from the front as were asked for
 
 LogLine take_apart(const std::string& line) {
   static constexpr std::array<std::string_view, 5> kTags = {" DBUG", " INFO", "-WRN-", "=ERR=", "*CRT*"};
@@ -27,15 +28,22 @@ LogLine take_apart(const std::string& line) {
   return {level, match[2], std::stoi(match[3]), match[4]};
 }
 
+// The thread that logs may have a small stack: taking a line apart waits until somebody asks.
 void keep(const char* line) {
   const std::scoped_lock lock(mutex);
-  caught.push_back(take_apart(line));
+  caught.emplace_back(line);
+}
+
+std::vector<LogLine> caught_lines() {
+  const std::scoped_lock lock(mutex);
+  while (taken_apart.size() < caught.size()) taken_apart.push_back(take_apart(caught[taken_apart.size()]));
+  return taken_apart;
 }
 
 template <typename Predicate>
 int count_lines(Predicate predicate) {
-  const std::scoped_lock lock(mutex);
-  return static_cast<int>(std::count_if(caught.begin(), caught.end(), predicate));
+  const std::vector<LogLine> lines = caught_lines();
+  return static_cast<int>(std::count_if(lines.begin(), lines.end(), predicate));
 }
 
 }  // namespace
@@ -56,14 +64,12 @@ LogCapture::~LogCapture() {
   kelo_set_log_level(LOG_LVL_INFO);
 }
 
-std::vector<LogLine> LogCapture::lines() const {
-  const std::scoped_lock lock(mutex);
-  return caught;
-}
+std::vector<LogLine> LogCapture::lines() const { return caught_lines(); }
 
 void LogCapture::clear() {
   const std::scoped_lock lock(mutex);
   caught.clear();
+  taken_apart.clear();
 }
 
 int LogCapture::count(int level, std::string_view text) const {
