@@ -6,8 +6,7 @@
 #include <cerrno>
 #include <cstddef>
 
-// The thread sanitizer's run time allocates before it can follow a thread.
-#define KELO_BEFORE_SANITIZER __attribute__((no_sanitize("thread")))
+#include "tests/support/before_sanitizer.hpp"
 
 namespace kelo::tests {
 
@@ -37,19 +36,11 @@ KELO_BEFORE_SANITIZER inline bool heap_has_run_out() {
   return true;
 }
 
-// The allocator behind this one, under the name that needs no look-up: a sanitizer's run time allocates
-// before it can look anything up.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define KELO_NEXT_ALLOCATOR(name) __asm__("__interceptor_" name)
-#else
-#define KELO_NEXT_ALLOCATOR(name) __asm__("__libc_" name)
-#endif
 extern "C" {
 void* next_malloc(std::size_t size) KELO_NEXT_ALLOCATOR("malloc");
 void* next_calloc(std::size_t count, std::size_t size) KELO_NEXT_ALLOCATOR("calloc");
 void* next_realloc(void* block, std::size_t size) KELO_NEXT_ALLOCATOR("realloc");
 }
-#undef KELO_NEXT_ALLOCATOR
 
 }  // namespace kelo::tests
 
@@ -72,7 +63,5 @@ KELO_BEFORE_SANITIZER void* realloc(void* block, std::size_t size) {
 
 }  // extern "C"
 // NOLINTEND(misc-definitions-in-headers,readability-inconsistent-declaration-parameter-name)
-
-#undef KELO_BEFORE_SANITIZER
 
 #endif  // KELO_TESTS_SUPPORT_FAILING_HEAP_HPP

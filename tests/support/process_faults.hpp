@@ -6,62 +6,20 @@
 #ifndef KELO_TESTS_SUPPORT_PROCESS_FAULTS_HPP
 #define KELO_TESTS_SUPPORT_PROCESS_FAULTS_HPP
 
-#include <dlfcn.h>
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/types.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
+
+#include "tests/support/failing_call.hpp"
 
 namespace kelo::tests {
 
-// Names a call and fails it: the `at`-th one of this thread, `times` times from there on. One at a time.
-class FailingCall {
- public:
-  FailingCall(std::string_view call, int error, int at = 1, int times = 1)
-      : call_(call), error_(error), at_(at), times_(times) {
-    current = this;
-  }
-  ~FailingCall() { current = nullptr; }
-  FailingCall(const FailingCall&) = delete;
-  FailingCall& operator=(const FailingCall&) = delete;
-
-  // Calls of that name so far.
-  [[nodiscard]] int seen() const { return seen_; }
-
-  // Whether this call is to fail; errno is set then.
-  static bool meets(std::string_view call) {
-    FailingCall* const fault = current;
-    if (fault == nullptr || fault->call_ != call) return false;
-    ++fault->seen_;
-    if (fault->seen_ < fault->at_ || fault->seen_ - fault->at_ >= fault->times_) return false;
-    errno = fault->error_;
-    return true;
-  }
-
- private:
-  static inline thread_local FailingCall* current = nullptr;
-
-  const std::string_view call_;
-  const int error_;
-  const int at_;
-  const int times_;
-  int seen_ = 0;
-};
-
 // While it is set, execvp() prints the path and the arguments, each in brackets, and ends the child with 0.
 inline bool programs_are_recorded = false;
-
-template <typename Function>
-Function* next_call(const char* name, Function* /*interposer*/) {
-  void* const found = dlsym(RTLD_NEXT, name);
-  if (found == nullptr) std::abort();
-  return reinterpret_cast<Function*>(found);
-}
 
 inline void print_in_brackets(const char* text) {
   (void)!write(STDOUT_FILENO, "[", 1);

@@ -1,0 +1,16 @@
+// For functions a sanitizer's run time calls too early for its own instrumentation.
+#ifndef KELO_TESTS_SUPPORT_BEFORE_SANITIZER_HPP
+#define KELO_TESTS_SUPPORT_BEFORE_SANITIZER_HPP
+
+// The thread sanitizer's run time allocates, frees and starts threads before it can follow a thread.
+#define KELO_BEFORE_SANITIZER __attribute__((no_sanitize("thread")))
+
+// The C library's allocator behind one that takes its place, under the name that needs no look-up: a
+// sanitizer's run time allocates before it can look anything up.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define KELO_NEXT_ALLOCATOR(name) __asm__("__interceptor_" name)
+#else
+#define KELO_NEXT_ALLOCATOR(name) __asm__("__libc_" name)
+#endif
+
+#endif  // KELO_TESTS_SUPPORT_BEFORE_SANITIZER_HPP
