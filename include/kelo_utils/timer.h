@@ -24,11 +24,12 @@
  *   more often. An expiry that comes while the callback runs makes it run once more.
  * - The worker's stack is 32 KiB, with what the program's thread-local variables take on top.
  * - The service takes SIGUSR1 for the whole process: a daemon must not handle, ignore or send it for ends of
- *   its own. It may block it. Expiries interrupt no thread of the daemon, but they do interrupt a callback that
- *   blocks (EINTR). One that another process sends is ignored.
+ *   its own. It may block it. Expiries interrupt no thread of the daemon, but they do interrupt a callback
+ * that blocks (EINTR). One that another process sends is ignored.
  * - The record belongs to the caller and must stay where it is until its timer is deleted and no expiry waits
- *   for its callback any more. A one-shot timer's callback that deletes it may free the record. With a periodic
- *   one an expiry may have come while its callback ran, which is then called once more after the delete.
+ *   for its callback any more. A one-shot timer's callback that deletes it may free the record. With a
+ * periodic one an expiry may have come while its callback ran, which is then called once more after the
+ * delete.
  * - One timer is driven by one thread at a time, its callback included; different timers are independent.
  * - A child made by fork() inherits neither the timers nor the worker. It calls kelo_timer_init() anew before
  *   it uses timers, with records whose `state` it sets to 0.
@@ -69,7 +70,9 @@ typedef struct kelo_timer_span {
 
 /** What a timer calls. */
 typedef struct kelo_timer_callback {
-  /** Runs on the worker thread; must not be null. */
+  /** Runs on the worker thread; must not be null. A record whose handler was set to null since is handed to
+      free() by the next expiry and its timer deleted, which is logged as an error; when it was waiting for
+     its callback by then, that is logged and nothing else happens. */
   void (*handler)(void* arg);
   /** Handed to `handler` as it is. */
   void* arg;
@@ -149,8 +152,8 @@ KELO_API int kelo_timer_gettime(kelo_timer_info* info);
 /**
  * Deletes a timer: states 1, 2 and 3 become 0, and the record may be created again.
  *
- * An expiry that waits for its callback at that moment still gets it: the record, the callback's `arg` and what
- * that points to must outlive it.
+ * An expiry that waits for its callback at that moment still gets it: the record, the callback's `arg` and
+ * what that points to must outlive it.
  *
  * @param info  record of a created timer.
  * @return 0; -1, logged as an error and with the state unchanged, for a null record, state 0 or a timer that
