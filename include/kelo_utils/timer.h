@@ -40,7 +40,6 @@
 
 #include <pthread.h>
 #include <stdint.h>
-#include <time.h>
 
 #include "kelo_utils/base.h"
 #include "kelo_utils/queue.h"
@@ -91,8 +90,8 @@ typedef struct kelo_timer_info {
   q_link_type link;
   /** ::KELO_TIMER_MAGIC once kelo_timer_create() was called; an expiry with another value is refused. */
   uint32_t magic;
-  /** The system's timer, set by kelo_timer_create(). */
-  timer_t timer_id;
+  /** The system's timer, a timer_t, set by kelo_timer_create(). Strict C99 does not know that name. */
+  void* timer_id;
   /** A ::kelo_timer_state, read with kelo_timer_is_already_start(); changed by the functions below alone. */
   int32_t state;
 } kelo_timer_info;

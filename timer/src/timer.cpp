@@ -3,6 +3,7 @@
 #include <time.h>
 
 #include <cstddef>
+#include <type_traits>
 
 #include "kelo_utils/timer.h"
 #include "log/library_log.hpp"
@@ -21,6 +22,8 @@ static_assert(sizeof(void*) != 4 ||
                offsetof(kelo_timer_info, cb.arg) == 20 && offsetof(kelo_timer_info, link) == 24 &&
                offsetof(kelo_timer_info, magic) == 32 && offsetof(kelo_timer_info, timer_id) == 36 &&
                offsetof(kelo_timer_info, state) == 40));
+
+static_assert(std::is_same_v<timer_t, decltype(kelo_timer_info::timer_id)>);
 
 timespec as_timespec(const kelo_timer_span& span) {
   timespec time{};
