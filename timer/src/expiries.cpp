@@ -41,7 +41,7 @@ bool put(Stack& stack, q_link_type& link) {
   q_link_type* below = stack.load(std::memory_order_relaxed);
   do {
     link.next_ptr = below;
-  } while (!stack.compare_exchange_weak(below, &link, std::memory_order_release, std::memory_order_relaxed));
+  } while (!stack.compare_exchange_weak(below, &link));
   return below == nullptr;
 }
 
@@ -76,16 +76,14 @@ void put_wrong_magic(std::uint32_t magic) {
   for (Place& place : wrong_magics) {
     std::uint64_t empty = 0;
     if (!place.compare_exchange_strong(empty, kTaken | magic, std::memory_order_relaxed)) continue;
-    wrong_magic_waits.store(true, std::memory_order_release);
+    wrong_magic_waits = true;
     return;
   }
 }
 
-bool nothing_waits() {
-  return expired.load(std::memory_order_relaxed) == nullptr &&
-         lost.load(std::memory_order_relaxed) == nullptr &&
-         !wrong_magic_waits.load(std::memory_order_relaxed);
-}
+// In one order with what is put and with the worker's id, each seen by all: a handler that finds no worker
+// yet has put what the worker, once there is one, finds here.
+bool nothing_waits() { return expired == nullptr && lost == nullptr && !wrong_magic_waits; }
 
 q_link_type* take_expiries() { return take(expired); }
 
