@@ -1,4 +1,5 @@
-// The library's main job on real files: a daemon's settings survive a power cut. Runs in a sandbox (run.sh).
+// The library's main job on real files: a daemon at work, whose settings survive a power cut. Runs in a
+// sandbox (run.sh).
 #include <sqlite3.h>
 
 #include <cstdio>
@@ -7,6 +8,7 @@
 #include <string>
 
 #include "kelo_utils/sqlite.h"
+#include "tools/demo/at_work.hpp"
 #include "tools/demo/example_daemon.hpp"
 #include "tools/demo/report.hpp"
 #include "tools/demo/store_files.hpp"
@@ -179,6 +181,7 @@ int run() {
   std::printf("kelo_utils: an example daemon on real files under /data\n");
   first_start();
   settings();
+  at_work();
   power_cuts();
   corruption();
   csv_export();
