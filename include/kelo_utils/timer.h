@@ -33,7 +33,7 @@
  * - One timer is driven by one thread at a time, its callback included; different timers are independent.
  * - A child made by fork() inherits neither the timers nor the worker. It calls kelo_timer_init() anew before
  *   it uses timers, with records whose `state` it sets to 0.
- * - No function here blocks.
+ * - No function here blocks, but for the moment in which kelo_timer_init() waits until its worker runs.
  */
 #ifndef KELO_UTILS_TIMER_H
 #define KELO_UTILS_TIMER_H
