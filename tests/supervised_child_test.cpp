@@ -23,6 +23,7 @@
 #include "kelo_utils/log.h"
 #include "tests/support/child_process.hpp"
 #include "tests/support/descriptors.hpp"
+#include "tests/support/leaves_nothing.hpp"
 #include "tests/support/log_capture.hpp"
 #include "tests/support/own_tools.hpp"
 
@@ -58,14 +59,8 @@ Outcome run(const std::string& command, std::size_t size = 4096) {
   return {result, output.data(), seconds_since(start)};
 }
 
-class SupervisedChild : public testing::Test {
+class SupervisedChild : public kelo::tests::LeavesNothing {
  protected:
-  // Nothing stays behind: no descriptor, no child but one that a test has taken over.
-  void TearDown() override {
-    EXPECT_EQ(open_descriptors(), descriptors_before_);
-    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child is left";
-  }
-
   // Id of the child that the log names last, as text.
   std::string child() const {
     std::string id;
@@ -84,11 +79,7 @@ class SupervisedChild : public testing::Test {
     EXPECT_EQ(waitpid(std::stoi(id), &killed_status, 0), std::stoi(id)) << "it was reaped";
   }
 
-  LogCapture log;
   int killed_status = 0;
-
- private:
-  std::set<std::string> descriptors_before_ = open_descriptors();
 };
 
 TEST_F(SupervisedChild, CapturesStandardOutput) {
@@ -207,6 +198,7 @@ TEST_F(SupervisedChild, FailsWhenTheProcessLetsTheSystemReap) {
   signal(SIGCHLD, SIG_IGN);
   EXPECT_EQ(run("echo x").output, "x\n");
   EXPECT_EQ(run("echo x").result, -1);
+  signal(SIGCHLD, SIG_DFL);
   EXPECT_EQ(log.lines().back().text, "(): [cpid:" + child() + "] wait_pid = 0\n");
 }
 
@@ -242,11 +234,13 @@ TEST_F(SupervisedChild, SaysNothingOfAProgramThatEndsWith255Itself) {
 
 TEST_F(SupervisedChild, FindsNdcThroughTheSearchPath) {
   make_script("ndc", "echo ndc \"$@\"", "/tmp/one");
+  const std::string system_path = getenv("PATH");
   setenv("PATH", "/tmp/none:/tmp/one:/usr/bin:/bin", 1);
   EXPECT_EQ(run("ndc network list").output, "ndc network list\n");
   setenv("PATH", "/tmp/none", 1);
   log.clear();
   EXPECT_EQ(run("ndc network list").result, -1);
+  setenv("PATH", system_path.c_str(), 1);
   expect_start_failure(log, ENOENT);
 }
 
