@@ -5,7 +5,6 @@
 
 #include <array>
 #include <cerrno>
-#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -14,36 +13,24 @@
 
 #include "kelo_utils/app_os_al.h"
 #include "kelo_utils/log.h"
-#include "tests/support/leaves_nothing.hpp"
 #include "tests/support/log_capture.hpp"
 #include "tests/support/process_faults.hpp"
+#include "tests/support/supervised_run.hpp"
 
 namespace {
 
+using kelo::tests::Clock;
 using kelo::tests::FailingCall;
-using Clock = std::chrono::steady_clock;
+using kelo::tests::seconds_since;
 
-constexpr char kStage[] = "oem_ds_exec_internal";
+constexpr auto& kStage = kelo::tests::kSupervisedStage;
 
-double seconds_since(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-class SupervisedFaults : public kelo::tests::LeavesNothing {
+class SupervisedFaults : public kelo::tests::SupervisedRun {
  protected:
   int run(const std::string& command) {
     output = {"preset"};
     return kelo_ds_system_call3(command.c_str(), 0, output.data(), static_cast<std::int32_t>(output.size()),
                                 0);
-  }
-
-  // Id of the child that the log names last, as text.
-  std::string child() const {
-    std::string id;
-    for (const auto& line : log.lines()) {
-      if (line.text.starts_with("[cpid:")) id = line.text.substr(6, line.text.find(']') - 6);
-    }
-    return id;
   }
 
   std::array<char, 64> output{};
@@ -92,6 +79,14 @@ TEST_F(SupervisedFaults, StartsNoProgramWithoutItsOutput) {
     EXPECT_STREQ(output.data(), "preset");
     EXPECT_EQ(log.count(LOG_LVL_INFO, kStage, "[cpid:" + child() + "] Process exited normally with rc=255\n"),
               1);
+  }
+}
+
+TEST_F(SupervisedFaults, PutsTheOutputInPlaceThroughSignals) {
+  for (const int at : {1, 2}) {
+    const FailingCall fault("dup2", EINTR, at, 2);
+    EXPECT_EQ(run("echo x"), 0);
+    EXPECT_STREQ(output.data(), "x\n");
   }
 }
 
