@@ -450,6 +450,20 @@ KELO_API int kelo_ds_system_call3(const char* command, int32_t reserved, char* o
 
 /** @} */
 
+/**
+ * @name Routes and addresses of the kernel
+ * @{
+ */
+
+/** @} */
+
+/**
+ * @name Address text
+ * @{
+ */
+
+/** @} */
+
 KELO_END_DECLS
 
 #endif /* KELO_UTILS_APP_OS_AL_H */

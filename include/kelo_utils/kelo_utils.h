@@ -32,6 +32,7 @@
 #ifndef KELO_UTILS_KELO_UTILS_H
 #define KELO_UTILS_KELO_UTILS_H
 
+#include "kelo_utils/app_common.h"
 #include "kelo_utils/app_os_al.h"
 #include "kelo_utils/base.h"
 #include "kelo_utils/data_manager.h"
