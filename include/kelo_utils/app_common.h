@@ -46,6 +46,46 @@ KELO_BEGIN_DECLS
  */
 KELO_API int kelo_util_ussd_unpack(uint8_t* out, int out_max, const uint8_t* packed, int packed_len);
 
+/**
+ * Maps septets of the GSM 7 bit default alphabet (3GPP TS 23.038, 6.2.1), one a byte, to UTF-8.
+ *
+ * There is no extension table: the escape septet, 27, becomes a space and the septet behind it the character
+ * that the default alphabet has in its place, so that an escaped e is " e" and not the euro sign. A carriage
+ * return is left out and logged at debug level, "ignored CR charecter at index = <index>". A byte above 127
+ * is copied as it is, although the result is then not UTF-8.
+ *
+ * What does not fit is left out silently; a character of two bytes for which only one is left does not keep a
+ * one-byte character behind it from taking that place.
+ *
+ * @param septets   septets. Null is refused.
+ * @param count     how many. 0 or less is refused.
+ * @param out       receives the terminated text. Null is refused.
+ * @param out_size  size of `out` in bytes; two for each septet and one more are always enough. 0 is refused,
+ *                  1 holds the empty text.
+ * @return length of the text in bytes, modulo 65536; 0 when an argument is refused, which is logged as an
+ *         error, "Invalid parameters for GSM alphabet to UTF8 conversion, input len = <count>", and leaves
+ *         `out` as it was.
+ */
+KELO_API int kelo_util_convert_gsm8bit_alpha_string_to_utf8(const uint8_t* septets, int count, char* out,
+                                                            size_t out_size);
+
+/**
+ * Unpacks septets and maps them to UTF-8: kelo_util_ussd_unpack(), of at most 2 * `packed_len` septets, and
+ * kelo_util_convert_gsm8bit_alpha_string_to_utf8() in one call, with all their rules.
+ *
+ * @param packed      packed septets. Null is refused.
+ * @param packed_len  octets in `packed`, as for kelo_util_ussd_unpack(): at most 255 septets are unpacked. 0
+ *                    or less is refused.
+ * @param out         receives the terminated text. Null is refused.
+ * @param out_size    size of `out` in bytes; 511 are always enough. 0 is refused, 1 holds the empty text.
+ * @return length of the text in bytes; 0 when an argument is refused, logged as by
+ *         kelo_util_convert_gsm8bit_alpha_string_to_utf8() with `packed_len`, or when memory runs out, logged
+ *         as the error "Fail to allocate buffer for GSM alphabet to UTF8 conversion": both leave `out` as it
+ *         was.
+ */
+KELO_API int kelo_util_convert_gsm_def_alpha_string_to_utf8(const uint8_t* packed, int packed_len, char* out,
+                                                            size_t out_size);
+
 /** @} */
 
 /**

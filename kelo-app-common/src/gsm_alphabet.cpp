@@ -1,0 +1,103 @@
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include "base/heap.hpp"
+#include "kelo_utils/app_common.h"
+#include "log/library_log.hpp"
+
+namespace {
+
+// Septets 0 to 127. Phones without the extension table show its escape, 27, as a space, and so does this one.
+constexpr std::u16string_view kAlphabet =
+    u"@£$¥èéùìòÇ\nØø\rÅå"
+    u"Δ_ΦΓΛΩΠΨΣΘΞ ÆæßÉ"
+    u" !\"#¤%&'()*+,-./"
+    u"0123456789:;<=>?"
+    u"¡ABCDEFGHIJKLMNO"
+    u"PQRSTUVWXYZÄÖÑÜ§"
+    u"¿abcdefghijklmno"
+    u"pqrstuvwxyzäöñüà";
+static_assert(kAlphabet.size() == 128);
+static_assert(std::ranges::all_of(kAlphabet, [](char16_t character) { return character < 0x800; }),
+              "two bytes of UTF-8 are enough for each");
+
+// The UTF-8 form of one character: a value below 256 is one byte, others are two, the high one first.
+constexpr std::uint16_t utf8_form(char16_t character) {
+  if (character < 0x80) return character;
+  return static_cast<std::uint16_t>((0xC0 | character >> 6) << 8 | (0x80 | (character & 0x3F)));
+}
+
+constexpr std::array<std::uint16_t, 128> kUtf8Forms = [] {
+  std::array<std::uint16_t, 128> forms{};
+  std::ranges::transform(kAlphabet, forms.begin(), utf8_form);
+  return forms;
+}();
+
+// Writes bytes into a buffer and keeps its last byte for the terminator.
+class TextWriter {
+ public:
+  // `size` is not 0.
+  TextWriter(char* buffer, std::size_t size) : buffer_(buffer), room_(size - 1) {}
+
+  [[nodiscard]] bool full() const { return length_ == room_; }
+  [[nodiscard]] std::size_t length() const { return length_; }
+
+  void put(unsigned byte) { buffer_[length_++] = static_cast<char>(byte); }
+  // What does not fit as a whole is dropped.
+  void put_form(unsigned form) {
+    if (form < 0x100) return put(form);
+    if (room_ - length_ < 2) return;
+    put(form >> 8);
+    put(form & 0xFF);
+  }
+  void terminate() { buffer_[length_] = '\0'; }
+
+ private:
+  char* const buffer_;
+  const std::size_t room_;
+  std::size_t length_ = 0;
+};
+
+}  // namespace
+
+int kelo_util_convert_gsm8bit_alpha_string_to_utf8(const std::uint8_t* septets, int count, char* out,
+                                                   std::size_t out_size) {
+  if (septets == nullptr || count <= 0 || out == nullptr || out_size == 0) {
+    KELO_LOG(LOG_LVL_ERR, "Invalid parameters for GSM alphabet to UTF8 conversion, input len = %d\n", count);
+    return 0;
+  }
+  TextWriter text(out, out_size);
+  for (int i = 0; i < count && !text.full(); ++i) {
+    const unsigned septet = septets[i];
+    if (septet == '\r') {
+      KELO_LOG(LOG_LVL_DBUG, "ignored CR charecter at index = %d\n", i);
+    } else if (septet < kUtf8Forms.size()) {
+      text.put_form(kUtf8Forms[septet]);
+    } else {
+      text.put(septet);
+    }
+  }
+  text.terminate();
+  return static_cast<std::uint16_t>(text.length());  // callers count text in sixteen bits
+}
+
+int kelo_util_convert_gsm_def_alpha_string_to_utf8(const std::uint8_t* packed, int packed_len, char* out,
+                                                   std::size_t out_size) {
+  if (packed == nullptr || packed_len <= 0 || out == nullptr || out_size == 0) {
+    KELO_LOG(LOG_LVL_ERR, "Invalid parameters for GSM alphabet to UTF8 conversion, input len = %d\n",
+             packed_len);
+    return 0;
+  }
+  // Two for each octet, as far as the unpacker goes: it stops at 255.
+  const int most_septets = 2 * std::min(packed_len, 128);
+  const auto septets = kelo::base::zeroed_array<std::uint8_t>(static_cast<std::size_t>(most_septets));
+  if (!septets) {
+    KELO_LOG(LOG_LVL_ERR, "Fail to allocate buffer for GSM alphabet to UTF8 conversion\n");
+    return 0;
+  }
+  const int count = kelo_util_ussd_unpack(septets.get(), most_septets, packed, packed_len);
+  return kelo_util_convert_gsm8bit_alpha_string_to_utf8(septets.get(), count, out, out_size);
+}
