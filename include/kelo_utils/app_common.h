@@ -90,8 +90,60 @@ KELO_API int kelo_util_convert_gsm_def_alpha_string_to_utf8(const uint8_t* packe
 
 /**
  * @name Unicode
+ *
+ * Conversions between UTF-8 and 16-bit text. They keep no state and take no lock (unless they log), never
+ * block or allocate, and may be called from any thread at once on different buffers. Source and target must
+ * not overlap.
+ *
+ * 16-bit text is in the machine's byte order, and its units may stand at any address, odd ones included: a
+ * byte array may be passed as it is, its pointer cast.
+ *
+ * No size is trusted. One that no array can have (above PTRDIFF_MAX, as a negative number becomes) counts as
+ * 0, and nothing is read or written outside of what the arguments describe.
  * @{
  */
+
+/** What a conversion came to. In every case what stood before the end of the conversion is in the target. */
+enum kelo_unicode_result {
+  KELO_UNICODE_COMPLETE = 0,         /**< all of the source is converted */
+  KELO_UNICODE_SOURCE_EXHAUSTED = 1, /**< the source ends within a character */
+  KELO_UNICODE_TARGET_EXHAUSTED = 2, /**< the next character does not fit into the target */
+  KELO_UNICODE_SOURCE_ILLEGAL = 3    /**< the source is ill-formed */
+};
+
+/** How a conversion takes what is not well-formed but still has a value. */
+enum kelo_unicode_mode {
+  KELO_UNICODE_STRICT = 0, /**< refuses it */
+  KELO_UNICODE_LENIENT = 1 /**< converts it; every other value than 0 means the same */
+};
+
+/**
+ * Converts UTF-16 to UTF-8 (RFC 3629), whole characters at a time, and adds no terminator.
+ *
+ * Zero units are characters like any other. A byte order mark is converted as the character U+FEFF.
+ *
+ * Both start pointers are advanced past what was converted. After a failure the source pointer stands at the
+ * first unit of the character that failed, the target pointer behind the last character written. Where a
+ * character fails in two ways the source counts first: result 1 or 3, not 2.
+ *
+ * An end that lies before its start is taken for an empty text or buffer.
+ *
+ * @param source_start  points to the start of the source; any address will do. `*source_start` may be null
+ *                      when `source_end` is. Null otherwise logs the error "<function> param NULL", as a null
+ *                      `target_start` or `*target_start` does, and nothing is changed.
+ * @param source_end    end of the source. Half a unit before it is never read.
+ * @param target_start  points to the start of the target. `*target_start` may be null when `target_end` is.
+ * @param target_end    end of the target, to which nothing is written.
+ * @param flags         a ::kelo_unicode_mode. Lenient converts an unpaired surrogate to the three bytes ED A0
+ *                      80 to ED BF BF, so that UCS-2 text survives; strict refuses it.
+ * @retval 0  ::KELO_UNICODE_COMPLETE.
+ * @retval 1  ::KELO_UNICODE_SOURCE_EXHAUSTED: the source ends behind a high surrogate, in lenient mode too, or
+ *            in the middle of a unit.
+ * @retval 2  ::KELO_UNICODE_TARGET_EXHAUSTED.
+ * @retval 3  ::KELO_UNICODE_SOURCE_ILLEGAL: an unpaired surrogate in strict mode, or a null pointer.
+ */
+KELO_API int kelo_util_ConvertUTF16toUTF8(const uint16_t** source_start, const uint16_t* source_end,
+                                          uint8_t** target_start, uint8_t* target_end, int flags);
 
 /** @} */
 
