@@ -145,6 +145,29 @@ enum kelo_unicode_mode {
 KELO_API int kelo_util_ConvertUTF16toUTF8(const uint16_t** source_start, const uint16_t* source_end,
                                           uint8_t** target_start, uint8_t* target_end, int flags);
 
+/**
+ * Converts UCS-2 text to UTF-8, cut to the buffer's size without cutting a character in two.
+ *
+ * Surrogate pairs become one character of four bytes; an unpaired surrogate becomes three bytes. Zero units
+ * become zero bytes within the text.
+ *
+ * Each of these ends the conversion, is logged, and leaves what was converted before it:
+ * - a null `ucs2`, a `byte_len` of 0, half a unit or a high surrogate at the end of the source: the error
+ *   "Error in converting ucs2 string to utf8";
+ * - a character that does not fit, a null `out` or an `out_size` of 0: the debug message "String has been
+ *   truncated. Buffer size of <out_size> not large enough".
+ *
+ * A null `out` is also logged as the error "utf8str or utf8Start is NULL".
+ *
+ * @param ucs2      UCS-2 text in the machine's byte order, at any address.
+ * @param byte_len  its length in bytes. Of an odd length the last byte is not converted.
+ * @param out       buffer of `out_size` bytes; always terminated unless `out_size` is 0.
+ * @param out_size  size of the buffer in bytes. With 0 nothing is written, not even the terminator. Of a
+ *                  buffer above INT_MAX bytes no more than INT_MAX are used.
+ * @return bytes of UTF-8 in `out`, terminator not counted; 0 when nothing was converted.
+ */
+KELO_API int kelo_util_convert_ucs2_to_utf8(const uint8_t* ucs2, size_t byte_len, char* out, size_t out_size);
+
 /** @} */
 
 KELO_END_DECLS

@@ -1,0 +1,58 @@
+// The UCS-2 conversions on top of a conversion that does not keep to its buffer: the program's own takes the
+// library's place.
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "kelo_utils/app_common.h"
+#include "kelo_utils/log.h"
+#include "tests/support/exact_buffer.hpp"
+#include "tests/support/log_capture.hpp"
+
+namespace {
+
+using kelo::tests::ExactBuffer;
+using kelo::tests::LogCapture;
+
+constexpr const char* kOverrun =
+    "Bug in kelo_util_ConvertUTF16toUTF8. Buffer overrun detected. Size 7 greater than ";
+
+constexpr std::ptrdiff_t kClaimed = 7;  // bytes that the conversion says it wrote
+int seen_flags = -1;
+
+}  // namespace
+
+int kelo_util_ConvertUTF16toUTF8(const std::uint16_t** source_start, const std::uint16_t* source_end,
+                                 std::uint8_t** target_start, std::uint8_t* /*target_end*/, int flags) {
+  seen_flags = flags;
+  *source_start = source_end;
+  *target_start += kClaimed;
+  return KELO_UNICODE_COMPLETE;
+}
+
+namespace {
+
+TEST(Ucs2Overrun, IsReportedAndTheTextEndsWithItsBuffer) {
+  const LogCapture log;
+  const ExactBuffer out(4);
+  const std::uint8_t ucs2[2] = {'a', 0};
+  EXPECT_EQ(3, kelo_util_convert_ucs2_to_utf8(ucs2, 2, out.data(), 4));
+  EXPECT_EQ(std::string("ZZZ\0", 4), out.bytes());
+  EXPECT_EQ(1, log.count(LOG_LVL_ERR, "oem_util_convert_ucs2_to_utf8", std::string(kOverrun) + "3\n"))
+      << log.dump();
+  EXPECT_EQ(1u, log.lines().size()) << log.dump();
+  EXPECT_EQ(KELO_UNICODE_LENIENT, seen_flags);
+}
+
+TEST(Ucs2Overrun, IsNoneAtTheBoundOfTheBuffer) {
+  const LogCapture log;
+  const ExactBuffer out(8);
+  const std::uint8_t ucs2[2] = {'a', 0};
+  EXPECT_EQ(7, kelo_util_convert_ucs2_to_utf8(ucs2, 2, out.data(), 8));
+  EXPECT_EQ(std::string("ZZZZZZZ\0", 8), out.bytes());
+  EXPECT_TRUE(log.lines().empty()) << log.dump();
+}
+
+}  // namespace

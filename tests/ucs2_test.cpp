@@ -1,0 +1,211 @@
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kelo_utils/app_common.h"
+#include "kelo_utils/log.h"
+#include "tests/support/exact_buffer.hpp"
+#include "tests/support/log_capture.hpp"
+#include "tests/support/unicode_oracle.hpp"
+
+namespace {
+
+using kelo::tests::bytes_of;
+using kelo::tests::ExactBuffer;
+using kelo::tests::exactly;
+using kelo::tests::Iconv;
+using kelo::tests::is_surrogate;
+using kelo::tests::kHostUtf16;
+using kelo::tests::LogCapture;
+using kelo::tests::utf8_of;
+using namespace std::string_literals;
+
+constexpr std::size_t kNegative = static_cast<std::size_t>(-1);
+constexpr std::size_t kBeyondAnyArray = static_cast<std::size_t>(PTRDIFF_MAX) + 1;
+
+std::string truncated_at(std::size_t size) {
+  return "String has been truncated. Buffer size of " + std::to_string(size) + " not large enough\n";
+}
+
+const std::uint8_t* bytes_at(const ExactBuffer& buffer) {
+  return reinterpret_cast<const std::uint8_t*>(buffer.data());
+}
+
+// What a text leaves in a buffer of `size` bytes.
+std::string terminated(const std::string& text, std::size_t size) {
+  return text + '\0' + std::string(size - text.size() - 1, ExactBuffer::kUntouched);
+}
+
+// ---- kelo_util_convert_ucs2_to_utf8 ----
+
+constexpr const char* kToUtf8 = "oem_util_convert_ucs2_to_utf8";
+constexpr const char* kToUtf8Error = "Error in converting ucs2 string to utf8\n";
+constexpr const char* kToUtf8Null = "utf8str or utf8Start is NULL\n";
+
+struct Decoded {
+  int length;
+  std::string buffer;
+
+  bool operator==(const Decoded&) const = default;
+};
+
+void PrintTo(const Decoded& decoded, std::ostream* out) {
+  *out << decoded.length << ' ' << testing::PrintToString(decoded.buffer);
+}
+
+Decoded decode(std::string_view ucs2, std::size_t size) {
+  const ExactBuffer source = exactly(ucs2);
+  const ExactBuffer out(size);
+  const int length = kelo_util_convert_ucs2_to_utf8(bytes_at(source), source.size(), out.data(), size);
+  return {length, out.bytes()};
+}
+
+TEST(Ucs2ToUtf8, ConvertsEveryUnit) {
+  const LogCapture log;
+  const Iconv iconv("UTF-8", kHostUtf16);
+  for (std::uint32_t unit = 0; unit <= 0xFFFF; ++unit) {
+    if (unit >= 0xD800 && unit <= 0xDBFF) continue;
+    const std::string source = bytes_of({static_cast<std::uint16_t>(unit)});
+    const std::string utf8 = is_surrogate(unit) ? utf8_of(unit) : iconv.convert(source);
+    const Decoded whole = {static_cast<int>(utf8.size()), utf8 + '\0'};
+    ASSERT_EQ(whole, decode(source, utf8.size() + 1)) << unit;
+  }
+  EXPECT_TRUE(log.lines().empty()) << log.dump();
+}
+
+TEST(Ucs2ToUtf8, ConvertsAnUnpairedSurrogateToThreeBytes) {
+  const LogCapture log;
+  EXPECT_EQ((Decoded{4, "\xED\xA0\x80x\0"s}), decode(bytes_of({0xD800, 'x'}), 5));
+  EXPECT_EQ((Decoded{3, "\xED\xBF\xBF\0"s}), decode(bytes_of({0xDFFF}), 4));
+  EXPECT_TRUE(log.lines().empty()) << log.dump();
+}
+
+TEST(Ucs2ToUtf8, MakesOneCharacterOfASurrogatePair) {
+  EXPECT_EQ((Decoded{4, "\xF0\x9F\x98\x80\0"s}), decode(bytes_of({0xD83D, 0xDE00}), 5));
+}
+
+TEST(Ucs2ToUtf8, ConvertsZeroUnitsWithinTheText) {
+  EXPECT_EQ((Decoded{3, "a\0b\0"s}), decode(bytes_of({'a', 0, 'b'}), 4));
+}
+
+TEST(Ucs2ToUtf8, CutsTheTextWithADebugMessageAndKeepsWholeCharacters) {
+  const std::string source = bytes_of({'a', 0xE9, 0x20AC, 0xD83D, 0xDE00});
+  const std::vector<std::string> prefixes = {"", "a", "a\xC3\xA9", "a\xC3\xA9\xE2\x82\xAC",
+                                             "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"};
+  for (std::size_t size = 1; size <= 14; ++size) {
+    const LogCapture log;
+    std::string fitting;
+    for (const std::string& prefix : prefixes) {
+      if (prefix.size() < size) fitting = prefix;
+    }
+    EXPECT_EQ((Decoded{static_cast<int>(fitting.size()), terminated(fitting, size)}), decode(source, size))
+        << size;
+    const bool cut = size < 11;
+    EXPECT_EQ(cut ? 1 : 0, log.count(LOG_LVL_DBUG, kToUtf8, truncated_at(size))) << size << log.dump();
+    EXPECT_EQ(cut ? 1u : 0u, log.lines().size()) << size << log.dump();
+  }
+}
+
+TEST(Ucs2ToUtf8, KeepsWhatStandsBeforeATextCutOff) {
+  for (const std::string& source : {bytes_of({'a', 'b'}) + '\0', bytes_of({'a', 'b', 0xD800}),
+                                    bytes_of({'a', 'b', 0xDBFF}) + '\xDC', bytes_of({'a', 'b'}) + 'c'}) {
+    const LogCapture log;
+    EXPECT_EQ((Decoded{2, terminated("ab", 9)}), decode(source, 9));
+    EXPECT_EQ(1, log.count(LOG_LVL_ERR, kToUtf8, kToUtf8Error)) << log.dump();
+    EXPECT_EQ(1u, log.lines().size()) << log.dump();
+  }
+}
+
+TEST(Ucs2ToUtf8, ReadsNothingOfALoneByte) {
+  const LogCapture log;
+  EXPECT_EQ((Decoded{0, terminated("", 4)}), decode("a", 4));
+  EXPECT_EQ(1, log.count(LOG_LVL_ERR, kToUtf8, kToUtf8Error)) << log.dump();
+  EXPECT_EQ(1u, log.lines().size()) << log.dump();
+}
+
+TEST(Ucs2ToUtf8, ConvertsTextOfMoreThan65535Bytes) {
+  for (const std::size_t count : {255U, 256U, 257U, 32767U, 32768U, 65535U, 65536U, 70000U}) {
+    const std::string source = bytes_of(std::vector<std::uint16_t>(count, 0xE9));
+    const Decoded decoded = decode(source, 2 * count + 1);
+    EXPECT_EQ(static_cast<int>(2 * count), decoded.length);
+    EXPECT_TRUE(Iconv("UTF-8", kHostUtf16).convert(source) + '\0' == decoded.buffer);
+  }
+}
+
+TEST(Ucs2ToUtf8, ReportsNoTextAndTerminates) {
+  const ExactBuffer source = exactly(bytes_of({'a'}));
+  struct Case {
+    const std::uint8_t* ucs2;
+    std::size_t byte_len;
+  };
+  for (const auto& [ucs2, byte_len] :
+       {Case{nullptr, 2}, Case{bytes_at(source), 0}, Case{nullptr, 0}, Case{bytes_at(source), kNegative},
+        Case{bytes_at(source), kBeyondAnyArray}}) {
+    const LogCapture log;
+    const ExactBuffer out(3);
+    EXPECT_EQ(0, kelo_util_convert_ucs2_to_utf8(ucs2, byte_len, out.data(), 3));
+    EXPECT_EQ(terminated("", 3), out.bytes());
+    EXPECT_EQ(1, log.count(LOG_LVL_ERR, kToUtf8, kToUtf8Error)) << log.dump();
+    EXPECT_EQ(1u, log.lines().size()) << log.dump();
+  }
+}
+
+TEST(Ucs2ToUtf8, WritesNothingIntoABufferOfNoBytes) {
+  const ExactBuffer source = exactly(bytes_of({'a'}));
+  for (const std::size_t size : {std::size_t{0}, kNegative, kBeyondAnyArray}) {
+    const LogCapture log;
+    const ExactBuffer out(1);
+    EXPECT_EQ(0, kelo_util_convert_ucs2_to_utf8(bytes_at(source), 2, out.data(), size));
+    EXPECT_TRUE(out.untouched());
+    EXPECT_EQ(1, log.count(LOG_LVL_DBUG, kToUtf8, truncated_at(size))) << log.dump();
+    EXPECT_EQ(1u, log.lines().size()) << log.dump();
+  }
+}
+
+TEST(Ucs2ToUtf8, WritesNothingIntoABufferOfNoBytesForNoText) {
+  const LogCapture log;
+  const ExactBuffer out(0);
+  EXPECT_EQ(0, kelo_util_convert_ucs2_to_utf8(nullptr, 2, out.data(), 0));
+  EXPECT_EQ(1, log.count(LOG_LVL_ERR, kToUtf8, kToUtf8Error)) << log.dump();
+  EXPECT_EQ(1u, log.lines().size()) << log.dump();
+}
+
+TEST(Ucs2ToUtf8, TerminatesABufferOfOneByte) {
+  const LogCapture log;
+  EXPECT_EQ((Decoded{0, "\0"s}), decode(bytes_of({'a'}), 1));
+  EXPECT_EQ(1, log.count(LOG_LVL_DBUG, kToUtf8, truncated_at(1))) << log.dump();
+}
+
+TEST(Ucs2ToUtf8, ReportsANullBuffer) {
+  const ExactBuffer source = exactly(bytes_of({'a'}));
+  for (const std::size_t size : {0U, 5U}) {
+    const LogCapture log;
+    EXPECT_EQ(0, kelo_util_convert_ucs2_to_utf8(bytes_at(source), 2, nullptr, size));
+    EXPECT_EQ(1, log.count(LOG_LVL_DBUG, kToUtf8, truncated_at(size))) << log.dump();
+    EXPECT_EQ(1, log.count(LOG_LVL_ERR, kToUtf8, kToUtf8Null)) << log.dump();
+    EXPECT_EQ(2u, log.lines().size()) << log.dump();
+  }
+}
+
+TEST(Ucs2ToUtf8, ReportsANullTextAndANullBuffer) {
+  const LogCapture log;
+  EXPECT_EQ(0, kelo_util_convert_ucs2_to_utf8(nullptr, 2, nullptr, 5));
+  EXPECT_EQ(1, log.count(LOG_LVL_ERR, kToUtf8, kToUtf8Error)) << log.dump();
+  EXPECT_EQ(1, log.count(LOG_LVL_ERR, kToUtf8, kToUtf8Null)) << log.dump();
+  EXPECT_EQ(2u, log.lines().size()) << log.dump();
+}
+
+TEST(Ucs2ToUtf8, KeepsErrno) {
+  const LogCapture log;
+  errno = E2BIG;
+  decode("a", 1);
+  EXPECT_EQ(E2BIG, errno);
+}
+
+}  // namespace
