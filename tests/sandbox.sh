@@ -1,9 +1,16 @@
 #!/bin/sh
 # Runs a command in a sandbox of its own: private /data, /kelonv, /kelonvbak, /mnt/vendor and /tmp, a network and a
-# process namespace, an unprivileged user. Usage: sandbox.sh TREE... -- COMMAND [ARGUMENT...]
-# Each TREE is a folder that stays visible, read-only, under its own path.
+# process namespace, an unprivileged user. Usage: sandbox.sh [--interfaces] TREE... -- COMMAND [ARGUMENT...]
+# Each TREE is a folder that stays visible, read-only, under its own path. With --interfaces the command administers
+# its network, as its root user: it can make interfaces, and finds none but a loopback that is down.
 # Where the machine forbids namespaces the command is not run and the exit status is 77, which CTest calls skipped.
 set -eu
+
+network=
+if [ "$1" = --interfaces ]; then
+  network='unshare --map-root-user --net'
+  shift
+fi
 
 # The arguments turn round: those of bwrap go behind the caller's, then the caller's are dropped from the front.
 count=0
@@ -38,9 +45,12 @@ case " $* " in *" --gtest_list_tests"*) rm -f "$options" && exec "$@" ;; esac
 
 exec 3< "$options"
 rm -f "$options"
-if ! command -v bwrap > /dev/null 2>&1 || ! bwrap --unshare-all --ro-bind / / true > /dev/null 2>&1; then
-  reason=$(bwrap --unshare-all --ro-bind / / true 2>&1 || true)
+# shellcheck disable=SC2086 # a command and its options, or none
+probe() { bwrap --unshare-all --ro-bind / / --proc /proc $network true; }
+if ! command -v bwrap > /dev/null 2>&1 || ! probe > /dev/null 2>&1; then
+  reason=$(probe 2>&1 || true)
   echo "[  SKIPPED ] this machine does not let a sandbox be made: $reason"
   exit 77
 fi
-exec bwrap --args 3 -- "$@"
+# shellcheck disable=SC2086
+exec bwrap --args 3 -- $network "$@"
