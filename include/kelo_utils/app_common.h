@@ -18,6 +18,23 @@ KELO_BEGIN_DECLS
  * @{
  */
 
+/**
+ * Finds the IPv4 address of the router's main LAN bridge.
+ *
+ * Asks the kernel about the interfaces "bridge0", "br-lan", "brlan0" and "br0", in this order, and takes the
+ * first that has an IPv4 address: of several addresses its first. The interface need be neither up nor, but
+ * for its name, a bridge. Does not block. May be called by several threads at once.
+ *
+ * @param if_addr  receives the address in network byte order, as `in_addr::s_addr` holds it: 192.168.8.1 is
+ *                 the bytes 192, 168, 8, 1 in memory. Written on success only. Null is logged as the error
+ *                 "if_addr is NULL".
+ * @retval 0       found.
+ * @retval -1      `if_addr` is null, or none of the interfaces has an IPv4 address; nothing is logged about
+ *                 that. A socket that cannot be opened is logged as the error "sfd is invalid" and counts as
+ *                 an interface without an address.
+ */
+KELO_API int kelo_util_get_main_bridge_addr(uint32_t* if_addr);
+
 /** @} */
 
 /**

@@ -1,0 +1,107 @@
+// Makes chosen socket calls of the whole test program fail, the library's included, and follows its waits.
+// Include it in exactly one source file of a test program, whose .cmake file links CMAKE_DL_LIBS.
+//
+// The calls are: socket, sendto, recvfrom, poll and ioctl.
+#ifndef KELO_TESTS_SUPPORT_SOCKET_FAULTS_HPP
+#define KELO_TESTS_SUPPORT_SOCKET_FAULTS_HPP
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <functional>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include "tests/support/failing_call.hpp"
+
+namespace kelo::tests {
+
+// The sockets of this thread: what the last one was opened as, and the lowest number that one is given.
+inline thread_local int last_socket_type = 0;
+inline thread_local int lowest_socket = 0;
+
+// The waits of this thread while it lives, counted from 1. One at a time.
+class Waits {
+ public:
+  // The waits of these numbers see nothing arrive: they end at once, as if their time were over.
+  explicit Waits(std::set<int> silent = {}) : silent_(std::move(silent)) { current = this; }
+  ~Waits() { current = nullptr; }
+  Waits(const Waits&) = delete;
+  Waits& operator=(const Waits&) = delete;
+
+  // How long each was to be, in milliseconds.
+  [[nodiscard]] const std::vector<int>& milliseconds() const { return milliseconds_; }
+
+  // Called before a wait of the number begins.
+  std::function<void(int number)> before = [](int) {};
+
+  // Whether a wait that begins now is a silent one.
+  static bool are_silent(int milliseconds) {
+    Waits* const waits = current;
+    if (waits == nullptr) return false;
+    waits->milliseconds_.push_back(milliseconds);
+    const int number = static_cast<int>(waits->milliseconds_.size());
+    waits->before(number);
+    return waits->silent_.count(number) != 0;
+  }
+
+ private:
+  static inline thread_local Waits* current = nullptr;
+
+  const std::set<int> silent_;
+  std::vector<int> milliseconds_;
+};
+
+}  // namespace kelo::tests
+
+// Defined here and not in a source of the support library, which every test program links. The C library's
+// own declarations have reserved parameter names.
+// NOLINTBEGIN(misc-definitions-in-headers,readability-inconsistent-declaration-parameter-name)
+extern "C" {
+
+int socket(int domain, int type, int protocol) noexcept {
+  static const auto real = kelo::tests::next_call("socket", socket);
+  if (kelo::tests::FailingCall::meets("socket")) return -1;
+  kelo::tests::last_socket_type = type;
+  const int fd = real(domain, type, protocol);
+  if (fd < 0 || fd >= kelo::tests::lowest_socket) return fd;
+  const int moved = fcntl(fd, F_DUPFD_CLOEXEC, kelo::tests::lowest_socket);
+  close(fd);
+  return moved;
+}
+
+ssize_t sendto(int fd, const void* bytes, std::size_t size, int flags, const sockaddr* to, socklen_t length) {
+  static const auto real = kelo::tests::next_call("sendto", sendto);
+  return kelo::tests::FailingCall::meets("sendto") ? -1 : real(fd, bytes, size, flags, to, length);
+}
+
+ssize_t recvfrom(int fd, void* bytes, std::size_t size, int flags, sockaddr* from, socklen_t* length) {
+  static const auto real = kelo::tests::next_call("recvfrom", recvfrom);
+  return kelo::tests::FailingCall::meets("recvfrom") ? -1 : real(fd, bytes, size, flags, from, length);
+}
+
+int poll(pollfd* descriptors, nfds_t count, int milliseconds) {
+  static const auto real = kelo::tests::next_call("poll", poll);
+  const bool silent = kelo::tests::Waits::are_silent(milliseconds);
+  if (kelo::tests::FailingCall::meets("poll")) return -1;
+  return silent ? 0 : real(descriptors, count, milliseconds);
+}
+
+int ioctl(int fd, unsigned long request, ...) noexcept {
+  static const auto real = kelo::tests::next_call("ioctl", ioctl);
+  va_list arguments;
+  va_start(arguments, request);
+  void* const argument = va_arg(arguments, void*);
+  va_end(arguments);
+  return kelo::tests::FailingCall::meets("ioctl") ? -1 : real(fd, request, argument);
+}
+
+}  // extern "C"
+// NOLINTEND(misc-definitions-in-headers,readability-inconsistent-declaration-parameter-name)
+
+#endif  // KELO_TESTS_SUPPORT_SOCKET_FAULTS_HPP
