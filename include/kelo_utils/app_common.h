@@ -47,6 +47,14 @@ KELO_API int kelo_util_get_main_bridge_addr(uint32_t* if_addr);
  */
 
 /**
+ * Tells whether text is plain ASCII.
+ * @param text  text.
+ * @retval 1  every byte is below 128; so is the empty text.
+ * @retval 0  it is not; or `text` is null, which is logged as an error, "<function> param NULL".
+ */
+KELO_API int kelo_util_UssdStringIsAscii(const char* text);
+
+/**
  * Unpacks septets, eight of which are packed into seven octets (3GPP TS 23.038, 6.1.2), into one a byte.
  *
  * When the octets are a multiple of seven, a last septet of 13 (carriage return) is the padding that fills
@@ -102,6 +110,41 @@ KELO_API int kelo_util_convert_gsm8bit_alpha_string_to_utf8(const uint8_t* septe
  */
 KELO_API int kelo_util_convert_gsm_def_alpha_string_to_utf8(const uint8_t* packed, int packed_len, char* out,
                                                             size_t out_size);
+
+/**
+ * Decodes the text of a USSD or cell-broadcast message by its data coding scheme (3GPP TS 23.038, 5).
+ *
+ * | `dcs`                                     | text                                          |
+ * |-------------------------------------------|-----------------------------------------------|
+ * | 0x00-0x0F, 0x10, 0x20-0x3F                | GSM 7 bit                                     |
+ * | 0x11                                      | a language of two bytes, then UCS-2           |
+ * | 0x40-0x7F, 0x90-0x9F, by `dcs` & 0x0C     | 0: GSM 7 bit; 4: 8 bit; 8: UCS-2; 12: none    |
+ * | 0xF0-0xFF, by `dcs` & 0x04                | 0: GSM 7 bit; 4: 8 bit                        |
+ * | all others                                | none: 0 is returned, and nothing is written   |
+ *
+ * - GSM 7 bit is converted as by kelo_util_convert_gsm_def_alpha_string_to_utf8().
+ * - 8 bit text is copied as it is, whatever it means. It needs `len` + 2 bytes: a smaller `out` is refused as
+ *   the error "Destination buffer (sz <out_size>) less than required <len + 1>", though the message names one
+ *   byte less.
+ * - UCS-2, high byte first, is converted as by kelo_util_convert_ucs2_to_utf8(). A byte left over at its end
+ *   lacks its other half and is not converted. The two bytes of a language are converted with the text, as
+ *   one character whose low byte comes first. Without memory the error "USC2 to UTF8 conversion failed due to
+ *   lack of memory" is logged.
+ *
+ * Each decoding logs its result at debug level, 8 bit text what `out` held before it, up to the end of `out`.
+ *
+ * @param dcs       data coding scheme.
+ * @param data      coded text. Null is refused.
+ * @param len       bytes in `data`; of GSM 7 bit text only `len` modulo 256 are converted, so that 256 is as
+ *                  bad as 0. Less than 0 is refused.
+ * @param out       receives the terminated text. Null is refused.
+ * @param out_size  size of `out` in bytes. 0 writes nothing.
+ * @return length of the text in bytes, that of UCS-2 text modulo 65536; 0 when the scheme is none of these,
+ *         when a step failed, or when an argument is refused, which is logged as the error "FATAL : CHECK
+ *         FAILED" and leaves `out` as it was.
+ */
+KELO_API int kelo_util_convert_ussd_string_to_utf8(uint8_t dcs, const uint8_t* data, int len, char* out,
+                                                   size_t out_size);
 
 /** @} */
 

@@ -1,0 +1,125 @@
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <span>
+
+#include "base/heap.hpp"
+#include "kelo_utils/app_common.h"
+#include "log/library_log.hpp"
+
+// Every line of a decoding carries the name of the function that daemons call.
+#define USSD_LOG(level, ...) KELO_LOG_AS("kelo_util_convert_ussd_string_to_utf8", level, __VA_ARGS__)
+
+namespace {
+
+struct Message {
+  unsigned dcs;
+  std::span<const std::uint8_t> data;
+  std::span<char> out;
+};
+
+// Shows the text in the output buffer. After a failed step that may be what its owner left there, with no
+// terminator before the buffer's end.
+void log_text(const Message& message, const char* coding) {
+  const std::size_t most = std::min<std::size_t>(message.out.size(), KELO_LOG_BUFFER_SIZE);
+  USSD_LOG(LOG_LVL_DBUG, "USSD DCS %s str, hi %d lo %d: %.*s\n", coding, static_cast<int>(message.dcs >> 4),
+           static_cast<int>(message.dcs & 0x0F), static_cast<int>(most), message.out.data());
+}
+
+int decode_septets(const Message& message) {
+  const int octets = static_cast<std::uint8_t>(message.data.size());  // the modem counts them in eight bits
+  const int length = kelo_util_convert_gsm_def_alpha_string_to_utf8(message.data.data(), octets,
+                                                                    message.out.data(), message.out.size());
+  log_text(message, "7-bit");
+  return length;
+}
+
+int decode_octets(const Message& message) {
+  log_text(message, "8-bit");
+  const std::size_t length = message.data.size();
+  if (message.out.size() <= length + 1) {
+    USSD_LOG(LOG_LVL_ERR, "Destination buffer (sz %zu) less than required %zu\n", message.out.size(),
+             length + 1);
+    return 0;
+  }
+  std::memcpy(message.out.data(), message.data.data(), length);
+  message.out[length] = '\0';
+  return static_cast<int>(length);
+}
+
+// Copies UCS-2 text into the machine's byte order. A byte left over at the end is no pair and is left out.
+void swap_pairs(std::span<const std::uint8_t> from, std::uint8_t* to) {
+  for (std::size_t i = 0; i + 1 < from.size(); i += 2) {
+    to[i] = from[i + 1];
+    to[i + 1] = from[i];
+  }
+}
+
+int decode_ucs2(const Message& message, std::size_t language_size) {
+  const std::size_t length = message.data.size();
+  const auto text = kelo::base::zeroed_array<std::uint8_t>(length + 1);
+  if (!text) {
+    USSD_LOG(LOG_LVL_ERR, "USC2 to UTF8 conversion failed due to lack of memory\n");
+    return 0;
+  }
+  USSD_LOG(LOG_LVL_DBUG, "ussd string size%s = %d\n", language_size == 0 ? "" : " preceded by language",
+           static_cast<int>(length));
+  const std::size_t language = std::min(language_size, length);
+  std::memcpy(text.get(), message.data.data(), language);
+  swap_pairs(message.data.subspan(language), text.get() + language);
+  const int converted =
+      kelo_util_convert_ucs2_to_utf8(text.get(), length, message.out.data(), message.out.size());
+  log_text(message, "UCS2");
+  return static_cast<std::uint16_t>(converted);  // callers count text in sixteen bits
+}
+
+int decode_plain_ucs2(const Message& message) { return decode_ucs2(message, 0); }
+int decode_ucs2_after_language(const Message& message) { return decode_ucs2(message, 2); }
+
+// The data coding schemes whose bits under `mask` are `value`.
+struct CodingGroup {
+  std::uint8_t mask;
+  std::uint8_t value;
+  int (*decode)(const Message& message);
+};
+
+// Schemes of no group are not supported.
+constexpr std::array<CodingGroup, 12> kCodingGroups = {{
+    {0xF0, 0x00, decode_septets},  // text in a language
+    {0xFF, 0x10, decode_septets},  // text behind its language
+    {0xFF, 0x11, decode_ucs2_after_language},
+    {0xE0, 0x20, decode_septets},  // text in further languages
+    {0xCC, 0x40, decode_septets},  // general data coding
+    {0xCC, 0x44, decode_octets},
+    {0xCC, 0x48, decode_plain_ucs2},
+    {0xFC, 0x90, decode_septets},  // messages with a user data header
+    {0xFC, 0x94, decode_octets},
+    {0xFC, 0x98, decode_plain_ucs2},
+    {0xF4, 0xF0, decode_septets},  // message classes
+    {0xF4, 0xF4, decode_octets},
+}};
+
+}  // namespace
+
+int kelo_util_UssdStringIsAscii(const char* text) {
+  if (text == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    return 0;
+  }
+  const auto* const end = text + std::strlen(text);
+  return std::all_of(text, end, [](char byte) { return static_cast<std::uint8_t>(byte) < 0x80; }) ? 1 : 0;
+}
+
+int kelo_util_convert_ussd_string_to_utf8(std::uint8_t dcs, const std::uint8_t* data, int len, char* out,
+                                          std::size_t out_size) {
+  if (data == nullptr || len < 0 || out == nullptr) {
+    USSD_LOG(LOG_LVL_ERR, "FATAL : CHECK FAILED\n");
+    return 0;
+  }
+  const auto* const group = std::find_if(kCodingGroups.begin(), kCodingGroups.end(),
+                                         [dcs](const auto& each) { return (dcs & each.mask) == each.value; });
+  if (group == kCodingGroups.end()) return 0;
+  return group->decode({dcs, {data, static_cast<std::size_t>(len)}, {out, out_size}});
+}
