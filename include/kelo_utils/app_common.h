@@ -128,8 +128,8 @@ KELO_API int kelo_util_convert_gsm_def_alpha_string_to_utf8(const uint8_t* packe
  *   byte less.
  * - UCS-2, high byte first, is converted as by kelo_util_convert_ucs2_to_utf8(). A byte left over at its end
  *   lacks its other half and is not converted. The two bytes of a language are converted with the text, as
- *   one character whose low byte comes first. Without memory the error "USC2 to UTF8 conversion failed due to
- *   lack of memory" is logged.
+ *   one character whose low byte comes first. Without memory the error
+ *   "USC2 to UTF8 conversion failed due to lack of memory" is logged.
  *
  * Each decoding logs its result at debug level, 8 bit text what `out` held before it, up to the end of `out`.
  *
@@ -140,8 +140,8 @@ KELO_API int kelo_util_convert_gsm_def_alpha_string_to_utf8(const uint8_t* packe
  * @param out       receives the terminated text. Null is refused.
  * @param out_size  size of `out` in bytes. 0 writes nothing.
  * @return length of the text in bytes, that of UCS-2 text modulo 65536; 0 when the scheme is none of these,
- *         when a step failed, or when an argument is refused, which is logged as the error "FATAL : CHECK
- *         FAILED" and leaves `out` as it was.
+ *         when a step failed, or when an argument is refused: that is logged as the error
+ *         "FATAL : CHECK FAILED" and leaves `out` as it was.
  */
 KELO_API int kelo_util_convert_ussd_string_to_utf8(uint8_t dcs, const uint8_t* data, int len, char* out,
                                                    size_t out_size);
