@@ -300,13 +300,15 @@ TEST(Ussd8Bit, CopiesMoreThanSixteenBitsCount) {
   }
 }
 
-TEST(Ussd8Bit, TakesTheWholeAddressSpaceForASize) {
-  const LogCapture log;
-  const ExactBuffer out("old", 5);
-  const std::uint8_t octet = 'a';
-  EXPECT_EQ(1, kelo_util_convert_ussd_string_to_utf8(k8Bit, &octet, 1, out.data(), SIZE_MAX));
-  EXPECT_STREQ("a", out.data());
-  EXPECT_THAT(told(log), ElementsAre("D:USSD DCS 8-bit str, hi 4 lo 4: old"));
+TEST(Ussd8Bit, TakesAnySizeThatABufferMayClaim) {
+  for (const std::size_t size : {SIZE_MAX, SIZE_MAX / 2 + 1}) {
+    const LogCapture log;
+    const ExactBuffer out("old", 5);
+    const std::uint8_t octet = 'a';
+    EXPECT_EQ(1, kelo_util_convert_ussd_string_to_utf8(k8Bit, &octet, 1, out.data(), size));
+    EXPECT_STREQ("a", out.data());
+    EXPECT_THAT(told(log), ElementsAre("D:USSD DCS 8-bit str, hi 4 lo 4: old"));
+  }
 }
 
 // ---- UCS-2 ----
