@@ -18,6 +18,43 @@ KELO_BEGIN_DECLS
  * @{
  */
 
+/** Bytes of the buffer that kelo_util_send_at() returns, terminator included. */
+#define KELO_AT_REPLY_SIZE 2048
+
+/**
+ * Sends an AT command to the modem's service and waits for the whole reply.
+ *
+ * The command goes as one datagram to UDP port 5555 of 127.0.0.1: without a line feed at its end and then
+ * without a carriage return there, in upper case (ASCII letters only, those of parameters and quoted texts
+ * included), and with one carriage return behind it.
+ *
+ * Datagrams that come back are put together, whoever sent them, until a final result stands at the start of
+ * the reply or at the start of a line, which is behind a carriage return or a line feed: ERROR, OK with its
+ * line end, +CME ERROR: (whatever follows), NO CARRIER, or a numeric result: 0, 3 or 4 with its carriage
+ * return, or a mere 3. An information line that begins with a 3 therefore ends the reply, and what arrives
+ * later is lost. A result that did not count because of the character before it makes an equal one right
+ * behind it count: "33" in mid-line ends a reply. Other results, such as BUSY, end none.
+ *
+ * The wait is at most three attempts of 20 seconds, an attempt ends with each datagram, and signals neither
+ * end nor lengthen one. Only a datagram that arrives in the first attempt is searched for the echo of the
+ * command: everything up to its end is dropped, and so are the spaces, then the carriage returns, then the
+ * line feeds behind it. Of a reply of more than 2047 bytes the first 2047 are kept, and a datagram that finds
+ * the buffer full still takes its attempt. A reply is text: what stands behind a NUL in it is not looked at.
+ *
+ * Blocks for up to 60 seconds. Logs the command and each datagram at the level of information, passwords and
+ * PINs in them included. May be called by several threads at once: each call has a port of its own.
+ *
+ * @param command  the command with its AT, of any length that a datagram holds (65506 characters), with or
+ *                 without its line end. Null is logged as the error "kelo_util_send_at param NULL" and fails.
+ * @return the reply without the echo, NUL-terminated, in a buffer of ::KELO_AT_REPLY_SIZE bytes that the
+ *         caller frees with free(). Never null: a call that fails, or whose reply does not end in time,
+ * returns
+ *         "\r\nERROR\r\n", and a modem may send just that itself. Behind its terminator the buffer of such
+ *         a call may hold more of what arrived. Memory that runs out is fatal: the source path and line are
+ *         printed on standard output and the process aborts.
+ */
+KELO_API char* kelo_util_send_at(const char* command);
+
 /**
  * Finds the IPv4 address of the router's main LAN bridge.
  *
@@ -197,8 +234,8 @@ enum kelo_unicode_mode {
  * @param flags         a ::kelo_unicode_mode. Lenient converts an unpaired surrogate to the three bytes ED A0
  *                      80 to ED BF BF, so that UCS-2 text survives; strict refuses it.
  * @retval 0  ::KELO_UNICODE_COMPLETE.
- * @retval 1  ::KELO_UNICODE_SOURCE_EXHAUSTED: the source ends behind a high surrogate, in lenient mode too, or
- *            in the middle of a unit.
+ * @retval 1  ::KELO_UNICODE_SOURCE_EXHAUSTED: the source ends behind a high surrogate, in lenient mode too,
+ * or in the middle of a unit.
  * @retval 2  ::KELO_UNICODE_TARGET_EXHAUSTED.
  * @retval 3  ::KELO_UNICODE_SOURCE_ILLEGAL: an unpaired surrogate in strict mode, or a null pointer.
  */

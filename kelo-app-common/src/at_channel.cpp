@@ -1,0 +1,149 @@
+// The exchange of one AT command with the modem's service, over UDP on the loopback interface.
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <time.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <span>
+
+#include "base/fatal.hpp"
+#include "base/file.hpp"
+#include "base/heap.hpp"
+#include "kelo-app-common/src/at_reply.hpp"
+#include "kelo_utils/app_common.h"
+#include "log/library_log.hpp"
+
+// Whatever step they come from, the lines carry the function's name.
+#define AT_LOG(level, ...) KELO_LOG_AS("kelo_util_send_at", level, __VA_ARGS__)
+
+namespace {
+
+using kelo::base::Descriptor;
+using kelo::base::HeapPtr;
+using kelo::base::retry_interrupted;
+
+// The name under which crash logs show memory that ran out here.
+constexpr const char* kSourcePath = "kelo-app-common/src/kelo_common_def.c";
+
+constexpr std::uint16_t kServicePort = 5555;
+constexpr int kAttempts = 3;
+constexpr std::int64_t kWaitNanoseconds = 20000000000;
+constexpr char kFailure[] = "\r\nERROR\r\n";
+
+HeapPtr<char[]> allocate(std::size_t size) {
+  HeapPtr<char[]> block = kelo::base::zeroed_array<char>(size);
+  if (!block) kelo::base::fatal(kSourcePath, __LINE__);
+  return block;
+}
+
+std::int64_t now_nanoseconds() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return std::int64_t{now.tv_sec} * 1000000000 + now.tv_nsec;
+}
+
+// Whether something arrives in the time of an attempt. A signal neither ends the attempt nor lengthens it.
+bool wait_for_arrival(int fd) {
+  const std::int64_t end = now_nanoseconds() + kWaitNanoseconds;
+  // poll() and not select(), which cannot name descriptors from 1024 on; the message keeps its word.
+  pollfd socket = {fd, POLLIN, 0};
+  const int ready = retry_interrupted([&] {
+    const std::int64_t left = std::max<std::int64_t>(end - now_nanoseconds(), 0);
+    return poll(&socket, 1, static_cast<int>((left + 999999) / 1000000));
+  });
+  if (ready > 0) return true;
+  AT_LOG(LOG_LVL_ERR, "select fail:ret=%d\n", ready);
+  return false;
+}
+
+// One exchange: the reply in the caller's buffer and how much of it has arrived.
+class Exchange {
+ public:
+  // `command` is what is sent, `length` characters.
+  Exchange(std::span<char> reply, const char* command, std::size_t length)
+      : reply_(reply), command_(command), length_(length) {}
+
+  // False without a complete reply.
+  bool run() {
+    const Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!socket) {
+      AT_LOG(LOG_LVL_ERR, "socket error [%s]%d\n", std::strerror(errno), errno);
+      return false;
+    }
+    if (!send(socket.get())) return false;
+    for (int attempt = 1; attempt <= kAttempts; ++attempt) {
+      if (!wait_for_arrival(socket.get()) || !receive(socket.get(), attempt)) continue;
+      if (attempt == 1 && kelo::at::strip_echo(reply_, command_)) held_ = std::strlen(reply_.data());
+      if (is_complete()) return true;
+    }
+    return false;
+  }
+
+ private:
+  bool send(int fd) const {
+    AT_LOG(LOG_LVL_INFO, "send at cmd:[%d,%s]\n", static_cast<int>(length_), command_);
+    sockaddr_in service{};
+    service.sin_family = AF_INET;
+    service.sin_port = htons(kServicePort);
+    service.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const auto* const address = reinterpret_cast<const sockaddr*>(&service);
+    // Not connected: a service that starts late, or answers from another port, is heard as well.
+    const ssize_t sent = retry_interrupted(
+        [&] { return sendto(fd, command_, length_, 0, address, sizeof service); });
+    return sent == static_cast<ssize_t>(length_);
+  }
+
+  // Appends one datagram. A full buffer takes none of it, so that the datagram counts as one of 0 bytes.
+  bool receive(int fd, int attempt) {
+    const std::size_t held_before = held_;
+    const std::span<char> room = reply_.subspan(held_, reply_.size() - 1 - held_);
+    const ssize_t received = recvfrom(fd, room.data(), room.size(), MSG_DONTWAIT, nullptr, nullptr);
+    if (received < 0) {
+      AT_LOG(LOG_LVL_ERR, "recvfrom fail:error=%d,[%s]\n", errno, std::strerror(errno));
+      return false;
+    }
+    held_ += static_cast<std::size_t>(received);
+    AT_LOG(LOG_LVL_INFO, "recvfrom[%d,%d] %d bytes:[%d, %s]\n", attempt, static_cast<int>(held_before),
+           static_cast<int>(received), static_cast<int>(held_), reply_.data());
+    return true;
+  }
+
+  [[nodiscard]] bool is_complete() const {
+    const auto log_result = [](const char* result) { AT_LOG(LOG_LVL_DBUG, "str_end_rsp[k]=%s\r\n", result); };
+    const auto log_wrong_place = [](const char* search_start, const char* found) {
+      AT_LOG(LOG_LVL_DBUG, "no correct end:<%s>,<%s>,<%d>\r\n", search_start, found - 1,
+             static_cast<unsigned char>(found[-1]));
+    };
+    return kelo::at::has_final_result(reply_.data(), log_result, log_wrong_place);
+  }
+
+  const std::span<char> reply_;  // the last byte stays zero
+  const char* const command_;
+  const std::size_t length_;
+  std::size_t held_ = 0;
+};
+
+bool exchange(std::span<char> reply, const char* command) {
+  const HeapPtr<char[]> prepared = allocate(std::strlen(command) + kelo::at::kPreparedExtra);
+  const std::size_t length = kelo::at::prepare_command(command, prepared.get());
+  return Exchange(reply, prepared.get(), length).run();
+}
+
+}  // namespace
+
+char* kelo_util_send_at(const char* command) {
+  HeapPtr<char[]> reply = allocate(KELO_AT_REPLY_SIZE);
+  bool complete = false;
+  if (command == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+  } else {
+    complete = exchange({reply.get(), KELO_AT_REPLY_SIZE}, command);
+  }
+  if (!complete) std::memcpy(reply.get(), kFailure, sizeof kFailure);
+  return reply.release();
+}
