@@ -1,6 +1,7 @@
 /**
  * @file app_os_al.h
- * @brief What daemons need of the operating system: text, hexadecimal and shell helpers, supervised commands.
+ * @brief What daemons need of the operating system: text, hexadecimal and shell helpers, supervised commands,
+ *        the routes and addresses of the kernel.
  */
 #ifndef KELO_UTILS_APP_OS_AL_H
 #define KELO_UTILS_APP_OS_AL_H
@@ -452,8 +453,75 @@ KELO_API int kelo_ds_system_call3(const char* command, int32_t reserved, char* o
 
 /**
  * @name Routes and addresses of the kernel
+ *
+ * Questions to the routing family of netlink (RFC 3549). Each call opens and closes descriptors of its own,
+ * all of them close-on-exec; none needs a privilege. A null argument is logged as an error, "<function> param
+ * NULL", and gives the function's failure result.
  * @{
  */
+
+struct nlmsghdr; /* of <linux/netlink.h> */
+struct rtattr;   /* of <linux/rtnetlink.h> */
+
+/**
+ * Indexes a chain of route attributes by type.
+ *
+ * The walk ends before the first attribute whose length is below that of its own header or beyond what
+ * remains, so that every attribute in the table lies within the bytes given; how long its value is remains
+ * for the caller to check. Of several attributes of one type the last one is kept. Neither allocates nor
+ * blocks.
+ *
+ * @param table      array of `max` + 1 pointers: entry T receives the attribute of type T, or null. The
+ *                   pointers lead into the chain. Null is logged, and nothing is done.
+ * @param max        highest type to index; others are passed over. Below 0 nothing is written.
+ * @param attribute  first attribute, of any alignment. Null is logged and leaves a table of nulls.
+ * @param remaining  bytes of the whole chain; negative counts as 0.
+ */
+KELO_API void kelo_parse_rtattr(struct rtattr** table, int max, struct rtattr* attribute, int remaining);
+
+/**
+ * Tells whether a route message names an IPv6 gateway that is reached through an interface.
+ *
+ * Any IPv6 route with a gateway serves, not a default route alone: neither its destination nor its table or
+ * type is looked at. One without an output interface serves for every interface. A gateway of fewer than 16
+ * bytes and an output interface of fewer than 4 count as absent. The next hops of a multipath route are not
+ * looked at.
+ *
+ * Looks the name up in the network namespace of the calling thread, without waiting. May be called by several
+ * threads at once.
+ *
+ * @param message         message of as many bytes as its header says, of any alignment. One of fewer than 28
+ *                        is logged and refused.
+ * @param interface_name  interface, at most 15 characters. One that does not exist is logged; the line shows
+ *                        an empty name.
+ * @param gateway         buffer of 46 bytes; receives the address in compressed form (RFC 5952) with its
+ *                        terminator.
+ * @retval 0   the gateway is in the buffer.
+ * @retval -1  none in this message, or a null argument; the buffer is as it was.
+ */
+KELO_API int kelo_dump_route(const struct nlmsghdr* message, const char* interface_name, char* gateway);
+
+/**
+ * Asks the kernel for the IPv6 gateway of an interface.
+ *
+ * The first route of the kernel's answer that kelo_dump_route() accepts gives the gateway. Only the first
+ * datagram of the answer is read: on a router with several dozen IPv6 routes a gateway may lie in a later one
+ * and is not seen.
+ *
+ * Waits for the kernel's answer, which comes at once. A datagram that another process sends to the query's
+ * socket in its place, which takes the privilege CAP_NET_ADMIN, keeps the call from ever returning: the
+ * calling thread then sleeps for good, and signal handlers run in it as before.
+ *
+ * May be called by several threads at once.
+ *
+ * @param interface_name  interface, at most 15 characters. For one that does not exist, each route logs an
+ *                        error and the result is as for none found.
+ * @param gateway         buffer of 46 bytes; receives the gateway in compressed form (RFC 5952), or the empty
+ *                        text when there is none, the answer is an error or memory runs out.
+ * @retval 0   the kernel was asked: the buffer tells whether there is a gateway.
+ * @retval -1  socket not opened, bound or written to, or a null argument; the buffer is as it was.
+ */
+KELO_API int kelo_get_ipv6_default_gw(const char* interface_name, char* gateway);
 
 /** @} */
 
