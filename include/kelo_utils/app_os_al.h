@@ -512,7 +512,8 @@ KELO_API int kelo_dump_route(const struct nlmsghdr* message, const char* interfa
  * socket in its place, which takes the privilege CAP_NET_ADMIN, keeps the call from ever returning: the
  * calling thread then sleeps for good, and signal handlers run in it as before.
  *
- * May be called by several threads at once.
+ * May be called by several threads at once. While it runs it may hold the port id that
+ * kelo_check_global_ipv6_addr() needs.
  *
  * @param interface_name  interface, at most 15 characters. For one that does not exist, each route logs an
  *                        error and the result is as for none found.
@@ -522,6 +523,34 @@ KELO_API int kelo_dump_route(const struct nlmsghdr* message, const char* interfa
  * @retval -1  socket not opened, bound or written to, or a null argument; the buffer is as it was.
  */
 KELO_API int kelo_get_ipv6_default_gw(const char* interface_name, char* gateway);
+
+/**
+ * Waits until an interface is given an IPv6 address that is not link-local.
+ *
+ * Only listens: an address that the interface had before the call is not seen, unless the kernel announces it
+ * again, as it does when a router renews its lifetime. Returns with the first address that does not begin
+ * with fe80. A link-local address on the way there goes into the buffer too, and stays there when no other
+ * follows: a caller looks at the prefix. Other prefixes of fe80::/10 count as found. An address with a peer is
+ * announced by the peer's, and that is the one returned. The kernel announces an address when it has found no
+ * duplicate of it on the link.
+ *
+ * Blocks. Gives up 2 seconds after the call when nothing is announced, about interfaces other than this one
+ * included, and else 3 seconds after the last announcement; it waits as long as they keep coming. A signal that
+ * interrupts the wait starts the 2 seconds anew.
+ *
+ * The call receives under the process id as its netlink port id. It fails while another socket of the routing
+ * family has that port id: a second call in another thread, kelo_get_ipv6_default_gw(), or a socket of the
+ * program or the C library, since the kernel gives the process id to the first one that leaves the choice to
+ * it.
+ *
+ * @param interface_name  interface, at most 15 characters.
+ * @param address         buffer of 40 bytes; receives 8 groups of 4 lower-case hexadecimal digits, separated
+ *                        by ":", without compression: always 39 characters and a terminator.
+ * @retval 0  it listened: the buffer holds what was announced last, or is as it was.
+ * @retval 1  no such interface, descriptors or port id not to be had, or a null argument; the buffer is as it
+ *            was.
+ */
+KELO_API int kelo_check_global_ipv6_addr(const char* interface_name, char* address);
 
 /** @} */
 
