@@ -243,6 +243,41 @@ KELO_API int kelo_util_ConvertUTF16toUTF8(const uint16_t** source_start, const u
                                           uint8_t** target_start, uint8_t* target_end, int flags);
 
 /**
+ * Converts UTF-8 (RFC 3629) to UTF-16, whole characters at a time, and adds no terminator.
+ *
+ * Zero bytes are characters like any other. A byte order mark is converted as the character U+FEFF.
+ *
+ * Both start pointers are advanced past what was converted. After a failure the source pointer stands at the
+ * first byte of the sequence that failed, the target pointer behind the last unit written; a pair of
+ * surrogates is written as a whole or not at all. Where a sequence fails in two ways the source counts first:
+ * result 1 or 3, not 2.
+ *
+ * How long a sequence is follows from its first byte alone: C0 to DF start two bytes, E0 to EF three, F0 to
+ * F7 four, F8 to FB five and FC to FF six, although some of these are always ill-formed. A source that ends
+ * within that length is exhausted, whatever its bytes are; only what is there in full is looked at.
+ *
+ * An end that lies before its start is taken for an empty text or buffer.
+ *
+ * @param source_start  points to the start of the source. `*source_start` may be null when `source_end` is.
+ *                      Null otherwise logs the error "<function> param NULL", as a null `target_start` or
+ *                      `*target_start` does, and nothing is changed.
+ * @param source_end    end of the source.
+ * @param target_start  points to the start of the target; any address will do. `*target_start` may be null
+ *                      when `target_end` is.
+ * @param target_end    end of the target, to which nothing is written; of half a unit before it neither.
+ * @param flags         a ::kelo_unicode_mode. Both refuse a first byte of 80 to C1 or of F8 to FF, a
+ * following byte outside 80 to BF, and a character in a longer form than it needs. Strict also refuses
+ * surrogates (ED A0 80 to ED BF BF) and values above U+10FFFF (F4 90 80 80 to F7 BF BF BF). Lenient converts
+ * a surrogate to the unit that it is, and a value above U+10FFFF to U+FFFD.
+ * @retval 0  ::KELO_UNICODE_COMPLETE.
+ * @retval 1  ::KELO_UNICODE_SOURCE_EXHAUSTED: the source ends within a sequence.
+ * @retval 2  ::KELO_UNICODE_TARGET_EXHAUSTED.
+ * @retval 3  ::KELO_UNICODE_SOURCE_ILLEGAL: an ill-formed sequence, or a null pointer.
+ */
+KELO_API int kelo_util_ConvertUTF8toUTF16(const uint8_t** source_start, const uint8_t* source_end,
+                                          uint16_t** target_start, uint16_t* target_end, int flags);
+
+/**
  * Converts UCS-2 text to UTF-8, cut to the buffer's size without cutting a character in two.
  *
  * Surrogate pairs become one character of four bytes; an unpaired surrogate becomes three bytes. Zero units

@@ -1,4 +1,5 @@
-// Unaligned access to text in the network's encodings, and machine words seen as lanes of 16 bits.
+// Runs of like characters, converted a machine word at a time. A word holds a number of units of UTF-16, each
+// in a lane of 16 bits; the smallest word is a single unit.
 #ifndef KELO_APP_COMMON_UTF_WORDS_HPP
 #define KELO_APP_COMMON_UTF_WORDS_HPP
 
@@ -8,8 +9,20 @@
 #include <cstring>
 #include <type_traits>
 
+#include "kelo-app-common/src/text_buffers.hpp"
+#include "kelo_utils/app_common.h"
+
 namespace kelo::utf {
 
+using LargestWord = std::uintptr_t;
+using Unit = std::uint16_t;
+
+// As many bytes as `Word` has lanes.
+template <typename Word>
+using LaneBytes = std::conditional_t<sizeof(Word) == 8, std::uint32_t,
+                                     std::conditional_t<sizeof(Word) == 4, std::uint16_t, std::uint8_t>>;
+
+// Text may stand at any address.
 template <typename T>
 T load(const std::uint8_t* from) {
   T value;
@@ -22,39 +35,62 @@ void store(std::uint8_t* to, T value) {
   std::memcpy(to, &value, sizeof value);
 }
 
-// What the machine handles at once: four units of UTF-16, or two on a 32-bit machine. A half word holds as
-// many bytes as a word holds units.
-using Word = std::uintptr_t;
-using HalfWord = std::conditional_t<sizeof(Word) == 8, std::uint32_t, std::uint16_t>;
-inline constexpr std::size_t kLanes = sizeof(Word) / 2;
+inline constexpr bool kLittleEndian = std::endian::native == std::endian::little;
 
 // A word with `value` in each lane.
-constexpr Word lanes(std::uint16_t value) { return static_cast<Word>(-1) / 0xFFFF * value; }
+template <typename Word>
+constexpr Word lanes(Unit value) {
+  return static_cast<Word>(static_cast<Word>(-1) / 0xFFFF * value);
+}
 
-// The same for a pair of bytes, of which `first` stands at the lower address.
+// The same for two bytes, of which `first` stands at the lower address.
+template <typename Word>
 constexpr Word byte_pairs(std::uint8_t first, std::uint8_t second) {
-  const bool little = std::endian::native == std::endian::little;
-  const unsigned low = little ? first : second;
-  const unsigned high = little ? second : first;
-  return lanes(static_cast<std::uint16_t>(high << 8 | low));
+  const unsigned low = kLittleEndian ? first : second;
+  const unsigned high = kLittleEndian ? second : first;
+  return lanes<Word>(static_cast<Unit>(high << 8 | low));
 }
 
 // Whether no lane of `word` is 0. Every lane must be below 0x8001.
+template <typename Word>
 constexpr bool no_lane_is_zero(Word word) {
-  return ((word + lanes(0x7FFF)) & lanes(0x8000)) == lanes(0x8000);
+  return ((word + lanes<Word>(0x7FFF)) & lanes<Word>(0x8000)) == lanes<Word>(0x8000);
 }
 
-// How many bytes stand from `start` to `end`; an end that lies before its start leaves none.
-inline std::size_t distance(const void* start, const void* end) {
-  const auto first = reinterpret_cast<std::uintptr_t>(start);
-  const auto last = reinterpret_cast<std::uintptr_t>(end);
-  return last > first ? last - first : 0;
+// Converts one `In` after the other to an `Out` while `takes` holds for it.
+template <typename In, typename Out, bool (*takes)(In), Out (*converted)(In)>
+void convert_run(Source& source, Target& target) {
+  Source from = source;
+  Target to = target;
+  while (from.bytes >= sizeof(In) && to.room >= sizeof(Out)) {
+    const In in = load<In>(from.at);
+    if (!takes(in)) break;
+    store<Out>(to.at, converted(in));
+    from.skip(sizeof(In));
+    to.skip(sizeof(Out));
+  }
+  source = from;
+  target = to;
 }
 
-// Whether the pointers name a text: only an empty one may stand nowhere.
-template <typename T>
-bool is_text(T* const* start, const void* end) {
-  return start != nullptr && (*start != nullptr || end == nullptr);
+// Converts the whole source by the rules of one direction: runs of characters of one, two and three bytes in
+// UTF-8, and single characters, which may be any.
+template <typename Rules>
+kelo_unicode_result convert_all(Source& source, Target& target, bool lenient) {
+  for (;;) {
+    std::size_t left = 0;
+    do {  // a blank between two words is the usual case
+      Rules::template one_byte<LargestWord>(source, target);
+      Rules::template one_byte<Unit>(source, target);
+      left = source.bytes;
+      Rules::template two_bytes<LargestWord>(source, target);
+      Rules::template two_bytes<Unit>(source, target);
+    } while (source.bytes != left);
+    Rules::three_bytes(source, target);
+    if (source.bytes == 0) return KELO_UNICODE_COMPLETE;
+    const kelo_unicode_result result = Rules::character(source, target, lenient);
+    if (result != KELO_UNICODE_COMPLETE) return result;
+  }
 }
 
 }  // namespace kelo::utf

@@ -51,9 +51,12 @@ class Iconv {
 };
 
 // The bytes of 16-bit units, in the machine's order.
+inline std::string bytes_of_unit(std::uint16_t unit) {
+  return {reinterpret_cast<const char*>(&unit), sizeof unit};
+}
 inline std::string bytes_of(const std::vector<std::uint16_t>& units) {
   std::string bytes;
-  for (const std::uint16_t unit : units) bytes.append(reinterpret_cast<const char*>(&unit), sizeof unit);
+  for (const std::uint16_t unit : units) bytes += bytes_of_unit(unit);
   return bytes;
 }
 
