@@ -16,7 +16,7 @@ namespace {
 using kelo::tests::ExactBuffer;
 using kelo::tests::LogCapture;
 
-constexpr const char* kOverrun =
+const std::string kOverrun =
     "Bug in kelo_util_ConvertUTF16toUTF8. Buffer overrun detected. Size 7 greater than ";
 
 constexpr std::ptrdiff_t kClaimed = 7;  // bytes that the conversion says it wrote
@@ -32,6 +32,14 @@ int kelo_util_ConvertUTF16toUTF8(const std::uint16_t** source_start, const std::
   return KELO_UNICODE_COMPLETE;
 }
 
+int kelo_util_ConvertUTF8toUTF16(const std::uint8_t** source_start, const std::uint8_t* source_end,
+                                 std::uint16_t** target_start, std::uint16_t* /*target_end*/, int flags) {
+  seen_flags = flags;
+  *source_start = source_end;
+  *target_start = reinterpret_cast<std::uint16_t*>(reinterpret_cast<char*>(*target_start) + kClaimed);
+  return KELO_UNICODE_COMPLETE;
+}
+
 namespace {
 
 TEST(Ucs2Overrun, IsReportedAndTheTextEndsWithItsBuffer) {
@@ -40,8 +48,7 @@ TEST(Ucs2Overrun, IsReportedAndTheTextEndsWithItsBuffer) {
   const std::uint8_t ucs2[2] = {'a', 0};
   EXPECT_EQ(3, kelo_util_convert_ucs2_to_utf8(ucs2, 2, out.data(), 4));
   EXPECT_EQ(std::string("ZZZ\0", 4), out.bytes());
-  EXPECT_EQ(1, log.count(LOG_LVL_ERR, "oem_util_convert_ucs2_to_utf8", std::string(kOverrun) + "3\n"))
-      << log.dump();
+  EXPECT_EQ(1, log.count(LOG_LVL_ERR, "oem_util_convert_ucs2_to_utf8", kOverrun + "3\n")) << log.dump();
   EXPECT_EQ(1u, log.lines().size()) << log.dump();
   EXPECT_EQ(KELO_UNICODE_LENIENT, seen_flags);
 }
@@ -52,6 +59,30 @@ TEST(Ucs2Overrun, IsNoneAtTheBoundOfTheBuffer) {
   const std::uint8_t ucs2[2] = {'a', 0};
   EXPECT_EQ(7, kelo_util_convert_ucs2_to_utf8(ucs2, 2, out.data(), 8));
   EXPECT_EQ(std::string("ZZZZZZZ\0", 8), out.bytes());
+  EXPECT_TRUE(log.lines().empty()) << log.dump();
+}
+
+TEST(Ucs2Overrun, IsReportedByTheOtherDirectionToo) {
+  for (const std::size_t size : {0U, 1U, 2U, 3U, 8U}) {
+    const LogCapture log;
+    const ExactBuffer out(size);
+    const std::size_t room = size < 2 ? 0 : size - 2;
+    EXPECT_EQ(static_cast<int>(room),
+              kelo_util_convert_utf8_to_ucs2("a", 1, reinterpret_cast<std::uint8_t*>(out.data()), size));
+    EXPECT_EQ(std::string(room, 'Z') + std::string(size - room, '\0'), out.bytes());
+    EXPECT_EQ(1,
+              log.count(LOG_LVL_ERR, "oem_util_convert_utf8_to_ucs2", kOverrun + std::to_string(room) + "\n"))
+        << log.dump();
+    EXPECT_EQ(1u, log.lines().size()) << log.dump();
+    EXPECT_EQ(KELO_UNICODE_STRICT, seen_flags);
+  }
+}
+
+TEST(Ucs2Overrun, IsNoneAtTheBoundOfTheBufferInTheOtherDirection) {
+  const LogCapture log;
+  const ExactBuffer out(9);
+  EXPECT_EQ(7, kelo_util_convert_utf8_to_ucs2("a", 1, reinterpret_cast<std::uint8_t*>(out.data()), 9));
+  EXPECT_EQ("ZZZZZZZ" + std::string(2, '\0'), out.bytes());
   EXPECT_TRUE(log.lines().empty()) << log.dump();
 }
 

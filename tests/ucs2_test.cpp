@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -205,6 +207,167 @@ TEST(Ucs2ToUtf8, KeepsErrno) {
   const LogCapture log;
   errno = E2BIG;
   decode("a", 1);
+  EXPECT_EQ(E2BIG, errno);
+}
+
+// ---- kelo_util_convert_utf8_to_ucs2 ----
+
+constexpr const char* kToUcs2 = "oem_util_convert_utf8_to_ucs2";
+constexpr const char* kToUcs2Error = "Error in converting utf8 string to ucs2\n";
+
+struct Encoded {
+  int length;
+  std::string buffer;
+
+  bool operator==(const Encoded&) const = default;
+};
+
+void PrintTo(const Encoded& encoded, std::ostream* out) {
+  *out << encoded.length << ' ' << testing::PrintToString(encoded.buffer);
+}
+
+std::uint8_t* room_of(const ExactBuffer& buffer) { return reinterpret_cast<std::uint8_t*>(buffer.data()); }
+
+Encoded encode(std::string_view utf8, std::size_t size) {
+  const ExactBuffer source = exactly(utf8);
+  const ExactBuffer out(size);
+  const int length = kelo_util_convert_utf8_to_ucs2(source.data(), source.size(), room_of(out), size);
+  return {length, out.bytes()};
+}
+
+// What units leave in a buffer of `size` bytes.
+Encoded ended(const std::vector<std::uint16_t>& units, std::size_t size) {
+  const std::string bytes = bytes_of(units);
+  return {static_cast<int>(bytes.size()),
+          bytes + "\0\0"s + std::string(size - bytes.size() - 2, ExactBuffer::kUntouched)};
+}
+
+std::string as_text(const void* pointer) {
+  std::array<char, 32> text{};
+  std::snprintf(text.data(), text.size(), "%p", pointer);
+  return text.data();
+}
+
+TEST(Utf8ToUcs2, ConvertsEveryUnit) {
+  const LogCapture log;
+  for (std::uint32_t unit = 0; unit <= 0xFFFF; ++unit) {
+    if (is_surrogate(unit)) continue;
+    ASSERT_EQ(ended({static_cast<std::uint16_t>(unit)}, 4), encode(utf8_of(unit), 4)) << unit;
+  }
+  EXPECT_TRUE(log.lines().empty()) << log.dump();
+}
+
+TEST(Utf8ToUcs2, ConvertsAnAccentedLetterIntoFourBytes) {
+  EXPECT_EQ((Encoded{2, "\xE9\0\0\0"s}), encode("\xC3\xA9", 4));
+}
+
+TEST(Utf8ToUcs2, MakesAPairOfACharacterAboveTheUnits) {
+  EXPECT_EQ(ended({0xD83D, 0xDE00}, 6), encode("\xF0\x9F\x98\x80", 6));
+}
+
+TEST(Utf8ToUcs2, ConvertsZeroBytesWithinTheText) { EXPECT_EQ(ended({'a', 0, 'b'}, 8), encode("a\0b"s, 8)); }
+
+TEST(Utf8ToUcs2, ConvertsAnEmptyText) {
+  const LogCapture log;
+  EXPECT_EQ(ended({}, 3), encode("", 3));
+  EXPECT_TRUE(log.lines().empty()) << log.dump();
+}
+
+TEST(Utf8ToUcs2, CutsTheTextWithAnErrorAndKeepsWholeCharacters) {
+  const std::vector<std::vector<std::uint16_t>> prefixes = {
+      {}, {'a'}, {'a', 0xE9}, {'a', 0xE9, 0x20AC}, {'a', 0xE9, 0x20AC, 0xD83D, 0xDE00}};
+  for (std::size_t size = 2; size <= 15; ++size) {
+    const LogCapture log;
+    std::vector<std::uint16_t> fitting;
+    for (const std::vector<std::uint16_t>& prefix : prefixes) {
+      if (2 * prefix.size() + 2 <= size) fitting = prefix;
+    }
+    EXPECT_EQ(ended(fitting, size), encode("a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", size)) << size;
+    const bool cut = size < 12;
+    EXPECT_EQ(cut ? 1 : 0, log.count(LOG_LVL_ERR, kToUcs2, truncated_at(size))) << size << log.dump();
+    EXPECT_EQ(cut ? 1u : 0u, log.lines().size()) << size << log.dump();
+  }
+}
+
+TEST(Utf8ToUcs2, KeepsTwoOfThreeCharactersInSixBytes) {
+  const LogCapture log;
+  EXPECT_EQ(ended({'a', 'b'}, 6), encode("abc", 6));
+  EXPECT_EQ(1, log.count(LOG_LVL_ERR, kToUcs2, truncated_at(6))) << log.dump();
+}
+
+TEST(Utf8ToUcs2, KeepsWhatStandsBeforeAnIllFormedOrCutOffSequence) {
+  for (const std::string& sequence : {"\xFF"s, "\xFFzzzzz"s, "\x80"s, "\xC3"s, "\xE2\x82"s, "\xC0\x80"s,
+                                      "\xED\xA0\x80"s, "\xF4\x90\x80\x80"s}) {
+    const LogCapture log;
+    EXPECT_EQ(ended({'a', 'b'}, 40), encode("ab" + sequence, 40)) << testing::PrintToString(sequence);
+    EXPECT_EQ(1, log.count(LOG_LVL_ERR, kToUcs2, kToUcs2Error)) << log.dump();
+    EXPECT_EQ(1u, log.lines().size()) << log.dump();
+  }
+}
+
+TEST(Utf8ToUcs2, ConvertsTextOfMoreThan65535Bytes) {
+  for (const std::size_t count : {255U, 256U, 257U, 32767U, 32768U, 65535U, 65536U, 70000U}) {
+    const Encoded encoded = encode(std::string(count, 'a'), 2 * count + 2);
+    EXPECT_TRUE(ended(std::vector<std::uint16_t>(count, 'a'), 2 * count + 2) == encoded) << count;
+  }
+}
+
+TEST(Utf8ToUcs2, WritesAsMuchOfTheTerminatorAsFits) {
+  for (const std::size_t size : {0U, 1U}) {
+    const LogCapture log;
+    EXPECT_EQ((Encoded{0, std::string(size, '\0')}), encode("", size));
+    EXPECT_TRUE(log.lines().empty()) << log.dump();
+    EXPECT_EQ((Encoded{0, std::string(size, '\0')}), encode("a", size));
+    EXPECT_EQ(1, log.count(LOG_LVL_ERR, kToUcs2, truncated_at(size))) << log.dump();
+    EXPECT_EQ(1u, log.lines().size()) << log.dump();
+  }
+}
+
+TEST(Utf8ToUcs2, TakesASizeThatNoArrayHasForNone) {
+  for (const std::size_t size : {kNegative, kBeyondAnyArray}) {
+    const LogCapture log;
+    const ExactBuffer source = exactly("a");
+    const ExactBuffer out(2);
+    EXPECT_EQ(0, kelo_util_convert_utf8_to_ucs2(source.data(), 1, room_of(out), size));
+    EXPECT_TRUE(out.untouched());
+    EXPECT_EQ(1, log.count(LOG_LVL_ERR, kToUcs2, truncated_at(size))) << log.dump();
+    EXPECT_EQ(1u, log.lines().size()) << log.dump();
+
+    EXPECT_EQ(0, kelo_util_convert_utf8_to_ucs2(source.data(), size, room_of(out), 2));
+    EXPECT_EQ("\0\0"s, out.bytes());
+    EXPECT_EQ(1u, log.lines().size()) << log.dump();
+  }
+}
+
+TEST(Utf8ToUcs2, WritesAtAnyAddress) {
+  const ExactBuffer out(9);
+  const ExactBuffer source = exactly("abc");
+  EXPECT_EQ(6, kelo_util_convert_utf8_to_ucs2(source.data(), 3, room_of(out) + 1, 8));
+  EXPECT_EQ(std::string(1, ExactBuffer::kUntouched) + bytes_of({'a', 'b', 'c', 0}), out.bytes());
+}
+
+TEST(Utf8ToUcs2, ReportsNullPointersAndWritesNothing) {
+  const ExactBuffer source = exactly("a");
+  const ExactBuffer out(4);
+  const auto refused = [](const char* utf8, std::uint8_t* ucs2) {
+    const LogCapture log;
+    EXPECT_EQ(0, kelo_util_convert_utf8_to_ucs2(utf8, 1, ucs2, 4));
+    EXPECT_EQ(
+        1, log.count(LOG_LVL_ERR, kToUcs2,
+                     "Invalid parameters. utf8str: " + as_text(utf8) + ", ucs2str: " + as_text(ucs2) + "\n"))
+        << log.dump();
+    EXPECT_EQ(1u, log.lines().size()) << log.dump();
+  };
+  refused(nullptr, room_of(out));
+  refused(source.data(), nullptr);
+  refused(nullptr, nullptr);
+  EXPECT_TRUE(out.untouched());
+}
+
+TEST(Utf8ToUcs2, KeepsErrno) {
+  const LogCapture log;
+  errno = E2BIG;
+  encode("\xFF", 1);
   EXPECT_EQ(E2BIG, errno);
 }
 

@@ -300,6 +300,29 @@ KELO_API int kelo_util_ConvertUTF8toUTF16(const uint8_t** source_start, const ui
  */
 KELO_API int kelo_util_convert_ucs2_to_utf8(const uint8_t* ucs2, size_t byte_len, char* out, size_t out_size);
 
+/**
+ * Converts UTF-8 text to UCS-2, cut to the buffer's size and ended by a zero unit.
+ *
+ * Characters above U+FFFF become a pair of surrogates, which is never cut in two. Zero bytes become zero
+ * units within the text.
+ *
+ * Each of these ends the conversion, is logged as an error, and leaves what was converted before it:
+ * - an ill-formed sequence, a surrogate or one cut off by the end of the text: "Error in converting utf8
+ * string to ucs2";
+ * - a character that does not fit: "String has been truncated. Buffer size of <out_size> not large enough".
+ *
+ * @param utf8      UTF-8 text. Null logs the error "Invalid parameters. utf8str: <utf8>, ucs2str:
+ * <ucs2_out>", and nothing is written.
+ * @param len       its length in bytes; 0 gives an empty text and is no error.
+ * @param ucs2_out  buffer of `out_size` bytes at any address, for units in the machine's byte order. Null as
+ *                  for `utf8`.
+ * @param out_size  size of the buffer in bytes, of which two are for the terminator; of an odd size the last
+ *                  byte stays as it is when the text fills the buffer. With 0 nothing is written, with 1 one
+ *                  zero byte. Of a buffer above INT_MAX bytes no more than INT_MAX are used.
+ * @return bytes of UCS-2 in `ucs2_out`, terminator not counted.
+ */
+KELO_API int kelo_util_convert_utf8_to_ucs2(const char* utf8, size_t len, uint8_t* ucs2_out, size_t out_size);
+
 /** @} */
 
 KELO_END_DECLS
