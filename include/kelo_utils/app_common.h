@@ -323,6 +323,27 @@ KELO_API int kelo_util_convert_ucs2_to_utf8(const uint8_t* ucs2, size_t byte_len
  */
 KELO_API int kelo_util_convert_utf8_to_ucs2(const char* utf8, size_t len, uint8_t* ucs2_out, size_t out_size);
 
+/**
+ * Converts 8-bit text of supplementary services (ISO 8859-1) to UTF-8.
+ *
+ * Carriage returns are left out, each logged as the information "ignored charecter at index = <index> ". Zero
+ * bytes are characters like any other.
+ *
+ * Text that is all characters above 127 fills a buffer of twice its length before its last character, for the
+ * terminator needs room too: that character is left out, logged as the information "ignored extended
+ * character at index = <index> not enough bytes. al: <len>ui: <bytes written> us: <out_size>".
+ *
+ * @param text      the text. Null, as a null `out`, a `len` of 0 and an `out_size` of 0, logs the error
+ *                  "Invalid parameters; ascii_str = <text>, utf8_str = <out>", and nothing is written.
+ * @param len       its length in bytes.
+ * @param out       buffer of `out_size` bytes; terminated unless the call is refused.
+ * @param out_size  size of the buffer in bytes. Below twice `len` the call is refused, whatever the text,
+ * with the error "the utf8 str buffer length is not enough", and nothing is written. Of a buffer above
+ * INT_MAX bytes no more than INT_MAX are used.
+ * @return bytes of UTF-8 in `out`, terminator not counted; 0 when the call is refused.
+ */
+KELO_API int kelo_util_ss_ascii_to_utf8(const char* text, size_t len, char* out, size_t out_size);
+
 /** @} */
 
 KELO_END_DECLS
