@@ -188,6 +188,18 @@ TEST(Latin1ToUtf8, RefusesALengthWhoseDoubleIsTooLarge) {
   EXPECT_TRUE(out.untouched());
 }
 
+#if SIZE_MAX > UINT32_MAX
+// A length is an int.
+TEST(Latin1ToUtf8, RefusesATextWhoseLengthNoIntMayHold) {
+  const LogCapture log;
+  const ExactBuffer text = exactly("a");
+  const ExactBuffer out(4);
+  EXPECT_EQ(0, kelo_util_ss_ascii_to_utf8(text.data(), 0x40000000, out.data(), 0x80000000));
+  EXPECT_EQ(1, log.count(LOG_LVL_ERR, kFunction, kTooSmall)) << log.dump();
+  EXPECT_TRUE(out.untouched());
+}
+#endif
+
 TEST(Latin1ToUtf8, KeepsErrno) {
   const LogCapture log;
   errno = E2BIG;

@@ -2,6 +2,8 @@
 // library's place.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <climits>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -21,20 +23,27 @@ const std::string kOverrun =
 
 constexpr std::ptrdiff_t kClaimed = 7;  // bytes that the conversion says it wrote
 int seen_flags = -1;
+std::size_t seen_room = 0;
+
+std::size_t bytes_between(const void* start, const void* end) {
+  return static_cast<std::size_t>(static_cast<const char*>(end) - static_cast<const char*>(start));
+}
 
 }  // namespace
 
 int kelo_util_ConvertUTF16toUTF8(const std::uint16_t** source_start, const std::uint16_t* source_end,
-                                 std::uint8_t** target_start, std::uint8_t* /*target_end*/, int flags) {
+                                 std::uint8_t** target_start, std::uint8_t* target_end, int flags) {
   seen_flags = flags;
+  seen_room = bytes_between(*target_start, target_end);
   *source_start = source_end;
   *target_start += kClaimed;
   return KELO_UNICODE_COMPLETE;
 }
 
 int kelo_util_ConvertUTF8toUTF16(const std::uint8_t** source_start, const std::uint8_t* source_end,
-                                 std::uint16_t** target_start, std::uint16_t* /*target_end*/, int flags) {
+                                 std::uint16_t** target_start, std::uint16_t* target_end, int flags) {
   seen_flags = flags;
+  seen_room = bytes_between(*target_start, target_end);
   *source_start = source_end;
   *target_start = reinterpret_cast<std::uint16_t*>(reinterpret_cast<char*>(*target_start) + kClaimed);
   return KELO_UNICODE_COMPLETE;
@@ -85,5 +94,20 @@ TEST(Ucs2Overrun, IsNoneAtTheBoundOfTheBufferInTheOtherDirection) {
   EXPECT_EQ("ZZZZZZZ" + std::string(2, '\0'), out.bytes());
   EXPECT_TRUE(log.lines().empty()) << log.dump();
 }
+
+#if SIZE_MAX > UINT32_MAX
+// A length is an int: what is beyond one of a larger buffer is never handed to a conversion.
+TEST(Ucs2Overrun, IsKeptFromLengthsThatNoIntHolds) {
+  const ExactBuffer out(16);
+  auto* const bytes = reinterpret_cast<std::uint8_t*>(out.data());
+  constexpr std::size_t kMost = INT_MAX;
+  for (const std::size_t size : {kMost - 1, kMost, kMost + 1, 2 * kMost + 2, 4 * kMost}) {
+    EXPECT_EQ(kClaimed, kelo_util_convert_ucs2_to_utf8(bytes, 2, out.data(), size));
+    EXPECT_EQ(std::min(size, kMost) - 1, seen_room) << size;
+    EXPECT_EQ(kClaimed, kelo_util_convert_utf8_to_ucs2("a", 1, bytes, size));
+    EXPECT_EQ(std::min(size, kMost) - 2, seen_room) << size;
+  }
+}
+#endif
 
 }  // namespace
