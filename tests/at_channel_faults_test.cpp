@@ -101,6 +101,13 @@ TEST_F(AtChannelFaults, GoesOnAfterAReceptionThatFails) {
   }
 }
 
+TEST_F(AtChannelFaults, DoesNotWaitForADatagramThatIsGone) {
+  const Waits waits({}, {1, 2, 3});
+  EXPECT_EQ(send(), kFailure);
+  EXPECT_EQ(log.count(LOG_LVL_ERR, kFunction, receive_failure(EAGAIN)), 3) << log.dump();
+  EXPECT_EQ(log.lines().size(), 4U) << log.dump();
+}
+
 TEST_F(AtChannelFaults, FailsAfterThreeReceptionsThatFail) {
   const Modem modem(read_script("command *\n send \"\\r\\nOK\\r\\n\"\n"));
   const FailingCall fault("recvfrom", EIO, 1, 4);

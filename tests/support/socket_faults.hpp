@@ -13,6 +13,7 @@
 
 #include <cstdarg>
 #include <functional>
+#include <optional>
 #include <set>
 #include <utility>
 #include <vector>
@@ -28,8 +29,12 @@ inline thread_local int lowest_socket = 0;
 // The waits of this thread while it lives, counted from 1. One at a time.
 class Waits {
  public:
-  // The waits of these numbers see nothing arrive: they end at once, as if their time were over.
-  explicit Waits(std::set<int> silent = {}) : silent_(std::move(silent)) { current = this; }
+  // Of the waits of these numbers the silent ones see nothing arrive: they end at once, as if their time were
+  // over. False alarms end at once as if something had arrived.
+  explicit Waits(std::set<int> silent = {}, std::set<int> false_alarms = {})
+      : silent_(std::move(silent)), false_alarms_(std::move(false_alarms)) {
+    current = this;
+  }
   ~Waits() { current = nullptr; }
   Waits(const Waits&) = delete;
   Waits& operator=(const Waits&) = delete;
@@ -40,20 +45,23 @@ class Waits {
   // Called before a wait of the number begins.
   std::function<void(int number)> before = [](int) {};
 
-  // Whether a wait that begins now is a silent one.
-  static bool are_silent(int milliseconds) {
+  // What a wait that begins now is to return; nothing for one that is real.
+  static std::optional<int> begin(int milliseconds) {
     Waits* const waits = current;
-    if (waits == nullptr) return false;
+    if (waits == nullptr) return std::nullopt;
     waits->milliseconds_.push_back(milliseconds);
     const int number = static_cast<int>(waits->milliseconds_.size());
     waits->before(number);
-    return waits->silent_.count(number) != 0;
+    if (waits->silent_.count(number) != 0) return 0;
+    if (waits->false_alarms_.count(number) != 0) return 1;
+    return std::nullopt;
   }
 
  private:
   static inline thread_local Waits* current = nullptr;
 
   const std::set<int> silent_;
+  const std::set<int> false_alarms_;
   std::vector<int> milliseconds_;
 };
 
@@ -87,9 +95,9 @@ ssize_t recvfrom(int fd, void* bytes, std::size_t size, int flags, sockaddr* fro
 
 int poll(pollfd* descriptors, nfds_t count, int milliseconds) {
   static const auto real = kelo::tests::next_call("poll", poll);
-  const bool silent = kelo::tests::Waits::are_silent(milliseconds);
+  const std::optional<int> result = kelo::tests::Waits::begin(milliseconds);
   if (kelo::tests::FailingCall::meets("poll")) return -1;
-  return silent ? 0 : real(descriptors, count, milliseconds);
+  return result ? *result : real(descriptors, count, milliseconds);
 }
 
 int ioctl(int fd, unsigned long request, ...) noexcept {
