@@ -556,8 +556,74 @@ KELO_API int kelo_check_global_ipv6_addr(const char* interface_name, char* addre
 
 /**
  * @name Address text
+ *
+ * None of these blocks, and each may be called from any thread. Texts are those of inet_pton(3) and
+ * inet_ntop(3): IPv4 is four decimal numbers of 0 to 255 without leading zeros, IPv6 is RFC 4291.
  * @{
  */
+
+/**
+ * Writes an IPv4 address as text.
+ * @param ipNum  4 bytes in wire order. Null is logged as the error "input ipNum is NULL now !!!".
+ * @param ipStr  buffer of `size` bytes, all of which are written: the text, then zeros. Null is logged.
+ * @param size   size of `ipStr` in bytes, at least 16; a smaller one is logged.
+ * @return 0; -1 with `ipStr` untouched when an argument was refused.
+ */
+KELO_API int ConvertIPv4ArrayToStr(const uint8_t* ipNum, char* ipStr, int32_t size);
+
+/**
+ * Writes an IPv4 address as text.
+ * @param ipNum  the address in host order: 0xC0A80001 is 192.168.0.1.
+ * @param ipStr  buffer of `size` bytes for the terminated text. Null is logged.
+ * @param size   size of `ipStr` in bytes, at least 16; a smaller one is logged.
+ * @return 0; -1 with `ipStr` untouched when an argument was refused.
+ */
+KELO_API int ConvertIPv4NumToStr(uint32_t ipNum, char* ipStr, int32_t size);
+
+/**
+ * Writes an IPv6 address as text in its compressed form (RFC 4291, section 2.2).
+ * @param ipNum  16 bytes in wire order. Null is logged.
+ * @param ipStr  buffer of `size` bytes, all of which are written: the text, then zeros. Null is logged.
+ * @param size   size of `ipStr` in bytes, at least 46; a smaller one is logged.
+ * @retval 0   `ipStr` holds the text.
+ * @retval -1  an argument was refused and `ipStr` is untouched; or the conversion failed, which is logged, and
+ *             `ipStr` holds the bytes as 32 hexadecimal digits.
+ */
+KELO_API int ConvertIPv6NumToStr(const uint8_t* ipNum, char* ipStr, int32_t size);
+
+/** Tells whether `text` is an IPv4 address: 1 or 0; 0 for null. */
+KELO_API int kelo_check_v4_ip(const char* text);
+
+/** The same as kelo_check_v4_ip(). */
+KELO_API int is_valid_ip(const char* text);
+
+/** Tells whether `text` is an IPv6 address, without prefix length or zone: 1 or 0; 0 for null. */
+KELO_API int is_valid_ipv6(const char* text);
+
+/**
+ * Tells whether `text` is an IPv4 subnet mask: its one bits stand together at the top.
+ * @return 1 for one of the 33 masks, 0.0.0.0 and 255.255.255.255 included; 0 for any other text and for null.
+ */
+KELO_API int Is_valid_SubnetMask(const char* text);
+
+/**
+ * Tells whether text matches a pattern. Allocates for the time of the call.
+ * @param pattern  POSIX extended regular expression; case counts. Null is logged.
+ * @param text     text to look in; an unanchored pattern may match any part of it. Null is logged.
+ * @return 0 when it matches; 1 when it does not, the pattern is malformed or an argument is null.
+ */
+KELO_API int ereg(const char* pattern, const char* text);
+
+/**
+ * Tells whether `text` is a MAC address: six groups of two hexadecimal digits of either case, with one
+ * separator between two groups.
+ *
+ * The separators are the colon, the backslash and the letter "s", mixed at will; "-" and blank are none.
+ *
+ * @param text  null is logged.
+ * @return 1, logged as "Yes Match!!! " for debugging; 0, logged as the error "No Match!!! ".
+ */
+KELO_API int Is_valid_Mac(const char* text);
 
 /** @} */
 
