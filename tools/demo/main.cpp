@@ -10,6 +10,7 @@
 #include "kelo_utils/sqlite.h"
 #include "tools/demo/at_work.hpp"
 #include "tools/demo/example_daemon.hpp"
+#include "tools/demo/network.hpp"
 #include "tools/demo/report.hpp"
 #include "tools/demo/store_files.hpp"
 #include "tools/power_cut/power_cut.hpp"
@@ -182,6 +183,7 @@ int run() {
   first_start();
   settings();
   at_work();
+  network();
   power_cuts();
   corruption();
   csv_export();
