@@ -47,11 +47,10 @@ KELO_BEGIN_DECLS
  * @param command  the command with its AT, of any length that a datagram holds (65506 characters), with or
  *                 without its line end. Null is logged as the error "kelo_util_send_at param NULL" and fails.
  * @return the reply without the echo, NUL-terminated, in a buffer of ::KELO_AT_REPLY_SIZE bytes that the
- *         caller frees with free(). Never null: a call that fails, or whose reply does not end in time,
- * returns
- *         "\r\nERROR\r\n", and a modem may send just that itself. Behind its terminator the buffer of such
- *         a call may hold more of what arrived. Memory that runs out is fatal: the source path and line are
- *         printed on standard output and the process aborts.
+ *         caller frees with free(). Never null. A call that fails, or whose reply does not end in
+ *         time, returns "\r\nERROR\r\n", and a modem may send just that itself. Behind its terminator the
+ * buffer of such a call may hold more of what arrived. Memory that runs out is fatal: the source path and
+ * line are printed on standard output and the process aborts.
  */
 KELO_API char* kelo_util_send_at(const char* command);
 

@@ -530,13 +530,13 @@ KELO_API int kelo_get_ipv6_default_gw(const char* interface_name, char* gateway)
  * Only listens: an address that the interface had before the call is not seen, unless the kernel announces it
  * again, as it does when a router renews its lifetime. Returns with the first address that does not begin
  * with fe80. A link-local address on the way there goes into the buffer too, and stays there when no other
- * follows: a caller looks at the prefix. Other prefixes of fe80::/10 count as found. An address with a peer is
- * announced by the peer's, and that is the one returned. The kernel announces an address when it has found no
- * duplicate of it on the link.
+ * follows: a caller looks at the prefix. Other prefixes of fe80::/10 count as found. An address with a peer
+ * is announced by the peer's, and that is the one returned. The kernel announces an address when it has found
+ * no duplicate of it on the link.
  *
  * Blocks. Gives up 2 seconds after the call when nothing is announced, about interfaces other than this one
- * included, and else 3 seconds after the last announcement; it waits as long as they keep coming. A signal that
- * interrupts the wait starts the 2 seconds anew.
+ * included, and else 3 seconds after the last announcement; it waits as long as they keep coming. A signal
+ * that interrupts the wait starts the 2 seconds anew.
  *
  * The call receives under the process id as its netlink port id. It fails while another socket of the routing
  * family has that port id: a second call in another thread, kelo_get_ipv6_default_gw(), or a socket of the
@@ -586,8 +586,8 @@ KELO_API int ConvertIPv4NumToStr(uint32_t ipNum, char* ipStr, int32_t size);
  * @param ipStr  buffer of `size` bytes, all of which are written: the text, then zeros. Null is logged.
  * @param size   size of `ipStr` in bytes, at least 46; a smaller one is logged.
  * @retval 0   `ipStr` holds the text.
- * @retval -1  an argument was refused and `ipStr` is untouched; or the conversion failed, which is logged, and
- *             `ipStr` holds the bytes as 32 hexadecimal digits.
+ * @retval -1  an argument was refused and `ipStr` is untouched; or the conversion failed, which is logged:
+ *             `ipStr` then holds the bytes as 32 hexadecimal digits.
  */
 KELO_API int ConvertIPv6NumToStr(const uint8_t* ipNum, char* ipStr, int32_t size);
 

@@ -93,8 +93,8 @@ class Exchange {
     service.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     const auto* const address = reinterpret_cast<const sockaddr*>(&service);
     // Not connected: a service that is not there is silence and no error, and one may answer from any port.
-    const ssize_t sent = retry_interrupted(
-        [&] { return sendto(fd, command_, length_, 0, address, sizeof service); });
+    const ssize_t sent =
+        retry_interrupted([&] { return sendto(fd, command_, length_, 0, address, sizeof service); });
     return sent == static_cast<ssize_t>(length_);
   }
 
