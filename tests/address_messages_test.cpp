@@ -81,17 +81,23 @@ TEST_F(AddressMessages, EachDatagramIsLoggedWithItsLength) {
 }
 
 TEST_F(AddressMessages, AreReadOnlyWhenAnEventSaysThatThereIsInput) {
-  calls.after_bind = [this](int socket) {
-    send_datagram(static_cast<std::uint32_t>(getpid()), notification_of(kGlobal).bytes());
-    epoll_event error{};
-    error.events = EPOLLERR;
-    error.data.fd = socket;
-    calls.events = {error};
+  struct Case {
+    unsigned event;
+    int beside_the_socket;
   };
-  EXPECT_EQ(query(), 0);
-  EXPECT_STREQ(text.data(), kGlobal);
-  EXPECT_EQ(log.lines()[0].text, "Process fd count:1\n") << log.dump();
-  EXPECT_EQ(log.lines()[1].text, "Process fd count:1\n") << log.dump();
+  for (const Case& c : {Case{EPOLLERR, 0}, Case{EPOLLIN, 1}}) {
+    calls.after_bind = [&](int socket) {
+      send_datagram(static_cast<std::uint32_t>(getpid()), notification_of(kGlobal).bytes());
+      epoll_event other{};
+      other.events = c.event;
+      other.data.fd = socket + c.beside_the_socket;
+      calls.events = {other};
+    };
+    EXPECT_EQ(query(), 0);
+    EXPECT_STREQ(text.data(), kGlobal);
+    EXPECT_EQ(log.lines()[0].text, "Process fd count:1\n") << log.dump();
+    EXPECT_EQ(log.lines()[1].text, "Process fd count:1\n") << log.dump();
+  }
 }
 
 TEST_F(AddressMessages, TheScopeIsLoggedAndNotTested) {
