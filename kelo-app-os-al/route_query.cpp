@@ -107,7 +107,6 @@ Reply kelo_rtnl_recvmsg(const base::Descriptor& socket) {
     return reply;
   }
   room.iov_base = reply.bytes.get();
-  message.msg_namelen = sizeof sender;
   reply.length = kelo_rtnl_receive(socket, message, 0);
   reply.sender = sender.nl_pid;
   return reply;
