@@ -534,9 +534,9 @@ KELO_API int kelo_get_ipv6_default_gw(const char* interface_name, char* gateway)
  * is announced by the peer's, and that is the one returned. The kernel announces an address when it has found
  * no duplicate of it on the link.
  *
- * Blocks. Gives up 2 seconds after the call when nothing is announced, about interfaces other than this one
- * included, and else 3 seconds after the last announcement; it waits as long as they keep coming. A signal
- * that interrupts the wait starts the 2 seconds anew.
+ * Blocks. Gives up 2 seconds after the call when nothing is announced about any interface, and else 3 seconds
+ * after the last announcement; it waits as long as they keep coming. A signal that interrupts the wait starts
+ * the 2 seconds anew.
  *
  * The call receives under the process id as its netlink port id. It fails while another socket of the routing
  * family has that port id: a second call in another thread, kelo_get_ipv6_default_gw(), or a socket of the
