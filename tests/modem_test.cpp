@@ -227,7 +227,7 @@ TEST(ModemProgram, PrintsTheCommandsThatItAnswers) {
 TEST(ModemProgram, RefusesWhatItCannotServe) {
   std::ofstream("/tmp/bad_script") << "pause 1\n";
   const auto exit_code = [](const std::string& arguments) {
-    const int status = std::system((kProgram + " "s + arguments + " 2>/tmp/message").c_str());
+    const int status = std::system(("'"s + kProgram + "' " + arguments + " 2>/tmp/message").c_str());
     return WEXITSTATUS(status);
   };
   const auto message = [] {
