@@ -3,7 +3,6 @@
 #include <arpa/inet.h>
 #include <linux/sockios.h>
 #include <net/if.h>
-#include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -27,15 +26,13 @@ namespace {
 constexpr const char* kBridge = "br0";
 constexpr const char* kBridgeAddress = "192.168.8.1";
 
-// Requests to the kernel about interfaces, in a network of this process's own.
-class OwnNetwork {
+// Requests to the kernel about the interfaces of the sandbox's network, which it may administer.
+class Interfaces {
  public:
-  OwnNetwork() : made_(unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0), socket_(socket(AF_INET, SOCK_DGRAM, 0)) {}
-  ~OwnNetwork() { close(socket_); }
-  OwnNetwork(const OwnNetwork&) = delete;
-  OwnNetwork& operator=(const OwnNetwork&) = delete;
-
-  explicit operator bool() const { return made_ && socket_ >= 0; }
+  Interfaces() : socket_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {}
+  ~Interfaces() { close(socket_); }
+  Interfaces(const Interfaces&) = delete;
+  Interfaces& operator=(const Interfaces&) = delete;
 
   [[nodiscard]] bool bring_up(const char* name) const {
     ifreq request = about(name);
@@ -59,7 +56,6 @@ class OwnNetwork {
     return request;
   }
 
-  const bool made_;
   const int socket_;
 };
 
@@ -108,8 +104,8 @@ void decode_ussd() {
         "a USSD reply of %zu octets, %d septets, reads \"%s\"", kPacked.size(), count, text.data());
 }
 
-void find_bridge(const OwnNetwork& net) {
-  claim(net.add_bridge(kBridge, kBridgeAddress), "the router's LAN bridge is %s", kBridge);
+void find_bridge(const Interfaces& interfaces) {
+  claim(interfaces.add_bridge(kBridge, kBridgeAddress), "the router's LAN bridge is %s", kBridge);
   std::uint32_t address = 0;
   const int found = kelo_util_get_main_bridge_addr(&address);
   std::array<char, 16> text{};
@@ -123,11 +119,11 @@ void network() {
   chapter("On the network: an AT command, a USSD reply, the bridge's address");
   life([] {
     hide_log();
-    const OwnNetwork net;
-    claim(net && net.bring_up("lo"), "a network of the demo's own, with a loopback");
+    const Interfaces interfaces;
+    claim(interfaces.bring_up("lo"), "a network of the demo's own, with a loopback");
     ask_modem();
     decode_ussd();
-    find_bridge(net);
+    find_bridge(interfaces);
   });
 }
 

@@ -4,7 +4,7 @@ set -eu
 tree=$(cd "$(dirname "$0")/../.." && pwd)
 build=$(cd "$1" && pwd)
 status=0
-"$tree/tests/sandbox.sh" "$tree" "$build" -- "$build/tools/kelo_demo" || status=$?
+"$tree/tests/sandbox.sh" --interfaces "$tree" "$build" -- "$build/tools/kelo_demo" || status=$?
 if [ "$status" -eq 77 ]; then
   echo "The demo needs a sandbox (user namespaces) and this machine does not allow one: nothing was shown." >&2
 fi
