@@ -345,6 +345,13 @@ KELO_API int kelo_util_ss_ascii_to_utf8(const char* text, size_t len, char* out,
 
 /** @} */
 
+/**
+ * @name Clock and time
+ * @{
+ */
+
+/** @} */
+
 KELO_END_DECLS
 
 #endif /* KELO_UTILS_APP_COMMON_H */

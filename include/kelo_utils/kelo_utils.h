@@ -36,6 +36,8 @@
 #include "kelo_utils/app_os_al.h"
 #include "kelo_utils/base.h"
 #include "kelo_utils/data_manager.h"
+#include "kelo_utils/file_ops.h"
+#include "kelo_utils/list.h"
 #include "kelo_utils/log.h"
 #include "kelo_utils/queue.h"
 #include "kelo_utils/sqlite.h"
