@@ -1,7 +1,7 @@
 /**
  * @file app_common.h
  * @brief What daemons share with the modem and the network: AT commands, the bridge's address, text in the
- *        network's encodings.
+ *        network's encodings, clocks.
  */
 #ifndef KELO_UTILS_APP_COMMON_H
 #define KELO_UTILS_APP_COMMON_H
@@ -347,8 +347,69 @@ KELO_API int kelo_util_ss_ascii_to_utf8(const char* text, size_t len, char* out,
 
 /**
  * @name Clock and time
+ *
+ * Clock readings and their sums. The functions keep no state, do not block but for a log line, and
+ * may be called from any thread at once on different records.
  * @{
  */
+
+/**
+ * A point in time, or a length of time. `microseconds` is 0 to 999999 in every reading of a clock.
+ *
+ * `seconds` is kept modulo 2^32, here and in sums. A wall clock behind 2038-01-19 03:14:07 UTC therefore
+ * reads as negative seconds, from INT32_MIN up, and passes 0 again in 2106; `(uint32_t)seconds` is right
+ * until then. Differences taken modulo 2^32 are right at any date.
+ */
+typedef struct kelo_clk_time {
+  int32_t seconds;
+  int32_t microseconds;
+} kelo_clk_time;
+
+/**
+ * Reads the monotonic clock, which no setting of the date touches. It counts from an unspecified moment,
+ * usually the boot, and only while the system is not suspended.
+ *
+ * @param out  receives the reading; zero when the clock cannot be read, which prints "clock_gettime()
+ *             failed. errno = <number> (<its text>)" on standard output. Null is logged as the error
+ *             "kelo_clk_GetRelativeTime param NULL".
+ * @return `out`.
+ */
+KELO_API kelo_clk_time* kelo_clk_GetRelativeTime(kelo_clk_time* out);
+
+/**
+ * Reads the wall clock: seconds and microseconds since 1970-01-01 00:00:00 UTC.
+ *
+ * From 2038-01-19 03:14:08 UTC on the seconds are negative, see ::kelo_clk_time. With a C library whose own
+ * time has 32 bits, reading the clock may fail from that moment on.
+ *
+ * @param out  receives the reading; zero when the clock cannot be read, which is logged as critical,
+ *             "CLOCK_REALTIME is not supported for Absolute time". Null is logged as the error
+ *             "kelo_clk_GetAbsoluteTime param NULL".
+ * @return `out`.
+ */
+KELO_API kelo_clk_time* kelo_clk_GetAbsoluteTime(kelo_clk_time* out);
+
+/**
+ * Adds two times that have 0 to 999999 microseconds each, as the clocks give them.
+ *
+ * One second is carried when the microseconds come to 1000000 or more, never more than one, and none is
+ * borrowed for negative ones: of other microseconds the result is exact but not in that range. The seconds,
+ * and the microseconds behind the carry, are kept modulo 2^32: INT32_MAX seconds and 1 give INT32_MIN.
+ *
+ * @param out  receives the sum. Null is logged as the error "kelo_clk_Add param NULL".
+ * @param a    a time.
+ * @param b    a time.
+ * @return `out`.
+ */
+KELO_API kelo_clk_time* kelo_clk_Add(kelo_clk_time* out, kelo_clk_time a, kelo_clk_time b);
+
+/**
+ * Tells how long the system runs. Logs the information "info.uptime is <seconds>".
+ *
+ * @return seconds since boot, suspended ones included; a part of a second counts as a whole one. Modulo 2^32:
+ *         negative after 68 years. 0 when the kernel does not tell.
+ */
+KELO_API int32_t get_linuxuptime(void);
 
 /** @} */
 
