@@ -1,0 +1,104 @@
+// Milliseconds as a date and a time of day, and the days between two dates.
+#include <time.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+
+#include "base/calendar.hpp"
+#include "kelo_utils/app_common.h"
+#include "log/library_log.hpp"
+
+static_assert(sizeof(mytime) == 12 && offsetof(mytime, month) == 2 && offsetof(mytime, second) == 6 &&
+              offsetof(mytime, millisecond) == 8 && offsetof(mytime, weekday) == 10);
+
+constexpr std::uint8_t g_day_per_mon[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+
+namespace {
+
+constexpr int kFirstYearOfTm = 1900;
+constexpr std::int64_t kSecondsPerDay = 86400;
+constexpr std::uint64_t kMillisecondsPerSecond = 1000;
+constexpr std::uint64_t kMillisecondsPerHour = 3600000;
+
+// Zeller's congruence, in which January and February belong to the year before. Callers tell Sundays by both
+// 0 and 7: a sum below 1 gives 1 to 7, any other 0 to 6.
+constexpr std::uint8_t weekday_of(std::int64_t year, int month, int day) {
+  const std::int64_t zeller_year = month <= 2 ? year - 1 : year;
+  const int zeller_month = month <= 2 ? month + 12 : month;
+  const std::int64_t century = zeller_year / 100;
+  const std::int64_t of_century = zeller_year % 100;
+  const std::int64_t sum =
+      of_century + of_century / 4 + century / 4 - 2 * century + 26 * (zeller_month + 1) / 10 + day - 1;
+  return static_cast<std::uint8_t>(sum > 0 ? sum % 7 : sum % 7 + 7);
+}
+
+// The numbers of a date. What is missing is 0, as is all behind it.
+struct DateText {
+  int year = 0;
+  int month = 0;
+  int day = 0;
+};
+
+// A number as "%d" takes it, but with a defined value where an int is too small. Year 1900 can be subtracted
+// from every result. Null when there is none.
+const char* read_number(const char* text, int& number) {
+  constexpr long kLeast = INT_MIN + kFirstYearOfTm;
+  char* end = nullptr;
+  const long value = std::strtol(text, &end, 10);
+  if (end == text) return nullptr;
+  number = static_cast<int>(std::clamp<long>(value, kLeast, INT_MAX));
+  return end;
+}
+
+DateText read_date(const char* text) {
+  DateText date;
+  for (int* const number : {&date.year, &date.month, &date.day}) {
+    if (number != &date.year && *text++ != '-') break;
+    text = read_number(text, *number);
+    if (text == nullptr) break;
+  }
+  return date;
+}
+
+// Of midnight by the zone's standard time, in summer too.
+std::int64_t seconds_at_midnight(const DateText& date) {
+  tm midnight{};
+  midnight.tm_year = date.year - kFirstYearOfTm;
+  midnight.tm_mon = date.month - 1;
+  midnight.tm_mday = date.day;
+  midnight.tm_isdst = 0;
+  return mktime(&midnight);
+}
+
+}  // namespace
+
+std::int32_t get_days(const char* from, const char* to) {
+  if (from == nullptr || to == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    return 0;
+  }
+  const std::int64_t first = seconds_at_midnight(read_date(from));
+  const std::int64_t days = (seconds_at_midnight(read_date(to)) - first) / kSecondsPerDay;
+  return static_cast<std::int32_t>(std::clamp<std::int64_t>(days, INT32_MIN, INT32_MAX));
+}
+
+void kelo_util_utc_sec_2_mytime(std::uint64_t milliseconds, mytime* out, int add_hour) {
+  if (out == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    return;
+  }
+  const std::uint64_t total = milliseconds + (add_hour != 0 ? kMillisecondsPerHour : 0);
+  const auto time =
+      kelo::base::calendar_from_seconds(static_cast<std::int64_t>(total / kMillisecondsPerSecond));
+  out->year = static_cast<std::uint16_t>(time.year);
+  out->month = static_cast<std::uint8_t>(time.month);
+  out->day = static_cast<std::uint8_t>(time.day);
+  out->hour = static_cast<std::uint8_t>(time.hour);
+  out->minute = static_cast<std::uint8_t>(time.minute);
+  out->second = static_cast<std::uint8_t>(time.second);
+  out->millisecond = static_cast<std::uint16_t>(total % kMillisecondsPerSecond);
+  out->weekday = weekday_of(time.year, time.month, time.day);
+}
