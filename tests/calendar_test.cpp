@@ -42,10 +42,9 @@ static_assert(sizeof(mytime) == 12 && offsetof(mytime, year) == 0 && offsetof(my
 constexpr std::uint64_t kHour = 3600000;
 constexpr std::uint64_t kDay = 24 * kHour;
 constexpr std::uint64_t kMillisecondsTo2200 = 84006 * kDay;
-// The last moment that the C library knows and the library takes.
-constexpr std::uint64_t kKnownMilliseconds = static_cast<std::uint64_t>(std::min<std::uint64_t>(
-                                                 std::numeric_limits<time_t>::max(), UINT64_MAX / 1000)) *
-                                             1000;
+// A day before the last moment that the C library knows and the library takes, so that a day can be added.
+constexpr std::uint64_t kKnownMilliseconds =
+    std::min<std::uint64_t>(std::numeric_limits<time_t>::max(), UINT64_MAX / 1000) * 1000 - kDay;
 
 mytime converted(std::uint64_t milliseconds, int add_hour = 0) {
   // On the heap and preset, so that a byte too many or a field too few shows.
