@@ -1,6 +1,15 @@
 /**
  * @file file_ops.h
- * @brief Files and devices.
+ * @brief Files and devices: small files read and written in one call.
+ *
+ * For files of the kernel (procfs, sysfs, device nodes) and small state files. What holds for all functions:
+ * - Each call opens, works and closes; nothing is kept between calls, and several threads may call at once.
+ * - A call blocks for as long as the file does: a FIFO or a device may make it wait for its other end. A
+ *   signal that the caller handles ends no wait and loses no data.
+ * - Failures are logged as errors, once each. A null pointer is logged, "<function> param NULL", and refused
+ *   before anything is opened.
+ * - A process without a standard input is refused like one that has no descriptors left, as the file would
+ *   take the place of that input.
  */
 #ifndef KELO_UTILS_FILE_OPS_H
 #define KELO_UTILS_FILE_OPS_H
@@ -11,6 +20,93 @@
 #include "kelo_utils/base.h"
 
 KELO_BEGIN_DECLS
+
+/** Failures of the functions that read and write files. Success is 0. */
+enum { KELO_FILE_NOT_OPENED = 4, KELO_FILE_NOT_READ = 6, KELO_FILE_NOT_WRITTEN = 7 };
+
+/**
+ * @name Reading
+ * @{
+ */
+
+/**
+ * Reads a small file, or the start of a larger one, by a single read.
+ *
+ * A newline at the end of what was read is replaced by a terminator. Nothing else is terminated, and what is
+ * behind stays as it was: for text, pass a zeroed buffer and a `size` one less than it has.
+ *
+ * @param path    the file. Null gives ::KELO_FILE_NOT_OPENED.
+ * @param buffer  receives at most `size` bytes. On failure it is as it was. Null gives ::KELO_FILE_NOT_READ.
+ * @param size    bytes to read at most; with 0 none are.
+ * @retval 0   read, an empty file included: `buffer` is then as it was.
+ * @retval ::KELO_FILE_NOT_OPENED  logged as "open <path> failed."
+ * @retval ::KELO_FILE_NOT_READ    logged as "read <path> failed.", as for a directory.
+ */
+KELO_API int kelo_read_file(const char* path, void* buffer, size_t size);
+
+/**
+ * Reads a file as kelo_read_file() does, and tells how much there was.
+ * @param path    the file.
+ * @param buffer  receives at most `size` bytes, of which a newline at the end is replaced by a terminator. On
+ *                failure it is as it was.
+ * @param size    bytes to read at most; with 0 none are.
+ * @return bytes kept in `buffer`, a replaced newline not counted; 0 for an empty file and for a single
+ *         newline.
+ * @retval -1  the file could not be opened ("open <path> failed.") or not read ("read <path> failed.", also
+ *             for a negative `size`), or a pointer is null. A driver that claims to have given more than
+ *             `size` bytes fails with that number as the result.
+ */
+KELO_API int kelo_read_file_with_reading_length_returned(const char* path, void* buffer, int32_t size);
+/** @} */
+
+/**
+ * @name Writing
+ *
+ * The bytes go over the start of the file, and what they do not cover stays: "1" written to a file that holds
+ * "100" leaves "100". Nothing is truncated or replaced, which is what files of the kernel need; a state file
+ * wants records of one size.
+ *
+ * What the system takes in several pieces is written to its end. When a piece fails, those before it have
+ * been written.
+ *
+ * With a `length` of 0 the file is opened, or made, and nothing is written.
+ * @{
+ */
+
+/**
+ * Writes bytes over the start of a file that is there.
+ * @param path    the file. Null gives ::KELO_FILE_NOT_OPENED.
+ * @param data    the bytes. Null gives ::KELO_FILE_NOT_WRITTEN, whatever the `length`.
+ * @param length  number of bytes.
+ * @retval 0   all are written.
+ * @retval ::KELO_FILE_NOT_OPENED   logged as "open <path> failed.", as for a file that is not there.
+ * @retval ::KELO_FILE_NOT_WRITTEN  logged as "write <path> failed."; also when the file takes nothing of what
+ *                                  is left.
+ */
+KELO_API int kelo_write_file(const char* path, const void* data, size_t length);
+
+/**
+ * Writes as kelo_write_file() does, and waits until the bytes are on the storage (O_DSYNC).
+ * @param path    as for kelo_write_file().
+ * @param data    as for kelo_write_file().
+ * @param length  number of bytes.
+ * @return as kelo_write_file().
+ */
+KELO_API int kelo_write_file_sync(const char* path, const void* data, size_t length);
+
+/**
+ * Writes as kelo_write_file_sync() does, and makes the file if there is none.
+ *
+ * A new file has the permissions 0777, less those that the process's umask takes away. The folder that it is
+ * in is not written to the storage: after a power cut a new file may be missing.
+ *
+ * @param path    as for kelo_write_file().
+ * @param data    as for kelo_write_file().
+ * @param length  number of bytes.
+ * @return as kelo_write_file(); ::KELO_FILE_NOT_OPENED when the file can be neither opened nor made.
+ */
+KELO_API int kelo_write_file_sync_create(const char* path, const void* data, size_t length);
+/** @} */
 
 KELO_END_DECLS
 

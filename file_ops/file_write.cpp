@@ -1,0 +1,51 @@
+// Small files, written in place: sysfs and procfs want no truncation.
+#include <algorithm>
+#include <cstddef>
+#include <span>
+
+#include "base/file.hpp"
+#include "file_ops/open_file.hpp"
+#include "kelo_utils/file_ops.h"
+#include "log/library_log.hpp"
+
+namespace {
+
+constexpr mode_t kEverything = 0777;
+
+bool write_all(int fd, std::span<const char> data) {
+  while (!data.empty()) {
+    const ssize_t count =
+        kelo::base::retry_interrupted([=] { return ::write(fd, data.data(), data.size()); });
+    // A driver that takes nothing would be asked for ever.
+    if (count <= 0) return false;
+    data = data.subspan(std::min(static_cast<std::size_t>(count), data.size()));
+  }
+  return true;
+}
+
+// Under the name of the operation `function`.
+int write_file(const char* function, const char* path, int flags, const void* data, std::size_t length) {
+  if (path == nullptr || data == nullptr) {
+    KELO_LOG_AS(function, LOG_LVL_ERR, "%s param NULL\n", function);
+    return path == nullptr ? KELO_FILE_NOT_OPENED : KELO_FILE_NOT_WRITTEN;
+  }
+  const auto file = kelo::files::open_or_log(function, path, O_WRONLY | flags, kEverything);
+  if (!file) return KELO_FILE_NOT_OPENED;
+  if (write_all(file.get(), {static_cast<const char*>(data), length})) return 0;
+  KELO_LOG_AS(function, LOG_LVL_ERR, "write %s failed.\n", path);
+  return KELO_FILE_NOT_WRITTEN;
+}
+
+}  // namespace
+
+int kelo_write_file(const char* path, const void* data, std::size_t length) {
+  return write_file(__func__, path, 0, data, length);
+}
+
+int kelo_write_file_sync(const char* path, const void* data, std::size_t length) {
+  return write_file(__func__, path, O_DSYNC, data, length);
+}
+
+int kelo_write_file_sync_create(const char* path, const void* data, std::size_t length) {
+  return write_file(__func__, path, O_CREAT | O_DSYNC, data, length);
+}

@@ -1,0 +1,89 @@
+// Makes chosen file calls of the whole test program fail or give less, the library's included. Include it in
+// exactly one source file of a test program, whose .cmake file links CMAKE_DL_LIBS.
+//
+// The calls are: open, read and write.
+#ifndef KELO_TESTS_SUPPORT_FILE_FAULTS_HPP
+#define KELO_TESTS_SUPPORT_FILE_FAULTS_HPP
+
+#include <fcntl.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <optional>
+#include <vector>
+
+#include "tests/support/failing_call.hpp"
+
+namespace kelo::tests {
+
+// What a read or write of this thread returns without being made, while it is set.
+inline thread_local std::optional<ssize_t> claimed_read;
+inline thread_local std::optional<ssize_t> claimed_write;
+
+// Follows the writes of this thread while it lives, none of which takes more than `most` bytes. One at a
+// time.
+class Writes {
+ public:
+  explicit Writes(std::size_t most) : most_(most) { current = this; }
+  ~Writes() { current = nullptr; }
+  Writes(const Writes&) = delete;
+  Writes& operator=(const Writes&) = delete;
+
+  struct Call {
+    std::size_t asked;
+    int status_flags;      // what the descriptor was opened with, as F_GETFL tells
+    int descriptor_flags;  // the same of F_GETFD
+  };
+  [[nodiscard]] const std::vector<Call>& calls() const { return calls_; }
+
+  // How much of a write that begins now is to be made.
+  static std::size_t begin(int fd, std::size_t size) {
+    Writes* const writes = current;
+    if (writes == nullptr) return size;
+    writes->calls_.push_back({size, fcntl(fd, F_GETFL), fcntl(fd, F_GETFD)});
+    return std::min(size, writes->most_);
+  }
+
+ private:
+  static inline thread_local Writes* current = nullptr;
+
+  const std::size_t most_;
+  std::vector<Call> calls_;
+};
+
+}  // namespace kelo::tests
+
+// Defined here and not in a source of the support library, which every test program links. The C library's
+// own declarations have reserved parameter names.
+// NOLINTBEGIN(misc-definitions-in-headers,readability-inconsistent-declaration-parameter-name)
+extern "C" {
+
+// The library is built with wide file offsets, which have names of their own.
+int open64(const char* path, int flags, ...) {
+  static const auto real = kelo::tests::next_call("open64", open64);
+  va_list arguments;
+  va_start(arguments, flags);
+  const auto mode = va_arg(arguments, mode_t);
+  va_end(arguments);
+  return kelo::tests::FailingCall::meets("open") ? -1 : real(path, flags, mode);
+}
+
+ssize_t read(int fd, void* bytes, std::size_t size) {
+  static const auto real = kelo::tests::next_call("read", read);
+  if (kelo::tests::FailingCall::meets("read")) return -1;
+  return kelo::tests::claimed_read ? *kelo::tests::claimed_read : real(fd, bytes, size);
+}
+
+ssize_t write(int fd, const void* bytes, std::size_t size) {
+  static const auto real = kelo::tests::next_call("write", write);
+  const std::size_t part = kelo::tests::Writes::begin(fd, size);
+  if (kelo::tests::FailingCall::meets("write")) return -1;
+  return kelo::tests::claimed_write ? *kelo::tests::claimed_write : real(fd, bytes, part);
+}
+
+}  // extern "C"
+// NOLINTEND(misc-definitions-in-headers,readability-inconsistent-declaration-parameter-name)
+
+#endif  // KELO_TESTS_SUPPORT_FILE_FAULTS_HPP
