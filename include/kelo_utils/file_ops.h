@@ -1,8 +1,9 @@
 /**
  * @file file_ops.h
- * @brief Files and devices: small files read and written in one call.
+ * @brief Files and devices: small files and device nodes served in one call, and directory paths made.
  *
- * For files of the kernel (procfs, sysfs, device nodes) and small state files. What holds for all functions:
+ * For files of the kernel (procfs, sysfs, device nodes) and small state files. What holds for all functions,
+ * unless a description says otherwise:
  * - Each call opens, works and closes; nothing is kept between calls, and several threads may call at once.
  * - A call blocks for as long as the file does: a FIFO or a device may make it wait for its other end. A
  *   signal that the caller handles ends no wait and loses no data.
@@ -16,12 +17,13 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <sys/types.h>
 
 #include "kelo_utils/base.h"
 
 KELO_BEGIN_DECLS
 
-/** Failures of the functions that read and write files. Success is 0. */
+/** Failures of the functions that read, write and ask. Success is 0. */
 enum { KELO_FILE_NOT_OPENED = 4, KELO_FILE_NOT_READ = 6, KELO_FILE_NOT_WRITTEN = 7 };
 
 /**
@@ -106,6 +108,77 @@ KELO_API int kelo_write_file_sync(const char* path, const void* data, size_t len
  * @return as kelo_write_file(); ::KELO_FILE_NOT_OPENED when the file can be neither opened nor made.
  */
 KELO_API int kelo_write_file_sync_create(const char* path, const void* data, size_t length);
+/** @} */
+
+/**
+ * @name Devices
+ * @{
+ */
+
+enum {
+  /** Bytes of the IRIG-B time-code device's configuration record. */
+  KELO_IRIG_B_CONFIG_SIZE = 50
+};
+
+/**
+ * Makes one request, an ioctl(), to a device node.
+ *
+ * The request is made once, also when a signal interrupts it.
+ *
+ * @param path      the node, opened for reading and writing. Null gives ::KELO_FILE_NOT_OPENED.
+ * @param request   number of the request.
+ * @param argument  goes to the driver as it is; may be null.
+ * @retval 0   the driver returned 0.
+ * @retval ::KELO_FILE_NOT_OPENED  logged as "open <path> failed."
+ * @retval -1  the driver returned anything else: logged as "ioctl cmd <request> failed.", with the number as
+ * a signed long.
+ */
+KELO_API int kelo_ioctl_file(const char* path, unsigned long request, void* argument);
+
+/**
+ * Configures the IRIG-B time-code device, "/dev/kelo_irig_b_config", by its request 0x40325A1E.
+ *
+ * Unlike the other functions this one works without a standard input.
+ *
+ * @param config  record of ::KELO_IRIG_B_CONFIG_SIZE bytes, whose layout is the driver's. Null is logged as
+ *                the debug message "input error.".
+ * @return the driver's result, 0 for success; another one is logged as "ioctl cmd fail.".
+ * @retval -1  also when the node cannot be opened, the debug message "open /dev/kelo_irig_b_config fail.",
+ * and for a null `config`.
+ */
+KELO_API int kelo_irig_b_ioctl(const void* config);
+
+/**
+ * Tells whether the flash memory is an MTD device: whether "mtd" occurs in /proc/partitions, looked up by a
+ * shell command.
+ * @retval 1  it is.
+ * @retval 0  it is not, or the partitions cannot be read.
+ * @retval 4  the shell cannot be started, which is not logged.
+ */
+KELO_API int get_flash_type(void);
+/** @} */
+
+/**
+ * @name Directories
+ * @{
+ */
+
+/**
+ * Makes a directory and every missing one on the way to it.
+ *
+ * Whatever has the name already counts as made: a path that ends at a file succeeds. Directories made before
+ * a failure stay.
+ *
+ * @param path  path of at most 511 bytes in UTF-8, absolute or relative, with or without one "/" at its end.
+ *              A longer one, or one whose last character is cut off, is logged as "Directory path
+ * overflowed." and nothing is made.
+ * @param mode  permissions of each directory that is made, less those that the process's umask takes away.
+ *              Without the owner's right to write and search only the first can be made.
+ * @retval 0   every directory is there.
+ * @retval -1  a null or too long path; or one that cannot be made, logged as "Could not create directory
+ *             '<path>'.": so are the empty path, the path "/", and one that is not UTF-8.
+ */
+KELO_API int dir_make_path(const char* path, mode_t mode);
 /** @} */
 
 KELO_END_DECLS

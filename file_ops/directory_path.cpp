@@ -1,0 +1,47 @@
+// Every missing directory of a path.
+#include <sys/stat.h>
+
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+
+#include "kelo_utils/app_os_al.h"
+#include "kelo_utils/file_ops.h"
+#include "log/library_log.hpp"
+
+namespace {
+
+constexpr std::size_t kPathSize = 512;  // bytes, terminator included
+
+bool make_directory(const char* path, mode_t mode) { return mkdir(path, mode) == 0 || errno == EEXIST; }
+
+// From the first to the last of the path, which is not empty and stands as it was afterwards.
+bool make_directories(char* path, mode_t mode) {
+  for (char* slash = std::strchr(path + 1, '/'); slash != nullptr; slash = std::strchr(slash + 1, '/')) {
+    *slash = '\0';
+    const bool made = make_directory(path, mode);
+    *slash = '/';
+    if (!made) return false;
+  }
+  return make_directory(path, mode);
+}
+
+}  // namespace
+
+int dir_make_path(const char* path, mode_t mode) {
+  if (path == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    return -1;
+  }
+  std::array<char, kPathSize> directory;
+  std::size_t length = 0;
+  if (kelo_utf8_Copy(directory.data(), path, directory.size(), &length) != 0) {
+    KELO_LOG(LOG_LVL_ERR, "Directory path overflowed.\n");
+    return -1;
+  }
+  if (length != 0 && directory[length - 1] == '/') directory[--length] = '\0';
+  if (length != 0 && make_directories(directory.data(), mode)) return 0;
+  KELO_LOG(LOG_LVL_ERR, "Could not create directory '%s'.\n", path);
+  return -1;
+}
