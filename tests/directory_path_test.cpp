@@ -111,6 +111,7 @@ TEST_F(DirectoryPath, TakesSlashesAsTheyCome) {
 TEST_F(DirectoryPath, RefusesThePathsOfNoName) {
   expect_refused("/");
   expect_refused("");
+  EXPECT_TRUE(asked_for.empty());
 }
 
 TEST_F(DirectoryPath, GivesEachDirectoryTheMode) {
