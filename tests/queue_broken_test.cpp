@@ -8,6 +8,7 @@
 #include <csignal>
 #include <string>
 
+#include "tests/support/lock_probe.hpp"
 #include "tests/support/queue_probe.hpp"
 #include "tests/support/stdout_capture.hpp"
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "kelo_utils/queue.h"
+#include "tests/support/lock_probe.hpp"
 #include "tests/support/queue_probe.hpp"
 #include "tests/support/stdout_capture.hpp"
 

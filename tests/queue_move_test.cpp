@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include "tests/support/lock_probe.hpp"
 #include "tests/support/queue_probe.hpp"
 #include "tests/support/stdout_capture.hpp"
 

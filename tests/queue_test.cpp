@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/lock_probe.hpp"
 #include "tests/support/queue_probe.hpp"
 #include "tests/support/stdout_capture.hpp"
 

@@ -1,15 +1,11 @@
-// Looks at a queue from outside: its circle, and who holds its lock.
+// Looks at a queue from outside.
 #ifndef KELO_TESTS_QUEUE_PROBE_HPP
 #define KELO_TESTS_QUEUE_PROBE_HPP
 
 #include <gtest/gtest.h>
-#include <pthread.h>
 
 #include <algorithm>
-#include <atomic>
-#include <cerrno>
 #include <cstddef>
-#include <thread>
 #include <vector>
 
 #include "kelo_utils/queue.h"
@@ -62,41 +58,6 @@ class QueueOfThree : public testing::Test {
   q_type q;
   q_link_type a, b, c, x, y;
 };
-
-// Whether a thread other than the caller would have to wait for the lock.
-inline bool shut_to_others(pthread_mutex_t& lock) {
-  int result = 0;
-  std::thread([&] {
-    result = pthread_mutex_trylock(&lock);
-    if (result == 0) pthread_mutex_unlock(&lock);
-  }).join();
-  return result == EBUSY;
-}
-
-// Runs `operation` in a thread of its own while the caller holds `lock`, then `meanwhile` in the calling
-// thread as soon as the operation waits for the lock or has ended. Returns whether it had to wait.
-template <typename Operation, typename Meanwhile>
-bool waits_for_lock(pthread_mutex_t& lock, Operation operation, Meanwhile meanwhile) {
-  std::atomic<bool> ended = false;
-  pthread_mutex_lock(&lock);
-  std::thread other([&] {
-    operation();
-    ended = true;
-  });
-  // The C library keeps 2 in the first word of a mutex that somebody waits for.
-  const auto* const word = reinterpret_cast<const int*>(&lock);
-  while (!ended && __atomic_load_n(word, __ATOMIC_RELAXED) != 2) std::this_thread::yield();
-  const bool waited = !ended;
-  meanwhile();
-  pthread_mutex_unlock(&lock);
-  other.join();
-  return waited;
-}
-
-template <typename Operation>
-bool waits_for_lock(pthread_mutex_t& lock, Operation operation) {
-  return waits_for_lock(lock, operation, [] {});
-}
 
 }  // namespace kelo::tests
 

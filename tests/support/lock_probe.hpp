@@ -1,0 +1,50 @@
+// Looks at a mutex from outside: who holds it, and who waits for it.
+#ifndef KELO_TESTS_LOCK_PROBE_HPP
+#define KELO_TESTS_LOCK_PROBE_HPP
+
+#include <pthread.h>
+
+#include <atomic>
+#include <cerrno>
+#include <thread>
+
+namespace kelo::tests {
+
+// Whether a thread other than the caller would have to wait for the lock.
+inline bool shut_to_others(pthread_mutex_t& lock) {
+  int result = 0;
+  std::thread([&] {
+    result = pthread_mutex_trylock(&lock);
+    if (result == 0) pthread_mutex_unlock(&lock);
+  }).join();
+  return result == EBUSY;
+}
+
+// Runs `operation` in a thread of its own while the caller holds `lock`, then `meanwhile` in the calling
+// thread as soon as the operation waits for the lock or has ended. Returns whether it had to wait.
+template <typename Operation, typename Meanwhile>
+bool waits_for_lock(pthread_mutex_t& lock, Operation operation, Meanwhile meanwhile) {
+  std::atomic<bool> ended = false;
+  pthread_mutex_lock(&lock);
+  std::thread other([&] {
+    operation();
+    ended = true;
+  });
+  // The C library keeps 2 in the first word of a mutex that somebody waits for.
+  const auto* const word = reinterpret_cast<const int*>(&lock);
+  while (!ended && __atomic_load_n(word, __ATOMIC_RELAXED) != 2) std::this_thread::yield();
+  const bool waited = !ended;
+  meanwhile();
+  pthread_mutex_unlock(&lock);
+  other.join();
+  return waited;
+}
+
+template <typename Operation>
+bool waits_for_lock(pthread_mutex_t& lock, Operation operation) {
+  return waits_for_lock(lock, operation, [] {});
+}
+
+}  // namespace kelo::tests
+
+#endif  // KELO_TESTS_LOCK_PROBE_HPP
