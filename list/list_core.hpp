@@ -1,0 +1,92 @@
+// What the linked and the ordered list share: first use of a header, and walks along the `next` chain.
+#ifndef KELO_LIST_LIST_CORE_HPP
+#define KELO_LIST_LIST_CORE_HPP
+
+#include <pthread.h>
+
+#include <atomic>
+#include <cstdint>
+
+#include "base/lock.hpp"
+
+namespace kelo::list {
+
+inline constexpr std::int32_t kInitialised = 1;
+
+// Held while a header is initialised by its first use: threads may race to be the first.
+inline pthread_mutex_t first_use_lock = PTHREAD_MUTEX_INITIALIZER;
+
+// Sets all of `list` but its order; the flag comes last, when the rest may be seen.
+template <typename List>
+void set_up(List& list) {
+  pthread_mutex_init(&list.lock, nullptr);
+  list.front = nullptr;
+  list.back = nullptr;
+  list.size = 0;
+  std::atomic_ref(list.initialised).store(kInitialised, std::memory_order_release);
+}
+
+template <typename List>
+bool initialised(List& list) {
+  return std::atomic_ref(list.initialised).load(std::memory_order_acquire) == kInitialised;
+}
+
+// Calls `initialise(list)` unless the header is in use already.
+template <typename List, typename Initialise>
+void make_ready(List& list, Initialise initialise) {
+  if (initialised(list)) [[likely]]
+    return;
+  const base::LockGuard guard(first_use_lock);
+  if (!initialised(list)) initialise(list);
+}
+
+// Destroys the lock, of which a header that was never used has none, and takes the flag back.
+template <typename List>
+void retire(List& list) {
+  if (initialised(list)) pthread_mutex_destroy(&list.lock);
+  std::atomic_ref(list.initialised).store(0, std::memory_order_release);
+}
+
+template <typename... Pointer>
+bool all_present(const Pointer*... pointers) {
+  return (... && (pointers != nullptr));
+}
+
+// The looks below want the lock held.
+
+// The first link from `front` on for which `wanted` holds, or null.
+template <typename Link, typename Predicate>
+Link* find(Link* front, Predicate wanted) {
+  Link* link = front;
+  while (link != nullptr && !wanted(*link)) link = link->next;
+  return link;
+}
+
+// Moves `item` and all links after it from `list` to `dst`. Where `item` is not in `list`, nothing changes.
+template <typename List, typename Link>
+bool move_rest(List& list, Link& item, List& dst) {
+  std::uint32_t kept = 0;
+  Link* last_kept = nullptr;
+  Link* const found = find(list.front, [&](Link& link) {
+    if (&link == &item) return true;
+    last_kept = &link;
+    ++kept;
+    return false;
+  });
+  if (found == nullptr) return false;
+  dst.front = &item;
+  dst.back = list.back;
+  dst.size = list.size - kept;
+  if (last_kept == nullptr) {
+    list.front = nullptr;
+  } else {
+    last_kept->next = nullptr;
+  }
+  list.back = last_kept;
+  list.size = kept;
+  return true;
+}
+
+}  // namespace kelo::list
+
+#endif  // KELO_LIST_LIST_CORE_HPP

@@ -1,0 +1,430 @@
+#include "kelo_utils/list.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tests/support/list_probe.hpp"
+#include "tests/support/lock_probe.hpp"
+#include "tests/support/log_capture.hpp"
+#include "tests/support/stdout_capture.hpp"
+
+namespace {
+
+using kelo::tests::append;
+using kelo::tests::expect_sound;
+using kelo::tests::ListLinks;
+using kelo::tests::ListOfFour;
+using kelo::tests::LogCapture;
+using kelo::tests::shut_to_others;
+using kelo::tests::StdoutCapture;
+using kelo::tests::waits_for_lock;
+
+class LinkedList : public ListOfFour {};
+
+TEST(LinkedListInit, MakesAnEmptyListOfAnyMemory) {
+  list_type list;
+  std::memset(&list, 0xa5, sizeof list);
+  list_init(&list);
+  expect_sound(list, {});
+  EXPECT_FALSE(shut_to_others(list.lock));
+  list_destroy(&list);
+}
+
+TEST(LinkedListInit, LockIsNotRecursive) {
+  list_type list;
+  list_init(&list);
+  EXPECT_EQ(0, pthread_mutex_lock(&list.lock));
+  EXPECT_EQ(EBUSY, pthread_mutex_trylock(&list.lock));
+  EXPECT_EQ(0, pthread_mutex_unlock(&list.lock));
+  list_destroy(&list);
+}
+
+struct FirstUse {
+  const char* name;
+  std::function<void(list_type&, list_type&)> use;
+};
+
+TEST(LinkedListInit, EveryOperationInitialisesWhatIsNotFlagged) {
+  list_link_type item = {};
+  list_link_type stranger = {};
+  const auto none = [](list_link_type*, const void*) { return 0; };
+  const std::vector<FirstUse> uses = {
+      {"push_front", [&](list_type& l, list_type&) { list_push_front(&l, &item); }},
+      {"push_back", [&](list_type& l, list_type&) { list_push_back(&l, &item); }},
+      {"pop_front", [&](list_type& l, list_type&) { EXPECT_EQ(nullptr, list_pop_front(&l)); }},
+      {"pop_back", [&](list_type& l, list_type&) { EXPECT_EQ(nullptr, list_pop_back(&l)); }},
+      {"size", [&](list_type& l, list_type&) { EXPECT_EQ(0U, list_size(&l)); }},
+      {"peek_front", [&](list_type& l, list_type&) { EXPECT_EQ(nullptr, list_peek_front(&l)); }},
+      {"peek_back", [&](list_type& l, list_type&) { EXPECT_EQ(nullptr, list_peek_back(&l)); }},
+      {"peek_next", [&](list_type& l, list_type&) { EXPECT_EQ(nullptr, list_peek_next(&l, &stranger)); }},
+      {"peek_prev", [&](list_type& l, list_type&) { EXPECT_EQ(nullptr, list_peek_prev(&l, &stranger)); }},
+      {"push_before", [&](list_type& l, list_type&) { list_push_before(&l, &item, &stranger); }},
+      {"pop_item", [&](list_type& l, list_type&) { list_pop_item(&l, &stranger); }},
+      {"search", [&](list_type& l, list_type&) { list_linear_search(&l, none, nullptr); }},
+      {"merge dst", [&](list_type& l, list_type& ready) { list_merge(&l, &ready); }},
+      {"merge src", [&](list_type& l, list_type& ready) { list_merge(&ready, &l); }},
+      {"split list", [&](list_type& l, list_type& ready) { list_split(&l, &stranger, &ready); }},
+      {"split dst", [&](list_type& l, list_type& ready) { list_split(&ready, &stranger, &l); }},
+  };
+  for (const FirstUse& first : uses) {
+    for (const int flag : {0, 2, -1}) {
+      list_type list;
+      std::memset(&list, 0x5a, sizeof list);
+      list.initialised = flag;
+      list_type ready;
+      list_init(&ready);
+      first.use(list, ready);
+      const bool pushed =
+          std::strcmp(first.name, "push_front") == 0 || std::strcmp(first.name, "push_back") == 0;
+      SCOPED_TRACE(first.name);
+      expect_sound(list, pushed ? ListLinks{&item} : ListLinks{});
+      EXPECT_FALSE(shut_to_others(list.lock));
+      list_destroy(&list);
+      list_destroy(&ready);
+    }
+  }
+}
+
+TEST(LinkedListInit, PushAfterInitialisesToo) {
+  static list_type list;
+  list_link_type item = {};
+  list_link_type stranger = {};
+  list_push_after(&list, &item, &stranger);
+  EXPECT_EQ(1, list.initialised);
+  EXPECT_EQ(1U, list.size);
+  EXPECT_EQ(&item, stranger.next);
+  EXPECT_EQ(nullptr, list.front);
+  list_destroy(&list);
+}
+
+TEST_F(LinkedList, InitialisedListKeepsItsElements) {
+  list_init(&other);
+  list_push_back(&other, &x);
+  list_push_back(&other, &y);
+  expect_sound(other, {&x, &y});
+}
+
+TEST_F(LinkedList, DestroyZeroesTheHeaderAndLeavesTheElements) {
+  list_destroy(&list);
+  EXPECT_EQ(nullptr, list.front);
+  EXPECT_EQ(nullptr, list.back);
+  EXPECT_EQ(0U, list.size);
+  EXPECT_EQ(0, list.initialised);
+  EXPECT_EQ(&b, a.next);
+  EXPECT_EQ(&d, c.next);
+}
+
+TEST_F(LinkedList, DestroyedListIsMadeAnewByItsNextUse) {
+  list_destroy(&list);
+  list_push_back(&list, &x);
+  expect_sound(list, {&x});
+}
+
+TEST(LinkedListDestroy, ZeroesAHeaderThatWasNeverUsed) {
+  list_type list;
+  std::memset(&list, 0x5a, sizeof list);
+  list_destroy(&list);
+  EXPECT_EQ(nullptr, list.front);
+  EXPECT_EQ(nullptr, list.back);
+  EXPECT_EQ(0U, list.size);
+  EXPECT_EQ(0, list.initialised);
+  list_destroy(&list);
+  EXPECT_EQ(0U, list_size(&list));
+  list_destroy(&list);
+}
+
+TEST_F(LinkedList, PushFrontPutsBeforeAll) {
+  list_push_front(&list, &x);
+  expect_sound(list, {&x, &a, &b, &c, &d});
+  list_push_front(&other, &y);
+  expect_sound(other, {&y});
+}
+
+TEST_F(LinkedList, PushBackPutsBehindAll) {
+  x.next = &y;
+  list_push_back(&list, &x);
+  expect_sound(list, {&a, &b, &c, &d, &x});
+  list_push_back(&other, &y);
+  expect_sound(other, {&y});
+}
+
+TEST_F(LinkedList, PopFrontTakesTheElementsInTheirOrder) {
+  EXPECT_EQ(&a, list_pop_front(&list));
+  EXPECT_EQ(&b, a.next);
+  expect_sound(list, {&b, &c, &d});
+  EXPECT_EQ(&b, list_pop_front(&list));
+  EXPECT_EQ(&c, list_pop_front(&list));
+  EXPECT_EQ(&d, list_pop_front(&list));
+  expect_sound(list, {});
+}
+
+TEST_F(LinkedList, PopBackTakesTheElementsInReverse) {
+  EXPECT_EQ(&d, list_pop_back(&list));
+  expect_sound(list, {&a, &b, &c});
+  EXPECT_EQ(&c, list_pop_back(&list));
+  EXPECT_EQ(&b, list_pop_back(&list));
+  EXPECT_EQ(&a, list_pop_back(&list));
+  expect_sound(list, {});
+}
+
+TEST_F(LinkedList, EmptyListHasNothingToGive) {
+  EXPECT_EQ(nullptr, list_pop_front(&other));
+  EXPECT_EQ(nullptr, list_pop_back(&other));
+  EXPECT_EQ(nullptr, list_peek_front(&other));
+  EXPECT_EQ(nullptr, list_peek_back(&other));
+  EXPECT_EQ(nullptr, list_peek_prev(&other, &x));
+  EXPECT_EQ(0U, list_size(&other));
+  expect_sound(other, {});
+}
+
+TEST_F(LinkedList, SizeAndPeeksLeaveTheListAsItIs) {
+  EXPECT_EQ(4U, list_size(&list));
+  EXPECT_EQ(&a, list_peek_front(&list));
+  EXPECT_EQ(&d, list_peek_back(&list));
+  expect_sound(list, {&a, &b, &c, &d});
+}
+
+TEST_F(LinkedList, PeekNextWalksToTheEnd) {
+  EXPECT_EQ(&b, list_peek_next(&list, &a));
+  EXPECT_EQ(&c, list_peek_next(&list, &b));
+  EXPECT_EQ(nullptr, list_peek_next(&list, &d));
+}
+
+TEST_F(LinkedList, PeekPrevWalksToTheFront) {
+  EXPECT_EQ(&c, list_peek_prev(&list, &d));
+  EXPECT_EQ(&a, list_peek_prev(&list, &b));
+  EXPECT_EQ(nullptr, list_peek_prev(&list, &a));
+}
+
+TEST_F(LinkedList, PushBeforePutsInFrontOfTheGivenElement) {
+  list_push_before(&list, &x, &a);
+  expect_sound(list, {&x, &a, &b, &c, &d});
+  list_push_before(&list, &y, &d);
+  expect_sound(list, {&x, &a, &b, &c, &y, &d});
+}
+
+TEST_F(LinkedList, PushAfterPutsBehindTheGivenElement) {
+  list_push_after(&list, &x, &a);
+  expect_sound(list, {&a, &x, &b, &c, &d});
+  list_push_after(&list, &y, &d);
+  expect_sound(list, {&a, &x, &b, &c, &d, &y});
+}
+
+TEST_F(LinkedList, PopItemTakesAnElementFromAnyPlace) {
+  list_pop_item(&list, &b);
+  EXPECT_EQ(&c, b.next);
+  expect_sound(list, {&a, &c, &d});
+  list_pop_item(&list, &d);
+  expect_sound(list, {&a, &c});
+  list_pop_item(&list, &a);
+  expect_sound(list, {&c});
+  list_pop_item(&list, &c);
+  expect_sound(list, {});
+}
+
+struct Search {
+  const list_link_type* wanted;
+  ListLinks seen;
+};
+
+int is_wanted(list_link_type* element, const void* param) {
+  auto* const search = static_cast<Search*>(const_cast<void*>(param));
+  search->seen.push_back(element);
+  return element == search->wanted ? -3 : 0;
+}
+
+TEST_F(LinkedList, SearchStopsAtTheFirstMatch) {
+  Search search = {&c, {}};
+  EXPECT_EQ(&c, list_linear_search(&list, is_wanted, &search));
+  EXPECT_EQ((ListLinks{&a, &b, &c}), search.seen);
+  expect_sound(list, {&a, &b, &c, &d});
+}
+
+TEST_F(LinkedList, SearchWithoutAMatchSeesAll) {
+  Search search = {&x, {}};
+  EXPECT_EQ(nullptr, list_linear_search(&list, is_wanted, &search));
+  EXPECT_EQ((ListLinks{&a, &b, &c, &d}), search.seen);
+  search.seen.clear();
+  EXPECT_EQ(nullptr, list_linear_search(&other, is_wanted, &search));
+  EXPECT_EQ(ListLinks{}, search.seen);
+}
+
+TEST_F(LinkedList, SearchHoldsTheLockAcrossTheWalk) {
+  const auto is_last = [](list_link_type* element, const void* param) {
+    auto* const searched = static_cast<list_type*>(const_cast<void*>(param));
+    EXPECT_TRUE(shut_to_others(searched->lock));
+    return static_cast<int>(element->next == nullptr);
+  };
+  EXPECT_EQ(&d, list_linear_search(&list, is_last, &list));
+  EXPECT_FALSE(shut_to_others(list.lock));
+}
+
+TEST_F(LinkedList, MergeAppendsAndEmptiesTheSource) {
+  append(other, {&x, &y});
+  list_merge(&list, &other);
+  expect_sound(list, {&a, &b, &c, &d, &x, &y});
+  expect_sound(other, {});
+}
+
+TEST_F(LinkedList, MergeIntoAnEmptyListMovesAll) {
+  list_merge(&other, &list);
+  expect_sound(other, {&a, &b, &c, &d});
+  expect_sound(list, {});
+}
+
+TEST_F(LinkedList, MergeOfTwoEmptyListsLeavesThemEmpty) {
+  list_type third = {};
+  list_merge(&other, &third);
+  expect_sound(other, {});
+  expect_sound(third, {});
+  list_destroy(&third);
+}
+
+TEST_F(LinkedList, SplitMovesTheElementAndAllBehindIt) {
+  list_split(&list, &c, &other);
+  expect_sound(list, {&a, &b});
+  expect_sound(other, {&c, &d});
+}
+
+TEST_F(LinkedList, SplitAtTheBackMovesOneElement) {
+  list_split(&list, &d, &other);
+  expect_sound(list, {&a, &b, &c});
+  expect_sound(other, {&d});
+}
+
+TEST_F(LinkedList, SplitBehindTheFrontKeepsOneElement) {
+  list_split(&list, &b, &other);
+  expect_sound(list, {&a});
+  expect_sound(other, {&b, &c, &d});
+}
+
+TEST_F(LinkedList, SplitAtTheFrontMovesAll) {
+  list_split(&list, &a, &other);
+  expect_sound(list, {});
+  expect_sound(other, {&a, &b, &c, &d});
+}
+
+TEST_F(LinkedList, SplitOverwritesWhatTheDestinationHeld) {
+  append(other, {&x, &y});
+  list_split(&list, &c, &other);
+  expect_sound(list, {&a, &b});
+  expect_sound(other, {&c, &d});
+  EXPECT_EQ(&y, x.next);
+}
+
+TEST_F(LinkedList, EveryOperationWaitsForTheLock) {
+  list_type third = {};
+  const std::vector<std::function<void()>> operations = {
+      [&] { list_push_front(&list, &x); },
+      [&] { list_push_back(&list, &y); },
+      [&] { list_peek_front(&list); },
+      [&] { list_peek_back(&list); },
+      [&] { list_peek_next(&list, &a); },
+      [&] { list_peek_prev(&list, &b); },
+      [&] { list_size(&list); },
+      [&] { list_pop_item(&list, &b); },
+      [&] { list_push_before(&list, &b, &c); },
+      [&] { list_pop_item(&list, &b); },
+      [&] { list_push_after(&list, &b, &c); },
+      [&] { list_pop_front(&list); },
+      [&] { list_pop_back(&list); },
+      [&] {
+        list_linear_search(
+            &list, [](list_link_type*, const void*) { return 1; }, nullptr);
+      },
+      [&] { list_merge(&third, &list); },
+      [&] { list_split(&third, list_peek_front(&third), &list); },
+      [&] { list_split(&list, list_peek_front(&list), &other); },
+      [&] { list_merge(&list, &other); },
+  };
+  for (std::size_t i = 0; i < operations.size(); ++i) {
+    EXPECT_TRUE(waits_for_lock(list.lock, operations[i])) << "operation " << i;
+  }
+  expect_sound(list, {&a, &c, &b, &d});
+  list_destroy(&third);
+}
+
+TEST_F(LinkedList, MergeTakesTheDestinationFirst) {
+  list_init(&other);
+  const bool waited = waits_for_lock(
+      list.lock, [&] { list_merge(&list, &other); }, [&] { EXPECT_FALSE(shut_to_others(other.lock)); });
+  EXPECT_TRUE(waited);
+  EXPECT_TRUE(waits_for_lock(
+      other.lock, [&] { list_merge(&list, &other); }, [&] { EXPECT_TRUE(shut_to_others(list.lock)); }));
+}
+
+TEST_F(LinkedList, SplitTakesTheSourceFirst) {
+  list_init(&other);
+  const bool waited = waits_for_lock(
+      list.lock, [&] { list_split(&list, &c, &other); }, [&] { EXPECT_FALSE(shut_to_others(other.lock)); });
+  EXPECT_TRUE(waited);
+  EXPECT_TRUE(waits_for_lock(
+      other.lock, [&] { list_split(&list, &b, &other); }, [&] { EXPECT_TRUE(shut_to_others(list.lock)); }));
+}
+
+struct NullCall {
+  const char* name;
+  std::function<bool()> is_neutral;
+};
+
+TEST_F(LinkedList, NullArgumentsAreAnsweredNeutrallyInSilence) {
+  list_type* const no_list = nullptr;
+  list_link_type* const no_link = nullptr;
+  append(other, {&y});
+  const std::vector<NullCall> calls = {
+      {"init", [=] { return list_init(no_list), true; }},
+      {"destroy", [=] { return list_destroy(no_list), true; }},
+      {"push_front list", [=, this] { return list_push_front(no_list, &x), true; }},
+      {"push_front item", [=, this] { return list_push_front(&list, no_link), true; }},
+      {"push_back list", [=, this] { return list_push_back(no_list, &x), true; }},
+      {"push_back item", [=, this] { return list_push_back(&list, no_link), true; }},
+      {"pop_front", [=] { return list_pop_front(no_list) == nullptr; }},
+      {"pop_back", [=] { return list_pop_back(no_list) == nullptr; }},
+      {"size", [=] { return list_size(no_list) == 0; }},
+      {"peek_front", [=] { return list_peek_front(no_list) == nullptr; }},
+      {"peek_back", [=] { return list_peek_back(no_list) == nullptr; }},
+      {"peek_next list", [=, this] { return list_peek_next(no_list, &a) == nullptr; }},
+      {"peek_next item", [=, this] { return list_peek_next(&list, no_link) == nullptr; }},
+      {"peek_prev list", [=, this] { return list_peek_prev(no_list, &b) == nullptr; }},
+      {"peek_prev item", [=, this] { return list_peek_prev(&list, no_link) == nullptr; }},
+      {"push_before list", [=, this] { return list_push_before(no_list, &x, &b), true; }},
+      {"push_before item", [=, this] { return list_push_before(&list, no_link, &b), true; }},
+      {"push_before before", [=, this] { return list_push_before(&list, &x, no_link), true; }},
+      {"push_after list", [=, this] { return list_push_after(no_list, &x, &b), true; }},
+      {"push_after item", [=, this] { return list_push_after(&list, no_link, &b), true; }},
+      {"push_after after", [=, this] { return list_push_after(&list, &x, no_link), true; }},
+      {"pop_item list", [=, this] { return list_pop_item(no_list, &a), true; }},
+      {"pop_item item", [=, this] { return list_pop_item(&list, no_link), true; }},
+      {"search list", [=] { return list_linear_search(no_list, is_wanted, nullptr) == nullptr; }},
+      {"search compare", [=, this] { return list_linear_search(&list, nullptr, nullptr) == nullptr; }},
+      {"merge dst", [=, this] { return list_merge(no_list, &other), true; }},
+      {"merge src", [=, this] { return list_merge(&list, no_list), true; }},
+      {"split list", [=, this] { return list_split(no_list, &b, &other), true; }},
+      {"split item", [=, this] { return list_split(&list, no_link, &other), true; }},
+      {"split dst", [=, this] { return list_split(&list, &b, no_list), true; }},
+  };
+  LogCapture log;
+  for (const NullCall& call : calls) {
+    StdoutCapture output;
+    errno = EXDEV;
+    const bool neutral = call.is_neutral();
+    EXPECT_EQ(EXDEV, errno) << call.name;
+    EXPECT_EQ("", output.take()) << call.name;
+    EXPECT_TRUE(neutral) << call.name;
+    EXPECT_FALSE(shut_to_others(list.lock)) << call.name;
+    EXPECT_FALSE(shut_to_others(other.lock)) << call.name;
+  }
+  EXPECT_TRUE(log.lines().empty()) << log.dump();
+  expect_sound(list, {&a, &b, &c, &d});
+  expect_sound(other, {&y});
+  EXPECT_EQ(nullptr, x.next);
+}
+
+}  // namespace
