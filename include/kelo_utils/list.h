@@ -14,7 +14,7 @@
  *
  * Conventions of all functions here:
  * - A header that is filled with zeros is an empty list: its first use initialises it, and threads may race
- * to be the first. Memory of other content must be initialised by the function for that.
+ *   to be the first. Memory of other content must be initialised by the function for that.
  * - A null list, link or callback, where none is said to be allowed, answers null, 0 or nothing, and nothing
  *   is changed.
  * - A link is in at most one list at a time, and only once. A link that is taken out keeps its pointers.
