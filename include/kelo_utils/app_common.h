@@ -47,10 +47,10 @@ KELO_BEGIN_DECLS
  * @param command  the command with its AT, of any length that a datagram holds (65506 characters), with or
  *                 without its line end. Null is logged as the error "kelo_util_send_at param NULL" and fails.
  * @return the reply without the echo, NUL-terminated, in a buffer of ::KELO_AT_REPLY_SIZE bytes that the
- *         caller frees with free(). Never null. A call that fails, or whose reply does not end in
- *         time, returns "\r\nERROR\r\n", and a modem may send just that itself. Behind its terminator the
- * buffer of such a call may hold more of what arrived. Memory that runs out is fatal: the source path and
- * line are printed on standard output and the process aborts.
+ *         caller frees with free(). Never null. A call that fails, or whose reply does not end in time,
+ *         returns "\r\nERROR\r\n", and a modem may send just that itself. Behind its terminator the buffer of
+ *         such a call may hold more of what arrived. Memory that runs out is fatal: the source path and line
+ *         are printed on standard output and the process aborts.
  */
 KELO_API char* kelo_util_send_at(const char* command);
 
@@ -234,7 +234,7 @@ enum kelo_unicode_mode {
  *                      80 to ED BF BF, so that UCS-2 text survives; strict refuses it.
  * @retval 0  ::KELO_UNICODE_COMPLETE.
  * @retval 1  ::KELO_UNICODE_SOURCE_EXHAUSTED: the source ends behind a high surrogate, in lenient mode too,
- * or in the middle of a unit.
+ *            or in the middle of a unit.
  * @retval 2  ::KELO_UNICODE_TARGET_EXHAUSTED.
  * @retval 3  ::KELO_UNICODE_SOURCE_ILLEGAL: an unpaired surrogate in strict mode, or a null pointer.
  */
@@ -265,9 +265,10 @@ KELO_API int kelo_util_ConvertUTF16toUTF8(const uint16_t** source_start, const u
  *                      when `target_end` is.
  * @param target_end    end of the target, to which nothing is written; of half a unit before it neither.
  * @param flags         a ::kelo_unicode_mode. Both refuse a first byte of 80 to C1 or of F8 to FF, a
- * following byte outside 80 to BF, and a character in a longer form than it needs. Strict also refuses
- * surrogates (ED A0 80 to ED BF BF) and values above U+10FFFF (F4 90 80 80 to F7 BF BF BF). Lenient converts
- * a surrogate to the unit that it is, and a value above U+10FFFF to U+FFFD.
+ *                      following byte outside 80 to BF, and a character in a longer form than it needs.
+ *                      Strict also refuses surrogates (ED A0 80 to ED BF BF) and values above U+10FFFF (F4 90
+ *                      80 80 to F7 BF BF BF). Lenient converts a surrogate to the unit that it is, and a
+ *                      value above U+10FFFF to U+FFFD.
  * @retval 0  ::KELO_UNICODE_COMPLETE.
  * @retval 1  ::KELO_UNICODE_SOURCE_EXHAUSTED: the source ends within a sequence.
  * @retval 2  ::KELO_UNICODE_TARGET_EXHAUSTED.
@@ -307,11 +308,11 @@ KELO_API int kelo_util_convert_ucs2_to_utf8(const uint8_t* ucs2, size_t byte_len
  *
  * Each of these ends the conversion, is logged as an error, and leaves what was converted before it:
  * - an ill-formed sequence, a surrogate or one cut off by the end of the text: "Error in converting utf8
- * string to ucs2";
+ *   string to ucs2";
  * - a character that does not fit: "String has been truncated. Buffer size of <out_size> not large enough".
  *
  * @param utf8      UTF-8 text. Null logs the error "Invalid parameters. utf8str: <utf8>, ucs2str:
- * <ucs2_out>", and nothing is written.
+ *                  <ucs2_out>", and nothing is written.
  * @param len       its length in bytes; 0 gives an empty text and is no error.
  * @param ucs2_out  buffer of `out_size` bytes at any address, for units in the machine's byte order. Null as
  *                  for `utf8`.
@@ -337,8 +338,8 @@ KELO_API int kelo_util_convert_utf8_to_ucs2(const char* utf8, size_t len, uint8_
  * @param len       its length in bytes.
  * @param out       buffer of `out_size` bytes; terminated unless the call is refused.
  * @param out_size  size of the buffer in bytes. Below twice `len` the call is refused, whatever the text,
- * with the error "the utf8 str buffer length is not enough", and nothing is written. Of a buffer above
- * INT_MAX bytes no more than INT_MAX are used.
+ *                  with the error "the utf8 str buffer length is not enough", and nothing is written. Of a
+ *                  buffer above INT_MAX bytes no more than INT_MAX are used.
  * @return bytes of UTF-8 in `out`, terminator not counted; 0 when the call is refused.
  */
 KELO_API int kelo_util_ss_ascii_to_utf8(const char* text, size_t len, char* out, size_t out_size);

@@ -185,8 +185,8 @@ KELO_API int kelo_hex_BinaryToString(const uint8_t* bytes, uint32_t count, char*
  * @param size    size of `bytes`: `length` / 2 are needed.
  * @return number of bytes written, `length` / 2; 0 for no digits.
  * @retval -1     refused, and logged at the debug level: an odd `length`, a `bytes` that is too small (in
- * both cases `bytes` is as it was), or a character that is no digit (the bytes before its pair are written);
- * a null pointer, logged as an error.
+ *                both cases `bytes` is as it was), or a character that is no digit (the bytes before its pair
+ *                are written); a null pointer, logged as an error.
  */
 KELO_API int kelo_hex_StringToBinary(const char* text, uint32_t length, uint8_t* bytes, uint32_t size);
 
@@ -382,7 +382,7 @@ KELO_API int kelo_popen_call(const char* command, char* result, int32_t size);
  *                 ends behind the first line; with 0 or less `result` is left alone.
  * @retval 0   the command ran. Its exit status is not examined.
  * @retval -1  null command or result, no memory, descriptor or process to be had; the second is not waited
- * for then.
+ *             for then.
  */
 KELO_API int kelo_popen_call_ex(const char* command, char* result, int32_t size);
 

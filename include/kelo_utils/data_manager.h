@@ -224,7 +224,7 @@ KELO_API int kelo_dm_def_items_read(kelo_dm_handle* handle, int32_t id, kelo_dm_
  * @param node        link of a ::kelo_dm_item_node.
  * @param id_pointer  address of the wanted id, an int32_t.
  * @return 1 when the node's item has that id; 0 otherwise, and when an argument (logged) or the node's item
- * is null.
+ *         is null.
  */
 KELO_API int kelo_dm_compare_id(q_link_type* node, const void* id_pointer);
 /** @} */
@@ -305,7 +305,7 @@ KELO_API int32_t kelo_dm_read_db(kelo_dm_handle* handle, int32_t id, void* buf, 
  * @param size    1 or more. The SQLite back-end refuses a buffer shorter than the value.
  * @retval 0      read.
  * @retval 3      null argument or `size` below 1 (logged with the name "oem_dm_read"), unknown id, cleaning
- * in progress, or the storage could not read the value.
+ *                in progress, or the storage could not read the value.
  */
 KELO_API int32_t kelo_dm_read_from_dbconfigfile(kelo_dm_handle* handle, int32_t id, void* buf, int32_t size);
 
@@ -444,7 +444,7 @@ KELO_API int32_t kelo_dm_Crc32Calc(const void* data, uint16_t bit_count, uint32_
  * @param id           any number.
  * @param data         `*len_pointer` bytes, copied.
  * @param len_pointer  length in bytes, 0 or more. A null argument or a negative length is logged and nothing
- * stored.
+ *                     stored.
  */
 KELO_API void kelo_dm_wr_to_mem(int32_t id, const void* data, const int32_t* len_pointer);
 
@@ -453,7 +453,7 @@ KELO_API void kelo_dm_wr_to_mem(int32_t id, const void* data, const int32_t* len
  * @param id           any number.
  * @param buf          receives at most `*len_pointer` bytes; untouched when there is no such item.
  * @param len_pointer  in: room in `buf` in bytes. Out: the bytes copied, which is the value's length, or the
- * room when the value is longer; -1 when there is no such item (logged).
+ *                     room when the value is longer; -1 when there is no such item (logged).
  */
 KELO_API void kelo_dm_rd_from_mem(int32_t id, void* buf, int32_t* len_pointer);
 /** @} */
@@ -482,7 +482,7 @@ KELO_API int dm_pal_check_db_health(void);
  * Tells the storage back-end where to keep its files; to be called before the first kelo_dm_reg(). Hands its
  * arguments, null ones too, to dm_pal_reg_store_area().
  * @param primary_dir  directory, ending in "/", of the primary files; what null means is the back-end's
- * choice.
+ *                     choice.
  * @param backup_dir   directory, ending in "/", of the backup; likewise.
  * @return the hook's result.
  */

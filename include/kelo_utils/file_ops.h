@@ -131,7 +131,7 @@ enum {
  * @retval 0   the driver returned 0.
  * @retval ::KELO_FILE_NOT_OPENED  logged as "open <path> failed."
  * @retval -1  the driver returned anything else: logged as "ioctl cmd <request> failed.", with the number as
- * a signed long.
+ *             a signed long.
  */
 KELO_API int kelo_ioctl_file(const char* path, unsigned long request, void* argument);
 
@@ -144,7 +144,7 @@ KELO_API int kelo_ioctl_file(const char* path, unsigned long request, void* argu
  *                the debug message "input error.".
  * @return the driver's result, 0 for success; another one is logged as "ioctl cmd fail.".
  * @retval -1  also when the node cannot be opened, the debug message "open /dev/kelo_irig_b_config fail.",
- * and for a null `config`.
+ *             and for a null `config`.
  */
 KELO_API int kelo_irig_b_ioctl(const void* config);
 
@@ -171,7 +171,7 @@ KELO_API int get_flash_type(void);
  *
  * @param path  path of at most 511 bytes in UTF-8, absolute or relative, with or without one "/" at its end.
  *              A longer one, or one whose last character is cut off, is logged as "Directory path
- * overflowed." and nothing is made.
+ *              overflowed." and nothing is made.
  * @param mode  permissions of each directory that is made, less those that the process's umask takes away.
  *              Without the owner's right to write and search only the first can be made.
  * @retval 0   every directory is there.

@@ -227,7 +227,7 @@ KELO_API q_link_type* q_linear_search(q_type* q, q_compare_fn compare, const voi
  * - A removed tail stays the queue's tail, unless exactly one element is left: then the tail is that element.
  *   A q_put() to a queue with a stale tail writes into the removed link and the element put is not reachable
  *   from the head. So a removed link has to stay alive, unless it was the head, until the queue has run
- * empty.
+ *   empty.
  *
  * @param q        the queue.
  * @param compare  the comparison, which must not change the queue; null returns at once, `q` unseen.

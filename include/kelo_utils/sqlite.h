@@ -1,7 +1,7 @@
 /**
  * @file sqlite.h
  * @brief The SQLite back-end of the data manager: journalled writes, verified reads, repair, clean and
- * export.
+ *        export.
  *
  * A daemon seldom calls these functions itself: it links the target `kelo::utils_sqlite`, whose hooks hand
  * them to every handle of kelo_dm_reg(). They are exported for maintenance tools and for daemons with hooks
@@ -75,7 +75,8 @@ extern KELO_API char
  * To be called before sqlite_reg(). The other path arrays stay as they are.
  *
  * @param primary_dir  directory of at most 50 characters with its final "/" (none is added); null leaves the
- * primary and the journal where they are. A longer one changes nothing, the backup path included.
+ *                     primary and the journal where they are. A longer one changes nothing, the backup path
+ *                     included.
  * @param backup_dir   likewise for the backup; null or a longer one leaves the backup where it is.
  */
 KELO_API void sqlite_reg_store_area(const char* primary_dir, const char* backup_dir);
@@ -151,9 +152,10 @@ KELO_API int dm_write_state_db(const char* table, uint32_t id, const char* key, 
  * @param command   handed to the shell as it stands.
  * @param out       receives the output, not terminated; null: nothing is read.
  * @param out_size  bytes of room in `out`. Once that many were read (at once for null) the pipe is closed: a
- * command that writes more may be ended by SIGPIPE before its work is done. Redirect what is not wanted.
+ *                  command that writes more may be ended by SIGPIPE before its work is done. Redirect what is
+ *                  not wanted.
  * @return 0 once the command ran, whatever its exit status; -1 for a null command or when it could not be
- * started.
+ *         started.
  */
 KELO_API int dm_sqlite_system_cmd(const char* command, char* out, unsigned int out_size);
 /** @} */
@@ -177,10 +179,10 @@ KELO_API int dm_pal_read_by_key(const char* table, const char* key, void* buf, i
  * 65536): damage behind them goes unnoticed.
  *
  * @param buf  receives at most `len` bytes; may have been written to even when the result is a failure. A
- * buffer shorter than the value fails with -102, because the checksum is taken over what was read; only a
- * value whose covered bits are all zero passes and is cut.
+ *             buffer shorter than the value fails with -102, because the checksum is taken over what was
+ *             read; only a value whose covered bits are all zero passes and is cut.
  * @return the number of bytes read (1 or more), or a code of ::dm_sqlite_result. Failures are final: the
- * default is not consulted.
+ *         default is not consulted.
  */
 KELO_API int dm_pal_read(const char* table, const char* key, void* buf, int len);
 
@@ -261,7 +263,8 @@ KELO_API int dm_sqlite_check_database(void);
  * The first call of the process also stores the version record and returns the result of that.
  *
  * @param value  types 1 to 4: `len` bytes. Type 5: the text, or the address of the descriptor's own
- * `def_value`, which then holds the text's address. Type 6: the address of a pointer to `len` bytes.
+ *               `def_value`, which then holds the text's address. Type 6: the address of a pointer to `len`
+ *               bytes.
  * @return 0 on success; -1 for a null descriptor, another type or a null value; -101.
  */
 KELO_API int dm_sqlite_def_db_const(uint32_t id, kelo_dm_item_desc* item, const void* value, int len);
@@ -269,7 +272,7 @@ KELO_API int dm_sqlite_def_db_const(uint32_t id, kelo_dm_item_desc* item, const 
 /**
  * Writes one row into the defaults database.
  * @return 0 once the table is there (a failure to store the row itself is only logged); -1 for a negative
- * length, a null argument or a table that could not be created; -101.
+ *         length, a null argument or a table that could not be created; -101.
  */
 KELO_API int dm_write_def_db(const char* table, const char* key, uint32_t type, const void* value, int len);
 
@@ -296,7 +299,7 @@ KELO_API void sqlite_chk_db_ver_match(int* matched);
  * Deletes the configuration, backup and journal databases, in this order, stopping at the first that cannot
  * be deleted (a missing file included). The defaults database stays.
  * @param backup  null: just delete. Otherwise (the text itself is not used) first keep a dated copy of the
- * primary under "/mnt/vendor/nvdata/", of which at most three are kept.
+ *                primary under "/mnt/vendor/nvdata/", of which at most three are kept.
  * @return 0 on success, -1 on the first failing step.
  */
 KELO_API int dm_sqlite_clean(const char* backup);

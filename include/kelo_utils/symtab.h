@@ -68,7 +68,7 @@ KELO_API value_t valueSymbol(void* pointer);
  * @param text   NUL-terminated text; with a copy, null stands for the empty text; without one it is held as
  *               null.
  * @param flags  bit 0 (::VALUE_FLAG_COPY) set: the cell owns a copy from the heap and `allocated` is 1;
- * clear: the cell holds `text` itself, which must outlive it. Other bits are ignored.
+ *               clear: the cell holds `text` itself, which must outlive it. Other bits are ignored.
  * @return the cell. When memory for the copy runs out its string is null; `valid` and `allocated` are 1 all
  *         the same.
  */

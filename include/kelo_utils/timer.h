@@ -25,11 +25,11 @@
  * - The worker's stack is 32 KiB, with what the program's thread-local variables take on top.
  * - The service takes SIGUSR1 for the whole process: a daemon must not handle, ignore or send it for ends of
  *   its own. It may block it. Expiries interrupt no thread of the daemon, but they do interrupt a callback
- * that blocks (EINTR). One that another process sends is ignored.
+ *   that blocks (EINTR). One that another process sends is ignored.
  * - The record belongs to the caller and must stay where it is until its timer is deleted and no expiry waits
  *   for its callback any more. A one-shot timer's callback that deletes it may free the record. With a
- * periodic one an expiry may have come while its callback ran, which is then called once more after the
- * delete.
+ *   periodic one an expiry may have come while its callback ran, which is then called once more after the
+ *   delete.
  * - One timer is driven by one thread at a time, its callback included; different timers are independent.
  * - A child made by fork() inherits neither the timers nor the worker. It calls kelo_timer_init() anew before
  *   it uses timers, with records whose `state` it sets to 0.
@@ -71,14 +71,13 @@ typedef struct kelo_timer_span {
 typedef struct kelo_timer_callback {
   /** Runs on the worker thread; must not be null. A record whose handler was set to null since is handed to
       free() by the next expiry and its timer deleted, which is logged as an error; when it was waiting for
-     its callback by then, that is logged and nothing else happens. */
+      its callback by then, that is logged and nothing else happens. */
   void (*handler)(void* arg);
   /** Handed to `handler` as it is. */
   void* arg;
 } kelo_timer_callback;
 
-/** A timer. The caller fills in `value`, `interval` and `cb`, and sets `state` to 0 before the first create.
- */
+/** A timer. The caller fills in `value`, `interval` and `cb`, and sets `state` to 0 before the first create. */
 typedef struct kelo_timer_info {
   /** First expiry, counted from the call that starts the timer; 0 leaves it unarmed. Filled with the time
       that is left by kelo_timer_gettime(). */
@@ -111,7 +110,7 @@ KELO_API void kelo_timer_init(void);
 /**
  * Creates the timer of a record: state 0 becomes 1. `value` and `interval` are not looked at.
  * @param info  record with `cb.handler` set and `state` 0. The magic is written before the state is looked
- * at; without a handler nothing is written.
+ *              at; without a handler nothing is written.
  * @return 0; -1, logged as an error, for a null record, a null handler, another state or a timer that the
  *         system refuses (it sets a limit to the signals a user may have queued, one for each timer).
  */
