@@ -33,9 +33,8 @@ namespace sql {
 
 // Rows of items: id, key, type, len, crc, value.
 inline constexpr char kCreateItems[] =
-    "create table if not exists %s (id integer not null,key text not null,type integer not null,len integer "
-    "not "
-    "null,crc integer not null,value blob)";
+    "create table if not exists %s (id integer not null,key text not null,type integer not null,"
+    "len integer not null,crc integer not null,value blob)";
 inline constexpr char kUpdateItem[] = "update %s set id=%d, type=%d, len=%d, crc=%d,value=:1 where key='%s'";
 inline constexpr char kInsertItem[] =
     "insert into %s (id, key, type, len, crc, value) values(%d, '%s',%d, %d, %d, ?)";
@@ -52,9 +51,8 @@ inline constexpr char kSelectDefault[] = "select value,type from %s where key='%
 inline constexpr char kJournalTable[] = "state";
 inline constexpr char kJournalKey[] = "write_state";
 inline constexpr char kCreateJournal[] =
-    "create table if not exists %s (key text not null,item_table text not null,id integer not null,item_key "
-    "text "
-    "not null,type integer,len integer,state integer)";
+    "create table if not exists %s (key text not null,item_table text not null,id integer not null,"
+    "item_key text not null,type integer,len integer,state integer)";
 inline constexpr char kUpdateJournal[] =
     "update %s set item_table='%s',id=%d,item_key='%s',type=%d,len=%d,state=%d where key='%s'";
 inline constexpr char kInsertJournal[] =
