@@ -308,11 +308,10 @@ struct Line {
 
 void print_heading() {
   std::printf(
-      "                                      |  read before the write  |    write    |   written item    |   "
-      "other items afterwards\n"
-      "damage         files    recovery cases |   last older  alt. fails | done  refus |   new   old fails | "
-      "  "
-      "last older  alt. fails\n");
+      "                                      |  read before the write  |    write    |   written item    "
+      "|   other items afterwards\n"
+      "damage         files    recovery cases |   last older  alt. fails | done  refus |   new   old fails "
+      "|   last older  alt. fails\n");
 }
 
 std::set<std::string> names_in(const char* folder) {

@@ -101,9 +101,8 @@ TEST_F(ItemWrite, FirstWriteMakesThreeFiles) {
   EXPECT_EQ(read_file(DB_CONFIG), read_file(DB_CONFIGBAK));
   EXPECT_EQ((JournalRow{"write_state", "net", 7, "ssid", 5, 4, 102}), journal_row(DB_STATE));
   EXPECT_EQ(
-      "CREATE TABLE net (id integer not null,key text not null,type integer not null,len integer not "
-      "null,crc "
-      "integer not null,value blob)",
+      "CREATE TABLE net (id integer not null,key text not null,type integer not null,len integer not null,"
+      "crc integer not null,value blob)",
       kelo::tests::table_schema(DB_CONFIG, "net"));
 }
 
