@@ -203,6 +203,195 @@ KELO_API void list_merge(list_type* dst, list_type* src);
  */
 KELO_API void list_split(list_type* list, list_link_type* item, list_type* dst);
 
+/**
+ * @name Ordered list
+ * A doubly linked list that is kept sorted by a weight in each link. Its order is the bitwise OR of a direction
+ * and a placement, chosen when it is initialised; a header whose first use initialises it is ascending, with a
+ * new element in front of its equals.
+ *
+ *     static ordered_list_type due;
+ *     ordered_list_init(&due, ORDERED_LIST_ASCENDING, ORDERED_LIST_BEHIND_EQUALS);
+ *     ordered_list_push(&due, &job.link, deadline);
+ * @{
+ */
+enum {
+  /** Direction: weights rise from front to back. */
+  ORDERED_LIST_ASCENDING = 1,
+  /** Direction: weights fall from front to back. */
+  ORDERED_LIST_DESCENDING = 2,
+  /** Placement: a new element goes in front of those of equal weight (last in, first out). */
+  ORDERED_LIST_BEFORE_EQUALS = 0x1000,
+  /** Placement: a new element goes behind those of equal weight (first in, first out). */
+  ORDERED_LIST_BEHIND_EQUALS = 0x2000
+};
+
+/** The first field of a record that is put in an ordered list. */
+typedef struct ordered_list_link {
+  /** Next link; null after the last. Stale once the link was taken out. */
+  struct ordered_list_link* next;
+  /** Previous link; null before the first. Stale once the link was taken out. */
+  struct ordered_list_link* prev;
+  /** What the list is sorted by; set by ordered_list_push(). Changing it later does not move the element. */
+  uint32_t weight;
+} ordered_list_link_type;
+
+/** An ordered list. Its fields may be read while its lock is held; only the functions below change them. */
+typedef struct ordered_list_header {
+  /** First link; null when empty. */
+  ordered_list_link_type* front;
+  /** Last link; null when empty. */
+  ordered_list_link_type* back;
+  /** Number of elements. */
+  uint32_t size;
+  /** Direction and placement. */
+  int32_t order;
+  /** 1 once initialised. */
+  int32_t initialised;
+  /** Guards `front`, `back`, `size` and the links of all elements. */
+  pthread_mutex_t lock;
+} ordered_list_type;
+
+/** Tells whether `element` is the wanted one: non-zero for yes. Runs with the list's lock held. */
+typedef int (*ordered_list_compare_fn)(ordered_list_link_type* element, const void* param);
+
+/**
+ * Makes `list` an empty list of the given order and creates its lock. Needed where the memory is not zeroed
+ * and where the order is not ascending with new elements before their equals.
+ * @param list       memory of any content; a list that is in use must be destroyed first.
+ * @param direction  ::ORDERED_LIST_ASCENDING or ::ORDERED_LIST_DESCENDING.
+ * @param placement  ::ORDERED_LIST_BEFORE_EQUALS or ::ORDERED_LIST_BEHIND_EQUALS.
+ *                   Other values are stored as they are: such a list works, but takes no element.
+ */
+KELO_API void ordered_list_init(ordered_list_type* list, int32_t direction, int32_t placement);
+
+/**
+ * Ends the use of `list`: destroys its lock and zeroes `front`, `size` and `initialised`; `back` and `order`
+ * and the elements are left as they are. No other thread may use the list any more; a later use initialises
+ * it anew, ascending with new elements before their equals.
+ * @param list  a list; a header that was never used is zeroed only.
+ */
+KELO_API void ordered_list_destroy(ordered_list_type* list);
+
+/**
+ * Puts `item` at its sorted place. Constant time at the back, else time grows with the number of elements in
+ * front of the place.
+ * @param list    the list. One whose order is none of the four takes no element, silently.
+ * @param item    a link that is in no list; receives `weight` even when the list does not take it.
+ * @param weight  any value.
+ */
+KELO_API void ordered_list_push(ordered_list_type* list, ordered_list_link_type* item, uint32_t weight);
+
+/**
+ * Inserts `item` immediately after `after`, whatever its weight, which stays as the caller set it. Constant
+ * time. DOES NOT TAKE THE LOCK and does not initialise the list: the caller holds the lock, or has the list
+ * for itself.
+ * @param list   the list that holds `after`. Where the neighbours of `after` tell that it is in none, nothing
+ *               changes.
+ * @param item   a link that is in no list.
+ * @param after  a link in `list`.
+ */
+KELO_API void ordered_list_push_after(ordered_list_type* list, ordered_list_link_type* item,
+                                      ordered_list_link_type* after);
+
+/**
+ * Inserts `item` immediately before `before`, otherwise like ordered_list_push_after().
+ * @param list    the list that holds `before`.
+ * @param item    a link that is in no list.
+ * @param before  a link in `list`.
+ */
+KELO_API void ordered_list_push_before(ordered_list_type* list, ordered_list_link_type* item,
+                                       ordered_list_link_type* before);
+
+/**
+ * Takes the front element out. Its pointers stay as they were. Constant time.
+ * @param list  the list.
+ * @return the link; null when the list is empty.
+ */
+KELO_API ordered_list_link_type* ordered_list_pop_front(ordered_list_type* list);
+
+/**
+ * Takes the back element out. Its pointers stay as they were. Constant time.
+ * @param list  the list.
+ * @return the link; null when the list is empty.
+ */
+KELO_API ordered_list_link_type* ordered_list_pop_back(ordered_list_type* list);
+
+/**
+ * Returns the number of elements.
+ * @param list  the list.
+ */
+KELO_API uint32_t ordered_list_size(ordered_list_type* list);
+
+/**
+ * Returns the front element, which stays.
+ * @param list  the list.
+ * @return the link; null when the list is empty.
+ */
+KELO_API ordered_list_link_type* ordered_list_peek_front(ordered_list_type* list);
+
+/**
+ * Returns the back element, which stays.
+ * @param list  the list.
+ * @return the link; null when the list is empty.
+ */
+KELO_API ordered_list_link_type* ordered_list_peek_back(ordered_list_type* list);
+
+/**
+ * Returns the element after `item`. As with list_peek_next(), a walk takes the lock for each step.
+ * @param list  the list that holds `item`. Whether it really does is not checked.
+ * @param item  a link in `list`.
+ * @return the link; null at the end.
+ */
+KELO_API ordered_list_link_type* ordered_list_peek_next(ordered_list_type* list,
+                                                        const ordered_list_link_type* item);
+
+/**
+ * Returns the element before `item`. Constant time.
+ * @param list  the list that holds `item`. Whether it really does is not checked.
+ * @param item  a link in `list`.
+ * @return the link; null at the front.
+ */
+KELO_API ordered_list_link_type* ordered_list_peek_prev(ordered_list_type* list,
+                                                        const ordered_list_link_type* item);
+
+/**
+ * Takes `item` out, wherever it stands. Its pointers stay as they were. Constant time.
+ * @param list  the list that holds `item`. Where the neighbours of `item` tell that it is in none, nothing
+ *              changes; an element of another list must not be given.
+ * @param item  a link in `list`.
+ */
+KELO_API void ordered_list_pop_item(ordered_list_type* list, ordered_list_link_type* item);
+
+/**
+ * Finds the first element, from the front, for which `compare(element, param)` is non-zero. The lock is held
+ * across the whole walk.
+ * @param list     the list.
+ * @param compare  the comparison, which must not use the list; null finds nothing.
+ * @param param    handed to `compare` as it is; may be null.
+ * @return the link found, still in the list; null for none.
+ */
+KELO_API ordered_list_link_type* ordered_list_linear_search(ordered_list_type* list,
+                                                            ordered_list_compare_fn compare,
+                                                            const void* param);
+
+/**
+ * Moves `item` and every element after it, in their order, into `dst`; what stood before `item` stays. Time
+ * grows with the number of elements that stay.
+ *
+ * What `dst` held before is overwritten: those elements are in no list any more. `dst` keeps an order of its
+ * own: where it differs from that of `list`, later elements find their place among elements that are not
+ * sorted by it.
+ *
+ * Takes the locks as list_split() does, with the same caution. Splitting a list into itself changes nothing.
+ *
+ * @param list  the list to cut.
+ * @param item  a link in `list`; the front moves everything. Where it is not in `list`, nothing changes.
+ * @param dst   the list that receives the rest.
+ */
+KELO_API void ordered_list_split(ordered_list_type* list, ordered_list_link_type* item,
+                                 ordered_list_type* dst);
+/** @} */
+
 KELO_END_DECLS
 
 #endif /* KELO_UTILS_LIST_H */

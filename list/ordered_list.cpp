@@ -1,0 +1,191 @@
+#include <pthread.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+#include "base/lock.hpp"
+#include "kelo_utils/list.h"
+#include "list/list_core.hpp"
+
+static_assert(sizeof(void*) != 4 ||
+              (offsetof(ordered_list_link_type, next) == 0 && offsetof(ordered_list_link_type, prev) == 4 &&
+               offsetof(ordered_list_link_type, weight) == 8 && sizeof(ordered_list_link_type) == 12));
+static_assert(sizeof(void*) != 4 ||
+              (offsetof(ordered_list_type, front) == 0 && offsetof(ordered_list_type, back) == 4 &&
+               offsetof(ordered_list_type, size) == 8 && offsetof(ordered_list_type, order) == 12 &&
+               offsetof(ordered_list_type, initialised) == 16 && offsetof(ordered_list_type, lock) == 20 &&
+               sizeof(ordered_list_type) == 20 + sizeof(pthread_mutex_t)));
+
+namespace {
+
+using kelo::base::LockGuard;
+using kelo::list::all_present;
+
+using Link = ordered_list_link_type;
+
+void make_ready(ordered_list_type& list) {
+  kelo::list::make_ready(list, [](ordered_list_type& unused) {
+    ordered_list_init(&unused, ORDERED_LIST_ASCENDING, ORDERED_LIST_BEFORE_EQUALS);
+  });
+}
+
+LockGuard lock_ready(ordered_list_type& list) {
+  make_ready(list);
+  return LockGuard(list.lock);
+}
+
+// The place of a new element, in front of the first element that follows it. All four orders are one
+// comparison: complementing the weights turns the direction round, and one more in the bound passes the
+// equals, which 32 bits would not hold for the greatest weight.
+class Place {
+ public:
+  Place(std::uint32_t weight, bool descending, bool behind_equals)
+      : flip_(descending ? UINT32_MAX : 0),
+        bound_(std::uint64_t{weight ^ flip_} + (behind_equals ? 1U : 0U)) {}
+
+  [[nodiscard]] bool is_followed_by(const Link& link) const { return (link.weight ^ flip_) >= bound_; }
+
+ private:
+  std::uint32_t flip_;
+  std::uint64_t bound_;
+};
+
+// Empty where the order is none of the four.
+std::optional<Place> place_of(std::uint32_t weight, std::int32_t order) {
+  constexpr std::int32_t kPlacements = ORDERED_LIST_BEFORE_EQUALS | ORDERED_LIST_BEHIND_EQUALS;
+  const std::int32_t placement = order & kPlacements;
+  const std::int32_t direction = order & ~kPlacements;
+  if (placement != ORDERED_LIST_BEFORE_EQUALS && placement != ORDERED_LIST_BEHIND_EQUALS) return {};
+  if (direction != ORDERED_LIST_ASCENDING && direction != ORDERED_LIST_DESCENDING) return {};
+  return Place(weight, direction == ORDERED_LIST_DESCENDING, placement == ORDERED_LIST_BEHIND_EQUALS);
+}
+
+// What points forward to the link behind `previous`, and back to the one in front of `next`; null is an end.
+Link*& forward(ordered_list_type& list, Link* previous) { return previous ? previous->next : list.front; }
+Link*& backward(ordered_list_type& list, Link* next) { return next ? next->prev : list.back; }
+
+// Whether the neighbours know `link`. It costs no walk and finds an element that was taken out already.
+bool holds(ordered_list_type& list, const Link& link) {
+  return forward(list, link.prev) == &link && backward(list, link.next) == &link;
+}
+
+void insert(ordered_list_type& list, Link& item, Link* previous, Link* next) {
+  item.next = next;
+  item.prev = previous;
+  forward(list, previous) = &item;
+  backward(list, next) = &item;
+  ++list.size;
+}
+
+void unlink(ordered_list_type& list, const Link& item) {
+  forward(list, item.prev) = item.next;
+  backward(list, item.next) = item.prev;
+  --list.size;
+}
+
+}  // namespace
+
+void ordered_list_init(ordered_list_type* list, std::int32_t direction, std::int32_t placement) {
+  if (list == nullptr) return;
+  list->order = direction | placement;
+  kelo::list::set_up(*list);
+}
+
+void ordered_list_destroy(ordered_list_type* list) {
+  if (list == nullptr) return;
+  kelo::list::retire(*list);
+  list->front = nullptr;
+  list->size = 0;
+}
+
+void ordered_list_push(ordered_list_type* list, Link* item, std::uint32_t weight) {
+  if (!all_present(list, item)) return;
+  const LockGuard guard = lock_ready(*list);
+  item->weight = weight;
+  const std::optional<Place> place = place_of(weight, list->order);
+  if (!place) return;
+  // The back first: elements that belong there, as most do where weights are times, cost no walk.
+  Link* next = nullptr;
+  if (list->back != nullptr && place->is_followed_by(*list->back))
+    next = kelo::list::find(list->front, [&](const Link& link) { return place->is_followed_by(link); });
+  insert(*list, *item, backward(*list, next), next);
+}
+
+void ordered_list_push_after(ordered_list_type* list, Link* item, Link* after) {
+  if (!all_present(list, item, after) || !holds(*list, *after)) return;
+  insert(*list, *item, after, after->next);
+}
+
+void ordered_list_push_before(ordered_list_type* list, Link* item, Link* before) {
+  if (!all_present(list, item, before) || !holds(*list, *before)) return;
+  insert(*list, *item, before->prev, before);
+}
+
+Link* ordered_list_pop_front(ordered_list_type* list) {
+  if (list == nullptr) return nullptr;
+  const LockGuard guard = lock_ready(*list);
+  Link* const item = list->front;
+  if (item != nullptr) unlink(*list, *item);
+  return item;
+}
+
+Link* ordered_list_pop_back(ordered_list_type* list) {
+  if (list == nullptr) return nullptr;
+  const LockGuard guard = lock_ready(*list);
+  Link* const item = list->back;
+  if (item != nullptr) unlink(*list, *item);
+  return item;
+}
+
+std::uint32_t ordered_list_size(ordered_list_type* list) {
+  if (list == nullptr) return 0;
+  const LockGuard guard = lock_ready(*list);
+  return list->size;
+}
+
+Link* ordered_list_peek_front(ordered_list_type* list) {
+  if (list == nullptr) return nullptr;
+  const LockGuard guard = lock_ready(*list);
+  return list->front;
+}
+
+Link* ordered_list_peek_back(ordered_list_type* list) {
+  if (list == nullptr) return nullptr;
+  const LockGuard guard = lock_ready(*list);
+  return list->back;
+}
+
+Link* ordered_list_peek_next(ordered_list_type* list, const Link* item) {
+  if (!all_present(list, item)) return nullptr;
+  const LockGuard guard = lock_ready(*list);
+  return item->next;
+}
+
+Link* ordered_list_peek_prev(ordered_list_type* list, const Link* item) {
+  if (!all_present(list, item)) return nullptr;
+  const LockGuard guard = lock_ready(*list);
+  return item->prev;
+}
+
+void ordered_list_pop_item(ordered_list_type* list, Link* item) {
+  if (!all_present(list, item)) return;
+  const LockGuard guard = lock_ready(*list);
+  if (holds(*list, *item)) unlink(*list, *item);
+}
+
+Link* ordered_list_linear_search(ordered_list_type* list, ordered_list_compare_fn compare,
+                                 const void* param) {
+  if (list == nullptr || compare == nullptr) return nullptr;
+  const LockGuard guard = lock_ready(*list);
+  return kelo::list::find(list->front, [&](Link& element) { return compare(&element, param) != 0; });
+}
+
+void ordered_list_split(ordered_list_type* list, Link* item, ordered_list_type* dst) {
+  if (!all_present(list, item, dst) || list == dst) return;
+  make_ready(*list);
+  make_ready(*dst);
+  const LockGuard source_guard(list->lock);
+  const LockGuard destination_guard(dst->lock);
+  if (kelo::list::move_rest(*list, *item, *dst)) item->prev = nullptr;
+}
