@@ -31,15 +31,7 @@ class [[nodiscard]] PipeStream {
   [[nodiscard]] int descriptor() const { return fileno(stream_); }
 
   // Reads until the room is full or the output has ended, and returns how many bytes there are.
-  [[nodiscard]] std::size_t read(std::span<char> room) const {
-    std::size_t count = 0;
-    while (count < room.size()) {
-      const ssize_t more = read_some(descriptor(), {room.data() + count, room.size() - count});
-      if (more <= 0) break;
-      count += static_cast<std::size_t>(more);
-    }
-    return count;
-  }
+  [[nodiscard]] std::size_t read(std::span<char> room) const { return read_all(descriptor(), room); }
 
   // Closes the pipe and waits for the command. Its wait status, or -1 with errno set. Leaves the owner empty.
   int close() { return pclose(std::exchange(stream_, nullptr)); }

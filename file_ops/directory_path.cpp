@@ -4,8 +4,8 @@
 #include <array>
 #include <cerrno>
 #include <cstddef>
-#include <cstring>
 
+#include "base/path.hpp"
 #include "kelo_utils/app_os_al.h"
 #include "kelo_utils/file_ops.h"
 #include "log/library_log.hpp"
@@ -18,13 +18,8 @@ bool make_directory(const char* path, mode_t mode) { return mkdir(path, mode) ==
 
 // From the first to the last of the path, which is not empty and stands as it was afterwards.
 bool make_directories(char* path, mode_t mode) {
-  for (char* slash = std::strchr(path + 1, '/'); slash != nullptr; slash = std::strchr(slash + 1, '/')) {
-    *slash = '\0';
-    const bool made = make_directory(path, mode);
-    *slash = '/';
-    if (!made) return false;
-  }
-  return make_directory(path, mode);
+  const auto make = [mode](const char* directory) { return make_directory(directory, mode); };
+  return kelo::base::visit_parents(path, make) && make(path);
 }
 
 }  // namespace

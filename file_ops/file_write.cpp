@@ -1,7 +1,5 @@
 // Small files, written in place: sysfs and procfs want no truncation.
-#include <algorithm>
 #include <cstddef>
-#include <span>
 
 #include "base/file.hpp"
 #include "file_ops/open_file.hpp"
@@ -12,17 +10,6 @@ namespace {
 
 constexpr mode_t kEverything = 0777;
 
-bool write_all(int fd, std::span<const char> data) {
-  while (!data.empty()) {
-    const ssize_t count =
-        kelo::base::retry_interrupted([=] { return ::write(fd, data.data(), data.size()); });
-    // A driver that takes nothing would be asked for ever.
-    if (count <= 0) return false;
-    data = data.subspan(std::min(static_cast<std::size_t>(count), data.size()));
-  }
-  return true;
-}
-
 // Under the name of the operation `function`.
 int write_file(const char* function, const char* path, int flags, const void* data, std::size_t length) {
   if (path == nullptr || data == nullptr) {
@@ -31,7 +18,7 @@ int write_file(const char* function, const char* path, int flags, const void* da
   }
   const auto file = kelo::files::open_or_log(function, path, O_WRONLY | flags, kEverything);
   if (!file) return KELO_FILE_NOT_OPENED;
-  if (write_all(file.get(), {static_cast<const char*>(data), length})) return 0;
+  if (kelo::base::write_all(file.get(), {static_cast<const char*>(data), length}) == length) return 0;
   KELO_LOG_AS(function, LOG_LVL_ERR, "write %s failed.\n", path);
   return KELO_FILE_NOT_WRITTEN;
 }

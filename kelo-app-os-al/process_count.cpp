@@ -1,10 +1,8 @@
 // How many processes bear a name.
-#include <algorithm>
 #include <array>
-#include <climits>
 #include <cstdio>
-#include <cstdlib>
 
+#include "base/decimal.hpp"
 #include "base/fatal.hpp"
 #include "base/pipe_stream.hpp"
 #include "kelo-app-os-al/fatal_path.hpp"
@@ -31,6 +29,5 @@ int kelo_check_process_exist(const char* name) {
   if (!pipe) return 0;
   std::array<char, kMostDigits + 1> digits{};
   if (pipe.read(std::span(digits).first<kMostDigits>()) == 0) return -1;
-  // A count beyond the range of an int is the same on every machine, however wide its long is.
-  return static_cast<int>(std::clamp<long>(std::strtol(digits.data(), nullptr, 10), INT_MIN, INT_MAX));
+  return kelo::base::leading_decimal(digits.data()).value_or(0);
 }
