@@ -1,0 +1,41 @@
+// The id of a process that bears a name.
+#include <array>
+#include <cstdio>
+#include <span>
+
+#include "base/decimal.hpp"
+#include "base/line_reader.hpp"
+#include "base/pipe_stream.hpp"
+#include "kelo_utils/app_common.h"
+#include "log/library_log.hpp"
+
+namespace {
+
+constexpr std::size_t kCommandSize = 256;  // bytes, terminator included
+constexpr std::size_t kLineSize = 256;     // the same
+
+// From the start of the first line; -1 where there is no line or no number.
+int read_process_id(const kelo::base::PipeStream& processes) {
+  std::array<char, kLineSize> line;
+  kelo::base::LineReader lines(processes.descriptor(), std::span(line).first<kLineSize - 1>());
+  line[lines.next().size()] = '\0';
+  return kelo::base::leading_decimal(line.data()).value_or(-1);
+}
+
+}  // namespace
+
+std::int32_t oem_get_pid_by_name(const char* name) {
+  if (name == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    return -1;
+  }
+  std::array<char, kCommandSize> command;
+  const int length = std::snprintf(command.data(), command.size(), "ps -e | grep %s | grep -v grep", name);
+  // Half a command is never run.
+  if (length >= 0 && static_cast<std::size_t>(length) < command.size()) {
+    const auto processes = kelo::base::PipeStream::reading(command.data());
+    if (processes) return read_process_id(processes);
+  }
+  KELO_LOG(LOG_LVL_ERR, "command popen error!!!\n");
+  return -1;
+}
