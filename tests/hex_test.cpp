@@ -1,8 +1,8 @@
+// Bytes as pairs of hexadecimal digits, and back.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
-#include <climits>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -13,20 +13,19 @@
 #include "kelo_utils/log.h"
 #include "tests/support/every_text.hpp"
 #include "tests/support/exact_buffer.hpp"
+#include "tests/support/hex_text.hpp"
 #include "tests/support/log_capture.hpp"
 
 namespace {
 
 using kelo::tests::every_text;
 using kelo::tests::ExactBuffer;
+using kelo::tests::is_digits;
 using kelo::tests::LogCapture;
+using kelo::tests::pair_of;
 using namespace std::string_literals;
 
 std::uint8_t* bytes_of(const ExactBuffer& buffer) { return reinterpret_cast<std::uint8_t*>(buffer.data()); }
-
-bool is_digits(const std::string& text) {
-  return text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
-}
 
 std::string printed_digits(const std::string& bytes) {
   std::string digits;
@@ -43,18 +42,6 @@ std::string scanned_bytes(const std::string& digits) {
   for (std::size_t i = 0; i < digits.size(); i += 2)
     bytes += static_cast<char>(std::strtoul(digits.substr(i, 2).c_str(), nullptr, 16));
   return bytes;
-}
-
-std::string pair_of(int first, int second) { return {static_cast<char>(first), static_cast<char>(second)}; }
-
-// ---- DecToHex ----
-
-TEST(DecToHex, KnowsSixteenDigits) {
-  for (int value = -300; value <= 300; ++value) {
-    const char expected = value >= 0 && value <= 15 ? "0123456789ABCDEF"[value] : '\0';
-    EXPECT_EQ(expected, DecToHex(value)) << value;
-  }
-  for (const int value : {INT_MIN, INT_MIN + 15, INT_MAX, 0x10000}) EXPECT_EQ('\0', DecToHex(value)) << value;
 }
 
 // ---- hex_BinaryToString and kelo_hex_BinaryToString ----
@@ -267,111 +254,6 @@ TEST(StringToBinary, LogsANullPointer) {
   EXPECT_TRUE(bytes.untouched());
   EXPECT_EQ(2, log.count(LOG_LVL_ERR, kReader, "kelo_hex_StringToBinary param NULL\n")) << log.dump();
   EXPECT_EQ(2u, log.lines().size());
-}
-
-// ---- kelo_hex_HexaToInteger ----
-
-int strictly(const std::string& text) {
-  if (!is_digits(text)) return -1;
-  const unsigned long long value = std::strtoull(text.c_str(), nullptr, 16);
-  return value > INT_MAX ? -1 : static_cast<int>(value);
-}
-
-TEST(HexaToInteger, ReadsEveryShortText) {
-  for (const std::string& text : every_text("09afAFgG/:@`x -\x80\xB1", 3)) {
-    const ExactBuffer buffer(text);
-    EXPECT_EQ(strictly(text), kelo_hex_HexaToInteger(buffer.data())) << text;
-  }
-}
-
-TEST(HexaToInteger, ReadsNumbersOfEveryLength) {
-  for (const std::string& text : every_text("078F", 9)) {
-    if (text.size() < 7) continue;
-    ASSERT_EQ(strictly(text), kelo_hex_HexaToInteger(text.c_str())) << text;
-  }
-}
-
-TEST(HexaToInteger, KeepsToPositiveNumbers) {
-  EXPECT_EQ(2147483647, kelo_hex_HexaToInteger("7FFFFFFF"));
-  EXPECT_EQ(0x7FFFFFF, kelo_hex_HexaToInteger("7ffffff"));
-  EXPECT_EQ(0x8000000, kelo_hex_HexaToInteger("8000000"));
-  EXPECT_EQ(-1, kelo_hex_HexaToInteger("80000000"));
-  EXPECT_EQ(-1, kelo_hex_HexaToInteger("FFFFFFFF"));
-  EXPECT_EQ(-1, kelo_hex_HexaToInteger("100000000"));
-  EXPECT_EQ(-1, kelo_hex_HexaToInteger("7FFFFFFF0"));
-  EXPECT_EQ(-1, kelo_hex_HexaToInteger("1000000000000000000000001"));
-  EXPECT_EQ(-1, kelo_hex_HexaToInteger("12G"));
-  EXPECT_EQ(-1, kelo_hex_HexaToInteger("0x12"));
-  EXPECT_EQ(0, kelo_hex_HexaToInteger(""));
-  EXPECT_EQ(0x12, kelo_hex_HexaToInteger("000000000012"));
-}
-
-TEST(HexaToInteger, LogsANullPointer) {
-  const LogCapture log;
-  EXPECT_EQ(-1, kelo_hex_HexaToInteger(nullptr));
-  EXPECT_EQ(1, log.count(LOG_LVL_ERR, "oem_hex_HexaToInteger", "kelo_hex_HexaToInteger param NULL\n"))
-      << log.dump();
-  EXPECT_EQ(1u, log.lines().size());
-}
-
-// ---- htoi ----
-
-int leniently(std::string text) {
-  if (text.starts_with("0x") || text.starts_with("0X")) text.erase(0, 2);
-  std::uint64_t value = 0;
-  for (const char character : text) {
-    static const std::string kSmall = "0123456789abcdefghijklmnopqrstuvwxyz";
-    static const std::string kCapital = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
-    const std::size_t digit = std::min(kSmall.find(character), kCapital.find(character));
-    if (digit == std::string::npos) break;
-    value = (value * 16 + digit) % 0x100000000;
-  }
-  return static_cast<int>(static_cast<std::uint32_t>(value));
-}
-
-TEST(Htoi, ReadsEveryPairOfCharacters) {
-  for (const std::string prefix : {"", "1", "0x", "0X", "0", "x"}) {
-    for (int first = 1; first <= 255; ++first) {
-      for (int second = 1; second <= 255; ++second) {
-        const std::string text = prefix + pair_of(first, second);
-        ASSERT_EQ(leniently(text), htoi(text.c_str())) << text;
-      }
-    }
-  }
-}
-
-TEST(Htoi, ReadsNoFurtherThanTheTerminator) {
-  for (const std::string& text : every_text("0xXgZ-", 4)) {
-    const ExactBuffer buffer(text);
-    EXPECT_EQ(leniently(text), htoi(buffer.data())) << text;
-  }
-}
-
-TEST(Htoi, CountsLettersBeyondFOn) {
-  EXPECT_EQ(32, htoi("0x1g"));
-  EXPECT_EQ(16, htoi("g"));
-  EXPECT_EQ(35, htoi("Z"));
-  EXPECT_EQ(0x12, htoi("12 34"));
-  EXPECT_EQ(0, htoi(""));
-  EXPECT_EQ(0, htoi("0x"));
-  EXPECT_EQ(33 * 16, htoi("x0"));
-}
-
-TEST(Htoi, KeepsTheLow32Bits) {
-  EXPECT_EQ(INT_MAX, htoi("7fffffff"));
-  EXPECT_EQ(INT_MIN, htoi("80000000"));
-  EXPECT_EQ(-1, htoi("0xFFFFFFFF"));
-  EXPECT_EQ(0, htoi("100000000"));
-  EXPECT_EQ(0x23456789, htoi("123456789"));
-  const std::string long_text(1000, 'z');
-  EXPECT_EQ(leniently(long_text), htoi(long_text.c_str()));
-}
-
-TEST(Htoi, LogsANullPointer) {
-  const LogCapture log;
-  EXPECT_EQ(0, htoi(nullptr));
-  EXPECT_EQ(1, log.count(LOG_LVL_ERR, "htoi", "htoi param NULL\n")) << log.dump();
-  EXPECT_EQ(1u, log.lines().size());
 }
 
 // ---- kelo_change_hexstr_to_str ----

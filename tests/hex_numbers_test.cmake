@@ -1,0 +1,1 @@
+kelo_unsigned_char_test(${topic})
