@@ -1,5 +1,5 @@
-// Makes chosen file calls of the whole test program fail or give less, the library's included. Include it in
-// exactly one source file of a test program, whose .cmake file links CMAKE_DL_LIBS.
+// Makes chosen file calls of the whole test program fail, give less or use another file, the library's
+// included. Include it in exactly one source file of a test program, whose .cmake file links CMAKE_DL_LIBS.
 //
 // The calls are: open, read and write.
 #ifndef KELO_TESTS_SUPPORT_FILE_FAULTS_HPP
@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 #include "tests/support/failing_call.hpp"
@@ -21,6 +22,25 @@ namespace kelo::tests {
 // What a read or write of this thread returns without being made, while it is set.
 inline thread_local std::optional<ssize_t> claimed_read;
 inline thread_local std::optional<ssize_t> claimed_write;
+
+// While it lives, this thread opens `instead` where it opens `path`. One at a time.
+class Redirection {
+ public:
+  Redirection(std::string_view path, const char* instead) : path_(path), instead_(instead) { current = this; }
+  ~Redirection() { current = nullptr; }
+  Redirection(const Redirection&) = delete;
+  Redirection& operator=(const Redirection&) = delete;
+
+  static const char* of(const char* path) {
+    return current != nullptr && current->path_ == path ? current->instead_ : path;
+  }
+
+ private:
+  static inline thread_local Redirection* current = nullptr;
+
+  const std::string_view path_;
+  const char* const instead_;
+};
 
 // Follows the writes of this thread while it lives, none of which takes more than `most` bytes. One at a
 // time.
@@ -67,7 +87,7 @@ int open64(const char* path, int flags, ...) {
   va_start(arguments, flags);
   const auto mode = va_arg(arguments, mode_t);
   va_end(arguments);
-  return kelo::tests::FailingCall::meets("open") ? -1 : real(path, flags, mode);
+  return kelo::tests::FailingCall::meets("open") ? -1 : real(kelo::tests::Redirection::of(path), flags, mode);
 }
 
 ssize_t read(int fd, void* bytes, std::size_t size) {
