@@ -67,6 +67,54 @@ KELO_API int kelo_get_project_name_cmdline(char* name, int32_t max_len);
  */
 KELO_API int kelo_get_project_name_cmdline_oem_version(char* name, int32_t max_len);
 
+/**
+ * Tells whether the build of the library is for device model A.
+ * @return 0 for no; another value in a product's build for one that does.
+ */
+KELO_API int32_t kelo_support_MODEL_A(void);
+
+/**
+ * Tells whether the build of the library is for device model B.
+ * @return 0 for no; another value in a product's build for one that does.
+ */
+KELO_API int32_t kelo_support_MODEL_B(void);
+
+/**
+ * Tells whether the build of the library is for device model C.
+ * @return 0 for no; another value in a product's build for one that does.
+ */
+KELO_API int32_t kelo_support_MODEL_C(void);
+
+/**
+ * Tells whether the build of the library supports a status LED.
+ * @return 0 for no; another value in a product's build for one that does.
+ */
+KELO_API int32_t kelo_support_STATUS_LED(void);
+
+/**
+ * Tells whether the build of the library supports a main network link.
+ * @return 0 for no; another value in a product's build for one that does.
+ */
+KELO_API int32_t kelo_support_LINK_MAIN(void);
+
+/**
+ * Tells whether the build of the library supports an auxiliary network link.
+ * @return 0 for no; another value in a product's build for one that does.
+ */
+KELO_API int32_t kelo_support_LINK_AUX(void);
+
+/**
+ * Tells whether the build of the library senses the presence of USB.
+ * @return 0 for no; another value in a product's build for one that does.
+ */
+KELO_API int32_t kelo_support_USB_SENSE(void);
+
+/**
+ * Tells whether the build of the library controls a fan.
+ * @return 0 for no; another value in a product's build for one that does.
+ */
+KELO_API int32_t kelo_support_FAN_CTRL(void);
+
 /** @} */
 
 /**
