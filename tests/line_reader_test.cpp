@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <cstdint>
 #include <random>
 #include <string>
 #include <string_view>
@@ -42,12 +44,12 @@ Lines read_all(LineReader& reader) {
 }
 
 // The lines of a text that is read through a storage of this size, in one piece.
-Lines lines_of(std::string_view text, std::size_t storage_size) {
+Lines lines_of(std::string_view text, std::size_t storage_size, std::size_t longest = SIZE_MAX) {
   Pipe pipe;
   pipe.write(text);
   pipe.write_end.reset();
   const ExactBuffer storage(storage_size);
-  LineReader reader(pipe.read_end.get(), {storage.data(), storage.size()});
+  LineReader reader(pipe.read_end.get(), {storage.data(), storage.size()}, longest);
   return read_all(reader);
 }
 
@@ -90,8 +92,18 @@ TEST(LineReader, TakesALineLongerThanTheStorageInPieces) {
   EXPECT_EQ(lines_of("abc\n", 1), (Lines{"a", "b", "c", "\n"}));
 }
 
+TEST(LineReader, TakesALineLongerThanAskedForInPieces) {
+  for (const std::size_t storage_size : {4U, 5U, 8U, 100U}) {
+    EXPECT_EQ(lines_of("abc\nd\n", storage_size, 4), (Lines{"abc\n", "d\n"})) << storage_size;
+    EXPECT_EQ(lines_of("abcd\ne\n", storage_size, 4), (Lines{"abcd", "\n", "e\n"})) << storage_size;
+    EXPECT_EQ(lines_of("x\nabcdefghi", storage_size, 4), (Lines{"x\n", "abcd", "efgh", "i"})) << storage_size;
+  }
+  EXPECT_EQ(lines_of("abcdefg\n", 3, 4), (Lines{"abc", "def", "g\n"}));
+}
+
 TEST(LineReader, FindsNothingWithoutStorage) {
   EXPECT_EQ(lines_of("abc\n", 0), Lines{});
+  EXPECT_EQ(lines_of("abc\n", 8, 0), Lines{});
   LineReader reader(STDIN_FILENO, {});
   EXPECT_EQ(reader.next(), "");
 }
@@ -99,7 +111,20 @@ TEST(LineReader, FindsNothingWithoutStorage) {
 TEST(LineReader, TakesAFailedReadForTheEnd) {
   std::array<char, 8> storage{};
   LineReader reader(-1, storage);
+  EXPECT_FALSE(reader.failed());
   EXPECT_EQ(reader.next(), "");
+  EXPECT_TRUE(reader.failed());
+}
+
+TEST(LineReader, DoesNotTakeTheEndForAFailedRead) {
+  Pipe pipe;
+  pipe.write("abc");
+  pipe.write_end.reset();
+  std::array<char, 8> storage{};
+  LineReader reader(pipe.read_end.get(), storage);
+  EXPECT_EQ(reader.next(), "abc");
+  EXPECT_EQ(reader.next(), "");
+  EXPECT_FALSE(reader.failed());
 }
 
 TEST(LineReader, HandsALineOutAsSoonAsItHasArrived) {
@@ -148,8 +173,9 @@ TEST(LineReader, SplitsAnyInputThroughAnyStorageTheSame) {
       pipe.write_end.reset();
     });
     const ExactBuffer storage(1 + number_below(round % 3 == 0 ? 8 : 300));
-    LineReader reader(pipe.read_end.get(), {storage.data(), storage.size()});
-    EXPECT_EQ(read_all(reader), expected_lines(text, storage.size())) << "round " << round;
+    const std::size_t longest = 1 + number_below(storage.size() + 20);
+    LineReader reader(pipe.read_end.get(), {storage.data(), storage.size()}, longest);
+    EXPECT_EQ(read_all(reader), expected_lines(text, std::min(longest, storage.size()))) << "round " << round;
     writer.join();
   }
 }
