@@ -37,6 +37,7 @@
 #include "kelo_utils/base.h"
 #include "kelo_utils/data_manager.h"
 #include "kelo_utils/file_ops.h"
+#include "kelo_utils/ini.h"
 #include "kelo_utils/list.h"
 #include "kelo_utils/log.h"
 #include "kelo_utils/queue.h"
