@@ -1,0 +1,319 @@
+// Random operations on INI files, each held against a model that is too plain to be wrong in the same way.
+#include "tests/support/ini_model.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "kelo_utils/ini.h"
+#include "tests/support/database.hpp"
+#include "tests/support/every_text.hpp"
+#include "tests/support/exact_buffer.hpp"
+#include "tests/support/ini_steps.hpp"
+#include "tests/support/shorten.hpp"
+
+namespace {
+
+using kelo::tests::every_text;
+using kelo::tests::ExactBuffer;
+using kelo::tests::IniChance;
+using kelo::tests::IniModel;
+using kelo::tests::leave_out;
+using kelo::tests::read_file;
+using kelo::tests::shorten;
+using kelo::tests::write_file;
+using Text = IniModel::Text;
+using Call = kelo::tests::IniCall;
+using Sequence = kelo::tests::IniSequence;
+using Step = kelo::tests::IniStep;
+using Way = IniModel::Way;
+
+constexpr unsigned kShards = 10;
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr int kSequencesPerShard = 1500;
+#else
+constexpr int kSequencesPerShard = 10000;
+#endif
+
+constexpr char kPath[] = "/tmp/model.ini";
+
+const char* c_string(const Text& text) { return text ? text->c_str() : nullptr; }
+
+// --- The library and the model, side by side ----------------------------------------------------------------
+
+// Collects the first difference between what the two say.
+class Comparison {
+ public:
+  template <typename Value>
+  void expect(const char* what, const Value& expected, const Value& got) {
+    if (difference_ || expected == got) return;
+    std::ostringstream out;
+    out << what << ": expected " << expected << ", got " << got;
+    difference_ = out.str();
+  }
+  [[nodiscard]] const Text& difference() const { return difference_; }
+
+ private:
+  Text difference_;
+};
+
+IniModel::Answer call_with_buffer(int room, int (*call)(const Step&, char*, int), const Step& step) {
+  const ExactBuffer buffer(static_cast<std::size_t>(room));
+  const int length = call(step, buffer.data(), room);
+  const std::string bytes = buffer.bytes();
+  return {length, bytes.substr(0, bytes.find('\0'))};
+}
+
+int keep_entry(const char* section, const char* key, const char* value, void* entries) {
+  static_cast<std::vector<IniModel::Entry>*>(entries)->push_back({section, key, value});
+  return 1;
+}
+
+void compare_walk(const IniModel& model, Comparison& comparison) {
+  std::vector<IniModel::Entry> entries;
+  const int result = ini_browse(keep_entry, &entries, kPath);
+  const auto expected = model.walk();
+  comparison.expect("result", expected ? 1 : 0, result);
+  const std::size_t count = expected ? expected->size() : 0;
+  for (std::size_t i = 0; i < std::min(count, entries.size()); ++i)
+    comparison.expect("entry", (*expected)[i], entries[i]);
+  comparison.expect("number of entries", count, entries.size());
+}
+
+void compare_reading(const Step& step, const IniModel& model, Comparison& comparison) {
+  const char* const section = c_string(step.section);
+  const char* const key = c_string(step.key);
+  const auto room = static_cast<std::size_t>(step.room);
+  const auto otherwise = static_cast<float>(step.number);
+  switch (step.call) {
+    case Call::gets: {
+      const auto call = [](const Step& each, char* buffer, int size) {
+        return ini_gets(c_string(each.section), c_string(each.key), c_string(each.text), buffer, size, kPath);
+      };
+      const auto expected = model.gets(step.section, step.key, step.text, room);
+      const auto got = call_with_buffer(step.room, call, step);
+      comparison.expect("result", expected.length, got.length);
+      if (step.key) comparison.expect("text", expected, got);
+      break;
+    }
+    case Call::getl:
+      comparison.expect("number", model.getl(step.section, step.key, step.number),
+                        ini_getl(section, key, step.number, kPath));
+      break;
+    case Call::getf:
+      comparison.expect("number", model.getf(step.section, step.key, otherwise),
+                        ini_getf(section, key, otherwise, kPath));
+      break;
+    case Call::getbool:
+      comparison.expect("truth", model.getbool(step.section, step.key, step.number),
+                        ini_getbool(section, key, step.number, kPath));
+      break;
+    case Call::section_at: {
+      const auto call = [](const Step& each, char* buffer, int size) {
+        return ini_getsection(each.number, buffer, size, kPath);
+      };
+      comparison.expect("section", model.section_at(step.number, room),
+                        call_with_buffer(step.room, call, step));
+      break;
+    }
+    case Call::key_at: {
+      const auto call = [](const Step& each, char* buffer, int size) {
+        return ini_getkey(c_string(each.section), each.number, buffer, size, kPath);
+      };
+      comparison.expect("key", model.key_at(step.section, step.number, room),
+                        call_with_buffer(step.room, call, step));
+      break;
+    }
+    default:
+      compare_walk(model, comparison);
+  }
+}
+
+// Reading is what is tested: the model writes for both.
+void write_both(const Step& step, IniModel& model) {
+  model.puts(step.section, step.key, step.text);
+  if (model.bytes()) write_file(kPath, *model.bytes());
+}
+
+// --- Sequences ----------------------------------------------------------------------------------------------
+
+// The first difference that a sequence brings out, if it does.
+Text run(const Sequence& sequence) {
+  std::remove(kPath);
+  if (sequence.file) write_file(kPath, *sequence.file);
+  IniModel model(sequence.file);
+  Comparison comparison;
+  for (const Step& step : sequence.steps) {
+    if (step.call >= Call::puts) {
+      write_both(step, model);
+    } else {
+      compare_reading(step, model, comparison);
+    }
+    if (comparison.difference()) return shown(step) + ": " + *comparison.difference();
+  }
+  return {};
+}
+
+Sequence shrunk(Sequence sequence) {
+  leave_out(sequence.steps, [&](const std::vector<Step>& steps) { return run({sequence.file, steps}); });
+  shorten(sequence.file, [&](const Text& file) { return run({file, sequence.steps}); });
+  for (std::size_t i = 0; i < sequence.steps.size(); ++i) {
+    for (Text Step::*const part : {&Step::section, &Step::key, &Step::text}) {
+      const auto with = [&](const Text& text) {
+        Sequence other = sequence;
+        other.steps[i].*part = text;
+        return other;
+      };
+      shorten(sequence.steps[i].*part, [&](const Text& text) { return run(with(text)); });
+    }
+  }
+  shorten(sequence.file, [&](const Text& file) { return run({file, sequence.steps}); });
+  return sequence;
+}
+
+void expect_no_difference(const Sequence& sequence) {
+  if (!run(sequence)) return;
+  const Sequence shortest = shrunk(sequence);
+  ADD_FAILURE() << run(shortest).value_or("a difference that comes and goes") << "\n" << shown(shortest);
+}
+
+// --- The model itself ---------------------------------------------------------------------------------------
+
+// What a line `k...` of a file gives for the key k.
+TEST(IniModelByHand, ReadsValues) {
+  const struct {
+    const char* line;
+    const char* value;
+  } cases[] = {{"k=v", "v"},
+               {" \t K \t= v w \r\n", "v w"},
+               {"k: v", "v"},
+               {"k=a:b=c", "a:b=c"},
+               {"k=x ; y", "x"},
+               {"k=#", ""},
+               {"k=\"x;y\" ; z", "x;y"},
+               {"k=\"a\\\"b\"\"c\"", "a\"b\"c"},
+               {"k=a\"b;c\" ;d", "a\"b;c\""},
+               {"k=\"a;b", "\"a;b"},
+               {"k=\"", "\""},
+               {"k=\"\"", ""},
+               {"k=\" x \"", " x "},
+               {"k=a\\b", "a\\b"},
+               {"k x=v", "none"},
+               {";k=v", "none"},
+               {"[k]=v", "none"},
+               {"k", "none"}};
+  for (const auto& [line, value] : cases)
+    EXPECT_EQ(IniModel(line).gets({}, "k", "none", 64).text, value) << line;
+}
+
+TEST(IniModelByHand, CutsLinesAndAnswers) {
+  const std::string long_line = "[s]\nk=" + std::string(509, 'v') + "l=w\n";
+  const IniModel model(long_line);
+  EXPECT_EQ(model.gets("S", "k", {}, 1024).length, 509);
+  EXPECT_EQ(model.gets("S", "l", {}, 1024).text, "w");
+  EXPECT_EQ(model.gets("s", "k", {}, 4), (IniModel::Answer{3, "vvv"}));
+  EXPECT_EQ(model.gets("s", "q", "none", 4), (IniModel::Answer{3, "non"}));
+  EXPECT_EQ(model.key_at("s", 1, 9), (IniModel::Answer{1, "l"}));
+  EXPECT_EQ(model.key_at("s", 2, 9), (IniModel::Answer{0, ""}));
+  EXPECT_EQ(model.section_at(0, 9), (IniModel::Answer{1, "s"}));
+  EXPECT_EQ(model.section_at(1, 9), (IniModel::Answer{0, ""}));
+}
+
+TEST(IniModelByHand, ReadsNumbersAndTruths) {
+  const IniModel model("a=0x10\nb=010\nc=-7km\nd=\ne=yes\nf=No\ng=maybe\nh=2.5x\ni=99999999999\n");
+  EXPECT_EQ(model.getl({}, "a", 5), 16);
+  EXPECT_EQ(model.getl({}, "b", 5), 10);
+  EXPECT_EQ(model.getl({}, "c", 5), -7);
+  EXPECT_EQ(model.getl({}, "d", 5), 5);
+  EXPECT_EQ(model.getl({}, "e", 5), 0);
+  EXPECT_EQ(model.getl({}, "i", 5), INT32_MAX);
+  EXPECT_EQ(model.getf({}, "h", 5), 2.5F);
+  EXPECT_EQ(model.getf({}, "d", 5), 5);
+  EXPECT_EQ(model.getbool({}, "e", 5), 1);
+  EXPECT_EQ(model.getbool({}, "f", 5), 0);
+  EXPECT_EQ(model.getbool({}, "g", 5), 5);
+  EXPECT_EQ(model.getbool({}, "none", 5), 5);
+}
+
+TEST(IniModelByHand, Changes) {
+  const struct {
+    const char* before;
+    Text section, key, value;
+    const char* after;
+    Way way;
+  } cases[] = {
+      {"[s]\nk=a", "s", "k", "\"", "[s]\nk=\"\\\"\"\n", Way::rewritten},
+      {"[s]\n k=a;\n", "S", "K", "abc", "[s]\nK=abc\n", Way::in_place},
+      {"[s]\nk=a", "s", "k", "a", "[s]\nk=a", Way::untouched},
+      {"[s]\nk=a", "s", "k", "b", "[s]\nk=b\n", Way::rewritten},
+      {"[s]\nk=a", "s", "l", "b ", "[s]\nk=a\nl=\"b \"\n", Way::rewritten},
+      {"[s]\nk=a\n\n[t]", "s", "l", "b", "[s]\nk=a\n\nl=b\n[t]", Way::rewritten},
+      {"[s]", "t", "l", "", "[s]\n[t]\nl=\n", Way::rewritten},
+      {"[s]\n", "t", "l", "b", "[s]\n[t]\nl=b\n", Way::rewritten},
+      {"\n", "t", "l", "b", "\n\n[t]\nl=b\n", Way::rewritten},
+      {"", "t", "l", "b", "\n[t]\nl=b\n", Way::rewritten},
+      {"", {}, "l", "b", "l=b\n", Way::rewritten},
+      {"[s]\nk=a\nk=b\n", "s", "k", {}, "[s]\nk=b\n", Way::rewritten},
+      {"[s]\nk=a\n", "s", "l", {}, "[s]\nk=a\n", Way::untouched},
+      {"a=b\n[s]\nk=a\n;\n[t]\n", "s", {}, "x", "a=b\n[t]\n", Way::rewritten},
+      {"a=b\n[s]\nk=a\n", "", {}, {}, "[s]\nk=a\n", Way::rewritten},
+  };
+  for (const auto& [before, section, key, value, after, way] : cases) {
+    IniModel model(before);
+    EXPECT_EQ(model.puts(section, key, value), way) << before;
+    EXPECT_EQ(model.bytes(), after);
+  }
+  IniModel none;
+  EXPECT_EQ(none.puts("s", "k", {}), Way::untouched);
+  EXPECT_EQ(none.putl("s", "k", -5), Way::created);
+  EXPECT_EQ(none.putf("s", "l", 0.5F), Way::rewritten);
+  EXPECT_EQ(none.bytes(), "[s]\nk=-5\nl=0.500000\n");
+}
+
+class IniModelTest : public testing::TestWithParam<unsigned> {};
+
+TEST_P(IniModelTest, AgreesOnRandomSequences) {
+  const unsigned seed = 20261121 + GetParam();
+  std::printf("seed %u, %d sequences\n", seed, kSequencesPerShard);
+  IniChance chance(seed);
+  for (int i = 0; i < kSequencesPerShard && !HasFailure(); ++i) expect_no_difference(chance.sequence());
+}
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr std::size_t kEveryLength = 4;
+#else
+constexpr std::size_t kEveryLength = 5;
+#endif
+
+TEST(IniModelEvery, AgreesOnEveryShortValue) {
+  for (const std::string& value : every_text("\"\\;a \n", kEveryLength)) {
+    expect_no_difference({"a=" + value, {{Call::gets, "", "a", {}, 0, 99}, {Call::walk, {}, {}, {}}}});
+    expect_no_difference({{}, {{Call::puts, "", "a", value}, {Call::gets, "", "a", {}, 0, 99}}});
+    if (HasFailure()) return;
+  }
+}
+
+TEST(IniModelEvery, AgreesOnEveryShortFile) {
+  for (const std::string& file : every_text("[]a=:;\n", kEveryLength)) {
+    expect_no_difference({file,
+                          {{Call::gets, "a", "a", "none", 0, 99},
+                           {Call::section_at, {}, {}, {}, 0, 99},
+                           {Call::key_at, {}, {}, {}, 0, 99},
+                           {Call::walk, {}, {}, {}},
+                           {Call::puts, "a", "a", "b"},
+                           {Call::puts, "", "A", "=b"},
+                           {Call::puts, "", "a", {}},
+                           {Call::puts, "a", {}, {}}}});
+    if (HasFailure()) return;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Shards, IniModelTest, testing::Range(0U, kShards));
+
+}  // namespace
