@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -283,6 +284,19 @@ TEST_P(IniModelTest, AgreesOnRandomSequences) {
   std::printf("seed %u, %d sequences\n", seed, kSequencesPerShard);
   IniChance chance(seed);
   for (int i = 0; i < kSequencesPerShard && !HasFailure(); ++i) expect_no_difference(chance.sequence());
+}
+
+TEST(IniModelCorpus, AgreesOnTheSeedsOfTheFuzzer) {
+  constexpr int kSequencesPerSeed = kSequencesPerShard / 100;
+  IniChance chance(20261131);
+  int seeds = 0;
+  for (const auto& seed : std::filesystem::directory_iterator(KELO_SOURCE_DIR "/fuzz/corpus/ini")) {
+    const std::string bytes = read_file(seed.path());
+    ++seeds;
+    for (int i = 0; i < kSequencesPerSeed && !HasFailure(); ++i)
+      expect_no_difference(chance.sequence_on(bytes));
+  }
+  EXPECT_GT(seeds, 30);
 }
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
