@@ -42,8 +42,7 @@ void compare(benchmark::State& state, int batch, Library library, Plain plain) {
   state.counters["library_to_plain"] = library_time / plain_time;
 }
 
-// --- Suppressed message
-// -------------------------------------------------------------------------------------
+// --- Suppressed message ------------------------------------------------------------------------------------
 
 volatile int plain_threshold = LOG_LVL_INFO;
 
@@ -66,8 +65,7 @@ void suppressed(benchmark::State& state) {
 }
 BENCHMARK(suppressed);
 
-// --- Local line
-// ---------------------------------------------------------------------------------------------
+// --- Local line --------------------------------------------------------------------------------------------
 
 void take_line(const char* line) { benchmark::DoNotOptimize(line); }
 

@@ -97,8 +97,7 @@ class CleanTest : public testing::Test {
   LogCapture log;
 };
 
-// --- Without a copy
-// -----------------------------------------------------------------------------------------
+// --- Without a copy ----------------------------------------------------------------------------------------
 
 TEST_F(CleanTest, DeletesTheThreeDatabases) {
   const CallTrace trace;
@@ -179,8 +178,7 @@ TEST_F(CleanTest, WhatACrashLeftOfACopyGoesToo) {
   EXPECT_FALSE(file_exists(previous));
 }
 
-// --- With a copy
-// --------------------------------------------------------------------------------------------
+// --- With a copy -------------------------------------------------------------------------------------------
 
 TEST_F(CleanTest, KeepsTheFirstCopiesUnderTheirNumbers) {
   for (int number = 1; number <= 3; ++number) {
@@ -345,8 +343,7 @@ TEST_F(CleanTest, AMissingPrimaryIsNoticedWhenItIsToBeDeleted) {
   EXPECT_THAT(kept_files(), IsEmpty());
 }
 
-// --- Commands that cannot be started
-// ------------------------------------------------------------------------
+// --- Commands that cannot be started -----------------------------------------------------------------------
 
 class FailingCommandTest : public CleanTest, public testing::WithParamInterface<int> {};
 
@@ -385,8 +382,7 @@ TEST_F(CleanTest, NoDescriptorsLeftForACommand) {
   EXPECT_EQ(log.count_containing(LOG_LVL_ERR, "system command failed: (24) "), 1) << log.dump();
 }
 
-// --- The lock
-// -----------------------------------------------------------------------------------------------
+// --- The lock ----------------------------------------------------------------------------------------------
 
 // A reader that starts while the files are being copied gets no answer before they are gone.
 TEST_F(CleanTest, ReadersWaitUntilTheCleanHasEnded) {
@@ -410,8 +406,7 @@ TEST_F(CleanTest, ReadersWaitUntilTheCleanHasEnded) {
   EXPECT_FALSE(reader.get());
 }
 
-// --- The slot
-// -----------------------------------------------------------------------------------------------
+// --- The slot ----------------------------------------------------------------------------------------------
 
 class CleanSlotTest : public CleanTest {
  protected:

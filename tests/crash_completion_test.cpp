@@ -160,8 +160,7 @@ TEST_F(CrashCompletionTest, AValueOfOneByteIsCarriedOver) {
   EXPECT_THAT(query_lines(DB_CONFIGBAK, "select len,hex(value) from NET_TAB"), ElementsAre("1|FF"));
 }
 
-// --- Journals that say nothing
-// ------------------------------------------------------------------------------
+// --- Journals that say nothing -----------------------------------------------------------------------------
 
 TEST_F(CrashCompletionTest, AMissingJournal) {
   write_row(DB_CONFIG, kTable, kKey, "cabin");
@@ -211,8 +210,7 @@ INSTANTIATE_TEST_SUITE_P(Columns, EmptyCellTest,
                          testing::Values("item_table", "item_key", "id", "type", "len", "state"),
                          [](const auto& instance) { return std::string(instance.param); });
 
-// --- Journals of an older release
-// ---------------------------------------------------------------------------
+// --- Journals of an older release --------------------------------------------------------------------------
 
 struct OlderJournal {
   const char* name;
@@ -276,8 +274,7 @@ TEST_F(CrashCompletionTest, AJournalThatCannotBeMended) {
   expect_no_action();
 }
 
-// --- Names
-// --------------------------------------------------------------------------------------------------
+// --- Names -------------------------------------------------------------------------------------------------
 
 TEST_F(CrashCompletionTest, NamesOfUpTo32CharactersAreWhole) {
   for (const std::size_t length : {31U, 32U}) {
@@ -322,8 +319,7 @@ TEST_F(CrashCompletionTest, TextInPlaceOfNumbersReadsAsZero) {
   expect_no_action();
 }
 
-// --- Primaries that cannot be carried over
-// ------------------------------------------------------------------
+// --- Primaries that cannot be carried over -----------------------------------------------------------------
 
 TEST_F(CrashCompletionTest, AWrongChecksumIsNotCarriedOver) {
   write_row(DB_CONFIG, kTable, kKey, "cabin");
@@ -373,8 +369,7 @@ TEST_F(CrashCompletionTest, ABackupThatCannotBeOpened) {
   EXPECT_EQ(log.count(LOG_LVL_ERR, "dm_write_db", "sqlite3_open failed: unable to open database file\n"), 1);
 }
 
-// --- At registration
-// ----------------------------------------------------------------------------------------
+// --- At registration ---------------------------------------------------------------------------------------
 
 class StoredVersionTest : public CrashCompletionTest, public testing::WithParamInterface<std::uint32_t> {
  protected:
@@ -404,8 +399,7 @@ TEST_P(StoredVersionTest, DecidesWhetherTheWriteIsCompleted) {
 
 INSTANTIATE_TEST_SUITE_P(Versions, StoredVersionTest, testing::Values(SQL_VER, SQL_VER + 1, SQL_VER - 1, 0));
 
-// --- Memory
-// -------------------------------------------------------------------------------------------------
+// --- Memory ------------------------------------------------------------------------------------------------
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool kSanitized = true;

@@ -108,8 +108,7 @@ class CsvExportTest : public testing::Test {
   std::string complained;
 };
 
-// --- Lines
-// --------------------------------------------------------------------------------------------------
+// --- Lines -------------------------------------------------------------------------------------------------
 
 TEST_F(CsvExportTest, ANumber) {
   EXPECT_EQ(export_row("k", KELO_DM_TYPE_SCALAR3, little_endian(7)), "k,4,3,7," + kLineEnd);
@@ -157,8 +156,7 @@ TEST_F(CsvExportTest, MissingValues) {
 
 TEST_F(CsvExportTest, MissingCells) { EXPECT_EQ(export_cells("null,null,null,null"), ",0,0,0," + kLineEnd); }
 
-// --- Keys
-// ---------------------------------------------------------------------------------------------------
+// --- Keys --------------------------------------------------------------------------------------------------
 
 TEST_F(CsvExportTest, KeysOfUpTo31BytesAreWritten) {
   const std::string key(31, 'k');
@@ -191,8 +189,7 @@ TEST_F(CsvExportTest, AKeyOfManyBytesInFewCharactersIsLong) {
       "4,");
 }
 
-// --- Lengths and types
-// --------------------------------------------------------------------------------------
+// --- Lengths and types -------------------------------------------------------------------------------------
 
 TEST_F(CsvExportTest, ALengthOfFourDigitsIsWritten) {
   EXPECT_EQ(export_row("k", KELO_DM_TYPE_BUFFER, little_endian(7) + std::string(9995, 'x')),
@@ -231,8 +228,7 @@ TEST_F(CsvExportTest, ATextEndsWithItsLengthOrItsBytes) {
   EXPECT_EQ(export_cells("'k',-1,5,x'636162696E'"), "k,-1,5,," + kLineEnd);
 }
 
-// --- Texts
-// --------------------------------------------------------------------------------------------------
+// --- Texts -------------------------------------------------------------------------------------------------
 
 TEST_F(CsvExportTest, NothingIsQuoted) {
   EXPECT_EQ(export_row("k", KELO_DM_TYPE_STRING, "a,b\r\n\"c\";"), "k,9,5,a,b\r\n\"c\";," + kLineEnd);
@@ -275,8 +271,7 @@ TEST_F(CsvExportTest, ALineAfterACutOneIsWhole) {
   EXPECT_EQ(lines.substr(kLineSize), "short,4,5,home," + kLineEnd);
 }
 
-// --- Whole databases
-// ----------------------------------------------------------------------------------------
+// --- Whole databases ---------------------------------------------------------------------------------------
 
 TEST_F(CsvExportTest, AnEmptyDatabaseYieldsTheHeader) {
   EXPECT_EQ(run_export(), 0);
@@ -317,8 +312,7 @@ TEST_F(CsvExportTest, IndexesAndViewsAreNoTables) {
   EXPECT_EQ(export_rows(), "k,4,3,7," + kLineEnd);
 }
 
-// --- Failures
-// -----------------------------------------------------------------------------------------------
+// --- Failures ----------------------------------------------------------------------------------------------
 
 TEST_F(CsvExportTest, ANullPath) {
   write_file(DB_EXPORT_CSV, "stays");
@@ -354,8 +348,7 @@ TEST_F(CsvExportTest, ACsvFileThatCannotBeOpened) {
   EXPECT_EQ(run_export(), 4);
 }
 
-// --- The parts of an export
-// ---------------------------------------------------------------------------------
+// --- The parts of an export --------------------------------------------------------------------------------
 
 TEST_F(CsvExportTest, ATableNeedsANameAndAFile) {
   const Connection db = open(DB_CONFIG);

@@ -59,8 +59,7 @@ class DefaultsWriteTest : public testing::Test {
   LogCapture log;
 };
 
-// --- The value by its type
-// ----------------------------------------------------------------------------------
+// --- The value by its type ---------------------------------------------------------------------------------
 
 struct Scalar {
   const char* name;
@@ -225,8 +224,7 @@ TEST_F(DefaultsWriteTest, ANullDescriptorIsRefused) {
   EXPECT_FALSE(file_exists(DB_DEF_ITEMS));
 }
 
-// --- The version record, once in a process
-// ------------------------------------------------------------------
+// --- The version record, once in a process -----------------------------------------------------------------
 
 TEST_F(DefaultsWriteTest, TheFirstCallStoresTheVersionAsWell) {
   kelo_dm_item_desc item = descriptor(KELO_DM_TYPE_STRING);
@@ -263,8 +261,7 @@ TEST_F(DefaultsWriteTest, LaterCallsLeaveTheVersionAlone) {
   EXPECT_THAT(rows(SQL_VER_TAB), IsEmpty());
 }
 
-// --- The row
-// ------------------------------------------------------------------------------------------------
+// --- The row -----------------------------------------------------------------------------------------------
 
 TEST_F(DefaultsWriteTest, TheTableAndTheFilesAreTheDefaultsOwn) {
   EXPECT_EQ(dm_write_def_db(kTable, "KEY", KELO_DM_TYPE_BUFFER, "\x01\x02", 2), 0);

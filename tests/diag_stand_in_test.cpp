@@ -180,8 +180,7 @@ TEST(DiagStandInAlone, MissingPeerIsNoHarm) {
   EXPECT_EQ(EBUSY, errno) << "also when syslog(3) finds nobody";
 }
 
-// --- Forks
-// --------------------------------------------------------------------------------------------------
+// --- Forks -------------------------------------------------------------------------------------------------
 
 TEST_F(DiagStandIn, ChildrenLogWhileThreadsDo) {
   std::atomic<bool> stop{false};

@@ -90,8 +90,7 @@ using Callback = KeloLog;
 using Errno = KeloLog;
 using Threads = KeloLog;
 
-// --- Setters and getters
-// ------------------------------------------------------------------------------------
+// --- Setters and getters -----------------------------------------------------------------------------------
 
 TEST_F(Setters, InitialState) {
   EXPECT_EQ(LOG_LVL_INFO, kelo_get_log_level());
@@ -158,8 +157,7 @@ TEST_F(Setters, ThreadIdIsTheKernels) {
   }).join();
 }
 
-// --- Threshold and scratch buffer
-// ---------------------------------------------------------------------------
+// --- Threshold and scratch buffer --------------------------------------------------------------------------
 
 constexpr std::array kLevels = {INT_MIN, -2, -1, 0, 1, 2, 3, 4, 5, 6, INT_MAX};
 
@@ -247,8 +245,7 @@ TEST_F(Buffer, NoneDropsTheMessage) {
   EXPECT_EQ(0, lines_printed);
 }
 
-// --- The start of the channel
-// -------------------------------------------------------------------------------
+// --- The start of the channel ------------------------------------------------------------------------------
 
 void log_error() {
   Scratch buffer;
@@ -376,8 +373,7 @@ TEST_F(ChannelStart, HappensOnceAmongManyThreads) {
   EXPECT_EQ(1, own_channel().starts);
 }
 
-// --- The hand-off to the channel
-// ----------------------------------------------------------------------------
+// --- The hand-off to the channel ---------------------------------------------------------------------------
 
 TEST_F(HandOff, DescriptorAndArguments) {
   const int line = __LINE__ + 1;
@@ -458,8 +454,7 @@ TEST_F(HandOff, FromCxx17) {
   expect_every_level(log_from_cxx17, "log_from_cxx17", "tests/log_macro_cxx17.cpp");
 }
 
-// --- Local mode
-// ---------------------------------------------------------------------------------------------
+// --- Local mode --------------------------------------------------------------------------------------------
 
 TEST_F(LocalMode, PrintsOnStandardOutputAndAddsNoLineEnd) {
   kelo_set_log_tool_enable(0);
@@ -508,8 +503,7 @@ TEST_F(LocalMode, ChannelModeLeavesTheLineAlone) {
   EXPECT_EQ(stamp, str_t);
 }
 
-// --- The callback
-// -------------------------------------------------------------------------------------------
+// --- The callback ------------------------------------------------------------------------------------------
 
 TEST_F(Callback, ThatLogsIsDroppedWithoutDeadlock) {
   kelo_set_log_tool_enable(0);
@@ -550,8 +544,7 @@ TEST_F(Callback, MayCallEveryOtherFunction) {
   EXPECT_EQ("to the channel", channel_records()[0].text);
 }
 
-// --- errno
-// --------------------------------------------------------------------------------------------------
+// --- errno -------------------------------------------------------------------------------------------------
 
 TEST_F(Errno, IsPreserved) {
   errno = EBUSY;
@@ -580,8 +573,7 @@ TEST_F(Errno, IsWhatTheMessageShows) {
   EXPECT_EQ(std::strerror(EBUSY), channel_records()[0].text);
 }
 
-// --- Threads
-// ------------------------------------------------------------------------------------------------
+// --- Threads -----------------------------------------------------------------------------------------------
 
 TEST_F(Threads, SuppressedMessagesAndSettersWaitForNoLine) {
   kelo_set_log_tool_enable(0);

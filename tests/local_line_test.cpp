@@ -148,8 +148,7 @@ TEST_F(Form, MessageIsTakenAsItIs) {
     EXPECT_THAT(line_of(LOG_LVL_ERR, "f", 1, text), IsLine("=ERR=", "x", "f", 1, text));
 }
 
-// --- Time stamp
-// ---------------------------------------------------------------------------------------------
+// --- Time stamp --------------------------------------------------------------------------------------------
 
 TEST_F(Stamp, IsUtcAndNow) {
   setenv("TZ", "UTC-9", 1);
@@ -224,8 +223,7 @@ TEST_F(Stamp, RestOfItsArrayIsZero) {
   expect_zeros({str_t, sizeof str_t}, 23);
 }
 
-// --- Level tag
-// ----------------------------------------------------------------------------------------------
+// --- Level tag ---------------------------------------------------------------------------------------------
 
 TEST_F(Tag, OfEachLevel) {
   prctl(PR_SET_NAME, "x");
@@ -245,8 +243,7 @@ TEST_F(Tag, OfEachLevel) {
     EXPECT_THAT(line_of(c.level, "f", 1, "text"), IsLine(c.tag, "x", "f", 1, "text")) << c.level;
 }
 
-// --- Function name
-// ------------------------------------------------------------------------------------------
+// --- Function name -----------------------------------------------------------------------------------------
 
 TEST_F(Name, ShowsTheProductAsOem) {
   prctl(PR_SET_NAME, "x");
@@ -297,8 +294,7 @@ TEST_F(Name, LongOnesAreCutWithTheLine) {
   }
 }
 
-// --- Thread name
-// --------------------------------------------------------------------------------------------
+// --- Thread name -------------------------------------------------------------------------------------------
 
 TEST_F(ThreadName, AsTheKernelHasIt) {
   struct Case {
@@ -341,8 +337,7 @@ TEST_F(ThreadName, LeavesNoDescriptorOpen) {
   EXPECT_EQ(before, after);
 }
 
-// --- The bound of the line
-// ----------------------------------------------------------------------------------
+// --- The bound of the line ---------------------------------------------------------------------------------
 
 TEST_F(Bound, LineIsCutAt4095Characters) {
   prctl(PR_SET_NAME, "x");

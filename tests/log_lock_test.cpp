@@ -134,8 +134,7 @@ TEST_F(Fork, TwoThreadsForkWhileOthersLog) {
   EXPECT_EQ(0, bad);
 }
 
-// --- A fork from the print callback
-// -------------------------------------------------------------------------
+// --- A fork from the print callback ------------------------------------------------------------------------
 
 thread_local BoundedFork* wanted_child = nullptr;
 
@@ -178,8 +177,7 @@ TEST_F(Fork, ChildMayEndInTheCallback) {
   EXPECT_EQ(ChildEnd::good, child.end());
 }
 
-// --- Fork handlers of the program
-// ---------------------------------------------------------------------------
+// --- Fork handlers of the program --------------------------------------------------------------------------
 
 TEST_F(Fork, HandlersOfTheProgramMayLog) {
   ASSERT_EQ(0, pthread_atfork(log_a_line, log_a_line, log_a_line));
@@ -187,8 +185,7 @@ TEST_F(Fork, HandlersOfTheProgramMayLog) {
   EXPECT_EQ(2, lines_printed) << "one before the fork and one behind it";
 }
 
-// --- Cancelled threads
-// --------------------------------------------------------------------------------------
+// --- Cancelled threads -------------------------------------------------------------------------------------
 
 TEST_F(Cancel, ThreadEndsBehindItsLine) {
   static std::latch in_callback(1);

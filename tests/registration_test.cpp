@@ -223,8 +223,7 @@ TEST_F(RegistrationTest, TheVersionIsStoredBesideOtherItems) {
   EXPECT_EQ(query_lines(DB_CONFIGBAK, "select * from NET_TAB").size(), 1U);
 }
 
-// --- Version queries
-// ----------------------------------------------------------------------------------------
+// --- Version queries ---------------------------------------------------------------------------------------
 
 TEST_F(RegistrationTest, TheConfigurationVersionQuery) {
   EXPECT_EQ(dm_sqlite_read_CfgDB_version(nullptr), DM_SQLITE_FAILED);
@@ -261,8 +260,7 @@ TEST_F(RegistrationTest, TheDefaultsVersionQuery) {
   EXPECT_EQ(dm_sqlite_read_DefItemsDB_version(&version), DM_SQLITE_NOT_OPENED);
 }
 
-// --- Comparison of the two
-// ----------------------------------------------------------------------------------
+// --- Comparison of the two ---------------------------------------------------------------------------------
 
 constexpr int kUntouched = 77;
 

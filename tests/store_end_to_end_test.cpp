@@ -170,8 +170,7 @@ std::vector<std::string> default_rows(const std::string& table) {
   return query_lines(DB_DEF_ITEMS, "select key,type,len,hex(value) from " + table);
 }
 
-// --- Defaults
-// -----------------------------------------------------------------------------------------------
+// --- Defaults ----------------------------------------------------------------------------------------------
 
 TEST_F(StoreEndToEndTest, DefaultsOfAllTypesAreBuilt) {
   Daemon daemon;
@@ -224,8 +223,7 @@ TEST_F(StoreEndToEndTest, TheVersionsMatchOnceBothDatabasesStand) {
   EXPECT_EQ(matched, 1);
 }
 
-// --- Values and events
-// --------------------------------------------------------------------------------------
+// --- Values and events -------------------------------------------------------------------------------------
 
 TEST_F(StoreEndToEndTest, ValuesOfAllTypesAreStoredReadAndAnnounced) {
   Daemon daemon;
@@ -284,8 +282,7 @@ TEST_F(StoreEndToEndTest, AWriteThatFailsIsReturnedAndNotAnnounced) {
   EXPECT_THAT(events, IsEmpty());
 }
 
-// --- Clean
-// --------------------------------------------------------------------------------------------------
+// --- Clean -------------------------------------------------------------------------------------------------
 
 TEST_F(StoreEndToEndTest, ACleanedStoreIsEmptyAndWritableAgain) {
   Daemon daemon;
@@ -318,8 +315,7 @@ TEST_F(StoreEndToEndTest, ACleanWithACopyKeepsTheValues) {
   EXPECT_EQ(scalar(copies[0], "select value from WIFI_TAB where key='SSID'"), "a cabin in the woods");
 }
 
-// --- Several lives
-// ------------------------------------------------------------------------------------------
+// --- Several lives -----------------------------------------------------------------------------------------
 
 TEST_F(StoreEndToEndTest, AnotherProcessReadsWhatOneWrote) {
   live([](Daemon& daemon) {
