@@ -4,9 +4,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
-#include <cstdarg>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
@@ -15,6 +13,7 @@
 #include "base/calendar.hpp"
 #include "base/file.hpp"
 #include "kelo_utils/log.h"
+#include "log/appender.hpp"
 
 char log_msg[KELO_LOG_LINE_SIZE];
 char str_t[KELO_LOG_STAMP_SIZE];
@@ -31,32 +30,6 @@ const char* tag_of(int level) {
   const auto index = static_cast<unsigned>(level);
   return index <= kLastServedTag ? kTags[index] : nullptr;
 }
-
-// Writes text behind text in a fixed buffer, cutting what does not fit; the buffer stays terminated.
-class Appender {
- public:
-  explicit Appender(std::span<char> buffer) : rest_(buffer) { rest_.front() = '\0'; }
-
-  KELO_PRINTF(2, 3) void print(const char* format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    const int length = std::vsnprintf(rest_.data(), rest_.size(), format, arguments);
-    va_end(arguments);
-    if (length > 0) advance(static_cast<std::size_t>(length));
-  }
-
-  void append(const char* text, std::size_t length) {
-    const std::size_t kept = std::min(length, rest_.size() - 1);
-    std::memcpy(rest_.data(), text, kept);
-    rest_[kept] = '\0';
-    advance(kept);
-  }
-
- private:
-  void advance(std::size_t length) { rest_ = rest_.subspan(std::min(length, rest_.size() - 1)); }
-
-  std::span<char> rest_;  // never empty: its first byte is the terminator
-};
 
 void stamp_time() {
   timeval now{};
@@ -80,21 +53,6 @@ void read_thread_name(int process, int thread, std::span<char> name) {
   }
   name[static_cast<std::size_t>(count)] = '\0';
   name[std::strcspn(name.data(), "\n")] = '\0';
-}
-
-// Engineers in the field know the functions by their "oem" names.
-void append_display_name(Appender& line, const char* func) {
-  static constexpr char kProduct[] = "kelo";
-  if (func == nullptr) {
-    line.append("(null)", 6);  // as the C library prints a null string
-    return;
-  }
-  while (const char* match = std::strstr(func, kProduct)) {
-    line.append(func, static_cast<std::size_t>(match - func));
-    line.append("oem", 3);
-    func = match + sizeof kProduct - 1;
-  }
-  line.append(func, std::strlen(func));
 }
 
 }  // namespace
