@@ -197,6 +197,43 @@ static inline char* kelo_log_scratch(void) {
     }                                                                                     \
   } while (0)
 
+/**
+ * @name Watch log and message files
+ * Plain text records straight into files, whatever the threshold and the log tool are.
+ * @{
+ */
+/**
+ * Appends a record to the watch log, stamped with the uptime in seconds:
+ *
+ *     [123.46] main:42 text
+ *
+ * The log is two files of a little more than 1 MiB each, "/data/oem/logs/fwawatchA.log" and "fwawatchB.log"
+ * beside it, in a folder that must exist. A file is full when it holds MORE than 1048576 bytes. Records go to
+ * A until it is full, then to B; when both are, A is emptied and written, the next time both are B, and so on
+ * alternately. This turn begins anew with each process. A file that cannot be opened for emptying is written
+ * all the same, and "trunk <path> file failed!!!" and a line end are printed on standard output. Nothing else
+ * that fails is reported.
+ *
+ * The file "/kelonv/data/fwawatch_option" switches the watch off while the number that it begins with is 0,
+ * as strtol() reads it in base 10 from the first 128 bytes: "0", " -00" and a text without a number are 0.
+ * Without the file, or when it is empty or cannot be read, the watch is on. It is read for each record.
+ *
+ * Preserves errno. Blocks for the file access. May be called by several threads and processes at once: a
+ * record of up to 4096 bytes stands in one piece, but where the files are full at that moment, one may empty
+ * what another has just written. Not for use in a signal handler.
+ *
+ * @param name  what the record is to be found by, usually the calling function's name; null is shown as
+ *              "(null)".
+ * @param line  source line to show.
+ * @param fmt   printf-style format of the text, of any length; a line end is added. Null is logged as an
+ *              error, "oem_watch param NULL", and nothing is written.
+ * @retval 0    written; or the watch is off, the uptime cannot be read or the file cannot be opened, and
+ *              nothing was written.
+ * @retval -1   the file could not be closed, or did not take the whole record (EOF, as fclose() returns it).
+ */
+KELO_API int oem_watch(const char* name, int line, const char* fmt, ...) KELO_PRINTF(3, 4);
+/** @} */
+
 KELO_END_DECLS
 
 #endif /* KELO_UTILS_LOG_H */
