@@ -232,6 +232,48 @@ static inline char* kelo_log_scratch(void) {
  * @retval -1   the file could not be closed, or did not take the whole record (EOF, as fclose() returns it).
  */
 KELO_API int oem_watch(const char* name, int line, const char* fmt, ...) KELO_PRINTF(3, 4);
+
+/**
+ * Appends "[<local time>]<msg>" and a line end to a file, by the shell command
+ *
+ *     echo "[2026-03-01 13:34:56.789]text" >> path
+ *
+ * The time is that of the zone in force (TZ), with the milliseconds cut. NOTHING IS QUOTED: quotes, dollar
+ * signs, back-quotes and backslashes in `msg`, and every character that means something to the shell in
+ * `path`, are interpreted by it. Give plain text, never text from outside.
+ *
+ * The command is cut at 2047 characters and run as what is left of it: whole are `msg` and `path` of 2011
+ * characters together. Where `path` is cut, a file of the shorter name is written; where `msg` is, the shell
+ * finds no closing quote, complains on standard error and writes nothing.
+ *
+ * Runs and logs the command as kelo_system_call() does, and blocks until it has ended. Safe from any thread.
+ *
+ * @param path  file to append to, made when it is not there. Null is logged as an error,
+ *              "kelo_write_msg2file param NULL".
+ * @param msg   text of the record. Null is logged likewise.
+ * @return what kelo_system_call() returns: 0, or the shell's raw wait status (512 is usual for a file that
+ *         cannot be opened and for a missing quote); -1 for a null argument, without running anything.
+ */
+KELO_API int kelo_write_msg2file(const char* path, const char* msg);
+
+/**
+ * Appends "[<local time>]<func>: <message>" and a line end to a file, as kelo_write_msg2file() does, the
+ * warning about the shell included.
+ *
+ * The text between the quotes is cut at 8439 characters and the command at 12659, with what then follows as
+ * for kelo_write_msg2file(). Takes 21100 bytes from the heap for its duration; without them nothing is run.
+ * Whether the command succeeded is told by the log only.
+ *
+ * @param buf   scratch buffer of at least ::KELO_LOG_BUFFER_SIZE bytes; receives the message,
+ *              NUL-terminated and cut at 4219 characters. `path`, `func` and the arguments must not lie in it.
+ * @param path  file to append to.
+ * @param func  name of the calling function, shown with every "kelo" replaced by "oem"; null appends an
+ *              empty line instead of the record.
+ * @param fmt   printf-style format of the message. A null `buf`, `path` or `fmt` is logged as an error,
+ *              "kelo_write_msg2file_ex param NULL", and nothing is run.
+ */
+KELO_API void kelo_write_msg2file_ex(char* buf, const char* path, const char* func, const char* fmt, ...)
+    KELO_PRINTF(4, 5);
 /** @} */
 
 KELO_END_DECLS

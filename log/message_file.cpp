@@ -1,0 +1,91 @@
+// Single messages, appended to a file by the shell.
+#include <sys/time.h>
+
+#include <array>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <initializer_list>
+#include <span>
+#include <string_view>
+
+#include "base/heap.hpp"
+#include "kelo_utils/app_os_al.h"
+#include "log/appender.hpp"
+#include "log/library_log.hpp"
+
+namespace {
+
+using kelo::base::zeroed_array;
+using kelo::log::Appender;
+
+constexpr std::size_t kCommandSize = 2048;
+constexpr std::size_t kLongLineSize = 8440;
+constexpr std::size_t kLongCommandSize = 12660;
+
+using Stamp = std::array<char, 64>;
+
+Stamp local_stamp() {
+  timeval now{};
+  gettimeofday(&now, nullptr);
+  // localtime_r() alone need not notice that the zone was changed since its first use.
+  tzset();
+  tm local{};
+  localtime_r(&now.tv_sec, &local);
+  Stamp stamp;
+  std::snprintf(stamp.data(), stamp.size(), "%04d-%02d-%02d %02d:%02d:%02d.%03d", local.tm_year + 1900,
+                local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
+                static_cast<int>(now.tv_usec / 1000));
+  return stamp;
+}
+
+// Appends a line, given in pieces, to the file; the command is put together in `room`. Nothing is escaped:
+// callers pass plain text, and some let the shell put values in.
+int echo_into(const char* path, std::initializer_list<std::string_view> line, std::span<char> room) {
+  Appender command(room);
+  command.append("echo \"");
+  for (const std::string_view piece : line) command.append(piece);
+  command.append("\" >> ");
+  command.append(path);
+  return kelo_system_call(room.data(), static_cast<std::uint32_t>(std::strlen(room.data())));
+}
+
+}  // namespace
+
+int kelo_write_msg2file(const char* path, const char* msg) {
+  if (path == nullptr || msg == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    return -1;
+  }
+  std::array<char, kCommandSize> command;
+  return echo_into(path, {"[", local_stamp().data(), "]", msg}, command);
+}
+
+void kelo_write_msg2file_ex(char* buf, const char* path, const char* func, const char* fmt, ...) {
+  if (buf == nullptr || path == nullptr || fmt == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    return;
+  }
+  const Stamp stamp = local_stamp();
+  va_list arguments;
+  va_start(arguments, fmt);
+  const int length = std::vsnprintf(buf, KELO_LOG_BUFFER_SIZE, fmt, arguments);
+  va_end(arguments);
+  if (length < 0) *buf = '\0';
+  const auto text = zeroed_array<char>(kLongLineSize);
+  if (!text) return;
+  const auto command = zeroed_array<char>(kLongCommandSize);
+  if (!command) return;
+  // Without a function name the line stays empty.
+  if (func != nullptr) {
+    Appender line({text.get(), kLongLineSize});
+    line.print("[%s]", stamp.data());
+    kelo::log::append_display_name(line, func);
+    line.append(": ");
+    line.append(buf);
+  }
+  echo_into(path, {text.get()}, {command.get(), kLongCommandSize});
+}
