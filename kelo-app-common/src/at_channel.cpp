@@ -11,10 +11,10 @@
 #include <cstring>
 #include <span>
 
-#include "base/fatal.hpp"
 #include "base/file.hpp"
 #include "base/heap.hpp"
 #include "kelo-app-common/src/at_reply.hpp"
+#include "kelo-app-common/src/fatal.hpp"
 #include "kelo_utils/app_common.h"
 #include "log/library_log.hpp"
 
@@ -26,20 +26,12 @@ namespace {
 using kelo::base::Descriptor;
 using kelo::base::HeapPtr;
 using kelo::base::retry_interrupted;
-
-// The name under which crash logs show memory that ran out here.
-constexpr const char* kSourcePath = "kelo-app-common/src/kelo_common_def.c";
+using kelo::common::zeroed_or_fatal;
 
 constexpr std::uint16_t kServicePort = 5555;
 constexpr int kAttempts = 3;
 constexpr std::int64_t kWaitNanoseconds = 20000000000;
 constexpr char kFailure[] = "\r\nERROR\r\n";
-
-HeapPtr<char[]> allocate(std::size_t size) {
-  HeapPtr<char[]> block = kelo::base::zeroed_array<char>(size);
-  if (!block) kelo::base::fatal(kSourcePath, __LINE__);
-  return block;
-}
 
 std::int64_t now_nanoseconds() {
   timespec now{};
@@ -129,7 +121,7 @@ class Exchange {
 };
 
 bool exchange(std::span<char> reply, const char* command) {
-  const HeapPtr<char[]> prepared = allocate(std::strlen(command) + kelo::at::kPreparedExtra);
+  const HeapPtr<char[]> prepared = zeroed_or_fatal(std::strlen(command) + kelo::at::kPreparedExtra);
   const std::size_t length = kelo::at::prepare_command(command, prepared.get());
   return Exchange(reply, prepared.get(), length).run();
 }
@@ -137,7 +129,7 @@ bool exchange(std::span<char> reply, const char* command) {
 }  // namespace
 
 char* kelo_util_send_at(const char* command) {
-  HeapPtr<char[]> reply = allocate(KELO_AT_REPLY_SIZE);
+  HeapPtr<char[]> reply = zeroed_or_fatal(KELO_AT_REPLY_SIZE);
   bool complete = false;
   if (command == nullptr) {
     KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
