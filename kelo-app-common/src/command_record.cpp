@@ -1,0 +1,119 @@
+// Commands that daemons queue for each other, and the memory they own.
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <utility>
+
+#include "kelo-app-common/src/fatal.hpp"
+#include "kelo_utils/app_common.h"
+#include "log/library_log.hpp"
+
+namespace {
+
+// Other programs of the router count in words: 11 and one byte are 45 bytes on the 32-bit target.
+constexpr std::size_t kWord = sizeof(void*);
+static_assert(offsetof(kelo_cmd_q_data, cmd_type) == 2 * kWord &&
+              offsetof(kelo_cmd_q_data, payload) == 8 * kWord && KELO_CMD_Q_DATA_SIZE == 11 * kWord + 1);
+static_assert(offsetof(kelo_cmd_payload_0, owned_5) == 4 * kWord &&
+              offsetof(kelo_cmd_payload_0, owned_7) == 6 * kWord &&
+              offsetof(kelo_cmd_payload_0, table_11) == 10 * kWord &&
+              KELO_CMD_PAYLOAD_0_SIZE == 11 * kWord + 1);
+static_assert(offsetof(kelo_cmd_table, entries) == kWord && sizeof(kelo_cmd_table_entry) == 3 * kWord &&
+              offsetof(kelo_cmd_table_entry, owned_3) == 2 * kWord);
+static_assert(offsetof(kelo_cmd_payload_5, owned_3) == 2 * kWord && KELO_CMD_PAYLOAD_5_SIZE == 4 * kWord + 1);
+static_assert(offsetof(kelo_cmd_payload_13, owned_5) == 4 * kWord &&
+              offsetof(kelo_cmd_payload_15, owned_1) == 0);
+
+constexpr std::size_t kNone = SIZE_MAX;
+
+// What becomes of a type's payload. Places are offsets in it.
+struct PayloadKind {
+  std::int32_t type;
+  std::size_t allocated = kNone;  // bytes, of the types that can be made here
+  std::array<std::size_t, 2> pointers = {kNone, kNone};
+  std::size_t table = kNone;
+  bool freed = true;
+};
+
+constexpr std::array<std::size_t, 2> kPointersOf0 = {offsetof(kelo_cmd_payload_0, owned_5),
+                                                     offsetof(kelo_cmd_payload_0, owned_7)};
+constexpr std::size_t kTableOf0 = offsetof(kelo_cmd_payload_0, table_11);
+
+constexpr std::array<PayloadKind, 13> kPayloadKinds = {{
+    {.type = 0, .allocated = KELO_CMD_PAYLOAD_0_SIZE, .pointers = kPointersOf0, .table = kTableOf0},
+    {.type = 4, .allocated = KELO_CMD_PAYLOAD_0_SIZE, .pointers = kPointersOf0, .table = kTableOf0},
+    {.type = 5,
+     .allocated = KELO_CMD_PAYLOAD_5_SIZE,
+     .pointers = {offsetof(kelo_cmd_payload_5, owned_3), kNone}},
+    {.type = 6, .freed = false},
+    {.type = 7},
+    {.type = 8},
+    {.type = 9, .freed = false},
+    {.type = 10},
+    {.type = 11},
+    {.type = 12},
+    {.type = 13, .pointers = {offsetof(kelo_cmd_payload_13, owned_5), kNone}},
+    {.type = 14},
+    {.type = 15, .pointers = {offsetof(kelo_cmd_payload_15, owned_1), kNone}},
+}};
+
+// Null for a type that nothing is known about.
+const PayloadKind* find_kind(std::int32_t type) {
+  const auto* const kind = std::ranges::find(kPayloadKinds, type, &PayloadKind::type);
+  return kind == kPayloadKinds.end() ? nullptr : kind;
+}
+
+template <typename T>
+T*& pointer_at(void* payload, std::size_t place) {
+  return *reinterpret_cast<T**>(static_cast<char*>(payload) + place);
+}
+
+void free_and_clear(void*& block) { std::free(std::exchange(block, nullptr)); }
+
+void free_payload(const PayloadKind& kind, void* payload) {
+  if (!kind.freed) return;
+  for (const std::size_t place : kind.pointers) {
+    if (place != kNone) free_and_clear(pointer_at<void>(payload, place));
+  }
+  if (kind.table != kNone) {
+    auto* const table = pointer_at<kelo_cmd_table>(payload, kind.table);
+    // The entries are cleared because the table outlives them.
+    for (std::int32_t i = 0; table != nullptr && i < table->count; ++i)
+      free_and_clear(table->entries[i].owned_3);
+  }
+  std::free(payload);
+}
+
+}  // namespace
+
+kelo_cmd_q_data* kelo_malloc_cmd_q_data(int cmd_type) {
+  const PayloadKind* const kind = find_kind(cmd_type);
+  if (kind == nullptr || kind->allocated == kNone) {
+    KELO_LOG(LOG_LVL_ERR, "Invalid CMD type: %d\n", cmd_type);
+    kelo::common::fatal();
+  }
+  auto payload = kelo::common::zeroed_or_fatal(kind->allocated);
+  auto* const record =
+      reinterpret_cast<kelo_cmd_q_data*>(kelo::common::zeroed_or_fatal(KELO_CMD_Q_DATA_SIZE).release());
+  record->cmd_type = cmd_type;
+  record->payload = payload.release();
+  KELO_LOG(LOG_LVL_DBUG, "cmd_type = %d\n", cmd_type);
+  return record;
+}
+
+void kelo_free_cmd_q_data(kelo_cmd_q_data* record) {
+  if (record == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "oem_free_cmd_q_data invalid queue data\n");
+    return;
+  }
+  KELO_LOG(LOG_LVL_DBUG, "oem_free_cmd_q_data:cmd_type=%d, %p\n", record->cmd_type, record->payload);
+  const PayloadKind* const kind = find_kind(record->cmd_type);
+  if (kind == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "Invalid CMD type: %d\n", record->cmd_type);
+  } else if (record->payload != nullptr) {
+    free_payload(*kind, record->payload);
+  }
+  std::free(record);
+}
