@@ -28,6 +28,22 @@ struct TableFreer {
 };
 using ResultCells = std::unique_ptr<char*, TableFreer>;
 
+// A connection that was asked for. A failed one may have a handle too: it knows SQLite's words for the failure.
+struct [[nodiscard]] Opening {
+  int code;
+  Database db;
+
+  [[nodiscard]] bool ok() const { return code == SQLITE_OK; }
+  [[nodiscard]] const char* text() const { return sqlite3_errmsg(db.get()); }
+};
+
+// Opens a file for reading and writing, creating it when it is missing, with a connection that only one thread
+// at a time may use: it has no lock of its own. A file that another process holds is waited for.
+Opening open_unlocked(const char* path);
+
+// Closes a connection and returns SQLite's code; one that SQLite refuses to close stays open and owned.
+int close_file(Database& db);
+
 // Opens a database for reading and writing, creating the file when it is missing. A file that another process
 // holds is waited for. Empty on failure, which is logged under `caller`.
 Database open_database(const char* caller, const char* path);

@@ -10,20 +10,23 @@
 
 namespace kelo::store {
 
-// A printf-formatted text of fixed room; what does not fit is cut.
+// A printf-formatted text of fixed room; what does not fit is cut, and cut() tells.
 template <std::size_t Size>
 class FixedText {
  public:
   KELO_PRINTF(2, 3) explicit FixedText(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    std::vsnprintf(text_, Size, format, arguments);
+    const int length = std::vsnprintf(text_, Size, format, arguments);
     va_end(arguments);
+    cut_ = length < 0 || static_cast<std::size_t>(length) >= Size;
   }
   [[nodiscard]] const char* c_str() const { return text_; }
+  [[nodiscard]] bool cut() const { return cut_; }
 
  private:
   char text_[Size];
+  bool cut_ = false;
 };
 
 using SqlText = FixedText<512>;
