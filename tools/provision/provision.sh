@@ -1,0 +1,50 @@
+#!/bin/sh
+# Makes the parameter databases of a device from the SQL of their tables.
+# Usage: provision.sh [--user] [--sql FILE] FOLDER
+# FOLDER receives factory_info.db and, with --user, user_info.db as its copy; each is replaced as a whole, and neither
+# when the SQL is not right. The tables come from factory.sql beside this script unless --sql names another file. Each
+# must have one row.
+set -eu
+
+die() {
+  printf 'provision.sh: %s\n' "$*" >&2
+  exit 1
+}
+
+user=no
+sql=$(dirname -- "$0")/factory.sql
+while [ $# -gt 1 ]; do
+  case $1 in
+    --user) user=yes ;;
+    --sql) sql=$2 && shift ;;
+    *) die "no such option: $1" ;;
+  esac
+  shift
+done
+folder=${1-}
+case $folder in "" | -*) die "for which FOLDER?" ;; esac
+[ -r "$sql" ] || die "cannot read $sql"
+command -v sqlite3 > /dev/null || die "the command-line tool sqlite3 is not installed"
+
+# A user file that a device copies from the factory's gets its mode: the owner must be able to write both.
+umask 022
+mkdir -p -- "$folder"
+new=$(mktemp -d -- "$folder/provision.XXXXXX")
+trap 'rm -rf -- "$new"' EXIT
+ask() { sqlite3 -batch -bail -init /dev/null "$new/factory_info.db" "$@"; }
+
+ask < "$sql" || die "$sql is not right"
+tables=$(ask "select name from sqlite_master where type = 'table' and name not like 'sqlite_%'")
+[ -n "$tables" ] || die "$sql makes no table"
+for table in $tables; do
+  rows=$(ask "select count(*) from $table")
+  [ "$rows" -eq 1 ] || die "table $table has $rows rows, not 1"
+done
+
+if [ "$user" = yes ]; then
+  cp -- "$new/factory_info.db" "$new/user_info.db"
+  mv -f -- "$new/user_info.db" "$folder/user_info.db"
+  # What a write that was cut off has left belongs to the file that is gone.
+  rm -f -- "$folder/user_info.db-journal"
+fi
+mv -f -- "$new/factory_info.db" "$folder/factory_info.db"
