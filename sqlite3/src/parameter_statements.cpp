@@ -1,0 +1,109 @@
+#include "sqlite3/src/parameter_statements.hpp"
+
+#include <optional>
+#include <string_view>
+
+#include "log/library_log.hpp"
+
+pthread_mutex_t kelo::params::parameter_mutex = PTHREAD_MUTEX_INITIALIZER;
+
+namespace kelo::params {
+namespace {
+
+using store::Outcome;
+using store::Rows;
+
+// SQLite takes a text in double quotes for a column where one has that name, and would store that column's
+// value. While this guard lives it refuses to, with SQLITE_AUTH.
+class TextsAreNoColumns {
+ public:
+  explicit TextsAreNoColumns(sqlite3* db) : db_(db) { sqlite3_set_authorizer(db_, refuse_columns, nullptr); }
+  ~TextsAreNoColumns() { sqlite3_set_authorizer(db_, nullptr, nullptr); }
+  TextsAreNoColumns(const TextsAreNoColumns&) = delete;
+  TextsAreNoColumns& operator=(const TextsAreNoColumns&) = delete;
+
+ private:
+  // Triggers on the table are none of the statement's own text.
+  static int refuse_columns(void* /*context*/, int action, const char* /*table*/, const char* /*column*/,
+                            const char* /*schema*/, const char* trigger) {
+    return action == SQLITE_READ && trigger == nullptr ? SQLITE_DENY : SQLITE_OK;
+  }
+
+  sqlite3* db_;
+};
+
+// The same statement with its text in single quotes. The text holds no double quote of its own, and a column's
+// name no single one.
+std::optional<StatementText> in_single_quotes(const char* update) {
+  const std::string_view text = update;
+  const std::size_t end = text.rfind('"');
+  if (end == 0 || end == std::string_view::npos) return {};
+  const std::size_t begin = text.rfind('"', end - 1);
+  if (begin == std::string_view::npos) return {};
+  return StatementText("%.*s'%.*s'%s", static_cast<int>(begin), update, static_cast<int>(end - begin - 1),
+                       update + begin + 1, update + end + 1);
+}
+
+Outcome run_update(sqlite3* db, const char* update) {
+  Outcome outcome = [&] {
+    const TextsAreNoColumns guard(db);
+    return store::execute(db, update);
+  }();
+  if (outcome.code == SQLITE_AUTH) {
+    if (const auto plain = in_single_quotes(update)) return store::execute(db, plain->c_str());
+  }
+  return outcome;
+}
+
+Rows failed_search(int code) {
+  Rows rows{};
+  rows.outcome.code = code;
+  return rows;
+}
+
+void end_statement(Lease& connection, Which which) {
+  if (which == Which::kUser) connection.close();
+}
+
+}  // namespace
+
+Rows search_by_table(Which which, const StatementText& select) {
+  Lease connection = open_sqlite_db(which);
+  if (!connection) {
+    KELO_LOG(LOG_LVL_ERR, "Error, open_sqlite_db return faild.\n");
+    return failed_search(SQLITE_CANTOPEN);
+  }
+  Rows found =
+      select.cut() ? failed_search(SQLITE_TOOBIG) : store::select_rows(connection.get(), select.c_str());
+  if (found.outcome.ok()) {
+    end_statement(connection, which);
+  } else {
+    KELO_LOG(LOG_LVL_ERR, "Error, sqlite3_get_table run faild, sql_cmd:[%s], db err:[%s].\n", select.c_str(),
+             found.outcome.text());
+  }
+  return found;
+}
+
+bool update_item_to_db(const StatementText& update) {
+  Lease connection = open_sqlite_db(Which::kUser);
+  if (!connection) {
+    KELO_LOG(LOG_LVL_ERR, "Error, db:%s open_sqlite_db return faild.\n", path_of(Which::kUser));
+    return false;
+  }
+  KELO_LOG(LOG_LVL_DBUG, "sqlite3_exec sql_cmd:[%s].\n", update.c_str());
+  const Outcome outcome = run_update(connection.get(), update.c_str());
+  if (!outcome.ok()) {
+    KELO_LOG(LOG_LVL_ERR, "Error, sql_cmd err info:[%s].\n", outcome.text());
+    return false;
+  }
+  end_statement(connection, Which::kUser);
+  return true;
+}
+
+bool store_column(const char* caller, Column column, const StatementText& update) {
+  if (update_item_to_db(update)) return true;
+  log_failed_update(caller, column);
+  return false;
+}
+
+}  // namespace kelo::params

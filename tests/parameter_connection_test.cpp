@@ -1,0 +1,290 @@
+// Opening the parameter databases, and the connection that is kept between operations.
+#include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+
+#include "tests/support/child_process.hpp"
+#include "tests/support/file_holder.hpp"
+#include "tests/support/parameter_files.hpp"
+#include "tests/support/sqlite_faults.hpp"
+
+namespace {
+
+using namespace kelo::tests;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+const std::string kCopy = "cp " + kFactoryFile + " " + kUserFile;
+const std::string kUserMissing = "3 open_sqlite_db: Error, db:" + kUserFile + " couldn't access.\n";
+const std::string kFactoryMissing = "3 open_sqlite_db: Error, db:" + kFactoryFile + " couldn't access.\n";
+
+class ParameterConnection : public ParameterTest {
+ protected:
+  static int get_channel(std::uint8_t& channel) {
+    channel = 90;
+    return kelo_db_get_value("wifi", "channel", &channel, 0, 0);
+  }
+  static int set_channel(std::uint8_t channel) {
+    return kelo_db_update_value("wifi", "channel", &channel, 0);
+  }
+  static int run(const char* sql, int which = 0) { return kelo_db_exec_cmd(sql, nullptr, nullptr, which); }
+  // Whether this process has the file open.
+  static bool is_open(const std::string& path) {
+    for (const std::string& descriptor : open_descriptors())
+      if (descriptor.ends_with(" " + path)) return true;
+    return false;
+  }
+
+  std::uint8_t channel = 90;
+};
+
+// --- Missing files --------------------------------------------------------------------------------------
+
+TEST_F(ParameterConnection, MissingUserDatabaseIsMadeFromTheFactory) {
+  std::filesystem::remove(kUserFile);
+  EXPECT_EQ(get_channel(channel), 0);
+  EXPECT_EQ(channel, 36);
+  EXPECT_EQ(read_file(kUserFile), read_file(kFactoryFile));
+  EXPECT_THAT(lines(), ElementsAre(kUserMissing, "0 oem_system_call: System call: " + kCopy + "\n",
+                                   "0 oem_system_call: run shell script successfully result=0.\n"));
+}
+
+TEST_F(ParameterConnection, MissingUserDatabaseIsMadeBeforeTheFactoryIsRead) {
+  std::filesystem::remove(kUserFile);
+  EXPECT_EQ(run("select 1", 1), 0);
+  EXPECT_EQ(read_file(kUserFile), read_file(kFactoryFile));
+}
+
+TEST_F(ParameterConnection, BothDatabasesMissingIsLogged) {
+  std::filesystem::remove(kUserFile);
+  std::filesystem::remove(kFactoryFile);
+  const CallTrace trace;
+  EXPECT_EQ(get_channel(channel), -1);
+  EXPECT_EQ(channel, 90);
+  EXPECT_EQ(trace.count("system"), 0);
+  EXPECT_THAT(lines(), ElementsAre(kUserMissing, kFactoryMissing,
+                                   "3 search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select "
+                                   "channel from wifi ;], db err:[no such table: wifi].\n"));
+  EXPECT_EQ(read_file(kUserFile), "") << "SQLite makes an empty file";
+}
+
+TEST_F(ParameterConnection, FailedCopyOfTheFactoryIsLogged) {
+  std::filesystem::remove(kUserFile);
+  const Fault fault({.function = "system", .code = 256});
+  EXPECT_EQ(get_channel(channel), -1);
+  EXPECT_THAT(errors(),
+              ElementsAre(kUserMissing, "3 oem_system_call: run shell script fail=256, script exit code: 1\n",
+                          "3 search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select "
+                          "channel from wifi ;], db err:[no such table: wifi].\n"));
+}
+
+TEST_F(ParameterConnection, MissingFolderCannotBeOpened) {
+  std::filesystem::rename(kParameterFolder, "/data/elsewhere");
+  EXPECT_EQ(get_channel(channel), -1);
+  EXPECT_EQ(set_channel(1), -1);
+  EXPECT_EQ(run("select 1", 1), -1);
+  EXPECT_EQ(channel, 90);
+  const std::string user =
+      "3 open_sqlite_db: Error, db:" + kUserFile + " open failed:unable to open database file.\n";
+  EXPECT_THAT(
+      errors(),
+      ElementsAre(
+          kUserMissing, kFactoryMissing, user, "3 search_by_table: Error, open_sqlite_db return faild.\n",
+          kUserMissing, kFactoryMissing, user,
+          "3 update_item_to_db: Error, db:" + kUserFile + " open_sqlite_db return faild.\n",
+          "3 oem_db_update_value: Error, tbl_name:wifi update key:[channel] failed.\n", kUserMissing,
+          kFactoryMissing,
+          "3 open_sqlite_db: Error, db:" + kFactoryFile + " open failed:unable to open database file.\n",
+          "3 oem_db_exec_cmd: Error, db:" + kFactoryFile + " open_sqlite_db return faild.\n"));
+  std::filesystem::rename("/data/elsewhere", kParameterFolder);
+}
+
+TEST_F(ParameterConnection, MissingFactoryCannotBeReloadedFrom) {
+  std::filesystem::remove(kFactoryFile);
+  const kelo_db_param params[] = {{&channel, "channel", 0, 1, 1}, {}};
+  const kelo_db_query query = {"wifi", params};
+  EXPECT_EQ(kelo_db_reload_value(&query, 1), -1);
+  EXPECT_EQ(channel, 90);
+  EXPECT_THAT(errors(), ElementsAre("3 search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select "
+                                    "channel from wifi;], db err:[no such table: wifi].\n",
+                                    "3 oem_db_reload_value: Error, db:" + kFactoryFile +
+                                        " search_by_table return failed.\n"));
+}
+
+TEST_F(ParameterConnection, FileThatWentAwayIsForgotten) {
+  EXPECT_EQ(run("select 1"), 0);
+  std::filesystem::remove(kUserFile);
+  set_cell("channel", "7", kFactoryFile);
+  EXPECT_EQ(get_channel(channel), 0);
+  EXPECT_EQ(channel, 7) << "not what the file that is gone holds";
+}
+
+TEST_F(ParameterConnection, WriteThatWasCutOffDoesNotReachTheNewFile) {
+  execute_sql(kUserFile, "create table filler (x); insert into filler values (zeroblob(100000))");
+  run_in_child([] {
+    sqlite3* db = nullptr;
+    sqlite3_open(kUserFile.c_str(), &db);
+    sqlite3_exec(db,
+                 "pragma cache_size = 1; begin; update filler set x = randomblob(100000);"
+                 "update wifi set channel = 99",
+                 nullptr, nullptr, nullptr);
+    _exit(0);
+  });
+  ASSERT_GT(std::filesystem::file_size(kUserFile + "-journal"), 4096U);
+  std::filesystem::remove(kUserFile);
+  EXPECT_EQ(get_channel(channel), 0);
+  EXPECT_EQ(channel, 36);
+  EXPECT_EQ(scalar(kUserFile, "pragma integrity_check"), "ok");
+  EXPECT_EQ(scalar(kUserFile, "select count(*) from sqlite_master where name = 'filler'"), "0");
+}
+
+// --- Files that cannot be used --------------------------------------------------------------------------
+
+TEST_F(ParameterConnection, UserFileThatIsNoDatabaseFails) {
+  make_no_database(kUserFile);
+  EXPECT_EQ(get_channel(channel), -1);
+  EXPECT_EQ(set_channel(1), -1);
+  EXPECT_EQ(channel, 90);
+  EXPECT_THAT(
+      errors(),
+      ElementsAre("3 search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select channel from "
+                  "wifi ;], db err:[file is not a database].\n",
+                  "3 update_item_to_db: Error, sql_cmd err info:[file is not a database].\n",
+                  "3 oem_db_update_value: Error, tbl_name:wifi update key:[channel] failed.\n"));
+}
+
+TEST_F(ParameterConnection, FactoryFileThatIsNoDatabaseFails) {
+  make_no_database(kFactoryFile);
+  const kelo_db_param params[] = {{&channel, "channel", 0, 1, 1}, {}};
+  const kelo_db_query query = {"wifi", params};
+  EXPECT_EQ(kelo_db_reload_value(&query, 1), -1);
+  EXPECT_EQ(channel, 90);
+  EXPECT_EQ(cell("channel"), "36");
+  EXPECT_THAT(errors(), ElementsAre("3 search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select "
+                                    "channel from wifi;], db err:[file is not a database].\n",
+                                    "3 oem_db_reload_value: Error, db:" + kFactoryFile +
+                                        " search_by_table return failed.\n"));
+}
+
+TEST_F(ParameterConnection, FolderInPlaceOfAFileCannotBeOpened) {
+  std::filesystem::remove(kUserFile);
+  std::filesystem::create_directory(kUserFile);
+  EXPECT_EQ(get_channel(channel), -1);
+  EXPECT_THAT(errors(), ElementsAre("3 open_sqlite_db: Error, db:" + kUserFile +
+                                        " open failed:unable to open database file.\n",
+                                    "3 search_by_table: Error, open_sqlite_db return faild.\n"));
+  std::filesystem::remove(kUserFile);
+}
+
+TEST_F(ParameterConnection, ReadOnlyFileIsReadAndNotWritten) {
+  chmod(kUserFile.c_str(), 0444);
+  EXPECT_EQ(get_channel(channel), 0);
+  EXPECT_EQ(channel, 36);
+  EXPECT_EQ(set_channel(1), -1);
+  EXPECT_EQ(cell("channel"), "36");
+  EXPECT_THAT(
+      errors(),
+      ElementsAre("3 update_item_to_db: Error, sql_cmd err info:[attempt to write a readonly database].\n",
+                  "3 oem_db_update_value: Error, tbl_name:wifi update key:[channel] failed.\n"));
+}
+
+TEST_F(ParameterConnection, LockedFileIsWaitedForAndFails) {
+  const FileHolder holder(kUserFile, "begin exclusive");
+  const ShortBusyTimeout short_wait(1);
+  EXPECT_EQ(get_channel(channel), -1);
+  EXPECT_EQ(set_channel(1), -1);
+  EXPECT_EQ(channel, 90);
+  EXPECT_GE(short_wait.shortest_asked_for(), 1000);
+  EXPECT_THAT(
+      errors(),
+      ElementsAre("3 search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select channel from "
+                  "wifi ;], db err:[database is locked].\n",
+                  "3 update_item_to_db: Error, sql_cmd err info:[database is locked].\n",
+                  "3 oem_db_update_value: Error, tbl_name:wifi update key:[channel] failed.\n"));
+}
+
+TEST_F(ParameterConnection, FileLockedForAWhileIsWaitedFor) {
+  const FileHolder holder(kUserFile, "begin exclusive", 200);
+  EXPECT_EQ(set_channel(1), 0);
+  EXPECT_EQ(get_channel(channel), 0);
+  EXPECT_EQ(channel, 1);
+}
+
+// --- What is kept ---------------------------------------------------------------------------------------
+
+TEST_F(ParameterConnection, SuccessClosesTheUserConnection) {
+  EXPECT_EQ(get_channel(channel), 0);
+  EXPECT_FALSE(is_open(kUserFile));
+  EXPECT_EQ(set_channel(1), 0);
+  EXPECT_FALSE(is_open(kUserFile));
+}
+
+TEST_F(ParameterConnection, FailureKeepsTheUserConnection) {
+  EXPECT_EQ(kelo_db_get_value("none", "channel", &channel, 0, 0), -1);
+  EXPECT_TRUE(is_open(kUserFile));
+  {
+    const CallTrace trace;
+    EXPECT_EQ(kelo_db_update_value("none", "channel", &channel, 0), -1);
+    EXPECT_EQ(trace.count("sqlite3_open_v2"), 0) << "the kept one is used again";
+  }
+  EXPECT_TRUE(is_open(kUserFile));
+  EXPECT_EQ(get_channel(channel), 0);
+  EXPECT_FALSE(is_open(kUserFile));
+}
+
+TEST_F(ParameterConnection, OpeningOneClosesTheOther) {
+  EXPECT_EQ(run("select 1", 0), 0);
+  EXPECT_TRUE(is_open(kUserFile));
+  EXPECT_EQ(run("select 1", 1), 0);
+  EXPECT_FALSE(is_open(kUserFile));
+  EXPECT_TRUE(is_open(kFactoryFile));
+  EXPECT_EQ(run("select 1", 0), 0);
+  EXPECT_TRUE(is_open(kUserFile));
+  EXPECT_FALSE(is_open(kFactoryFile));
+}
+
+TEST_F(ParameterConnection, ReadOfTheFactoryKeepsItsConnection) {
+  const kelo_db_param params[] = {{&channel, "none", 0, 1, 1}, {}};
+  const kelo_db_query query = {"wifi", params};
+  EXPECT_EQ(kelo_db_reload_value(&query, 1), -1);
+  EXPECT_TRUE(is_open(kFactoryFile));
+  EXPECT_EQ(kelo_db_close_sqlite(), 0);
+  EXPECT_TRUE(is_open(kFactoryFile)) << "only the user's is closed";
+  const CallTrace trace;
+  EXPECT_EQ(run("select 1", 1), 0);
+  EXPECT_EQ(trace.count("sqlite3_open_v2"), 0);
+  EXPECT_TRUE(is_open(kFactoryFile));
+}
+
+TEST_F(ParameterConnection, ReloadLeavesNothingOpen) {
+  const kelo_db_param params[] = {{&channel, "channel", 0, 1, 1}, {}};
+  const kelo_db_query query = {"wifi", params};
+  EXPECT_EQ(kelo_db_reload_value(&query, 1), 0);
+  EXPECT_FALSE(is_open(kFactoryFile));
+  EXPECT_FALSE(is_open(kUserFile));
+}
+
+TEST_F(ParameterConnection, FailedOpeningKeepsNothing) {
+  {
+    const Fault fault({.function = "sqlite3_open_v2", .code = SQLITE_CANTOPEN});
+    EXPECT_EQ(get_channel(channel), -1);
+  }
+  EXPECT_EQ(open_descriptors(), descriptors_);
+  EXPECT_EQ(kelo_db_close_sqlite(), 0);
+  EXPECT_EQ(get_channel(channel), 0);
+}
+
+TEST_F(ParameterConnection, CloseEndsTheKeptConnection) {
+  EXPECT_EQ(kelo_db_close_sqlite(), 0);
+  EXPECT_EQ(run("select 1"), 0);
+  EXPECT_TRUE(is_open(kUserFile));
+  EXPECT_EQ(kelo_db_close_sqlite(), 0);
+  EXPECT_FALSE(is_open(kUserFile));
+  EXPECT_EQ(kelo_db_close_sqlite(), 0);
+  EXPECT_THAT(errors(), IsEmpty());
+}
+
+}  // namespace
