@@ -103,6 +103,11 @@ inline std::size_t write_all(int fd, std::span<const char> data) {
   return count;
 }
 
+// Brings the names in a directory to the storage, as far as its file system can.
+inline void sync_directory(const char* path) {
+  if (const Descriptor directory = open_file(path, O_RDONLY | O_DIRECTORY)) ::fsync(directory.get());
+}
+
 struct StreamCloser {
   void operator()(std::FILE* stream) const { std::fclose(stream); }
 };

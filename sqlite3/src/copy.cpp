@@ -85,7 +85,7 @@ void undo_interrupted_copy(const char* target) {
 void sync_directory_of(const char* path) {
   const std::string_view directory = directory_of(path);
   const PathText name("%.*s", static_cast<int>(directory.size()), directory.data());
-  if (const Descriptor opened = base::open_file(name.c_str(), O_RDONLY | O_DIRECTORY)) fsync(opened.get());
+  base::sync_directory(name.c_str());
 }
 
 bool same_directory(const char* path, const char* other) { return directory_of(path) == directory_of(other); }
