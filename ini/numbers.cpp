@@ -1,6 +1,9 @@
-// Values as numbers and truth values.
+// Values as numbers and truth values, and numbers as values.
 #include <algorithm>
 #include <array>
+#include <cinttypes>
+#include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -31,6 +34,14 @@ float decimal(NumberText& text) {
   std::snprintf(localised.data(), localised.size(), "%s%.*s%s", text.data(), length - 2, around.data() + 1,
                 point + 1);
   return std::strtof(localised.data(), nullptr);
+}
+
+// Puts a "." in the place of the locale's decimal point, in a text with six digits behind it.
+void use_plain_point(NumberText& text, std::size_t length) {
+  char* const point = text.data() + std::strspn(text.data(), "-0123456789");
+  char* const fraction = text.data() + length - 6;
+  *point = '.';
+  std::memmove(point + 1, fraction, 7);
 }
 
 }  // namespace
@@ -67,4 +78,17 @@ int ini_getbool(const char* section, const char* key, int def_value, const char*
     default:
       return def_value;
   }
+}
+
+int ini_putl(const char* section, const char* key, std::int32_t value, const char* filename) {
+  NumberText text;
+  std::snprintf(text.data(), text.size(), "%" PRId32, value);
+  return ini_puts(section, key, text.data(), filename);
+}
+
+int ini_putf(const char* section, const char* key, float value, const char* filename) {
+  NumberText text;
+  const int length = std::snprintf(text.data(), text.size(), "%f", static_cast<double>(value));
+  if (std::isfinite(value)) use_plain_point(text, static_cast<std::size_t>(length));
+  return ini_puts(section, key, text.data(), filename);
 }

@@ -1,13 +1,17 @@
 // Programming errors, which end the process.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <array>
 #include <csignal>
 #include <cstring>
 #include <functional>
+#include <span>
 #include <string>
 
+#include "base/file.hpp"
 #include "ini/bounded_copy.hpp"
+#include "ini/copy_cache.hpp"
 #include "kelo_utils/ini.h"
 #include "tests/support/child_process.hpp"
 #include "tests/support/exact_buffer.hpp"
@@ -63,6 +67,24 @@ TEST(IniAssertion, EndsTheProcessForACopyIntoNoRoom) {
   expect_assertion("ini_strncpy", [&] { ini_strncpy({bytes.data(), std::size_t{0}}, "x"); });
   EXPECT_EQ(ini_strncpy({bytes.data(), 1}, "x"), 0U);
   EXPECT_EQ(bytes, (std::array<char, 2>{'\0', 'b'}));
+}
+
+TEST(IniAssertion, EndsTheProcessForAChangeToNoFile) {
+  for (const char* const key : {"k", static_cast<const char*>(nullptr)})
+    expect_assertion("ini_puts", [=] { ini_puts("s", key, "v", nullptr); });
+  expect_assertion("ini_puts", [] { ini_putl("s", "k", 1, nullptr); });
+  expect_assertion("ini_puts", [] { ini_putf("s", "k", 1, nullptr); });
+}
+
+TEST(IniAssertion, EndsTheProcessForAChunkThatIsLongerThanTheCache) {
+  write_file(kSettings, std::string(1000, 'x'));
+  const auto from = kelo::base::open_file(kSettings, O_RDONLY);
+  const auto to = kelo::base::open_file("/tmp/copy", O_WRONLY | O_CREAT, 0600);
+  EXPECT_EQ(kelo::ini::cache_flush(from.get(), 0, 512, to.get()), 512U);
+  EXPECT_EQ(kelo::ini::cache_flush(from.get(), 512, 512, to.get()), 488U);
+  EXPECT_EQ(kelo::ini::cache_flush(from.get(), 1000, 512, to.get()), 0U);
+  expect_assertion("cache_flush", [&] { kelo::ini::cache_flush(from.get(), 0, 513, to.get()); });
+  EXPECT_EQ(kelo::tests::read_file("/tmp/copy"), std::string(1000, 'x'));
 }
 
 }  // namespace

@@ -120,6 +120,12 @@ TEST(IniNumbers, KeepsTheDecimalPointInEveryLocale) {
   EXPECT_EQ(decimal("1,5"), 1.0F);
   EXPECT_EQ(decimal("1.2.3"), 1.2F);
   EXPECT_EQ(decimal("0." + std::string(60, '5') + "999"), 5.0F / 9.0F) << "63 characters";
+  write_file(kSettings, "");
+  for (const auto& [number, text] : std::vector<std::pair<float, std::string>>{
+           {1.5F, "1.500000"}, {-12.25F, "-12.250000"}, {HUGE_VALF, "inf"}}) {
+    EXPECT_EQ(ini_putf("n", "k", number, kSettings), 1);
+    EXPECT_EQ(kelo::tests::value_of("n", "k"), text);
+  }
 }
 
 TEST(IniNumbers, ReadsTruthByTheFirstCharacter) {
@@ -160,6 +166,62 @@ TEST(IniNumbers, ReadTheNamelessSectionToo) {
   EXPECT_EQ(ini_getl(nullptr, "k", 0, kSettings), 1);
   EXPECT_EQ(ini_getf("", "k", 0, kSettings), 1.0F);
   EXPECT_EQ(ini_getbool(nullptr, "k", 0, kSettings), 1);
+}
+
+// The value that a number is written as.
+std::string written(std::int32_t number) {
+  write_file(kSettings, "");
+  EXPECT_EQ(ini_putl(nullptr, "k", number, kSettings), 1);
+  EXPECT_EQ(ini_getl(nullptr, "k", 1 - (number / 2), kSettings), number);
+  return kelo::tests::read_file(kSettings);
+}
+
+std::string written(float number) {
+  write_file(kSettings, "");
+  EXPECT_EQ(ini_putf(nullptr, "k", number, kSettings), 1);
+  return kelo::tests::read_file(kSettings);
+}
+
+TEST(IniNumbers, WritesWholeNumbers) {
+  const std::vector<std::pair<std::int32_t, std::string>> cases = {
+      {0, "0"}, {7, "7"}, {-1, "-1"}, {100, "100"}, {INT32_MAX, "2147483647"}, {INT32_MIN, "-2147483648"}};
+  for (const auto& [number, text] : cases) EXPECT_EQ(written(number), "k=" + text + "\n");
+}
+
+TEST(IniNumbers, WritesSixDigitsBehindThePoint) {
+  const std::vector<std::pair<float, std::string>> cases = {
+      {0.0F, "0.000000"},
+      {-0.0F, "-0.000000"},
+      {1.5F, "1.500000"},
+      {-0.25F, "-0.250000"},
+      {1e-7F, "0.000000"},
+      {0.1F, "0.100000"},
+      {16777216.0F, "16777216.000000"},
+      {FLT_MAX, "340282346638528859811704183484516925440.000000"},
+      {-FLT_MAX, "-340282346638528859811704183484516925440.000000"},
+      {HUGE_VALF, "inf"},
+      {-HUGE_VALF, "-inf"},
+      {NAN, "nan"}};
+  for (const auto& [number, text] : cases) {
+    EXPECT_EQ(written(number), "k=" + text + "\n");
+    const float back = ini_getf(nullptr, "k", -7.0F, kSettings);
+    if (std::isnan(number)) {
+      EXPECT_TRUE(std::isnan(back));
+    } else {
+      EXPECT_EQ(back, number == 1e-7F ? 0.0F : number) << text;
+    }
+  }
+}
+
+TEST(IniNumbers, AnswerAsTheTextsThatTheyAre) {
+  EXPECT_EQ(ini_putl("s", "k", 1, "/tmp/none/settings.ini"), 0);
+  EXPECT_EQ(ini_putf("s", "k", 1, "/tmp/none/settings.ini"), 0);
+  write_file(kSettings, "[s]\nk=1\n[t]\n");
+  EXPECT_EQ(ini_putl("t", "k", 2, kSettings), 1);
+  EXPECT_EQ(ini_putf("t", "l", 3, kSettings), 1);
+  EXPECT_EQ(kelo::tests::read_file(kSettings), "[s]\nk=1\n[t]\nk=2\nl=3.000000\n");
+  EXPECT_EQ(ini_putl("t", nullptr, 2, kSettings), 1);
+  EXPECT_EQ(kelo::tests::read_file(kSettings), "[s]\nk=1\n") << "no key deletes the section";
 }
 
 }  // namespace

@@ -161,6 +161,78 @@ typedef int (*ini_callback)(const char* section, const char* key, const char* va
 KELO_API int ini_browse(ini_callback callback, void* user_data, const char* filename);
 /** @} */
 
+/**
+ * @name Changing a file
+ *
+ * A change leaves every byte of the file as it was that it does not concern. It is made in one of three ways:
+ * - A file that is not there is made, with the section's header, unless that is the nameless section, and the
+ *   key line. Its permissions are 0666, less those that the process's umask takes away.
+ * - A key line that is to have exactly the length that it has, its newline included, is written over.
+ * - Otherwise a changed copy takes the place of the file: its name is that of the file with "~" for the last
+ *   character, "settings.in~" for "settings.ini". A file that has this name is removed. The copy has the
+ *   file's permissions and, where the process may give them, its owner and group. A symbolic link is replaced
+ *   by the copy. A file whose own name ends with "~" cannot be changed in this way.
+ *
+ * When a function returns 1 the change is on the storage: the calls wait for it. A power cut during a call
+ * leaves the file as it was or as it is to be, and may leave an unfinished copy beside it, which the next
+ * change removes. Only a line that is written over, or a file that is made, may be left half written.
+ *
+ * Written lines have no white space around the "=". A section name keeps at most 507 bytes, a key 508, and key
+ * and value together 508; what is longer is cut, and a name that was cut is not found again. Names are written
+ * as they are: one with a separator, a bracket, a newline or white space at its ends reads as something else.
+ * So does a value with a newline, or with white space at its ends other than a space at its end.
+ *
+ * For all of them:
+ * - `section` is the name of the section; null or empty for the nameless one.
+ * - `filename` is the file. Null is a programming error.
+ * @{
+ */
+
+/**
+ * Sets or deletes a key, or deletes a section.
+ *
+ * A key that is there already is changed on its line, and the line written anew, without its comment. A new
+ * key goes behind the last line of its section, blank lines and comments included; a new section goes to the
+ * end of the file. What is added behind a last line without a newline begins on a line of its own. A new
+ * section in an empty file has an empty line in front; so has one behind an empty last line that is alone in
+ * the last chunk of the copy, which is made in chunks of as many whole lines as 512 bytes hold.
+ *
+ * @param section   the section, or null.
+ * @param key       the key. Null deletes the section: its header and all up to the next header. Of the nameless
+ *                  section that is all in front of the first header.
+ * @param value     the value, which may be empty. It is written between double quotes, with \" for a double
+ *                  quote, when it holds a double quote, "#" or ";" or ends with a space. Null deletes the key.
+ * @param filename  the file.
+ * @retval 1  done, or nothing to do: the key has this value already, or is not there to be deleted, and the
+ *            file is left alone. A section that is not there is deleted by a copy that is no different.
+ * @retval 0  the file cannot be opened, read or made, is not a regular file, or may not be written where a
+ *            line is written over; or the copy cannot be made, as where the storage is full. The file is as it
+ *            was, unless it was the storage that failed while a line was written over.
+ */
+KELO_API int ini_puts(const char* section, const char* key, const char* value, const char* filename);
+
+/**
+ * Sets a key to a whole number, in decimal.
+ * @param section   the section, or null.
+ * @param key       the key, as for ini_puts().
+ * @param value     the number.
+ * @param filename  the file.
+ * @return as ini_puts().
+ */
+KELO_API int ini_putl(const char* section, const char* key, int32_t value, const char* filename);
+
+/**
+ * Sets a key to a number with six digits behind the decimal point, which is "." whatever the locale; or to
+ * "inf" or "nan", with a "-" in front where they have one.
+ * @param section   the section, or null.
+ * @param key       the key, as for ini_puts().
+ * @param value     the number. What is below the sixth digit is lost: 1e-7 is written as "0.000000".
+ * @param filename  the file.
+ * @return as ini_puts().
+ */
+KELO_API int ini_putf(const char* section, const char* key, float value, const char* filename);
+/** @} */
+
 KELO_END_DECLS
 
 #endif /* KELO_UTILS_INI_H */

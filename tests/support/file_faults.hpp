@@ -1,16 +1,18 @@
 // Makes chosen file calls of the whole test program fail, give less or use another file, the library's
 // included. Include it in exactly one source file of a test program, whose .cmake file links CMAKE_DL_LIBS.
 //
-// The calls are: open, read and write.
+// The calls are: open, read, pread, write, lseek, fstat, fsync and rename.
 #ifndef KELO_TESTS_SUPPORT_FILE_FAULTS_HPP
 #define KELO_TESTS_SUPPORT_FILE_FAULTS_HPP
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdarg>
+#include <cstdio>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -101,6 +103,32 @@ ssize_t write(int fd, const void* bytes, std::size_t size) {
   const std::size_t part = kelo::tests::Writes::begin(fd, size);
   if (kelo::tests::FailingCall::meets("write")) return -1;
   return kelo::tests::claimed_write ? *kelo::tests::claimed_write : real(fd, bytes, part);
+}
+
+ssize_t pread64(int fd, void* bytes, std::size_t size, off64_t position) {
+  static const auto real = kelo::tests::next_call("pread64", pread64);
+  if (kelo::tests::FailingCall::meets("pread")) return -1;
+  return kelo::tests::claimed_read ? *kelo::tests::claimed_read : real(fd, bytes, size, position);
+}
+
+off64_t lseek64(int fd, off64_t position, int whence) noexcept {
+  static const auto real = kelo::tests::next_call("lseek64", lseek64);
+  return kelo::tests::FailingCall::meets("lseek") ? -1 : real(fd, position, whence);
+}
+
+int fstat64(int fd, struct stat64* status) noexcept {
+  static const auto real = kelo::tests::next_call("fstat64", fstat64);
+  return kelo::tests::FailingCall::meets("fstat") ? -1 : real(fd, status);
+}
+
+int fsync(int fd) {
+  static const auto real = kelo::tests::next_call("fsync", fsync);
+  return kelo::tests::FailingCall::meets("fsync") ? -1 : real(fd);
+}
+
+int rename(const char* from, const char* to) noexcept {
+  static const auto real = kelo::tests::next_call("rename", rename);
+  return kelo::tests::FailingCall::meets("rename") ? -1 : real(from, to);
 }
 
 }  // extern "C"

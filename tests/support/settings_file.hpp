@@ -3,6 +3,7 @@
 #define KELO_TESTS_SUPPORT_SETTINGS_FILE_HPP
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <string>
 #include <string_view>
@@ -14,6 +15,7 @@
 namespace kelo::tests {
 
 inline constexpr char kSettings[] = "/tmp/settings.ini";
+inline constexpr char kCopy[] = "/tmp/settings.in~";
 inline constexpr char kAbsent[] = "(absent)";
 
 // The value of a key, or kAbsent.
@@ -29,6 +31,31 @@ inline std::string value_of(const char* section, const char* key, const std::str
 inline std::string value_of_text(std::string_view text) {
   write_file(kSettings, "k=" + std::string(text) + "\n");
   return value_of(nullptr, "k");
+}
+
+// What a change leaves of a file that held `before`. The change is expected to answer with 1.
+template <typename Change>
+std::string after(std::string_view before, Change change) {
+  write_file(kSettings, before);
+  EXPECT_EQ(change(), 1);
+  EXPECT_FALSE(file_exists(kCopy)) << "the copy is left";
+  return read_file(kSettings);
+}
+
+inline int put(const char* section, const char* key, const char* value) {
+  return ini_puts(section, key, value, kSettings);
+}
+
+inline std::string after_put(std::string_view before, const char* section, const char* key,
+                             const char* value) {
+  return after(before, [=] { return put(section, key, value); });
+}
+
+// Tells one file from another that has its name later.
+inline ino_t inode_of(const std::string& path) {
+  struct stat status {};
+  EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
+  return status.st_ino;
 }
 
 }  // namespace kelo::tests

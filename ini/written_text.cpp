@@ -1,0 +1,75 @@
+#include "ini/written_text.hpp"
+
+#include <algorithm>
+#include <cstring>
+
+#include "ini/assertion.hpp"
+
+namespace kelo::ini {
+namespace {
+
+constexpr char kQuote = '"';
+
+// One less than can be read: readers that take their line end for two bytes read these lines too.
+constexpr std::size_t kLongestLine = INI_BUFFERSIZE - 2;
+constexpr std::size_t kLongestSection = kLongestLine - std::string_view("[]\n").size();
+constexpr std::size_t kLongestKey = kLongestLine - std::string_view("=\n").size();
+static_assert(kLongestSection == 507 && kLongestKey == 508);
+
+// Whether a value reads back as it is only between quotes.
+bool check_enquote(std::string_view value) {
+  assert(value.data() != nullptr);
+  return value.ends_with(' ') || value.find_first_of("\"#;") != std::string_view::npos;
+}
+
+}  // namespace
+
+void WrittenText::writesection(std::string_view name) {
+  assert(!name.empty());
+  put('[');
+  put(name, kLongestSection);
+  put(']');
+  put('\n');
+}
+
+void WrittenText::writekey(std::string_view key, std::string_view value) {
+  assert(key.data() != nullptr);
+  put(key, kLongestKey);
+  put('=');
+  const std::size_t room = kLongestKey - std::min(key.size(), kLongestKey);
+  if (check_enquote(value)) {
+    put_enclosed(value, room);
+  } else {
+    put(value, room);
+  }
+  put('\n');
+}
+
+void WrittenText::put(char c) {
+  assert(size_ < bytes_.size());
+  bytes_[size_++] = c;
+}
+
+void WrittenText::put(std::string_view text, std::size_t most) {
+  const std::size_t count = std::min(text.size(), most);
+  assert(count <= bytes_.size() - size_);
+  if (count != 0) std::memcpy(bytes_.data() + size_, text.data(), count);
+  size_ += count;
+}
+
+// A value that is cut keeps both quotes, and no half of an escaped one.
+void WrittenText::put_enclosed(std::string_view value, std::size_t most) {
+  if (most < 2) return;
+  most -= 2;
+  put(kQuote);
+  for (const char c : value) {
+    const std::size_t size = c == kQuote ? 2 : 1;
+    if (size > most) break;
+    if (c == kQuote) put('\\');
+    put(c);
+    most -= size;
+  }
+  put(kQuote);
+}
+
+}  // namespace kelo::ini
