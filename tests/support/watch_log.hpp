@@ -68,7 +68,7 @@ class WatchLog : public testing::Test {
   }
 
   // What stands behind the first `size` bytes of a file.
-  static std::string behind(const char* path, std::uintmax_t size) {
+  static std::string behind(const char* path, std::size_t size) {
     const std::string bytes = read_file(path);
     return bytes.size() < size ? "shorter: " + std::to_string(bytes.size()) : bytes.substr(size);
   }
