@@ -40,6 +40,11 @@ constexpr TracedCall kTracedCalls[] = {
     {SYS_sendfile, "sendfile", Operand::descriptor},
     {SYS_copy_file_range, "copy_file_range", Operand::second_descriptor},
     {SYS_truncate, "truncate", Operand::path},
+#ifdef SYS_ftruncate64
+    {SYS_ftruncate64, "ftruncate", Operand::descriptor},
+    {SYS_truncate64, "truncate", Operand::path},
+    {SYS_sendfile64, "sendfile", Operand::descriptor},
+#endif
 #ifdef SYS_rename
     {SYS_rename, "rename", Operand::path},
 #endif
@@ -184,6 +189,13 @@ class Tracer {
 };
 
 }  // namespace
+
+bool can_trace() {
+  const pid_t child = fork();
+  if (child == 0) _exit(ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0 ? EXIT_SUCCESS : EXIT_FAILURE);
+  int status = -1;
+  return waitpid(child, &status, 0) == child && status == 0;
+}
 
 Run run(const std::string& folder, const std::function<void()>& body, const CutHere& cut_here) {
   std::fflush(nullptr);

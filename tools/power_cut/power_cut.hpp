@@ -26,6 +26,9 @@ struct Run {
 // Decides, for each storage call before it is made, whether the power fails now. `index` counts from 0.
 using CutHere = std::function<bool(std::size_t index, const StorageCall& call)>;
 
+// Whether this machine lets a program trace others. An emulator of another processor does not.
+bool can_trace();
+
 // Runs `body` in a child process and traces it and its descendants. Only calls on files below `folder` count.
 Run run(const std::string& folder, const std::function<void()>& body, const CutHere& cut_here);
 
