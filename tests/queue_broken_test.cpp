@@ -8,18 +8,21 @@
 #include <csignal>
 #include <string>
 
+#include "tests/support/child_process.hpp"
 #include "tests/support/lock_probe.hpp"
 #include "tests/support/queue_probe.hpp"
 #include "tests/support/stdout_capture.hpp"
 
 namespace {
 
+using kelo::tests::ChildResult;
 using kelo::tests::expect_sound;
 using kelo::tests::init_with;
 using kelo::tests::kQueueAssertion;
 using kelo::tests::Links;
 using kelo::tests::links_forward;
 using kelo::tests::QueueOfThree;
+using kelo::tests::run_in_child;
 using kelo::tests::shut_to_others;
 using kelo::tests::StdoutCapture;
 
@@ -150,12 +153,9 @@ TEST_F(QueueBroken, LastGetOnABrokenCircleIsReportedAndChangesNothing) {
 
 TEST_F(QueueBroken, GetExtOnABrokenCircleEndsTheProcess) {
   a.next_ptr = nullptr;
-  const auto get_ext_with_output_on_stderr = [&] {
-    dup2(STDERR_FILENO, STDOUT_FILENO);
-    q_get_ext(&q);
-  };
-  EXPECT_EXIT(get_ext_with_output_on_stderr(), testing::KilledBySignal(SIGABRT),
-              testing::StrEq("link_ptr->next_ptr is NULL"));
+  const ChildResult child = run_in_child([&] { q_get_ext(&q); });
+  EXPECT_EQ(child.signal, SIGABRT);
+  EXPECT_EQ(child.standard_output, "link_ptr->next_ptr is NULL");
 }
 
 TEST_F(QueueBroken, GetExtOnABrokenCircleThatCountsNothingAnswersNull) {
