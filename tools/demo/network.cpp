@@ -8,10 +8,12 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "kelo_utils/app_common.h"
@@ -40,13 +42,18 @@ class Interfaces {
     return ioctl(socket_, SIOCSIFFLAGS, &request) == 0;
   }
 
-  [[nodiscard]] bool add_bridge(const char* name, const char* address) const {
+  // Null where the kernel makes no bridges.
+  [[nodiscard]] std::optional<bool> add_bridge(const char* name, const char* address) const {
     ifreq request = about(name);
     sockaddr_in own{};
     own.sin_family = AF_INET;
     inet_pton(AF_INET, address, &own.sin_addr);
     std::memcpy(&request.ifr_addr, &own, sizeof own);
-    return ioctl(socket_, SIOCBRADDBR, name) == 0 && ioctl(socket_, SIOCSIFADDR, &request) == 0;
+    if (ioctl(socket_, SIOCBRADDBR, name) != 0) {
+      if (errno == ENOSYS || errno == ENOPKG) return std::nullopt;
+      return false;
+    }
+    return ioctl(socket_, SIOCSIFADDR, &request) == 0;
   }
 
  private:
@@ -105,7 +112,12 @@ void decode_ussd() {
 }
 
 void find_bridge(const Interfaces& interfaces) {
-  claim(interfaces.add_bridge(kBridge, kBridgeAddress), "the router's LAN bridge is %s", kBridge);
+  const std::optional<bool> added = interfaces.add_bridge(kBridge, kBridgeAddress);
+  if (!added) {
+    tell("left out: the search for the LAN bridge, since this machine makes no bridges");
+    return;
+  }
+  claim(*added, "the router's LAN bridge is %s", kBridge);
   std::uint32_t address = 0;
   const int found = kelo_util_get_main_bridge_addr(&address);
   std::array<char, 16> text{};
