@@ -13,6 +13,7 @@
 #include "kelo_utils/sqlite.h"
 #include "tests/support/child_process.hpp"
 #include "tests/support/database.hpp"
+#include "tests/support/emulation.hpp"
 #include "tests/support/log_capture.hpp"
 
 namespace {
@@ -408,6 +409,7 @@ constexpr bool kSanitized = false;
 #endif
 
 TEST_F(CrashCompletionTest, NoMemoryForTheValueEndsTheProcess) {
+  if (kelo::tests::kEmulated) GTEST_SKIP() << "the emulator takes no notice of a limit of address space";
   if (kSanitized) GTEST_SKIP() << "the sanitizers need the address space that this test takes away";
   write_journal(INT32_MAX, WS_WRITE_DONE);
   const ChildResult child = run_in_child([] {

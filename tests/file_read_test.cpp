@@ -20,6 +20,7 @@
 #include "tests/support/child_process.hpp"
 #include "tests/support/database.hpp"
 #include "tests/support/descriptors.hpp"
+#include "tests/support/emulation.hpp"
 #include "tests/support/exact_buffer.hpp"
 #include "tests/support/file_faults.hpp"
 #include "tests/support/log_capture.hpp"
@@ -296,6 +297,7 @@ TEST_F(FileRead, WaitsOnThroughRealSignals) {
 }
 
 TEST_F(FileRead, ReadsFilesOfTheKernel) {
+  if (kelo::tests::kEmulated) GTEST_SKIP() << kelo::tests::kNamedAsTheEmulator;
   ExactBuffer buffer(16);
   const int kept = kelo_read_file_with_reading_length_returned("/proc/self/comm", buffer.data(), 16);
   EXPECT_EQ(buffer.bytes().substr(0, static_cast<std::size_t>(kept)), "file_read_test");

@@ -6,11 +6,12 @@
 #include <string>
 
 #include "kelo_utils/data_manager.h"
+#include "tests/support/emulation.hpp"
 
 namespace {
 
 int exit_status(const std::string& program) {
-  const int status = std::system(("'" KELO_BINARY_DIR "/tests/" + program + "'").c_str());
+  const int status = std::system(kelo::tests::shell_command(KELO_BINARY_DIR "/tests/" + program).c_str());
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 

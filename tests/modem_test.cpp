@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "tests/support/descriptors.hpp"
+#include "tests/support/emulation.hpp"
 
 namespace {
 
@@ -195,7 +196,7 @@ TEST(ScriptedModem, RefusesToServeAPortThatIsTaken) {
   EXPECT_THROW(Modem({}), std::system_error);
 }
 
-constexpr char kProgram[] = KELO_BINARY_DIR "/tools/kelo_scripted_modem";
+const std::string kCommand = kelo::tests::shell_command(KELO_BINARY_DIR "/tools/kelo_scripted_modem");
 
 TEST(ModemProgram, PrintsTheCommandsThatItAnswers) {
   std::ofstream("/tmp/script") << "command AT\n send \"OK\\r\\n\"\n";
@@ -204,7 +205,7 @@ TEST(ModemProgram, PrintsTheCommandsThatItAnswers) {
   const pid_t program = fork();
   if (program == 0) {
     dup2(ends[1], STDOUT_FILENO);
-    execl(kProgram, kProgram, "/tmp/script", nullptr);
+    execl("/bin/sh", "sh", "-c", ("exec " + kCommand + " /tmp/script").c_str(), nullptr);
     _exit(127);
   }
   close(ends[1]);
@@ -227,7 +228,7 @@ TEST(ModemProgram, PrintsTheCommandsThatItAnswers) {
 TEST(ModemProgram, RefusesWhatItCannotServe) {
   std::ofstream("/tmp/bad_script") << "pause 1\n";
   const auto exit_code = [](const std::string& arguments) {
-    const int status = std::system(("'"s + kProgram + "' " + arguments + " 2>/tmp/message").c_str());
+    const int status = std::system((kCommand + " " + arguments + " 2>/tmp/message").c_str());
     return WEXITSTATUS(status);
   };
   const auto message = [] {

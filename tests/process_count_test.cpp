@@ -14,6 +14,7 @@
 #include "kelo_utils/app_os_al.h"
 #include "kelo_utils/log.h"
 #include "tests/support/child_process.hpp"
+#include "tests/support/emulation.hpp"
 #include "tests/support/leaves_nothing.hpp"
 #include "tests/support/log_capture.hpp"
 #include "tests/support/own_tools.hpp"
@@ -173,6 +174,7 @@ int counted_by_hand(const std::string& name) {
 }
 
 TEST_F(ProcessCount, AgreesWithTheRealPs) {
+  if (kelo::tests::kEmulated) GTEST_SKIP() << kelo::tests::kNamedAsTheEmulator;
   if (std::system("ps > /dev/null 2>&1") != 0) GTEST_SKIP() << "this machine has no ps";
   const std::string own = "process_count";
   EXPECT_GE(counted_by_hand(own), 1);

@@ -12,6 +12,7 @@
 
 #include "kelo_utils/app_common.h"
 #include "kelo_utils/log.h"
+#include "tests/support/emulation.hpp"
 #include "tests/support/leaves_nothing.hpp"
 #include "tests/support/log_capture.hpp"
 #include "tests/support/own_tools.hpp"
@@ -177,6 +178,7 @@ TEST_F(ProcessId, FailsWithoutAPipe) {
 }
 
 TEST_F(ProcessId, IsThatOfTheTestByTheRealPs) {
+  if (kelo::tests::kEmulated) GTEST_SKIP() << kelo::tests::kNamedAsTheEmulator;
   if (std::system("ps -e > /dev/null 2>&1") != 0) GTEST_SKIP() << "this machine has no ps";
   EXPECT_EQ(oem_get_pid_by_name("process_id_test"), getpid());
   EXPECT_EQ(oem_get_pid_by_name("no_such_process"), -1);
