@@ -25,9 +25,10 @@ constexpr mode_t kOwnerOnly = 0600;
 constexpr mode_t kEverybody = 0666;
 constexpr mode_t kPermissions = 07777;
 
-// Writes, and waits until it is on the storage.
-bool write_through(int fd, std::string_view text) {
-  if (base::write_all(fd, text) != text.size()) return false;
+bool write_text(int fd, std::string_view text) { return base::write_all(fd, text) == text.size(); }
+
+// Waits until what was written is on the storage.
+bool sync_file(int fd) {
   return base::retry_interrupted([=] { return fsync(fd); }) == 0;
 }
 
@@ -76,7 +77,7 @@ class TemporaryFile {
 
   // All of it has to be on the storage before the name is. The file is never without a name.
   bool take_place() {
-    if (!write_through(get(), {}) || std::rename(name_.data(), filename_) != 0) return false;
+    if (!sync_file(get()) || std::rename(name_.data(), filename_) != 0) return false;
     file_.reset();
     sync_directory_of(name_);
     return true;
@@ -103,7 +104,7 @@ bool copy_stretch(int from, off_t begin, off_t end, int to) {
 bool create_file(const char* filename, std::string_view text) {
   const auto file = base::open_file(filename, O_WRONLY | O_CREAT | O_TRUNC, kEverybody);
   if (!file) return false;
-  if (!write_through(file.get(), text)) {
+  if (!write_text(file.get(), text) || !sync_file(file.get())) {
     unlink(filename);
     return false;
   }
@@ -116,7 +117,7 @@ bool create_file(const char* filename, std::string_view text) {
 bool overwrite_stretch(const char* filename, const Change& change) {
   const auto file = base::open_file(filename, O_RDWR);
   if (!file || lseek(file.get(), change.begin, SEEK_SET) != change.begin) return false;
-  return write_through(file.get(), change.text.text());
+  return write_text(file.get(), change.text.text()) && sync_file(file.get());
 }
 
 bool replace_file(const char* filename, int settings, const Change& change) {
@@ -125,8 +126,7 @@ bool replace_file(const char* filename, int settings, const Change& change) {
   TemporaryFile copy(filename);
   if (!copy) return false;
   copy.take_owner_and_mode(status);
-  return copy_stretch(settings, 0, change.begin, copy.get()) &&
-         base::write_all(copy.get(), change.text.text()) == change.text.text().size() &&
+  return copy_stretch(settings, 0, change.begin, copy.get()) && write_text(copy.get(), change.text.text()) &&
          copy_stretch(settings, change.end, status.st_size, copy.get()) && copy.take_place();
 }
 

@@ -10,7 +10,7 @@ namespace {
 
 constexpr char kQuote = '"';
 
-// One less than can be read: readers that take their line end for two bytes read these lines too.
+// One less than can be read: a line still fits when an editor gives it a line end of two bytes.
 constexpr std::size_t kLongestLine = INI_BUFFERSIZE - 2;
 constexpr std::size_t kLongestSection = kLongestLine - std::string_view("[]\n").size();
 constexpr std::size_t kLongestKey = kLongestLine - std::string_view("=\n").size();

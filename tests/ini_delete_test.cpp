@@ -1,6 +1,7 @@
 // Deleting keys and sections.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -73,6 +74,7 @@ TEST(IniDelete, TakesASectionAwayUpToTheNextHeader) {
 }
 
 TEST(IniDelete, MakesNoFile) {
+  std::filesystem::remove(kSettings);
   EXPECT_EQ(put("s", "k", nullptr), 1);
   EXPECT_EQ(put("s", nullptr, "v"), 1);
   EXPECT_EQ(put("s", nullptr, nullptr), 1);

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <string>
 
 #include "kelo_utils/ini.h"
@@ -66,6 +67,7 @@ TEST(IniInPlace, NeverWritesOverAPieceThatALongLineBeginsWith) {
 }
 
 TEST(IniInPlace, KeepsLinksAndModes) {
+  std::filesystem::remove(kSettings);
   write_file("/tmp/kept", "[s]\nk=1\n");
   ASSERT_EQ(symlink("/tmp/kept", kSettings), 0);
   ASSERT_EQ(chmod("/tmp/kept", 0604), 0);

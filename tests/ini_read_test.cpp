@@ -7,6 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <filesystem>
 #include <set>
 #include <string>
 #include <vector>
@@ -30,7 +31,10 @@ using kelo::tests::write_file;
 
 class IniRead : public testing::Test {
  protected:
-  void SetUp() override { write_file(kSettings, "[s]\nk=value\nempty=\n"); }
+  void SetUp() override {
+    std::filesystem::remove(kSettings);
+    write_file(kSettings, "[s]\nk=value\nempty=\n");
+  }
   void TearDown() override { EXPECT_EQ(open_descriptors(), descriptors_before_); }
 
  private:

@@ -37,6 +37,7 @@ void expect_files(const std::vector<Case>& cases) {
 }
 
 TEST(IniRewrite, MakesAFileThatIsNotThere) {
+  std::filesystem::remove(kSettings);
   EXPECT_EQ(put("Net", "IP", "1.2.3.4"), 1);
   EXPECT_EQ(read_file(kSettings), "[Net]\nIP=1.2.3.4\n");
   for (const char* const section : {"", static_cast<const char*>(nullptr)}) {

@@ -41,6 +41,8 @@ class IniWriteFaults : public testing::Test {
  protected:
   void SetUp() override {
     umask(022);
+    for (const char* const left : {kSettings, kCopy, "/tmp/kept", "/tmp/settings~", "/tmp/folder"})
+      fs::remove_all(left);
     write_file(kSettings, kText);
   }
   void TearDown() override { EXPECT_EQ(open_descriptors(), descriptors_before_); }
@@ -344,6 +346,23 @@ TEST_F(IniWriteFaults, SynchronisesTheCopyBeforeItTakesThePlaceOfTheFile) {
                                       "write /tmp/settings.in~", "write /tmp/settings.in~",
                                       "write /tmp/settings.in~", "fsync /tmp/settings.in~",
                                       "rename /tmp/settings.in~", "fsync /tmp"}));
+}
+
+TEST_F(IniWriteFaults, SynchronisesTheDirectoryOfEveryPath) {
+  fs::create_directory("/tmp/folder");
+  const struct {
+    const char* path;
+    const char* directory;
+  } cases[] = {{"settings.ini", "/tmp"}, {"folder/a", "/tmp/folder"}, {"/tmp/folder/../b", "/tmp"}};
+  for (const auto& [path, directory] : cases) {
+    for (const char* const value : {"made", "copied"}) {
+      const auto run = kelo::power_cut::run(
+          "/tmp", [path = path, value] { ini_puts("s", "k", value, path); }, kelo::power_cut::no_cut);
+      ASSERT_FALSE(run.calls.empty());
+      EXPECT_EQ(run.calls.back().name, "fsync") << path;
+      EXPECT_EQ(run.calls.back().file, directory) << path;
+    }
+  }
 }
 
 TEST_F(IniWriteFaults, SynchronisesALineThatIsWrittenOver) {

@@ -23,7 +23,7 @@
  * What holds for all functions, unless a description says otherwise:
  * - The name of the file comes last. To read, a null name is that of a file that is not there.
  * - Each call opens, works and closes; nothing is kept between calls. A call blocks for as long as the file
- *   does. Nothing is logged and no memory is allocated.
+ *   does. Nothing is logged and no memory is allocated: to read takes 3 KiB of the stack, to change a file 9.
  * - Nothing is locked. Calls on different files never disturb each other; callers see to it that a file is not
  *   read or written while it is written.
  * - Text that does not fit its buffer is cut, and always terminated.
