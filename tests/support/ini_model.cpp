@@ -152,6 +152,7 @@ IniModel::Answer answer_at(const std::vector<std::string>& names, int index, std
 // --- Writing ------------------------------------------------------------------------------------------------
 
 std::string in_quotes(const std::string& value, std::size_t room) {
+  if (room < 2) return "";
   std::string text = "\"";
   for (const char c : value) {
     const std::string written = c == '"' ? "\\\"" : std::string(1, c);

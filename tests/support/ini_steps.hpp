@@ -80,7 +80,7 @@ class IniChance {
 
   IniSequence sequence_on(const IniModel::Text& file) {
     IniSequence made = {file, {}};
-    for (std::size_t count = 2 + below(6); count > 0; --count) made.steps.push_back(step());
+    for (std::size_t count = 2 + below(5); count > 0; --count) made.steps.push_back(step());
     return made;
   }
 
@@ -116,9 +116,9 @@ class IniChance {
 
   std::string value() {
     static constexpr const char* kValues[] = {
-        "",     "x",  "y",       "abc",        "abc ",        "yes",  "True", "no",
-        "x;y",  "#x", "\"x\"",   "a\"b",       "\"a;b\" ; c", "\\\"", "a\\",  "\"",
-        "\"\"", " x", "\"x\\\"", "\"a\"\"b\"", "x # y",       "\t",   "x\t"};
+        "",   "x",     "y",  "abc",     "abc ",       "yes",   "True", "no",          "Y",    "NO",
+        "f",  "FALSE", "t",  "x;y",     "#x",         "\"x\"", "a\"b", "\"a;b\" ; c", "\\\"", "a\\",
+        "\"", "\"\"",  " x", "\"x\\\"", "\"a\"\"b\"", "x # y", "\t",   "x\t"};
     if (one_in(25)) return std::string(long_length(), any_of(std::string_view("x\";")));
     if (one_in(4)) return number();
     if (one_in(3)) return characters(below(7));
