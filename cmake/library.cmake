@@ -19,6 +19,9 @@ if(NOT KELO_SANITIZE)
   target_compile_options(kelo_utils_objects PRIVATE -fstack-protector-strong)
   target_compile_definitions(kelo_utils_objects PRIVATE $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
 endif()
+if(KELO_BUILD_TESTS)
+  target_compile_options(kelo_utils_objects PRIVATE -g) # build.abi reads the types from the debug information
+endif()
 target_link_libraries(kelo_utils_objects PRIVATE kelo_build_options SQLite::SQLite3 Threads::Threads)
 
 set(KELO_VERSION_SCRIPT ${CMAKE_BINARY_DIR}/kelo_utils.map)
