@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <string>
 
-#include "tests/support/child_process.hpp"
 #include "tests/support/file_holder.hpp"
 #include "tests/support/parameter_files.hpp"
 #include "tests/support/sqlite_faults.hpp"
@@ -123,17 +122,7 @@ TEST_F(ParameterConnection, FileThatWentAwayIsForgotten) {
 }
 
 TEST_F(ParameterConnection, WriteThatWasCutOffDoesNotReachTheNewFile) {
-  execute_sql(kUserFile, "create table filler (x); insert into filler values (zeroblob(100000))");
-  run_in_child([] {
-    sqlite3* db = nullptr;
-    sqlite3_open(kUserFile.c_str(), &db);
-    sqlite3_exec(db,
-                 "pragma cache_size = 1; begin; update filler set x = randomblob(100000);"
-                 "update wifi set channel = 99",
-                 nullptr, nullptr, nullptr);
-    _exit(0);
-  });
-  ASSERT_GT(std::filesystem::file_size(kUserFile + "-journal"), 4096U);
+  cut_off_a_write();
   std::filesystem::remove(kUserFile);
   EXPECT_EQ(get_channel(channel), 0);
   EXPECT_EQ(channel, 36);

@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/child_process.hpp"
 #include "tests/support/parameter_files.hpp"
 #include "tests/support/sqlite_faults.hpp"
 
@@ -263,31 +262,14 @@ TEST_F(ParameterFiles, RestoreForgetsWhatTheKeptConnectionKnew) {
 }
 
 TEST_F(ParameterFiles, RestoreIsNotUndoneByAWriteThatWasCutOff) {
-  execute_sql(kUserFile, "create table filler (x); insert into filler values (zeroblob(100000))");
-  run_in_child([] {
-    sqlite3* db = nullptr;
-    sqlite3_open(kUserFile.c_str(), &db);
-    sqlite3_exec(db,
-                 "pragma cache_size = 1; begin; update filler set x = randomblob(100000);"
-                 "update wifi set channel = 99",
-                 nullptr, nullptr, nullptr);
-    _exit(0);
-  });
-  ASSERT_GT(std::filesystem::file_size(kUserFile + "-journal"), 4096U);
+  cut_off_a_write();
   EXPECT_EQ(kelo_db_restore_factory(), 1);
   EXPECT_EQ(channel(), 36);
   EXPECT_EQ(read_file(kUserFile), read_file(kFactoryFile));
 }
 
 TEST_F(ParameterFiles, FailedRestoreLeavesACutOffWriteToSqlite) {
-  execute_sql(kUserFile, "create table filler (x); insert into filler values (zeroblob(100000))");
-  run_in_child([] {
-    sqlite3* db = nullptr;
-    sqlite3_open(kUserFile.c_str(), &db);
-    sqlite3_exec(db, "pragma cache_size = 1; begin; update filler set x = randomblob(100000)", nullptr,
-                 nullptr, nullptr);
-    _exit(0);
-  });
+  cut_off_a_write();
   std::filesystem::remove(kFactoryFile);
   EXPECT_EQ(kelo_db_restore_factory(), 0);
   EXPECT_EQ(channel(), 36);

@@ -123,6 +123,14 @@ TEST_F(ParameterTypes, GreaterSixtyFourBitNumbersKeepTheirFirstDigits) {
   EXPECT_GE(back, UINT64_MAX - 100000) << back;
 }
 
+// docs/parameters.md shows these numbers.
+TEST_F(ParameterTypes, RealNumberOfTheExampleIsReadByItsLowBits) {
+  set_cell("note", "'9.22337203685478e+18'");
+  EXPECT_EQ(read<std::uint64_t>("note", 5), 9223372036854780000U);
+  EXPECT_EQ(read<std::uint32_t>("note", 2), 4192U);
+  EXPECT_EQ(read<std::uint8_t>("note", 0), 96);
+}
+
 TEST_F(ParameterTypes, EmptyAndNullCellsAreZero) {
   for (const char* const literal : {"''", "null", "'none'"}) {
     set_cell("note", literal);

@@ -4,7 +4,9 @@
 #include <array>
 #include <cstdint>
 #include <filesystem>
+#include <set>
 #include <string>
+#include <string_view>
 
 #include "tests/support/parameter_files.hpp"
 
@@ -77,6 +79,17 @@ TEST(Provision, SettingsOfTheExampleLoad) {
   std::uint64_t bands = 0;
   EXPECT_EQ(kelo_db_get_value("cellular", "bands", &bands, KELO_DB_TYPE_64BIT, 0), 0);
   EXPECT_EQ(bands, 2748779069572U);
+}
+
+// docs/parameters.md shows these bytes.
+TEST(Provision, RowOfTheExampleStandsInItsPage) {
+  ASSERT_EQ(run_provision(kParameterFolder).status, 0);
+  constexpr std::string_view kRecord =
+      "\x19\x01\x07\x09\x19\x1f\x01\x01\x01"
+      "cpe-5g"
+      "change me"
+      "\x24\x20\xf1";
+  EXPECT_THAT(read_file(kFactoryFile), HasSubstr(std::string(kRecord)));
 }
 
 TEST(Provision, ReplacesBothFilesAndWhatAWriteLeft) {

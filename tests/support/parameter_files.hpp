@@ -4,11 +4,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <cstdio>
+#include <filesystem>
 #include <regex>
 #include <set>
 #include <string>
@@ -16,6 +18,7 @@
 
 #include "kelo_utils/log.h"
 #include "kelo_utils/sqlite.h"
+#include "tests/support/child_process.hpp"
 #include "tests/support/database.hpp"
 #include "tests/support/descriptors.hpp"
 #include "tests/support/log_capture.hpp"
@@ -46,6 +49,22 @@ inline void provision(const std::string& sql) {
   write_file("/tmp/tables.sql", sql);
   const ScriptRun run = run_provision("--user --sql /tmp/tables.sql " + kParameterFolder);
   ASSERT_EQ(run.status, 0) << run.output;
+}
+
+// Ends a process in the middle of a write into the user database: its file holds a part of what it wrote, and the
+// journal what SQLite puts back when the file is opened next.
+inline void cut_off_a_write() {
+  execute_sql(kUserFile, "create table filler (x); insert into filler values (zeroblob(100000))");
+  run_in_child([] {
+    sqlite3* db = nullptr;
+    sqlite3_open(kUserFile.c_str(), &db);
+    sqlite3_exec(db,
+                 "pragma cache_size = 1; begin; update filler set x = randomblob(100000);"
+                 "update wifi set channel = 99",
+                 nullptr, nullptr, nullptr);
+    _exit(0);
+  });
+  ASSERT_GT(std::filesystem::file_size(kUserFile + "-journal"), 4096U);
 }
 
 // The lines of a capture as "level function: text", addresses replaced by "*".
