@@ -214,6 +214,18 @@ TEST_F(ParameterTypes, TriggerOfTheTableMayReadItsColumns) {
   EXPECT_EQ(cell("note"), "home36");
   EXPECT_EQ(write_text("channel"), 0);
   EXPECT_EQ(cell("note"), "channel36");
+  EXPECT_EQ(write_text("it's"), 0);
+  EXPECT_EQ(cell("note"), "it's36");
+}
+
+TEST_F(ParameterTypes, TextThatNamesAColumnWithAnApostropheIsRefused) {
+  execute_sql(kUserFile, "alter table wifi add column \"a', channel = '1\" default 'x'");
+  const std::vector<std::string> before = user_row();
+  EXPECT_EQ(write_text("a', channel = '1"), -1);
+  EXPECT_EQ(user_row(), before);
+  EXPECT_THAT(errors(),
+              ElementsAre(testing::HasSubstr("update_item_to_db: Error, sql_cmd err info:[access to wifi."),
+                          "3 oem_db_update_value: Error, tbl_name:wifi update key:[ssid] failed.\n"));
 }
 
 TEST_F(ParameterTypes, TextWithADoubleQuoteIsRefused) {

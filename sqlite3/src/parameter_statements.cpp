@@ -32,16 +32,18 @@ class TextsAreNoColumns {
   sqlite3* db_;
 };
 
-// The same statement with its text in single quotes. The text holds no double quote of its own, and a column's
-// name no single one.
+// The same statement with its text, which holds no double quote of its own, in single quotes. Empty where the text
+// would end those.
 std::optional<StatementText> in_single_quotes(const char* update) {
-  const std::string_view text = update;
-  const std::size_t end = text.rfind('"');
+  const std::string_view all = update;
+  const std::size_t end = all.rfind('"');
   if (end == 0 || end == std::string_view::npos) return {};
-  const std::size_t begin = text.rfind('"', end - 1);
+  const std::size_t begin = all.rfind('"', end - 1);
   if (begin == std::string_view::npos) return {};
-  return StatementText("%.*s'%.*s'%s", static_cast<int>(begin), update, static_cast<int>(end - begin - 1),
-                       update + begin + 1, update + end + 1);
+  const std::string_view text(update + begin + 1, end - begin - 1);
+  if (text.find('\'') != std::string_view::npos) return {};
+  return StatementText("%.*s'%.*s'%s", static_cast<int>(begin), update, static_cast<int>(text.size()),
+                       text.data(), update + end + 1);
 }
 
 Outcome run_update(sqlite3* db, const char* update) {
