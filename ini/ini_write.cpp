@@ -23,9 +23,9 @@ enum class Way { unchanged, in_place, by_copy };
 
 // The section with its header, or nothing at the end of a file that does not have it.
 Way delete_section(Lines& lines, Target section, Change& change) {
-  const bool found = find_section(lines, section);
+  find_section(lines, section);
   change.begin = lines.begin();
-  while (found && lines.next() && !section_name(lines.text())) {
+  while (lines.next() && !section_name(lines.text())) {
   }
   change.end = lines.begin();
   return Way::by_copy;

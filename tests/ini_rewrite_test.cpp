@@ -68,6 +68,7 @@ TEST(IniRewrite, AddsAKeyBehindTheLastLineOfItsSection) {
                 {"[s]\na=1\n\n; of t\n[t]\n", "s", "k", "[s]\na=1\n\n; of t\nk=new value\n[t]\n"},
                 {"[s]\n[t]\n", "s", "k", "[s]\nk=new value\n[t]\n"},
                 {"[s]\n[t]\n", "t", "k", "[s]\n[t]\nk=new value\n"},
+                {"[s]\na=1\n[t]", "s", "k", "[s]\na=1\nk=new value\n[t]"},
                 {"[s]\n  [t]\n", "s", "k", "[s]\nk=new value\n  [t]\n"},
                 {"[s]\na=1\n[s]\nk=2\n", "s", "k", "[s]\na=1\nk=new value\n[s]\nk=2\n"},
                 {"[s]\n\n", "s", "k", "[s]\n\nk=new value\n"},

@@ -135,8 +135,10 @@ TEST_F(IniWriteFaults, RefusesWhatIsNoRegularFile) {
   EXPECT_EQ(ini_puts("s", "k", nullptr, "/tmp/folder"), 0);
   EXPECT_EQ(ini_puts("s", nullptr, nullptr, "/tmp/folder"), 0);
   EXPECT_TRUE(fs::is_directory("/tmp/folder"));
-  EXPECT_EQ(ini_puts("s", "k", "v", "/dev/null"), 0);
-  EXPECT_TRUE(fs::is_character_file("/dev/null"));
+  fs::create_symlink("/dev/null", "/tmp/kept");
+  EXPECT_EQ(ini_puts("s", "k", "v", "/tmp/kept"), 0);
+  EXPECT_EQ(ini_puts("s", "k", nullptr, "/tmp/kept"), 0);
+  EXPECT_TRUE(fs::is_character_file("/tmp/kept"));
 }
 
 TEST_F(IniWriteFaults, RefusesACopyWhoseNameIsTaken) {
