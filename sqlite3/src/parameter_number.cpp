@@ -10,12 +10,12 @@ constexpr std::uint64_t kGreatest = std::numeric_limits<std::uint64_t>::max();
 bool is_digit(char character) { return character >= '0' && character <= '9'; }
 bool is_blank(char character) { return character == ' ' || (character >= '\t' && character <= '\r'); }
 
-bool appendable(std::uint64_t number, char digit) {
+bool fits(std::uint64_t number, char digit) {
   return number <= (kGreatest - static_cast<std::uint64_t>(digit - '0')) / 10;
 }
 
-void append(std::uint64_t& number, char digit) {
-  number = appendable(number, digit) ? number * 10 + static_cast<std::uint64_t>(digit - '0') : kGreatest;
+std::uint64_t with_digit(std::uint64_t number, char digit) {
+  return number * 10 + static_cast<std::uint64_t>(digit - '0');
 }
 
 // Takes a minus or plus sign off the front.
@@ -27,7 +27,7 @@ bool take_sign(const char*& text) {
 
 // The power of ten behind the digits, 0 without one; far beyond what 64 bits hold it stays where it is.
 int exponent_of(const char* text) {
-  constexpr int kFarBeyond = 1000;
+  constexpr int kFarBeyond = 100'000'000;
   if (*text != 'e' && *text != 'E') return 0;
   const bool minus = take_sign(++text);
   int exponent = 0;
@@ -36,9 +36,37 @@ int exponent_of(const char* text) {
   return minus ? -exponent : exponent;
 }
 
-std::uint64_t scaled(std::uint64_t number, int exponent) {
-  for (; exponent > 0 && number != 0 && number != kGreatest; --exponent) append(number, '0');
-  for (; exponent < 0 && number != 0; ++exponent) number /= 10;
+// The leading digits of a number, as many as 64 bits hold, and the power of ten they stand at.
+struct Digits {
+  std::uint64_t number = 0;
+  int power = 0;
+  bool cut = false;
+};
+
+Digits take_digits(const char*& text) {
+  Digits digits;
+  int behind_point = 0;
+  for (;; ++text) {
+    if (*text == '.' && behind_point == 0) {
+      behind_point = 1;
+      continue;
+    }
+    if (!is_digit(*text)) return digits;
+    digits.cut = digits.cut || !fits(digits.number, *text);
+    if (!digits.cut) digits.number = with_digit(digits.number, *text);
+    digits.power += (digits.cut ? 1 : 0) - behind_point;
+  }
+}
+
+std::uint64_t value_of(const Digits& digits, int power) {
+  std::uint64_t number = digits.number;
+  // With the digit that did not fit, the number is beyond what one of zero could show.
+  if (power > 0 && digits.cut) return kGreatest;
+  for (; power > 0 && number != 0; --power) {
+    if (!fits(number, '0')) return kGreatest;
+    number = with_digit(number, '0');
+  }
+  for (; power < 0 && number != 0; ++power) number /= 10;
   return number;
 }
 
@@ -47,18 +75,8 @@ std::uint64_t scaled(std::uint64_t number, int exponent) {
 std::uint64_t decimal_number(const char* text) {
   while (is_blank(*text)) ++text;
   const bool minus = take_sign(text);
-  std::uint64_t number = 0;
-  for (; is_digit(*text); ++text) append(number, *text);
-  int fraction_digits = 0;
-  if (*text == '.') {
-    // Digits that no longer fit cannot count: an exponent great enough for them gives the greatest value.
-    for (++text; is_digit(*text); ++text) {
-      if (!appendable(number, *text)) continue;
-      append(number, *text);
-      ++fraction_digits;
-    }
-  }
-  number = scaled(number, exponent_of(text) - fraction_digits);
+  const Digits digits = take_digits(text);
+  const std::uint64_t number = value_of(digits, digits.power + exponent_of(text));
   return minus ? 0 - number : number;
 }
 
