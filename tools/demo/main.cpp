@@ -10,6 +10,7 @@
 #include "kelo_utils/sqlite.h"
 #include "tools/demo/at_work.hpp"
 #include "tools/demo/example_daemon.hpp"
+#include "tools/demo/files.hpp"
 #include "tools/demo/network.hpp"
 #include "tools/demo/report.hpp"
 #include "tools/demo/store_files.hpp"
@@ -188,6 +189,7 @@ int run() {
   settings();
   at_work();
   network();
+  files();
   power_cuts();
   corruption();
   csv_export();
