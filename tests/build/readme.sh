@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# The example daemon in the README compiles as it stands there, without a warning, and does what it says.
+# The example daemon in the README compiles as it stands there, without a warning, and does what it says. Every
+# link of the README and of the pages in docs/ leads to something, and the README leads to every header and page.
 # shellcheck source=common.sh
 . "$(dirname -- "${BASH_SOURCE[0]}")/common.sh"
 build=$WORK/readme
@@ -18,4 +19,23 @@ cat > "$build/twice" << END
 END
 chmod +x "$build/twice"
 expect "$(printf 'item 1005 is now fixed.wireless\nstored: fixed.wireless\nstored: fixed.wireless')" "$build/twice"
+
+# links PAGE: the files of this tree that it leads to, from the root.
+links() {
+  local folder
+  folder=$(dirname "$1")
+  grep -oE '\]\([^)#:]+' "$SOURCE_TREE/$1" | sed 's/^](//' | while read -r target; do
+    realpath -m --relative-to="$SOURCE_TREE" "$SOURCE_TREE/$folder/$target"
+  done
+}
+cd "$SOURCE_TREE"
+for page in README.md docs/*.md; do
+  for target in $(links "$page"); do
+    [ -e "$target" ] || { echo "$page leads to $target, which is not there" && failed=1; }
+  done
+done
+led_to=$(links README.md)
+for target in include/kelo_utils/*.h docs/*.md; do
+  grep -qxF "$target" <<< "$led_to" || { echo "README.md does not lead to $target" && failed=1; }
+done
 exit "$failed"
