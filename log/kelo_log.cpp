@@ -58,7 +58,7 @@ Delivery deliver(int level, char* buf, const char* func, int line, const char* f
   start_diag_channel(enable);
   std::vsnprintf(buf, KELO_LOG_BUFFER_SIZE, fmt, arguments);
   if (enable != 0) return Delivery::hand_to_channel;
-  kelo::log::compose_local_line({level, func, line, buf});
+  kelo::log::compose_local_line({lock.process(), level, func, line, buf});
   if (const kelo_print_fn print = log_print_fn.load(std::memory_order_acquire)) {
     print(log_msg);
   } else {

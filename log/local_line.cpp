@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/time.h>
-#include <unistd.h>
 
 #include <array>
 #include <cstddef>
@@ -58,16 +57,16 @@ void read_thread_name(int process, int thread, std::span<char> name) {
 }  // namespace
 
 void compose_local_line(const Message& message) {
-  const int process = getpid();
   const int thread = get_tid();
   std::array<char, 64> thread_name{};  // the kernel keeps names to 16 bytes
-  read_thread_name(process, thread, thread_name);
+  read_thread_name(message.process, thread, thread_name);
   // Both are exported: nothing of an earlier, longer line stays behind the terminators.
   std::memset(str_t, 0, sizeof str_t);
   std::memset(log_msg, 0, sizeof log_msg);
   stamp_time();
   Appender line(log_msg);
-  line.print("%s : %s | [%d | %d-%s] | ", str_t, tag_of(message.level), process, thread, thread_name.data());
+  line.print("%s : %s | [%d | %d-%s] | ", str_t, tag_of(message.level), message.process, thread,
+             thread_name.data());
   append_display_name(line, message.func);
   line.print(" %d | %s", message.line, message.text);
 }

@@ -5,6 +5,7 @@
 namespace kelo::log {
 
 struct Message {
+  int process;
   int level;
   const char* func;
   int line;

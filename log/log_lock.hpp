@@ -8,7 +8,8 @@ namespace kelo::log {
 // (the print callback) and calls back into the log facility must neither deadlock nor release it early.
 //
 // A fork() waits for the line being written, so that the child never inherits the lock from a thread it does
-// not have. A cancelled thread ends behind the scope, not in it, so that it takes no lock with it.
+// not have. Fork handlers of the program may log, whether they run outside the lock's own or inside them. A
+// cancelled thread ends behind the scope, not in it, so that it takes no lock with it.
 class [[nodiscard]] LogLock {
  public:
   LogLock();
@@ -17,9 +18,11 @@ class [[nodiscard]] LogLock {
   LogLock& operator=(const LogLock&) = delete;
 
   [[nodiscard]] bool acquired() const { return acquired_; }
+  [[nodiscard]] int process() const { return process_; }
 
  private:
-  bool acquired_;
+  int process_;
+  bool acquired_ = false;
   int cancel_state_ = 0;
 };
 

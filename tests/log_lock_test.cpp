@@ -6,9 +6,11 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <latch>
+#include <semaphore>
 #include <string>
 #include <thread>
 #include <utility>
@@ -103,6 +105,46 @@ TEST_F(Fork, ChildCallsTheSettersWhileThreadsLog) {
   }
 }
 
+std::atomic<bool> writes_line{false};
+
+TEST_F(Fork, WaitsForTheLineBeingWritten) {
+  set_print_interface([](const char* line) {
+    writes_line = true;
+    count_line(line);
+    writes_line = false;
+  });
+  const BackgroundLoggers loggers(kLoggers, log_a_line);
+  for (int i = 0; i < kForks; ++i)
+    ASSERT_EQ(ChildEnd::good, fork_bounded([] { return !writes_line; })) << "fork " << i;
+}
+
+std::binary_semaphore first_line_began{0};
+std::binary_semaphore second_line_began{0};
+std::atomic<bool> lines_met{false};
+
+// The first line waits for one of another thread, which may come only behind it.
+void print_two_lines(const char* /*line*/) {
+  if (lines_printed++ == 0) {
+    first_line_began.release();
+    lines_met = second_line_began.try_acquire_for(std::chrono::milliseconds(300));
+  } else {
+    second_line_began.release();
+  }
+}
+
+TEST_F(Fork, ThreadsOfTheChildWriteOneLineAtATime) {
+  set_print_interface(print_two_lines);
+  EXPECT_EQ(ChildEnd::good, fork_bounded([] {
+              std::thread second([] {
+                first_line_began.acquire();
+                log_a_line();
+              });
+              log_a_line();
+              second.join();
+              return !lines_met && lines_printed == 2;
+            }));
+}
+
 TEST_F(Fork, ChildShowsItsOwnProcess) {
   log_text("from the parent\n");
   EXPECT_EQ(ChildEnd::good, fork_bounded([] {
@@ -183,6 +225,85 @@ TEST_F(Fork, HandlersOfTheProgramMayLog) {
   ASSERT_EQ(0, pthread_atfork(log_a_line, log_a_line, log_a_line));
   EXPECT_EQ(ChildEnd::good, fork_bounded([] { return lines_printed == 2 && child_logs(); }));
   EXPECT_EQ(2, lines_printed) << "one before the fork and one behind it";
+}
+
+// --- Handlers that were there before the first line --------------------------------------------------------
+
+// Nothing has entered the lock when a body begins.
+class BeforeTheFirstLine : public testing::Test {
+ protected:
+  void SetUp() override { alarm(120); }
+};
+
+void print_locally() {
+  kelo_set_log_tool_enable(0);
+  set_print_interface(count_line);
+}
+
+TEST_F(BeforeTheFirstLine, HandlersMayLog) {
+  ASSERT_EQ(0, pthread_atfork(log_a_line, log_a_line, log_a_line));
+  print_locally();
+  log_a_line();
+  for (int forks = 1; forks <= 2; ++forks) {
+    EXPECT_EQ(ChildEnd::good,
+              fork_bounded([forks] { return lines_printed == 1 + 2 * forks && child_logs(); }));
+    EXPECT_EQ(1 + 2 * forks, lines_printed) << "one before the fork and one behind it";
+  }
+  std::thread(log_a_line).join();
+  EXPECT_EQ(6, lines_printed) << "the lock was given back";
+}
+
+TEST_F(BeforeTheFirstLine, CallbackMayLogInAHandler) {
+  ASSERT_EQ(0, pthread_atfork(log_a_line, nullptr, nullptr));
+  kelo_set_log_tool_enable(0);
+  set_print_interface([](const char* line) {
+    log_text("dropped as in any callback");
+    count_line(line);
+  });
+  log_a_line();
+  EXPECT_EQ(ChildEnd::good, fork_bounded([] { return lines_printed == 2 && child_logs(); }));
+}
+
+TEST_F(BeforeTheFirstLine, HandlerMayLogTheFirst) {
+  static constexpr auto kLogTheFirst = [] {
+    if (lines_printed == 0) print_locally();
+    log_a_line();
+  };
+  ASSERT_EQ(0, pthread_atfork(kLogTheFirst, kLogTheFirst, kLogTheFirst));
+  EXPECT_EQ(ChildEnd::good, fork_bounded([] { return lines_printed == 2 && child_logs(); }));
+  EXPECT_EQ(ChildEnd::good, fork_bounded([] { return lines_printed == 4 && child_logs(); }));
+  EXPECT_EQ(4, lines_printed);
+}
+
+// The fork has begun, and asked who wants to know of it, when another thread enters the lock for the first time.
+std::binary_semaphore fork_began{0};
+std::binary_semaphore line_began{0};
+std::binary_semaphore child_ended{0};
+
+TEST_F(BeforeTheFirstLine, AnotherThreadMayLogItDuringAFork) {
+  static constexpr auto kAwaitTheLine = [] {
+    fork_began.release();
+    // A C library that lets nobody register while a handler runs keeps the line back until the fork is over.
+    (void)line_began.try_acquire_for(std::chrono::seconds(2));
+  };
+  ASSERT_EQ(0, pthread_atfork(kAwaitTheLine, nullptr, nullptr));
+  std::thread logger([] {
+    fork_began.acquire();
+    kelo_set_log_tool_enable(0);
+    set_print_interface([](const char* line) {
+      line_began.release();
+      child_ended.acquire();
+      count_line(line);
+    });
+    log_a_line();
+  });
+  EXPECT_EQ(ChildEnd::good, fork_bounded([] {
+              print_locally();
+              return child_logs() && child_logs();
+            }));
+  child_ended.release();
+  logger.join();
+  EXPECT_EQ(1, lines_printed);
 }
 
 // --- Cancelled threads -------------------------------------------------------------------------------------
