@@ -1,5 +1,6 @@
-# The target `lint`: clang-tidy over every source of every target in the tree, several at a time. A source is
-# looked at again when its object is older than itself, a header or its flags, or when a .clang-tidy changed.
+# The target `lint`: clang-tidy over every source of every target in the tree, several at a time. A source of several
+# targets is looked at once, with the flags of each. It is looked at again when its object in the first of them is
+# older than itself, a header or its flags, or when a .clang-tidy changed.
 find_program(KELO_CLANG_TIDY clang-tidy)
 if(NOT KELO_CLANG_TIDY OR NOT CMAKE_GENERATOR MATCHES Ninja)
   return()
@@ -18,6 +19,11 @@ function(kelo_lint_target target)
   foreach(source IN LISTS sources)
     if(source MATCHES "\\.(c|cpp)$")
       cmake_path(ABSOLUTE_PATH source BASE_DIRECTORY ${folder})
+      get_property(seen GLOBAL PROPERTY KELO_LINT_SOURCES)
+      if(source IN_LIST seen)
+        continue()
+      endif()
+      set_property(GLOBAL APPEND PROPERTY KELO_LINT_SOURCES ${source})
       cmake_path(RELATIVE_PATH source BASE_DIRECTORY ${folder} OUTPUT_VARIABLE name)
       string(REPLACE .. __ name ${name})
       set(stamp ${CMAKE_BINARY_DIR}/lint/${target}/${name}.stamp)
