@@ -749,7 +749,7 @@ KELO_API int32_t kelo_util_get_file_int_value(const char* path);
  *
  * The file is truncated or made (permissions 0666, less those that the process's umask takes away), written,
  * and forced to the storage; the folder that it is in is not. A power cut in between may leave it empty,
- * which reads as 0. What has no storage, as a pipe, a device or a file of /proc, needs not be forced there.
+ * which reads as 0. What has no storage, as a pipe, a device or a file of /proc, need not be forced there.
  *
  * @param path   the file. A pipe waits for its reader, whose end must not be closed: SIGPIPE is not held off.
  * @param value  the number.
