@@ -1,1 +1,1 @@
-target_link_libraries(${target} PRIVATE kelo_sqlite_faults)
+target_link_libraries(${target} PRIVATE ${CMAKE_DL_LIBS})

@@ -17,12 +17,10 @@
 
 #include "kelo_utils/app_common.h"
 #include "kelo_utils/log.h"
-#include "tests/support/child_process.hpp"
 #include "tests/support/database.hpp"
 #include "tests/support/descriptors.hpp"
 #include "tests/support/file_faults.hpp"
 #include "tests/support/log_capture.hpp"
-#include "tests/support/sqlite_faults.hpp"
 
 // NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 extern "C" int close(int fd) {
@@ -38,11 +36,9 @@ namespace {
 
 using namespace std::string_literals;
 
-using kelo::tests::CallTrace;
 using kelo::tests::claimed_write;
 using kelo::tests::expect_lines;
 using kelo::tests::FailingCall;
-using kelo::tests::Fault;
 using kelo::tests::LogCapture;
 using kelo::tests::open_descriptors;
 using kelo::tests::read_file;
@@ -236,13 +232,12 @@ TEST_F(IntegerFile, IsMadeByASet) {
 
 TEST_F(IntegerFile, IsWrittenAtOnceAndForcedToTheStorage) {
   const Writes writes(SIZE_MAX);
-  const CallTrace trace;
+  const FailingCall second("fsync", EIO, 2);
   EXPECT_EQ(kelo_util_set_file_int_value(kPath, -1234), 0);
   ASSERT_EQ(writes.calls().size(), 1U);
   EXPECT_EQ(writes.calls().front().asked, 5U);
   EXPECT_EQ(writes.calls().front().descriptor_flags, FD_CLOEXEC);
-  ASSERT_EQ(trace.calls().size(), 1U);
-  EXPECT_EQ(trace.count("fsync", kPath), 1);
+  EXPECT_EQ(second.seen(), 1);
 }
 
 TEST_F(IntegerFile, IsWrittenBehindShortWritesAndSignals) {
@@ -270,10 +265,11 @@ TEST_F(IntegerFile, IsNotWrittenWhenAWriteFails) {
 }
 
 TEST_F(IntegerFile, IsNotForcedToTheStorageWhenAWriteFails) {
-  const CallTrace trace;
-  const FailingCall fault("write", EIO);
-  expect_not_written(kPath, 0, EIO);
-  EXPECT_TRUE(trace.calls().empty()) << trace.dump();
+  claimed_write = 0;
+  const FailingCall fault("fsync", EIO);
+  expect_not_written(kPath, 0, 0);
+  EXPECT_EQ(fault.seen(), 0);
+  claimed_write.reset();
 }
 
 TEST_F(IntegerFile, IsNotWrittenWhereNothingIsTaken) {
@@ -286,23 +282,23 @@ TEST_F(IntegerFile, IsNotWrittenWhereNothingIsTaken) {
 
 TEST_F(IntegerFile, IsNotWrittenWhenItCannotBeForcedToTheStorage) {
   for (const int error : {EIO, ENOSPC, EDQUOT, EROFS, EBADF}) {
-    const Fault fault({.function = "fsync", .code = error});
+    const FailingCall fault("fsync", error);
     expect_not_written(kPath, 5, error);
-    EXPECT_EQ(fault.failed(), 1);
+    EXPECT_EQ(fault.seen(), 1);
   }
 }
 
 TEST_F(IntegerFile, IsForcedToTheStorageBehindASignal) {
-  const Fault fault({.function = "fsync", .code = EINTR, .times = 2});
+  const FailingCall fault("fsync", EINTR, 1, 2);
   EXPECT_EQ(kelo_util_set_file_int_value(kPath, 5), 0);
-  EXPECT_EQ(fault.matched(), 3);
+  EXPECT_EQ(fault.seen(), 3);
 }
 
 TEST_F(IntegerFile, NeedsNoStorage) {
   for (const int error : {EINVAL, ENOTSUP}) {
-    const Fault fault({.function = "fsync", .code = error});
+    const FailingCall fault("fsync", error);
     EXPECT_EQ(kelo_util_set_file_int_value(kPath, 5), 0);
-    EXPECT_EQ(fault.failed(), 1);
+    EXPECT_EQ(fault.seen(), 1);
   }
 }
 
