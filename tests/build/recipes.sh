@@ -1,0 +1,174 @@
+#!/usr/bin/env bash
+# The recipes of other build systems: they parse, build with the options that the README names, and their packages
+# hold what an installation lays down.
+# shellcheck disable=SC2016 # what stands in single quotes are variables of the recipes
+# shellcheck source=common.sh
+. "$(dirname -- "${BASH_SOURCE[0]}")/common.sh"
+work=$WORK/recipes
+installed=$work/installed
+makefile=$SOURCE_TREE/packaging/openwrt/kelo-utils/Makefile
+recipe=$(echo "$SOURCE_TREE"/packaging/yocto/kelo-utils_*.bb)
+version=$(sed -n 's/^project(kelo_utils VERSION \([0-9.]*\).*/\1/p' "$SOURCE_TREE/CMakeLists.txt")
+
+fail() {
+  echo "$*"
+  failed=1
+}
+
+# files FOLDER: everything below it that is not a folder, under its path on the device.
+files() { (cd "$1" && find . ! -type d | sed 's/^\.//' | sort); }
+
+# options: what the text on standard input tells a build of this library, one a line.
+options() { grep -oE -e '-D(KELO_[A-Z_]+|CMAKE_BUILD_TYPE)=[A-Za-z]+' | sort -u; }
+
+# --- The OpenWrt package, with stand-ins for the files it includes ------------------------------------------
+
+stand_in_for_openwrt() {
+  mkdir -p "$work/openwrt/include"
+  cat > "$work/openwrt/rules.mk" << 'END'
+INCLUDE_DIR := $(TOPDIR)/include
+INSTALL_DIR := install -d -m0755
+CP := cp -fpR
+END
+  cat > "$work/openwrt/include/package.mk" << 'END'
+PKG_BUILD_DIR := $(TOPDIR)/build/$(PKG_NAME)-$(PKG_VERSION)
+define BuildPackage
+$(eval $(call Package/$(1)))
+facts:
+	@echo '$(1) $(PKG_VERSION) $(CMAKE_INSTALL) $(SECTION) $(CATEGORY) $(DEPENDS) $(KELO_UTILS_TREE)'
+prepare:
+	$$(call Build/Prepare)
+stage:
+	$$(call Build/InstallDev,$(TOPDIR)/staging)
+package:
+	$$(call Package/$(1)/install,$(TOPDIR)/package)
+END
+  echo endef >> "$work/openwrt/include/package.mk"
+  echo 'CMAKE_OPTIONS =' > "$work/openwrt/include/cmake.mk"
+}
+
+openwrt() {
+  make --no-print-directory -C "$(dirname "$makefile")" --warn-undefined-variables TOPDIR="$work/openwrt" \
+    PKG_INSTALL_DIR="$installed" "$@"
+}
+
+check_openwrt() {
+  stand_in_for_openwrt
+  # What ends in an error, or names a variable that nothing sets.
+  if ! openwrt -n facts prepare stage package > "$work/make.log" 2>&1 || grep -q ': warning: ' "$work/make.log"; then
+    cat "$work/make.log"
+    fail "make does not read $makefile without complaint"
+    return
+  fi
+  local facts
+  facts=$(openwrt facts)
+  [ "$facts" = "kelo-utils $version 1 libs Libraries +libsqlite3 $SOURCE_TREE" ] \
+    || fail "OpenWrt: unlike what is built: $facts"
+  mkdir -p "$work/tree/log" "$work/tree/tests/build" "$work/tree/build/plain" "$work/tree/.git"
+  touch "$work/tree/CMakeLists.txt" "$work"/tree/{log,tests/build,build/plain,.git}/file
+  openwrt -s KELO_UTILS_TREE="$work/tree" prepare stage package || fail "OpenWrt: a step failed"
+  diff <(printf '/%s\n' CMakeLists.txt log/file tests/build/file) <(files "$work/openwrt/build/kelo-utils-$version") \
+    || fail "OpenWrt: the build misses this ('<') or gets that ('>')"
+  diff <(files "$installed") <(files "$work/openwrt/staging") \
+    || fail "OpenWrt: other packages miss this ('<') or find that ('>')"
+  diff <(files "$installed" | grep '/libkelo_utils\.so\.') <(files "$work/openwrt/package") \
+    || fail "OpenWrt: the device misses this ('<') or gets that ('>')"
+}
+
+# --- The Yocto recipe ---------------------------------------------------------------------------------------
+
+declare -A yocto=()
+yocto_variables=(SUMMARY SECTION LICENSE DEPENDS inherit EXTERNALSRC EXTRA_OECMAKE KELO_DIAG_LIBRARY KELO_DIAG_RECIPE
+  PACKAGECONFIG 'PACKAGECONFIG[diag]' 'FILES:${PN}' 'FILES:${PN}-dev' 'FILES:${PN}-staticdev' 'RDEPENDS:${PN}-dev')
+
+read_yocto() {
+  local line assignment='^([A-Za-z_:${}-]+(\[[a-z]+\])?) (\?\?=|\?=|=|\+=) "([^"]*)"$'
+  while IFS= read -r line; do
+    case $line in
+      '' | '#'*) continue ;;
+      'inherit '*) yocto[inherit]=${line#inherit } ;;
+      *)
+        if [[ $line =~ $assignment ]]; then
+          yocto[${BASH_REMATCH[1]}]=${BASH_REMATCH[4]}
+        else
+          fail "Yocto: not a line of a recipe: $line"
+        fi
+        ;;
+    esac
+  done < "$recipe"
+  diff <(printf '%s\n' "${yocto_variables[@]}" | sort) <(printf '%s\n' "${!yocto[@]}" | sort) \
+    || fail "Yocto: variables that are missing ('<') or unknown ('>')"
+}
+
+# holds PACKAGE FILE: whether the recipe puts FILE into PACKAGE, which names files, patterns or folders.
+holds() {
+  local pattern patterns=${yocto[FILES:$1]:-}
+  patterns=${patterns//'${libdir}'//usr/lib}
+  patterns=${patterns//'${includedir}'//usr/include}
+  set -f
+  for pattern in $patterns; do
+    # shellcheck disable=SC2053 # it is a pattern
+    if [[ $2 == $pattern || $2 == $pattern/* ]]; then
+      set +f
+      return 0
+    fi
+  done
+  set +f
+  return 1
+}
+
+check_yocto() {
+  local file package packages expected
+  read_yocto
+  [ "$(basename "$recipe")" = "kelo-utils_$version.bb" ] || fail "Yocto: $recipe is not called after version $version"
+  [ "${yocto[inherit]:-}" = "cmake pkgconfig externalsrc" ] || fail "Yocto: inherits ${yocto[inherit]:-nothing}"
+  [ "${yocto[DEPENDS]:-}" = sqlite3 ] || fail "Yocto: depends on ${yocto[DEPENDS]:-nothing}"
+  if ! compgen -G "$SOURCE_TREE/LICEN[CS]E*" > /dev/null; then
+    [ "${yocto[LICENSE]:-}" = CLOSED ] || fail "Yocto: the tree has no licence file"
+  fi
+  while IFS= read -r file; do
+    packages=
+    for package in '${PN}' '${PN}-dev' '${PN}-staticdev'; do
+      if holds "$package" "$file"; then packages+=" $package"; fi
+    done
+    case $file in
+      */libkelo_utils.so.*) expected=' ${PN}' ;;
+      *.a) expected=' ${PN}-staticdev' ;;
+      *) expected=' ${PN}-dev' ;;
+    esac
+    [ "$packages" = "$expected" ] || fail "Yocto: $file is in:$packages"
+  done < <(files "$installed")
+}
+
+# --- What both build ----------------------------------------------------------------------------------------
+
+# same_options NAME TEXT: TEXT gives the options of the README's command for a device.
+same_options() {
+  diff <(sed -n '/cmake -S .*--toolchain/,/[^\\]$/p' "$SOURCE_TREE/README.md" | options) <(options <<< "$2") \
+    || fail "$1: lacks options of the README ('<') or has others ('>')"
+}
+
+check_options() {
+  local option
+  same_options OpenWrt "$(< "$makefile")"
+  same_options Yocto "${yocto[EXTRA_OECMAKE]:-}"
+  grep -rohE -e '-DKELO_[A-Z_]+' "$SOURCE_TREE/packaging" | sed 's/^-D//' | sort -u > "$work/named"
+  grep -q KELO_BUILD_TESTS "$work/named" || fail "the recipes build the tests"
+  while IFS= read -r option; do
+    grep -qE "^(set|option)\($option " "$SOURCE_TREE/CMakeLists.txt" "$SOURCE_TREE/cmake/arm-linux-gnueabihf.cmake" \
+      || fail "there is no option $option"
+  done < "$work/named"
+}
+
+if ! command -v make > /dev/null; then
+  echo "[  SKIPPED ] this machine has no make"
+  exit 77
+fi
+rm -rf "$work"
+mkdir -p "$work"
+"$CMAKE" --install "$BINARY_TREE" --prefix "$installed/usr" > /dev/null
+check_openwrt
+check_yocto
+check_options
+[ "$failed" -ne 0 ] || echo "both recipes hold the $(files "$installed" | wc -l) files of an installation"
+exit "$failed"
