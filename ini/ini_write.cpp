@@ -23,9 +23,10 @@ enum class Way { unchanged, in_place, by_copy };
 
 // The section with its header, or nothing at the end of a file that does not have it.
 Way delete_section(Lines& lines, Target section, Change& change) {
-  find_section(lines, section);
+  const bool found = find_section(lines, section);
   change.begin = lines.begin();
-  while (lines.next() && !section_name(lines.text())) {
+  // Behind a search that a failed read has ended the next read may succeed, and other lines would go.
+  while (found && lines.next() && !section_name(lines.text())) {
   }
   change.end = lines.begin();
   return Way::by_copy;
