@@ -5,13 +5,13 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <ostream>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "kelo_utils/ini.h"
 #include "tests/support/database.hpp"
+#include "tests/support/ini_changes.hpp"
 #include "tests/support/ini_model.hpp"
 #include "tools/power_cut/power_cut.hpp"
 
@@ -25,47 +25,12 @@ using kelo::tests::literal;
 using kelo::tests::read_file;
 using kelo::tests::write_file;
 using Text = IniModel::Text;
+using Change = kelo::tests::IniChange;
 using Way = IniModel::Way;
 
 constexpr char kFolder[] = "/data";
 constexpr char kPath[] = "/data/settings.ini";
 constexpr char kNewPath[] = "/data/settings.in~";
-
-// One change whose every moment may be the last before a power cut.
-struct Change {
-  const char* name;
-  Way way;
-  Text before;
-  Text section;
-  Text key;
-  Text value;
-};
-
-const Text kNull;
-const std::string kShort = "; settings\n[net]\nip=10.0.0.1\nmask=24\n\n[lan]\nname=home\n";
-
-// Takes many chunks to copy.
-std::string long_file() {
-  std::string bytes = kShort;
-  for (int i = 0; i < 400; ++i)
-    bytes += "[section " + std::to_string(i) + "]\nkey=" + std::string(90, 'v') + "\n";
-  return bytes;
-}
-
-const Change kChanges[] = {
-    {"other_length", Way::rewritten, kShort, "net", "ip", "192.168.0.1"},
-    {"other_length_in_a_long_file", Way::rewritten, long_file(), "net", "ip", "192.168.0.1"},
-    {"last_key_of_a_long_file", Way::rewritten, long_file(), "section 399", "key", "last"},
-    {"new_key", Way::rewritten, kShort, "net", "gateway", "10.0.0.2"},
-    {"new_section", Way::rewritten, kShort, "wan", "apn", "internet"},
-    {"delete_key", Way::rewritten, kShort, "net", "mask", kNull},
-    {"delete_section", Way::rewritten, kShort, "net", kNull, kNull},
-    {"same_length", Way::in_place, kShort, "net", "ip", "10.0.0.9"},
-    {"same_length_in_a_long_file", Way::in_place, long_file(), "section 200", "key", std::string(90, 'w')},
-    {"new_file", Way::created, kNull, "net", "ip", "10.0.0.1"},
-};
-
-void PrintTo(const Change& change, std::ostream* out) { *out << change.name; }
 
 const char* c_string(const Text& text) { return text ? text->c_str() : nullptr; }
 
@@ -134,9 +99,7 @@ class IniPowerCut : public testing::TestWithParam<Change> {
 
   void SetUp() override {
     if (!cut::can_trace()) GTEST_SKIP() << "this machine does not let a program trace others";
-    IniModel model(GetParam().before);
-    ASSERT_EQ(model.puts(GetParam().section, GetParam().key, GetParam().value), GetParam().way);
-    new_ = model.bytes();
+    new_ = after(GetParam());
     restore();
     whole_ = change_until(cut::no_cut);
     ASSERT_EQ(whole_.exit_status, 0);
@@ -167,7 +130,7 @@ TEST_P(IniPowerCut, NothingIsLostAfterTheCall) {
   EXPECT_EQ(unsynchronised(whole_.calls), std::set<std::string>());
 }
 
-INSTANTIATE_TEST_SUITE_P(Changes, IniPowerCut, testing::ValuesIn(kChanges),
+INSTANTIATE_TEST_SUITE_P(Changes, IniPowerCut, testing::ValuesIn(kelo::tests::ini_changes()),
                          [](const auto& change) { return std::string(change.param.name); });
 
 }  // namespace
