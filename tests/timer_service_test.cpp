@@ -25,7 +25,7 @@
 namespace {
 
 // Set while a call of the library is to leave an errno of its own.
-std::atomic<bool> tgkill_sets_errno{false};
+std::atomic<bool> getpid_sets_errno{false};
 
 // How often the worker slept, and how often with SIGUSR1 let in.
 std::atomic<int> sleeps{0};
@@ -45,10 +45,9 @@ int sigwaitinfo(const sigset_t* set, siginfo_t* signal) {
   return sigtimedwait(set, signal, nullptr);
 }
 
-int tgkill(pid_t process, pid_t thread, int signal) {
-  const auto result = static_cast<int>(syscall(SYS_tgkill, process, thread, signal));
-  if (tgkill_sets_errno) errno = ESRCH;
-  return result;
+pid_t getpid() {
+  if (getpid_sets_errno) errno = ESRCH;
+  return static_cast<pid_t>(syscall(SYS_getpid));
 }
 // NOLINTEND(readability-inconsistent-declaration-parameter-name)
 
@@ -334,13 +333,13 @@ TEST_F(TimerService, HandlerIgnoresOtherSignals) {
 TEST_F(TimerService, HandlerKeepsErrno) {
   HandSent record(calls, 1);
   pass_worker();
-  tgkill_sets_errno = true;
+  getpid_sets_errno = true;
   sigval value{};
   value.sival_ptr = &record.info;
   errno = EXDEV;
   const int result = pthread_sigqueue(pthread_self(), SIGUSR1, value);
   const int after = errno;
-  tgkill_sets_errno = false;
+  getpid_sets_errno = false;
   ASSERT_EQ(result, 0);
   EXPECT_EQ(after, EXDEV);
   EXPECT_TRUE(calls.wait_for(1));

@@ -3,6 +3,7 @@
 #include <pthread.h>
 #include <semaphore.h>
 #include <signal.h>
+#include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -53,6 +54,9 @@ bool accept(const siginfo_t& signal) {
   return true;
 }
 
+// By its number: C libraries of devices lack a function for it.
+void wake(pid_t worker) { syscall(SYS_tgkill, getpid(), worker, SIGUSR1); }
+
 // Runs between any two instructions of a thread: of the worker in a callback, or of any thread that takes a
 // signal the process sent itself. A wake-up that finds one pending is dropped by the kernel, which does no
 // harm: the worker looks at all that waits after each.
@@ -60,7 +64,7 @@ void timer_sigaction_handler(int number, siginfo_t* signal, void* /*context*/) {
   const kelo::base::ErrnoKeeper keep;
   if (number != SIGUSR1 || !accept(*signal)) return;
   const pid_t worker = kelo::timer::worker_thread();
-  if (worker != 0 && worker != gettid()) tgkill(getpid(), worker, SIGUSR1);
+  if (worker != 0 && worker != get_tid()) wake(worker);
 }
 
 // SIGUSR1 as the worker sees it. It sleeps with the signal blocked and takes expiries without a handler's
@@ -136,7 +140,7 @@ void run_callbacks(q_link_type* link) {
 void* kelo_oem_timer_thread(void* /*unused*/) {
   const ExpirySignal signal;
   signal.block();
-  worker_id = gettid();
+  worker_id = get_tid();
   sem_post(&worker_runs);
   while (true) {
     if (kelo::timer::nothing_waits()) signal.wait();
