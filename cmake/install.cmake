@@ -1,17 +1,19 @@
-# What `cmake --install` lays down: libraries, headers, the CMake package and the pkg-config modules.
+# What `cmake --install` lays down: libraries, headers, the CMake package and the pkg-config modules. The component
+# runtime is what a program needs to run, the component development what its build needs beside that.
 include(CMakePackageConfigHelpers)
 
-install(TARGETS kelo_utils kelo_utils_static kelo_utils_sqlite EXPORT kelo_utils-targets)
-install(DIRECTORY include/kelo_utils TYPE INCLUDE FILES_MATCHING PATTERN *.h)
+install(TARGETS kelo_utils EXPORT kelo_utils-targets LIBRARY COMPONENT runtime NAMELINK_COMPONENT development)
+install(TARGETS kelo_utils_static kelo_utils_sqlite EXPORT kelo_utils-targets ARCHIVE COMPONENT development)
+install(DIRECTORY include/kelo_utils TYPE INCLUDE COMPONENT development FILES_MATCHING PATTERN *.h)
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/kelo_utils)
-install(EXPORT kelo_utils-targets NAMESPACE kelo:: DESTINATION ${package_folder})
+install(EXPORT kelo_utils-targets NAMESPACE kelo:: DESTINATION ${package_folder} COMPONENT development)
 configure_package_config_file(cmake/kelo_utils-config.cmake.in kelo_utils-config.cmake
   INSTALL_DESTINATION ${package_folder})
 write_basic_package_version_file(kelo_utils-config-version.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kelo_utils-config.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/kelo_utils-config-version.cmake
-        DESTINATION ${package_folder})
+        DESTINATION ${package_folder} COMPONENT development)
 
 # The modules find their own prefix, so that an installed tree can be moved, into a sysroot for one.
 cmake_path(SET pkgconfig_folder ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
@@ -26,5 +28,5 @@ endif()
 list(JOIN KELO_SQLITE_HOOKS_OPTIONS " " KELO_SQLITE_HOOKS_FLAGS)
 foreach(module kelo_utils kelo_utils_sqlite)
   configure_file(cmake/${module}.pc.in ${module}.pc @ONLY)
-  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${module}.pc DESTINATION ${pkgconfig_folder})
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${module}.pc DESTINATION ${pkgconfig_folder} COMPONENT development)
 endforeach()
