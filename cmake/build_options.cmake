@@ -4,6 +4,7 @@ target_compile_options(kelo_build_options INTERFACE
   -Wall -Wextra -Wshadow -Wformat=2 -Wno-format-nonliteral -Wundef -Wpointer-arith
   -Wno-psabi # notes on how C++ types are passed, none of which crosses the interface
   -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/= -fdebug-prefix-map=${CMAKE_SOURCE_DIR}=.
+  -fdebug-prefix-map=${CMAKE_BINARY_DIR}=.
   $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wconversion -Wsign-conversion>)
 if(KELO_WERROR)
   target_compile_options(kelo_build_options INTERFACE -Werror)

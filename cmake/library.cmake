@@ -50,7 +50,7 @@ add_dependencies(kelo_utils kelo_version_script)
 target_link_libraries(kelo_utils PRIVATE SQLite::SQLite3 Threads::Threads PUBLIC ${KELO_DIAG_LIBRARY})
 target_link_options(kelo_utils PRIVATE
   -Wl,--version-script=${KELO_VERSION_SCRIPT} -Wl,-z,relro -Wl,-z,now -Wl,--gc-sections -Wl,--as-needed
-  -Wl,-Map=${CMAKE_BINARY_DIR}/kelo_utils.link.map)
+  -Wl,--build-id -Wl,-Map=${CMAKE_BINARY_DIR}/kelo_utils.link.map)
 if(KELO_SANITIZE)
   target_link_options(kelo_utils PRIVATE -fsanitize=${KELO_SANITIZE})
 else()
