@@ -10,10 +10,12 @@ no_storage="no storage"
 stored="SSID is cabin, health is 0"
 own_hooks="reg 1, area 1 41, version 1 42 1, health 43, init 1, records 2"
 
-# expect TEXT PROGRAM: PROGRAM, run in the sandbox, exits with 0 and prints TEXT alone.
+# expect TEXT PROGRAM: PROGRAM, run in the sandbox, exits with 0 and prints TEXT alone. A program for another machine
+# runs under the command in EMULATOR.
 expect() {
-  local text=$1 program=$2 output status=0
-  output=$("$SOURCE_TREE/tests/sandbox.sh" "$SOURCE_TREE" "$BINARY_TREE" -- "$program" 2>&1) || status=$?
+  local text=$1 program=$2 output status=0 emulator
+  read -ra emulator <<< "${EMULATOR:-}"
+  output=$("$SOURCE_TREE/tests/sandbox.sh" "$SOURCE_TREE" "$BINARY_TREE" -- "${emulator[@]}" "$program" 2>&1) || status=$?
   if [ "$status" -eq 77 ]; then
     echo "$output"
     exit 77

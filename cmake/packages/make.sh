@@ -1,0 +1,35 @@
+#!/bin/sh
+# Makes the Debian packages of a build and puts them into a folder. Usage: make.sh BUILD FOLDER
+# Everything in them bears the time of the last commit, so that equal sources make equal packages; a tree without its
+# history has a fixed time. A SOURCE_DATE_EPOCH of the caller wins.
+set -eu
+umask 022 # CPack hands the modes of what it makes on to the packages
+build=$1 folder=$2 sources=$(dirname -- "$0")/../..
+if [ -z "${SOURCE_DATE_EPOCH:-}" ]; then
+  SOURCE_DATE_EPOCH=1767225600 # 2026-01-01
+  [ ! -e "$sources/.git" ] || SOURCE_DATE_EPOCH=$(git -C "$sources" log -1 --format=%ct)
+fi
+export SOURCE_DATE_EPOCH
+
+rm -rf "$build/packages"
+cpack --config "$build/CPackConfig.cmake" -B "$build/packages" > "$build/cpack.log" 2>&1 || {
+  cat "$build/cpack.log" >&2
+  exit 1
+}
+
+# What CPack cannot be told: packages of two architectures go beside each other; the trigger calls ldconfig, and no
+# script need do so; and the debug information has an ordinary package, with sums that do not name the build's folder.
+mkdir -p "$folder"
+for package in "$build/packages"/*.*deb; do
+  name=$(basename "$package")
+  tree=$build/packages/mended/${name%.*}
+  mkdir -p "$build/packages/mended"
+  dpkg-deb --raw-extract "$package" "$tree"
+  rm -f "$tree/DEBIAN/postinst" "$tree/DEBIAN/postrm"
+  sed -i -e '/^Package-Type:/d' -e '/^Maintainer:/a Multi-Arch: same' "$tree/DEBIAN/control"
+  sed -i 's|  /.*/usr/lib/debug/|  usr/lib/debug/|' "$tree/DEBIAN/md5sums"
+  find "$tree" -name '*.debug' -exec chmod 644 {} +
+  find "$tree" -exec touch -h -d "@$SOURCE_DATE_EPOCH" {} +
+  # Compressed in several threads, a file differs from one that was compressed in one.
+  DPKG_DEB_THREADS_MAX=1 dpkg-deb --root-owner-group -Zxz --build "$tree" "$folder/${name%.*}.deb" > /dev/null
+done

@@ -1,0 +1,32 @@
+#!/usr/bin/env bash
+# Packages of the same sources are the same to the byte, wherever they were made, and bear the time of the last commit.
+# What is in them is for package_contents.sh to say.
+# shellcheck source=common.sh
+. "$(dirname -- "${BASH_SOURCE[0]}")/common.sh"
+for tool in dpkg-shlibdeps dpkg-architecture dpkg-deb cpack file; do
+  command -v "$tool" > /dev/null || { echo "[  SKIPPED ] this machine makes no packages: no $tool" && exit 77; }
+done
+build=$WORK/package
+rm -rf "$build"
+mkdir -p "$build/elsewhere/sources" "$build/here"
+tar -C "$SOURCE_TREE" --exclude './build*' --exclude ./.git -c . | tar -C "$build/elsewhere/sources" -x
+
+# make_packages SOURCES FOLDER: those of SOURCES, in FOLDER/packages.
+make_packages() {
+  {
+    "$CMAKE" --preset package -S "$1" -B "$2/binary" -DCMAKE_C_COMPILER="$CC" -DCMAKE_CXX_COMPILER="$CXX" \
+      && "$CMAKE" --build "$2/binary" && "$1/cmake/packages/make.sh" "$2/binary" "$2/packages"
+  } > "$build/log" 2>&1 || { cat "$build/log" && exit 1; }
+}
+
+commit_time=$(git -C "$SOURCE_TREE" log -1 --format=%ct 2> /dev/null || echo 1767225600)
+unset SOURCE_DATE_EPOCH
+make_packages "$SOURCE_TREE" "$build/here"
+SOURCE_DATE_EPOCH=$commit_time make_packages "$build/elsewhere/sources" "$build/elsewhere/second"
+
+diff <(ls "$build/here/packages") <(ls "$build/elsewhere/second/packages") || failed=1
+for package in "$build/here/packages"/*; do
+  cmp "$package" "$build/elsewhere/second/packages/$(basename "$package")" || failed=1
+done
+"$SOURCE_TREE/tests/build/package_contents.sh" "$build/here/packages" "$(dpkg --print-architecture)" || exit
+exit "$failed"

@@ -1,0 +1,135 @@
+#!/usr/bin/env bash
+# The Debian packages of one architecture hold what they should, say what they need, and a daemon that is built
+# against them in an otherwise empty root runs there. Usage: package_contents.sh FOLDER ARCHITECTURE [PACKAGE...]
+# Each PACKAGE, a file, is unpacked beside them: what an architecture that is not this machine's lacks here.
+# shellcheck source=common.sh
+. "$(dirname -- "${BASH_SOURCE[0]}")/common.sh"
+folder=$1 architecture=$2
+shift 2
+version=$(sed -n 's/^project(kelo_utils VERSION \([0-9.]*\).*/\1/p' "$SOURCE_TREE/CMakeLists.txt")
+triplet=$(dpkg-architecture -a "$architecture" -qDEB_HOST_MULTIARCH 2> /dev/null)
+library=usr/lib/$triplet
+root=$WORK/root-$architecture
+rm -rf "$root"
+mkdir -p "$root"
+
+wrong() {
+  echo "$architecture: $*"
+  failed=1
+}
+package() { echo "$folder/${1}_${version}_$architecture.deb"; }
+
+# expect_files PACKAGE: the lines of standard input are its files, each with its mode.
+expect_files() {
+  diff <(sort) <(dpkg-deb -c "$(package "$1")" | awk '!/^d/ { print $1, $2, substr($0, index($0, "./") + 2) }' | sort) \
+    || wrong "$1: '<' is listed and not there, '>' is there and not listed"
+  if dpkg-deb -c "$(package "$1")" | grep '^d' | grep -v '^drwxr-xr-x root/root '; then wrong "$1: modes of folders"; fi
+}
+
+# expect_control PACKAGE NAME...: what stands beside its files.
+expect_control() {
+  local name=$1
+  shift
+  rm -rf "$WORK/control"
+  dpkg-deb -e "$(package "$name")" "$WORK/control"
+  diff <(printf '%s\n' "$@") <(ls "$WORK/control") || wrong "$name: control files"
+  (cd "$root" && md5sum --quiet --strict -c "$WORK/control/md5sums") || wrong "$name: sums"
+}
+
+# expect_field PACKAGE FIELD PATTERN: the whole value is the extended regular expression.
+expect_field() {
+  local value
+  value=$(dpkg-deb -f "$(package "$1")" "$2")
+  [[ $value =~ ^$3$ ]] || wrong "$1: $2 is '$value', not '$3'"
+}
+
+for name in libkelo-utils0 libkelo-utils0-dbgsym libkelo-utils-dev; do
+  [ -f "$(package $name)" ] || { echo "no $(package $name)" && exit 1; }
+  dpkg-deb -x "$(package $name)" "$root"
+  expect_field $name Package $name
+  expect_field $name Version "${version//./\\.}"
+  expect_field $name Architecture "$architecture"
+  expect_field $name Multi-Arch same
+  expect_field $name Source libkelo-utils
+  expect_field $name Maintainer '.+ <.+@.+>'
+done
+shared=$root/$library/libkelo_utils.so.$version
+build_id=$("$READELF" -n "$shared" | sed -n 's/.*Build ID: //p')
+debug=usr/lib/debug/.build-id/${build_id:0:2}/${build_id:2}.debug
+
+# --- Files --------------------------------------------------------------------------------------------------
+
+own="root/root $library"
+expect_files libkelo-utils0 << END
+lrwxrwxrwx $own/libkelo_utils.so.0 -> libkelo_utils.so.$version
+-rw-r--r-- $own/libkelo_utils.so.$version
+END
+expect_files libkelo-utils0-dbgsym << END
+-rw-r--r-- root/root $debug
+END
+expect_files libkelo-utils-dev << END
+$(cd "$SOURCE_TREE/include" && printf -- '-rw-r--r-- root/root usr/include/%s\n' kelo_utils/*.h)
+lrwxrwxrwx $own/libkelo_utils.so -> libkelo_utils.so.0
+-rw-r--r-- $own/libkelo_utils.a
+-rw-r--r-- $own/libkelo_utils_sqlite.a
+-rw-r--r-- $own/pkgconfig/kelo_utils.pc
+-rw-r--r-- $own/pkgconfig/kelo_utils_sqlite.pc
+-rw-r--r-- $own/cmake/kelo_utils/kelo_utils-config.cmake
+-rw-r--r-- $own/cmake/kelo_utils/kelo_utils-config-version.cmake
+-rw-r--r-- $own/cmake/kelo_utils/kelo_utils-targets.cmake
+-rw-r--r-- $own/cmake/kelo_utils/kelo_utils-targets-minsizerel.cmake
+END
+if grep -rlF -e "$SOURCE_TREE" -e "$BINARY_TREE" "$root"; then wrong "names the folders it was built in"; fi
+
+expect_control libkelo-utils0 control md5sums shlibs triggers
+expect_control libkelo-utils0-dbgsym control md5sums
+expect_control libkelo-utils-dev control md5sums
+
+# --- Fields -------------------------------------------------------------------------------------------------
+
+expect_field libkelo-utils0-dbgsym Depends "libkelo-utils0 \(= $version\)"
+expect_field libkelo-utils0-dbgsym Build-Ids "$build_id"
+expect_field libkelo-utils-dev Depends "libkelo-utils0 \(= $version\), libsqlite3-dev"
+expect_field libkelo-utils0 Depends 'libc6 \(>= 2\.[0-9]+\), libsqlite3-0 \(>= 3\.[0-9.]+\)'
+wanted=$("$READELF" -V "$shared" | grep -o 'GLIBC_2\.[0-9]*' | sort -Vu | tail -n 1)
+declared=$(dpkg-deb -f "$(package libkelo-utils0)" Depends | sed -n 's/.*libc6 (>= \([0-9.]*\)).*/\1/p')
+dpkg --compare-versions "$declared" ge "${wanted#GLIBC_}" || wrong "libc6 $declared lacks $wanted"
+[ "$(dpkg-deb -I "$(package libkelo-utils0)" shlibs)" = "libkelo_utils 0 libkelo-utils0 (>= $version)" ] || wrong shlibs
+[ "$(dpkg-deb -I "$(package libkelo-utils0)" triggers)" = "activate-noawait ldconfig" ] || wrong triggers
+
+# --- Debug information --------------------------------------------------------------------------------------
+
+sections() { "$READELF" -SW "$1" | grep -oE '\.(symtab|debug_info|gnu_debuglink)\b' | sort -u | tr '\n' ' '; }
+[ "$(sections "$shared")" = ".gnu_debuglink " ] || wrong "the library holds $(sections "$shared")"
+for archive in libkelo_utils.a libkelo_utils_sqlite.a; do
+  [ "$(sections "$root/$library/$archive")" = ".symtab " ] || wrong "$archive holds $(sections "$root/$library/$archive")"
+done
+[ "$(sections "$root/$debug")" = ".debug_info .symtab " ] || wrong "$debug holds $(sections "$root/$debug")"
+"$READELF" -n "$root/$debug" | grep -qF "Build ID: $build_id" || wrong "$debug: build id"
+if [ $# -eq 0 ] && command -v gdb > /dev/null; then
+  line=$(gdb -nx -batch -iex "set debug-file-directory $root/usr/lib/debug" -ex 'info line kelo_dm_reg' "$shared" 2>&1)
+  [[ $line == 'Line '*' of "./'*'pp" starts at '*'<kelo_dm_reg('* ]] || wrong "gdb finds no source line: $line"
+fi
+
+# --- Use ----------------------------------------------------------------------------------------------------
+
+for dependency in "$@"; do
+  dpkg-deb -x "$dependency" "$root"
+done
+if [ $# -gt 0 ]; then
+  export PKG_CONFIG_LIBDIR=$root/$library/pkgconfig PKG_CONFIG_SYSROOT_DIR=$root
+  EMULATOR="${EMULATOR:?} -L $root"
+fi
+export PKG_CONFIG_PATH=$root/$library/pkgconfig LD_LIBRARY_PATH=$root/$library
+c=("$CC" -std=c99 -pedantic -Wall -Wextra -Werror "-Wl,-rpath-link,$root/$library")
+static_flag=
+compile_with kelo_utils_sqlite "$WORK/packaged-shared" "${c[@]}" "$daemon_sources/daemon.c"
+expect "$stored" "$WORK/packaged-shared"
+expect_needed yes libkelo_utils "$WORK/packaged-shared"
+# The linker takes the archive where there is no shared library. SQLite stays shared: its archive would want more
+# packages than are here.
+find "$root" -name 'libkelo_utils.so*' -delete
+compile_with 'kelo_utils_sqlite sqlite3' "$WORK/packaged-static" "${c[@]}" "$daemon_sources/daemon.c"
+expect "$stored" "$WORK/packaged-static"
+expect_needed no libkelo_utils "$WORK/packaged-static"
+exit "$failed"
