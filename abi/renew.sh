@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
-# Writes the baselines that the test build.abi compares with: what the two built libraries offer becomes what every
-# later build has to offer. Usage: renew.sh LIBRARY-OF-X86_64 LIBRARY-OF-ARMHF
+# Writes the baselines that the test build.abi compares with: what a built library offers becomes what every later
+# build for that kind of machine has to offer. Usage: renew.sh MACHINE C-COMPILER LIBRARY
 set -euo pipefail
+machine=$1 cc=$2 library=$3
 here=$(dirname -- "${BASH_SOURCE[0]}")
+baseline=$here/kelo_utils-$machine.abi types=$here/kelo_utils-$machine-types.abi
 
-renew() {
-  "$here/describe.sh" "$2" > "$here/kelo_utils-$1.abi.new"
-  mv "$here/kelo_utils-$1.abi.new" "$here/kelo_utils-$1.abi"
-  echo "abi/kelo_utils-$1.abi: $(grep -c '<elf-symbol ' "$here/kelo_utils-$1.abi") names"
-}
-
-renew x86_64 "$1"
-renew armhf "$2"
+"$here/describe.sh" "$library" > "$baseline.new"
+mv "$baseline.new" "$baseline"
+"$here/describe_types.sh" "$cc" "$baseline" > "$types.new"
+mv "$types.new" "$types"
+echo "$baseline: $(grep -c '<elf-symbol ' "$baseline") names"
+echo "$types: $(grep -c '<elf-symbol ' "$types") types"
