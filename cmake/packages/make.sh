@@ -29,7 +29,6 @@ for package in "$build/packages"/*.*deb; do
   sed -i -e '/^Package-Type:/d' -e '/^Maintainer:/a Multi-Arch: same' "$tree/DEBIAN/control"
   sed -i 's|  /.*/usr/lib/debug/|  usr/lib/debug/|' "$tree/DEBIAN/md5sums"
   find "$tree" -name '*.debug' -exec chmod 644 {} +
-  find "$tree" -exec touch -h -d "@$SOURCE_DATE_EPOCH" {} +
   # Compressed in several threads, a file differs from one that was compressed in one.
   DPKG_DEB_THREADS_MAX=1 dpkg-deb --root-owner-group -Zxz --build "$tree" "$folder/${name%.*}.deb" > /dev/null
 done
