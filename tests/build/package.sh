@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Packages of the same sources are the same to the byte, wherever they were made, and bear the time of the last commit.
+# Packages of the same sources are the same to the byte, wherever and under whatever umask they were made, and bear the
+# time of the last commit.
 # What is in them is for package_contents.sh to say.
 # shellcheck source=common.sh
 . "$(dirname -- "${BASH_SOURCE[0]}")/common.sh"
@@ -19,14 +20,15 @@ make_packages() {
   } > "$build/log" 2>&1 || { cat "$build/log" && exit 1; }
 }
 
-commit_time=$(git -C "$SOURCE_TREE" log -1 --format=%ct 2> /dev/null || echo 1767225600)
+commit_time=1767225600
+[ ! -e "$SOURCE_TREE/.git" ] || commit_time=$(git -C "$SOURCE_TREE" log -1 --format=%ct)
 unset SOURCE_DATE_EPOCH
 make_packages "$SOURCE_TREE" "$build/here"
-SOURCE_DATE_EPOCH=$commit_time make_packages "$build/elsewhere/sources" "$build/elsewhere/second"
+(umask 077 && SOURCE_DATE_EPOCH=$commit_time make_packages "$build/elsewhere/sources" "$build/elsewhere/second") || exit
 
 diff <(ls "$build/here/packages") <(ls "$build/elsewhere/second/packages") || failed=1
 for package in "$build/here/packages"/*; do
   cmp "$package" "$build/elsewhere/second/packages/$(basename "$package")" || failed=1
 done
-"$SOURCE_TREE/tests/build/package_contents.sh" "$build/here/packages" "$(dpkg --print-architecture)" || exit
-exit "$failed"
+[ "$failed" -eq 0 ] || exit 1
+exec "$SOURCE_TREE/tests/build/package_contents.sh" "$build/here/packages" "$(dpkg --print-architecture)"
