@@ -16,7 +16,8 @@ target_compile_options(kelo_utils_objects PRIVATE
   -ffunction-sections -fdata-sections)
 target_compile_definitions(kelo_utils_objects PRIVATE _FILE_OFFSET_BITS=64)
 if(NOT KELO_SANITIZE)
-  target_compile_options(kelo_utils_objects PRIVATE -fstack-protector-strong)
+  # The account of the stack is read by the test build.stack.
+  target_compile_options(kelo_utils_objects PRIVATE -fstack-protector-strong $<$<CXX_COMPILER_ID:GNU>:-fstack-usage>)
   target_compile_definitions(kelo_utils_objects PRIVATE $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
 endif()
 if(KELO_BUILD_TESTS)
