@@ -2,10 +2,16 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
+#include <iostream>
+#include <span>
+#include <string>
 
+#include "kelo_utils/log.h"
 #include "kelo_utils/timer.h"
+#include "tests/support/log_capture.hpp"
 #include "tests/support/timer_probe.hpp"
 
 namespace {
@@ -24,6 +30,9 @@ constexpr std::size_t kInUse = 8192;
 #else
 constexpr std::size_t kInUse = 2048;
 #endif
+
+// A callback that logs has the rest for itself.
+constexpr int kMostOfLogging = 10240;
 
 struct Stack {
   Calls filled;
@@ -53,6 +62,52 @@ void look_at_stack(void* argument) {
       static_cast<std::size_t>(static_cast<char*>(__builtin_frame_address(0)) - static_cast<char*>(lowest));
   stack.filled.add(static_cast<int>(fill_stack()));
 }
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+constexpr unsigned char kUntouched = 0xA5;
+// What the functions here that look at the stack may take of it themselves.
+constexpr std::ptrdiff_t kFramesHere = 2048;
+
+// What is free below, down to the end of the stack.
+std::span<volatile unsigned char> free_stack(void* frame) {
+  pthread_attr_t attributes;
+  void* lowest = nullptr;
+  std::size_t size = 0;
+  pthread_getattr_np(pthread_self(), &attributes);
+  pthread_attr_getstack(&attributes, &lowest, &size);
+  pthread_attr_destroy(&attributes);
+  auto* const begin = static_cast<volatile unsigned char*>(lowest);
+  return {begin, static_cast<volatile unsigned char*>(frame) - kFramesHere};
+}
+
+// How much of the stack logging takes: the longest message of a daemon, and one of the library.
+void log_from_callback(void* argument) {
+  const std::string text(KELO_LOG_LINE_SIZE, 'x');
+  const auto below = free_stack(__builtin_frame_address(0));
+  for (volatile unsigned char& byte : below) byte = kUntouched;
+  KELO_LOG(LOG_LVL_ERR, "%s\n", text.c_str());
+  kelo_timer_stop(nullptr);
+  const auto deepest =
+      std::find_if(below.begin(), below.end(), [](unsigned char byte) { return byte != kUntouched; });
+  static_cast<Calls*>(argument)->add(static_cast<int>(below.end() - deepest + kFramesHere));
+}
+
+TEST(TimerStack, LeavesRoomBesideLogging) {
+  kelo_timer_init();
+  const kelo::tests::LogCapture log;
+  Calls taken;
+  kelo_timer_info info{};
+  info.value = milliseconds(1);
+  info.cb = {log_from_callback, &taken};
+  ASSERT_EQ(kelo_timer_create(&info), 0);
+  ASSERT_EQ(kelo_timer_start(&info), 0);
+  ASSERT_TRUE(taken.wait_for(1));
+  ASSERT_EQ(kelo_timer_delete(&info), 0);
+  EXPECT_EQ(log.count_containing(LOG_LVL_ERR, std::string(3000, 'x')), 1) << log.dump();
+  std::cout << "logging takes " << taken.names()[0] << " bytes of the stack\n";
+  EXPECT_LT(taken.names()[0], kMostOfLogging);
+}
+#endif
 
 TEST(TimerStack, IsThirtyTwoKibibytesBesideThreadLocals) {
   kelo_timer_init();
