@@ -4,6 +4,7 @@
 
 #include <array>
 #include <atomic>
+#include <bit>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
@@ -83,7 +84,9 @@ bool kelo::log::passes(int level) {
   return level == -1 || current_level.load(std::memory_order_relaxed) <= level;
 }
 
-void kelo::log::emit(const LogDiagDescriptor& site, int level, const char* func, const char* fmt, ...) {
+void kelo::log::emit(const LogDiagDescriptor& site, const char* func, const char* fmt, ...) {
+  const int level = std::countr_zero(site.mask);
+  if (!passes(level)) return;
   const base::ErrnoKeeper keep;
   std::array<char, KELO_LOG_BUFFER_SIZE> text;
   va_list arguments;

@@ -9,19 +9,19 @@ namespace kelo::log {
 // Whether a message of `level` passes the threshold now.
 bool passes(int level);
 
-// Formats one message that passed the threshold and sends it to the diagnostic channel or prints it locally,
-// shown under the function name `func`. Never allocates and preserves errno.
-void emit(const LogDiagDescriptor& site, int level, const char* func, const char* fmt, ...) KELO_PRINTF(4, 5);
+// Formats one message, if the level of its site passes the threshold, and sends it to the diagnostic channel or
+// prints it locally, shown under the function name `func`. Never allocates and preserves errno.
+void emit(const LogDiagDescriptor& site, const char* func, const char* fmt, ...) KELO_PRINTF(3, 4);
 
 }  // namespace kelo::log
 
 // Logs under a given function name: for a step shared by several operations, whose lines carry their names.
-#define KELO_LOG_AS(func, level, ...)                                                 \
-  do {                                                                                \
-    if (::kelo::log::passes(level)) {                                                 \
-      static constexpr LogDiagDescriptor kelo_log_site_ = KELO_LOG_DESCRIPTOR(level); \
-      ::kelo::log::emit(kelo_log_site_, (level), (func), __VA_ARGS__);                \
-    }                                                                                 \
+// The arguments are evaluated even when the message does not pass: the test for it stands in the hand-off too,
+// which keeps some hundred call sites small.
+#define KELO_LOG_AS(func, level, ...)                                               \
+  do {                                                                              \
+    static constexpr LogDiagDescriptor kelo_log_site_ = KELO_LOG_DESCRIPTOR(level); \
+    ::kelo::log::emit(kelo_log_site_, (func), __VA_ARGS__);                         \
   } while (0)
 
 #undef KELO_LOG
