@@ -246,8 +246,8 @@ TEST_F(ParameterTypes, StatementFillsItsBufferAndIsNeverCut) {
   const std::string longest(255 - 19 - 8, 'x');
   EXPECT_EQ(write_text(longest), 0);
   EXPECT_EQ(cell("ssid"), longest);
-  for (const std::size_t length :
-       {longest.size() + 1, longest.size() + 2, 254UL, 255UL, 256UL, 257UL, 5000UL}) {
+  for (const std::size_t length : {longest.size() + 1, longest.size() + 2, std::size_t{254}, std::size_t{255},
+                                   std::size_t{256}, std::size_t{257}, std::size_t{5000}}) {
     log.clear();
     const CallTrace trace;
     EXPECT_EQ(write_text(std::string(length, 'y')), -1) << length;
