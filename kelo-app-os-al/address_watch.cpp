@@ -69,12 +69,12 @@ bool find_in_message(ByteSpan message, unsigned interface_index, char* text) {
 // Reads until the socket has been silent for its receive time-out: the edge-triggered event tells of the
 // first datagram only.
 bool kelo_nl_netlink_handle(const base::Descriptor& socket, unsigned interface_index, char* text) {
-  std::array<std::byte, kDatagramSize> datagram;
+  std::array<unsigned char, kDatagramSize> datagram;  // of characters, so that the stack protector guards it
   for (;;) {
     const ssize_t length = ::recv(socket.get(), datagram.data(), datagram.size(), 0);
     if (length < 0) return false;
     KELO_LOG(LOG_LVL_DBUG, "rx len:%d \n", static_cast<int>(length));
-    const ByteSpan received(datagram.data(), static_cast<std::size_t>(length));
+    const ByteSpan received = std::as_bytes(std::span(datagram.data(), static_cast<std::size_t>(length)));
     if (find_global_address(received, interface_index, text)) return true;
   }
 }

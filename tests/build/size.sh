@@ -6,7 +6,7 @@
 # constants, dynamic symbols and relocations), data and bss what is mapped writable.
 set -euo pipefail
 readelf=${1}readelf nm=${1}nm strip=${1}strip size=${1}size library=$2 exports=$3
-text_budget=$((120 * 1024)) file_budget=$((132 * 1024)) data_budget=$((16 * 1024))
+text_budget=$((112 * 1024)) file_budget=$((128 * 1024)) data_budget=$((16 * 1024))
 failed=0
 
 stripped=$(mktemp)
