@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <filesystem>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "kelo_utils/app_common.h"
@@ -14,32 +13,17 @@
 #include "tests/support/database.hpp"
 #include "tests/support/failing_call.hpp"
 #include "tests/support/log_capture.hpp"
+#include "tests/support/made_directories.hpp"
 
 namespace {
 
+using kelo::tests::asked_for;
 using kelo::tests::expect_lines;
 using kelo::tests::FailingCall;
 using kelo::tests::LogCapture;
 using kelo::tests::write_file;
 
 namespace fs = std::filesystem;
-
-// The directories that the library was asked to make, in their order, and their modes.
-std::vector<std::string> asked_for;
-std::vector<mode_t> modes;
-
-}  // namespace
-
-// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
-extern "C" int mkdir(const char* path, mode_t mode) noexcept {
-  static const auto real = kelo::tests::next_call("mkdir", mkdir);
-  asked_for.emplace_back(path);
-  modes.push_back(mode);
-  return kelo::tests::FailingCall::meets("mkdir") ? -1 : real(path, mode);
-}
-// NOLINTEND(readability-inconsistent-declaration-parameter-name)
-
-namespace {
 
 constexpr char kFunction[] = "oem_create_and_check_directory";
 
@@ -49,7 +33,6 @@ class CheckedDirectory : public testing::Test {
     umask(0);
     fs::current_path("/tmp");
     asked_for.clear();
-    modes.clear();
   }
 
   // Passes a copy of exactly that size, so that a read beyond it is seen.
@@ -59,7 +42,7 @@ class CheckedDirectory : public testing::Test {
     const std::vector<char> text(path.c_str(), path.c_str() + path.size() + 1);
     oem_create_and_check_directory(text.data());
     expect_lines(log, kFunction, {{level, "Directory " + path + " " + outcome + ".\n"}});
-    EXPECT_EQ(asked_for, directories) << path;
+    EXPECT_EQ(asked_for.names, directories) << path;
     EXPECT_EQ(std::string(text.data()), path);
   }
 
@@ -129,7 +112,7 @@ TEST_F(CheckedDirectory, HasEveryPermissionButThoseOfTheMask) {
     }
     fs::remove_all("m");
   }
-  for (const mode_t mode : modes) EXPECT_EQ(mode, 0777U);
+  for (const mode_t mode : asked_for.modes) EXPECT_EQ(mode, 0777U);
 }
 
 TEST_F(CheckedDirectory, IsAnErrorWithAFileOnTheWay) {

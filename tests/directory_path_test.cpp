@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <filesystem>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "kelo_utils/file_ops.h"
@@ -14,30 +13,17 @@
 #include "tests/support/database.hpp"
 #include "tests/support/failing_call.hpp"
 #include "tests/support/log_capture.hpp"
+#include "tests/support/made_directories.hpp"
 
 namespace {
 
+using kelo::tests::asked_for;
 using kelo::tests::expect_lines;
 using kelo::tests::FailingCall;
 using kelo::tests::LogCapture;
 using kelo::tests::write_file;
 
 namespace fs = std::filesystem;
-
-// The directories that the library was asked to make, in their order.
-std::vector<std::pair<std::string, mode_t>> asked_for;
-
-}  // namespace
-
-// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
-extern "C" int mkdir(const char* path, mode_t mode) noexcept {
-  static const auto real = kelo::tests::next_call("mkdir", mkdir);
-  asked_for.emplace_back(path, mode);
-  return kelo::tests::FailingCall::meets("mkdir") ? -1 : real(path, mode);
-}
-// NOLINTEND(readability-inconsistent-declaration-parameter-name)
-
-namespace {
 
 constexpr char kFunction[] = "dir_make_path";
 
@@ -52,10 +38,7 @@ class DirectoryPath : public testing::Test {
   void expect_made(const std::string& path, const std::vector<std::string>& directories) {
     asked_for.clear();
     EXPECT_EQ(dir_make_path(path.c_str(), 0755), 0) << path;
-    std::vector<std::string> names;
-    names.reserve(asked_for.size());
-    for (const auto& [name, mode] : asked_for) names.push_back(name);
-    EXPECT_EQ(names, directories);
+    EXPECT_EQ(asked_for.names, directories);
     for (const std::string& directory : directories) EXPECT_TRUE(fs::is_directory(directory)) << directory;
     EXPECT_TRUE(log.lines().empty()) << log.dump();
   }
@@ -127,7 +110,7 @@ TEST_F(DirectoryPath, GivesEachDirectoryTheMode) {
   }
   asked_for.clear();
   EXPECT_EQ(dir_make_path("/tmp/m/n", 01750), 0);
-  for (const auto& [name, mode] : asked_for) EXPECT_EQ(mode, 01750U) << name;
+  for (const mode_t mode : asked_for.modes) EXPECT_EQ(mode, 01750U);
 }
 
 TEST_F(DirectoryPath, FailsBelowADirectoryThatMayNotBeWritten) {

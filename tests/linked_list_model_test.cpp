@@ -13,11 +13,16 @@
 
 #include "kelo_utils/list.h"
 #include "tests/support/list_probe.hpp"
+#include "tests/support/list_threads.hpp"
 
 namespace {
 
+using kelo::tests::consume;
 using kelo::tests::expect_sound;
+using kelo::tests::kAllParcels;
+using kelo::tests::kProducers;
 using kelo::tests::ListLinks;
+using kelo::tests::make_parcels;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr int kOperations = 100000;
@@ -192,51 +197,17 @@ TEST(LinkedListModel, AgreesWithADeque) {
   for (int i = 0; i < kOperations && !testing::Test::HasFailure(); ++i) pair.step();
 }
 
-struct Parcel {
-  list_link_type link;
-  std::size_t producer;
-  int number;
-};
-
-constexpr std::size_t kProducers = 3;
-constexpr int kParcels = 3000;
-
-using Parcels = std::array<std::vector<Parcel>, kProducers>;
-
-Parcels make_parcels() {
-  Parcels parcels;
-  for (std::size_t producer = 0; producer < kProducers; ++producer)
-    for (int number = 0; number < kParcels; ++number) parcels[producer].push_back({{}, producer, number});
-  return parcels;
-}
-
-constexpr int kAllParcels = static_cast<int>(kProducers) * kParcels;
-
-// Takes parcels until all were taken; each producer's must arrive in the order they were put.
-void consume(list_type& list, std::atomic<int>& taken) {
-  std::array<int, kProducers> last;
-  last.fill(-1);
-  while (taken < kAllParcels) {
-    auto* const parcel = reinterpret_cast<Parcel*>(list_pop_front(&list));
-    if (parcel == nullptr) {
-      std::this_thread::yield();
-      continue;
-    }
-    ++taken;
-    EXPECT_LT(std::exchange(last[parcel->producer], parcel->number), parcel->number);
-  }
-}
-
 TEST(LinkedListThreads, EveryParcelArrivesOnceAndInOrder) {
-  Parcels parcels = make_parcels();
+  auto parcels = make_parcels<list_link_type>();
   list_type list = {};
   std::atomic<int> taken = 0;
   std::vector<std::thread> threads;
-  for (std::vector<Parcel>& own : parcels)
+  for (auto& own : parcels)
     threads.emplace_back([&list, &own] {
-      for (Parcel& parcel : own) list_push_back(&list, &parcel.link);
+      for (auto& parcel : own) list_push_back(&list, &parcel.link);
     });
-  for (int consumer = 0; consumer < 2; ++consumer) threads.emplace_back([&] { consume(list, taken); });
+  for (int consumer = 0; consumer < 2; ++consumer)
+    threads.emplace_back([&] { consume([&] { return list_pop_front(&list); }, taken); });
   threads.emplace_back([&] {
     while (taken < kAllParcels) {
       EXPECT_LE(list_size(&list), static_cast<unsigned>(kAllParcels));
@@ -252,19 +223,19 @@ TEST(LinkedListThreads, EveryParcelArrivesOnceAndInOrder) {
 }
 
 TEST(LinkedListThreads, BatchesMergedFromOwnListsArriveInOrder) {
-  Parcels parcels = make_parcels();
+  auto parcels = make_parcels<list_link_type>();
   std::array<list_type, kProducers> batches = {};
   list_type list = {};
   std::atomic<int> taken = 0;
   std::vector<std::thread> threads;
   for (std::size_t producer = 0; producer < kProducers; ++producer)
     threads.emplace_back([&, producer] {
-      for (Parcel& parcel : parcels[producer]) {
+      for (auto& parcel : parcels[producer]) {
         list_push_back(&batches[producer], &parcel.link);
         if (parcel.number % 6 == 5) list_merge(&list, &batches[producer]);
       }
     });
-  threads.emplace_back([&] { consume(list, taken); });
+  threads.emplace_back([&] { consume([&] { return list_pop_front(&list); }, taken); });
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(kAllParcels, taken);
   expect_sound(list, {});
@@ -272,28 +243,8 @@ TEST(LinkedListThreads, BatchesMergedFromOwnListsArriveInOrder) {
   list_destroy(&list);
 }
 
-// The first uses of a zeroed list, all at once: none may undo what another has done.
 TEST(LinkedListThreads, RaceForTheFirstUseLosesNothing) {
-  constexpr int kThreads = 4;
-  constexpr int kRounds = 300;
-  std::vector<list_type> lists(kRounds);
-  std::vector<std::array<list_link_type, kThreads>> links(kRounds);
-  std::vector<std::atomic<int>> arrived(kRounds);
-  std::vector<std::thread> threads;
-  for (std::size_t own = 0; own < kThreads; ++own)
-    threads.emplace_back([&, own] {
-      for (std::size_t round = 0; round < kRounds; ++round) {
-        ++arrived[round];
-        while (arrived[round] < kThreads) std::this_thread::yield();
-        list_push_front(&lists[round], &links[round][own]);
-      }
-    });
-  for (std::thread& thread : threads) thread.join();
-  for (list_type& list : lists) {
-    EXPECT_EQ(4U, list_size(&list));
-    EXPECT_EQ(4U, kelo::tests::chain(list.front).size());
-    list_destroy(&list);
-  }
+  kelo::tests::race_for_the_first_use(list_push_front, list_destroy);
 }
 
 }  // namespace

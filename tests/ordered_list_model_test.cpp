@@ -14,11 +14,15 @@
 #include <vector>
 
 #include "kelo_utils/list.h"
+#include "tests/support/list_threads.hpp"
 #include "tests/support/ordered_list_probe.hpp"
 
 namespace {
 
+using kelo::tests::consume;
 using kelo::tests::expect_sound;
+using kelo::tests::kAllParcels;
+using kelo::tests::make_parcels;
 using kelo::tests::OrderedLinks;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -220,55 +224,22 @@ INSTANTIATE_TEST_SUITE_P(AllOrders, OrderedListModel,
                            return std::to_string(order.param.direction | order.param.placement);
                          });
 
-struct Parcel {
-  ordered_list_link_type link;
-  std::size_t producer;
-  std::uint32_t number;
-};
-
-constexpr std::size_t kProducers = 3;
-constexpr std::uint32_t kParcels = 3000;
-constexpr std::uint32_t kAllParcels = kProducers * kParcels;
-
-using Parcels = std::array<std::vector<Parcel>, kProducers>;
-
-Parcels make_parcels() {
-  Parcels parcels;
-  for (std::size_t producer = 0; producer < kProducers; ++producer)
-    for (std::uint32_t number = 0; number < kParcels; ++number)
-      parcels[producer].push_back({{}, producer, number});
-  return parcels;
-}
-
-// Takes parcels until all were taken; each producer's must arrive in the order they were put.
-void consume(ordered_list_type& list, std::atomic<std::uint32_t>& taken) {
-  std::array<std::int64_t, kProducers> last;
-  last.fill(-1);
-  while (taken < kAllParcels) {
-    auto* const parcel = reinterpret_cast<Parcel*>(ordered_list_pop_front(&list));
-    if (parcel == nullptr) {
-      std::this_thread::yield();
-      continue;
-    }
-    ++taken;
-    EXPECT_LT(std::exchange(last[parcel->producer], parcel->number), parcel->number);
-  }
-}
-
 TEST(OrderedListThreads, EveryParcelArrivesOnceAndInOrder) {
-  Parcels parcels = make_parcels();
+  auto parcels = make_parcels<ordered_list_link_type>();
   ordered_list_type list;
   ordered_list_init(&list, ORDERED_LIST_ASCENDING, ORDERED_LIST_BEHIND_EQUALS);
-  std::atomic<std::uint32_t> taken = 0;
+  std::atomic<int> taken = 0;
   std::vector<std::thread> threads;
-  for (std::vector<Parcel>& own : parcels)
+  for (auto& own : parcels)
     threads.emplace_back([&list, &own] {
-      for (Parcel& parcel : own) ordered_list_push(&list, &parcel.link, parcel.number / 100);
+      for (auto& parcel : own)
+        ordered_list_push(&list, &parcel.link, static_cast<std::uint32_t>(parcel.number) / 100);
     });
-  for (int consumer = 0; consumer < 2; ++consumer) threads.emplace_back([&] { consume(list, taken); });
+  for (int consumer = 0; consumer < 2; ++consumer)
+    threads.emplace_back([&] { consume([&] { return ordered_list_pop_front(&list); }, taken); });
   threads.emplace_back([&] {
     while (taken < kAllParcels) {
-      EXPECT_LE(ordered_list_size(&list), kAllParcels);
+      EXPECT_LE(ordered_list_size(&list), static_cast<unsigned>(kAllParcels));
       ordered_list_peek_front(&list);
       ordered_list_peek_back(&list);
       EXPECT_EQ(nullptr, ordered_list_linear_search(&list, is_param, nullptr));
@@ -305,28 +276,10 @@ TEST(OrderedListThreads, ElementsOfSeveralThreadsStandSorted) {
   ordered_list_destroy(&list);
 }
 
-// The first uses of a zeroed list, all at once: none may undo what another has done.
 TEST(OrderedListThreads, RaceForTheFirstUseLosesNothing) {
-  constexpr int kThreads = 4;
-  constexpr int kRounds = 300;
-  std::vector<ordered_list_type> lists(kRounds);
-  std::vector<std::array<ordered_list_link_type, kThreads>> links(kRounds);
-  std::vector<std::atomic<int>> arrived(kRounds);
-  std::vector<std::thread> threads;
-  for (std::size_t own = 0; own < kThreads; ++own)
-    threads.emplace_back([&, own] {
-      for (std::size_t round = 0; round < kRounds; ++round) {
-        ++arrived[round];
-        while (arrived[round] < kThreads) std::this_thread::yield();
-        ordered_list_push(&lists[round], &links[round][own], 1);
-      }
-    });
-  for (std::thread& thread : threads) thread.join();
-  for (ordered_list_type& list : lists) {
-    EXPECT_EQ(4U, ordered_list_size(&list));
-    EXPECT_EQ(4U, kelo::tests::chain(list.front).size());
-    ordered_list_destroy(&list);
-  }
+  kelo::tests::race_for_the_first_use<ordered_list_type, ordered_list_link_type>(
+      [](ordered_list_type* list, ordered_list_link_type* link) { ordered_list_push(list, link, 1); },
+      ordered_list_destroy);
 }
 
 }  // namespace

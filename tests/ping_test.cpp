@@ -12,9 +12,8 @@
 #include "kelo_utils/log.h"
 #include "tests/support/database.hpp"
 #include "tests/support/interfaces.hpp"
-#include "tests/support/leaves_nothing.hpp"
 #include "tests/support/log_capture.hpp"
-#include "tests/support/own_tools.hpp"
+#include "tests/support/own_tools_first.hpp"
 #include "tests/support/sqlite_faults.hpp"
 #include "tests/support/stdout_capture.hpp"
 
@@ -30,18 +29,8 @@ constexpr char kOwnTools[] = "/tmp/t/bin";
 constexpr char kRuns[] = "/tmp/t/runs";
 constexpr std::size_t kLongestHost = 223;
 
-class Ping : public kelo::tests::LeavesNothing {
+class Ping : public kelo::tests::OwnToolsFirst {
  protected:
-  void SetUp() override { setenv("PATH", (std::string(kOwnTools) + ":" + system_path_).c_str(), 1); }
-
-  // No line is left unexpected either.
-  void TearDown() override {
-    setenv("PATH", system_path_.c_str(), 1);
-    std::filesystem::remove_all("/tmp/t");
-    EXPECT_TRUE(log.lines().empty()) << log.dump();
-    LeavesNothing::TearDown();
-  }
-
   // A `ping` that notes its arguments and does this then.
   static void make_ping(const std::string& lines) {
     make_script("ping", std::string("echo \"$*\" >> ") + kRuns + "\n" + lines);
@@ -68,9 +57,6 @@ class Ping : public kelo::tests::LeavesNothing {
     EXPECT_EQ(logged, expected);
     log.clear();
   }
-
- private:
-  const std::string system_path_ = getenv("PATH");
 };
 
 constexpr char kStart[] = "system call: ping -c 2 -W 3 host > /dev/null 2>&1\n";

@@ -15,9 +15,8 @@
 #include "kelo_utils/log.h"
 #include "tests/support/child_process.hpp"
 #include "tests/support/emulation.hpp"
-#include "tests/support/leaves_nothing.hpp"
 #include "tests/support/log_capture.hpp"
-#include "tests/support/own_tools.hpp"
+#include "tests/support/own_tools_first.hpp"
 #include "tests/support/sqlite_faults.hpp"
 
 namespace {
@@ -29,18 +28,8 @@ using kelo::tests::make_script;
 constexpr char kOwnTools[] = "/tmp/t/bin";
 constexpr std::size_t kLongestName = 99;
 
-class ProcessCount : public kelo::tests::LeavesNothing {
+class ProcessCount : public kelo::tests::OwnToolsFirst {
  protected:
-  void SetUp() override { setenv("PATH", (std::string(kOwnTools) + ":" + system_path_).c_str(), 1); }
-
-  // No line is left unexpected either.
-  void TearDown() override {
-    setenv("PATH", system_path_.c_str(), 1);
-    std::filesystem::remove_all(kOwnTools);
-    EXPECT_TRUE(log.lines().empty()) << log.dump();
-    LeavesNothing::TearDown();
-  }
-
   // Lets `ps` print these lines.
   static void list_processes(const std::string& lines) {
     make_script("ps", "[ $# -eq 0 ] && cat << 'END'\n" + lines + "END");
@@ -51,9 +40,6 @@ class ProcessCount : public kelo::tests::LeavesNothing {
     make_script("grep", "cat > /dev/null; printf '%s' '" + text + "'");
     return kelo_check_process_exist("x");
   }
-
- private:
-  const std::string system_path_ = getenv("PATH");
 };
 
 TEST_F(ProcessCount, CountsLinesThatHoldTheName) {

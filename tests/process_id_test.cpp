@@ -13,9 +13,8 @@
 #include "kelo_utils/app_common.h"
 #include "kelo_utils/log.h"
 #include "tests/support/emulation.hpp"
-#include "tests/support/leaves_nothing.hpp"
 #include "tests/support/log_capture.hpp"
-#include "tests/support/own_tools.hpp"
+#include "tests/support/own_tools_first.hpp"
 #include "tests/support/sqlite_faults.hpp"
 
 namespace {
@@ -26,21 +25,10 @@ using kelo::tests::Fault;
 using kelo::tests::make_script;
 
 constexpr char kFunction[] = "oem_get_pid_by_name";
-constexpr char kOwnTools[] = "/tmp/t/bin";
 constexpr std::size_t kLongestName = 227;
 
-class ProcessId : public kelo::tests::LeavesNothing {
+class ProcessId : public kelo::tests::OwnToolsFirst {
  protected:
-  void SetUp() override { setenv("PATH", (std::string(kOwnTools) + ":" + system_path_).c_str(), 1); }
-
-  // No line is left unexpected either.
-  void TearDown() override {
-    setenv("PATH", system_path_.c_str(), 1);
-    std::filesystem::remove_all(kOwnTools);
-    EXPECT_TRUE(log.lines().empty()) << log.dump();
-    LeavesNothing::TearDown();
-  }
-
   // Lets `ps -e` print these lines.
   static void list_processes(const std::string& lines) {
     std::filesystem::create_directories("/tmp/t");
@@ -55,9 +43,6 @@ class ProcessId : public kelo::tests::LeavesNothing {
   }
 
   void expect_not_started() { expect_lines(log, kFunction, {{LOG_LVL_ERR, "command popen error!!!\n"}}); }
-
- private:
-  const std::string system_path_ = getenv("PATH");
 };
 
 TEST_F(ProcessId, IsThatOfTheFirstLineWithTheName) {
