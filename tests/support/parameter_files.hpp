@@ -35,8 +35,8 @@ struct ScriptRun {
 };
 
 inline ScriptRun run_provision(const std::string& arguments) {
-  std::FILE* const pipe = popen(
-      (std::string(KELO_SOURCE_DIR "/tools/provision/provision.sh ") + arguments + " 2>&1").c_str(), "r");
+  std::FILE* const pipe =
+      popen(("'" KELO_SOURCE_DIR "/tools/provision/provision.sh' " + arguments + " 2>&1").c_str(), "r");
   std::string output;
   std::array<char, 256> part{};
   while (std::fgets(part.data(), part.size(), pipe) != nullptr) output += part.data();
