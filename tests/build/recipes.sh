@@ -4,9 +4,12 @@
 # shellcheck disable=SC2016 # what stands in single quotes are variables of the recipes
 # shellcheck source=common.sh
 . "$(dirname -- "${BASH_SOURCE[0]}")/common.sh"
-work=$WORK/recipes
+# OpenWrt has no place for a blank in a path, which the tree's own may hold: its package is copied to one without.
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
 installed=$work/installed
-makefile=$SOURCE_TREE/packaging/openwrt/kelo-utils/Makefile
+tree=$work/source
+makefile=$tree/packaging/openwrt/kelo-utils/Makefile
 recipe=$(echo "$SOURCE_TREE"/packaging/yocto/kelo-utils_*.bb)
 version=$(sed -n 's/^project(kelo_utils VERSION \([0-9.]*\).*/\1/p' "$SOURCE_TREE/CMakeLists.txt")
 
@@ -62,7 +65,7 @@ check_openwrt() {
   fi
   local facts
   facts=$(openwrt facts)
-  [ "$facts" = "kelo-utils $version 1 libs Libraries +libsqlite3 $SOURCE_TREE" ] \
+  [ "$facts" = "kelo-utils $version 1 libs Libraries +libsqlite3 $tree" ] \
     || fail "OpenWrt: unlike what is built: $facts"
   mkdir -p "$work/tree/log" "$work/tree/tests/build" "$work/tree/build/plain" "$work/tree/.git"
   touch "$work/tree/CMakeLists.txt" "$work"/tree/{log,tests/build,build/plain,.git}/file
@@ -164,8 +167,8 @@ if ! command -v make > /dev/null; then
   echo "[  SKIPPED ] this machine has no make"
   exit 77
 fi
-rm -rf "$work"
-mkdir -p "$work"
+mkdir -p "$tree"
+cp -r "$SOURCE_TREE/packaging" "$tree"
 "$CMAKE" --install "$BINARY_TREE" --prefix "$installed/usr" > /dev/null
 check_openwrt
 check_yocto
