@@ -42,7 +42,7 @@ class LineReader {
     }
   }
 
-  // Whether a read has failed, which looks like the end of the input otherwise.
+  // Whether any read has failed, which looks like the end of the input otherwise. A later one may succeed.
   [[nodiscard]] bool failed() const { return failed_; }
 
  private:
@@ -52,7 +52,7 @@ class LineReader {
     if (start_ != 0) std::memmove(storage_.data(), storage_.data() + start_, count_);
     start_ = 0;
     const ssize_t more = read_some(fd_, storage_.subspan(count_));
-    failed_ = more < 0;
+    if (more < 0) failed_ = true;
     if (more <= 0) return false;
     count_ += static_cast<std::size_t>(more);
     return true;

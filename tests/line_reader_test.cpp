@@ -116,6 +116,17 @@ TEST(LineReader, TakesAFailedReadForTheEnd) {
   EXPECT_TRUE(reader.failed());
 }
 
+TEST(LineReader, RemembersAFailedReadBehindOneThatSucceeds) {
+  const Pipe pipe;
+  fcntl(pipe.read_end.get(), F_SETFL, O_NONBLOCK);
+  std::array<char, 16> storage;
+  LineReader reader(pipe.read_end.get(), storage);
+  EXPECT_EQ(reader.next(), "");
+  pipe.write("late\n");
+  EXPECT_EQ(reader.next(), "late\n");
+  EXPECT_TRUE(reader.failed());
+}
+
 TEST(LineReader, DoesNotTakeTheEndForAFailedRead) {
   Pipe pipe;
   pipe.write("abc");
