@@ -5,12 +5,10 @@
 #include "kelo-app-common/src/text_buffers.hpp"
 #include "kelo-app-common/src/utf_words.hpp"
 #include "kelo_utils/app_common.h"
-#include "log/library_log.hpp"
 
 namespace {
 
 using kelo::utf::byte_pairs;
-using kelo::utf::distance;
 using kelo::utf::kLittleEndian;
 using kelo::utf::LaneBytes;
 using kelo::utf::lanes;
@@ -150,15 +148,5 @@ struct Rules {
 
 int kelo_util_ConvertUTF16toUTF8(const std::uint16_t** source_start, const std::uint16_t* source_end,
                                  std::uint8_t** target_start, std::uint8_t* target_end, int flags) {
-  if (!kelo::utf::is_text(source_start, source_end) || !kelo::utf::is_text(target_start, target_end)) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
-    return KELO_UNICODE_SOURCE_ILLEGAL;
-  }
-  Source source{reinterpret_cast<const std::uint8_t*>(*source_start), distance(*source_start, source_end)};
-  Target target{*target_start, distance(*target_start, target_end)};
-  const kelo_unicode_result result =
-      kelo::utf::convert_all<Rules>(source, target, flags != KELO_UNICODE_STRICT);
-  *source_start = reinterpret_cast<const std::uint16_t*>(source.at);
-  *target_start = target.at;
-  return result;
+  return kelo::utf::convert_text<Rules>(__func__, source_start, source_end, target_start, target_end, flags);
 }

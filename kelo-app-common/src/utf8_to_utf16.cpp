@@ -7,12 +7,10 @@
 #include "kelo-app-common/src/text_buffers.hpp"
 #include "kelo-app-common/src/utf_words.hpp"
 #include "kelo_utils/app_common.h"
-#include "log/library_log.hpp"
 
 namespace {
 
 using kelo::utf::byte_pairs;
-using kelo::utf::distance;
 using kelo::utf::kLittleEndian;
 using kelo::utf::LaneBytes;
 using kelo::utf::lanes;
@@ -148,15 +146,5 @@ struct Rules {
 
 int kelo_util_ConvertUTF8toUTF16(const std::uint8_t** source_start, const std::uint8_t* source_end,
                                  std::uint16_t** target_start, std::uint16_t* target_end, int flags) {
-  if (!kelo::utf::is_text(source_start, source_end) || !kelo::utf::is_text(target_start, target_end)) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
-    return KELO_UNICODE_SOURCE_ILLEGAL;
-  }
-  Source source{*source_start, distance(*source_start, source_end)};
-  Target target{reinterpret_cast<std::uint8_t*>(*target_start), distance(*target_start, target_end)};
-  const kelo_unicode_result result =
-      kelo::utf::convert_all<Rules>(source, target, flags != KELO_UNICODE_STRICT);
-  *source_start = source.at;
-  *target_start = reinterpret_cast<std::uint16_t*>(target.at);
-  return result;
+  return kelo::utf::convert_text<Rules>(__func__, source_start, source_end, target_start, target_end, flags);
 }

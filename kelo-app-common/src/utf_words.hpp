@@ -11,6 +11,7 @@
 
 #include "kelo-app-common/src/text_buffers.hpp"
 #include "kelo_utils/app_common.h"
+#include "log/library_log.hpp"
 
 namespace kelo::utf {
 
@@ -91,6 +92,23 @@ kelo_unicode_result convert_all(Source& source, Target& target, bool lenient) {
     const kelo_unicode_result result = Rules::character(source, target, lenient);
     if (result != KELO_UNICODE_COMPLETE) return result;
   }
+}
+
+// The exported operation of one direction, which logs under the name `caller`: moves both starts to where the
+// conversion ended.
+template <typename Rules, typename From, typename To>
+int convert_text(const char* caller, const From** source_start, const From* source_end, To** target_start,
+                 To* target_end, int flags) {
+  if (!is_text(source_start, source_end) || !is_text(target_start, target_end)) {
+    KELO_LOG_AS(caller, LOG_LVL_ERR, "%s param NULL\n", caller);
+    return KELO_UNICODE_SOURCE_ILLEGAL;
+  }
+  Source source{reinterpret_cast<const std::uint8_t*>(*source_start), distance(*source_start, source_end)};
+  Target target{reinterpret_cast<std::uint8_t*>(*target_start), distance(*target_start, target_end)};
+  const kelo_unicode_result result = convert_all<Rules>(source, target, flags != KELO_UNICODE_STRICT);
+  *source_start = reinterpret_cast<const From*>(source.at);
+  *target_start = reinterpret_cast<To*>(target.at);
+  return result;
 }
 
 }  // namespace kelo::utf
