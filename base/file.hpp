@@ -108,6 +108,10 @@ inline void sync_directory(const char* path) {
   if (const Descriptor directory = open_file(path, O_RDONLY | O_DIRECTORY)) ::fsync(directory.get());
 }
 
+// Brings the name of a file to the storage: syncs the directory that holds it. False with errno set when that
+// failed. A file system that cannot sync a directory keeps its names without, which is a success.
+bool sync_directory_of(const char* path);
+
 struct StreamCloser {
   void operator()(std::FILE* stream) const { std::fclose(stream); }
 };
