@@ -97,6 +97,10 @@ void kelo::log::emit(const LogDiagDescriptor& site, const char* func, const char
     msg_sprintf(&site, static_cast<int>(getpid()), func, text.data());
 }
 
+void kelo::log::param_null(const char* function) {
+  KELO_LOG_AS(function, LOG_LVL_ERR, "%s param NULL\n", function);
+}
+
 int kelo_log_printf(int level, char* buf, const char* func, int line, const char* fmt, ...) {
   if (buf == nullptr || !kelo::log::passes(level)) return 0;
   const kelo::base::ErrnoKeeper keep;

@@ -13,6 +13,10 @@ bool passes(int level);
 // prints it locally, shown under the function name `func`. Never allocates and preserves errno.
 void emit(const LogDiagDescriptor& site, const char* func, const char* fmt, ...) KELO_PRINTF(3, 4);
 
+// Logs "<function> param NULL" at level 3, shown under that function's name: the line for an argument that must not
+// be null. All of them are one call site, so they share its source line and its path.
+void param_null(const char* function);
+
 }  // namespace kelo::log
 
 // Logs under a given function name: for a step shared by several operations, whose lines carry their names.

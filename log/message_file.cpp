@@ -57,7 +57,7 @@ int echo_into(const char* path, std::initializer_list<std::string_view> line, st
 
 int kelo_write_msg2file(const char* path, const char* msg) {
   if (path == nullptr || msg == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return -1;
   }
   std::array<char, kCommandSize> command;
@@ -66,7 +66,7 @@ int kelo_write_msg2file(const char* path, const char* msg) {
 
 void kelo_write_msg2file_ex(char* buf, const char* path, const char* func, const char* fmt, ...) {
   if (buf == nullptr || path == nullptr || fmt == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return;
   }
   const Stamp stamp = local_stamp();

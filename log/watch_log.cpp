@@ -77,7 +77,7 @@ const char* choose_file() {
 
 int oem_watch(const char* name, int line, const char* fmt, ...) {
   if (fmt == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return 0;
   }
   const kelo::base::ErrnoKeeper keep;

@@ -419,10 +419,26 @@ TEST_F(HandOff, FromTheLibraryItself) {
   EXPECT_EQ(65, records[0].descriptor->subsystem);
   EXPECT_EQ(0x08U, records[0].descriptor->mask);
   EXPECT_STREQ("KELO-FWA[%d] %s(): %s", records[0].descriptor->format);
-  EXPECT_STREQ("data_manager/handle.cpp", records[0].descriptor->file);
+  const std::string file = std::string(KELO_SOURCE_DIR "/") + records[0].descriptor->file;
+  EXPECT_TRUE(file.ends_with(".cpp") && access(file.c_str(), R_OK) == 0) << file;
   EXPECT_EQ(getpid(), records[0].process);
   EXPECT_EQ("kelo_dm_unreg", records[0].function) << "the record keeps the name that the line shows as oem_";
   EXPECT_EQ("kelo_dm_unreg param NULL\n", records[0].text);
+}
+
+TEST_F(HandOff, NullArgumentIsLoggedUnderTheCallersName) {
+  kelo_write_msg2file_ex(nullptr, "/data/messages", "f", "text");
+  EXPECT_EQ(-1, kelo_write_msg2file(nullptr, "text"));
+  const std::vector<ChannelRecord> records = channel_records();
+  ASSERT_EQ(2U, records.size());
+  EXPECT_EQ("kelo_write_msg2file_ex", records[0].function);
+  EXPECT_EQ("kelo_write_msg2file_ex param NULL\n", records[0].text);
+  EXPECT_EQ("kelo_write_msg2file", records[1].function);
+  EXPECT_EQ("kelo_write_msg2file param NULL\n", records[1].text);
+  for (const ChannelRecord& record : records) {
+    EXPECT_EQ(0x08U, record.descriptor->mask);
+    EXPECT_EQ(getpid(), record.process);
+  }
 }
 
 TEST_F(HandOff, LibraryMessageBelowTheThresholdIsSuppressed) {
