@@ -1,3 +1,6 @@
+// The checksum over the first bits of a value, computed byte by byte from a table.
+#include "data_manager/checksum.hpp"
+
 #include <climits>
 #include <cstdint>
 #include <span>
@@ -28,17 +31,20 @@ constexpr std::uint32_t crc_of_byte(std::uint32_t byte) {
 constexpr std::uint32_t kelo_dm_crc32_table[256] = {KELO_CRC_64(0), KELO_CRC_64(64), KELO_CRC_64(128),
                                                     KELO_CRC_64(192)};
 
-std::int32_t kelo_dm_Crc32Calc(const void* data, std::uint16_t bit_count, std::uint32_t seed) {
-  if (data == nullptr) return -1;
+std::int32_t kelo::dm::checksum(const void* data, std::uint16_t bit_count, std::uint32_t seed) {
   const auto* const bytes = static_cast<const std::uint8_t*>(data);
   const unsigned whole_bytes = bit_count / CHAR_BIT;
   std::uint32_t crc = seed;
   for (const std::uint8_t byte : std::span(bytes, whole_bytes))
     crc = kelo_dm_crc32_table[byte ^ crc >> 24] ^ crc << 8;
   const unsigned rest = bit_count % CHAR_BIT;
-  if (rest != 0) {  // the byte behind the whole ones belongs to the caller's data only then
+  if (rest != 0) {  // the byte after the whole ones belongs to the caller's data only then
     const std::uint32_t last = bytes[whole_bytes];
     for (unsigned bit = 0; bit < rest; ++bit) crc = shift_bit(crc ^ (last << (24 + bit) & kTopBit));
   }
   return static_cast<std::int32_t>(crc);
+}
+
+std::int32_t kelo_dm_Crc32Calc(const void* data, std::uint16_t bit_count, std::uint32_t seed) {
+  return data == nullptr ? -1 : kelo::dm::checksum(data, bit_count, seed);
 }
