@@ -1,6 +1,7 @@
 # The library itself: one set of objects, linked as libkelo_utils.so.0 and as libkelo_utils.a.
 # Every source in these rooms belongs to it.
-set(KELO_ROOMS base log symtab queue list file_ops ini data_manager sqlite3/src timer/src kelo-app-os-al
+set(KELO_ROOMS base log symtab queue list file_ops ini data_manager sqlite3/src sqlite3/src/face
+               sqlite3/src/parameters timer/src kelo-app-os-al
                kelo-app-common/src)
 list(TRANSFORM KELO_ROOMS APPEND /*.cpp OUTPUT_VARIABLE KELO_SOURCE_PATTERNS)
 file(GLOB KELO_SOURCES CONFIGURE_DEPENDS RELATIVE ${CMAKE_SOURCE_DIR} ${KELO_SOURCE_PATTERNS})

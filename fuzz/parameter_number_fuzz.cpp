@@ -5,7 +5,7 @@
 #include <string>
 
 #include "fuzz/input.hpp"
-#include "sqlite3/src/parameter_number.hpp"
+#include "sqlite3/src/parameters/number.hpp"
 
 using kelo::fuzz::require;
 

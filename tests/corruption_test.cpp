@@ -190,6 +190,7 @@ File examine_damaged(const std::string& bytes) {
   file.item_query = query_code(db, "select value,crc from net");
   file.version_query = query_code(db, "select value,crc from " SQL_VER_TAB);
   file.healthy = passes_quick_check(db);
+  file.empty = bytes.empty();
   const char* const create = "create table if not exists net (id integer)";
   file.table_made = sqlite3_exec(db, create, nullptr, nullptr, nullptr) == SQLITE_OK;
   sqlite3_close(db);
@@ -360,8 +361,9 @@ class Corruption : public testing::Test {
     check_against(forecast, *report);
     EXPECT_EQ(with_recovery, std::filesystem::exists(kRecoveryCopy));
     EXPECT_TRUE(!with_recovery || world().recovery == read_file(kRecoveryCopy)) << "recovery copy changed";
-    EXPECT_EQ((std::set<std::string>{"config.db", "configbak.db", "log_enable", "state.db"}),
-              names_in("/data"));
+    EXPECT_EQ(
+        (std::set<std::string>{"config.db", "config.db-lock", "configbak.db", "log_enable", "state.db"}),
+        names_in("/data"));
   }
 
   static void check_against(Forecast& forecast, const Report& report) {

@@ -190,7 +190,7 @@ TEST_F(DefaultsRead, FileHeldByAnotherProcessIsWaitedFor) {
   auto buffer = buffer_of(8);
   const kelo::tests::ShortBusyTimeout short_wait(1);
   EXPECT_EQ(-100, read(buffer));
-  EXPECT_LE(1000, short_wait.shortest_asked_for());
+  EXPECT_TRUE(short_wait.was_asked_for());
   EXPECT_EQ(1, prepare_errors(SQLITE_BUSY)) << log_.dump();
   sqlite3_close(holder);
 }

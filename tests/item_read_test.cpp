@@ -190,7 +190,7 @@ TEST_F(ReadRow, FileHeldByAnotherProcessIsWaitedForAndNotRepaired) {
   {
     const kelo::tests::ShortBusyTimeout short_wait(1);
     EXPECT_EQ(-100, read(buffer));
-    EXPECT_LE(1000, short_wait.shortest_asked_for());
+    EXPECT_TRUE(short_wait.was_asked_for());
   }
   EXPECT_EQ(1, prepare_errors(SQLITE_BUSY)) << log_.dump();
   EXPECT_EQ(1U, log_.lines().size());
@@ -371,18 +371,19 @@ TEST_F(VerifiedRead, CorruptPrimaryIsRepairedFromTheBackup) {
   EXPECT_EQ(read_file(DB_CONFIGBAK), read_file(DB_CONFIG));
 }
 
-TEST_F(VerifiedRead, CorruptBackupEndsTheReadAndRenewsThePrimary) {
+TEST_F(VerifiedRead, CorruptBackupEndsTheReadAndIsRenewed) {
   put_both({kValue, kLength});
   put(kRecovery, "ssid", "older");
   kelo::tests::corrupt_schema(DB_CONFIGBAK);
   Buffer buffer(16);
   EXPECT_EQ(-100, read(buffer));
   EXPECT_TRUE(primary_came_to(8));
-  EXPECT_EQ(1, log_.count(kError, "dm_read_db", kFromRecovery)) << log_.dump();
-  EXPECT_EQ(read_file(kRecovery), read_file(DB_CONFIG));
+  EXPECT_EQ(0, log_.count(kError, "dm_read_db", kFromRecovery)) << log_.dump();
+  EXPECT_EQ(read_file(DB_CONFIG), read_file(DB_CONFIGBAK));
+  EXPECT_EQ(8, read(buffer));
 }
 
-// Each of the two reads of one call may make its repair.
+// The primary is repaired once, and the backup made anew from it.
 TEST_F(VerifiedRead, BothFilesCorruptEndsWithARepairedPrimary) {
   put_both({kValue, kLength});
   put(kRecovery, "ssid", "older");
@@ -391,7 +392,8 @@ TEST_F(VerifiedRead, BothFilesCorruptEndsWithARepairedPrimary) {
   Buffer buffer(16);
   EXPECT_EQ(-100, read(buffer));
   EXPECT_TRUE(primary_came_to(5));
-  EXPECT_EQ(2, log_.count(kError, "dm_read_db", kFromRecovery)) << log_.dump();
+  EXPECT_EQ(1, log_.count(kError, "dm_read_db", kFromRecovery)) << log_.dump();
+  EXPECT_EQ(read_file(kRecovery), read_file(DB_CONFIGBAK));
 }
 
 // How often one call opens each file.

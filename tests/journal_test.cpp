@@ -283,7 +283,7 @@ TEST_F(Journal, ALockIsWaitedFor) {
   EXPECT_EQ(0, record(WS_WRITE_DONE));
   EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1500));
   EXPECT_EQ(WS_WRITE_DONE, kelo::tests::journal_state(DB_STATE));
-  EXPECT_EQ(5000, as_asked.shortest_asked_for());
+  EXPECT_TRUE(as_asked.was_asked_for());
   EXPECT_TRUE(log_.lines().empty()) << log_.dump();
 }
 

@@ -186,7 +186,7 @@ TEST_F(ParameterConnection, LockedFileIsWaitedForAndFails) {
   EXPECT_EQ(get_channel(channel), -1);
   EXPECT_EQ(set_channel(1), -1);
   EXPECT_EQ(channel, 90);
-  EXPECT_GE(short_wait.shortest_asked_for(), 1000);
+  EXPECT_TRUE(short_wait.was_asked_for());
   EXPECT_THAT(
       errors(),
       ElementsAre("3 search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select channel from "

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <fstream>
@@ -152,14 +153,31 @@ TEST_F(ParameterThreads, OperationsWaitForEachOther) {
   }
 }
 
-TEST_F(ParameterThreads, CommandAndRestoreWaitForNoOperation) {
+TEST_F(ParameterThreads, CommandWaitsForNoOperation) {
   const HeldOpening opening;
   for (const Call& first : serialised()) {
     HeldOpening::run(first.call, [&] {
       EXPECT_EQ(kelo_db_exec_cmd("select channel from wifi", nullptr, nullptr, 0), 0) << first.name;
       EXPECT_EQ(kelo_db_exec_cmd("select channel from wifi", nullptr, nullptr, 1), 0) << first.name;
-      EXPECT_EQ(kelo_db_restore_factory(), 1) << first.name;
     });
+  }
+}
+
+// It replaces the file that the operation works on.
+TEST_F(ParameterThreads, RestoreWaitsForAnOperation) {
+  const HeldOpening opening;
+  for (const Call& first : serialised()) {
+    std::atomic<bool> ended{false};
+    std::thread restore;
+    HeldOpening::run(first.call, [&] {
+      restore = std::thread([&] {
+        EXPECT_EQ(kelo_db_restore_factory(), 1) << first.name;
+        ended = true;
+      });
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      EXPECT_FALSE(ended) << first.name;
+    });
+    restore.join();
   }
 }
 

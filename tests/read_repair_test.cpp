@@ -94,18 +94,30 @@ TEST_F(Repair, WithoutAHealthyCopyTheReadIsJustRepeated) {
   EXPECT_EQ(kUnset, crc_);
 }
 
-// A corrupt backup is read and the primary is replaced: the store has always mended its primary only.
-TEST_F(Repair, CopyGoesToThePrimaryWhateverFileIsRead) {
+// A good primary is not replaced: the backup is made anew from it, for the next read.
+TEST_F(Repair, CorruptBackupIsMadeAnewFromAGoodPrimary) {
   provide_recovery();
   kelo::tests::corrupt_schema(DB_CONFIGBAK);
-  const std::string backup = read_file(DB_CONFIGBAK);
+  const std::string primary = read_file(DB_CONFIG);
   Buffer buffer(16);
   EXPECT_EQ(-100, dm_read_db(DB_CONFIGBAK, "net", "ssid", buffer.data(), &crc_, 16));
   EXPECT_EQ(2, prepare_errors(SQLITE_CORRUPT)) << log_.dump();
-  EXPECT_EQ(1, repairs()) << "once per call";
-  EXPECT_EQ(1, logged(kFromRecovery));
+  EXPECT_EQ(0, logged(kFromRecovery));
+  EXPECT_EQ(primary, read_file(DB_CONFIG));
+  EXPECT_EQ(primary, read_file(DB_CONFIGBAK));
+}
+
+// Of two corrupt files the primary is the one that is repaired, whichever was read.
+TEST_F(Repair, CopyGoesToThePrimaryWhateverFileIsRead) {
+  provide_recovery();
+  kelo::tests::corrupt_schema(DB_CONFIG);
+  kelo::tests::corrupt_schema(DB_CONFIGBAK);
+  Buffer buffer(16);
+  EXPECT_EQ(-100, dm_read_db(DB_CONFIGBAK, "net", "ssid", buffer.data(), &crc_, 16));
+  EXPECT_EQ(2, prepare_errors(SQLITE_CORRUPT)) << log_.dump();
+  EXPECT_EQ(1, logged(kFromRecovery)) << "once per call";
   EXPECT_EQ(read_file(kRecovery), read_file(DB_CONFIG));
-  EXPECT_EQ(backup, read_file(DB_CONFIGBAK));
+  EXPECT_EQ(read_file(kRecovery), read_file(DB_CONFIGBAK));
 }
 
 TEST_F(Repair, FileOutsideTheStoreRepairsThePrimaryToo) {
@@ -120,12 +132,24 @@ TEST_F(Repair, FileOutsideTheStoreRepairsThePrimaryToo) {
 // A source that passes the quick check without the table ends the second try with another error.
 TEST_F(Repair, SecondTryReportsWhatTheCopyLacks) {
   kelo::tests::corrupt_schema(DB_CONFIG);
-  kelo::tests::write_file(DB_CONFIGBAK, "");
+  ASSERT_EQ(0, unlink(DB_CONFIGBAK));
+  kelo::tests::execute_sql(DB_CONFIGBAK, "create table other (text)");
   Buffer buffer(16);
   EXPECT_EQ(-100, read(buffer));
   EXPECT_EQ(1, logged(kFromBackup)) << log_.dump();
   EXPECT_EQ(1, prepare_errors(SQLITE_CORRUPT));
   EXPECT_EQ(1, prepare_errors(SQLITE_ERROR));
+}
+
+// An empty file passes the check, but there is nothing in it.
+TEST_F(Repair, EmptyBackupIsNoSource) {
+  provide_recovery();
+  kelo::tests::corrupt_schema(DB_CONFIG);
+  kelo::tests::write_file(DB_CONFIGBAK, "");
+  Buffer buffer(16);
+  EXPECT_EQ(9, read(buffer));
+  EXPECT_EQ(0, logged(kFromBackup)) << log_.dump();
+  EXPECT_EQ(1, logged(kFromRecovery));
 }
 
 TEST_F(Repair, ForeignFileIsNotRepaired) {

@@ -1,13 +1,8 @@
+// Where the configuration databases are, and how they are moved.
 #include "sqlite3/src/files.hpp"
 
-#include <unistd.h>
-
 #include <cstdio>
-#include <cstring>
-
-#include "kelo_utils/sqlite.h"
-#include "log/library_log.hpp"
-#include "sqlite3/src/copy.hpp"
+#include <string_view>
 
 char DB_CONFIG[DM_SQLITE_PATH_SIZE] = "/data/config.db";
 char DB_CONFIGBAK[DM_SQLITE_PATH_SIZE] = "/data/configbak.db";
@@ -17,31 +12,19 @@ char DB_EXPORT_CSV[DM_SQLITE_PATH_SIZE] = "/data/ExportCSV.csv";
 char db_area[DM_SQLITE_AREA_SIZE] = "/data/";
 char db_rst_bak[DM_SQLITE_PATH_SIZE] = "/mnt/vendor/nvdata/";
 
-namespace kelo::store {
 namespace {
 
-constexpr std::size_t kLongestDirectory = 50;
+// substr() would bring in the C++ run time.
+std::string_view directory_of(std::string_view path) { return {path.data(), path.rfind('/') + 1}; }
 
 }  // namespace
 
-void repair_primary(const char* caller, const RepairWords& words) {
-  const struct {
-    const char* path;
-    const char* words;
-  } sources[] = {{DB_CONFIGBAK, words.from_backup}, {kRecoveryCopy, words.from_recovery}};
-  for (const auto& source : sources) {
-    if (check_database_health(source.path) != 0) continue;
-    KELO_LOG_AS(caller, LOG_LVL_ERR, "%s %s %s", source.words, source.path, DB_CONFIG);
-    copy_database(source.path, DB_CONFIG);
-    sync_directory_of(DB_CONFIG);
-    return;
-  }
+bool kelo::store::same_directory(const char* path, const char* other) {
+  return directory_of(path) == directory_of(other);
 }
 
-}  // namespace kelo::store
-
 void sqlite_reg_store_area(const char* primary_dir, const char* backup_dir) {
-  using kelo::store::kLongestDirectory;
+  constexpr std::size_t kLongestDirectory = 50;
   if (primary_dir != nullptr) {
     if (std::strlen(primary_dir) > kLongestDirectory) return;
     std::snprintf(DB_CONFIG, sizeof DB_CONFIG, "%sconfig.db", primary_dir);
@@ -50,13 +33,4 @@ void sqlite_reg_store_area(const char* primary_dir, const char* backup_dir) {
   if (backup_dir != nullptr && std::strlen(backup_dir) <= kLongestDirectory) {
     std::snprintf(DB_CONFIGBAK, sizeof DB_CONFIGBAK, "%sconfigbak.db", backup_dir);
   }
-}
-
-int dm_pal_check_db_exist() {
-  // A file that a crash left under its second name is there all the same.
-  kelo::store::undo_interrupted_copy(DB_CONFIG);
-  kelo::store::undo_interrupted_copy(DB_CONFIGBAK);
-  if (access(DB_CONFIG, F_OK) != 0 || access(DB_CONFIGBAK, F_OK) != 0) return -1;
-  KELO_LOG(LOG_LVL_WRN, "config && configbak all exist\n");
-  return 0;
 }

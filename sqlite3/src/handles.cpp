@@ -1,46 +1,61 @@
+// Opens connections, and runs statements on them.
 #include "sqlite3/src/handles.hpp"
 
+#include <optional>
 #include <utility>
 
+#include "base/deadline.hpp"
 #include "log/library_log.hpp"
-#include "sqlite3/src/copy.hpp"
 
 namespace kelo::store {
 namespace {
 
+// SQLite asks here whether it shall try once more to get a lock that another program holds. Its own waits would
+// be cut short by signals.
+int wait_for_lock(void* /*context*/, int tries) {
+  constexpr int kPatienceMilliseconds = 5000;
+  constexpr int kPauseMicroseconds = 2000;
+  static thread_local std::optional<base::Deadline> deadline;
+  if (tries == 0) deadline.emplace(kPatienceMilliseconds);
+  return deadline->pause(kPauseMicroseconds) ? 1 : 0;
+}
+
 Opening opened(int code, sqlite3* raw) {
-  if (code == SQLITE_OK) wait_while_busy(raw);
+  if (code == SQLITE_OK) sqlite3_busy_handler(raw, wait_for_lock, nullptr);
   return {code, Database(raw)};
+}
+
+Opening open_with(const char* path, int flags) {
+  sqlite3* raw = nullptr;
+  const int code = sqlite3_open_v2(path, &raw, flags, nullptr);
+  return opened(code, raw);
 }
 
 }  // namespace
 
-void wait_while_busy(sqlite3* db) {
-  constexpr int kBusyMilliseconds = 5000;
-  sqlite3_busy_timeout(db, kBusyMilliseconds);
+Opening open_for_one_thread(const char* path) {
+  return open_with(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX);
 }
 
-Opening open_unlocked(const char* path) {
-  constexpr int kFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
+Opening open_for_reading(const char* path) { return open_with(path, SQLITE_OPEN_READONLY); }
+
+Opening open_for_writing(const char* path) {
   sqlite3* raw = nullptr;
-  const int code = sqlite3_open_v2(path, &raw, kFlags, nullptr);
+  const int code = sqlite3_open(path, &raw);
   return opened(code, raw);
+}
+
+Database open_database(const char* caller, const char* path) {
+  Opening opening = open_for_writing(path);
+  if (opening.ok()) return std::move(opening.db);
+  KELO_LOG_AS(caller, LOG_LVL_ERR, "sqlite3_open failed: %s\n", opening.text());
+  return {};
 }
 
 int close_file(Database& db) {
   const int code = sqlite3_close(db.get());
   if (code == SQLITE_OK) static_cast<void>(db.release());
   return code;
-}
-
-Database open_database(const char* caller, const char* path) {
-  undo_interrupted_copy(path);
-  sqlite3* raw = nullptr;
-  const int code = sqlite3_open(path, &raw);
-  Opening opening = opened(code, raw);
-  if (opening.ok()) return std::move(opening.db);
-  KELO_LOG_AS(caller, LOG_LVL_ERR, "sqlite3_open failed: %s\n", opening.text());
-  return {};
 }
 
 Outcome execute(sqlite3* db, const char* sql, int (*row)(void*, int, char**, char**), void* context) {

@@ -37,16 +37,21 @@ struct [[nodiscard]] Opening {
   [[nodiscard]] const char* text() const { return sqlite3_errmsg(db.get()); }
 };
 
-// Opens a file for reading and writing, creating it when it is missing, with a connection that only one thread
-// at a time may use: it has no lock of its own. A file that another process holds is waited for.
-Opening open_unlocked(const char* path);
+// Opens a file for reading and writing, creating it when it is missing. A file that another program holds is
+// waited for, five seconds at most, whatever signals arrive.
+Opening open_for_writing(const char* path);
+
+// The same with a connection that has no lock of its own: only one thread at a time may use it.
+Opening open_for_one_thread(const char* path);
+
+// Opens a file that is there for reading alone.
+Opening open_for_reading(const char* path);
+
+// open_for_writing() whose failure is logged under `caller`. Empty then.
+Database open_database(const char* caller, const char* path);
 
 // Closes a connection and returns SQLite's code; one that SQLite refuses to close stays open and owned.
 int close_file(Database& db);
-
-// Opens a database for reading and writing, creating the file when it is missing. A file that another process
-// holds is waited for. Empty on failure, which is logged under `caller`.
-Database open_database(const char* caller, const char* path);
 
 struct [[nodiscard]] Outcome {
   int code;
@@ -82,9 +87,6 @@ struct [[nodiscard]] Preparation {
 };
 
 Preparation prepare(sqlite3* db, const char* sql);
-
-// Makes a connection wait for other processes' locks instead of reporting the file as busy at once.
-void wait_while_busy(sqlite3* db);
 
 }  // namespace kelo::store
 

@@ -1,18 +1,23 @@
+// Reads items, verifies them, and has damaged databases repaired on the way.
+#include "sqlite3/src/item_read.hpp"
+
+#include <sys/stat.h>
+
 #include "base/heap.hpp"
-#include "base/lock.hpp"
 #include "kelo_utils/sqlite.h"
 #include "log/library_log.hpp"
 #include "sqlite3/src/files.hpp"
-#include "sqlite3/src/handles.hpp"
-#include "sqlite3/src/mutex.hpp"
-#include "sqlite3/src/rows.hpp"
+#include "sqlite3/src/repair.hpp"
+#include "sqlite3/src/row.hpp"
+#include "sqlite3/src/safe_copy.hpp"
 #include "sqlite3/src/sql.hpp"
 
+namespace kelo::store {
 namespace {
 
-using namespace kelo::store;
+constexpr char kRowCaller[] = "dm_read_db";
 
-// What a read of one file is worth: a value must match its checksum, and only the three named failures stand.
+// What a read of one file is worth: a value must match its checksum, and only the three named failures stay.
 int verified(int result, const void* value, std::uint32_t crc) {
   switch (result) {
     case DM_SQLITE_FAILED:
@@ -25,64 +30,72 @@ int verified(int result, const void* value, std::uint32_t crc) {
   }
 }
 
-int read_verified(const char* path, const char* table, const char* key, void* buf, int len) {
+int read_verified(Operation& operation, const char* path, const ItemRead& item) {
   std::uint32_t crc = 0;
-  const int result = dm_read_db(path, table, key, buf, &crc, len);
-  return verified(result, buf, crc);
+  const int result = read_row(operation, path, item, &crc);
+  return verified(result, item.buf, crc);
+}
+
+// What changes with every repair of a file.
+struct FileStamp {
+  std::uint64_t inode;
+  std::int64_t seconds;
+  std::int64_t nanoseconds;
+  bool operator==(const FileStamp&) const = default;
+};
+
+FileStamp stamp_of(const char* path) {
+  struct stat status {};
+  if (stat(path, &status) != 0) return {};
+  return {status.st_ino, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
+}
+
+// Whether a failed read speaks of a backup that is of no use, beside a primary that may be.
+bool backup_is_lost(const char* path, int code) {
+  if (!is_backup(path)) return false;
+  return code == SQLITE_CORRUPT || code == SQLITE_NOTADB || (size_of(path) == 0 && size_of(DB_CONFIG) > 0);
 }
 
 }  // namespace
 
-int dm_sqlite_read(uint32_t /*id*/, kelo_dm_item_desc* item, void* buf, int len) {
-  if (item == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
-    return DM_SQLITE_FAILED;
-  }
-  const kelo::base::LockGuard lock(sqlite_mutex);
-  KELO_LOG(LOG_LVL_DBUG, "tab:%s, key:%s \n", item->item_table, item->item_key);
-  return dm_pal_read(item->item_table, item->item_key, buf, len);
-}
-
-int dm_pal_read_by_key(const char* table, const char* key, void* buf, int len) {
-  constexpr int kBadArgument = -3;
-  if (table == nullptr || key == nullptr || buf == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
-    return kBadArgument;
-  }
-  return dm_pal_read(table, key, buf, len);
-}
-
-int dm_pal_read(const char* table, const char* key, void* buf, int len) {
-  if (table == nullptr || key == nullptr || buf == nullptr || len < 0) {
-    KELO_LOG(LOG_LVL_ERR, "%s NULL\n", __func__);
-    return DM_SQLITE_FAILED;
-  }
-  // The primary is read to find its corruption and have it repaired; the value comes from the backup. A
-  // longer value in the primary must not show behind the backup's, since callers of the data manager are not
-  // told the length.
-  const auto aside = kelo::base::zeroed_array<char>(static_cast<std::size_t>(len));
-  const int primary = read_verified(DB_CONFIG, table, key, aside ? aside.get() : buf, len);
-  KELO_LOG(LOG_LVL_DBUG, "rd ret  %d \n", primary);
-  const int backup = read_verified(DB_CONFIGBAK, table, key, buf, len);
+int read_item(Operation& operation, const ItemRead& item) {
+  // The primary is read to find its corruption and have it repaired; the value comes from the backup. A longer
+  // value in the primary must not show after the backup's, since callers of the data manager are not told the
+  // length.
+  const auto aside = base::zeroed_array<char>(static_cast<std::size_t>(item.size));
+  const int primary =
+      read_verified(operation, DB_CONFIG, {item.table, item.key, aside ? aside.get() : item.buf, item.size});
+  KELO_LOG_AS("dm_pal_read", LOG_LVL_DBUG, "rd ret  %d \n", primary);
+  const int backup = read_verified(operation, DB_CONFIGBAK, item);
   if (backup > 0 || backup == DM_SQLITE_NOT_PREPARED || backup == DM_SQLITE_FAILED) return backup;
-  return read_verified(DB_CONFIGBAK, table, key, buf, len);
+  return read_verified(operation, DB_CONFIGBAK, item);
 }
 
-int dm_read_db(const char* db_path, const char* table, const char* key, void* buf, uint32_t* crc_out,
-               int len) {
-  if (db_path == nullptr || table == nullptr || key == nullptr || buf == nullptr || len < 0) {
-    KELO_LOG(LOG_LVL_ERR, "%s NULL\n", __func__);
-    return DM_SQLITE_FAILED;
-  }
-  const SqlText select(sql::kSelectItem, table, key);
-  for (bool repaired = false;; repaired = true) {
-    Database db = open_database(__func__, db_path);
+int read_row(Operation& operation, const char* path, const ItemRead& item, std::uint32_t* crc) {
+  const SqlText select(sql::kSelectItem, item.table, item.key);
+  for (bool repaired = false;;) {
+    if (!operation) return DM_SQLITE_NOT_OPENED;
+    Database db = open_database(kRowCaller, path);
     if (!db) return DM_SQLITE_NOT_OPENED;
     const Preparation selected = prepare(db.get(), select.c_str());
-    if (selected.ok()) return fetch_value(__func__, selected.statement.get(), buf, len, crc_out);
-    KELO_LOG(LOG_LVL_ERR, "[%d] sqlite3_prepare error, %d \n", __LINE__, selected.code);
-    if (selected.code != SQLITE_CORRUPT || repaired) return DM_SQLITE_NOT_PREPARED;
+    if (selected.ok()) return fetch_value(kRowCaller, selected.statement.get(), item.buf, item.size, crc);
+    // What others repaired before nobody else was there is looked at once more.
+    if (selected.code == SQLITE_CORRUPT && !operation.exclusive()) {
+      const FileStamp seen = stamp_of(path);
+      db.reset();
+      if (!operation.make_exclusive()) return DM_SQLITE_NOT_OPENED;
+      if (!(stamp_of(path) == seen)) continue;
+    }
+    KELO_LOG_AS(kRowCaller, LOG_LVL_ERR, "[%d] sqlite3_prepare error, %d \n", __LINE__, selected.code);
     db.reset();
-    repair_primary(__func__, kReadRepair);
+    if (selected.code == SQLITE_CORRUPT && !repaired) {
+      repair_primary(kRowCaller, kReadRepair, path);
+      repaired = true;
+      continue;
+    }
+    if (backup_is_lost(path, selected.code) && operation.make_exclusive()) refresh_backup(kRowCaller);
+    return DM_SQLITE_NOT_PREPARED;
   }
 }
+
+}  // namespace kelo::store

@@ -1,84 +1,142 @@
+// Stores and reads the row of the write journal.
+#include "sqlite3/src/journal.hpp"
+
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
-#include "kelo_utils/sqlite.h"
 #include "log/library_log.hpp"
 #include "sqlite3/src/handles.hpp"
+#include "sqlite3/src/row.hpp"
 #include "sqlite3/src/sql.hpp"
 
+namespace kelo::store {
 namespace {
 
-using namespace kelo::store;
+constexpr char kWriter[] = "dm_write_state_db";
+constexpr char kReader[] = "dm_sqlite_check_database";
 
-constexpr char kCaller[] = "dm_write_state_db";
+bool lacks_column(const Outcome& failed) { return std::strstr(failed.text(), "no such column") != nullptr; }
 
-// Another process's lock says nothing about the file: such a journal is left to the next write.
+// A lock of another program says nothing about the file: such a journal is left to the next write.
 bool held_by_another(int code) { return code == SQLITE_BUSY || code == SQLITE_LOCKED; }
 
-void recreate_journal() {
-  KELO_LOG_AS(kCaller, LOG_LVL_ERR, "ret_pos is NULL, other error occured\n");
-  const CommandText remove("rm -f %s", DB_STATE);
-  [[maybe_unused]] const int removed = std::system(remove.c_str());  // the open below shows how it went
-  sqlite3* raw = nullptr;
-  const int code = sqlite3_open(DB_STATE, &raw);
-  const Database created(raw);
-  if (code != SQLITE_OK)
-    KELO_LOG_AS(kCaller, LOG_LVL_ERR, "Can't create database: %s\n", sqlite3_errmsg(raw));
-  KELO_LOG_AS(kCaller, LOG_LVL_DBUG, "Create database %s successfully\n", DB_STATE);
+bool add_columns(const char* caller, sqlite3* db) {
+  if (add_missing_columns(db, sql::kJournalTable, sql::kJournalKey)) return true;
+  KELO_LOG_AS(caller, LOG_LVL_ERR, "alter_table_add_column failed\n");
+  return false;
 }
 
-int update_row(Database db, const char* update) {
+void recreate_journal() {
+  KELO_LOG_AS(kWriter, LOG_LVL_ERR, "ret_pos is NULL, other error occured\n");
+  const CommandText remove("rm -f %s", DB_STATE);
+  [[maybe_unused]] const int removed = std::system(remove.c_str());  // the open below shows how it went
+  const Opening created = open_for_writing(DB_STATE);
+  if (!created.ok()) KELO_LOG_AS(kWriter, LOG_LVL_ERR, "Can't create database: %s\n", created.text());
+  KELO_LOG_AS(kWriter, LOG_LVL_DBUG, "Create database %s successfully\n", DB_STATE);
+}
+
+bool update_row(Database& db, const char* update) {
   Outcome updated = execute(db.get(), update);
-  if (updated.ok()) return 0;
-  KELO_LOG_AS(kCaller, LOG_LVL_ERR, "szSql: %s, rc: %d, szErrMsg: %s\n", update, updated.code,
+  if (updated.ok()) return true;
+  KELO_LOG_AS(kWriter, LOG_LVL_ERR, "szSql: %s, rc: %d, szErrMsg: %s\n", update, updated.code,
               updated.text());
 
-  if (std::strstr(updated.text(), "no such column") != nullptr) {
-    if (alter_table_add_column(db.get(), sql::kJournalTable, sql::kJournalKey) != 0) {
-      KELO_LOG_AS(kCaller, LOG_LVL_ERR, "alter_table_add_column failed\n");
-    } else {
+  if (lacks_column(updated)) {
+    if (add_columns(kWriter, db.get())) {
       updated = execute(db.get(), update);
-      if (updated.ok()) return 0;
-      KELO_LOG_AS(kCaller, LOG_LVL_ERR, "[%d] update error, %s\n", __LINE__, updated.text());
+      if (updated.ok()) return true;
+      KELO_LOG_AS(kWriter, LOG_LVL_ERR, "[%d] update error, %s\n", __LINE__, updated.text());
     }
   } else if (!held_by_another(updated.code)) {
     db.reset();
     recreate_journal();
   }
-  KELO_LOG_AS(kCaller, LOG_LVL_ERR, "error when szSql: %s, rc: %d\n", update, updated.code);
-  return DM_SQLITE_FAILED;
+  KELO_LOG_AS(kWriter, LOG_LVL_ERR, "error when szSql: %s, rc: %d\n", update, updated.code);
+  return false;
 }
 
-int insert_row(const Database& db, const char* insert) {
-  const Outcome inserted = execute(db.get(), insert);
-  if (inserted.ok()) return 0;
-  KELO_LOG_AS(kCaller, LOG_LVL_ERR, "[%d] insert error, %s\n", __LINE__, inserted.text());
-  return DM_SQLITE_FAILED;
+bool insert_row(sqlite3* db, const char* insert) {
+  const Outcome inserted = execute(db, insert);
+  if (!inserted.ok()) KELO_LOG_AS(kWriter, LOG_LVL_ERR, "[%d] insert error, %s\n", __LINE__, inserted.text());
+  return inserted.ok();
+}
+
+Rows select_row(sqlite3* db) {
+  const SqlText select(sql::kSelectJournal, sql::kJournalTable, sql::kJournalKey);
+  KELO_LOG_AS(kReader, LOG_LVL_DBUG, "szSql %s\n", select.c_str());
+  Rows found = select_rows(db, select.c_str());
+  if (found.outcome.ok()) return found;
+  KELO_LOG_AS(kReader, LOG_LVL_WRN, "errmsg %s\n", found.outcome.text());
+  if (!lacks_column(found.outcome) || !add_columns(kReader, db)) return found;
+  found = select_rows(db, select.c_str());
+  if (found.outcome.ok()) {
+    KELO_LOG_AS(kReader, LOG_LVL_DBUG, "szSql select success, nRow, %d, nColumn: %d\n", found.rows,
+                found.columns);
+  }
+  return found;
+}
+
+JournalledName name_of(const char* text) {
+  JournalledName name{};
+  const std::size_t length = std::strlen(text);
+  if (length < name.size()) std::memcpy(name.data(), text, length);
+  return name;
+}
+
+int number_of(const char* text) { return static_cast<int>(std::strtol(text, nullptr, 10)); }
+
+void log_row(const JournalRow& row) {
+  KELO_LOG_AS(kReader, LOG_LVL_DBUG, "read item_table %s\n", row.table.data());
+  KELO_LOG_AS(kReader, LOG_LVL_DBUG, "read item_key %s\n", row.key.data());
+  KELO_LOG_AS(kReader, LOG_LVL_DBUG, "read id %d\n", static_cast<int>(row.id));
+  KELO_LOG_AS(kReader, LOG_LVL_DBUG, "read type %d\n", static_cast<int>(row.type));
+  KELO_LOG_AS(kReader, LOG_LVL_DBUG, "read len %d\n", row.len);
+  KELO_LOG_AS(kReader, LOG_LVL_DBUG, "read state %d\n", row.state);
 }
 
 }  // namespace
 
-int dm_write_state_db(const char* table, uint32_t id, const char* key, uint32_t type, int len, int state) {
-  if (table == nullptr || key == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s NULL\n", __func__);
-    return DM_SQLITE_FAILED;
-  }
-  Database db = open_database(__func__, DB_STATE);
-  if (!db) return DM_SQLITE_FAILED;
-  const SqlText create(sql::kCreateJournal, sql::kJournalTable);
-  const Outcome created = execute(db.get(), create.c_str());
+bool record_in_journal(const JournalItem& item, int state) {
+  Database db = open_database(kWriter, DB_STATE);
+  if (!db) return false;
+  const Outcome created = execute(db.get(), SqlText(sql::kCreateJournal, sql::kJournalTable).c_str());
   if (!created.ok()) {
-    KELO_LOG(LOG_LVL_ERR, "[%d] create table error, %s\n", __LINE__, created.text());
-    return DM_SQLITE_FAILED;
+    KELO_LOG_AS(kWriter, LOG_LVL_ERR, "[%d] create table error, %s\n", __LINE__, created.text());
+    return false;
   }
-  const auto stored_id = static_cast<std::int32_t>(id);
-  const auto stored_type = static_cast<std::int32_t>(type);
-  if (dm_record_exist(db.get(), sql::kJournalTable, sql::kJournalKey) != 0) {
-    const SqlText update(sql::kUpdateJournal, sql::kJournalTable, table, stored_id, key, stored_type, len,
+  const auto id = static_cast<std::int32_t>(item.id);
+  const auto type = static_cast<std::int32_t>(item.type);
+  const Presence presence = look_for_row(db.get(), sql::kJournalTable, sql::kJournalKey);
+  if (presence != Presence::kAbsent) {
+    const SqlText update(sql::kUpdateJournal, sql::kJournalTable, item.table, id, item.key, type, item.len,
                          state, sql::kJournalKey);
-    return update_row(std::move(db), update.c_str());
+    if (!update_row(db, update.c_str())) return false;
+    if (presence == Presence::kPresent || sqlite3_changes(db.get()) > 0) return true;
   }
-  const SqlText insert(sql::kInsertJournal, sql::kJournalTable, sql::kJournalKey, table, stored_id, key,
-                       stored_type, len, state);
-  return insert_row(db, insert.c_str());
+  const SqlText insert(sql::kInsertJournal, sql::kJournalTable, sql::kJournalKey, item.table, id, item.key,
+                       type, item.len, state);
+  return insert_row(db.get(), insert.c_str());
 }
+
+std::optional<JournalRow> read_journal() {
+  constexpr int kColumns = 6;
+  const Database db = open_database(kReader, DB_STATE);
+  if (!db) return {};
+  const Rows found = select_row(db.get());
+  if (!found.outcome.ok() || found.rows < 1 || found.columns < kColumns) return {};
+  for (int column = 0; column < kColumns; ++column) {
+    if (found.cell(0, column) == nullptr) return {};  // as after a column was added to the row
+  }
+  const JournalRow row = {name_of(found.cell(0, 0)),
+                          name_of(found.cell(0, 1)),
+                          static_cast<std::uint32_t>(number_of(found.cell(0, 2))),
+                          static_cast<std::uint32_t>(number_of(found.cell(0, 3))),
+                          number_of(found.cell(0, 4)),
+                          number_of(found.cell(0, 5))};
+  log_row(row);
+  return row;
+}
+
+}  // namespace kelo::store

@@ -1,4 +1,4 @@
-// The lock that serialises the back-end's operations within the process.
+// The mutex that serialises the back-end's operations within the process.
 #ifndef KELO_SQLITE3_MUTEX_HPP
 #define KELO_SQLITE3_MUTEX_HPP
 
@@ -6,7 +6,7 @@
 
 namespace kelo::store {
 
-// Guards the database files and the registration flag.
+// Guards the registration flag and the version descriptor. It is taken before the store's lock.
 extern pthread_mutex_t sqlite_mutex;
 
 }  // namespace kelo::store

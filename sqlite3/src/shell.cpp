@@ -1,23 +1,34 @@
+// Runs the shell commands of the configuration databases.
+#include "sqlite3/src/shell.hpp"
+
+#include <array>
 #include <cerrno>
 #include <cstring>
 
 #include "base/pipe_stream.hpp"
-#include "kelo_utils/sqlite.h"
 #include "log/library_log.hpp"
 
-int dm_sqlite_system_cmd(const char* command, char* out, unsigned int out_size) {
-  if (command == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s NULL\n", __func__);
-    return -1;
-  }
-  const auto pipe = kelo::base::PipeStream::reading(command);
+namespace kelo::store {
+
+CommandEnd run_command(const char* command, std::span<char> output, base::Descriptor* under_way) {
+  constexpr char kCaller[] = "dm_sqlite_system_cmd";
+  auto pipe = base::PipeStream::reading(command);
   if (!pipe) {
-    KELO_LOG(LOG_LVL_ERR, "system command failed: (%d) %s\n", errno, std::strerror(errno));
-    return -1;
+    KELO_LOG_AS(kCaller, LOG_LVL_ERR, "system command failed: (%d) %s\n", errno, std::strerror(errno));
+    return {false, -1};
   }
-  if (out != nullptr) {
-    const std::size_t count = pipe.read({out, out_size});
-    KELO_LOG(LOG_LVL_DBUG, "read_len=%d\n", static_cast<int>(count));
+  if (under_way != nullptr) under_way->reset();
+  if (output.data() != nullptr) {
+    const std::size_t count = pipe.read(output);
+    KELO_LOG_AS(kCaller, LOG_LVL_DBUG, "read_len=%d\n", static_cast<int>(count));
   }
-  return 0;
+  return {true, pipe.close()};
 }
+
+bool run_copy_command(const char* command, base::Descriptor& under_way) {
+  std::array<char, 511> output{};
+  const CommandEnd end = run_command(command, output, &under_way);
+  return end.started && (end.status == 0 || end.status == -1);
+}
+
+}  // namespace kelo::store

@@ -1,34 +1,12 @@
-// Every SQL text of the configuration databases, and the buffer that statements are formatted into.
+// Every SQL text of the configuration databases, and the buffers that statements and commands are formatted in.
 #ifndef KELO_SQLITE3_SQL_HPP
 #define KELO_SQLITE3_SQL_HPP
 
-#include <cstdarg>
-#include <cstddef>
-#include <cstdio>
-
-#include "kelo_utils/base.h"
+#include "base/text_builder.hpp"
 
 namespace kelo::store {
 
-// A printf-formatted text of fixed room; what does not fit is cut, and cut() tells.
-template <std::size_t Size>
-class FixedText {
- public:
-  KELO_PRINTF(2, 3) explicit FixedText(const char* format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    const int length = std::vsnprintf(text_, Size, format, arguments);
-    va_end(arguments);
-    cut_ = length < 0 || static_cast<std::size_t>(length) >= Size;
-  }
-  [[nodiscard]] const char* c_str() const { return text_; }
-  [[nodiscard]] bool cut() const { return cut_; }
-
- private:
-  char text_[Size];
-  bool cut_ = false;
-};
-
+using base::FixedText;
 using SqlText = FixedText<512>;
 using CommandText = FixedText<128>;
 
@@ -69,8 +47,12 @@ inline constexpr char kSelectIdAndType[] = "select id,type from %s where key='%s
 inline constexpr char kAddId[] = "alter table %s add column id integer";
 inline constexpr char kAddType[] = "alter table %s add column type integer";
 inline constexpr char kQuickCheck[] = "PRAGMA quick_check;";
-inline constexpr char kHoldSteady[] =
-    "begin;select 1 from sqlite_master limit 1;";  // a read lock until closed
+// Enough to have a transaction that was cut off rolled back.
+inline constexpr char kReadSchema[] = "select 1 from sqlite_master limit 1;";
+// Rows that share their key with another one of their table, and what leaves the newest of them.
+inline constexpr char kSelectDuplicate[] = "select key from %s group by key having count(*)>1 limit 1";
+inline constexpr char kDeleteDuplicates[] =
+    "delete from %s where rowid not in (select max(rowid) from %s group by key)";
 inline constexpr char kSelectTables[] = "SELECT name FROM sqlite_master WHERE type='table';";
 inline constexpr char kSelectExport[] = "select key, len, type, value from %s";
 

@@ -5,12 +5,19 @@
 #include <cstdint>
 
 #include "kelo_utils/sqlite.h"
+#include "sqlite3/src/operation.hpp"
+#include "sqlite3/src/row.hpp"
 
 namespace kelo::store {
 
 inline constexpr std::uint32_t kVersion = SQL_VER;
 inline constexpr int kVersionLength = sizeof kVersion;
-inline constexpr std::uint32_t kVersionType = KELO_DM_TYPE_SCALAR3;
+inline constexpr Row kVersionRow = {SQL_VER_TAB,          SQL_VER_ID, SQL_VER_KEY,
+                                    KELO_DM_TYPE_SCALAR3, &kVersion,  kVersionLength};
+
+// Read the stored versions: 4, or a code of dm_sqlite_result.
+int read_stored_version(Operation& operation, std::uint32_t* version);
+int read_defaults_version(std::uint32_t* version);
 
 }  // namespace kelo::store
 

@@ -18,8 +18,12 @@ struct File {
   int version_query = SQLITE_OK;  // and on the version's
   bool table_made = true;         // the items' table is there or can be created
   bool healthy = true;            // passes the quick check
+  bool empty = false;             // has 0 bytes
 
   [[nodiscard]] bool corrupt() const { return item_query == SQLITE_CORRUPT; }
+  [[nodiscard]] bool no_database() const { return item_query == SQLITE_NOTADB; }
+  // May take the place of another file.
+  [[nodiscard]] bool good() const { return healthy && !empty; }
 };
 
 class Forecast {
@@ -27,18 +31,26 @@ class Forecast {
   Forecast(File primary, File backup, std::optional<File> recovery)
       : primary_(primary), backup_(backup), recovery_(recovery) {}
 
-  // The start-up reads the version, and stores it when the backup's table cannot be asked.
+  // The start-up reads the version, and stores it when the backup's table cannot be asked. Otherwise a primary that
+  // is no database is replaced.
   void start_up() {
+    const bool version_lost = backup_.version_query != SQLITE_OK;
     read();
-    if (backup_.version_query != SQLITE_OK) write();
+    if (version_lost) {
+      write();
+    } else if (primary_.no_database() && backup_.good()) {
+      primary_ = backup_;
+    }
   }
-  // Any read: the primary first, then the backup.
+  // Any read: the primary first, then the backup, which is made anew from a good primary when it is lost.
   void read() {
     if (primary_.corrupt()) repair();
-    if (backup_.corrupt()) repair();
+    if (backup_.corrupt() && !primary_.good()) repair();
+    if ((backup_.corrupt() || backup_.no_database() || backup_.empty) && primary_.good()) backup_ = primary_;
   }
   // Whether the write reports success.
   bool write() {
+    if (primary_.empty && backup_.good()) primary_ = backup_;
     if (primary_.corrupt()) repair();
     if (!primary_.table_made) return false;
     // Damage that the quick check misses is copied; damage that it sees keeps the backup as it is.
@@ -58,7 +70,7 @@ class Forecast {
 
  private:
   void repair() {
-    if (backup_.healthy) {
+    if (backup_.good()) {
       primary_ = backup_;
     } else if (recovery_) {
       primary_ = *recovery_;

@@ -22,8 +22,8 @@ struct State {
   std::vector<Fault*> faults;
   bool tracing = false;
   std::vector<TracedCall> trace;
-  int busy_milliseconds = -1;  // in place of what is asked for; -1: as asked
-  int shortest_busy = -1;
+  int busy_milliseconds = -1;  // in place of the library's own patience; -1: that one
+  int waits_asked_for = 0;
 };
 
 State& state() {
@@ -158,7 +158,7 @@ std::string CallTrace::dump() const {
 ShortBusyTimeout::ShortBusyTimeout(int milliseconds) {
   const std::scoped_lock lock(state().mutex);
   state().busy_milliseconds = milliseconds;
-  state().shortest_busy = -1;
+  state().waits_asked_for = 0;
 }
 
 ShortBusyTimeout::~ShortBusyTimeout() {
@@ -166,18 +166,18 @@ ShortBusyTimeout::~ShortBusyTimeout() {
   state().busy_milliseconds = -1;
 }
 
-int ShortBusyTimeout::shortest_asked_for() const {
+bool ShortBusyTimeout::was_asked_for() const {
   const std::scoped_lock lock(state().mutex);
-  return state().shortest_busy;
+  return state().waits_asked_for > 0;
 }
 
 namespace {
 
-int asked_busy_timeout(int milliseconds) {
+int shorter_wait() {
   State& all = state();
   const std::scoped_lock lock(all.mutex);
-  all.shortest_busy = all.shortest_busy < 0 ? milliseconds : std::min(all.shortest_busy, milliseconds);
-  return all.busy_milliseconds < 0 ? milliseconds : all.busy_milliseconds;
+  ++all.waits_asked_for;
+  return all.busy_milliseconds;
 }
 
 }  // namespace
@@ -277,10 +277,14 @@ int sqlite3_get_table(sqlite3* db, const char* sql, char*** cells, int* rows, in
   return real(db, sql, cells, rows, columns, error);
 }
 
-int sqlite3_busy_timeout(sqlite3* db, int milliseconds) {
-  static const auto real = next(__func__, sqlite3_busy_timeout);
+int sqlite3_busy_handler(sqlite3* db, int (*handler)(void*, int), void* context) {
+  static const auto real = next(__func__, sqlite3_busy_handler);
+  // SQLite sets its own handler in this way, too.
+  if (kelo::tests::inside_sqlite > 0) return real(db, handler, context);
   if (const std::optional<FaultPlan> fault = Interposer::meet(__func__, {})) return fault->code;
-  return real(db, kelo::tests::asked_busy_timeout(milliseconds));
+  const int milliseconds = kelo::tests::shorter_wait();
+  const InsideSqlite inside;
+  return milliseconds < 0 ? real(db, handler, context) : sqlite3_busy_timeout(db, milliseconds);
 }
 
 std::FILE* popen(const char* command, const char* mode) {

@@ -2,7 +2,7 @@
 // them. For tests whose .cmake file links kelo_sqlite_faults.
 //
 // The calls are: sqlite3_open, sqlite3_open_v2, sqlite3_prepare, sqlite3_prepare_v2, sqlite3_bind_blob,
-// sqlite3_step, sqlite3_exec, sqlite3_get_table, sqlite3_busy_timeout, popen, pclose, system, fsync and
+// sqlite3_step, sqlite3_exec, sqlite3_get_table, sqlite3_busy_handler, popen, pclose, system, fsync and
 // fdatasync. What SQLite calls within itself is not matched, its fdatasync and fsync excepted.
 #ifndef KELO_TESTS_SQLITE_FAULTS_HPP
 #define KELO_TESTS_SQLITE_FAULTS_HPP
@@ -72,7 +72,7 @@ class CallTrace {
   [[nodiscard]] std::string dump() const;
 };
 
-// Shortens every wait for another process's lock while it is alive. The time asked for is kept.
+// Shortens every wait of SQLite for another process's lock while it is alive.
 class ShortBusyTimeout {
  public:
   explicit ShortBusyTimeout(int milliseconds);
@@ -80,7 +80,7 @@ class ShortBusyTimeout {
   ShortBusyTimeout(const ShortBusyTimeout&) = delete;
   ShortBusyTimeout& operator=(const ShortBusyTimeout&) = delete;
 
-  [[nodiscard]] int shortest_asked_for() const;  // -1 when nothing asked
+  [[nodiscard]] bool was_asked_for() const;  // whether a connection was told to wait
 };
 
 }  // namespace kelo::tests

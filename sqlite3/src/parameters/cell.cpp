@@ -2,7 +2,7 @@
 #include "base/lock.hpp"
 #include "kelo_utils/sqlite.h"
 #include "log/library_log.hpp"
-#include "sqlite3/src/parameter_statements.hpp"
+#include "sqlite3/src/parameters/statements.hpp"
 
 using kelo::base::LockGuard;
 using namespace kelo::params;
@@ -10,14 +10,14 @@ using kelo::store::Rows;
 
 int kelo_db_get_value(const char* table, const char* name, void* out, uint32_t type, uint32_t size) {
   if (table == nullptr || name == nullptr || out == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return KELO_DB_FAILED;
   }
   const LockGuard lock(parameter_mutex);
-  const Rows found = search_by_table(Which::kUser, StatementText("select %s from %s ;", name, table));
+  const Rows found = search_by_table(Database::kUser, StatementText("select %s from %s ;", name, table));
   if (!found.outcome.ok()) return KELO_DB_FAILED;
   if (found.rows == 0) {
-    KELO_LOG(LOG_LVL_ERR, "Error, db:%s search_by_table return failed.\n", path_of(Which::kUser));
+    KELO_LOG(LOG_LVL_ERR, "Error, db:%s search_by_table return failed.\n", path_of(Database::kUser));
     return KELO_DB_FAILED;
   }
   return read_variable(__func__, type, out, size, found.cell(0, 0)) ? 0 : KELO_DB_FAILED;
@@ -25,7 +25,7 @@ int kelo_db_get_value(const char* table, const char* name, void* out, uint32_t t
 
 int kelo_db_update_value(const char* table, const char* name, const void* value, uint32_t type) {
   if (table == nullptr || name == nullptr || value == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return KELO_DB_FAILED;
   }
   const LockGuard lock(parameter_mutex);

@@ -1,6 +1,7 @@
-#include "sqlite3/src/parameter_connection.hpp"
+// Opens the parameter databases and keeps one connection between operations.
+#include "sqlite3/src/parameters/connection.hpp"
 
-#include <pthread.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -9,92 +10,160 @@
 #include <cstring>
 #include <utility>
 
+#include "base/file.hpp"
 #include "base/lock.hpp"
 #include "kelo_utils/app_os_al.h"
 #include "log/library_log.hpp"
-#include "sqlite3/src/sql.hpp"
+#include "sqlite3/src/parameters/mutexes.hpp"
+#include "sqlite3/src/safe_copy.hpp"
 
 namespace kelo::params {
+
+pthread_mutex_t cache_mutex = PTHREAD_MUTEX_INITIALIZER;
+
 namespace {
 
 using base::LockGuard;
-using store::Database;
+using store::Access;
+using store::StoreLock;
+using SqliteHandle = store::Database;
 
+constexpr char kCaller[] = "open_sqlite_db";
 constexpr char kUserPath[] = "/data/kelo-resource/sqlite3/user_info.db";
-constexpr char kUserJournal[] = "/data/kelo-resource/sqlite3/user_info.db-journal";
 constexpr char kFactoryPath[] = "/data/kelo-resource/sqlite3/factory_info.db";
 constexpr std::array<const char*, 2> kPaths = {kUserPath, kFactoryPath};
 
-constexpr std::size_t index_of(Which which) { return static_cast<std::size_t>(which); }
+constexpr std::size_t index_of(Database which) { return static_cast<std::size_t>(which); }
 
-// Guards what is kept between operations, at most one connection. Never held while a statement runs.
-pthread_mutex_t cache_mutex = PTHREAD_MUTEX_INITIALIZER;
-std::array<sqlite3*, 2> kept;              // guarded by cache_mutex
-std::array<unsigned int, 2> in_use;        // leases of all threads, guarded by cache_mutex
+// Which file a name leads to.
+struct FileIdentity {
+  std::uint64_t device;
+  std::uint64_t inode;
+  bool operator==(const FileIdentity&) const = default;
+};
+
+FileIdentity identity_of(const char* path) {
+  struct stat status {};
+  if (stat(path, &status) != 0) return {};
+  return {status.st_dev, status.st_ino};
+}
+
+// A connection that is kept. Another process may have replaced the file under it.
+struct Kept {
+  sqlite3* db;
+  FileIdentity file;
+};
+
+std::array<Kept, 2> kept;                  // at most one; guarded by cache_mutex
+std::array<unsigned int, 2> in_use;        // leases of all threads; guarded by cache_mutex
 thread_local std::array<sqlite3*, 2> own;  // what the calling thread works on
 
-// Held while the user file is made or replaced: nobody opens half a copy.
-pthread_mutex_t copy_mutex = PTHREAD_MUTEX_INITIALIZER;
+bool works_on_any() { return own[0] != nullptr || own[1] != nullptr; }
 
-Database take_kept(Which which) {
+SqliteHandle take_kept(Database which, FileIdentity* file = nullptr) {
   const LockGuard lock(cache_mutex);
-  return Database(std::exchange(kept[index_of(which)], nullptr));
+  Kept& place = kept[index_of(which)];
+  if (file != nullptr) *file = place.file;
+  return SqliteHandle(std::exchange(place.db, nullptr));
+}
+
+SqliteHandle take_kept_if_current(Database which) {
+  FileIdentity file{};
+  SqliteHandle db = take_kept(which, &file);
+  if (db && !(file == identity_of(path_of(which)))) db.reset();
+  return db;
 }
 
 // Keeps a connection in place of whatever is kept, which is closed once the lock is given up.
-void keep(Which which, Database db, std::array<Database, 2>& displaced) {
-  for (std::size_t i = 0; i < kept.size(); ++i) displaced[i].reset(std::exchange(kept[i], nullptr));
-  kept[index_of(which)] = db.release();
+void keep(Database which, SqliteHandle db, std::array<SqliteHandle, 2>& displaced) {
+  for (std::size_t i = 0; i < kept.size(); ++i) displaced[i].reset(std::exchange(kept[i].db, nullptr));
+  kept[index_of(which)] = {db.release(), identity_of(path_of(which))};
 }
 
-// What the kept connection knows of the user's file is wrong for the one that takes its place.
-void forget_user_file() { take_kept(Which::kUser).reset(); }
-
-int copy_file() {
-  const store::CommandText command("cp %s %s", kFactoryPath, kUserPath);
-  const int status =
-      kelo_system_call(command.c_str(), static_cast<std::uint32_t>(std::strlen(command.c_str())));
-  // A write that was cut off has left what the old file held; SQLite would put it back into the new one.
-  if (status == 0) unlink(kUserJournal);
-  return status;
+bool run_copy_command(const char* command, base::Descriptor& /*under_way*/) {
+  return kelo_system_call(command, static_cast<std::uint32_t>(std::strlen(command))) == 0;
 }
 
-void make_missing_user_database(const char* caller) {
-  const LockGuard lock(copy_mutex);
-  if (access(kUserPath, F_OK) == 0) return;
-  KELO_LOG_AS(caller, LOG_LVL_ERR, "Error, db:%s couldn't access.\n", kUserPath);
-  forget_user_file();
+// The caller holds the lock exclusively.
+bool copy_over_user_file() {
+  // What the kept connection knows of the user's file is wrong for the one that takes its place.
+  take_kept(Database::kUser).reset();
+  return store::copy_database({kUserPath, kFactoryPath, kUserPath, run_copy_command}) &&
+         base::sync_directory_of(kUserPath);
+}
+
+// Holds the databases exclusively, with the user's as it was before a copy that a crash interrupted.
+class [[nodiscard]] Exclusive {
+ public:
+  explicit Exclusive(const char* caller) : lock_(caller, kUserPath, Access::kExclusive) {
+    if (!lock_ || !store::copy_was_interrupted(kUserPath)) return;
+    command_left_ = !store::wait_for_commands(kUserPath);
+    if (!command_left_) store::undo_interrupted_copy(kUserPath);
+  }
+  explicit operator bool() const { return lock_ && !command_left_; }
+
+ private:
+  StoreLock lock_;
+  bool command_left_ = false;
+};
+
+// An empty file is what a power cut or a read without a factory file left; it holds no setting.
+bool user_file_is_there() {
+  return store::size_of(kUserPath) > 0 || (access(kUserPath, F_OK) == 0 && store::size_of(kFactoryPath) == 0);
+}
+
+void make_missing_user_file() {
+  if (user_file_is_there() && !store::copy_was_interrupted(kUserPath)) return;
+  const Exclusive lock(kCaller);
+  if (!lock || user_file_is_there()) return;
+  KELO_LOG_AS(kCaller, LOG_LVL_ERR, "Error, db:%s couldn't access.\n", kUserPath);
   if (access(kFactoryPath, F_OK) == 0) {
-    copy_file();
+    static_cast<void>(copy_over_user_file());
   } else {
-    KELO_LOG_AS(caller, LOG_LVL_ERR, "Error, db:%s couldn't access.\n", kFactoryPath);
+    take_kept(Database::kUser).reset();
+    KELO_LOG_AS(kCaller, LOG_LVL_ERR, "Error, db:%s couldn't access.\n", kFactoryPath);
   }
 }
 
-Database open_file(const char* caller, const char* path) {
-  // A lease gives a connection to one thread. With a lock of its own, held throughout a statement and its
-  // callbacks, an operation in a callback could take that one and the parameter lock in the other order.
-  store::Opening opening = store::open_unlocked(path);
+// A lease gives a connection to one thread. With a lock of its own, held throughout a statement and its callbacks,
+// an operation in a callback could take that one and the parameter lock in the other order.
+SqliteHandle open_file(const char* path) {
+  store::Opening opening = store::open_for_one_thread(path);
   if (opening.ok()) return std::move(opening.db);
-  KELO_LOG_AS(caller, LOG_LVL_ERR, "Error, db:%s open failed:%s.\n", path, opening.text());
+  KELO_LOG_AS(kCaller, LOG_LVL_ERR, "Error, db:%s open failed:%s.\n", path, opening.text());
   return {};
 }
 
 }  // namespace
 
-const char* path_of(Which which) { return kPaths[index_of(which)]; }
+const char* path_of(Database which) { return kPaths[index_of(which)]; }
 
-Lease::Lease(Which which, Database db) : which_(which), owned_(std::move(db)), db_(owned_.get()) {
+Lease::Lease(Database which) : which_(which) {
+  db_ = params::own[index_of(which)];
+  if (db_ != nullptr) return;
+  if (!works_on_any()) {
+    make_missing_user_file();
+    lock_.emplace(kCaller, kUserPath, Access::kShared);
+    if (!*lock_) return;
+  }
+  take_kept(which == Database::kUser ? Database::kFactory : Database::kUser).reset();
+  SqliteHandle db = take_kept_if_current(which);
+  own(db ? std::move(db) : open_file(path_of(which)));
+}
+
+void Lease::own(SqliteHandle db) {
+  owned_ = std::move(db);
+  db_ = owned_.get();
   if (db_ == nullptr) return;
-  own[index_of(which_)] = db_;
+  params::own[index_of(which_)] = db_;
   const LockGuard lock(cache_mutex);
   ++in_use[index_of(which_)];
 }
 
 Lease::~Lease() {
   if (!owned_) return;
-  own[index_of(which_)] = nullptr;
-  std::array<Database, 2> displaced;
+  params::own[index_of(which_)] = nullptr;
+  std::array<SqliteHandle, 2> displaced;
   const LockGuard lock(cache_mutex);
   --in_use[index_of(which_)];
   keep(which_, std::move(owned_), displaced);
@@ -102,35 +171,37 @@ Lease::~Lease() {
 
 void Lease::close() {
   if (!owned_) return;
-  own[index_of(which_)] = nullptr;
+  params::own[index_of(which_)] = nullptr;
   owned_.reset();
   const LockGuard lock(cache_mutex);
   --in_use[index_of(which_)];
 }
 
-Lease open_sqlite_db(Which which) {
-  make_missing_user_database(__func__);
-  if (sqlite3* const lent = own[index_of(which)]) return Lease(lent);
-  take_kept(which == Which::kUser ? Which::kFactory : Which::kUser).reset();
-  Database db = take_kept(which);
-  if (!db) db = open_file(__func__, path_of(which));
-  return {which, std::move(db)};
-}
-
 int close_user_connection() {
+  const store::SqliteUse use;
   const LockGuard lock(cache_mutex);
-  if (in_use[index_of(Which::kUser)] > 0) return SQLITE_BUSY;
-  sqlite3*& user = kept[index_of(Which::kUser)];
-  Database db(user);
+  if (in_use[index_of(Database::kUser)] > 0) return SQLITE_BUSY;
+  sqlite3*& user = kept[index_of(Database::kUser)].db;
+  SqliteHandle db(user);
   const int code = store::close_file(db);
   user = db.release();
   return code;
 }
 
-int copy_factory_to_user() {
-  const LockGuard lock(copy_mutex);
-  forget_user_file();
-  return copy_file();
+void sync_database(Database which) { static_cast<void>(base::sync_directory_of(path_of(which))); }
+
+bool copy_factory_to_user() {
+  if (works_on_any()) {
+    KELO_LOG_AS(kCaller, LOG_LVL_ERR, "%s is being read by this thread, and is not replaced\n", kUserPath);
+    return false;
+  }
+  const Exclusive lock("kelo_db_restore_factory");
+  return lock && copy_over_user_file();
+}
+
+void forget_connections_of_parent() {
+  kept = {};
+  in_use = {};
 }
 
 }  // namespace kelo::params

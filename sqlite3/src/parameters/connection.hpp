@@ -1,23 +1,25 @@
 // The two parameter databases and the connection to one of them that is kept between operations.
-#ifndef KELO_SQLITE3_PARAMETER_CONNECTION_HPP
-#define KELO_SQLITE3_PARAMETER_CONNECTION_HPP
+#ifndef KELO_SQLITE3_PARAMETERS_CONNECTION_HPP
+#define KELO_SQLITE3_PARAMETERS_CONNECTION_HPP
+
+#include <optional>
 
 #include "sqlite3/src/handles.hpp"
+#include "sqlite3/src/store_lock.hpp"
 
 namespace kelo::params {
 
-enum class Which { kUser, kFactory };
+enum class Database { kUser, kFactory };
 
-const char* path_of(Which which);
+const char* path_of(Database which);
 
-// A connection taken out of the cache for as long as the lease lives: nobody else can close it meanwhile.
-// A row callback that runs on a connection and asks for the same database gets that one again: another would
-// wait for the locks of the first for ever.
+// A connection taken out of what is kept for as long as the lease lives: nobody else can close it meanwhile, and no
+// process replaces the file. A row callback that runs on a connection and asks for the same database gets that
+// one again: another would wait for the locks of the first for ever.
 class [[nodiscard]] Lease {
  public:
-  // The one that the calling thread works on already.
-  explicit Lease(sqlite3* lent) : db_(lent) {}
-  Lease(Which which, store::Database db);
+  // A missing user database is first made from the factory's. Failures are logged.
+  explicit Lease(Database which);
   ~Lease();
   Lease(const Lease&) = delete;
   Lease& operator=(const Lease&) = delete;
@@ -28,20 +30,24 @@ class [[nodiscard]] Lease {
   void close();
 
  private:
-  Which which_ = Which::kUser;
-  store::Database owned_;
-  sqlite3* db_;
-};
+  void own(store::Database db);
 
-// A missing user database is first made from the factory's. Empty on failure, which is logged.
-Lease open_sqlite_db(Which which);
+  Database which_;
+  std::optional<store::StoreLock> lock_;
+  store::Database owned_;
+  sqlite3* db_ = nullptr;
+};
 
 // Closes the user connection that is kept. SQLITE_BUSY when a statement runs on one; 0 when there is none.
 int close_user_connection();
 
-// Copies the factory database over the user's. Returns what the copying command did.
-int copy_factory_to_user();
+// Has the end of the last change survive a power cut.
+void sync_database(Database which);
+
+// Copies the factory database over the user's. False when that did not come out whole: the user database holds what
+// it held before.
+[[nodiscard]] bool copy_factory_to_user();
 
 }  // namespace kelo::params
 
-#endif  // KELO_SQLITE3_PARAMETER_CONNECTION_HPP
+#endif  // KELO_SQLITE3_PARAMETERS_CONNECTION_HPP

@@ -2,25 +2,28 @@
 #include "base/lock.hpp"
 #include "kelo_utils/sqlite.h"
 #include "log/library_log.hpp"
-#include "sqlite3/src/parameter_statements.hpp"
+#include "sqlite3/src/parameters/statements.hpp"
 
 using namespace kelo::params;
 
 int kelo_db_exec_cmd(const char* sql, kelo_db_row_fn callback, void* arg, int which) {
   constexpr int kFactory = 1;
   if (sql == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return KELO_DB_FAILED;
   }
   KELO_LOG(LOG_LVL_DBUG, "executeCommand sql_cmd:%s!!\n", sql);
-  const Which database = which == kFactory ? Which::kFactory : Which::kUser;
-  const Lease connection = open_sqlite_db(database);
+  const Database database = which == kFactory ? Database::kFactory : Database::kUser;
+  const Lease connection(database);
   if (!connection) {
     KELO_LOG(LOG_LVL_ERR, "Error, db:%s open_sqlite_db return faild.\n", path_of(database));
     return KELO_DB_FAILED;
   }
   const kelo::store::Outcome outcome = kelo::store::execute(connection.get(), sql, callback, arg);
-  if (outcome.ok()) return 0;
+  if (outcome.ok()) {
+    sync_database(database);
+    return 0;
+  }
   KELO_LOG(LOG_LVL_ERR, "Error, sql_cmd err info:[%s].\n", outcome.text());
   return KELO_DB_FAILED;
 }
@@ -30,4 +33,4 @@ int kelo_db_close_sqlite() {
   return close_user_connection();
 }
 
-int kelo_db_restore_factory() { return copy_factory_to_user() == 0 ? 1 : 0; }
+int kelo_db_restore_factory() { return copy_factory_to_user() ? 1 : 0; }

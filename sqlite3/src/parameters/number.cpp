@@ -1,4 +1,4 @@
-#include "sqlite3/src/parameter_number.hpp"
+#include "sqlite3/src/parameters/number.hpp"
 
 #include <limits>
 

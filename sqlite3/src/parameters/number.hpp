@@ -1,6 +1,6 @@
 // The number that a cell's text begins with.
-#ifndef KELO_SQLITE3_PARAMETER_NUMBER_HPP
-#define KELO_SQLITE3_PARAMETER_NUMBER_HPP
+#ifndef KELO_SQLITE3_PARAMETERS_NUMBER_HPP
+#define KELO_SQLITE3_PARAMETERS_NUMBER_HPP
 
 #include <cstdint>
 
@@ -12,4 +12,4 @@ std::uint64_t decimal_number(const char* text);
 
 }  // namespace kelo::params
 
-#endif  // KELO_SQLITE3_PARAMETER_NUMBER_HPP
+#endif  // KELO_SQLITE3_PARAMETERS_NUMBER_HPP

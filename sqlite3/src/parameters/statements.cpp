@@ -1,4 +1,5 @@
-#include "sqlite3/src/parameter_statements.hpp"
+// Runs the statements that read and write parameters.
+#include "sqlite3/src/parameters/statements.hpp"
 
 #include <optional>
 #include <string_view>
@@ -63,14 +64,14 @@ Rows failed_search(int code) {
   return rows;
 }
 
-void end_statement(Lease& connection, Which which) {
-  if (which == Which::kUser) connection.close();
+void end_statement(Lease& connection, Database which) {
+  if (which == Database::kUser) connection.close();
 }
 
 }  // namespace
 
-Rows search_by_table(Which which, const StatementText& select) {
-  Lease connection = open_sqlite_db(which);
+Rows search_by_table(Database which, const StatementText& select) {
+  Lease connection(which);
   if (!connection) {
     KELO_LOG(LOG_LVL_ERR, "Error, open_sqlite_db return faild.\n");
     return failed_search(SQLITE_CANTOPEN);
@@ -87,9 +88,9 @@ Rows search_by_table(Which which, const StatementText& select) {
 }
 
 bool update_item_to_db(const StatementText& update) {
-  Lease connection = open_sqlite_db(Which::kUser);
+  Lease connection(Database::kUser);
   if (!connection) {
-    KELO_LOG(LOG_LVL_ERR, "Error, db:%s open_sqlite_db return faild.\n", path_of(Which::kUser));
+    KELO_LOG(LOG_LVL_ERR, "Error, db:%s open_sqlite_db return faild.\n", path_of(Database::kUser));
     return false;
   }
   KELO_LOG(LOG_LVL_DBUG, "sqlite3_exec sql_cmd:[%s].\n", update.c_str());
@@ -98,7 +99,8 @@ bool update_item_to_db(const StatementText& update) {
     KELO_LOG(LOG_LVL_ERR, "Error, sql_cmd err info:[%s].\n", outcome.text());
     return false;
   }
-  end_statement(connection, Which::kUser);
+  end_statement(connection, Database::kUser);
+  sync_database(Database::kUser);
   return true;
 }
 

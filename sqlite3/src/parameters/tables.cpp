@@ -4,7 +4,7 @@
 #include "base/lock.hpp"
 #include "kelo_utils/sqlite.h"
 #include "log/library_log.hpp"
-#include "sqlite3/src/parameter_statements.hpp"
+#include "sqlite3/src/parameters/statements.hpp"
 
 static_assert(sizeof(void*) != 4 ||
               (sizeof(kelo_db_param) == 20 && offsetof(kelo_db_param, name) == 4 &&
@@ -23,7 +23,7 @@ constexpr int kEveryParameter = -1;
 
 bool usable(const char* caller, const kelo_db_query* query) {
   if (query == nullptr) {
-    KELO_LOG_AS(caller, LOG_LVL_ERR, "%s param NULL\n", caller);
+    kelo::log::param_null(caller);
     return false;
   }
   if (query->tbl_name == nullptr || query->param_table == nullptr) {
@@ -34,21 +34,21 @@ bool usable(const char* caller, const kelo_db_query* query) {
 }
 
 bool has_variable(const char* caller, const kelo_db_param& param) {
-  if (param.value == nullptr) KELO_LOG_AS(caller, LOG_LVL_ERR, "%s param NULL\n", caller);
+  if (param.value == nullptr) kelo::log::param_null(caller);
   return param.value != nullptr;
 }
 
 bool load(const char* caller, const char* table, const kelo_db_param& param) {
   if (!has_variable(caller, param)) return false;
   const StatementText select("select %s from %s", param.name, table);
-  const Rows found = search_by_table(Which::kUser, select);
+  const Rows found = search_by_table(Database::kUser, select);
   KELO_LOG_AS(caller, LOG_LVL_DBUG, "rc:%d, search_by_table sql_cmd:%s\n", found.outcome.code,
               select.c_str());
   KELO_LOG_AS(caller, LOG_LVL_DBUG, "rc:%d,  search_by_table azResult:%p, nrow:%d\n", found.outcome.code,
               static_cast<void*>(found.cells.get()), found.rows);
   if (!found.outcome.ok()) {
     KELO_LOG_AS(caller, LOG_LVL_ERR, "Error, db:%s search_by_table return failed. sql_cmd:%s\n",
-                path_of(Which::kUser), select.c_str());
+                path_of(Database::kUser), select.c_str());
     return false;
   }
   return found.rows == 0 || read_variable(caller, param.type, param.value, param.size, found.cell(0, 0));
@@ -65,10 +65,10 @@ bool write_back(const char* caller, const char* table, const kelo_db_param& para
 bool reload(const char* caller, const char* table, const kelo_db_param& param) {
   if (!has_variable(caller, param)) return false;
   const StatementText select("select %s from %s;", param.name, table);
-  const Rows found = search_by_table(Which::kFactory, select);
+  const Rows found = search_by_table(Database::kFactory, select);
   if (!found.outcome.ok() || found.rows == 0) {
     KELO_LOG_AS(caller, LOG_LVL_ERR, "Error, db:%s search_by_table return failed.\n",
-                path_of(Which::kFactory));
+                path_of(Database::kFactory));
     return false;
   }
   KELO_LOG_AS(caller, LOG_LVL_DBUG, "tbl_name = %s,key = %s\n", table, param.name);

@@ -1,4 +1,4 @@
-#include "sqlite3/src/parameter_types.hpp"
+#include "sqlite3/src/parameters/types.hpp"
 
 #include <algorithm>
 #include <array>
@@ -7,7 +7,7 @@
 #include "kelo_utils/app_os_al.h"
 #include "kelo_utils/sqlite.h"
 #include "log/library_log.hpp"
-#include "sqlite3/src/parameter_number.hpp"
+#include "sqlite3/src/parameters/number.hpp"
 
 namespace kelo::params {
 namespace {

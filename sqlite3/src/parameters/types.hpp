@@ -1,6 +1,6 @@
 // How a parameter's variable and the text of its cell turn into each other.
-#ifndef KELO_SQLITE3_PARAMETER_TYPES_HPP
-#define KELO_SQLITE3_PARAMETER_TYPES_HPP
+#ifndef KELO_SQLITE3_PARAMETERS_TYPES_HPP
+#define KELO_SQLITE3_PARAMETERS_TYPES_HPP
 
 #include <cstddef>
 #include <cstdint>
@@ -39,4 +39,4 @@ void log_failed_update(const char* caller, Column column);
 
 }  // namespace kelo::params
 
-#endif  // KELO_SQLITE3_PARAMETER_TYPES_HPP
+#endif  // KELO_SQLITE3_PARAMETERS_TYPES_HPP

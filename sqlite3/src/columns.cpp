@@ -1,0 +1,53 @@
+// Adds the columns that tables of older releases lack.
+#include <cstring>
+
+#include "log/library_log.hpp"
+#include "sqlite3/src/row.hpp"
+#include "sqlite3/src/sql.hpp"
+
+namespace kelo::store {
+namespace {
+
+constexpr char kCaller[] = "alter_table_add_column";
+
+// The statement that mends what a select of `id` and `type` complained of; null when it is something else.
+const char* column_to_add(const char* complaint) {
+  if (std::strstr(complaint, "no such column: id") != nullptr) return sql::kAddId;
+  if (std::strstr(complaint, "no such column: type") != nullptr) return sql::kAddType;
+  return nullptr;
+}
+
+}  // namespace
+
+bool add_missing_columns(sqlite3* db, const char* table, const char* key) {
+  constexpr int kAttempts = 3;  // one select for each of the two columns and one that succeeds
+  KELO_LOG_AS(kCaller, LOG_LVL_WRN, "alter_table_add_column\n");
+  if (db == nullptr || table == nullptr || key == nullptr) {
+    KELO_LOG_AS(kCaller, LOG_LVL_ERR, "argv NULL\n");
+    return false;
+  }
+  for (int attempt = 1;; ++attempt) {
+    const SqlText select(sql::kSelectIdAndType, table, key);
+    KELO_LOG_AS(kCaller, LOG_LVL_WRN, "szSql %s\n", select.c_str());
+    const Outcome selected = execute(db, select.c_str());
+    if (selected.ok()) return true;
+
+    const FixedText<129> complaint("%s", selected.text());
+    KELO_LOG_AS(kCaller, LOG_LVL_WRN, "%s\n", complaint.c_str());
+    if (attempt == kAttempts) {
+      KELO_LOG_AS(kCaller, LOG_LVL_ERR, "cnt error %d\n", attempt);
+      return false;
+    }
+    const char* const addition = column_to_add(complaint.c_str());
+    if (addition == nullptr) return false;
+    const SqlText alter(addition, table);
+    KELO_LOG_AS(kCaller, LOG_LVL_WRN, "szSql %s\n", alter.c_str());
+    const Outcome altered = execute(db, alter.c_str());
+    if (!altered.ok()) {
+      KELO_LOG_AS(kCaller, LOG_LVL_ERR, "[%d] update error, %s\n", __LINE__, altered.text());
+      return false;
+    }
+  }
+}
+
+}  // namespace kelo::store

@@ -1,0 +1,50 @@
+// The exported functions of the defaults database.
+#include "sqlite3/src/defaults.hpp"
+
+#include <atomic>
+
+#include "sqlite3/src/face/arguments.hpp"
+#include "sqlite3/src/version.hpp"
+
+using namespace kelo::store;
+
+namespace {
+
+// Set once the version record has been written into the defaults database.
+std::atomic<bool> defaults_version_written{false};
+
+int read_row_of_default(const ItemRead& item, std::uint32_t* type) {
+  constexpr char kCaller[] = "dm_read_def_db";
+  if (item.table == nullptr || item.key == nullptr || item.buf == nullptr || item.size < 0)
+    return refuse_arguments(kCaller);
+  const Operation operation(kCaller, Access::kShared);
+  return operation ? read_default(item, type) : DM_SQLITE_NOT_OPENED;
+}
+
+}  // namespace
+
+int dm_sqlite_def_db_const(uint32_t /*id*/, kelo_dm_item_desc* item, const void* value, int len) {
+  if (item == nullptr) return refuse_null(__func__);
+  const Operation operation(__func__, Access::kExclusive);
+  if (!operation) return DM_SQLITE_NOT_OPENED;
+  const int result = write_default(default_row(*item, value, len));
+  return defaults_version_written.exchange(true) ? result : write_default(kVersionRow);
+}
+
+int dm_write_def_db(const char* table, const char* key, uint32_t type, const void* value, int len) {
+  const Operation operation(__func__, Access::kExclusive);
+  if (!operation) return DM_SQLITE_NOT_OPENED;
+  return write_default({table, 0, key, static_cast<std::int32_t>(type), value, len});
+}
+
+int dm_sqlite_def_db_read(uint32_t /*id*/, kelo_dm_item_desc* item, void* buf, int len) {
+  if (item == nullptr) return refuse_null(__func__);
+  std::uint32_t type = 0;
+  const int result = read_row_of_default({item->item_table, item->item_key, buf, len}, &type);
+  std::atomic_ref(item->type).store(static_cast<std::int32_t>(type), std::memory_order_relaxed);
+  return result;
+}
+
+int dm_read_def_db(const char* table, const char* key, uint32_t* type_out, void* buf, int len) {
+  return read_row_of_default({table, key, buf, len}, type_out);
+}

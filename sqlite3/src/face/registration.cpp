@@ -1,0 +1,159 @@
+// The exported functions of registration, start-up and versions.
+#include <atomic>
+
+#include "base/lock.hpp"
+#include "log/library_log.hpp"
+#include "sqlite3/src/defaults.hpp"
+#include "sqlite3/src/face/arguments.hpp"
+#include "sqlite3/src/item_write.hpp"
+#include "sqlite3/src/mutex.hpp"
+#include "sqlite3/src/repair.hpp"
+#include "sqlite3/src/start_up.hpp"
+#include "sqlite3/src/version.hpp"
+
+pthread_mutex_t kelo::store::sqlite_mutex = PTHREAD_MUTEX_INITIALIZER;
+
+namespace {
+
+using kelo::base::LockGuard;
+using namespace kelo::store;
+
+// The clean flag is cleared when the clean has ended, well or not: a clean that failed must not leave the store mute
+// until the next boot.
+int clean_slot(const char* backup, int /*one*/, std::int32_t* clean_flag) {
+  const int result = dm_sqlite_clean(backup);
+  if (clean_flag != nullptr) std::atomic_ref<std::int32_t>(*clean_flag).store(0, std::memory_order_release);
+  return result;
+}
+
+constexpr kelo_dm_operations kOperations = {dm_sqlite_write,
+                                            dm_sqlite_read,
+                                            clean_slot,
+                                            dm_sqlite_def_db_const,
+                                            dm_sqlite_def_db_read,
+                                            dm_sqlite_read_CfgDB_version,
+                                            dm_sqlite_read_DefItemsDB_version};
+
+bool registered;  // guarded by sqlite_mutex
+
+enum class VersionMatch { kSame, kDatabaseIsNewer, kDatabaseIsOlder };
+
+VersionMatch compare_with_library(std::uint32_t stored) {
+  const auto library = static_cast<std::int32_t>(kVersion);
+  const auto database = static_cast<std::int32_t>(stored);
+  if (library == database) return VersionMatch::kSame;
+  return library < database ? VersionMatch::kDatabaseIsNewer : VersionMatch::kDatabaseIsOlder;
+}
+
+void log_match(const char* caller, VersionMatch match, std::uint32_t stored) {
+  switch (match) {
+    case VersionMatch::kSame:
+      KELO_LOG_AS(caller, LOG_LVL_DBUG, "sqlite_ver & database_ver is same\n");
+      return;
+    case VersionMatch::kDatabaseIsNewer:
+      KELO_LOG_AS(caller, LOG_LVL_DBUG, "sqlite_ver rollback to old,database is new\n");
+      return;
+    case VersionMatch::kDatabaseIsOlder:
+      KELO_LOG_AS(caller, LOG_LVL_DBUG, "sqlite_ver update to new,database is old\n");
+      if (stored == 0) KELO_LOG_AS(caller, LOG_LVL_DBUG, "database no update_cb ,clean db\n");
+  }
+}
+
+void store_first_version(const char* caller) {
+  KELO_LOG_AS(caller, LOG_LVL_DBUG, "database no ver_num\n");
+  if (write_item(SQL_VER_ID, kVersionRow) != 0)
+    KELO_LOG_AS(caller, LOG_LVL_DBUG, "database wr ver_num fail\n");
+}
+
+void log_unreadable_version(const char* caller, int result) {
+  if (result == DM_SQLITE_BAD_CRC || result == DM_SQLITE_NOT_OPENED) {
+    KELO_LOG_AS(caller, LOG_LVL_DBUG, "database bad err,clean db\n");
+  } else {
+    KELO_LOG_AS(caller, LOG_LVL_DBUG, "database other err\n");
+  }
+}
+
+// Mends what no read or write has to do with: a primary that is no database, beside a good backup, and rows of one
+// key that an older release may have made.
+void mend_databases(const char* caller) {
+  replace_useless_primary(caller);
+  for (const char* const path : {DB_CONFIG, DB_CONFIGBAK, DB_STATE}) remove_duplicate_rows(path);
+}
+
+// The steps of the first registration in a process.
+void start_up(const char* caller) {
+  Operation operation(caller, Access::kExclusive);
+  std::uint32_t stored = 0;
+  const int result = operation ? read_stored_version(operation, &stored) : DM_SQLITE_NOT_OPENED;
+  if (result >= 1) {
+    const VersionMatch match = compare_with_library(stored);
+    log_match(caller, match, stored);
+    if (match == VersionMatch::kSame) complete_interrupted_write(operation);
+    mend_databases(caller);
+  } else if (result == DM_SQLITE_NOT_PREPARED) {
+    store_first_version(caller);
+  } else {
+    log_unreadable_version(caller, result);
+  }
+}
+
+}  // namespace
+
+void sqlite_reg(kelo_dm_operations* ops) {
+  KELO_LOG(LOG_LVL_DBUG, "sqlite_reg\n");
+  if (ops == nullptr) {
+    refuse_null(__func__);
+    return;
+  }
+  *ops = kOperations;
+  const LockGuard lock(sqlite_mutex);
+  if (registered) {
+    KELO_LOG(LOG_LVL_DBUG, "sqlite_already reg\n");
+    return;
+  }
+  registered = true;
+  start_up(__func__);
+}
+
+int dm_sqlite_check_database() {
+  Operation operation(__func__, Access::kExclusive);
+  return operation ? complete_interrupted_write(operation) : DM_SQLITE_FAILED;
+}
+
+int dm_sqlite_read_CfgDB_version(uint32_t* ver) {
+  if (ver == nullptr) return refuse_null(__func__);
+  const LockGuard lock(sqlite_mutex);
+  Operation operation(__func__, Access::kShared);
+  return operation ? read_stored_version(operation, ver) : DM_SQLITE_NOT_OPENED;
+}
+
+int dm_sqlite_read_DefItemsDB_version(uint32_t* ver) {
+  if (ver == nullptr) return refuse_null(__func__);
+  const LockGuard lock(sqlite_mutex);
+  const Operation operation(__func__, Access::kShared);
+  return operation ? read_defaults_version(ver) : DM_SQLITE_NOT_OPENED;
+}
+
+void sqlite_chk_db_ver_match(int* matched) {
+  if (matched == nullptr) return;
+  const LockGuard lock(sqlite_mutex);
+  Operation operation(__func__, Access::kShared);
+  std::uint32_t cfg_ver = 0;
+  if (!operation || read_stored_version(operation, &cfg_ver) < 0) {
+    KELO_LOG(LOG_LVL_ERR, "tmp_sqlite_ver read fail\n");
+    return;
+  }
+  KELO_LOG(LOG_LVL_DBUG, "tmp_sqlite_ver %x\n", cfg_ver);
+  std::uint32_t def_ver = 0;
+  if (read_defaults_version(&def_ver) < 0) {
+    KELO_LOG(LOG_LVL_ERR, "tmp_DefItems_db_ver read fail\n");
+    return;
+  }
+  KELO_LOG(LOG_LVL_DBUG, "tmp_DefItems_db_ver %x\n", def_ver);
+  *matched = def_ver == kVersion && cfg_ver == def_ver ? 1 : 0;
+  if (*matched == 0) {
+    KELO_LOG(LOG_LVL_ERR, " sqlite_chk_db_ver_not_matched \n");
+  } else {
+    KELO_LOG(LOG_LVL_ERR, " sqlite_chk_db_ver_matched \n");
+  }
+}

@@ -1,0 +1,22 @@
+// The files of the configuration databases beside the exported paths, and the roles they have.
+#ifndef KELO_SQLITE3_FILES_HPP
+#define KELO_SQLITE3_FILES_HPP
+
+#include <cstring>
+
+#include "kelo_utils/sqlite.h"
+
+namespace kelo::store {
+
+// Provisioned by other software of the device; the last source of recovery, never written here.
+inline constexpr char kRecoveryCopy[] = "/kelonvbak/data/config.db";
+
+inline bool is_primary(const char* path) { return std::strcmp(path, DB_CONFIG) == 0; }
+inline bool is_backup(const char* path) { return std::strcmp(path, DB_CONFIGBAK) == 0; }
+
+// Whether both files are in the same directory.
+bool same_directory(const char* path, const char* other);
+
+}  // namespace kelo::store
+
+#endif  // KELO_SQLITE3_FILES_HPP

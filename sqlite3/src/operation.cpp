@@ -1,0 +1,32 @@
+// Begins operations on the configuration databases.
+#include "sqlite3/src/operation.hpp"
+
+#include "kelo_utils/sqlite.h"
+#include "log/library_log.hpp"
+#include "sqlite3/src/safe_copy.hpp"
+
+namespace kelo::store {
+
+Operation::Operation(const char* caller, Access access)
+    : caller_(caller), lock_(caller, DB_CONFIG, access), ready_(lock_ && undo_interrupted_copies()) {}
+
+bool Operation::make_exclusive() {
+  if (exclusive()) return ready_;
+  return ready_ = lock_.make_exclusive() && undo_interrupted_copies();
+}
+
+bool Operation::undo_interrupted_copies() {
+  if (!lock_.locked() || (!copy_was_interrupted(DB_CONFIG) && !copy_was_interrupted(DB_CONFIGBAK)))
+    return true;
+  if (!lock_.make_exclusive()) return false;
+  if (!wait_for_commands(DB_CONFIG)) {
+    KELO_LOG_AS(caller_, LOG_LVL_ERR, "a cp that was left running works on %s, nothing was done\n",
+                DB_CONFIGBAK);
+    return false;
+  }
+  undo_interrupted_copy(DB_CONFIG);
+  undo_interrupted_copy(DB_CONFIGBAK);
+  return true;
+}
+
+}  // namespace kelo::store

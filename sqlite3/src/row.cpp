@@ -1,0 +1,139 @@
+// Stores, finds and reads single rows.
+#include "sqlite3/src/row.hpp"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "data_manager/checksum.hpp"
+#include "kelo_utils/sqlite.h"
+#include "log/library_log.hpp"
+#include "sqlite3/src/sql.hpp"
+
+namespace kelo::store {
+namespace {
+
+// Who stores a row, for the log lines.
+struct RowStep {
+  const char* function;
+  const char* code_label;  // comes before the result code: "rc: " or nothing
+};
+
+Statement prepare_adding_columns(const RowStep& step, sqlite3* db, const Row& row, const char* sql) {
+  for (bool added = false;; added = true) {
+    Preparation prepared = prepare(db, sql);
+    if (prepared.ok()) return std::move(prepared.statement);
+    KELO_LOG_AS(step.function, LOG_LVL_ERR, "[%d] sqlite3_prepare error, %s%d\n", __LINE__, step.code_label,
+                prepared.code);
+    if (added) return {};
+    if (!add_missing_columns(db, row.table, row.key)) {
+      KELO_LOG_AS(step.function, LOG_LVL_ERR, "alter_table_add_column failed\n");
+      return {};
+    }
+  }
+}
+
+// Prepares `sql`, adding columns that the table lacks, binds the row's value and steps. Whether SQLite took it.
+bool run_row(const RowStep& step, sqlite3* db, const Row& row, const char* sql) {
+  const Statement statement = prepare_adding_columns(step, db, row, sql);
+  if (!statement) return false;
+  const int bound = sqlite3_bind_blob(statement.get(), 1, row.value, row.len, SQLITE_STATIC);
+  if (bound != SQLITE_OK) {
+    KELO_LOG_AS(step.function, LOG_LVL_ERR, "[%d] bind_blob error, %s%d\n", __LINE__, step.code_label, bound);
+    return false;
+  }
+  const int stepped = sqlite3_step(statement.get());
+  if (stepped != SQLITE_DONE) {
+    KELO_LOG_AS(step.function, LOG_LVL_ERR, "%d step failed rc: %d\n", __LINE__, stepped);
+  }
+  return stepped == SQLITE_DONE;
+}
+
+// Where it is not known whether the row is there, an insert might make a second one: the update tells, by the
+// number of rows that it changed.
+template <typename Update, typename Insert>
+void update_or_insert(sqlite3* db, const Row& row, Update update, Insert insert) {
+  const Presence presence = look_for_row(db, row.table, row.key);
+  if (presence == Presence::kAbsent) {
+    insert();
+  } else if (update() && presence == Presence::kUnknown && sqlite3_changes(db) == 0) {
+    insert();
+  }
+}
+
+}  // namespace
+
+std::int32_t value_crc(const void* value, int len) {
+  constexpr unsigned kCountedBits = 0xFFFF;
+  return dm::checksum(value, static_cast<std::uint16_t>(static_cast<unsigned>(len) & kCountedBits), 0);
+}
+
+Presence look_for_row(sqlite3* db, const char* table, const char* key) {
+  const SqlText select(sql::kSelectExistence, table, key);
+  const Rows found = select_rows(db, select.c_str());
+  if (found.outcome.ok()) return found.rows >= 1 ? Presence::kPresent : Presence::kAbsent;
+  KELO_LOG_AS("dm_record_exist", LOG_LVL_ERR, "[%d] get table existence error: %s\n", __LINE__,
+              sqlite3_errstr(found.outcome.code));
+  return Presence::kUnknown;
+}
+
+void store_item(sqlite3* db, const Row& row) {
+  constexpr char kCaller[] = "dm_update_record";
+  const std::int32_t crc = value_crc(row.value, row.len);
+  KELO_LOG_AS(kCaller, LOG_LVL_DBUG, "wr crc: 0x%x\n", static_cast<unsigned>(crc));
+  update_or_insert(
+      db, row,
+      [&] {
+        const SqlText update(sql::kUpdateItem, row.table, row.id, row.type, row.len, crc, row.key);
+        return run_row({kCaller, "rc: "}, db, row, update.c_str());
+      },
+      [&] {
+        const SqlText insert(sql::kInsertItem, row.table, row.id, row.key, row.type, row.len, crc);
+        run_row({kCaller, ""}, db, row, insert.c_str());
+      });
+}
+
+void store_default(sqlite3* db, const Row& row) {
+  constexpr RowStep kStep = {"dm_update_def_record", ""};
+  update_or_insert(
+      db, row,
+      [&] {
+        const SqlText update(sql::kUpdateDefault, row.table, row.type, row.len, row.key);
+        return run_row(kStep, db, row, update.c_str());
+      },
+      [&] {
+        const SqlText insert(sql::kInsertDefault, row.table, row.key, row.type, row.len);
+        run_row(kStep, db, row, insert.c_str());
+      });
+}
+
+int fetch_value(const char* caller, sqlite3_stmt* select, void* buf, int size, std::uint32_t* second) {
+  const int stepped = sqlite3_step(select);
+  if (stepped != SQLITE_ROW) {
+    KELO_LOG_AS(caller, LOG_LVL_ERR, "sqlite3_step error %d\n", stepped);
+    return DM_SQLITE_FAILED;
+  }
+  const void* const value = sqlite3_column_blob(select, 0);
+  const int length = sqlite3_column_bytes(select, 0);
+  if (length == 0 || value == nullptr) return DM_SQLITE_FAILED;
+  const int copied = std::min(size, length);
+  std::memcpy(buf, value, static_cast<std::size_t>(copied));
+  if (second != nullptr) *second = static_cast<std::uint32_t>(sqlite3_column_int(select, 1));
+  return copied;
+}
+
+void remove_duplicate_rows(const char* path) {
+  const Opening opening = open_for_writing(path);
+  if (!opening.ok()) return;
+  const Rows tables = select_rows(opening.db.get(), sql::kSelectTables);
+  for (int table = 0; tables.outcome.ok() && table < tables.rows; ++table) {
+    const char* const name = tables.cell(table, 0);
+    const Rows duplicate = select_rows(opening.db.get(), SqlText(sql::kSelectDuplicate, name).c_str());
+    if (!duplicate.outcome.ok() || duplicate.rows == 0) continue;
+    const Outcome removed = execute(opening.db.get(), SqlText(sql::kDeleteDuplicates, name, name).c_str());
+    KELO_LOG_AS("sqlite_reg", LOG_LVL_WRN, "%s: older rows of one key in %s removed: %d\n", path, name,
+                removed.code);
+  }
+}
+
+}  // namespace kelo::store

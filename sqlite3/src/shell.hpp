@@ -1,0 +1,24 @@
+// The shell commands of the configuration databases.
+#ifndef KELO_SQLITE3_SHELL_HPP
+#define KELO_SQLITE3_SHELL_HPP
+
+#include <span>
+
+#include "base/file.hpp"
+
+namespace kelo::store {
+
+// Runs a command and reads its standard output, as far as it fits. Returns the wait status (-1 when it cannot be
+// told, as in a program that ignores SIGCHLD); empty `started` when it could not be started, which is logged.
+struct CommandEnd {
+  bool started;
+  int status;
+};
+CommandEnd run_command(const char* command, std::span<char> output, base::Descriptor* under_way = nullptr);
+
+// As a copy wants it: see RunCommand.
+bool run_copy_command(const char* command, base::Descriptor& under_way);
+
+}  // namespace kelo::store
+
+#endif  // KELO_SQLITE3_SHELL_HPP

@@ -1,0 +1,53 @@
+// Completes the write that a crash interrupted.
+#include "sqlite3/src/start_up.hpp"
+
+#include <optional>
+
+#include "base/file.hpp"
+#include "base/heap.hpp"
+#include "kelo_utils/sqlite.h"
+#include "log/library_log.hpp"
+#include "sqlite3/src/fatal.hpp"
+#include "sqlite3/src/item_read.hpp"
+#include "sqlite3/src/item_write.hpp"
+#include "sqlite3/src/journal.hpp"
+
+namespace kelo::store {
+namespace {
+
+constexpr char kCaller[] = "dm_sqlite_check_database";
+
+// Carries the journalled item from the primary over to the backup, if the primary holds it undamaged.
+int complete_backup(Operation& operation, const JournalRow& journal) {
+  const JournalItem item = journal.item();
+  const auto value = base::zeroed_array<char>(static_cast<std::size_t>(item.len));
+  if (!value) fatal(__LINE__);
+  KELO_LOG_AS(kCaller, LOG_LVL_DBUG, "dm_sqlite_check_database read primary\n");
+  std::uint32_t crc = 0;
+  const int len = read_row(operation, DB_CONFIG, {item.table, item.key, value.get(), item.len}, &crc);
+  if (len < 1 || value_crc(value.get(), len) != static_cast<std::int32_t>(crc)) return DM_SQLITE_FAILED;
+  const Row row = {item.table,  static_cast<std::int32_t>(item.id),
+                   item.key,    static_cast<std::int32_t>(item.type),
+                   value.get(), len};
+  const int written = write_row(DB_CONFIGBAK, row, OnCorruption::kRepair);
+  static_cast<void>(base::sync_directory_of(DB_CONFIGBAK));
+  return written;
+}
+
+}  // namespace
+
+int complete_interrupted_write(Operation& operation) {
+  const std::optional<JournalRow> row = read_journal();
+  if (!row) return DM_SQLITE_FAILED;
+  if (row->state == WS_BACKUP_DONE) {
+    KELO_LOG_AS(kCaller, LOG_LVL_DBUG, "dm_sqlite_check_database len: %d\n", row->len);
+    KELO_LOG_AS(kCaller, LOG_LVL_DBUG, "dm_sqlite_check_database suc, no need sync\n");
+    return 0;
+  }
+  // A write that stopped before its row was complete is neither redone nor undone: the next write takes its
+  // place.
+  if (row->len < 1 || row->state != WS_WRITE_DONE) return 0;
+  return complete_backup(operation, *row);
+}
+
+}  // namespace kelo::store
