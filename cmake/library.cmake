@@ -30,12 +30,15 @@ endif()
 target_link_libraries(kelo_utils_objects PRIVATE kelo_build_options SQLite::SQLite3 Threads::Threads)
 
 set(KELO_VERSION_SCRIPT ${CMAKE_BINARY_DIR}/kelo_utils.map)
+set(KELO_DYNAMIC_LIST ${CMAKE_BINARY_DIR}/kelo_utils.dynamic)
+set(lists_of_symbols ${CMAKE_SOURCE_DIR}/abi/exports.txt ${CMAKE_SOURCE_DIR}/abi/replaceable.txt)
 add_custom_command(
-  OUTPUT ${KELO_VERSION_SCRIPT}
-  COMMAND ${CMAKE_COMMAND} -DEXPORTS=${CMAKE_SOURCE_DIR}/abi/exports.txt -DOUTPUT=${KELO_VERSION_SCRIPT}
-          -P ${CMAKE_SOURCE_DIR}/cmake/version_script.cmake
-  DEPENDS ${CMAKE_SOURCE_DIR}/abi/exports.txt ${CMAKE_SOURCE_DIR}/cmake/version_script.cmake)
-add_custom_target(kelo_version_script DEPENDS ${KELO_VERSION_SCRIPT})
+  OUTPUT ${KELO_VERSION_SCRIPT} ${KELO_DYNAMIC_LIST}
+  COMMAND ${CMAKE_COMMAND} -DEXPORTS=${CMAKE_SOURCE_DIR}/abi/exports.txt
+          -DREPLACEABLE=${CMAKE_SOURCE_DIR}/abi/replaceable.txt -DVERSION_SCRIPT=${KELO_VERSION_SCRIPT}
+          -DDYNAMIC_LIST=${KELO_DYNAMIC_LIST} -P ${CMAKE_SOURCE_DIR}/cmake/linker_lists.cmake
+  DEPENDS ${lists_of_symbols} ${CMAKE_SOURCE_DIR}/cmake/linker_lists.cmake)
+add_custom_target(kelo_linker_lists DEPENDS ${KELO_VERSION_SCRIPT} ${KELO_DYNAMIC_LIST})
 
 # CMake would hand the C driver the C++ run time for these objects, which need none of it.
 set(CMAKE_CXX_IMPLICIT_LINK_LIBRARIES "")
@@ -49,13 +52,16 @@ endfunction()
 
 kelo_library(kelo_utils SHARED)
 set_target_properties(kelo_utils PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 0 EXPORT_NAME utils)
-set_property(TARGET kelo_utils PROPERTY LINK_DEPENDS ${KELO_VERSION_SCRIPT})
-add_dependencies(kelo_utils kelo_version_script)
+set_property(TARGET kelo_utils PROPERTY LINK_DEPENDS ${KELO_VERSION_SCRIPT} ${KELO_DYNAMIC_LIST})
+add_dependencies(kelo_utils kelo_linker_lists)
 # A daemon that logs calls the diagnostic channel itself, so it links the platform's library too.
 target_link_libraries(kelo_utils PRIVATE SQLite::SQLite3 Threads::Threads PUBLIC ${KELO_DIAG_LIBRARY})
+# The library's calls of its own exports are bound here, but for those on the list. It is never unloaded: its thread,
+# the handler of its signal and its fork handler would go on in memory that is gone.
 target_link_options(kelo_utils PRIVATE
-  -Wl,--version-script=${KELO_VERSION_SCRIPT} -Wl,-z,relro -Wl,-z,now -Wl,--gc-sections -Wl,--as-needed
-  -Wl,--build-id -Wl,-Map=${CMAKE_BINARY_DIR}/kelo_utils.link.map)
+  -Wl,--version-script=${KELO_VERSION_SCRIPT} -Wl,--dynamic-list=${KELO_DYNAMIC_LIST} -Wl,-z,nodelete
+  -Wl,-z,relro -Wl,-z,now -Wl,--gc-sections -Wl,--as-needed -Wl,--build-id
+  -Wl,-Map=${CMAKE_BINARY_DIR}/kelo_utils.link.map)
 if(KELO_SANITIZE)
   target_link_options(kelo_utils PRIVATE -fsanitize=${KELO_SANITIZE})
 else()

@@ -2,4 +2,6 @@
 target_sources(${target} PRIVATE registry_table.c)
 set_property(SOURCE registry_table.c PROPERTY COMPILE_OPTIONS -pedantic -Werror)
 set_property(TARGET ${target} PROPERTY C_EXTENSIONS OFF)
-target_link_libraries(${target} PRIVATE ${CMAKE_DL_LIBS})
+# The library's calls of symOpen() go through the test's own.
+set_property(TARGET ${target} PROPERTY KELO_LINKS_ARCHIVE ON)
+target_link_options(${target} PRIVATE -Wl,--wrap=symOpen)

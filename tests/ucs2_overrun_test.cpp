@@ -1,5 +1,5 @@
 // The UCS-2 conversions on top of a conversion that does not keep to its buffer: the program's own takes the
-// library's place.
+// place of the archive's.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -26,6 +26,14 @@
  *   (levels, callbacks, storage places, registered items) are made at start-up, in one thread.
  * - fork() and signals. Descriptors are closed on exec. No function is for use in a signal handler.
  * - `errno` is not part of any result. Logging preserves it.
+ * - Names. A program that has a function of its own with the name of one of these functions changes nothing in
+ *   the shared library, which calls its own. What a program may replace are the hooks (dm_pal_reg() and its
+ *   siblings) and the diagnostic channel (Diag_LSM_Init(), msg_sprintf()). In a link with the archive each name
+ *   exists once: do not define one of these functions there.
+ * - Addresses. In a program that is not position-independent the address of a function of the shared library
+ *   differs from the one that the library itself uses, in the operations of a handle for example: call
+ *   through function pointers, do not compare them.
+ * - dlclose(). The shared library stays loaded until the process ends.
  * - Layout. Public records are fixed on 32-bit ARM, where other programs of the router rely on them. Fields
  *   that hold a pointer or an address have the machine's pointer size, so a record may be larger elsewhere.
  */
