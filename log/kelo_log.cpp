@@ -1,3 +1,4 @@
+// Levels, the switch, and the way of a message.
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -59,11 +60,11 @@ Delivery deliver(int level, char* buf, const char* func, int line, const char* f
   start_diag_channel(enable);
   std::vsnprintf(buf, KELO_LOG_BUFFER_SIZE, fmt, arguments);
   if (enable != 0) return Delivery::hand_to_channel;
-  kelo::log::compose_local_line({lock.process(), level, func, line, buf});
+  const char* const text = kelo::log::compose_local_line({lock.process(), level, func, line, buf});
   if (const kelo_print_fn print = log_print_fn.load(std::memory_order_acquire)) {
-    print(log_msg);
+    print(text);
   } else {
-    std::fputs(log_msg, stdout);
+    std::fputs(text, stdout);
   }
   return Delivery::printed;
 }

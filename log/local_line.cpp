@@ -1,3 +1,4 @@
+// Composes local lines.
 #include "log/local_line.hpp"
 
 #include <fcntl.h>
@@ -13,12 +14,34 @@
 #include "base/file.hpp"
 #include "kelo_utils/log.h"
 #include "log/appender.hpp"
+#include "log/moved_data.hpp"
 
 char log_msg[KELO_LOG_LINE_SIZE];
 char str_t[KELO_LOG_STAMP_SIZE];
 
+// The objects above under names that no program can take over.
+extern "C" {
+extern __attribute__((visibility("hidden"), alias("log_msg"))) char kelo_log_own_line[KELO_LOG_LINE_SIZE];
+extern __attribute__((visibility("hidden"), alias("str_t"))) char kelo_log_own_stamp[KELO_LOG_STAMP_SIZE];
+}
+
 namespace kelo::log {
 namespace {
+
+// Where lines and stamps are composed, guarded by the log lock. The exported names may be found at objects of a
+// program that knows nothing of them, of any size: those are left alone.
+std::span<char> line_place;
+std::span<char> stamp_place;
+
+std::span<char> place_of(std::span<char> exported, std::span<char> own) {
+  return is_librarys(exported.data(), own.data(), own.size()) ? exported : own;
+}
+
+void find_places() {
+  if (!line_place.empty()) return;
+  stamp_place = place_of(str_t, kelo_log_own_stamp);
+  line_place = place_of(log_msg, kelo_log_own_line);
+}
 
 // Six tags, of which the lookup serves the first five: no call site of the library uses the last level, and
 // its lines, like those of level -1, carry the C library's null-string text.
@@ -34,8 +57,9 @@ void stamp_time() {
   timeval now{};
   gettimeofday(&now, nullptr);
   const base::CalendarTime utc = base::calendar_from_seconds(now.tv_sec);
-  std::snprintf(str_t, sizeof str_t, "%04d-%02d-%02d %02d:%02d:%02d.%03d", static_cast<int>(utc.year),
-                utc.month, utc.day, utc.hour, utc.minute, utc.second, static_cast<int>(now.tv_usec / 1000));
+  std::snprintf(stamp_place.data(), stamp_place.size(), "%04d-%02d-%02d %02d:%02d:%02d.%03d",
+                static_cast<int>(utc.year), utc.month, utc.day, utc.hour, utc.minute, utc.second,
+                static_cast<int>(now.tv_usec / 1000));
 }
 
 // Reads the thread's name from the proc file system; the text "NULL" when it cannot be read.
@@ -56,19 +80,21 @@ void read_thread_name(int process, int thread, std::span<char> name) {
 
 }  // namespace
 
-void compose_local_line(const Message& message) {
+const char* compose_local_line(const Message& message) {
+  find_places();
   const int thread = get_tid();
   std::array<char, 64> thread_name{};  // the kernel keeps names to 16 bytes
   read_thread_name(message.process, thread, thread_name);
-  // Both are exported: nothing of an earlier, longer line stays behind the terminators.
-  std::memset(str_t, 0, sizeof str_t);
-  std::memset(log_msg, 0, sizeof log_msg);
+  // Both are exported: nothing of an earlier, longer line is left after the terminators.
+  std::memset(stamp_place.data(), 0, stamp_place.size());
+  std::memset(line_place.data(), 0, line_place.size());
   stamp_time();
-  Appender line(log_msg);
-  line.print("%s : %s | [%d | %d-%s] | ", str_t, tag_of(message.level), message.process, thread,
+  Appender line(line_place);
+  line.print("%s : %s | [%d | %d-%s] | ", stamp_place.data(), tag_of(message.level), message.process, thread,
              thread_name.data());
   append_display_name(line, message.func);
   line.print(" %d | %s", message.line, message.text);
+  return line_place.data();
 }
 
 }  // namespace kelo::log

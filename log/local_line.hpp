@@ -12,9 +12,9 @@ struct Message {
   const char* text;
 };
 
-// Composes the line of `message` in the exported `log_msg` and its time stamp in `str_t`.
-// The caller holds the log lock.
-void compose_local_line(const Message& message);
+// Composes the line of `message` and returns it: the exported `log_msg`, with the time stamp in `str_t`, unless these
+// names are found at objects of the program's own. The caller holds the log lock as long as it uses the line.
+const char* compose_local_line(const Message& message);
 
 }  // namespace kelo::log
 

@@ -30,6 +30,10 @@
  *   the shared library, which calls its own. What a program may replace are the hooks (dm_pal_reg() and its
  *   siblings) and the diagnostic channel (Diag_LSM_Init(), msg_sprintf()). In a link with the archive each name
  *   exists once: do not define one of these functions there.
+ *   The exported writable data has plain names, too, and is found in the program where the program defines it:
+ *   define no DB_CONFIG, DB_CONFIGBAK, DB_DEF_ITEMS, DB_EXPORT_CSV, DB_STATE, db_area, db_rst_bak or free_mutex
+ *   of your own, not even without these headers. A log_msg or str_t of the program's own does no harm beside the
+ *   shared library: it is neither read nor written.
  * - Addresses. In a program that is not position-independent the address of a function of the shared library
  *   differs from the one that the library itself uses, in the operations of a handle for example: call
  *   through function pointers, do not compare them.

@@ -61,8 +61,9 @@ typedef struct LogDiagDescriptor {
 /** Format of every diagnostic record; its arguments are the process id, the function name and the message. */
 #define KELO_LOG_DIAG_FORMAT "KELO-FWA[%d] %s(): %s"
 
-/** The last local line, NUL-terminated. Written under the log lock: a reader elsewhere may see a half-made
- * line. */
+/** The last local line, NUL-terminated, with zeros up to its end. Written under the log lock: a reader
+ * elsewhere may see a half-made line. Where a program defines an object of this name itself, that is left alone
+ * and the line is composed elsewhere. */
 extern KELO_API char log_msg[KELO_LOG_LINE_SIZE];
 
 /** The time stamp of the last local line, NUL-terminated; the same caution as for ::log_msg. */

@@ -1,0 +1,104 @@
+// Tells objects that the loader moved into the program from objects of the program's own.
+#include "log/moved_data.hpp"
+
+#include <elf.h>
+#include <link.h>
+#include <sys/auxv.h>
+
+#include <cstdint>
+#include <span>
+
+namespace kelo::log {
+namespace {
+
+using Header = ElfW(Phdr);
+using Symbol = ElfW(Sym);
+
+// The relocations of the program and what they refer to.
+struct Relocations {
+  std::uintptr_t base = 0;  // what the loader added to the program's addresses
+  const Symbol* symbols = nullptr;
+  std::span<const ElfW(Rel)> plain;
+  std::span<const ElfW(Rela)> with_addend;
+};
+
+// Some loaders have put the loaded address into a dynamic entry, others leave it as the linker wrote it.
+template <typename T>
+const T* loaded(std::uintptr_t address, std::uintptr_t base) {
+  return reinterpret_cast<const T*>(address < base ? address + base : address);
+}
+
+void take_entry(const ElfW(Dyn) & entry, Relocations& found) {
+  const std::uintptr_t value = entry.d_un.d_ptr;
+  switch (entry.d_tag) {
+    case DT_SYMTAB:
+      found.symbols = loaded<Symbol>(value, found.base);
+      break;
+    case DT_REL:
+      found.plain = {loaded<ElfW(Rel)>(value, found.base), found.plain.size()};
+      break;
+    case DT_RELSZ:
+      found.plain = {found.plain.data(), value / sizeof(ElfW(Rel))};
+      break;
+    case DT_RELA:
+      found.with_addend = {loaded<ElfW(Rela)>(value, found.base), found.with_addend.size()};
+      break;
+    case DT_RELASZ:
+      found.with_addend = {found.with_addend.data(), value / sizeof(ElfW(Rela))};
+      break;
+    default:
+      break;
+  }
+}
+
+// Read from the program's headers, whose place the kernel tells: asking the loader would take its lock, which a child
+// of fork() may have inherited held.
+Relocations relocations_of_program() {
+  const std::span headers(reinterpret_cast<const Header*>(getauxval(AT_PHDR)), getauxval(AT_PHNUM));
+  Relocations found;
+  const Header* dynamic = nullptr;
+  bool placed = false;
+  if (headers.data() == nullptr) return {};
+  for (const Header& header : headers) {
+    if (header.p_type == PT_DYNAMIC) dynamic = &header;
+    if (header.p_type != PT_PHDR) continue;
+    found.base = reinterpret_cast<std::uintptr_t>(headers.data()) - header.p_vaddr;
+    placed = true;
+  }
+  if (dynamic == nullptr || !placed) return {};
+  const auto* entry = reinterpret_cast<const ElfW(Dyn)*>(found.base + dynamic->p_vaddr);
+  for (; entry->d_tag != DT_NULL; ++entry) take_entry(*entry, found);
+  return found;
+}
+
+// What is relocated to itself is copied: the number that processors give to that kind of relocation need not be known.
+template <typename Relocation>
+bool copied(std::span<const Relocation> relocations, const Relocations& program, std::uintptr_t object,
+            std::size_t size) {
+  constexpr unsigned kSymbolShift = sizeof(void*) == 8 ? 32 : 8;
+  for (const Relocation& relocation : relocations) {
+    if (program.base + relocation.r_offset != object) continue;
+    const Symbol& symbol = program.symbols[relocation.r_info >> kSymbolShift];
+    if (program.base + symbol.st_value == object && symbol.st_size >= size) return true;
+  }
+  return false;
+}
+
+bool is_moved(std::uintptr_t object, std::size_t size) {
+#if defined(__mips64)
+  // Its relocations name their symbols in a form of its own.
+  return object == 0 && size == 0;
+#else
+  const Relocations program = relocations_of_program();
+  return program.symbols != nullptr &&
+         (copied(program.plain, program, object, size) || copied(program.with_addend, program, object, size));
+#endif
+}
+
+}  // namespace
+
+bool is_librarys(const void* found, const void* own, std::size_t size) {
+  return found == own || is_moved(reinterpret_cast<std::uintptr_t>(found), size);
+}
+
+}  // namespace kelo::log

@@ -1,0 +1,33 @@
+# The programs in each kind of link. Position-dependent code refers directly to the arrays that the library exports, so
+# that the loader moves them into the program.
+function(kelo_log_data_program name source library)
+  add_executable(${name} ${source})
+  target_link_libraries(${name} PRIVATE ${library} kelo_build_options)
+  if(name MATCHES "_no_pie$")
+    target_compile_options(${name} PRIVATE -fno-pie)
+    target_link_options(${name} PRIVATE -no-pie)
+  else()
+    target_compile_options(${name} PRIVATE -fPIE)
+    target_link_options(${name} PRIVATE -pie)
+  endif()
+  target_compile_definitions(${name} PRIVATE ${ARGN})
+  add_dependencies(${target} ${name})
+endfunction()
+
+kelo_log_data_program(log_data_shared_pie log_data_program.c kelo_utils)
+kelo_log_data_program(log_data_shared_no_pie log_data_program.c kelo_utils MOVED)
+kelo_log_data_program(log_data_static_pie log_data_program.c kelo_utils_static)
+kelo_log_data_program(log_data_static_no_pie log_data_program.c kelo_utils_static)
+
+add_library(own_log_data SHARED own_log_data_library.c)
+target_compile_definitions(own_log_data PUBLIC SIZE=64)
+
+foreach(kind pie no_pie)
+  foreach(size 128 4096)
+    kelo_log_data_program(own_log_data_${size}_${kind} own_log_data_program.c kelo_utils SIZE=${size})
+  endforeach()
+  kelo_log_data_program(own_log_data_elsewhere_${kind} own_log_data_program.c own_log_data ELSEWHERE)
+  target_link_libraries(own_log_data_elsewhere_${kind} PRIVATE kelo_utils)
+  kelo_log_data_program(own_log_functions_${kind} own_log_data_program.c kelo_utils FUNCTIONS)
+  target_link_options(own_log_functions_${kind} PRIVATE -rdynamic)
+endforeach()
