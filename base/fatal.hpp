@@ -2,18 +2,25 @@
 #ifndef KELO_BASE_FATAL_HPP
 #define KELO_BASE_FATAL_HPP
 
-#include <cstdio>
-#include <cstdlib>
+#include <cstddef>
+
+#include "base/heap.hpp"
 
 namespace kelo::base {
 
-// Prints "<source path>, line: <line>" on standard output and aborts. `source_path` is the fixed name that
-// field engineers search for in crash logs, not the name of the file that holds the call.
-[[noreturn]] inline void fatal(const char* source_path, int line) {
-  std::printf("%s, line: %d\n", source_path, line);
-  std::fflush(stdout);
-  std::abort();
-}
+// The fixed names that field engineers search for in crash logs. They are not those of the files that hold
+// the calls.
+inline constexpr char kDataManagerCode[] = "data_manager/kelo_app_dm.c";
+inline constexpr char kMemoryItemsCode[] = "data_manager/kelo_dm_sync_mem.c";
+inline constexpr char kStoreCode[] = "sqlite3/src/kelo_dm_sqlite.c";
+inline constexpr char kCommonCode[] = "kelo-app-common/src/kelo_common_def.c";
+inline constexpr char kSystemCode[] = "kelo-app-os-al/kelo_app_os_al.c";
+
+// Prints "<source path>, line: <line>" on standard output and aborts. The default is the line of the call.
+[[noreturn]] void fatal(const char* source_path, int line = __builtin_LINE());
+
+// `size` zero-filled bytes. Memory that runs out is fatal.
+HeapPtr<char[]> zeroed_or_fatal(std::size_t size, const char* source_path, int line = __builtin_LINE());
 
 }  // namespace kelo::base
 

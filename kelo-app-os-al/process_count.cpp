@@ -5,7 +5,6 @@
 #include "base/decimal.hpp"
 #include "base/fatal.hpp"
 #include "base/pipe_stream.hpp"
-#include "kelo-app-os-al/fatal_path.hpp"
 #include "kelo_utils/app_os_al.h"
 #include "log/library_log.hpp"
 
@@ -24,7 +23,7 @@ int kelo_check_process_exist(const char* name) {
   std::array<char, kCommandSize> command;
   const int length = std::snprintf(command.data(), command.size(), "ps | grep -v grep | grep -c %s", name);
   if (length < 0 || static_cast<std::size_t>(length) >= command.size())
-    kelo::base::fatal(kelo::os::kFatalPath, __LINE__);
+    kelo::base::fatal(kelo::base::kSystemCode);
   const auto pipe = kelo::base::PipeStream::reading(command.data());
   if (!pipe) return 0;
   std::array<char, kMostDigits + 1> digits{};

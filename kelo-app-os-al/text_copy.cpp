@@ -7,7 +7,6 @@
 #include <cstring>
 
 #include "base/fatal.hpp"
-#include "kelo-app-os-al/fatal_path.hpp"
 #include "kelo_utils/app_os_al.h"
 #include "log/library_log.hpp"
 
@@ -72,8 +71,7 @@ void kelo_string_memcpy(char* destination, const char* source, std::size_t n) {
 int kelo_utf8_NumBytesInChar(char lead) { return static_cast<int>(character_size(lead)); }
 
 int kelo_utf8_Copy(char* destination, const char* source, std::size_t size, std::size_t* copied) {
-  if (destination == nullptr || source == nullptr || size == 0)
-    kelo::base::fatal(kelo::os::kFatalPath, __LINE__);
+  if (destination == nullptr || source == nullptr || size == 0) kelo::base::fatal(kelo::base::kSystemCode);
   const Utf8Prefix prefix = whole_characters(source, size - 1);
   std::memcpy(destination, source, prefix.length);
   destination[prefix.length] = '\0';

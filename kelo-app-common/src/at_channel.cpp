@@ -11,10 +11,10 @@
 #include <cstring>
 #include <span>
 
+#include "base/fatal.hpp"
 #include "base/file.hpp"
 #include "base/heap.hpp"
 #include "kelo-app-common/src/at_reply.hpp"
-#include "kelo-app-common/src/fatal.hpp"
 #include "kelo_utils/app_common.h"
 #include "log/library_log.hpp"
 
@@ -25,8 +25,9 @@ namespace {
 
 using kelo::base::Descriptor;
 using kelo::base::HeapPtr;
+using kelo::base::kCommonCode;
 using kelo::base::retry_interrupted;
-using kelo::common::zeroed_or_fatal;
+using kelo::base::zeroed_or_fatal;
 
 constexpr std::uint16_t kServicePort = 5555;
 constexpr int kAttempts = 3;
@@ -121,7 +122,8 @@ class Exchange {
 };
 
 bool exchange(std::span<char> reply, const char* command) {
-  const HeapPtr<char[]> prepared = zeroed_or_fatal(std::strlen(command) + kelo::at::kPreparedExtra);
+  const HeapPtr<char[]> prepared =
+      zeroed_or_fatal(std::strlen(command) + kelo::at::kPreparedExtra, kCommonCode);
   const std::size_t length = kelo::at::prepare_command(command, prepared.get());
   return Exchange(reply, prepared.get(), length).run();
 }
@@ -129,7 +131,7 @@ bool exchange(std::span<char> reply, const char* command) {
 }  // namespace
 
 char* kelo_util_send_at(const char* command) {
-  HeapPtr<char[]> reply = zeroed_or_fatal(KELO_AT_REPLY_SIZE);
+  HeapPtr<char[]> reply = zeroed_or_fatal(KELO_AT_REPLY_SIZE, kCommonCode);
   bool complete = false;
   if (command == nullptr) {
     KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);

@@ -6,11 +6,15 @@
 #include <cstdlib>
 #include <utility>
 
-#include "kelo-app-common/src/fatal.hpp"
+#include "base/fatal.hpp"
 #include "kelo_utils/app_common.h"
 #include "log/library_log.hpp"
 
 namespace {
+
+using kelo::base::fatal;
+using kelo::base::kCommonCode;
+using kelo::base::zeroed_or_fatal;
 
 // Other programs of the router count in words: 11 and one byte are 45 bytes on the 32-bit target.
 constexpr std::size_t kWord = sizeof(void*);
@@ -92,11 +96,11 @@ kelo_cmd_q_data* kelo_malloc_cmd_q_data(int cmd_type) {
   const PayloadKind* const kind = find_kind(cmd_type);
   if (kind == nullptr || kind->allocated == kNone) {
     KELO_LOG(LOG_LVL_ERR, "Invalid CMD type: %d\n", cmd_type);
-    kelo::common::fatal();
+    fatal(kCommonCode);
   }
-  auto payload = kelo::common::zeroed_or_fatal(kind->allocated);
+  auto payload = zeroed_or_fatal(kind->allocated, kCommonCode);
   auto* const record =
-      reinterpret_cast<kelo_cmd_q_data*>(kelo::common::zeroed_or_fatal(KELO_CMD_Q_DATA_SIZE).release());
+      reinterpret_cast<kelo_cmd_q_data*>(zeroed_or_fatal(KELO_CMD_Q_DATA_SIZE, kCommonCode).release());
   record->cmd_type = cmd_type;
   record->payload = payload.release();
   KELO_LOG(LOG_LVL_DBUG, "cmd_type = %d\n", cmd_type);
