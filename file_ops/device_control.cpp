@@ -16,7 +16,7 @@ static_assert(kConfigureTimeCode == 0x40325A1E);
 
 int kelo_ioctl_file(const char* path, unsigned long request, void* argument) {
   if (path == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return KELO_FILE_NOT_OPENED;
   }
   const auto node = kelo::files::open_or_log(__func__, path, O_RDWR);

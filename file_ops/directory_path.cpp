@@ -26,7 +26,7 @@ bool make_directories(char* path, mode_t mode) {
 
 int dir_make_path(const char* path, mode_t mode) {
   if (path == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return -1;
   }
   std::array<char, kPathSize> directory;

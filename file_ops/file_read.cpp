@@ -21,7 +21,7 @@ std::size_t terminate_line(std::span<char> text) {
 
 int kelo_read_file(const char* path, void* buffer, std::size_t size) {
   if (path == nullptr || buffer == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return path == nullptr ? KELO_FILE_NOT_OPENED : KELO_FILE_NOT_READ;
   }
   const auto file = kelo::files::open_or_log(__func__, path, O_RDONLY);
@@ -39,7 +39,7 @@ int kelo_read_file(const char* path, void* buffer, std::size_t size) {
 
 int kelo_read_file_with_reading_length_returned(const char* path, void* buffer, std::int32_t size) {
   if (path == nullptr || buffer == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return -1;
   }
   const auto file = kelo::files::open_or_log(__func__, path, O_RDONLY);

@@ -13,7 +13,7 @@ constexpr mode_t kEverything = 0777;
 // Under the name of the operation `function`.
 int write_file(const char* function, const char* path, int flags, const void* data, std::size_t length) {
   if (path == nullptr || data == nullptr) {
-    KELO_LOG_AS(function, LOG_LVL_ERR, "%s param NULL\n", function);
+    kelo::log::param_null(function);
     return path == nullptr ? KELO_FILE_NOT_OPENED : KELO_FILE_NOT_WRITTEN;
   }
   const auto file = kelo::files::open_or_log(function, path, O_WRONLY | flags, kEverything);

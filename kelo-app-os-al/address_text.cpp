@@ -29,7 +29,7 @@ bool is_large_enough(const char* caller, std::int32_t size, std::int32_t needed)
 
 bool is_present(const char* caller, const void* argument) {
   if (argument != nullptr) return true;
-  KELO_LOG_AS(caller, LOG_LVL_ERR, "%s param NULL\n", caller);
+  kelo::log::param_null(caller);
   return false;
 }
 

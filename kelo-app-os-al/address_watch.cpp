@@ -119,7 +119,7 @@ bool find_global_address(ByteSpan datagram, unsigned interface_index, char* text
 
 int kelo_check_global_ipv6_addr(const char* interface_name, char* address) {
   if (interface_name == nullptr || address == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return 1;
   }
   const unsigned interface_index = if_nametoindex(interface_name);

@@ -64,7 +64,7 @@ char DecToHex(int value) {
 
 int hex_BinaryToString(const std::uint8_t* bytes, std::uint32_t count, char* text, std::uint32_t size) {
   if (bytes == nullptr || text == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return -1;
   }
   if (!digits_fit(count, size)) return -1;
@@ -73,7 +73,7 @@ int hex_BinaryToString(const std::uint8_t* bytes, std::uint32_t count, char* tex
 
 int kelo_hex_BinaryToString(const std::uint8_t* bytes, std::uint32_t count, char* text, std::uint32_t size) {
   if (bytes == nullptr || text == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return -1;
   }
   if (!digits_fit(count, size)) {
@@ -85,7 +85,7 @@ int kelo_hex_BinaryToString(const std::uint8_t* bytes, std::uint32_t count, char
 
 int kelo_hex_StringToBinary(const char* text, std::uint32_t length, std::uint8_t* bytes, std::uint32_t size) {
   if (text == nullptr || bytes == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return -1;
   }
   if (length % 2 != 0) {
@@ -114,7 +114,7 @@ int kelo_hex_StringToBinary(const char* text, std::uint32_t length, std::uint8_t
 int kelo_hex_HexaToInteger(const char* text) {
   constexpr std::uint32_t kLastWithRoom = INT_MAX / kBase;
   if (text == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return -1;
   }
   std::uint32_t value = 0;
@@ -127,7 +127,7 @@ int kelo_hex_HexaToInteger(const char* text) {
 
 int htoi(const char* text) {
   if (text == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return 0;
   }
   if (text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) text += 2;

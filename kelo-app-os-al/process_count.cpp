@@ -17,7 +17,7 @@ constexpr std::size_t kMostDigits = 16;
 
 int kelo_check_process_exist(const char* name) {
   if (name == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return -1;
   }
   std::array<char, kCommandSize> command;

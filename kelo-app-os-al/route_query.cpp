@@ -154,12 +154,12 @@ void find_gateway(ByteSpan datagram, std::uint32_t sender, unsigned interface_in
 
 void kelo_parse_rtattr(rtattr** table, int max, rtattr* attribute, int remaining) {
   if (table == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return;
   }
   if (max >= 0) std::fill_n(table, static_cast<std::size_t>(max) + 1, nullptr);
   if (attribute == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return;
   }
   auto* const first = reinterpret_cast<std::byte*>(attribute);
@@ -173,7 +173,7 @@ void kelo_parse_rtattr(rtattr** table, int max, rtattr* attribute, int remaining
 
 int kelo_dump_route(const nlmsghdr* message, const char* interface_name, char* gateway) {
   if (message == nullptr || interface_name == nullptr || gateway == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return -1;
   }
   const auto* const bytes = reinterpret_cast<const std::byte*>(message);
@@ -184,7 +184,7 @@ int kelo_dump_route(const nlmsghdr* message, const char* interface_name, char* g
 
 int kelo_get_ipv6_default_gw(const char* interface_name, char* gateway) {
   if (interface_name == nullptr || gateway == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return -1;
   }
   const kelo::base::Descriptor socket = kelo::os::open_rtnl_socket(__func__);

@@ -80,7 +80,7 @@ class CommandWords {
 int kelo_ds_system_call3(const char* command, std::int32_t /*reserved*/, char* output,
                          std::int32_t output_size, int verbose) {
   if (command == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return -1;
   }
   if (std::strlen(command) >= kCommandSize) {

@@ -13,7 +13,7 @@
 
 int kelo_system_call(const char* command, std::uint32_t length) {
   if (command == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return -1;
   }
   if (const std::size_t measured = std::strlen(command); measured != length) {
@@ -39,7 +39,7 @@ int kelo_system_call_var_arg(char* buffer, std::int32_t size, const char* format
   // Half a command is never run: neither what an unformattable argument leaves, nor what a buffer without
   // room held before.
   if (buffer == nullptr || format == nullptr || size <= 0) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return -1;
   }
   va_list arguments;
@@ -55,7 +55,7 @@ int kelo_system_call_var_arg(char* buffer, std::int32_t size, const char* format
 
 int kelo_system_call_ex(const char* command, std::uint32_t length) {
   if (command == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return -1;
   }
   if (const std::size_t measured = std::strlen(command); measured != length) {

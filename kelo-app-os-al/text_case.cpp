@@ -36,7 +36,7 @@ int tolowercase(int character) {
 
 char* kelo_string_toupper(char* text) {
   if (text == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return nullptr;
   }
   // <cctype> takes no negative values, which is what bytes above 127 are where `char` is signed.

@@ -29,7 +29,7 @@ char* next_token(char** text, const char* delimiters) {
 
 int replace_str(char* text, const char* pattern, const char* replacement) {
   if (text == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return -1;
   }
   if (pattern == nullptr || replacement == nullptr) return -1;
@@ -54,7 +54,7 @@ KELO_API char* strsep(char** text, const char* delimiters) __asm__("strsep");
 
 char* strsep(char** text, const char* delimiters) {
   if (text == nullptr || delimiters == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return nullptr;
   }
   return next_token(text, delimiters);
@@ -65,7 +65,7 @@ char* strsep(char** text, const char* delimiters) {
 int split_string_to_array(char* text, const char* delimiters, char** array, std::uint32_t flags) {
   if (text == nullptr || array == nullptr) return -1;
   if (delimiters == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return -1;
   }
   int count = 0;

@@ -27,7 +27,7 @@ char* kelo_trim_string(char* text) {
 
 char* kelo_at_param_strip(char* text, const char* set) {
   if (text == nullptr || set == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return nullptr;
   }
   char* const begin = text + std::strspn(text, set);
@@ -38,7 +38,7 @@ char* kelo_at_param_strip(char* text, const char* set) {
 
 int kelo_strip_quotes_out(const char* input, char* output, std::size_t size) {
   if (input == nullptr || output == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return 0;
   }
   if (*input != '"') {

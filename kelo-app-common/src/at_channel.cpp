@@ -134,7 +134,7 @@ char* kelo_util_send_at(const char* command) {
   HeapPtr<char[]> reply = zeroed_or_fatal(KELO_AT_REPLY_SIZE, kCommonCode);
   bool complete = false;
   if (command == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
   } else {
     complete = exchange({reply.get(), KELO_AT_REPLY_SIZE}, command);
   }

@@ -77,7 +77,7 @@ std::int64_t seconds_at_midnight(const DateText& date) {
 
 std::int32_t get_days(const char* from, const char* to) {
   if (from == nullptr || to == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return 0;
   }
   const std::int64_t first = seconds_at_midnight(read_date(from));
@@ -87,7 +87,7 @@ std::int32_t get_days(const char* from, const char* to) {
 
 void kelo_util_utc_sec_2_mytime(std::uint64_t milliseconds, mytime* out, int add_hour) {
   if (out == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return;
   }
   const std::uint64_t total = milliseconds + (add_hour != 0 ? kMillisecondsPerHour : 0);

@@ -37,7 +37,7 @@ bool make_with_parents(const char* path) {
 
 void oem_create_and_check_directory(const char* path) {
   if (path == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return;
   }
   if (exists(path)) {

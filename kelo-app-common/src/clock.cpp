@@ -26,7 +26,7 @@ void store(const timespec& reading, kelo_clk_time* out) {
 
 kelo_clk_time* kelo_clk_GetRelativeTime(kelo_clk_time* out) {
   if (out == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return nullptr;
   }
   timespec reading{};
@@ -40,7 +40,7 @@ kelo_clk_time* kelo_clk_GetRelativeTime(kelo_clk_time* out) {
 
 kelo_clk_time* kelo_clk_GetAbsoluteTime(kelo_clk_time* out) {
   if (out == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return nullptr;
   }
   timespec reading{};
@@ -52,7 +52,7 @@ kelo_clk_time* kelo_clk_GetAbsoluteTime(kelo_clk_time* out) {
 
 kelo_clk_time* kelo_clk_Add(kelo_clk_time* out, kelo_clk_time a, kelo_clk_time b) {
   if (out == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return nullptr;
   }
   std::int64_t seconds = std::int64_t{a.seconds} + b.seconds;

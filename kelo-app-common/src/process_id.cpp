@@ -26,7 +26,7 @@ int read_process_id(const kelo::base::PipeStream& processes) {
 
 std::int32_t oem_get_pid_by_name(const char* name) {
   if (name == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return -1;
   }
   std::array<char, kCommandSize> command;

@@ -105,7 +105,7 @@ constexpr std::array<CodingGroup, 12> kCodingGroups = {{
 
 int kelo_util_UssdStringIsAscii(const char* text) {
   if (text == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return 0;
   }
   const auto* const end = text + std::strlen(text);

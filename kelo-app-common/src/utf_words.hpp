@@ -100,7 +100,7 @@ template <typename Rules, typename From, typename To>
 int convert_text(const char* caller, const From** source_start, const From* source_end, To** target_start,
                  To* target_end, int flags) {
   if (!is_text(source_start, source_end) || !is_text(target_start, target_end)) {
-    KELO_LOG_AS(caller, LOG_LVL_ERR, "%s param NULL\n", caller);
+    log::param_null(caller);
     return KELO_UNICODE_SOURCE_ILLEGAL;
   }
   Source source{reinterpret_cast<const std::uint8_t*>(*source_start), distance(*source_start, source_end)};
