@@ -36,6 +36,8 @@ TextBuilder& TextBuilder::append(std::string_view text) {
   return *this;
 }
 
+TextBuilder& TextBuilder::put(char character) { return append({&character, 1}); }
+
 void TextBuilder::copy(const TextBuilder& other) {
   std::memcpy(start_, other.start_, other.size_ + 1);
   size_ = other.size_;

@@ -28,6 +28,7 @@ class TextBuilder {
   TextBuilder& print(const char* format, ...) KELO_PRINTF(2, 3);
   TextBuilder& vprint(const char* format, va_list arguments) KELO_PRINTF(2, 0);
   TextBuilder& append(std::string_view text);
+  TextBuilder& put(char character);
 
   [[nodiscard]] const char* c_str() const { return start_; }
   [[nodiscard]] std::size_t size() const { return size_; }

@@ -50,6 +50,18 @@ TEST(TextBuilder, KeepsBytesOfAnyValue) {
   EXPECT_FALSE(text.cut());
 }
 
+TEST(TextBuilder, PutsSingleCharacters) {
+  const ExactBuffer buffer(4);
+  TextBuilder text({buffer.data(), buffer.size()});
+  text.put('a').put('\0').put('b');
+  EXPECT_EQ(text.view(), std::string_view("a\0b", 3));
+  EXPECT_FALSE(text.cut());
+  text.put('c');
+  EXPECT_EQ(buffer.bytes(), std::string("a\0b\0", 4));
+  EXPECT_EQ(text.full_size(), 4U);
+  EXPECT_TRUE(text.cut());
+}
+
 TEST(TextBuilder, TakesAnEmptyPieceThatIsNowhere) {
   const ExactBuffer buffer(1);
   TextBuilder text({buffer.data(), buffer.size()});
