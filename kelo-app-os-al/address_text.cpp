@@ -2,10 +2,11 @@
 #include <arpa/inet.h>
 #include <regex.h>
 
+#include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 
+#include "base/text_builder.hpp"
 #include "kelo_utils/app_os_al.h"
 #include "log/library_log.hpp"
 
@@ -52,7 +53,8 @@ int ConvertIPv4ArrayToStr(const std::uint8_t* ipNum, char* ipStr, std::int32_t s
   }
   if (!is_present(__func__, ipStr)) return -1;
   std::memset(ipStr, 0, static_cast<std::size_t>(size));
-  std::snprintf(ipStr, static_cast<std::size_t>(size), "%u.%u.%u.%u", ipNum[0], ipNum[1], ipNum[2], ipNum[3]);
+  kelo::base::TextBuilder address({ipStr, static_cast<std::size_t>(size)});
+  address.print("%u.%u.%u.%u", ipNum[0], ipNum[1], ipNum[2], ipNum[3]);
   return 0;
 }
 

@@ -10,6 +10,7 @@
 #include "base/heap.hpp"
 #include "base/line_reader.hpp"
 #include "base/pipe_stream.hpp"
+#include "base/text_builder.hpp"
 #include "kelo_utils/app_os_al.h"
 #include "log/library_log.hpp"
 
@@ -17,35 +18,18 @@ namespace {
 
 using kelo::base::LineReader;
 using kelo::base::PipeStream;
+using kelo::base::TextBuilder;
 
 constexpr char kFailed[] = "popen call:%s fail[%s]\n";
 constexpr char kInvalid[] = "parameter invaild!";
 constexpr char kNullText[] = "(null)";  // as the C library prints a null string
 constexpr std::size_t kLongestPiece = 510;
 
-// The caller's buffer, zeroed at the start, so that it is terminated behind whatever is appended.
-class ResultText {
- public:
-  explicit ResultText(std::span<char> buffer) : buffer_(buffer) {
-    std::fill(buffer_.begin(), buffer_.end(), '\0');
-  }
-
-  [[nodiscard]] std::size_t length() const { return length_; }
-  [[nodiscard]] std::size_t size() const { return buffer_.size(); }
-  [[nodiscard]] std::size_t room() const { return buffer_.size() - 1 - length_; }
-
-  // Returns where the text stands now. It has to fit, with its terminator.
-  const char* append(std::string_view text) {
-    char* const place = buffer_.data() + length_;
-    std::memcpy(place, text.data(), text.size());
-    length_ += text.size();
-    return place;
-  }
-
- private:
-  const std::span<char> buffer_;
-  std::size_t length_ = 0;
-};
+// Begins the result in the caller's buffer, of which nothing old is left.
+TextBuilder zeroed_result(std::span<char> buffer) {
+  std::fill(buffer.begin(), buffer.end(), '\0');
+  return TextBuilder(buffer);
+}
 
 // The result is text: what stands behind a NUL byte would be lost to its readers, or taken for a line's
 // start.
@@ -67,21 +51,22 @@ bool capture_lines(const PipeStream& pipe, std::span<char> buffer) {
     KELO_LOG_AS(kFunction, LOG_LVL_ERR, "result_str is NULL!");
     return false;
   }
-  ResultText result(buffer);
+  TextBuilder result = zeroed_result(buffer);
   // A piece of a longer line leaves room for one character behind it and the terminator.
   const std::size_t longest_piece = std::max<std::size_t>(buffer.size(), 2) - 2;
   LineReader lines(pipe.descriptor(), {storage.get(), longest_piece});
   for (std::string_view line = lines.next(); !line.empty(); line = lines.next()) {
     const std::string_view text = text_of(line);
-    if (text.size() > result.room()) {
+    const std::size_t before = result.size();
+    if (before + text.size() >= buffer.size()) {
       KELO_LOG_AS(kFunction, LOG_LVL_ERR, "result_buf Exceeded max len.\n");
       break;
     }
-    const char* const kept = result.append(text);
-    KELO_LOG_AS(kFunction, LOG_LVL_DBUG, "Line string:%s", kept);
+    result.append(text);
+    KELO_LOG_AS(kFunction, LOG_LVL_DBUG, "Line string:%s", result.c_str() + before);
     if (kelo::log::passes(LOG_LVL_DBUG)) continue;
     // Short lines are most of the work: those that nobody logs go over in one piece.
-    const std::string_view more = plain_lines(lines.pending(), result.room());
+    const std::string_view more = plain_lines(lines.pending(), buffer.size() - 1 - result.size());
     result.append(more);
     lines.skip(more.size());
   }
@@ -92,17 +77,18 @@ bool capture_lines(const PipeStream& pipe, std::span<char> buffer) {
 void capture_pieces(const PipeStream& pipe, std::span<char> buffer) {
   static constexpr char kFunction[] = "kelo_popen_call_ex";
   std::array<char, kLongestPiece> storage;
-  ResultText result(buffer);
+  std::array<char, 1> no_buffer;
+  TextBuilder result = zeroed_result(buffer.empty() ? no_buffer : buffer);
   LineReader lines(pipe.descriptor(), storage);
   for (std::string_view line = lines.next(); !line.empty(); line = lines.next()) {
     const std::string_view text = text_of(line);
     KELO_LOG_AS(kFunction, LOG_LVL_DBUG, "%.*s\n", static_cast<int>(text.size()), text.data());
-    const std::size_t taken = result.length() + 2;  // callers rely on the last but one byte staying zero
-    const std::size_t room = result.size() > taken ? result.size() - taken : 0;
+    const std::size_t taken = result.size() + 2;  // callers rely on the last but one byte staying zero
+    const std::size_t room = buffer.size() > taken ? buffer.size() - taken : 0;
     result.append({text.data(), std::min(text.size(), room)});
-    if (result.length() + 1 == result.size()) {
-      KELO_LOG_AS(kFunction, LOG_LVL_DBUG, "len=%d,%d\n", static_cast<int>(result.length()),
-                  static_cast<int>(result.size()) - 1);
+    if (result.size() + 1 == buffer.size()) {
+      KELO_LOG_AS(kFunction, LOG_LVL_DBUG, "len=%d,%d\n", static_cast<int>(result.size()),
+                  static_cast<int>(buffer.size()) - 1);
       break;
     }
   }

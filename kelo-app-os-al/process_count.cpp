@@ -1,10 +1,12 @@
 // How many processes bear a name.
 #include <array>
-#include <cstdio>
+#include <cstddef>
+#include <span>
 
 #include "base/decimal.hpp"
 #include "base/fatal.hpp"
 #include "base/pipe_stream.hpp"
+#include "base/text_builder.hpp"
 #include "kelo_utils/app_os_al.h"
 #include "log/library_log.hpp"
 
@@ -20,11 +22,9 @@ int kelo_check_process_exist(const char* name) {
     kelo::log::param_null(__func__);
     return -1;
   }
-  std::array<char, kCommandSize> command;
-  const int length = std::snprintf(command.data(), command.size(), "ps | grep -v grep | grep -c %s", name);
-  if (length < 0 || static_cast<std::size_t>(length) >= command.size())
-    kelo::base::fatal(kelo::base::kSystemCode);
-  const auto pipe = kelo::base::PipeStream::reading(command.data());
+  const kelo::base::FixedText<kCommandSize> command("ps | grep -v grep | grep -c %s", name);
+  if (command.cut()) kelo::base::fatal(kelo::base::kSystemCode);
+  const auto pipe = kelo::base::PipeStream::reading(command.c_str());
   if (!pipe) return 0;
   std::array<char, kMostDigits + 1> digits{};
   if (pipe.read(std::span(digits).first<kMostDigits>()) == 0) return -1;

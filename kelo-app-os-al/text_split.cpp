@@ -1,10 +1,9 @@
 // Replacing a piece of a text, and cutting a text into tokens.
-#include <algorithm>
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 
+#include "base/text_builder.hpp"
 #include "kelo_utils/app_os_al.h"
 #include "log/library_log.hpp"
 
@@ -36,13 +35,11 @@ int replace_str(char* text, const char* pattern, const char* replacement) {
   const char* const found = std::strstr(text, pattern);
   if (found == nullptr) return -1;
 
-  std::array<char, kReplaceSize> result;
-  const auto before = static_cast<std::size_t>(found - text);
-  kelo_strlcpy(result.data(), text, std::min(before + 1, result.size()));
-  kelo_strlcat(result.data(), replacement, result.size());
-  kelo_strlcat(result.data(), found + std::strlen(pattern), result.size());
+  kelo::base::FixedText<kReplaceSize> result;
+  result.append({text, static_cast<std::size_t>(found - text)}).append(replacement);
+  result.append(found + std::strlen(pattern));
   // Callers replace in fields of fixed width, so that no terminator may follow the result.
-  kelo_string_memcpy(text, result.data(), std::strlen(result.data()));
+  std::memcpy(text, result.c_str(), result.size());
   return 0;
 }
 

@@ -1,12 +1,12 @@
 // Files that hold one decimal integer: switches of the kernel, settings of a daemon.
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <span>
 
 #include "base/decimal.hpp"
 #include "base/file.hpp"
+#include "base/text_builder.hpp"
 #include "kelo_utils/app_common.h"
 #include "log/library_log.hpp"
 
@@ -53,12 +53,11 @@ std::int32_t kelo_util_get_file_int_value(const char* path) {
 int kelo_util_set_file_int_value(const char* path, std::int32_t value) {
   Descriptor file = open_or_log(__func__, path, O_WRONLY | O_CREAT | O_TRUNC, kReadWrite);
   if (!file) return kNotWritten;
-  std::array<char, kIntegerSize> text;
-  const auto length = static_cast<std::size_t>(std::snprintf(text.data(), text.size(), "%d", value));
+  const kelo::base::FixedText<kIntegerSize> text("%d", value);
   errno = 0;  // where the file takes no more without saying why
-  const std::size_t written = kelo::base::write_all(file.get(), {text.data(), length});
-  if (written == length && force_to_storage(file) && file.close()) return 0;
+  const std::size_t written = kelo::base::write_all(file.get(), text.view());
+  if (written == text.size() && force_to_storage(file) && file.close()) return 0;
   KELO_LOG(LOG_LVL_ERR, "fwrite() failed, only [%d] written, total_len=[%d], reason=[%s]%d",
-           static_cast<int>(written), static_cast<int>(length), std::strerror(errno), errno);
+           static_cast<int>(written), static_cast<int>(text.size()), std::strerror(errno), errno);
   return kNotWritten;
 }

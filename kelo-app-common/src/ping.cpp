@@ -1,8 +1,8 @@
 // Whether a host answers.
-#include <array>
+#include <cstddef>
 #include <cstdint>
-#include <cstdio>
 
+#include "base/text_builder.hpp"
 #include "kelo_utils/app_common.h"
 #include "kelo_utils/app_os_al.h"
 #include "log/library_log.hpp"
@@ -17,12 +17,11 @@ constexpr int kNoHost = 3;
 
 int kelo_ping_state(const char* host) {
   if (host == nullptr) return kNoHost;
-  std::array<char, kCommandSize> command{};
-  const int length =
-      std::snprintf(command.data(), command.size(), "ping -c 2 -W 3 %s > /dev/null 2>&1", host);
+  const kelo::base::FixedText<kCommandSize> command("ping -c 2 -W 3 %s > /dev/null 2>&1", host);
   for (int tries = 0; tries < kTries; ++tries) {
     // The length before the cut: a command that did not fit is refused.
-    const bool answered = kelo_system_call_ex(command.data(), static_cast<std::uint32_t>(length)) == 0;
+    const auto length = static_cast<std::uint32_t>(command.full_size());
+    const bool answered = kelo_system_call_ex(command.c_str(), length) == 0;
     KELO_LOG(LOG_LVL_DBUG, ">>>ping status:%s>>>\n", answered ? "success" : "fail");
     if (answered) return 0;
   }

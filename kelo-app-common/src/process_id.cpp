@@ -1,11 +1,11 @@
 // The id of a process that bears a name.
 #include <array>
-#include <cstdio>
 #include <span>
 
 #include "base/decimal.hpp"
 #include "base/line_reader.hpp"
 #include "base/pipe_stream.hpp"
+#include "base/text_builder.hpp"
 #include "kelo_utils/app_common.h"
 #include "log/library_log.hpp"
 
@@ -29,11 +29,10 @@ std::int32_t oem_get_pid_by_name(const char* name) {
     kelo::log::param_null(__func__);
     return -1;
   }
-  std::array<char, kCommandSize> command;
-  const int length = std::snprintf(command.data(), command.size(), "ps -e | grep %s | grep -v grep", name);
+  const kelo::base::FixedText<kCommandSize> command("ps -e | grep %s | grep -v grep", name);
   // Half a command is never run.
-  if (length >= 0 && static_cast<std::size_t>(length) < command.size()) {
-    const auto processes = kelo::base::PipeStream::reading(command.data());
+  if (!command.cut()) {
+    const auto processes = kelo::base::PipeStream::reading(command.c_str());
     if (processes) return read_process_id(processes);
   }
   KELO_LOG(LOG_LVL_ERR, "command popen error!!!\n");
