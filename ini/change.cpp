@@ -32,17 +32,6 @@ bool sync_file(int fd) {
   return base::retry_interrupted([=] { return fsync(fd); }) == 0;
 }
 
-// Brings the name of a file to the storage, as far as its file system can. Cuts the path down to its directory.
-void sync_directory_of(PathText& path) {
-  char* const slash = std::strrchr(path.data(), '/');
-  if (slash == nullptr) {
-    ini_strncpy(path, ".");
-  } else {
-    slash[1] = '\0';
-  }
-  base::sync_directory(path.data());
-}
-
 // The file's own name with its last character replaced.
 void ini_tempname(std::string_view filename, PathText& name) {
   assert(!filename.empty() && filename.size() < name.size());
@@ -79,7 +68,8 @@ class TemporaryFile {
   bool take_place() {
     if (!sync_file(get()) || std::rename(name_.data(), filename_) != 0) return false;
     file_.reset();
-    sync_directory_of(name_);
+    // The change is in the file from here on, whatever becomes of its name in a power cut.
+    base::sync_directory_of(filename_);
     return true;
   }
 
@@ -108,9 +98,7 @@ bool create_file(const char* filename, std::string_view text) {
     unlink(filename);
     return false;
   }
-  PathText path;
-  ini_strncpy(path, filename);
-  sync_directory_of(path);
+  base::sync_directory_of(filename);
   return true;
 }
 

@@ -1,7 +1,6 @@
 #include "ini/written_text.hpp"
 
 #include <algorithm>
-#include <cstring>
 
 #include "ini/assertion.hpp"
 
@@ -26,50 +25,42 @@ bool check_enquote(std::string_view value) {
 
 void WrittenText::writesection(std::string_view name) {
   assert(!name.empty());
-  put('[');
+  text_.put('[');
   put(name, kLongestSection);
-  put(']');
-  put('\n');
+  text_.append("]\n");
 }
 
 void WrittenText::writekey(std::string_view key, std::string_view value) {
   assert(key.data() != nullptr);
   put(key, kLongestKey);
-  put('=');
+  text_.put('=');
   const std::size_t room = kLongestKey - std::min(key.size(), kLongestKey);
   if (check_enquote(value)) {
     put_enclosed(value, room);
   } else {
     put(value, room);
   }
-  put('\n');
-}
-
-void WrittenText::put(char c) {
-  assert(size_ < bytes_.size());
-  bytes_[size_++] = c;
+  text_.put('\n');
+  assert(!text_.cut());
 }
 
 void WrittenText::put(std::string_view text, std::size_t most) {
-  const std::size_t count = std::min(text.size(), most);
-  assert(count <= bytes_.size() - size_);
-  if (count != 0) std::memcpy(bytes_.data() + size_, text.data(), count);
-  size_ += count;
+  text_.append({text.data(), std::min(text.size(), most)});
 }
 
 // A value that is cut keeps both quotes, and no half of an escaped one.
 void WrittenText::put_enclosed(std::string_view value, std::size_t most) {
   if (most < 2) return;
   most -= 2;
-  put(kQuote);
+  text_.put(kQuote);
   for (const char c : value) {
     const std::size_t size = c == kQuote ? 2 : 1;
     if (size > most) break;
-    if (c == kQuote) put('\\');
-    put(c);
+    if (c == kQuote) text_.put('\\');
+    text_.put(c);
     most -= size;
   }
-  put(kQuote);
+  text_.put(kQuote);
 }
 
 }  // namespace kelo::ini

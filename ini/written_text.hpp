@@ -2,10 +2,10 @@
 #ifndef KELO_INI_WRITTEN_TEXT_HPP
 #define KELO_INI_WRITTEN_TEXT_HPP
 
-#include <array>
 #include <cstddef>
 #include <string_view>
 
+#include "base/text_builder.hpp"
 #include "kelo_utils/ini.h"
 
 namespace kelo::ini {
@@ -13,19 +13,17 @@ namespace kelo::ini {
 // At most a newline, a section header and a key line. What is too long for its line is cut.
 class WrittenText {
  public:
-  void write_newline() { put('\n'); }
+  void write_newline() { text_.put('\n'); }
   void writesection(std::string_view name);
   void writekey(std::string_view key, std::string_view value);
 
-  [[nodiscard]] std::string_view text() const { return {bytes_.data(), size_}; }
+  [[nodiscard]] std::string_view text() const { return text_.view(); }
 
  private:
-  void put(char c);
   void put(std::string_view text, std::size_t most);
   void put_enclosed(std::string_view value, std::size_t most);
 
-  std::array<char, std::size_t{2} * INI_BUFFERSIZE> bytes_;
-  std::size_t size_ = 0;
+  base::FixedText<std::size_t{2} * INI_BUFFERSIZE> text_;
 };
 
 }  // namespace kelo::ini
