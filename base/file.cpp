@@ -1,6 +1,7 @@
-// The names of files, brought to the storage.
+// Descriptors opened, read, written and closed, and the names of files brought to the storage.
 #include "base/file.hpp"
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <string_view>
@@ -8,6 +9,42 @@
 #include "base/text_builder.hpp"
 
 namespace kelo::base {
+
+void Descriptor::reset() {
+  if (fd_ < 0) return;
+  const ErrnoKeeper keep;
+  ::close(std::exchange(fd_, -1));
+}
+
+Descriptor open_file(const char* path, int flags, mode_t mode) {
+  return Descriptor(retry_interrupted([=] { return ::open(path, flags | O_CLOEXEC, mode); }));
+}
+
+ssize_t read_some(int fd, std::span<char> room) {
+  return retry_interrupted([=] { return ::read(fd, room.data(), room.size()); });
+}
+
+std::size_t read_all(int fd, std::span<char> room) {
+  std::size_t count = 0;
+  while (count < room.size()) {
+    const ssize_t more = read_some(fd, {room.data() + count, room.size() - count});
+    if (more <= 0) break;
+    count += static_cast<std::size_t>(more);
+  }
+  return count;
+}
+
+std::size_t write_all(int fd, std::span<const char> data) {
+  std::size_t count = 0;
+  while (count < data.size()) {
+    const std::size_t left = data.size() - count;
+    const ssize_t more = retry_interrupted([=] { return ::write(fd, data.data() + count, left); });
+    // A driver that takes nothing would be asked for ever.
+    if (more <= 0) break;
+    count += std::min(static_cast<std::size_t>(more), left);
+  }
+  return count;
+}
 
 bool sync_directory_of(const char* path) {
   const char* const slash = std::strrchr(path, '/');

@@ -1,11 +1,11 @@
-// Owning descriptors and streams, and the one loop that repeats an interrupted system call.
+// Owning descriptors and streams, and the one loop that repeats an interrupted system call. Every folder uses
+// them, so that what is longer than a line is out of line: that makes the library smaller.
 #ifndef KELO_BASE_FILE_HPP
 #define KELO_BASE_FILE_HPP
 
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
@@ -57,51 +57,25 @@ class [[nodiscard]] Descriptor {
   [[nodiscard]] int get() const { return fd_; }
   // Closes it, and tells whether the file had taken all that was written. It was opened.
   [[nodiscard]] bool close() { return ::close(std::exchange(fd_, -1)) == 0; }
-  void reset() {
-    if (fd_ >= 0) {
-      const ErrnoKeeper keep;
-      ::close(std::exchange(fd_, -1));
-    }
-  }
+  // Closes it, if there is one, and keeps errno.
+  void reset();
 
  private:
   int fd_ = -1;
 };
 
 // Opens `path` close-on-exec; an empty Descriptor with errno set on failure.
-inline Descriptor open_file(const char* path, int flags, mode_t mode = 0) {
-  return Descriptor(retry_interrupted([=] { return ::open(path, flags | O_CLOEXEC, mode); }));
-}
+Descriptor open_file(const char* path, int flags, mode_t mode = 0);
 
 // Reads what there is, at most `room`; 0 at the end, -1 with errno set on failure.
-inline ssize_t read_some(int fd, std::span<char> room) {
-  return retry_interrupted([=] { return ::read(fd, room.data(), room.size()); });
-}
+ssize_t read_some(int fd, std::span<char> room);
 
 // Reads until the room is full, the input has ended or a read fails, and returns how many bytes there are.
-inline std::size_t read_all(int fd, std::span<char> room) {
-  std::size_t count = 0;
-  while (count < room.size()) {
-    const ssize_t more = read_some(fd, {room.data() + count, room.size() - count});
-    if (more <= 0) break;
-    count += static_cast<std::size_t>(more);
-  }
-  return count;
-}
+std::size_t read_all(int fd, std::span<char> room);
 
 // Writes until all is written, nothing more is taken or a write fails, which sets errno. Returns how many
 // bytes are written.
-inline std::size_t write_all(int fd, std::span<const char> data) {
-  std::size_t count = 0;
-  while (count < data.size()) {
-    const std::size_t left = data.size() - count;
-    const ssize_t more = retry_interrupted([=] { return ::write(fd, data.data() + count, left); });
-    // A driver that takes nothing would be asked for ever.
-    if (more <= 0) break;
-    count += std::min(static_cast<std::size_t>(more), left);
-  }
-  return count;
-}
+std::size_t write_all(int fd, std::span<const char> data);
 
 // Brings the names in a directory to the storage, as far as its file system can.
 inline void sync_directory(const char* path) {

@@ -73,3 +73,8 @@ kelo_library(kelo_utils_static STATIC)
 set_target_properties(kelo_utils_static PROPERTIES EXPORT_NAME utils_static)
 target_link_libraries(kelo_utils_static PUBLIC SQLite::SQLite3 Threads::Threads ${KELO_DIAG_LIBRARY})
 add_library(kelo::utils_static ALIAS kelo_utils_static)
+
+# What base/ holds, for programs of the tree that use it themselves: the shared library keeps it to itself.
+file(GLOB KELO_BASE_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/base/*.cpp)
+add_library(kelo_base STATIC EXCLUDE_FROM_ALL ${KELO_BASE_SOURCES})
+target_link_libraries(kelo_base PRIVATE kelo_build_options)

@@ -62,9 +62,10 @@ TEST_F(DirectorySync, SyncsWhatIsInFrontOfTheLastSlash) {
   EXPECT_TRUE(sync_directory_of("/tmp/outer/inner/file"));
   EXPECT_TRUE(sync_directory_of("/tmp/outer/file"));
   EXPECT_TRUE(sync_directory_of("/tmp/outer/inner/"));
+  EXPECT_TRUE(sync_directory_of("/file"));
   const ino_t outer = inode_of("/tmp/outer");
   const ino_t inner = inode_of("/tmp/outer/inner");
-  EXPECT_EQ(synced, (std::vector<ino_t>{inner, outer, inner}));
+  EXPECT_EQ(synced, (std::vector<ino_t>{inner, outer, inner, inode_of("/")}));
 }
 
 TEST_F(DirectorySync, SyncsTheWorkingDirectoryForANameAlone) {
