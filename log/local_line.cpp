@@ -6,14 +6,14 @@
 
 #include <array>
 #include <cstddef>
-#include <cstdio>
 #include <cstring>
 #include <span>
 
 #include "base/calendar.hpp"
 #include "base/file.hpp"
+#include "base/text_builder.hpp"
 #include "kelo_utils/log.h"
-#include "log/appender.hpp"
+#include "log/line_parts.hpp"
 #include "log/moved_data.hpp"
 
 char log_msg[KELO_LOG_LINE_SIZE];
@@ -27,6 +27,8 @@ extern __attribute__((visibility("hidden"), alias("str_t"))) char kelo_log_own_s
 
 namespace kelo::log {
 namespace {
+
+using base::TextBuilder;
 
 // Where lines and stamps are composed, guarded by the log lock. The exported names may be found at objects of a
 // program that knows nothing of them, of any size: those are left alone.
@@ -57,21 +59,20 @@ void stamp_time() {
   timeval now{};
   gettimeofday(&now, nullptr);
   const base::CalendarTime utc = base::calendar_from_seconds(now.tv_sec);
-  std::snprintf(stamp_place.data(), stamp_place.size(), "%04d-%02d-%02d %02d:%02d:%02d.%03d",
-                static_cast<int>(utc.year), utc.month, utc.day, utc.hour, utc.minute, utc.second,
-                static_cast<int>(now.tv_usec / 1000));
+  TextBuilder stamp(stamp_place);
+  stamp.print(kStampFormat, static_cast<int>(utc.year), utc.month, utc.day, utc.hour, utc.minute, utc.second,
+              static_cast<int>(now.tv_usec / 1000));
 }
 
 // Reads the thread's name from the proc file system; the text "NULL" when it cannot be read.
 void read_thread_name(int process, int thread, std::span<char> name) {
-  std::array<char, 64> path{};
-  std::snprintf(path.data(), path.size(), "/proc/%d/task/%d/comm", process, thread);
+  const base::FixedText<64> path("/proc/%d/task/%d/comm", process, thread);
   ssize_t count = -1;
-  if (const base::Descriptor comm = base::open_file(path.data(), O_RDONLY)) {
+  if (const base::Descriptor comm = base::open_file(path.c_str(), O_RDONLY)) {
     count = base::read_some(comm.get(), name.first(name.size() - 1));
   }
   if (count <= 0) {
-    std::snprintf(name.data(), name.size(), "NULL");
+    TextBuilder(name).append("NULL");
     return;
   }
   name[static_cast<std::size_t>(count)] = '\0';
@@ -89,7 +90,7 @@ const char* compose_local_line(const Message& message) {
   std::memset(stamp_place.data(), 0, stamp_place.size());
   std::memset(line_place.data(), 0, line_place.size());
   stamp_time();
-  Appender line(line_place);
+  TextBuilder line(line_place);
   line.print("%s : %s | [%d | %d-%s] | ", stamp_place.data(), tag_of(message.level), message.process, thread,
              thread_name.data());
   append_display_name(line, message.func);

@@ -6,27 +6,27 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <ctime>
 #include <initializer_list>
 #include <span>
 #include <string_view>
 
 #include "base/heap.hpp"
+#include "base/text_builder.hpp"
 #include "kelo_utils/app_os_al.h"
-#include "log/appender.hpp"
 #include "log/library_log.hpp"
+#include "log/line_parts.hpp"
 
 namespace {
 
+using kelo::base::TextBuilder;
 using kelo::base::zeroed_array;
-using kelo::log::Appender;
 
 constexpr std::size_t kCommandSize = 2048;
 constexpr std::size_t kLongLineSize = 8440;
 constexpr std::size_t kLongCommandSize = 12660;
 
-using Stamp = std::array<char, 64>;
+using Stamp = kelo::base::FixedText<64>;
 
 Stamp local_stamp() {
   timeval now{};
@@ -35,22 +35,18 @@ Stamp local_stamp() {
   tzset();
   tm local{};
   localtime_r(&now.tv_sec, &local);
-  Stamp stamp;
-  std::snprintf(stamp.data(), stamp.size(), "%04d-%02d-%02d %02d:%02d:%02d.%03d", local.tm_year + 1900,
-                local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
-                static_cast<int>(now.tv_usec / 1000));
-  return stamp;
+  return Stamp(kelo::log::kStampFormat, local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
+               local.tm_min, local.tm_sec, static_cast<int>(now.tv_usec / 1000));
 }
 
 // Appends a line, given in pieces, to the file; the command is put together in `room`. Nothing is escaped:
 // callers pass plain text, and some let the shell put values in.
 int echo_into(const char* path, std::initializer_list<std::string_view> line, std::span<char> room) {
-  Appender command(room);
+  TextBuilder command(room);
   command.append("echo \"");
   for (const std::string_view piece : line) command.append(piece);
-  command.append("\" >> ");
-  command.append(path);
-  return kelo_system_call(room.data(), static_cast<std::uint32_t>(std::strlen(room.data())));
+  command.append("\" >> ").append(path);
+  return kelo_system_call(command.c_str(), static_cast<std::uint32_t>(command.size()));
 }
 
 }  // namespace
@@ -61,7 +57,7 @@ int kelo_write_msg2file(const char* path, const char* msg) {
     return -1;
   }
   std::array<char, kCommandSize> command;
-  return echo_into(path, {"[", local_stamp().data(), "]", msg}, command);
+  return echo_into(path, {"[", local_stamp().view(), "]", msg}, command);
 }
 
 void kelo_write_msg2file_ex(char* buf, const char* path, const char* func, const char* fmt, ...) {
@@ -81,11 +77,10 @@ void kelo_write_msg2file_ex(char* buf, const char* path, const char* func, const
   if (!command) return;
   // Without a function name the line stays empty.
   if (func != nullptr) {
-    Appender line({text.get(), kLongLineSize});
-    line.print("[%s]", stamp.data());
+    TextBuilder line({text.get(), kLongLineSize});
+    line.put('[').append(stamp.view()).put(']');
     kelo::log::append_display_name(line, func);
-    line.append(": ");
-    line.append(buf);
+    line.append(": ").append(buf);
   }
   echo_into(path, {text.get()}, {command.get(), kLongCommandSize});
 }
