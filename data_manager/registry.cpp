@@ -10,6 +10,7 @@
 #include "kelo_utils/queue.h"
 #include "kelo_utils/symtab.h"
 #include "log/library_log.hpp"
+#include "symtab/kept_table.hpp"
 
 static_assert(offsetof(kelo_dm_item_node, link) == 0);
 #if UINTPTR_MAX == UINT32_MAX
@@ -32,8 +33,9 @@ constexpr int kNoIdMap = -4;
 constexpr std::int32_t kEndOfTable = -1;
 constexpr int kIdMapBuckets = 64;
 
-// All of this is set up at start-up in one thread and only read afterwards.
-sym_fd id_map = -1;
+// All of this is set up at start-up in one thread and only read afterwards. The map is not reached by its
+// handle, which a program takes away from every table with its first symSubOpen().
+kelo::symtab::Table* id_map = nullptr;
 q_type def_items;
 bool def_items_ready = false;
 
@@ -48,8 +50,8 @@ class IdKey {
 };
 
 bool open_id_map() {
-  if (id_map == -1) id_map = symOpen(kIdMapBuckets);
-  return id_map != -1;
+  if (id_map == nullptr) id_map = kelo::symtab::keep(symOpen(kIdMapBuckets));
+  return id_map != nullptr;
 }
 
 std::size_t count_items(const kelo_dm_item* records) {
@@ -60,7 +62,7 @@ std::size_t count_items(const kelo_dm_item* records) {
 
 void enter_item(kelo_dm_item& item, kelo_dm_item_node& node) {
   item.desc.type = item.desc.def_type;
-  symEnter(id_map, IdKey(item.id).c_str(), valueSymbol(&item.desc), 0);
+  kelo::symtab::enter(*id_map, IdKey(item.id).c_str(), valueSymbol(&item.desc), 0);
   node.item = &item;
   q_put(&def_items, q_link(&node, &node.link));
 }
@@ -72,7 +74,7 @@ kelo_dm_item* item_of(q_link_type* link) { return reinterpret_cast<kelo_dm_item_
 
 kelo_dm_item_desc* kelo::dm::find_item(std::int32_t id, const char* function) {
   const IdKey key(id);
-  const sym_t* const symbol = symLookup(id_map, key.c_str());
+  const sym_t* const symbol = id_map == nullptr ? nullptr : kelo::symtab::look_up(*id_map, key.c_str());
   if (symbol == nullptr) {
     KELO_LOG_AS(function, LOG_LVL_ERR, "symLookup failed: %s\n", key.c_str());
     return nullptr;

@@ -7,16 +7,20 @@
 #include <cstring>
 
 #include "base/heap.hpp"
+#include "symtab/kept_table.hpp"
 
 static_assert(sizeof(void*) != 4 || (sizeof(sym_t) == 40 && offsetof(sym_t, name) == 4 &&
                                      offsetof(sym_t, content) == 20 && offsetof(sym_t, arg) == 36));
 
-namespace {
-
-struct Table {
+struct kelo::symtab::Table {
   int bucket_count;
   sym_t** buckets;  // heads of the chains; null when there was no memory for them
+  bool kept;        // lives on without its handle
 };
+
+namespace {
+
+using kelo::symtab::Table;
 
 // Where the walk stands: the entry to hand out next and its bucket. Without an entry the walk looks for one
 // behind that bucket.
@@ -36,7 +40,7 @@ Cursor cursor;
 Table* table_of(sym_fd sd) { return sd >= 0 && sd < symMax ? static_cast<Table*>(tables[sd]) : nullptr; }
 
 // For a table that can hold entries; null for all others.
-Table* usable_table_of(sym_fd sd) {
+Table* table_with_buckets(sym_fd sd) {
   Table* const table = table_of(sd);
   return table != nullptr && table->buckets != nullptr ? table : nullptr;
 }
@@ -175,22 +179,27 @@ sym_fd symOpen(int hash_size) {
 void symClose(sym_fd sd) {
   Table* const table = table_of(sd);
   if (table == nullptr) return;
+  symMax = hFree(&tables, sd);
+  if (table->kept) return;
   if (table->buckets != nullptr) free_symbols(*table);
   std::free(table->buckets);
-  symMax = hFree(&tables, sd);
   std::free(table);
 }
 
-sym_t* symLookup(sym_fd sd, const char* name) {
-  const Table* const table = usable_table_of(sd);
-  if (table == nullptr || !can_be_found(name)) return nullptr;
-  return *find_link(&table->buckets[bucket_of(*table, name)], name);
+Table* kelo::symtab::keep(sym_fd sd) {
+  Table* const table = table_of(sd);
+  if (table != nullptr) table->kept = true;
+  return table;
 }
 
-sym_t* symEnter(sym_fd sd, const char* name, value_t value, int arg) {
-  const Table* const table = usable_table_of(sd);
-  if (table == nullptr || name == nullptr) return nullptr;
-  sym_t** const link = find_link(&table->buckets[bucket_of(*table, name)], name);
+sym_t* kelo::symtab::look_up(const Table& table, const char* name) {
+  if (table.buckets == nullptr || !can_be_found(name)) return nullptr;
+  return *find_link(&table.buckets[bucket_of(table, name)], name);
+}
+
+sym_t* kelo::symtab::enter(const Table& table, const char* name, const value_t& value, int arg) {
+  if (table.buckets == nullptr || name == nullptr) return nullptr;
+  sym_t** const link = find_link(&table.buckets[bucket_of(table, name)], name);
   if (*link != nullptr) {
     replace_content(**link, value, arg);
   } else {
@@ -199,8 +208,18 @@ sym_t* symEnter(sym_fd sd, const char* name, value_t value, int arg) {
   return *link;
 }
 
+sym_t* symLookup(sym_fd sd, const char* name) {
+  const Table* const table = table_of(sd);
+  return table == nullptr ? nullptr : kelo::symtab::look_up(*table, name);
+}
+
+sym_t* symEnter(sym_fd sd, const char* name, value_t value, int arg) {
+  const Table* const table = table_of(sd);
+  return table == nullptr ? nullptr : kelo::symtab::enter(*table, name, value, arg);
+}
+
 int symDelete(sym_fd sd, const char* name) {
-  const Table* const table = usable_table_of(sd);
+  const Table* const table = table_with_buckets(sd);
   if (table == nullptr || !can_be_found(name)) return -1;
   const int bucket = bucket_of(*table, name);
   sym_t** const link = find_link(&table->buckets[bucket], name);
@@ -213,12 +232,12 @@ int symDelete(sym_fd sd, const char* name) {
 }
 
 sym_t* symFirst(sym_fd sd) {
-  const Table* const table = usable_table_of(sd);
+  const Table* const table = table_with_buckets(sd);
   return table == nullptr ? nullptr : hand_out_first_from(*table, 0);
 }
 
 sym_t* symNext(sym_fd sd) {
-  const Table* const table = usable_table_of(sd);
+  const Table* const table = table_with_buckets(sd);
   if (table == nullptr || cursor.bucket >= table->bucket_count) return nullptr;
   if (cursor.pending != nullptr) return hand_out(*table, cursor.bucket, cursor.pending);
   return hand_out_first_from(*table, cursor.bucket + 1);

@@ -154,6 +154,45 @@ TEST(Registry, RowsBehindTheEndAreNotSeen) {
   EXPECT_EQ(nullptr, registered(7));
 }
 
+TEST(Registry, ItemsStayWhenTheFirstUserOfTheTablesForgetsThemAll) {
+  std::vector<kelo_dm_item> items = three_items();
+  ASSERT_EQ(0, kelo_dm_reg_def_items(items.data()));
+  EXPECT_EQ(0, symSubOpen());
+  EXPECT_EQ(&items[0].desc, registered(5));
+
+  const sym_fd own_table = symOpen(4);
+  EXPECT_EQ(0, own_table) << "all handles were forgotten";
+  EXPECT_EQ(nullptr, symLookup(own_table, "5"));
+  std::vector<kelo_dm_item> more = three_items();
+  more[1].id = 8;
+  ASSERT_EQ(0, kelo_dm_reg_def_items(more.data()));
+  EXPECT_EQ(&more[0].desc, registered(5));
+  EXPECT_EQ(&items[1].desc, registered(6));
+  EXPECT_EQ(&more[1].desc, registered(8));
+  EXPECT_EQ(nullptr, symLookup(own_table, "8")) << "an item went into a table of the program";
+  symClose(own_table);
+  EXPECT_EQ(&more[0].desc, registered(5));
+}
+
+TEST(Registry, ItemsStayWhenAProgramClosesATableThatIsNotItsOwn) {
+  std::vector<kelo_dm_item> items = three_items();
+  ASSERT_EQ(0, kelo_dm_reg_def_items(items.data()));
+  for (sym_fd sd = 0; sd < 3; ++sd) symClose(sd);
+  EXPECT_EQ(&items[0].desc, registered(5));
+  std::vector<kelo_dm_item> more = three_items();
+  ASSERT_EQ(0, kelo_dm_reg_def_items(more.data()));
+  EXPECT_EQ(&more[2].desc, registered(7));
+}
+
+TEST(Registry, MapIsAnOpenTable) {
+  std::vector<kelo_dm_item> items = three_items();
+  ASSERT_EQ(0, kelo_dm_reg_def_items(items.data()));
+  const sym_t* const entry = symLookup(0, "5");
+  ASSERT_NE(nullptr, entry);
+  EXPECT_EQ(&items[0].desc, entry->content.payload.symbol);
+  EXPECT_EQ(0, entry->arg);
+}
+
 TEST(Registry, TypeIsTakenFromTheDeclaredType) {
   std::vector<kelo_dm_item> items = three_items();
   for (kelo_dm_item& item : items) item.desc.type = 99;

@@ -102,8 +102,9 @@ typedef struct symbol {
 
 /**
  * Counts one more user of the tables. The first one (count 0 to 1) forgets every table opened before: their
- * handles name nothing any more, while their entries stay in memory for whoever still points at them. A
- * program that uses it calls it before its first symOpen(); none has to.
+ * handles name nothing any more, while their entries stay in memory for whoever still points at them. The
+ * data manager's items stay registered. A program that uses it calls it before its first symOpen(); none has
+ * to.
  * @return 0
  */
 KELO_API int symSubOpen(void);
