@@ -49,6 +49,12 @@ const T* pointed_at(const kelo_dm_item& item) {
   return reinterpret_cast<const T*>(item.desc.def_value);  // NOLINT(performance-no-int-to-ptr): an address
 }
 
+// Whether the default in the row's field, which the storage reads from its first bytes, is `number`.
+template <typename T>
+bool holds(const kelo_dm_item& item, T number) {
+  return item.desc.len == sizeof number && std::memcmp(&item.desc.def_value, &number, sizeof number) == 0;
+}
+
 // The descriptor that the data manager finds for an id; null when it knows none.
 const kelo_dm_item_desc* registered(std::int32_t id) {
   const RecordingHandle handle;
@@ -62,7 +68,7 @@ TEST(Registry, RowsOfACTable) {
   EXPECT_STREQ("NET_TAB", c_table[0].desc.item_table);
   EXPECT_STREQ("CHANNEL", c_table[0].desc.item_key);
   EXPECT_EQ(3, c_table[0].desc.def_type);
-  EXPECT_EQ(6, c_table[0].desc.def_value);
+  EXPECT_TRUE(holds<std::int32_t>(c_table[0], 6));
   EXPECT_EQ(4, c_table[0].desc.len);
   EXPECT_EQ(5, c_table[1].desc.def_type);
   EXPECT_STREQ("home", pointed_at<char>(c_table[1]));
@@ -70,7 +76,7 @@ TEST(Registry, RowsOfACTable) {
   EXPECT_EQ(6, c_table[2].desc.def_type);
   EXPECT_EQ(0, std::memcmp(pointed_at<void>(c_table[2]), "\xDE\xAD\xBE", 3));
   EXPECT_EQ(3, c_table[2].desc.len);
-  EXPECT_EQ(-2, c_table[3].desc.def_value);
+  EXPECT_TRUE(holds<std::int8_t>(c_table[3], -2));
   EXPECT_EQ(-1, c_table[4].id);
 }
 
@@ -80,9 +86,23 @@ TEST(Registry, RowsOfACppTable) {
                                  {2, {"T", "L", 0, KELO_DM_TEXT("text"), KELO_DM_TYPE_STRING, 4}},
                                  {3, {"T", "M", 0, KELO_DM_BYTES(kSecret), KELO_DM_TYPE_BUFFER, 4}},
                                  KELO_DM_END};
-  EXPECT_EQ(static_cast<std::intptr_t>(0xFFFFFFFFU), table[0].desc.def_value);
+  EXPECT_TRUE(holds<std::uint32_t>(table[0], 0xFFFFFFFFU));
   EXPECT_STREQ("text", pointed_at<char>(table[1]));
   EXPECT_EQ(kSecret, pointed_at<std::uint8_t>(table[2]));
+}
+
+TEST(Registry, ScalarsStandInTheFirstBytesOfTheirField) {
+  static const kelo_dm_item table[] = {
+      KELO_DM_ITEM(1, "T", "A", KELO_DM_TYPE_SCALAR1, 0x7E, 1),
+      KELO_DM_ITEM(2, "T", "B", KELO_DM_TYPE_SCALAR2, -1500, 2),
+      KELO_DM_ITEM(3, "T", "C", KELO_DM_TYPE_SCALAR3, 0x01020304, 4),
+      KELO_DM_ITEM(4, "T", "D", KELO_DM_TYPE_SCALAR4, 5000, sizeof(std::intptr_t)),
+      KELO_DM_ITEM(5, "T", "E", KELO_DM_TYPE_SCALAR1, 0x1234, 1)};
+  EXPECT_TRUE(holds<std::int8_t>(table[0], 0x7E));
+  EXPECT_TRUE(holds<std::int16_t>(table[1], -1500));
+  EXPECT_TRUE(holds<std::int32_t>(table[2], 0x01020304));
+  EXPECT_TRUE(holds<std::intptr_t>(table[3], 5000));
+  EXPECT_TRUE(holds<std::int8_t>(table[4], 0x34)) << "a value is cut to its length";
 }
 
 TEST(Registry, NullTable) {

@@ -53,8 +53,9 @@ typedef struct kelo_dm_item_desc {
   char item_table[32]; /**< NUL-terminated name of the storage table */
   char item_key[32];   /**< NUL-terminated key within that table */
   int32_t type;        /**< value type as the back-end reads it; registration copies `def_type` into it */
-  intptr_t
-      def_value; /**< types 1 to 4: the default itself; type 5: address of the text; type 6: of the bytes */
+  /** Types 1 to 4: the default itself, in the first bytes; type 5: address of the text; type 6: of the
+   * bytes. */
+  intptr_t def_value;
   int32_t def_type; /**< declared type, ::kelo_dm_type */
   int32_t len;      /**< length of the default in bytes */
 } kelo_dm_item_desc;
@@ -127,10 +128,43 @@ typedef int (*kelo_dm_event_fn)(int32_t id, const void* data, int32_t len);
 /** The `def_value` of a buffer item: the address of the array `bytes`, which must stay alive. */
 #define KELO_DM_BYTES(bytes) KELO_DM_TEXT(bytes)
 
-/** A row in full: `type` is a ::kelo_dm_type, `value` the `def_value`, `len` its length in bytes. */
-#define KELO_DM_ITEM(id, table, key, type, value, len)                      \
-  {                                                                         \
-    (id), { table, key, (type), (intptr_t)(value), (type), (int32_t)(len) } \
+/** Part of KELO_DM_ITEM(): whether items of `type` have their default in `def_value` itself. */
+#define KELO_DM_IS_SCALAR(type) ((type) >= KELO_DM_TYPE_SCALAR1 && (type) <= KELO_DM_TYPE_SCALAR4)
+
+/** Part of KELO_DM_ITEM(): 0. Does not compile (an array of negative size) for a scalar whose `len` is more
+ * than `def_value` holds. */
+#define KELO_DM_SCALAR_MUST_FIT(type, len) \
+  (0 * sizeof(char[KELO_DM_IS_SCALAR(type) && (int32_t)(len) > (int32_t)sizeof(intptr_t) ? -1 : 1]))
+
+/** Part of KELO_DM_ITEM(): the `def_value` whose first `len` bytes in memory are the scalar `value`; any
+ * other `value` as it is. */
+#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+#define KELO_DM_UNUSED_BITS(len)                           \
+  ((len) > 0 && (int32_t)(len) < (int32_t)sizeof(intptr_t) \
+       ? 8 * ((int32_t)sizeof(intptr_t) - (int32_t)(len))  \
+       : 0)
+#define KELO_DM_FIELD(type, value, len) \
+  (KELO_DM_IS_SCALAR(type) ? (intptr_t)((uintptr_t)(value) << KELO_DM_UNUSED_BITS(len)) : (intptr_t)(value))
+#else
+#define KELO_DM_FIELD(type, value, len) ((intptr_t)(value))
+#endif
+
+/**
+ * A row in full. The storage reads a scalar's default from the first `len` bytes of `def_value`: there the
+ * row holds `value` in the byte order of the machine, cut to `len` bytes. A scalar longer than that field
+ * does not compile: it has 4 bytes on 32-bit machines and 8 on 64-bit ones, so a table for both has no longer
+ * scalars than 4 bytes. A longer value is a buffer item.
+ *
+ * `type` is a ::kelo_dm_type, `value` a number for types 1 to 4 and else a KELO_DM_TEXT() or KELO_DM_BYTES(),
+ * `len` the default's length in bytes. `type` and `len` are integer constants; `value` need not be one where
+ * the table is made at run time.
+ */
+#define KELO_DM_ITEM(id, table, key, type, value, len)                    \
+  {                                                                       \
+    (id), {                                                               \
+      table, key, (type), KELO_DM_FIELD(type, value, len), (type),        \
+          (int32_t)((uint32_t)(len) + KELO_DM_SCALAR_MUST_FIT(type, len)) \
+    }                                                                     \
   }
 
 /** A string item whose default is the string literal `text`; its length leaves the terminator out. */
