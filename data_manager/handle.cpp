@@ -16,7 +16,7 @@ kelo_dm_handle* kelo_dm_reg(std::int32_t id) {
 
 int kelo_dm_unreg(kelo_dm_handle* handle) {
   if (handle == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return -1;
   }
   std::free(handle);

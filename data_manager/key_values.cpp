@@ -33,7 +33,7 @@ bool good_lengths(const KeyValue& pair) {
 std::int32_t kelo_dm_write_key_value_pairs(kelo_dm_handle* handle, std::int32_t id, const char* key,
                                            const char* value, std::int32_t* out_len) {
   if (key == nullptr || value == nullptr || out_len == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return kRefused;
   }
   KELO_LOG(LOG_LVL_DBUG, "write key: %s, value: %s\n", key, value);
@@ -62,7 +62,7 @@ std::int32_t kelo_dm_read_key_value_pairs(kelo_dm_handle* handle, std::int32_t i
                                           char (*keys)[KELO_DM_KEY_VALUE_ROW_SIZE],
                                           char (*values)[KELO_DM_KEY_VALUE_ROW_SIZE], std::int32_t* count) {
   if (keys == nullptr || values == nullptr || count == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return kRefused;
   }
   *count = 0;

@@ -84,7 +84,7 @@ kelo_dm_item_desc* kelo::dm::find_item(std::int32_t id, const char* function) {
 
 int kelo_dm_reg_def_items(kelo_dm_item* records) {
   if (records == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return kBadArgument;
   }
   if (!def_items_ready) {
@@ -124,7 +124,7 @@ int kelo_dm_construct_def_database(std::int32_t id) {
 int kelo_dm_def_items_write(kelo_dm_handle* handle, std::int32_t id, kelo_dm_item_desc* descriptor,
                             const void* value, std::int32_t len) {
   if (handle == nullptr || descriptor == nullptr || value == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return kBadArgument;
   }
   if (kelo::dm::clean_flag() != 0) return 0;
@@ -135,7 +135,7 @@ int kelo_dm_def_items_write(kelo_dm_handle* handle, std::int32_t id, kelo_dm_ite
 int kelo_dm_def_items_read(kelo_dm_handle* handle, std::int32_t id, kelo_dm_item_desc* descriptor, void* buf,
                            std::int32_t size) {
   if (handle == nullptr || descriptor == nullptr || buf == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return kBadArgument;
   }
   if (kelo::dm::clean_flag() != 0) return 0;
@@ -145,7 +145,7 @@ int kelo_dm_def_items_read(kelo_dm_handle* handle, std::int32_t id, kelo_dm_item
 
 int kelo_dm_compare_id(q_link_type* node, const void* id_pointer) {
   if (node == nullptr || id_pointer == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "%s param NULL\n", __func__);
+    kelo::log::param_null(__func__);
     return 0;
   }
   const kelo_dm_item* const item = item_of(node);

@@ -59,7 +59,7 @@ void set_value(MemoryItem& item, const void* data, std::int32_t length) {
   item.length = length;
 }
 
-bool usable(const char* step, const void* data, const std::int32_t* length) {
+bool check_value_arguments(const char* step, const void* data, const std::int32_t* length) {
   if (data != nullptr && length != nullptr && *length >= 0) return true;
   KELO_LOG_AS(step, LOG_LVL_ERR, "%s NULL\n", step);
   return false;
@@ -101,11 +101,11 @@ void add(std::int32_t id, const void* data, std::int32_t length) {
 
 void kelo_dm_wr_to_mem(int32_t id, const void* data, const int32_t* len_pointer) {
   if (MemoryItem* const item = kelo::dm::find_memory_item(id)) {
-    if (usable(kUpdate, data, len_pointer)) update(*item, data, *len_pointer);
+    if (check_value_arguments(kUpdate, data, len_pointer)) update(*item, data, *len_pointer);
     return;
   }
   KELO_LOG_AS(kUpdate, LOG_LVL_ERR, "dm_update_item_value_to_mem:no item found \n");
-  if (usable(kAdd, data, len_pointer)) add(id, data, *len_pointer);
+  if (check_value_arguments(kAdd, data, len_pointer)) add(id, data, *len_pointer);
 }
 
 void kelo_dm_rd_from_mem(int32_t id, void* buf, int32_t* len_pointer) {
