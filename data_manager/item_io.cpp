@@ -25,6 +25,7 @@ using kelo::dm::read_stored;
 using kelo::dm::required;
 
 constexpr ItemCall kWrite = {"kelo_dm_write", "kelo_dm_write", kBadArgument};
+constexpr ItemCall kWriteVerified = {"kelo_dm_write_verified", "kelo_dm_write_verified", kBadArgument};
 constexpr ItemCall kWriteDb = {"kelo_dm_write_db", "kelo_dm_write_db", kBadArgument};
 constexpr ItemCall kEmpty = {"kelo_dm_empty", "kelo_dm_empty", kBadArgument};
 constexpr ItemCall kRead = {"kelo_dm_read", "oem_dm_read", kBadArgument};
@@ -33,6 +34,8 @@ constexpr ItemCall kReadConfig = {"kelo_dm_read_from_dbconfigfile", "oem_dm_read
 constexpr ItemCall kCacheWrite = {"kelo_dm_cache_write", "kelo_dm_cache_write", kBadArgument};
 constexpr ItemCall kCacheRead = {"kelo_dm_cache_read", "kelo_dm_cache_read", kBadArgument};
 constexpr ItemCall kRegEvent = {"kelo_dm_reg_event_callback", "kelo_dm_reg_event_callback", kBadArgument};
+
+constexpr std::int32_t kNotVerified = -1;
 
 std::atomic<kelo_dm_event_fn> event_callback{nullptr};
 
@@ -104,6 +107,27 @@ std::int32_t kelo_dm_write(kelo_dm_handle* handle, std::int32_t id, const void* 
   if (item == nullptr) return kWrite.refusal;
   const std::optional<int> stored = write_unless_cleaning(kWrite, *handle, id, *item, data, len);
   return stored ? announce(*stored, id, data, len) : 0;
+}
+
+std::int32_t kelo_dm_write_verified(kelo_dm_handle* handle, std::int32_t id, const void* data,
+                                    std::int32_t len) {
+  kelo_dm_item_desc* const item = item_of_call(kWriteVerified, handle != nullptr && has_bytes(data, len), id);
+  if (item == nullptr) return kWriteVerified.refusal;
+  // Whatever the verification needs is there before anything is written. A stored value that is longer than
+  // `data` shows in the byte more.
+  required(handle->operations.read);
+  const std::int32_t room = len < INT32_MAX ? len + 1 : len;
+  const auto read_back = kelo::base::zeroed_array<char>(static_cast<std::size_t>(room));
+  if (read_back == nullptr) {
+    KELO_LOG(LOG_LVL_ERR, "no memory to read %d bytes back\n", len);
+    return kNotVerified;
+  }
+  const std::optional<int> stored = write_unless_cleaning(kWriteVerified, *handle, id, *item, data, len);
+  if (stored != 0) return kNotVerified;
+  if (read_stored(*handle, id, *item, read_back.get(), room) != len ||
+      std::memcmp(read_back.get(), data, static_cast<std::size_t>(len)) != 0)
+    return kNotVerified;
+  return announce(0, id, data, len);
 }
 
 std::int32_t kelo_dm_write_db(kelo_dm_handle* handle, std::int32_t id, const void* data, std::int32_t len) {

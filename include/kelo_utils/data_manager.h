@@ -275,11 +275,32 @@ KELO_API int kelo_dm_compare_id(q_link_type* node, const void* id_pointer);
  * @param id      registered item id.
  * @param data    `len` bytes; not kept.
  * @param len     1 or more.
- * @retval 0      stored and announced; or cleaning is in progress and the value is lost.
+ * @retval 0      accepted by the storage, and announced; or cleaning is in progress and the value is lost. It
+ *                does not say that the value can be read: a row that SQLite refused (the disk is full,
+ *                another program has the file) is only logged. kelo_dm_write_verified() tells.
  * @retval -3     null argument, `len` below 1 or unknown id; logged.
  * @return any other value: the storage's own error; nothing is announced.
  */
 KELO_API int32_t kelo_dm_write(kelo_dm_handle* handle, int32_t id, const void* data, int32_t len);
+
+/**
+ * As kelo_dm_write(), and reads the value back: the write to use where a caller acts on its success.
+ *
+ * Blocks for the write and for one read. Takes `len` + 1 bytes from the heap, before it writes. Any thread
+ * may call it; when another one writes the same item at the same time, the value read back may be the other's
+ * and the result -1.
+ * @param handle  from kelo_dm_reg(); needs its `read` as well as its `write`.
+ * @param id      registered item id.
+ * @param data    `len` bytes; not kept.
+ * @param len     1 or more.
+ * @retval 0      stored: the storage's verified read gave the same bytes and no more. Announced.
+ * @retval -1     not stored, as far as could be found out; nothing is announced. The storage refused the
+ *                value, the value read back is missing or another one, memory ran out (logged; nothing was
+ *                written), or cleaning is in progress (nothing was written). Later reads give the value
+ *                before or this one.
+ * @retval -3     null argument, `len` below 1 or unknown id; logged.
+ */
+KELO_API int32_t kelo_dm_write_verified(kelo_dm_handle* handle, int32_t id, const void* data, int32_t len);
 
 /**
  * Stores the current value of an item and announces the change, unless the stored value is the same.
