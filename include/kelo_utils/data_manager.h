@@ -77,7 +77,8 @@ typedef struct kelo_dm_operations {
   /** Stores `len` bytes (0: an empty value) as the current value. 0 on success; the caller of the data
    * manager gets any other result as it is. */
   int (*write)(uint32_t id, kelo_dm_item_desc* item, const void* data, int len);
-  /** Copies at most `size` bytes of the current value into `buf`. Negative on failure. */
+  /** Copies at most `size` bytes of the current value into `buf`, and returns their number. Negative on
+   * failure; kelo_dm_get() says which negative results it tells apart. */
   int (*read)(uint32_t id, kelo_dm_item_desc* item, void* buf, int size);
   /** Empties the storage; `backup` is what kelo_dm_clean() was given, `one` is always 1. Stores 0 in
    * `*clean_flag`, atomically, when cleaning has ended, from whichever thread that happens in. */
@@ -341,7 +342,7 @@ KELO_API int32_t kelo_dm_empty(kelo_dm_handle* handle, int32_t id);
 KELO_API int32_t kelo_dm_read(kelo_dm_handle* handle, int32_t id, void* buf, int32_t size);
 
 /**
- * Reads the current value of an item. The length of the value is not reported.
+ * Reads the current value of an item. The length of the value is not reported; kelo_dm_get() tells it.
  * @param handle  from kelo_dm_reg().
  * @param id      registered item id.
  * @param buf     receives at most `size` bytes; untouched while the storage is being cleaned.
@@ -363,6 +364,39 @@ KELO_API int32_t kelo_dm_read_db(kelo_dm_handle* handle, int32_t id, void* buf, 
  *                in progress, or the storage could not read the value.
  */
 KELO_API int32_t kelo_dm_read_from_dbconfigfile(kelo_dm_handle* handle, int32_t id, void* buf, int32_t size);
+
+/**
+ * Gives the value of an item with its length: the stored one, or else the default that it was registered
+ * with.
+ *
+ * The default comes from the item's row, not from the database of defaults: for types 1 to 4 the first `len`
+ * bytes of `def_value`, for type 5 the text without its terminator, for type 6 the `len` bytes. An item that
+ * was emptied has no stored value with the SQLite back-end, and gives its default.
+ *
+ * A stored value that cannot be read never turns into the default. From the storage's `read` -1 means that
+ * nothing is stored; -100 (no such table) means the same when dm_pal_check_db_health() finds nothing wrong,
+ * that is, answers 0 or -1 (no file yet); -102 means a value that fails its checksum, or a buffer that is too
+ * small, which this call tells apart; every other negative result means that the storage could not be read.
+ *
+ * Blocks for one read of the storage, for a second one when the first has found nothing, and for more of them
+ * where a value has 4 KiB or more. The value is read into memory of the call's own: at least 4 KiB and one
+ * byte more than `size`, and up to 16 MiB for a long or damaged value. Any thread may call it.
+ * @param handle  from kelo_dm_reg(); needs its `read`.
+ * @param id      registered item id.
+ * @param buf     receives the value, without a terminator; untouched unless the result is 0.
+ * @param size    size of `buf` in bytes, 1 or more.
+ * @param len     receives the length of the value in bytes when the result is 0 or -2; untouched otherwise.
+ * @retval 0      the value is in `buf`. A value may be empty (an empty default text): `*len` is 0.
+ * @retval -1     nothing is stored, and the item has no default: its row has a null text or buffer, an
+ *                unknown type, or a scalar of no bytes or of more than its field holds.
+ * @retval -2     the value, stored or default, is longer than `size`; `*len` says how long it is.
+ * @retval -3     null argument, `size` below 1 or unknown id; logged.
+ * @retval -4     the stored value is damaged: it fails its checksum; or it has more bytes than 16 MiB and
+ *                `size`. Logged at level 3 as "read cb ret:%d\n" with the storage's result.
+ * @retval -5     nothing can be said of the value now: cleaning is in progress, the storage could not be
+ *                opened or is damaged, or memory ran out. Logged likewise, except while cleaning.
+ */
+KELO_API int32_t kelo_dm_get(kelo_dm_handle* handle, int32_t id, void* buf, int32_t size, int32_t* len);
 
 /**
  * Checks its arguments and reports `len`; a placeholder that stores nothing.
