@@ -6,7 +6,8 @@
 build=$WORK/diag_library
 tree=$build/prefix
 mkdir -p "$build"
-"$CC" -shared -fPIC -I "$SOURCE_TREE/include" -o "$build/libplatform_diag.so" "$daemon_sources/platform_diag.c"
+"$CC" -shared -fPIC -Wl,-soname,libplatform_diag.so -I "$SOURCE_TREE/include" \
+  -o "$build/libplatform_diag.so" "$daemon_sources/platform_diag.c"
 "$CMAKE" -S "$SOURCE_TREE" -B "$build/library" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_C_COMPILER="$CC" \
   -DCMAKE_CXX_COMPILER="$CXX" -DKELO_DIAG_LIBRARY="$build/libplatform_diag.so" -DKELO_BUILD_TESTS=OFF \
   -DKELO_BUILD_TOOLS=OFF > "$build/log" || { cat "$build/log" && exit 1; }

@@ -13,9 +13,9 @@ library=$(find "$prefix" -name libkelo_utils.so -printf '%h\n')
 export PKG_CONFIG_PATH=$library/pkgconfig LD_LIBRARY_PATH=$library
 compile_with kelo_utils_sqlite "$build/example" "$CC" -std=c99 -pedantic -Wall -Wextra -Werror "$build/example.c"
 
-cat > "$build/twice" << END
+cat > "$build/twice" << 'END'
 #!/bin/sh
-"$build/example" fixed.wireless && "$build/example"
+cd "$(dirname "$0")" && ./example fixed.wireless && ./example
 END
 chmod +x "$build/twice"
 expect "$(printf 'item 1005 is now fixed.wireless\nstored: fixed.wireless\nstored: fixed.wireless')" "$build/twice"

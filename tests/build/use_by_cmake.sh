@@ -8,6 +8,9 @@ rm -rf "$build"
   -DCMAKE_CXX_COMPILER="$CXX" > "$WORK/by_cmake.log" || { cat "$WORK/by_cmake.log" && exit 1; }
 "$CMAKE" --build "$build" > "$WORK/by_cmake.log" || { cat "$WORK/by_cmake.log" && exit 1; }
 
+# The run path that CMake writes names the place of the tree, which is another one in the sandbox.
+LD_LIBRARY_PATH=$(dirname "$(find "$prefix" -name libkelo_utils.so)")
+export LD_LIBRARY_PATH
 for language in c cpp; do
   for link in shared static; do
     expect "$no_storage" "$build/$language-$link"
