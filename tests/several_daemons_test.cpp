@@ -217,7 +217,7 @@ class SeveralDaemons : public testing::TestWithParam<Setting> {
   void SetUp() override {
     alarm(static_cast<unsigned>(duration().count()) + 120);
     new (&page) StressPage<kItems>{};
-    for (const char* const path : {DB_CONFIG, DB_CONFIGBAK, DB_STATE, kRecovery})
+    for (const std::string& path : std::vector<std::string>{DB_CONFIG, DB_CONFIGBAK, DB_STATE, kRecovery})
       std::filesystem::remove(path);
     values_may_be_cleaned = false;
     live([](kelo_dm_handle* handle) { write_numbers(handle, 0, 0); });

@@ -1,0 +1,1 @@
+list(INSERT KELO_TEST_SANDBOX 1 --data-size 1000000)
