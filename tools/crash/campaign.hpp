@@ -1,0 +1,35 @@
+// All histories, one after the other, and the table of what was found.
+#ifndef KELO_TOOLS_CRASH_CAMPAIGN_HPP
+#define KELO_TOOLS_CRASH_CAMPAIGN_HPP
+
+#include <string>
+#include <vector>
+
+#include "tools/crash/explorer.hpp"
+
+namespace kelo::crash {
+
+struct Campaign {
+  double seconds = 0;
+  std::size_t states = 0;
+  std::size_t jobs = 1;
+  std::uint64_t seed = 1;
+  Effort effort;
+  int output = -1;  // a folder's descriptor
+  std::vector<std::string> only;
+};
+
+// The result is the exit status: 0 when nothing was found, 1 when a state violates a promise, 2 when the machine
+// does not let it be tried.
+int run_campaign(const Campaign& campaign);
+int replay(const Campaign& campaign);
+int show_events(const Campaign& campaign);
+int list_histories(const Campaign& campaign);
+
+// Tries one recorded history with so many explorers and returns what they found together.
+Tally explore_history(const History& history, const Recording& recording, const Campaign& campaign,
+                      double seconds);
+
+}  // namespace kelo::crash
+
+#endif  // KELO_TOOLS_CRASH_CAMPAIGN_HPP
