@@ -68,8 +68,34 @@ MemoryItem* find_memory_item(std::int32_t id) {
   return table == nullptr ? nullptr : table->slot_of(id).load(std::memory_order_acquire);
 }
 
+ReadLock::ReadLock(MemoryItem& item) : item_(item) {
+  if (pthread_rwlock_tryrdlock(&item_.lock) == 0) return;
+  renew_inherited_locks();
+  pthread_rwlock_rdlock(&item_.lock);
+}
+
+WriteLock::WriteLock(MemoryItem& item) : item_(item) {
+  if (pthread_rwlock_trywrlock(&item_.lock) == 0) return;
+  renew_inherited_locks();
+  pthread_rwlock_wrlock(&item_.lock);
+}
+
+void renew_item_locks() {
+  pthread_mutex_init(&add_lock, nullptr);
+  Table* const table = current.load(std::memory_order_acquire);
+  for (std::size_t place = 0; table != nullptr && place < table->size(); ++place) {
+    MemoryItem* const item = table->slots[place].load(std::memory_order_acquire);
+    if (item != nullptr) pthread_rwlock_init(&item->lock, nullptr);
+  }
+}
+
 Added add_memory_item(base::HeapPtr<MemoryItem>& item) {
-  const base::LockGuard lock(add_lock);
+  const MemoryChange change;
+  if (pthread_mutex_trylock(&add_lock) != 0) {
+    renew_inherited_locks();
+    pthread_mutex_lock(&add_lock);
+  }
+  const base::LockGuard lock(add_lock, base::AdoptLock{});
   if (find_memory_item(item->id) != nullptr) return Added::already_there;
   Table* const table = table_with_room();
   if (table == nullptr) return Added::no_memory;

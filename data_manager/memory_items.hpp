@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "base/heap.hpp"
+#include "data_manager/fork_gate.hpp"
 
 namespace kelo::dm {
 
@@ -19,6 +20,30 @@ struct MemoryItem {
   char* value;
 };
 
+// Hold an item's lock for their scope; a child made by fork() never waits for a thread that it does not have.
+class [[nodiscard]] ReadLock {
+ public:
+  explicit ReadLock(MemoryItem& item);
+  ~ReadLock() { pthread_rwlock_unlock(&item_.lock); }
+  ReadLock(const ReadLock&) = delete;
+  ReadLock& operator=(const ReadLock&) = delete;
+
+ private:
+  MemoryItem& item_;
+};
+
+class [[nodiscard]] WriteLock {
+ public:
+  explicit WriteLock(MemoryItem& item);
+  ~WriteLock() { pthread_rwlock_unlock(&item_.lock); }
+  WriteLock(const WriteLock&) = delete;
+  WriteLock& operator=(const WriteLock&) = delete;
+
+ private:
+  const MemoryChange change_;
+  MemoryItem& item_;
+};
+
 // The item with this id; null when there is none. Never waits.
 MemoryItem* find_memory_item(std::int32_t id);
 
@@ -26,6 +51,9 @@ enum class Added { stored, already_there, no_memory };
 
 // Puts `item` into the store, which then owns it, unless an item with its id is there.
 Added add_memory_item(base::HeapPtr<MemoryItem>& item);
+
+// Makes the locks of the store and of its items anew, in a child made by fork().
+void renew_item_locks();
 
 }  // namespace kelo::dm
 

@@ -7,9 +7,11 @@
 #include <memory>
 
 #include "base/heap.hpp"
+#include "data_manager/fork_gate.hpp"
 #include "kelo_utils/queue.h"
 #include "kelo_utils/symtab.h"
 #include "log/library_log.hpp"
+#include "queue/queue_lock.hpp"
 #include "symtab/kept_table.hpp"
 
 static_assert(offsetof(kelo_dm_item_node, link) == 0);
@@ -61,6 +63,7 @@ std::size_t count_items(const kelo_dm_item* records) {
 }
 
 void enter_item(kelo_dm_item& item, kelo_dm_item_node& node) {
+  const kelo::dm::MemoryChange change;
   item.desc.type = item.desc.def_type;
   kelo::symtab::enter(*id_map, IdKey(item.id).c_str(), valueSymbol(&item.desc), 0);
   node.item = &item;
@@ -80,6 +83,10 @@ kelo_dm_item_desc* kelo::dm::find_item(std::int32_t id, const char* function) {
     return nullptr;
   }
   return static_cast<kelo_dm_item_desc*>(symbol->content.payload.symbol);
+}
+
+void kelo::dm::renew_item_list_lock() {
+  if (def_items_ready) queue::make_lock(def_items);
 }
 
 int kelo_dm_reg_def_items(kelo_dm_item* records) {

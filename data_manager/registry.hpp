@@ -27,6 +27,9 @@ Slot required(Slot slot, int line = __builtin_LINE()) {
 // none.
 kelo_dm_item_desc* find_item(std::int32_t id, const char* function);
 
+// Makes the lock of the list of registered items anew, in a child made by fork().
+void renew_item_list_lock();
+
 // Non-zero while the storage is being cleaned.
 std::int32_t clean_flag();
 

@@ -1,3 +1,4 @@
+// Values held in memory, read and written by id.
 #include <algorithm>
 #include <cstring>
 
@@ -11,33 +12,13 @@ namespace {
 using kelo::base::HeapPtr;
 using kelo::dm::Added;
 using kelo::dm::MemoryItem;
+using kelo::dm::ReadLock;
+using kelo::dm::WriteLock;
 
 constexpr char kUpdate[] = "kelo_dm_update_item_value_to_mem";
 constexpr char kAdd[] = "kelo_dm_add_item_to_mem";
 constexpr char kConstruct[] = "kelo_dm_construct_queue_from_kvl";
 constexpr char kRead[] = "kelo_dm_read_item_from_mem";
-
-class WriteLock {
- public:
-  explicit WriteLock(MemoryItem& item) : item_(item) { pthread_rwlock_wrlock(&item_.lock); }
-  ~WriteLock() { pthread_rwlock_unlock(&item_.lock); }
-  WriteLock(const WriteLock&) = delete;
-  WriteLock& operator=(const WriteLock&) = delete;
-
- private:
-  MemoryItem& item_;
-};
-
-class ReadLock {
- public:
-  explicit ReadLock(MemoryItem& item) : item_(item) { pthread_rwlock_rdlock(&item_.lock); }
-  ~ReadLock() { pthread_rwlock_unlock(&item_.lock); }
-  ReadLock(const ReadLock&) = delete;
-  ReadLock& operator=(const ReadLock&) = delete;
-
- private:
-  MemoryItem& item_;
-};
 
 // A block for `length` bytes. Callers have no way to go on without it.
 char* value_block(std::int32_t length) {

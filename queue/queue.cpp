@@ -8,6 +8,7 @@
 
 #include "base/lock.hpp"
 #include "queue/queue_core.hpp"
+#include "queue/queue_lock.hpp"
 
 static_assert(sizeof(void*) != 4 ||
               (sizeof(q_link_type) == 8 && offsetof(q_type, link) == 0 && offsetof(q_type, cnt) == 8 &&
@@ -58,14 +59,18 @@ bool lock_circle(q_type& q) {
 
 }  // namespace
 
-q_type* q_init(q_type* q) {
-  if (!present(q)) return nullptr;
-  set_empty(*q);
+void kelo::queue::make_lock(q_type& q) {
   pthread_mutexattr_t attributes;
   pthread_mutexattr_init(&attributes);
   pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
-  pthread_mutex_init(&q->lock, &attributes);
+  pthread_mutex_init(&q.lock, &attributes);
   pthread_mutexattr_destroy(&attributes);
+}
+
+q_type* q_init(q_type* q) {
+  if (!present(q)) return nullptr;
+  set_empty(*q);
+  kelo::queue::make_lock(*q);
   return q;
 }
 

@@ -523,6 +523,9 @@ KELO_API int32_t kelo_dm_Crc32Calc(const void* data, uint16_t bit_count, uint32_
  * A store of its own beside the registered items, lost when the process ends: any id may be stored,
  * registered or not. Any thread may use it at any time. Reads of different items never wait for each other; a
  * read waits only for a write of the same item.
+ *
+ * A child made by fork() finds every value whole, and may use the store at once: a fork() waits for the
+ * writes of other threads that have begun, and writes wait for a fork() that has begun, a second at most.
  * @{
  */
 /**
