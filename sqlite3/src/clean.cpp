@@ -15,7 +15,6 @@
 #include "base/file.hpp"
 #include "kelo_utils/sqlite.h"
 #include "log/library_log.hpp"
-#include "sqlite3/src/fork_gate.hpp"
 #include "sqlite3/src/safe_copy.hpp"
 #include "sqlite3/src/shell.hpp"
 #include "sqlite3/src/sql.hpp"
@@ -31,7 +30,6 @@ using MaintenanceCommand = FixedText<2 * std::tuple_size_v<Output>>;  // holds a
 
 // Runs a command and keeps the start of its output, terminated. Whether it was started.
 bool run(const MaintenanceCommand& command, std::span<char> output) {
-  const SqlitePause pause;
   return run_command(command.c_str(), output.first(output.size() - 1)).started;
 }
 

@@ -7,10 +7,10 @@
 #include <cstring>
 #include <string_view>
 
+#include "base/fatal.hpp"
 #include "base/file.hpp"
 #include "kelo_utils/sqlite.h"
 #include "log/library_log.hpp"
-#include "sqlite3/src/fatal.hpp"
 #include "sqlite3/src/handles.hpp"
 #include "sqlite3/src/sql.hpp"
 
@@ -95,7 +95,7 @@ int export_table(sqlite3* db, const char* table, std::FILE* out) {
   sqlite3_stmt* raw = nullptr;
   const int code = sqlite3_prepare_v2(db, select.c_str(), -1, &raw, nullptr);
   const Statement rows(raw);
-  if (code != SQLITE_OK) fatal(__LINE__);
+  if (code != SQLITE_OK) base::fatal(base::kStoreCode);
   while (sqlite3_step(rows.get()) == SQLITE_ROW) write_row(rows.get(), out);
   return code;
 }

@@ -19,7 +19,8 @@ bool Operation::undo_interrupted_copies() {
   if (!lock_.locked() || (!copy_was_interrupted(DB_CONFIG) && !copy_was_interrupted(DB_CONFIGBAK)))
     return true;
   if (!lock_.make_exclusive()) return false;
-  if (!wait_for_commands(DB_CONFIG)) {
+  ByteLock copies;
+  if (!copies.wait_for_copies(DB_CONFIG)) {
     KELO_LOG_AS(caller_, LOG_LVL_ERR, "a cp that was left running works on %s, nothing was done\n",
                 DB_CONFIGBAK);
     return false;

@@ -7,13 +7,11 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <optional>
 
 #include "base/file.hpp"
 #include "base/heap.hpp"
 #include "sqlite3/src/handles.hpp"
 #include "sqlite3/src/sql.hpp"
-#include "sqlite3/src/store_lock.hpp"
 
 namespace kelo::store {
 namespace {
@@ -91,9 +89,11 @@ void undo(const Names& names) {
 
 bool run_copy(const CopyOrder& order) {
   const CommandText command("cp %s %s", order.source, order.target);
-  Descriptor under_way = lock_for_command(order.store);
-  const SqlitePause pause;
-  return order.run(command.c_str(), under_way);
+  ByteLock under_way;
+  under_way.announce_copy(order.store);
+  const bool done = order.run(command.c_str(), under_way);
+  under_way.leave_to_command();
+  return done;
 }
 
 bool came_out_whole(const CopyOrder& order) {
@@ -116,8 +116,8 @@ bool copy_with_undo(const CopyOrder& order) {
     // Where the directory takes no new names there is only the copy in place.
     return read_only_directory && run_copy(order) && came_out_whole(order);
   }
-  const std::optional<Descriptor> steady = keep_writers_out(order.source);
-  if (!steady || !run_copy(order) || !came_out_whole(order) ||
+  ByteLock steady;
+  if (!steady.keep_writers_out(order.source) || !run_copy(order) || !came_out_whole(order) ||
       (renamed && !base::sync_directory_of(names.file.c_str()))) {
     undo(names);
     return false;

@@ -2,13 +2,13 @@
 #ifndef KELO_SQLITE3_SAFE_COPY_HPP
 #define KELO_SQLITE3_SAFE_COPY_HPP
 
-#include "base/file.hpp"
+#include "sqlite3/src/store_lock.hpp"
 
 namespace kelo::store {
 
-// Runs a shell command, and tells whether it may have done its work. The command inherits `under_way`, which its
-// parent closes when the command has started, at the latest when it has ended.
-using RunCommand = bool (*)(const char* command, base::Descriptor& under_way);
+// Runs a shell command, and tells whether it may have done its work. The command inherits `under_way`, which may be
+// left to it as soon as it has started.
+using RunCommand = bool (*)(const char* command, ByteLock& under_way);
 
 // How a copy is made, and under which lock. The caller holds the lock of `store` exclusively.
 struct CopyOrder {

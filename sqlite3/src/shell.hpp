@@ -4,7 +4,7 @@
 
 #include <span>
 
-#include "base/file.hpp"
+#include "sqlite3/src/store_lock.hpp"
 
 namespace kelo::store {
 
@@ -14,10 +14,10 @@ struct CommandEnd {
   bool started;
   int status;
 };
-CommandEnd run_command(const char* command, std::span<char> output, base::Descriptor* under_way = nullptr);
+CommandEnd run_command(const char* command, std::span<char> output, ByteLock* under_way = nullptr);
 
 // As a copy wants it: see RunCommand.
-bool run_copy_command(const char* command, base::Descriptor& under_way);
+bool run_copy_command(const char* command, ByteLock& under_way);
 
 }  // namespace kelo::store
 

@@ -3,11 +3,11 @@
 
 #include <optional>
 
+#include "base/fatal.hpp"
 #include "base/file.hpp"
 #include "base/heap.hpp"
 #include "kelo_utils/sqlite.h"
 #include "log/library_log.hpp"
-#include "sqlite3/src/fatal.hpp"
 #include "sqlite3/src/item_read.hpp"
 #include "sqlite3/src/item_write.hpp"
 #include "sqlite3/src/journal.hpp"
@@ -21,7 +21,7 @@ constexpr char kCaller[] = "dm_sqlite_check_database";
 int complete_backup(Operation& operation, const JournalRow& journal) {
   const JournalItem item = journal.item();
   const auto value = base::zeroed_array<char>(static_cast<std::size_t>(item.len));
-  if (!value) fatal(__LINE__);
+  if (!value) base::fatal(base::kStoreCode);
   KELO_LOG_AS(kCaller, LOG_LVL_DBUG, "dm_sqlite_check_database read primary\n");
   std::uint32_t crc = 0;
   const int len = read_row(operation, DB_CONFIG, {item.table, item.key, value.get(), item.len}, &crc);

@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "base/deadline.hpp"
+#include "base/file.hpp"
 #include "kelo_utils/sqlite.h"
 #include "log/library_log.hpp"
 #include "sqlite3/src/sql.hpp"
@@ -18,6 +19,11 @@ namespace kelo::store {
 namespace {
 
 constexpr int kPatienceMilliseconds = 5000;
+
+// The bytes of the lock file that are locked, each for itself.
+constexpr off_t kGateByte = 0;
+constexpr off_t kStoreByte = 1;
+constexpr off_t kCopyByte = 2;
 
 using LockPath = FixedText<DM_SQLITE_PATH_SIZE + 16>;
 
@@ -48,8 +54,6 @@ bool lock_in_time(int fd, short type, off_t start, const base::Deadline& deadlin
   }
   return true;
 }
-
-constexpr off_t offset(LockByte byte) { return static_cast<off_t>(byte); }
 
 // Whoever may write the database may lock it, and nobody else: a lock that anybody can take and keep would
 // stop the store.
@@ -111,9 +115,9 @@ bool StoreLock::take() {
   // out for ever.
   const base::Deadline deadline(kPatienceMilliseconds);
   const short type = exclusive() ? F_WRLCK : F_RDLCK;
-  if (lock_in_time(file_.fd, type, offset(LockByte::kGate), deadline) &&
-      lock_in_time(file_.fd, type, offset(LockByte::kStore), deadline)) {
-    static_cast<void>(try_lock(file_.fd, F_UNLCK, offset(LockByte::kGate)));
+  if (lock_in_time(file_.fd, type, kGateByte, deadline) &&
+      lock_in_time(file_.fd, type, kStoreByte, deadline)) {
+    static_cast<void>(try_lock(file_.fd, F_UNLCK, kGateByte));
     return true;
   }
   KELO_LOG_AS(caller_, LOG_LVL_ERR, "%s-lock was held by others for %d ms, nothing was done\n", database_,
@@ -137,30 +141,39 @@ bool StoreLock::make_exclusive() {
   return held_ = take();
 }
 
-base::Descriptor lock_for_command(const char* database) {
-  const LockPath path = lock_path(database);
-  base::Descriptor file(
-      base::retry_interrupted([&] { return ::open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK); }));
-  if (file && !try_lock(file.get(), F_WRLCK, offset(LockByte::kCopy))) file.reset();
-  return file;
+ByteLock::~ByteLock() {
+  // A child that was made just now may still have the descriptor.
+  if (file_.fd >= 0) static_cast<void>(try_lock(file_.fd, F_UNLCK, start_, length_));
+  close_lock_descriptor(file_);
 }
 
-bool wait_for_commands(const char* database) {
-  const base::Descriptor file =
-      base::open_file(lock_path(database).c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK);
-  if (!file) return true;
+void ByteLock::announce_copy(const char* store) {
+  // Not closed on exec: this is what the command inherits.
+  constexpr int kFlags = O_RDWR | O_NOFOLLOW | O_NONBLOCK;
+  if (open_closed_in_child(file_, lock_path(store).c_str(), kFlags, 0) < 0) return;
+  if (!try_lock(file_.fd, F_WRLCK, kCopyByte)) close_lock_descriptor(file_);
+}
+
+void ByteLock::leave_to_command() { close_lock_descriptor(file_); }
+
+bool ByteLock::wait_for_copies(const char* store) {
+  constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+  if (open_closed_in_child(file_, lock_path(store).c_str(), kFlags, 0) < 0) return true;
+  start_ = kCopyByte;
+  length_ = 1;
   const base::Deadline deadline(kPatienceMilliseconds);
-  return lock_in_time(file.get(), F_WRLCK, offset(LockByte::kCopy), deadline);
+  return lock_in_time(file_.fd, F_WRLCK, start_, deadline);
 }
 
-std::optional<base::Descriptor> keep_writers_out(const char* database) {
+bool ByteLock::keep_writers_out(const char* database) {
   // Where SQLite keeps its shared locks, a part of the file's form that does not change.
   constexpr off_t kSharedFirst = 0x40000002;
   constexpr off_t kSharedSize = 510;
-  base::Descriptor file = base::open_file(database, O_RDONLY | O_NONBLOCK);
+  if (open_closed_in_child(file_, database, O_RDONLY | O_CLOEXEC | O_NONBLOCK, 0) < 0) return true;
+  start_ = kSharedFirst;
+  length_ = kSharedSize;
   const base::Deadline deadline(kPatienceMilliseconds);
-  if (file && !lock_in_time(file.get(), F_RDLCK, kSharedFirst, deadline, kSharedSize)) return {};
-  return file;
+  return lock_in_time(file_.fd, F_RDLCK, start_, deadline, length_);
 }
 
 }  // namespace kelo::store

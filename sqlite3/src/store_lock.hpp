@@ -2,17 +2,11 @@
 #ifndef KELO_SQLITE3_STORE_LOCK_HPP
 #define KELO_SQLITE3_STORE_LOCK_HPP
 
-#include <optional>
-
-#include "base/file.hpp"
 #include "sqlite3/src/fork_gate.hpp"
 
 namespace kelo::store {
 
 enum class Access { kShared, kExclusive };
-
-// The bytes of the lock file that are locked, each for itself.
-enum class LockByte { kGate, kStore, kCopy };
 
 // Holds the lock of the store whose primary file is `database`, in the file "<database>-lock". Operations that
 // only read share it. The kernel releases it when the process dies, and a child made by fork() does not have
@@ -49,16 +43,32 @@ class [[nodiscard]] StoreLock {
   SqliteUse use_;
 };
 
-// A lock on the byte kCopy that a command inherits: while it is held, a copy of a process that died may still
-// be under way. Empty when it cannot be had. Its holder closes it as soon as the command has started.
-base::Descriptor lock_for_command(const char* database);
+// A lock on bytes of a file that is not the lock of an operation. A child made by fork() does not have it.
+class [[nodiscard]] ByteLock {
+ public:
+  ByteLock() = default;
+  ~ByteLock();
+  ByteLock(const ByteLock&) = delete;
+  ByteLock& operator=(const ByteLock&) = delete;
 
-// Waits until no command holds that byte. False when one did for all of the store's patience.
-[[nodiscard]] bool wait_for_commands(const char* database);
+  // Has the command that is started next inherit a lock that says that a copy is under way: while one is held, the
+  // copy of a process that died may still be made.
+  void announce_copy(const char* store);
+  // Leaves the lock to the command alone, once that has started.
+  void leave_to_command();
 
-// Keeps other programs from writing a database through SQLite while the descriptor lives. Nothing when one of them
-// held it for all of the patience. A database that cannot be opened has an empty descriptor.
-std::optional<base::Descriptor> keep_writers_out(const char* database);
+  // Waits until no command holds that lock. False when one did for all of the store's patience.
+  [[nodiscard]] bool wait_for_copies(const char* store);
+
+  // Keeps other programs from writing a database through SQLite. False when one of them held it for all of the
+  // patience; a database that cannot be opened needs no lock.
+  [[nodiscard]] bool keep_writers_out(const char* database);
+
+ private:
+  LockDescriptor file_;
+  long long start_ = 0;
+  long long length_ = 0;
+};
 
 }  // namespace kelo::store
 

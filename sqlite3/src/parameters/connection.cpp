@@ -80,7 +80,8 @@ void keep(Database which, SqliteHandle db, std::array<SqliteHandle, 2>& displace
   kept[index_of(which)] = {db.release(), identity_of(path_of(which))};
 }
 
-bool run_copy_command(const char* command, base::Descriptor& /*under_way*/) {
+bool run_copy_command(const char* command, store::ByteLock& /*under_way*/) {
+  const store::SqlitePause pause;
   return kelo_system_call(command, static_cast<std::uint32_t>(std::strlen(command))) == 0;
 }
 
@@ -97,7 +98,8 @@ class [[nodiscard]] Exclusive {
  public:
   explicit Exclusive(const char* caller) : lock_(caller, kUserPath, Access::kExclusive) {
     if (!lock_ || !store::copy_was_interrupted(kUserPath)) return;
-    command_left_ = !store::wait_for_commands(kUserPath);
+    store::ByteLock copies;
+    command_left_ = !copies.wait_for_copies(kUserPath);
     if (!command_left_) store::undo_interrupted_copy(kUserPath);
   }
   explicit operator bool() const { return lock_ && !command_left_; }
