@@ -5,6 +5,7 @@
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -51,6 +52,16 @@ Settings settings_of(const Campaign& campaign, double seconds, std::size_t part)
     save_reproducer(output, reproducer, story);
   };
   return settings;
+}
+
+// Of all processes that have ended. On a machine that does other things as well this says more than the time.
+double processor_seconds() {
+  rusage used{};
+  getrusage(RUSAGE_CHILDREN, &used);
+  const auto seconds = [](const timeval& time) {
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+  };
+  return seconds(used.ru_utime) + seconds(used.ru_stime);
 }
 
 }  // namespace
@@ -101,14 +112,16 @@ int run_campaign(const Campaign& campaign) {
     const Recording recording = record_history(history);
     complain_of(history, recording);
     const auto begin = Clock::now();
+    const double used = processor_seconds();
     // What a history leaves of its share goes to those after it.
     const double left = campaign.seconds - std::chrono::duration<double>(begin - start).count();
     const double share = std::max(left, 1.0) / static_cast<double>(chosen.size() - at);
     const Tally tally = explore_history(history, recording, campaign, campaign.seconds > 0 ? share : 0);
-    print_row(history.name, tally, std::chrono::duration<double>(Clock::now() - begin).count());
+    print_row(history.name, tally, std::chrono::duration<double>(Clock::now() - begin).count(),
+              processor_seconds() - used);
     sum.add(tally);
   }
-  print_row("all", sum, std::chrono::duration<double>(Clock::now() - start).count());
+  print_row("all", sum, std::chrono::duration<double>(Clock::now() - start).count(), processor_seconds());
   return sum.violations() == 0 ? 0 : 1;
 }
 

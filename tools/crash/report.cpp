@@ -10,13 +10,14 @@
 namespace kelo::crash {
 
 void print_head() {
-  std::printf("%-24s %8s %8s %7s  %s\n", "history", "tried", "unique", "per s",
+  std::printf("%-24s %8s %8s %7s %9s  %s\n", "history", "tried", "unique", "per s", "per cpu s",
               "violations: kind in model: number of states");
 }
 
-void print_row(const std::string& name, const Tally& tally, double seconds) {
-  std::printf("%-24s %8zu %8zu %7.0f ", name.c_str(), tally.tried, tally.unique,
-              static_cast<double>(tally.unique) / std::max(seconds, 0.001));
+void print_row(const std::string& name, const Tally& tally, double seconds, double processor) {
+  std::printf("%-24s %8zu %8zu %7.0f %9.0f ", name.c_str(), tally.tried, tally.unique,
+              static_cast<double>(tally.unique) / std::max(seconds, 0.001),
+              static_cast<double>(tally.unique) / std::max(processor, 0.001));
   for (std::size_t violation = 0; violation < kViolations; ++violation) {
     for (std::size_t column = 0; column < kColumns; ++column) {
       const std::size_t count = tally.found[violation][column];

@@ -90,11 +90,9 @@ std::string StoreSubject::fault() {
 
 int DefaultsSubject::read(std::size_t item, std::string& value) {
   if (item + 1 == items_.size()) return StoreSubject::read(item, value);
-  value.resize(4096);
   kelo_dm_item& record = records_[item];
-  const int result =
-      kelo_dm_def_items_read(handle_, record.id, &record.desc, value.data(), static_cast<int>(value.size()));
-  value.resize(result > 0 ? static_cast<std::size_t>(result) : 0);
+  const int result = kelo_dm_def_items_read(handle_, record.id, &record.desc, buffer_, sizeof buffer_);
+  value.assign(buffer_, result > 0 ? static_cast<std::size_t>(result) : 0);
   record.desc.type = record.desc.def_type;
   return result;
 }
