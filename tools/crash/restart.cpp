@@ -58,7 +58,7 @@ void Restart::read_all(Subject& subject, Readings& readings, bool say) const {
 
 void Restart::first_run(const Expected& expected) {
   const std::size_t probe = history_.probe;
-  const auto version = static_cast<std::size_t>(expected[probe].highest + 1);
+  const auto version = static_cast<std::size_t>(expected[probe].highest) + 1;
   const std::string& value = history_.items[probe].values.at(version);
   findings_->written_version = static_cast<std::int32_t>(version);
   findings_->descriptors_before = open_descriptors();

@@ -109,12 +109,16 @@ std::vector<Selection> smaller_losses(const Selection& selection) {
   for (const std::size_t event : selection.lost_names) {
     offer([&](Selection& next) { next.lost_names.erase(event); });
   }
-  for (const auto& [inode, kept] : selection.files) {
+  for (const auto& file : selection.files) {
+    const InodeNumber inode = file.first;
+    const FileKept& kept = file.second;
     offer([&](Selection& next) { next.files.erase(inode); });
     if (kept.changes != kAll) offer([&](Selection& next) { next.files[inode].changes = kAll; });
     if (kept.cuts != kAll) offer([&](Selection& next) { next.files[inode].cuts = kAll; });
     if (kept.sizes != kAll) offer([&](Selection& next) { next.files[inode].sizes = kAll; });
-    for (const auto& [block, part] : kept.blocks) {
+    for (const auto& place : kept.blocks) {
+      const std::size_t block = place.first;
+      const BlockKept& part = place.second;
       offer([&](Selection& next) { next.files[inode].blocks.erase(block); });
       if (part.sectors == kWholeBlock) continue;
       offer([&](Selection& next) { next.files[inode].blocks[block].sectors = kWholeBlock; });

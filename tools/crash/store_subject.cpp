@@ -84,7 +84,6 @@ std::string StoreSubject::fault() {
   std::string fault = database_fault(DB_CONFIG);
   if (fault.empty()) fault = difference(DB_CONFIG, DB_CONFIGBAK);
   if (fault.empty()) fault = database_fault(DB_CONFIGBAK);
-  if (fault.empty()) fault = database_fault(DB_STATE);
   return fault;
 }
 
