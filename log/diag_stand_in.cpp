@@ -1,14 +1,21 @@
 // The diagnostic channel of a system without the platform's own: each record becomes one syslog(3) record.
 // Both functions are weak and alone in this file, so a program that defines either of them receives the
 // calls, with the shared library and with the archive.
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <syslog.h>
 
+#include <cerrno>
 #include <cstdarg>
+#include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 #include "base/file.hpp"
+#include "base/heap.hpp"
+#include "base/text_builder.hpp"
 #include "kelo_utils/log.h"
-#include "log/log_lock.hpp"
+#include "log/sinks.hpp"
 
 namespace {
 
@@ -31,6 +38,26 @@ int syslog_priority(std::uint32_t mask) {
   }
 }
 
+void send_to_daemon(std::string_view record) {
+  const kelo::base::Descriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  const sockaddr_un daemon = {AF_UNIX, "/dev/log"};
+  (void)kelo::base::retry_interrupted([&] {
+    return ::sendto(socket.get(), record.data(), record.size(), MSG_NOSIGNAL,
+                    reinterpret_cast<const sockaddr*>(&daemon), sizeof daemon);
+  });
+}
+
+// Does for one record what syslog(3) does, for a process that must not call it. The daemon puts the time in.
+void send_record(int priority, const char* format, va_list arguments) {
+  static constexpr std::size_t kSize = KELO_LOG_BUFFER_SIZE + 512;
+  const auto record = kelo::base::zeroed_array<char>(kSize);
+  if (!record) return;
+  kelo::base::TextBuilder text({record.get(), kSize});
+  text.print("<%d>%s: ", LOG_USER | priority, program_invocation_short_name);
+  text.vprint(format, arguments);
+  send_to_daemon(text.view());
+}
+
 }  // namespace
 
 extern "C" {
@@ -39,11 +66,14 @@ __attribute__((weak)) int Diag_LSM_Init(char* /*environment*/) { return 1; }
 
 __attribute__((weak)) void msg_sprintf(const LogDiagDescriptor* descriptor, ...) {
   const kelo::base::ErrnoKeeper keep;
-  // syslog(3) has a lock of its own that no fork() waits for: this one keeps a child from inheriting it held.
-  const kelo::log::LogLock lock;
+  const kelo::log::SyslogCall call;
   va_list arguments;
   va_start(arguments, descriptor);
-  vsyslog(syslog_priority(descriptor->mask), descriptor->format, arguments);
+  const int priority = syslog_priority(descriptor->mask);
+  if (kelo::log::SyslogCall::usable())
+    vsyslog(priority, descriptor->format, arguments);
+  else
+    send_record(priority, descriptor->format, arguments);
   va_end(arguments);
 }
 

@@ -14,6 +14,7 @@
 #include "log/library_log.hpp"
 #include "log/local_line.hpp"
 #include "log/log_lock.hpp"
+#include "log/sinks.hpp"
 
 namespace {
 
@@ -64,7 +65,7 @@ Delivery deliver(int level, char* buf, const char* func, int line, const char* f
   if (const kelo_print_fn print = log_print_fn.load(std::memory_order_acquire)) {
     print(text);
   } else {
-    std::fputs(text, stdout);
+    kelo::log::print_line(text);
   }
   return Delivery::printed;
 }

@@ -1,9 +1,14 @@
+// The lock around each log line, which forks neither wait for nor inherit held.
 #include "log/log_lock.hpp"
 
 #include <pthread.h>
+#include <sched.h>
 #include <unistd.h>
 
 #include <atomic>
+
+#include "kelo_utils/log.h"
+#include "log/sinks.hpp"
 
 namespace kelo::log {
 namespace {
@@ -14,14 +19,12 @@ pthread_mutex_t log_mutex = PTHREAD_MUTEX_INITIALIZER;
 std::atomic<pthread_t> owner{};
 int depth;     // guarded by log_mutex: how often its thread entered
 bool in_line;  // guarded by log_mutex
-// The process whose forks wait for the lock, zero before it was first entered.
+// The process that lock and sinks belong to; the negative of its number while one of its threads takes them over from
+// a parent; zero before the first message.
 std::atomic<pid_t> process{};
 
-void begin_in(pid_t this_process);
-
-void enter(pid_t this_process) {
+void enter() {
   if (owner.load(std::memory_order_relaxed) != pthread_self()) {
-    if (process.load(std::memory_order_acquire) != this_process) begin_in(this_process);
     pthread_mutex_lock(&log_mutex);
     owner.store(pthread_self(), std::memory_order_relaxed);
   }
@@ -34,34 +37,46 @@ void leave() {
   pthread_mutex_unlock(&log_mutex);
 }
 
-void enter_for_fork() { enter(getpid()); }
+void settle_in_child() { settle_in(getpid()); }
 
-void leave_in_child() {
-  process.store(getpid(), std::memory_order_release);
-  leave();
-}
-
-// Registers the fork handlers with the first line and not on load, so that the library has no constructor.
-// Threads that begin at once register them twice, which the depth allows for.
-//
-// A child that has a parent's number here comes from a fork that had begun before the handlers were there, and
-// may have inherited the lock from a thread it does not have.
-void begin_in(pid_t this_process) {
-  if (process.load(std::memory_order_acquire) == 0) {
-    pthread_atfork(enter_for_fork, leave, leave_in_child);
-  } else {
-    pthread_mutex_init(&log_mutex, nullptr);
-    owner.store(pthread_t{}, std::memory_order_relaxed);
-    depth = 0;
-    in_line = false;
-  }
-  process.store(this_process, std::memory_order_release);
+// The thread that forked is the first of the child. It may be inside the lock, and goes on there. Another owner does
+// not exist any more, though a new thread may have its number.
+void free_inherited_lock(pid_t this_process) {
+  if (owner.load(std::memory_order_relaxed) == pthread_self() && get_tid() == this_process) return;
+  pthread_mutex_init(&log_mutex, nullptr);
+  owner.store(pthread_t{}, std::memory_order_relaxed);
+  depth = 0;
+  in_line = false;
 }
 
 }  // namespace
 
+// The fork handler is registered with the first message and not on load, so that the library has no constructor.
+// Threads that begin at once register it twice, which does no harm.
+//
+// A child is settled by that handler, or by its first message: a handler of the program may log before ours runs, and
+// ours does not run when the fork had begun before it was registered.
+void settle_in(pid_t this_process) {
+  pid_t seen = process.load(std::memory_order_acquire);
+  while (seen != this_process) {
+    if (seen == 0) {
+      pthread_atfork(nullptr, nullptr, settle_in_child);
+      if (process.compare_exchange_strong(seen, this_process)) return;
+    } else if (seen == -this_process) {
+      sched_yield();
+      seen = process.load(std::memory_order_acquire);
+    } else if (process.compare_exchange_strong(seen, -this_process)) {
+      free_inherited_lock(this_process);
+      settle_sinks();
+      process.store(this_process, std::memory_order_release);
+      return;
+    }
+  }
+}
+
 LogLock::LogLock() : process_(getpid()) {
-  enter(process_);
+  settle_in(process_);
+  enter();
   acquired_ = !in_line;
   if (!acquired_) return;
   in_line = true;

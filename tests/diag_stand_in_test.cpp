@@ -3,11 +3,13 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <optional>
 #include <regex>
@@ -38,8 +40,12 @@ class SyslogPeer {
     bound_ = bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
   }
   ~SyslogPeer() { leave(); }
-  SyslogPeer(const SyslogPeer&) = delete;
-  SyslogPeer& operator=(const SyslogPeer&) = delete;
+  SyslogPeer(SyslogPeer&& other) noexcept : socket_(std::exchange(other.socket_, -1)), bound_(other.bound_) {}
+  SyslogPeer& operator=(SyslogPeer&& other) noexcept {
+    std::swap(socket_, other.socket_);
+    bound_ = other.bound_;
+    return *this;
+  }
 
   void leave() {
     if (socket_ < 0) return;
@@ -222,6 +228,51 @@ TEST_F(DiagStandIn, ChildrenLogWhileThreadsDo) {
     if (record->find("from the child") != std::string::npos) ++from_children;
   EXPECT_EQ(kForks, from_children);
   EXPECT_LT(kForks, received);
+}
+
+void send_text(const char* text) {
+  const LogDiagDescriptor site = KELO_LOG_DESCRIPTOR(LOG_LVL_ERR);
+  msg_sprintf(&site, static_cast<int>(getpid()), "f", text);
+}
+
+// Nobody takes the records of the threads, so that one of them waits within syslog(3) when the process forks.
+TEST_F(DiagStandIn, ChildLogsWhileAThreadWaitsForTheDaemon) {
+  std::atomic<int> sent{0};
+  std::atomic<bool> stop{false};
+  std::thread sender([&] {
+    for (; !stop; ++sent) send_text("from the parent");
+  });
+  for (int before = -1; sent == 0 || before != sent;) {
+    before = sent;
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+  EXPECT_EQ(ChildEnd::good, fork_bounded([this] {
+              unlink(kLogSocket);
+              SyslogPeer own;
+              peer_ = std::move(own);
+              for (const char* const text : {"from the child", "100%s"}) {
+                send_text(text);
+                if (priority_of("f", text) != (kUser | 3)) return false;
+              }
+              return fork_bounded([this] {
+                       send_text("from the grandchild");
+                       return priority_of("f", "from the grandchild") == (kUser | 3);
+                     }) == ChildEnd::good;
+            }));
+  stop = true;
+  while (peer_.take()) {
+  }
+  sender.join();
+}
+
+TEST_F(DiagStandIn, ChildOfAQuietParentCallsSyslog) {
+  send_text("from the parent");
+  EXPECT_EQ(kUser | 3, priority_of("f", "from the parent"));
+  openlog("ident", 0, LOG_DAEMON);
+  EXPECT_EQ(ChildEnd::good, fork_bounded([this] {
+              send_text("from the child");
+              return priority_of("f", "from the child") == (LOG_DAEMON | 3);
+            }));
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // The lock around each line: forks, fork handlers and cancelled threads. Whatever is wrong with it shows as a
 // process that hangs, so every wait has its end.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <unistd.h>
@@ -8,10 +9,15 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <latch>
+#include <regex>
 #include <semaphore>
+#include <span>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -31,6 +37,15 @@ constexpr int kForks = 300;
 constexpr int kLoggers = 4;
 
 std::atomic<int> lines_printed{0};
+std::atomic<bool> stream_is_locked{false};
+
+}  // namespace
+
+// The library's calls land here.
+extern "C" int ftrylockfile(FILE* /*stream*/) noexcept { return stream_is_locked ? -1 : 0; }
+extern "C" void funlockfile(FILE* /*stream*/) noexcept {}
+
+namespace {
 
 void log_text(const char* text) {
   std::array<char, KELO_LOG_BUFFER_SIZE> buffer;
@@ -105,24 +120,46 @@ TEST_F(Fork, ChildCallsTheSettersWhileThreadsLog) {
   }
 }
 
-std::atomic<bool> writes_line{false};
+std::latch line_under_way(1);
+std::latch line_may_end(1);
 
-TEST_F(Fork, WaitsForTheLineBeingWritten) {
-  set_print_interface([](const char* line) {
-    writes_line = true;
-    count_line(line);
-    writes_line = false;
-  });
-  const BackgroundLoggers loggers(kLoggers, log_a_line);
-  for (int i = 0; i < kForks; ++i)
-    ASSERT_EQ(ChildEnd::good, fork_bounded([] { return !writes_line; })) << "fork " << i;
+// The line is under way until the test lets it end.
+void print_when_allowed(const char* line) {
+  count_line(line);
+  line_under_way.count_down();
+  line_may_end.wait();
+}
+
+TEST_F(Fork, DoesNotWaitForTheLineBeingWritten) {
+  set_print_interface(print_when_allowed);
+  std::thread logger(log_a_line);
+  line_under_way.wait();
+  EXPECT_EQ(ChildEnd::good, fork_bounded([] {
+              set_print_interface(count_line);
+              return child_logs() && child_logs();
+            }));
+  line_may_end.count_down();
+  logger.join();
+  EXPECT_EQ(1, lines_printed);
+}
+
+TEST_F(Fork, GrandchildrenLogToo) {
+  set_print_interface(print_when_allowed);
+  std::thread logger(log_a_line);
+  line_under_way.wait();
+  EXPECT_EQ(ChildEnd::good, fork_bounded([] {
+              set_print_interface(count_line);
+              return fork_bounded(child_logs) == ChildEnd::good && child_logs();
+            }));
+  line_may_end.count_down();
+  logger.join();
 }
 
 std::binary_semaphore first_line_began{0};
 std::binary_semaphore second_line_began{0};
 std::atomic<bool> lines_met{false};
 
-// The first line waits for one of another thread, which may come only behind it.
+// The first line waits for one of another thread, which may come only after it.
 void print_two_lines(const char* /*line*/) {
   if (lines_printed++ == 0) {
     first_line_began.release();
@@ -176,6 +213,148 @@ TEST_F(Fork, TwoThreadsForkWhileOthersLog) {
   EXPECT_EQ(0, bad);
 }
 
+// --- A fork while standard output is in use ------------------------------------------------------------------
+
+// Standard output is a pipe, each line of it written at once, until take() or the end. What the stream holds before
+// goes to the pipe, too.
+class PipedStdout {
+ public:
+  PipedStdout() : kept_(dup(STDOUT_FILENO)) {
+    set_print_interface(nullptr);
+    if (kept_ < 0 || pipe2(ends_.data(), O_CLOEXEC) != 0 || dup2(ends_[1], STDOUT_FILENO) < 0) std::abort();
+    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+  }
+  ~PipedStdout() {
+    restore();
+    close(ends_[0]);
+  }
+  PipedStdout(const PipedStdout&) = delete;
+  PipedStdout& operator=(const PipedStdout&) = delete;
+
+  // Leaves no place for a single byte.
+  void fill() {
+    const std::array<char, 4096> bytes{};
+    fcntl(ends_[1], F_SETFL, O_NONBLOCK);
+    for (const std::size_t size : {bytes.size(), std::size_t{1}}) {
+      while (write(ends_[1], bytes.data(), size) > 0) {
+      }
+    }
+    fcntl(ends_[1], F_SETFL, 0);
+  }
+
+  std::size_t read_some(std::span<char> bytes) {
+    const ssize_t count = read(ends_[0], bytes.data(), bytes.size());
+    return count > 0 ? static_cast<std::size_t>(count) : 0;
+  }
+
+  // Ends the use of the pipe; returns what is in it.
+  std::string take() {
+    restore();
+    std::string text;
+    std::array<char, 4096> bytes;
+    while (const std::size_t count = read_some(bytes)) text.append(bytes.data(), count);
+    return text;
+  }
+
+  // Gives standard output of the parent back.
+  void restore() {
+    if (kept_ < 0) return;
+    std::fflush(stdout);
+    dup2(kept_, STDOUT_FILENO);
+    close(std::exchange(kept_, -1));
+    close(std::exchange(ends_[1], -1));
+  }
+
+ private:
+  int kept_;
+  std::array<int, 2> ends_{-1, -1};
+};
+
+std::size_t count_of(std::string_view part, std::string_view text) {
+  std::size_t count = 0;
+  for (std::size_t at = text.find(part); at != std::string_view::npos; at = text.find(part, at + 1)) ++count;
+  return count;
+}
+
+// Logs to a pipe of the child's own; whether the line comes out once, as a line of its own.
+bool child_prints() {
+  PipedStdout own;
+  log_text("from the child\n");
+  const std::string text = own.take();
+  static const std::regex kLine(R"((^|\n)[-0-9 :.]+ : =ERR= \| \[[^\n]*\] \| f 1 \| from the child\n$)");
+  return count_of("from the child", text) == 1 && std::regex_search(text, kLine);
+}
+
+void wait_until_asleep(const char* status_path) {
+  for (bool asleep = false; !asleep; std::this_thread::sleep_for(std::chrono::milliseconds(1))) {
+    std::string status;
+    std::getline(std::ifstream(status_path), status, '\0');
+    asleep = status.find(") S ") != std::string::npos;
+  }
+}
+
+TEST_F(Fork, DoesNotWaitForStandardOutput) {
+  std::fflush(stdout);
+  PipedStdout full;
+  full.fill();
+  std::atomic<int> logger_id{0};
+  std::thread logger([&] {
+    logger_id = get_tid();
+    log_text("from the parent\n");
+  });
+  while (logger_id == 0) std::this_thread::yield();
+  wait_until_asleep(("/proc/self/task/" + std::to_string(logger_id) + "/stat").c_str());
+  EXPECT_EQ(ChildEnd::good, fork_bounded(child_prints));
+  std::array<char, 65536> bytes;
+  (void)full.read_some(bytes);
+  logger.join();
+  EXPECT_EQ(1U, count_of("from the parent", full.take()));
+}
+
+TEST_F(Fork, ChildrenPrintWholeLinesWhileThreadsDo) {
+  std::fflush(stdout);
+  PipedStdout output;
+  std::string text;
+  std::thread reader([&] {
+    std::array<char, 4096> bytes;
+    while (const std::size_t count = output.read_some(bytes)) text.append(bytes.data(), count);
+  });
+  int bad = 0;
+  {
+    const BackgroundLoggers loggers(kLoggers, log_a_line);
+    for (int i = 0; i < kForks && bad == 0; ++i) {
+      const ChildEnd end = fork_bounded([i] {
+        std::array<char, KELO_LOG_BUFFER_SIZE> buffer;
+        kelo_log_printf(LOG_LVL_ERR, buffer.data(), "f", 1, "from child %d.\n", i);
+        return true;
+      });
+      if (end != ChildEnd::good) ++bad;
+    }
+  }
+  output.restore();
+  reader.join();
+  EXPECT_EQ(0, bad);
+  for (int i = 0; i < kForks; ++i) {
+    const std::string line = "] | f 1 | from child " + std::to_string(i) + ".\n";
+    EXPECT_EQ(1U, count_of(line, text)) << line;
+  }
+}
+
+// A C library that leaves the lock of the stream as the parent's other thread held it.
+TEST_F(Fork, ChildPrintsPastAStreamThatIsLockedForGood) {
+  stream_is_locked = true;
+  EXPECT_EQ(ChildEnd::good, fork_bounded([] {
+              std::array<int, 2> ends{};
+              if (pipe2(ends.data(), O_CLOEXEC) != 0 || dup2(ends[1], STDOUT_FILENO) < 0) return false;
+              std::setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);  // keeps what is put into the stream
+              set_print_interface(nullptr);
+              log_text("from the child\n");
+              std::array<char, KELO_LOG_LINE_SIZE> line{};
+              fcntl(ends[0], F_SETFL, O_NONBLOCK);
+              return read(ends[0], line.data(), line.size()) > 0 && std::strcmp(line.data(), log_msg) == 0;
+            }));
+}
+
 // --- A fork from the print callback ------------------------------------------------------------------------
 
 thread_local BoundedFork* wanted_child = nullptr;
@@ -219,12 +398,33 @@ TEST_F(Fork, ChildMayEndInTheCallback) {
   EXPECT_EQ(ChildEnd::good, child.end());
 }
 
+// The child of a callback is inside the line as its parent is: a thread that it starts waits for the line's end.
+TEST_F(Fork, ThreadOfTheChildWaitsForTheCallback) {
+  static BoundedFork child;
+  static std::thread second;
+  static std::atomic<int> printed_meanwhile{-1};
+  set_print_interface([](const char* line) {
+    count_line(line);
+    if (!child.in_child() && lines_printed == 1 && child.begin() == 0) {
+      second = std::thread(log_a_line);
+      std::this_thread::sleep_for(std::chrono::milliseconds(200));
+      printed_meanwhile = lines_printed - 1;
+    }
+  });
+  log_text("forks\n");
+  if (child.in_child()) {
+    second.join();
+    BoundedFork::finish(printed_meanwhile == 0 && lines_printed == 2);
+  }
+  EXPECT_EQ(ChildEnd::good, child.end());
+}
+
 // --- Fork handlers of the program --------------------------------------------------------------------------
 
 TEST_F(Fork, HandlersOfTheProgramMayLog) {
   ASSERT_EQ(0, pthread_atfork(log_a_line, log_a_line, log_a_line));
   EXPECT_EQ(ChildEnd::good, fork_bounded([] { return lines_printed == 2 && child_logs(); }));
-  EXPECT_EQ(2, lines_printed) << "one before the fork and one behind it";
+  EXPECT_EQ(2, lines_printed) << "one before the fork and one after it";
 }
 
 // --- Handlers that were there before the first line --------------------------------------------------------
@@ -247,7 +447,7 @@ TEST_F(BeforeTheFirstLine, HandlersMayLog) {
   for (int forks = 1; forks <= 2; ++forks) {
     EXPECT_EQ(ChildEnd::good,
               fork_bounded([forks] { return lines_printed == 1 + 2 * forks && child_logs(); }));
-    EXPECT_EQ(1 + 2 * forks, lines_printed) << "one before the fork and one behind it";
+    EXPECT_EQ(1 + 2 * forks, lines_printed) << "one before the fork and one after it";
   }
   std::thread(log_a_line).join();
   EXPECT_EQ(6, lines_printed) << "the lock was given back";
@@ -308,7 +508,7 @@ TEST_F(BeforeTheFirstLine, AnotherThreadMayLogItDuringAFork) {
 
 // --- Cancelled threads -------------------------------------------------------------------------------------
 
-TEST_F(Cancel, ThreadEndsBehindItsLine) {
+TEST_F(Cancel, ThreadEndsAfterItsLine) {
   static std::latch in_callback(1);
   static std::latch was_cancelled(1);
   static std::atomic<bool> left_the_line{false};

@@ -79,9 +79,9 @@ typedef void (*kelo_print_fn)(const char* line);
 /**
  * Filters, formats and, in local mode, prints one message. KELO_LOG() is the usual way to call it.
  *
- * Preserves errno. Waits while another thread writes a line. Safe from any thread, and in the child of a
- * fork() made while another thread was logging; not for use in a signal handler. A thread cancelled during
- * the call ends after the line is written.
+ * Preserves errno. Waits while another thread writes a line. Safe from any thread; not for use in a signal
+ * handler. A fork() never waits for a message, and the child may log at once, whatever another thread of the
+ * parent was doing. A thread cancelled during the call ends after the line is written.
  *
  * @param level  0 to 5; -1 passes every threshold.
  * @param buf    scratch buffer of at least ::KELO_LOG_BUFFER_SIZE bytes; receives the formatted message, cut
