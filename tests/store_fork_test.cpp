@@ -67,7 +67,7 @@ const Work kWorks[] = {
 class StoreFork : public testing::TestWithParam<Work> {
  protected:
   void SetUp() override {
-    alarm(250);
+    alarm(100);
     provision("create table wifi (worker0, worker1, worker2); insert into wifi values (0, 0, 0);");
     kelo_set_log_tool_enable(0);
     kelo_set_log_level(LOG_LVL_DBUG);
