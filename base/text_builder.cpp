@@ -17,6 +17,7 @@ TextBuilder& TextBuilder::print(const char* format, ...) {
 
 TextBuilder& TextBuilder::vprint(const char* format, va_list arguments) {
   char* const end = start_ + size_;
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): print() has started it, which the analyzer misses
   const int length = std::vsnprintf(end, capacity_ - size_, format, arguments);
   if (length >= 0) {
     advance(static_cast<std::size_t>(length));

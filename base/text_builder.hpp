@@ -23,6 +23,7 @@ class TextBuilder {
   // A copy would write on in the same buffer, unknown to the first one.
   TextBuilder(const TextBuilder&) = delete;
   TextBuilder& operator=(const TextBuilder&) = delete;
+  ~TextBuilder() = default;
 
   // No argument may be a part of the buffer.
   TextBuilder& print(const char* format, ...) KELO_PRINTF(2, 3);
@@ -65,6 +66,7 @@ class FixedText : public TextBuilder {
   }
   FixedText(const FixedText& other) : FixedText() { copy(other); }
   FixedText& operator=(const FixedText&) = delete;
+  ~FixedText() = default;
 
  private:
   char text_[Size];
