@@ -20,11 +20,18 @@ struct ItemCall {
 
 inline bool has_bytes(const void* bytes, std::int32_t count) { return bytes != nullptr && count >= 1; }
 
-// Logs the complaint of `call` unless its arguments are good, and returns whether they are.
-bool check_arguments(const ItemCall& call, bool good);
+void log_bad_argument(const ItemCall& call);
+
+// Whether the arguments of `call` are good; logged when they are not.
+inline bool check_arguments(const ItemCall& call, bool good) {
+  if (!good) log_bad_argument(call);
+  return good;
+}
 
 // The item that a call with these arguments is about; null, logged, when the call is refused.
-kelo_dm_item_desc* item_of_call(const ItemCall& call, bool good_arguments, std::int32_t id);
+inline kelo_dm_item_desc* item_of_call(const ItemCall& call, bool good_arguments, std::int32_t id) {
+  return check_arguments(call, good_arguments) ? find_item(id, call.function) : nullptr;
+}
 
 template <int level>
 void log_item(const ItemCall& call, const kelo_dm_item_desc& item) {

@@ -93,13 +93,8 @@ bool holds_already(const kelo_dm_handle& handle, std::int32_t id, kelo_dm_item_d
 
 }  // namespace
 
-bool kelo::dm::check_arguments(const ItemCall& call, bool good) {
-  if (!good) KELO_LOG_AS(call.function, LOG_LVL_ERR, "%s param NULL\n", call.complaint);
-  return good;
-}
-
-kelo_dm_item_desc* kelo::dm::item_of_call(const ItemCall& call, bool good_arguments, std::int32_t id) {
-  return check_arguments(call, good_arguments) ? find_item(id, call.function) : nullptr;
+void kelo::dm::log_bad_argument(const ItemCall& call) {
+  KELO_LOG_AS(call.function, LOG_LVL_ERR, "%s param NULL\n", call.complaint);
 }
 
 std::int32_t kelo_dm_write(kelo_dm_handle* handle, std::int32_t id, const void* data, std::int32_t len) {

@@ -80,12 +80,14 @@ WriteLock::WriteLock(MemoryItem& item) : item_(item) {
   pthread_rwlock_wrlock(&item_.lock);
 }
 
+// By assignment: in the child of a program with threads a sanitizer's own locks may be held, which its
+// versions of the functions would wait for.
 void renew_item_locks() {
-  pthread_mutex_init(&add_lock, nullptr);
+  add_lock = PTHREAD_MUTEX_INITIALIZER;
   Table* const table = current.load(std::memory_order_acquire);
   for (std::size_t place = 0; table != nullptr && place < table->size(); ++place) {
     MemoryItem* const item = table->slots[place].load(std::memory_order_acquire);
-    if (item != nullptr) pthread_rwlock_init(&item->lock, nullptr);
+    if (item != nullptr) item->lock = PTHREAD_RWLOCK_INITIALIZER;
   }
 }
 

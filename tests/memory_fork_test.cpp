@@ -218,14 +218,19 @@ TEST_F(MemoryFork, HandlerMayWaitForAThreadThatWrites) {
                    [] { of_program.unlock(); }, [] { of_program.unlock(); }));
   add_all_items();  // from here on the handler above runs after the library's
   std::binary_semaphore lock_is_held{0};
+  std::binary_semaphore child_ended{0};
   std::thread writer([&] {
-    const std::lock_guard lock(of_program);
-    lock_is_held.release();
-    fork_began.acquire();
-    write_the_first(1);
+    {
+      const std::lock_guard lock(of_program);
+      lock_is_held.release();
+      fork_began.acquire();
+      write_the_first(1);
+    }
+    child_ended.acquire();  // a sanitizer of the child would miss the end of a thread that has ended
   });
   lock_is_held.acquire();
   EXPECT_EQ(ChildEnd::good, fork_bounded(uses_all_items));
+  child_ended.release();
   writer.join();
   EXPECT_TRUE(uses_all_items());
 }
