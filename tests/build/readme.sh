@@ -13,12 +13,12 @@ library=$(find "$prefix" -name libkelo_utils.so -printf '%h\n')
 export PKG_CONFIG_PATH=$library/pkgconfig LD_LIBRARY_PATH=$library
 compile_with kelo_utils_sqlite "$build/example" "$CC" -std=c99 -pedantic -Wall -Wextra -Werror "$build/example.c"
 
-cat > "$build/twice" << 'END'
+cat > "$build/thrice" << 'END'
 #!/bin/sh
-cd "$(dirname "$0")" && ./example fixed.wireless && ./example
+cd "$(dirname "$0")" && ./example && ./example fixed.wireless && ./example
 END
-chmod +x "$build/twice"
-expect "$(printf 'item 1005 is now fixed.wireless\nstored: fixed.wireless\nstored: fixed.wireless')" "$build/twice"
+chmod +x "$build/thrice"
+expect "$(printf 'APN: internet\nitem 1005 is now fixed.wireless\nAPN: fixed.wireless\nAPN: fixed.wireless')" "$build/thrice"
 
 # links PAGE: the files of this tree that it leads to, from the root.
 links() {
