@@ -68,7 +68,7 @@ std::chrono::seconds duration() {
 #else
   constexpr int kSeconds = 10;
 #endif
-  return std::chrono::seconds(asked != nullptr ? std::atoi(asked) : kSeconds);
+  return std::chrono::seconds(asked != nullptr ? std::stoi(asked) : kSeconds);
 }
 
 // --- What daemons do ---------------------------------------------------------------------------------------

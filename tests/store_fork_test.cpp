@@ -86,6 +86,7 @@ TEST_P(StoreFork, LeavesNoHeldLockInTheChild) {
   std::atomic<bool> stop = false;
   std::atomic<int> failed = 0;
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int worker = 0; worker < kThreads; ++worker)
     threads.emplace_back([&, worker] {
       for (int round = 0; !stop; ++round) failed += GetParam().round(worker, round) ? 0 : 1;

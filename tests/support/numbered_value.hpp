@@ -40,8 +40,7 @@ inline std::string numbered_value(std::uint32_t item, std::uint32_t number) {
   const auto size = static_cast<std::uint16_t>(length);
   std::memcpy(value.data(), &head, sizeof head);
   std::memcpy(value.data() + 4, &size, sizeof size);
-  for (std::size_t i = kShortestValue; i < length; ++i)
-    value[i] = static_cast<char>(bits >> i % 24) ^ char(i);
+  for (std::size_t i = kShortestValue; i < length; ++i) value[i] = static_cast<char>((bits >> i % 24) ^ i);
   const std::uint16_t sum = sum_of(value);
   std::memcpy(value.data() + 6, &sum, sizeof sum);
   return value;
