@@ -1,5 +1,5 @@
-// Parameters survive a missing or late factory file, copies that fail, are killed or cut, and a power cut after an
-// update.
+// Parameters survive a missing or late factory file, copies that fail, are killed or cut, and a power cut
+// after an update.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -177,7 +177,8 @@ INSTANTIATE_TEST_SUITE_P(
                     History{"first_restore", false, [] { static_cast<void>(kelo_db_restore_factory()); }}),
     [](const auto& history) { return std::string(history.param.name); });
 
-// Until the folder is synced the rollback journal may be there again after a power cut, and undoes the update.
+// Until the folder is synced the rollback journal may be there again after a power cut, and undoes the
+// update.
 TEST_F(ParameterDurability, AnUpdateIsLastingWhenItReturns) {
   const CallTrace trace;
   EXPECT_EQ(set_channel(5), 0);

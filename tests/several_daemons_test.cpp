@@ -1,5 +1,6 @@
-// Several daemons use one store at once, and one of them is killed and started again all the time: every read gives a
-// whole value that is not older than the last write acknowledged before it, and nothing is lost.
+// Several daemons use one store at once, and one of them is killed and started again all the time: every read
+// gives a whole value that is not older than the last write acknowledged before it, and nothing is lost. Each
+// test takes ten seconds, or as many as KELO_STRESS_SECONDS says.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -96,7 +97,8 @@ void write_once(kelo_dm_handle* handle, std::uint32_t item) {
   }
 }
 
-// How a daemon reads: as length or code of the storage where values may be gone, as applications do elsewhere.
+// How a daemon reads: as length or code of the storage where values may be gone, as applications do
+// elsewhere.
 int read_value(kelo_dm_handle* handle, std::uint32_t item, std::string& buffer) {
   const auto size = static_cast<int>(buffer.size());
   if (values_may_be_cleaned) return dm_sqlite_read(item, &items[item].desc, buffer.data(), size);
@@ -227,7 +229,8 @@ class SeveralDaemons : public testing::TestWithParam<Setting> {
     for (auto& item : page.item) item.begun = item.acknowledged = 1;
   }
 
-  // Kills one of the first `victims` daemons again and again, and starts a new one as soon as the one before ended.
+  // Kills one of the first `victims` daemons again and again, and starts a new one as soon as the one before
+  // ended.
   static void run(std::vector<Process>& daemons, std::size_t victims, std::chrono::milliseconds interval,
                   bool with_starters) {
     std::minstd_rand random(std::random_device{}());

@@ -1,5 +1,5 @@
-// The copy of the primary over the backup: what it keeps of its target, and that a copy that does not come out whole
-// costs no value.
+// The copy of the primary over the backup: what it keeps of its target, and that a copy that does not come
+// out whole costs no value.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -218,8 +218,8 @@ int last_sync(const CallTrace& trace, const std::string& path) {
   return -1;
 }
 
-// The rollback journal of the commit must be gone for good, and the new copy must be found under its name, also when
-// the write journal, whose own commits sync its folder, cannot be written.
+// The rollback journal of the commit must be gone for good, and the new copy must be found under its name,
+// also when the write journal, whose own commits sync its folder, cannot be written.
 TEST_F(StoreCopy, SyncsTheFoldersWithoutAWriteJournal) {
   start_and([] {
     sqlite_reg_store_area("/data/", kElsewhere);

@@ -1,5 +1,5 @@
-// One lock for the store between processes: who waits, for how long, and that nothing is half done when the wait is
-// over.
+// One lock for the store between processes: who waits, for how long, and that nothing is half done when the
+// wait is over.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/time.h>
@@ -207,8 +207,8 @@ TEST_F(StoreLock, IsFreeWhenItsHolderAndTheCopyAreKilled) {
             4.0);
 }
 
-// The copy that a killed daemon left behind goes on later. Until then others may have to wait for it in vain, but what
-// they read and what is acknowledged to them is right.
+// The copy that a killed daemon left behind goes on later. Until then others may have to wait for it in vain,
+// but what they read and what is acknowledged to them is right.
 TEST_F(StoreLock, IsNotSpoiltByTheCopyOfAKilledDaemon) {
   HangingDaemon other(write_new_value);
   other.die();
@@ -247,7 +247,7 @@ TEST_F(StoreLock, SignalsDoNotCutTheWaitForAForeignLock) {
   EXPECT_EQ(result, -1);
 }
 
-TEST_F(StoreLock, ASettingIsWrittenDespiteSignalsOnceAForeignLockIsFree) {
+TEST_F(StoreLock, SignalsDoNotHinderAWriteThatHadToWait) {
   const FileHolder holder(DB_CONFIG, "begin exclusive", 2000);
   {
     const SignalsAllTheTime signals;

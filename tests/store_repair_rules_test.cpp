@@ -1,4 +1,5 @@
-// What is repaired from what: a healthy file is never replaced by an older one, and an empty one is no source.
+// What is repaired from what: a healthy file is never replaced by an older one, and an empty one is no
+// source.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <unistd.h>
@@ -34,7 +35,7 @@ class StoreRepairRules : public StoreTest {
 
 // --- Only the backup is bad --------------------------------------------------------------------------------
 
-TEST_F(StoreRepairRules, ADamagedBackupIsMadeAnewFromTheHealthyPrimary) {
+TEST_F(StoreRepairRules, ADamagedBackupIsMadeAnew) {
   provision_recovery();
   corrupt_schema(DB_CONFIGBAK);
   EXPECT_EQ(get("apn"), "<-100>");
@@ -43,7 +44,7 @@ TEST_F(StoreRepairRules, ADamagedBackupIsMadeAnewFromTheHealthyPrimary) {
   expect_backup_equals_primary();
 }
 
-TEST_F(StoreRepairRules, ABackupThatIsNoDatabaseIsMadeAnewFromTheHealthyPrimary) {
+TEST_F(StoreRepairRules, ABackupThatIsNoDatabaseIsMadeAnew) {
   provision_recovery();
   make_no_database(DB_CONFIGBAK);
   EXPECT_EQ(get("apn"), "<-100>");
@@ -51,7 +52,7 @@ TEST_F(StoreRepairRules, ABackupThatIsNoDatabaseIsMadeAnewFromTheHealthyPrimary)
   expect_all_kept();
 }
 
-TEST_F(StoreRepairRules, AMissingOrEmptyBackupIsMadeAnewFromTheHealthyPrimary) {
+TEST_F(StoreRepairRules, AMissingOrEmptyBackupIsMadeAnew) {
   provision_recovery();
   for (const bool missing : {true, false}) {
     if (missing) {

@@ -1,5 +1,5 @@
-// Values that tell which item and which write they are of, so that a value read is known to be whole, and how old it
-// is.
+// Values that tell which item and which write they are of, so that a value read is known to be whole, and how
+// old it is.
 #ifndef KELO_TESTS_SUPPORT_NUMBERED_VALUE_HPP
 #define KELO_TESTS_SUPPORT_NUMBERED_VALUE_HPP
 
@@ -29,8 +29,8 @@ inline std::uint16_t sum_of(std::string_view bytes) {
   return static_cast<std::uint16_t>(sum);
 }
 
-// The value of an item's write: item (1 byte), number (3 bytes), length (2 bytes), sum of all other bytes (2 bytes),
-// then bytes that follow from item and number. A quarter of the values has no such bytes.
+// The value of an item's write: item (1 byte), number (3 bytes), length (2 bytes), sum of all other bytes (2
+// bytes), then bytes that follow from item and number. A quarter of the values has no such bytes.
 inline std::string numbered_value(std::uint32_t item, std::uint32_t number) {
   const std::uint32_t bits = mixed(item, number);
   const std::size_t length =

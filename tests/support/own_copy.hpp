@@ -1,4 +1,5 @@
-// A `cp` of the test's own, and a daemon whose `cp` hangs, which is how a test holds the store for as long as it likes.
+// A `cp` of the test's own, and a daemon whose `cp` hangs, which is how a test holds the store for as long as
+// it likes.
 #ifndef KELO_TESTS_SUPPORT_OWN_COPY_HPP
 #define KELO_TESTS_SUPPORT_OWN_COPY_HPP
 
@@ -19,8 +20,8 @@
 
 namespace kelo::tests {
 
-// While it lives, this process and those that it starts find a `cp` of these shell lines. $1 is the source, $2 the
-// target.
+// While it lives, this process and those that it starts find a `cp` of these shell lines. $1 is the source,
+// $2 the target.
 class OwnCopy {
  public:
   explicit OwnCopy(const std::string& lines) {
@@ -45,7 +46,8 @@ inline constexpr char kHangs[] =
     "echo $$ > /tmp/starting; mv /tmp/starting /tmp/copy_started;"
     "while [ ! -e /tmp/copy_may_go ]; do sleep 0.02; done; cat <&3 >&4";
 
-// A daemon, forked from the test, that does `work` and is stopped by its first `cp`, which has copied half by then.
+// A daemon, forked from the test, that does `work` and is stopped by its first `cp`, which has copied half by
+// then.
 class HangingDaemon {
  public:
   explicit HangingDaemon(const std::function<bool()>& work) {

@@ -1,4 +1,5 @@
-// What the processes of a stress test tell each other: memory that all of them share, and that outlives any of them.
+// What the processes of a stress test tell each other: memory that all of them share, and that outlives any
+// of them.
 #ifndef KELO_TESTS_SUPPORT_STRESS_PAGE_HPP
 #define KELO_TESTS_SUPPORT_STRESS_PAGE_HPP
 
@@ -44,8 +45,8 @@ struct Calls {
 
 template <std::size_t items>
 struct StressPage {
-  // Of one item, written by one thread at a time: the number of the write that began last, and of the one that was
-  // acknowledged last.
+  // Of one item, written by one thread at a time: the number of the write that began last, and of the one
+  // that was acknowledged last.
   struct Item {
     std::atomic<std::uint32_t> begun;
     std::atomic<std::uint32_t> acknowledged;
