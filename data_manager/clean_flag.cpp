@@ -1,3 +1,4 @@
+// The flag that keeps writes and reads away while the storage is being cleaned.
 #include <atomic>
 #include <cstdint>
 

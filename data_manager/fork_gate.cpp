@@ -1,3 +1,4 @@
+// Keeps fork() and changes of what the data manager holds in memory apart.
 #include "data_manager/fork_gate.hpp"
 
 #include <pthread.h>

@@ -1,3 +1,4 @@
+// Makes and releases handles, and passes questions about the whole storage to its hooks.
 #include <cstdint>
 #include <cstdlib>
 

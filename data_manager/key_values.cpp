@@ -1,3 +1,4 @@
+// Writes and unpacks the key-value pairs that one item holds as a text.
 #include <array>
 #include <cstdint>
 #include <optional>

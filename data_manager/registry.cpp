@@ -1,3 +1,4 @@
+// The registered items: found by id, and the defaults that they bring.
 #include "data_manager/registry.hpp"
 
 #include <array>

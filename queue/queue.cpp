@@ -1,3 +1,4 @@
+// Queues of linked elements: put, taken, looked at, inserted, deleted and moved.
 #include "kelo_utils/queue.h"
 
 #include <pthread.h>

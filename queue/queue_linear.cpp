@@ -1,3 +1,4 @@
+// Searches a queue from its head, and deletes what matches.
 #include "base/lock.hpp"
 #include "kelo_utils/queue.h"
 #include "queue/queue_core.hpp"

@@ -1,3 +1,4 @@
+// Copies and blocks from the C library under the names of an older allocator, which programs still call.
 #include <cstdlib>
 #include <cstring>
 

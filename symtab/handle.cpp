@@ -1,3 +1,4 @@
+// The handle array: slots found by their index, which grow as needed.
 #include <climits>
 #include <cstddef>
 #include <cstdlib>

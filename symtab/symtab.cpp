@@ -1,3 +1,4 @@
+// The symbol table: names hashed to value cells.
 #include "kelo_utils/symtab.h"
 
 #include <climits>

@@ -1,3 +1,4 @@
+// Makes and frees the value cells that symbol tables hold.
 #include <cstddef>
 #include <cstdlib>
 

@@ -1,3 +1,4 @@
+// Reads the number that a cell's text begins with.
 #include "sqlite3/src/parameters/number.hpp"
 
 #include <limits>

@@ -1,3 +1,4 @@
+// Turns the text of cells into variables, and variables into update statements.
 #include "sqlite3/src/parameters/types.hpp"
 
 #include <algorithm>
