@@ -66,7 +66,7 @@ void ini_file() {
   claim(ini_getl("dhcp", "lease", 0, kIniFile) == 3600 && ini_getbool("dhcp", "enabled", 0, kIniFile) == 1,
         "the lease is 3600, DHCP is enabled");
   claim(file_text(kIniFile) == first_lines + "name=\"cabin; upstairs\"\n[dhcp]\nenabled=yes\nlease=3600\n",
-        "each stands at the end of its section, all else as it was");
+        "each is at the end of its section, all else as it was");
 }
 
 void watch_log() {

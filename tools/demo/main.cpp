@@ -50,8 +50,8 @@ void first_start() {
            item.desc.item_key, shown(id, daemon.read_default(id)).c_str());
     }
     std::uint32_t version = 0;
-    claim(dm_sqlite_read_DefItemsDB_version(&version) == 4 && version == SQL_VER, "it carries version 0x%x",
-          version);
+    const int length = dm_sqlite_read_DefItemsDB_version(&version);
+    claim(length == 4 && version == SQL_VER, "it carries version 0x%x", version);
     claim(fs::exists(DB_CONFIG) && fs::exists(DB_CONFIGBAK) && fs::exists(DB_STATE),
           "%s, %s and %s exist, journal at %s", DB_CONFIG, DB_CONFIGBAK, DB_STATE, journal_state().c_str());
   });
@@ -115,7 +115,8 @@ void cut_power(const Moment& moment) {
     return fs::exists(std::string(file) + suffix);
   };
   if (left_over(DB_CONFIG, "-journal")) tell("%s-journal is left: SQLite takes the row back", DB_CONFIG);
-  if (left_over(DB_CONFIGBAK, "-previous")) tell("%s-previous is left: the copy is taken back", DB_CONFIGBAK);
+  if (left_over(DB_CONFIGBAK, "-previous"))
+    tell("%s-previous is left: the next start takes the copy back", DB_CONFIGBAK);
 
   life([&] {
     show_store_log();
