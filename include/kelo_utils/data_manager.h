@@ -19,6 +19,10 @@
  * Threads: registration, the event callback and the handles are set up in one thread at start-up. After that
  * any thread may write and read; the storage back-end serialises the access to storage.
  *
+ * Processes: with the SQLite back-end several daemons may share the storage. An operation waits for those of
+ * other processes, for five seconds at most, and then fails without having touched a file: kelo_dm_write()
+ * returns -1, kelo_dm_read_db() -3, kelo_dm_get() -5. sqlite.h says more, also about fork().
+ *
  * Results: 0 is success. A bad argument or an unknown id is -3, except where a function says otherwise. A
  * null argument or a length below 1 that a function does not accept is logged at level 3 as
  * "%s param NULL\n" with a function name; an id that is not registered as "symLookup failed: %s\n" with the
@@ -186,7 +190,9 @@ typedef int (*kelo_dm_event_fn)(int32_t id, const void* data, int32_t len);
  */
 /**
  * Makes a handle and lets the hook dm_pal_reg() fill its operations. Blocks for as long as the hook does: the
- * first registration with the SQLite back-end finishes an interrupted write. Fatal when memory runs out.
+ * first registration with the SQLite back-end waits for other processes, five seconds at most, finishes an
+ * interrupted write and mends what an older release or a power cut left (see sqlite_reg()). Fatal when memory
+ * runs out.
  * @param id  a client or area number; any value, not interpreted.
  * @return the handle, owned by the caller until kelo_dm_unreg().
  */
@@ -419,7 +425,8 @@ KELO_API int32_t kelo_dm_cache_read(kelo_dm_handle* handle, void* buf, int32_t s
 /**
  * Empties the storage through the handle's `clean`. From here until the storage back-end reports the end of
  * the cleaning, which may be after this call returns, writes are lost and reads do nothing, in every thread
- * and through every handle of the process.
+ * and through every handle of the process. With the SQLite back-end the operations of other processes wait
+ * meanwhile, and go on with the empty storage.
  * @param handle  from kelo_dm_reg(); null, or one without a `clean`, does nothing.
  * @param backup  handed on; the SQLite back-end keeps a dated copy first unless it is null.
  * @return the storage's result; 0 when there is nothing to do or cleaning is in progress already.

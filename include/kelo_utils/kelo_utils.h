@@ -24,7 +24,13 @@
  * - Threads. A function may be called from any thread. Two calls on the same object exclude each other only
  *   where that is said; calls on different objects never disturb each other. Settings of the whole process
  *   (levels, callbacks, storage places, registered items) are made at start-up, in one thread.
- * - fork() and signals. Descriptors are closed on exec. No function is for use in a signal handler.
+ * - fork() and signals. Descriptors are closed on exec; only the `cp` that copies a database inherits a lock,
+ *   on purpose. A child made by fork() without exec inherits no held lock of log, store, parameters and
+ *   values in memory, and may use these at once. For that a fork() waits for other threads that are inside
+ *   SQLite, five seconds at most, and for writes of values in memory, one second at most. Timers do not run
+ *   in the child. Lists and queues are the program's own: in the child their locks may be held. Signals
+ *   neither shorten nor lengthen the waits of store and parameters. No function is for use in a signal
+ *   handler.
  * - `errno` is not part of any result. Logging preserves it.
  * - Names. A program that has a function of its own with the name of one of these functions changes nothing in
  *   the shared library, which calls its own. What a program may replace are the hooks (dm_pal_reg() and its
