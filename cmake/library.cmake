@@ -10,6 +10,16 @@ if(KELO_DIAG_LIBRARY)
   list(REMOVE_ITEM KELO_SOURCES log/diag_stand_in.cpp)
 endif()
 
+# The sources are numbered for the log, whose call sites name theirs by its number (log/source_names.cpp).
+set(source_number 0)
+set(source_names "")
+foreach(source IN LISTS KELO_SOURCES)
+  set_property(SOURCE ${source} APPEND PROPERTY COMPILE_DEFINITIONS KELO_SOURCE_NUMBER=${source_number})
+  string(APPEND source_names "\"${source}\\0\"\n")
+  math(EXPR source_number "${source_number} + 1")
+endforeach()
+file(CONFIGURE OUTPUT source_names.inc CONTENT "${source_names}" @ONLY)
+
 # No C++ run time inside: nothing that throws, names types at run time, guards local statics or allocates with new.
 add_library(kelo_utils_objects OBJECT ${KELO_SOURCES})
 set_target_properties(kelo_utils_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
@@ -17,6 +27,7 @@ target_compile_options(kelo_utils_objects PRIVATE
   -fno-exceptions -fno-rtti -fno-threadsafe-statics -fvisibility=hidden -fvisibility-inlines-hidden
   -ffunction-sections -fdata-sections)
 target_compile_definitions(kelo_utils_objects PRIVATE _FILE_OFFSET_BITS=64)
+target_include_directories(kelo_utils_objects PRIVATE ${CMAKE_CURRENT_BINARY_DIR})
 if(NOT KELO_SANITIZE)
   # Arrays of four characters or more are guarded. Guarding every function that has a local address, too, would
   # add 7 KiB on the device, past its budget. The account of the stack is read by the test build.stack.

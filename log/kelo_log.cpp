@@ -5,7 +5,6 @@
 
 #include <array>
 #include <atomic>
-#include <bit>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
@@ -86,17 +85,19 @@ bool kelo::log::passes(int level) {
   return level == -1 || current_level.load(std::memory_order_relaxed) <= level;
 }
 
-void kelo::log::emit(const LogDiagDescriptor& site, const char* func, const char* fmt, ...) {
-  const int level = std::countr_zero(site.mask);
+void kelo::log::emit(Site site, const char* func, const char* fmt, ...) {
+  const int level = site.level();
   if (!passes(level)) return;
   const base::ErrnoKeeper keep;
   std::array<char, KELO_LOG_BUFFER_SIZE> text;
   va_list arguments;
   va_start(arguments, fmt);
-  const Delivery delivery = deliver(level, text.data(), func, site.line, fmt, arguments);
+  const Delivery delivery = deliver(level, text.data(), func, site.line(), fmt, arguments);
   va_end(arguments);
-  if (delivery == Delivery::hand_to_channel)
-    msg_sprintf(&site, static_cast<int>(getpid()), func, text.data());
+  if (delivery != Delivery::hand_to_channel) return;
+  const LogDiagDescriptor descriptor = {site.line(), KELO_LOG_DIAG_SUBSYSTEM, level >= 0 ? 1U << level : 0U,
+                                        KELO_LOG_DIAG_FORMAT, source_name(site.file())};
+  msg_sprintf(&descriptor, static_cast<int>(getpid()), func, text.data());
 }
 
 void kelo::log::param_null(const char* function) {

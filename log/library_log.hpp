@@ -2,16 +2,39 @@
 #ifndef KELO_LOG_LIBRARY_LOG_HPP
 #define KELO_LOG_LIBRARY_LOG_HPP
 
+#include <cstdint>
+
 #include "kelo_utils/log.h"
+
+// The build numbers the sources of the library. A source that a test compiles for itself has the first one's number.
+#ifndef KELO_SOURCE_NUMBER
+#define KELO_SOURCE_NUMBER 0
+#endif
 
 namespace kelo::log {
 
 // Whether a message of `level` passes the threshold now.
 bool passes(int level);
 
+// The source line, the level and the source file of a message in one number. Descriptors as constants of the call
+// sites would take 12 KiB on the device, with the relocations that their pointers need.
+struct Site {
+  constexpr Site(unsigned line, int level, unsigned file)
+      : packed((line & 0xffff) | static_cast<unsigned>(level + 1) << 16 | file << 20) {}
+
+  [[nodiscard]] std::uint16_t line() const { return static_cast<std::uint16_t>(packed); }
+  [[nodiscard]] int level() const { return static_cast<int>(packed >> 16 & 0xf) - 1; }
+  [[nodiscard]] unsigned file() const { return packed >> 20; }
+
+  unsigned packed;
+};
+
 // Formats one message, if the level of its site passes the threshold, and sends it to the diagnostic channel or
 // prints it locally, shown under the function name `func`. Never allocates and preserves errno.
-void emit(const LogDiagDescriptor& site, const char* func, const char* fmt, ...) KELO_PRINTF(3, 4);
+void emit(Site site, const char* func, const char* fmt, ...) KELO_PRINTF(3, 4);
+
+// The path of a source of the library by the number that the build gives it.
+const char* source_name(unsigned file);
 
 // Logs "<function> param NULL" at level 3, shown under that function's name: the line for an argument that must not
 // be null. All of them are one call site, so they share its source line and its path.
@@ -22,10 +45,10 @@ void param_null(const char* function);
 // Logs under a given function name: for a step shared by several operations, whose lines carry their names.
 // The arguments are evaluated even when the message does not pass: the test for it stands in the hand-off too,
 // which keeps some hundred call sites small.
-#define KELO_LOG_AS(func, level, ...)                                               \
-  do {                                                                              \
-    static constexpr LogDiagDescriptor kelo_log_site_ = KELO_LOG_DESCRIPTOR(level); \
-    ::kelo::log::emit(kelo_log_site_, (func), __VA_ARGS__);                         \
+#define KELO_LOG_AS(func, level, ...)                                                  \
+  do {                                                                                 \
+    constexpr ::kelo::log::Site kelo_log_site_(__LINE__, (level), KELO_SOURCE_NUMBER); \
+    ::kelo::log::emit(kelo_log_site_, (func), __VA_ARGS__);                            \
   } while (0)
 
 #undef KELO_LOG
