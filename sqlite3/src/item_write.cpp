@@ -26,13 +26,6 @@ void carry_row_to_backup(const Row& row) {
               DB_CONFIGBAK, written);
 }
 
-// Has the names that the write made and removed survive a power cut, in the directories of the databases but that
-// of the journal.
-void sync_other_directories() {
-  if (!same_directory(DB_CONFIG, DB_STATE)) static_cast<void>(base::sync_directory_of(DB_CONFIG));
-  if (!same_directory(DB_CONFIGBAK, DB_STATE)) static_cast<void>(base::sync_directory_of(DB_CONFIGBAK));
-}
-
 // The backup of before is in the primary's place afterwards, with the new row, so that the next write copies a
 // whole primary again.
 void heal_primary(const Row& row) {
@@ -53,10 +46,13 @@ int write_item(std::uint32_t id, const Row& row) {
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "dm_update_db: \n");
     return DM_SQLITE_FAILED;
   }
+  // The copy syncs the directory of the backup before it begins: the row must not be in the backup alone after a
+  // power cut.
+  if (!same_directory(DB_CONFIG, DB_CONFIGBAK)) static_cast<void>(base::sync_directory_of(DB_CONFIG));
   // Only a healthy primary may replace the backup: the backup is what a corrupt primary is repaired from.
   const int health = health_of(DB_CONFIG);
   if (health == kHealthy && !copy_primary_over_backup(kCaller)) carry_row_to_backup(row);
-  sync_other_directories();
+  if (!same_directory(DB_CONFIGBAK, DB_STATE)) static_cast<void>(base::sync_directory_of(DB_CONFIGBAK));
   // Recorded after the copy, so that a journal left here tells start-up to complete the backup. SQLite syncs the
   // journal's directory on the way, where the other databases usually are as well.
   if (!record_in_journal(item, WS_WRITE_DONE)) {

@@ -6,7 +6,7 @@
 
 namespace kelo::store {
 
-// Guards the registration flag and the version descriptor. It is taken before the store's lock.
+// Guards the registration flag. It is taken before the store's lock.
 extern pthread_mutex_t sqlite_mutex;
 
 }  // namespace kelo::store

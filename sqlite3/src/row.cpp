@@ -49,16 +49,23 @@ bool run_row(const RowStep& step, sqlite3* db, const Row& row, const char* sql) 
   return stepped == SQLITE_DONE;
 }
 
+// The two ways to store a row, with the words that their failures are logged in.
+struct RowStatements {
+  RowStep update_step;
+  const SqlText& update;
+  RowStep insert_step;
+  const SqlText& insert;
+};
+
 // Where it is not known whether the row is there, an insert might make a second one: the update tells, by the
 // number of rows that it changed.
-template <typename Update, typename Insert>
-void update_or_insert(sqlite3* db, const Row& row, Update update, Insert insert) {
+void update_or_insert(sqlite3* db, const Row& row, const RowStatements& statements) {
   const Presence presence = look_for_row(db, row.table, row.key);
-  if (presence == Presence::kAbsent) {
-    insert();
-  } else if (update() && presence == Presence::kUnknown && sqlite3_changes(db) == 0) {
-    insert();
+  if (presence != Presence::kAbsent) {
+    const bool updated = run_row(statements.update_step, db, row, statements.update.c_str());
+    if (!updated || presence == Presence::kPresent || sqlite3_changes(db) > 0) return;
   }
+  run_row(statements.insert_step, db, row, statements.insert.c_str());
 }
 
 }  // namespace
@@ -81,30 +88,16 @@ void store_item(sqlite3* db, const Row& row) {
   constexpr char kCaller[] = "dm_update_record";
   const std::int32_t crc = value_crc(row.value, row.len);
   KELO_LOG_AS(kCaller, LOG_LVL_DBUG, "wr crc: 0x%x\n", static_cast<unsigned>(crc));
-  update_or_insert(
-      db, row,
-      [&] {
-        const SqlText update(sql::kUpdateItem, row.table, row.id, row.type, row.len, crc, row.key);
-        return run_row({kCaller, "rc: "}, db, row, update.c_str());
-      },
-      [&] {
-        const SqlText insert(sql::kInsertItem, row.table, row.id, row.key, row.type, row.len, crc);
-        run_row({kCaller, ""}, db, row, insert.c_str());
-      });
+  const SqlText update(sql::kUpdateItem, row.table, row.id, row.type, row.len, crc, row.key);
+  const SqlText insert(sql::kInsertItem, row.table, row.id, row.key, row.type, row.len, crc);
+  update_or_insert(db, row, {{kCaller, "rc: "}, update, {kCaller, ""}, insert});
 }
 
 void store_default(sqlite3* db, const Row& row) {
   constexpr RowStep kStep = {"dm_update_def_record", ""};
-  update_or_insert(
-      db, row,
-      [&] {
-        const SqlText update(sql::kUpdateDefault, row.table, row.type, row.len, row.key);
-        return run_row(kStep, db, row, update.c_str());
-      },
-      [&] {
-        const SqlText insert(sql::kInsertDefault, row.table, row.key, row.type, row.len);
-        run_row(kStep, db, row, insert.c_str());
-      });
+  const SqlText update(sql::kUpdateDefault, row.table, row.type, row.len, row.key);
+  const SqlText insert(sql::kInsertDefault, row.table, row.key, row.type, row.len);
+  update_or_insert(db, row, {kStep, update, kStep, insert});
 }
 
 int fetch_value(const char* caller, sqlite3_stmt* select, void* buf, int size, std::uint32_t* second) {

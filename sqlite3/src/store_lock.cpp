@@ -55,15 +55,18 @@ bool lock_in_time(int fd, short type, off_t start, const base::Deadline& deadlin
   return true;
 }
 
-// Whoever may write the database may lock it, and nobody else: a lock that anybody can take and keep would
-// stop the store.
-void give_to_writers_of(int fd, const char* database) {
+// Makes the lock file. Whoever may write the database may lock it, and nobody else: a lock that anybody can take and
+// keep would stop the store.
+int make_lock_file(LockDescriptor& file, const char* path, int flags, const char* database) {
   constexpr mode_t kUsualMode = 0644;  // SQLite's, for a database that is not there yet
   struct stat status {};
   const bool there = stat(database, &status) == 0;
   const mode_t writers = (there ? status.st_mode : kUsualMode) & 0222;
-  static_cast<void>(fchmod(fd, writers | writers << 1));
-  if (there && geteuid() == 0) static_cast<void>(fchown(fd, status.st_uid, status.st_gid) == 0);
+  const mode_t mode = writers | writers << 1;
+  if (open_closed_in_child(file, path, flags | O_CREAT | O_EXCL, mode) < 0) return -1;
+  static_cast<void>(fchmod(file.fd, mode));  // whatever the umask took away
+  if (there && geteuid() == 0) static_cast<void>(fchown(file.fd, status.st_uid, status.st_gid) == 0);
+  return file.fd;
 }
 
 // A process that may only read the database must not be the one that owns its lock file.
@@ -75,10 +78,7 @@ int open_lock_file(LockDescriptor& file, const char* database) {
   for (;;) {
     if (open_closed_in_child(file, path.c_str(), kFlags, 0) >= 0 || errno != ENOENT) return file.fd;
     if (!may_make_lock_file(database)) return -1;
-    if (open_closed_in_child(file, path.c_str(), kFlags | O_CREAT | O_EXCL, 0600) >= 0) {
-      give_to_writers_of(file.fd, database);
-      return file.fd;
-    }
+    if (make_lock_file(file, path.c_str(), kFlags, database) >= 0) return file.fd;
     if (errno != EEXIST) return -1;
   }
 }

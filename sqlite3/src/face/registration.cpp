@@ -80,8 +80,9 @@ void mend_databases(const char* caller) {
   for (const char* const path : {DB_CONFIG, DB_CONFIGBAK, DB_STATE}) remove_duplicate_rows(path);
 }
 
-// The steps of the first registration in a process.
-void start_up(const char* caller) {
+// The steps of the first registration in a process. False when the store could not be had: the next registration
+// makes up for them.
+bool start_up(const char* caller) {
   Operation operation(caller, Access::kExclusive);
   std::uint32_t stored = 0;
   const int result = operation ? read_stored_version(operation, &stored) : DM_SQLITE_NOT_OPENED;
@@ -95,6 +96,7 @@ void start_up(const char* caller) {
   } else {
     log_unreadable_version(caller, result);
   }
+  return static_cast<bool>(operation);
 }
 
 }  // namespace
@@ -111,8 +113,7 @@ void sqlite_reg(kelo_dm_operations* ops) {
     KELO_LOG(LOG_LVL_DBUG, "sqlite_already reg\n");
     return;
   }
-  registered = true;
-  start_up(__func__);
+  registered = start_up(__func__);
 }
 
 int dm_sqlite_check_database() {

@@ -80,17 +80,27 @@ void keep(Database which, SqliteHandle db, std::array<SqliteHandle, 2>& displace
   kept[index_of(which)] = {db.release(), identity_of(path_of(which))};
 }
 
+int copy_status;  // of the last command; guarded by the exclusive lock
+
+// In a program that ignores SIGCHLD the status cannot be told: the copy is judged by what is there.
 bool run_copy_command(const char* command, store::ByteLock& /*under_way*/) {
   const store::SqlitePause pause;
-  return kelo_system_call(command, static_cast<std::uint32_t>(std::strlen(command))) == 0;
+  copy_status = kelo_system_call(command, static_cast<std::uint32_t>(std::strlen(command)));
+  return copy_status == 0 || copy_status == -1;
 }
 
-// The caller holds the lock exclusively.
+// The caller holds the lock exclusively. Returns whether the command succeeded and the copy is whole.
 bool copy_over_user_file() {
-  // What the kept connection knows of the user's file is wrong for the one that takes its place.
+  // What the kept connections know of the user's file is wrong for the one that takes its place, and the factory's
+  // would lose its locks when the copy is made.
   take_kept(Database::kUser).reset();
-  return store::copy_database({kUserPath, kFactoryPath, kUserPath, run_copy_command}) &&
-         base::sync_directory_of(kUserPath);
+  take_kept(Database::kFactory).reset();
+  store::roll_back_cut_transaction(kFactoryPath);
+  copy_status = 0;
+  const bool whole = store::copy_database({kUserPath, kFactoryPath, kUserPath, run_copy_command}) &&
+                     base::sync_directory_of(kUserPath);
+  if (!whole && copy_status == 0) KELO_LOG_AS(kCaller, LOG_LVL_ERR, "%s could not be copied\n", kFactoryPath);
+  return whole && copy_status == 0;
 }
 
 // Holds the databases exclusively, with the user's as it was before a copy that a crash interrupted.
