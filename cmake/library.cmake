@@ -10,10 +10,14 @@ if(KELO_DIAG_LIBRARY)
   list(REMOVE_ITEM KELO_SOURCES log/diag_stand_in.cpp)
 endif()
 
-# The sources are numbered for the log, whose call sites name theirs by its number (log/source_names.cpp).
+# The sources that log are numbered: their call sites name them by the number (log/source_names.cpp).
 set(source_number 0)
 set(source_names "")
 foreach(source IN LISTS KELO_SOURCES)
+  file(STRINGS ${source} logs REGEX "library_log.hpp" LIMIT_COUNT 1)
+  if(NOT logs)
+    continue()
+  endif()
   set_property(SOURCE ${source} APPEND PROPERTY COMPILE_DEFINITIONS KELO_SOURCE_NUMBER=${source_number})
   string(APPEND source_names "\"${source}\\0\"\n")
   math(EXPR source_number "${source_number} + 1")
