@@ -112,11 +112,12 @@ bool StoreLock::take() {
     return false;
   }
   // Everybody passes the gate, where a writer waits until those who read have left: new ones cannot keep it
-  // out for ever.
+  // out for ever. Usually nobody waits, and one call takes both bytes.
   const base::Deadline deadline(kPatienceMilliseconds);
   const short type = exclusive() ? F_WRLCK : F_RDLCK;
-  if (lock_in_time(file_.fd, type, kGateByte, deadline) &&
-      lock_in_time(file_.fd, type, kStoreByte, deadline)) {
+  if (try_lock(file_.fd, type, kGateByte, kStoreByte + 1) ||
+      (lock_in_time(file_.fd, type, kGateByte, deadline) &&
+       lock_in_time(file_.fd, type, kStoreByte, deadline))) {
     static_cast<void>(try_lock(file_.fd, F_UNLCK, kGateByte));
     return true;
   }
