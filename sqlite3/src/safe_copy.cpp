@@ -31,8 +31,8 @@ struct stat status_of(const char* path) {
 class FinalPath {
  public:
   explicit FinalPath(const char* path) : path_(path) {
-    struct stat status {};
-    if (lstat(path, &status) != 0 || !S_ISLNK(status.st_mode)) return;
+    char first = 0;
+    if (readlink(path, &first, sizeof first) < 0) return;  // not a link
     resolved_.reset(realpath(path, nullptr));
     if (resolved_) path_ = resolved_.get();
   }
