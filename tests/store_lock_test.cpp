@@ -1,8 +1,10 @@
 // One lock for the store between processes: who waits, for how long, and that nothing is half done when the
 // wait is over.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
@@ -174,6 +176,22 @@ TEST_F(StoreLock, WaitsForACopyThatEndsInTime) {
   EXPECT_EQ(get("mtu"), "1500");
   end.join();
   expect_store_goes_on();
+}
+
+// The first byte of the lock file belongs to a writer that waits until those who read have left.
+TEST_F(StoreLock, LetsAWaitingWriterGoFirst) {
+  const int fd = open((std::string(DB_CONFIG) + "-lock").c_str(), O_RDWR | O_CLOEXEC);
+  struct flock gate {};
+  gate.l_type = F_WRLCK;
+  gate.l_whence = SEEK_SET;
+  gate.l_len = 1;
+  ASSERT_EQ(fcntl(fd, F_OFD_SETLK, &gate), 0);
+  std::thread leave([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    close(fd);
+  });
+  EXPECT_GT(seconds_of([] { EXPECT_EQ(get("mtu"), "1500"); }), 0.4);
+  leave.join();
 }
 
 // A reader that meets half a backup beside a recovery copy must not think that the store is damaged.
