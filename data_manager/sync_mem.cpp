@@ -15,10 +15,10 @@ using kelo::dm::MemoryItem;
 using kelo::dm::ReadLock;
 using kelo::dm::WriteLock;
 
-constexpr char kUpdate[] = "kelo_dm_update_item_value_to_mem";
-constexpr char kAdd[] = "kelo_dm_add_item_to_mem";
-constexpr char kConstruct[] = "kelo_dm_construct_queue_from_kvl";
-constexpr char kRead[] = "kelo_dm_read_item_from_mem";
+constexpr const char* kUpdate = "kelo_dm_update_item_value_to_mem";
+constexpr const char* kAdd = "kelo_dm_add_item_to_mem";
+constexpr const char* kConstruct = "kelo_dm_construct_queue_from_kvl";
+constexpr const char* kRead = "kelo_dm_read_item_from_mem";
 
 // A block for `length` bytes. Callers have no way to go on without it.
 char* value_block(std::int32_t length) {

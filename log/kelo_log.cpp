@@ -95,8 +95,9 @@ void kelo::log::emit(Site site, const char* func, const char* fmt, ...) {
   const Delivery delivery = deliver(level, text.data(), func, site.line(), fmt, arguments);
   va_end(arguments);
   if (delivery != Delivery::hand_to_channel) return;
+  const SourcePath path = source_path(site.file());
   const LogDiagDescriptor descriptor = {site.line(), KELO_LOG_DIAG_SUBSYSTEM, level >= 0 ? 1U << level : 0U,
-                                        KELO_LOG_DIAG_FORMAT, source_name(site.file())};
+                                        KELO_LOG_DIAG_FORMAT, path.c_str()};
   msg_sprintf(&descriptor, static_cast<int>(getpid()), func, text.data());
 }
 

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "base/text_builder.hpp"
 #include "kelo_utils/log.h"
 
 // The build numbers the sources of the library. A source that a test compiles for itself has the first one's number.
@@ -34,7 +35,8 @@ struct Site {
 void emit(Site site, const char* func, const char* fmt, ...) KELO_PRINTF(3, 4);
 
 // The path of a source of the library by the number that the build gives it.
-const char* source_name(unsigned file);
+using SourcePath = base::FixedText<64>;
+SourcePath source_path(unsigned file);
 
 // Logs "<function> param NULL" at level 3, shown under that function's name: the line for an argument that must not
 // be null. All of them are one call site, so they share its source line and its path.

@@ -5,15 +5,21 @@
 
 namespace {
 
-// One after the other, each with its terminator: an array of pointers would need relocations.
+// Each folder, after a slash, and then its sources without their ending. Whole paths take a kilobyte more.
 constexpr char kNames[] =
 #include "source_names.inc"
     ;
 
 }  // namespace
 
-const char* kelo::log::source_name(unsigned file) {
+kelo::log::SourcePath kelo::log::source_path(unsigned file) {
+  const char* folder = "";
   const char* name = kNames;
-  for (; file > 0 && *name != '\0'; --file) name += std::strlen(name) + 1;
-  return name;
+  for (;; name += std::strlen(name) + 1) {
+    if (*name == '/') {
+      folder = name + 1;
+    } else if (*name == '\0' || file-- == 0) {
+      return SourcePath("%s/%s.cpp", folder, name);
+    }
+  }
 }

@@ -22,7 +22,7 @@
 namespace kelo::store {
 namespace {
 
-constexpr char kCaller[] = "dm_sqlite_clean";
+constexpr const char* kCaller = "dm_sqlite_clean";
 constexpr int kKeptCopies = 3;
 
 using Output = std::array<char, 512>;

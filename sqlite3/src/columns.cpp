@@ -8,7 +8,7 @@
 namespace kelo::store {
 namespace {
 
-constexpr char kCaller[] = "alter_table_add_column";
+constexpr const char* kCaller = "alter_table_add_column";
 
 // The statement that mends what a select of `id` and `type` complained of; null when it is something else.
 const char* column_to_add(const char* complaint) {

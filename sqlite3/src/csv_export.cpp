@@ -19,7 +19,7 @@ namespace {
 
 using base::Stream;
 
-constexpr char kRowCaller[] = "dm_export_by_table";
+constexpr const char* kRowCaller = "dm_export_by_table";
 
 // Readers of the file expect the NUL as part of the line end.
 constexpr std::string_view kLineEnd("\r\n\0", 3);

@@ -54,7 +54,7 @@ Row default_row(const kelo_dm_item_desc& item, const void* value, int len) {
 }
 
 int write_default(const Row& row) {
-  constexpr char kCaller[] = "dm_write_def_db";
+  constexpr const char* kCaller = "dm_write_def_db";
   if (row.len < 0) {
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "%s param invald\n", kCaller);
     return DM_SQLITE_FAILED;
@@ -80,7 +80,7 @@ int write_default(const Row& row) {
 }
 
 int read_default(const ItemRead& item, std::uint32_t* type) {
-  constexpr char kCaller[] = "dm_read_def_db";
+  constexpr const char* kCaller = "dm_read_def_db";
   const Database db = open_database(kCaller, DB_DEF_ITEMS);
   if (!db) return DM_SQLITE_NOT_OPENED;
   const SqlText select(sql::kSelectDefault, item.table, item.key);

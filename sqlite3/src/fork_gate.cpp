@@ -2,7 +2,6 @@
 #include "sqlite3/src/fork_gate.hpp"
 
 #include <pthread.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -75,8 +74,7 @@ void enter() {
   // Lets a fork() that waits go first; that one gives up after a while.
   while (forks_waiting > 0) {
     pthread_mutex_unlock(&gate);
-    const timespec pause = {0, kPauseMicroseconds * 1000};
-    nanosleep(&pause, nullptr);
+    static_cast<void>(base::Deadline(1).pause(kPauseMicroseconds));
     pthread_mutex_lock(&gate);
   }
   ++threads_in_use;

@@ -10,7 +10,7 @@
 namespace kelo::store {
 namespace {
 
-constexpr char kCaller[] = "check_database_health";
+constexpr const char* kCaller = "check_database_health";
 
 int on_row(void* is_corrupted, int ncols, char** values, char** /*names*/) {
   return take_check_row(static_cast<int*>(is_corrupted), ncols, values);

@@ -15,7 +15,7 @@
 namespace kelo::store {
 namespace {
 
-constexpr char kRowCaller[] = "dm_read_db";
+constexpr const char* kRowCaller = "dm_read_db";
 
 // What a read of one file is worth: a value must match its checksum, and only the three named failures stay.
 int verified(int result, const void* value, std::uint32_t crc) {

@@ -14,8 +14,8 @@
 namespace kelo::store {
 namespace {
 
-constexpr char kCaller[] = "dm_pal_write";
-constexpr char kRowCaller[] = "dm_write_db";
+constexpr const char* kCaller = "dm_pal_write";
+constexpr const char* kRowCaller = "dm_write_db";
 
 // After a copy that failed the backup has all but this row, unless there is no backup at all: one of a single row
 // would hide every other item.

@@ -14,8 +14,8 @@
 namespace kelo::store {
 namespace {
 
-constexpr char kWriter[] = "dm_write_state_db";
-constexpr char kReader[] = "dm_sqlite_check_database";
+constexpr const char* kWriter = "dm_write_state_db";
+constexpr const char* kReader = "dm_sqlite_check_database";
 
 bool lacks_column(const Outcome& failed) { return std::strstr(failed.text(), "no such column") != nullptr; }
 

@@ -29,7 +29,7 @@ bool replace_primary(const char* caller, const char* words, const char* source) 
   return replace(caller, words, source, DB_CONFIG) && base::sync_directory_of(DB_CONFIG);
 }
 
-constexpr char kPlainWords[] = "ERROR: cp";
+constexpr const char* kPlainWords = "ERROR: cp";
 
 }  // namespace
 

@@ -85,7 +85,7 @@ Presence look_for_row(sqlite3* db, const char* table, const char* key) {
 }
 
 void store_item(sqlite3* db, const Row& row) {
-  constexpr char kCaller[] = "dm_update_record";
+  constexpr const char* kCaller = "dm_update_record";
   const std::int32_t crc = value_crc(row.value, row.len);
   KELO_LOG_AS(kCaller, LOG_LVL_DBUG, "wr crc: 0x%x\n", static_cast<unsigned>(crc));
   const SqlText update(sql::kUpdateItem, row.table, row.id, row.type, row.len, crc, row.key);

@@ -12,7 +12,7 @@
 namespace kelo::store {
 
 CommandEnd run_command(const char* command, std::span<char> output, ByteLock* under_way) {
-  constexpr char kCaller[] = "dm_sqlite_system_cmd";
+  constexpr const char* kCaller = "dm_sqlite_system_cmd";
   auto pipe = base::PipeStream::reading(command);
   if (!pipe) {
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "system command failed: (%d) %s\n", errno, std::strerror(errno));

@@ -15,7 +15,7 @@
 namespace kelo::store {
 namespace {
 
-constexpr char kCaller[] = "dm_sqlite_check_database";
+constexpr const char* kCaller = "dm_sqlite_check_database";
 
 // Carries the journalled item from the primary over to the backup, if the primary holds it undamaged.
 int complete_backup(Operation& operation, const JournalRow& journal) {

@@ -11,7 +11,6 @@
 
 #include "base/deadline.hpp"
 #include "base/file.hpp"
-#include "kelo_utils/sqlite.h"
 #include "log/library_log.hpp"
 #include "sqlite3/src/sql.hpp"
 
@@ -25,7 +24,7 @@ constexpr off_t kGateByte = 0;
 constexpr off_t kStoreByte = 1;
 constexpr off_t kCopyByte = 2;
 
-using LockPath = FixedText<DM_SQLITE_PATH_SIZE + 16>;
+using LockPath = FixedText<128>;
 
 LockPath lock_path(const char* database) { return LockPath("%s-lock", database); }
 

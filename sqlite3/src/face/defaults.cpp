@@ -14,7 +14,7 @@ namespace {
 std::atomic<bool> defaults_version_written{false};
 
 int read_row_of_default(const ItemRead& item, std::uint32_t* type) {
-  constexpr char kCaller[] = "dm_read_def_db";
+  constexpr const char* kCaller = "dm_read_def_db";
   if (item.table == nullptr || item.key == nullptr || item.buf == nullptr || item.size < 0)
     return refuse_arguments(kCaller);
   const Operation operation(kCaller, Access::kShared);

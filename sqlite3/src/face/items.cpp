@@ -29,14 +29,14 @@ std::uint32_t type_of(kelo_dm_item_desc& item) {
 }
 
 int journalled_write(std::uint32_t id, const Row& row) {
-  constexpr char kCaller[] = "dm_pal_write";
+  constexpr const char* kCaller = "dm_pal_write";
   if (!good(row.table, row.key, row.value, row.len)) return refuse_arguments(kCaller);
   const Operation operation(kCaller, Access::kExclusive);
   return operation ? write_item(id, row) : DM_SQLITE_FAILED;
 }
 
 int verified_read(const ItemRead& item) {
-  constexpr char kCaller[] = "dm_pal_read";
+  constexpr const char* kCaller = "dm_pal_read";
   if (!good(item.table, item.key, item.buf, item.size)) return refuse_arguments(kCaller);
   Operation operation(kCaller, Access::kShared);
   return operation ? read_item(operation, item) : DM_SQLITE_NOT_OPENED;

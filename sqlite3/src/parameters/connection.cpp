@@ -28,7 +28,7 @@ using store::Access;
 using store::StoreLock;
 using SqliteHandle = store::Database;
 
-constexpr char kCaller[] = "open_sqlite_db";
+constexpr const char* kCaller = "open_sqlite_db";
 constexpr char kUserPath[] = "/data/kelo-resource/sqlite3/user_info.db";
 constexpr char kFactoryPath[] = "/data/kelo-resource/sqlite3/factory_info.db";
 constexpr std::array<const char*, 2> kPaths = {kUserPath, kFactoryPath};
