@@ -77,11 +77,6 @@ std::size_t read_all(int fd, std::span<char> room);
 // bytes are written.
 std::size_t write_all(int fd, std::span<const char> data);
 
-// Brings the names in a directory to the storage, as far as its file system can.
-inline void sync_directory(const char* path) {
-  if (const Descriptor directory = open_file(path, O_RDONLY | O_DIRECTORY)) ::fsync(directory.get());
-}
-
 // Brings the name of a file to the storage: syncs the directory that holds it. False with errno set when that
 // failed. A file system that cannot sync a directory keeps its names without, which is a success.
 bool sync_directory_of(const char* path);

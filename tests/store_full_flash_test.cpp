@@ -23,7 +23,7 @@ class StoreFullFlash : public StoreTest, public testing::WithParamInterface<std:
     ASSERT_EQ(put("image", std::string(360'000, 'x'), "bulk"), 0);
     const std::uintmax_t free = std::filesystem::space("/data").available;
     ASSERT_GT(free, GetParam());
-    write_file("/data/filler", std::string(free - GetParam(), 'f'));
+    write_file("/data/filler", std::string(static_cast<std::size_t>(free - GetParam()), 'f'));
     ASSERT_LE(std::filesystem::space("/data").available, GetParam());
   }
 };
@@ -43,7 +43,7 @@ TEST_P(StoreFullFlash, AWriteIsReadableAfterwards) {
 }
 
 TEST_P(StoreFullFlash, AWriteThatDoesNotFitLeavesTheOldValues) {
-  static_cast<void>(put("large", std::string(GetParam() + 100'000, 'y')));
+  static_cast<void>(put("large", std::string(static_cast<std::size_t>(GetParam()) + 100'000, 'y')));
   EXPECT_EQ(get("apn"), "internet");
   expect_others_kept();
   std::filesystem::remove("/data/filler");
