@@ -15,7 +15,8 @@ struct Campaign {
   std::size_t jobs = 1;
   std::uint64_t seed = 1;
   Effort effort;
-  int output = -1;  // a folder's descriptor
+  bool first_only = false;  // a history ends with its first violation
+  int output = -1;          // a folder's descriptor
   std::vector<std::string> only;
 };
 
@@ -26,9 +27,8 @@ int replay(const Campaign& campaign);
 int show_events(const Campaign& campaign);
 int list_histories(const Campaign& campaign);
 
-// Tries one recorded history with so many explorers and returns what they found together.
-Tally explore_history(const History& history, const Recording& recording, const Campaign& campaign,
-                      double seconds);
+// Gives the process empty folders that no other one sees, with the history's disk size.
+void take_own_folders(const History& history);
 
 }  // namespace kelo::crash
 

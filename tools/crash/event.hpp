@@ -40,7 +40,7 @@ enum class Change {
 
 struct Event {
   Change change{};
-  std::string call;         // the system call's name
+  std::string call = {};    // the system call's name
   InodeNumber inode = 0;    // of a change to a file
   std::string path = {};    // of a change to a directory: the name, or the old name of two
   std::string second = {};  // the new name of two

@@ -54,11 +54,12 @@ struct Explorer::Place {
   const Selection* before_recovery;  // nothing when the history itself was cut
 };
 
-Explorer::Explorer(const History& history, const Timeline& timeline, const Settings& settings)
+Explorer::Explorer(const History& history, const Timeline& timeline, Restart& restart,
+                   const Settings& settings)
     : history_(history),
       timeline_(timeline),
       settings_(settings),
-      restart_(history),
+      restart_(restart),
       random_(settings.seed),
       end_(Clock::now() +
            std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(settings.seconds))) {
@@ -73,6 +74,8 @@ bool Explorer::time_left() const { return settings_.seconds <= 0 || Clock::now()
 std::vector<std::string> Explorer::left_over() const {
   std::vector<std::string> names = names_in(history_.folders);
   std::erase_if(names, [this](const std::string& name) {
+    // What a copy that was cut left under this name goes with the next copy to the same file.
+    if (name.ends_with("-new")) return true;
     return std::find(usual_names_.begin(), usual_names_.end(), name) != usual_names_.end();
   });
   return names;
@@ -116,6 +119,7 @@ bool Explorer::round(std::size_t number) {
 bool Explorer::visit(const Place& place, const Selection& selection) {
   const Expected& expected = place.timeline.expected[selection.cut];
   const Image image = build(place.timeline.disks[selection.cut], selection);
+  if (!fits(history_, image)) return true;
   const std::uint64_t hash = hash_of(image, expected);
   // The states of a recovery belong to whoever recorded it: no other explorer has the same recording.
   if (place.before_recovery == nullptr && hash % settings_.parts != settings_.part) return true;
@@ -125,6 +129,7 @@ bool Explorer::visit(const Place& place, const Selection& selection) {
   ++tally_.unique;
   const Violations violations = look_at(image, expected).violations;
   if (!violations.empty()) note(place, selection, violations);
+  if (!violations.empty() && settings_.first_only) return false;
   if (place.before_recovery != nullptr || settings_.recovery_each == 0) return true;
   return tally_.unique % settings_.recovery_each != 0 || cut_recovery(image, expected, selection);
 }
@@ -180,6 +185,12 @@ Selection Explorer::minimised(const Place& place, Selection selection, Violation
     }
   }
   return selection;
+}
+
+bool fits(const History& history, const Image& image) {
+  std::size_t blocks = 0;
+  for (const auto& [inode, file] : image.files) blocks += (file.content.size() + kBlockSize - 1) / kBlockSize;
+  return history.disk_size == 0 || blocks * kBlockSize <= history.disk_size;
 }
 
 Recording record_history(const History& history) {

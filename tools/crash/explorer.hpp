@@ -37,6 +37,7 @@ struct Settings {
   std::uint64_t seed = 1;
   Effort effort;
   std::size_t recovery_each = 40;  // of so many unique states one has its recovery cut, too
+  bool first_only = false;         // end with the first violation
   std::size_t part = 0;            // of `parts` explorers that share the states
   std::size_t parts = 1;
   std::function<void(const Reproducer&, const std::string& story)> report;
@@ -52,7 +53,8 @@ struct Timeline {
 
 class Explorer {
  public:
-  Explorer(const History& history, const Timeline& timeline, const Settings& settings);
+  // All of them must outlive this.
+  Explorer(const History& history, const Timeline& timeline, Restart& restart, const Settings& settings);
   Tally explore();
 
   struct Verdict {
@@ -76,7 +78,7 @@ class Explorer {
   const History& history_;
   const Timeline& timeline_;
   const Settings settings_;
-  Restart restart_;
+  Restart& restart_;
   std::mt19937_64 random_;
   Clock::time_point end_;
   std::vector<std::string> usual_names_;
@@ -87,6 +89,9 @@ class Explorer {
 
 // Makes the files of a history and records it.
 Recording record_history(const History& history);
+
+// Whether a disk of the history can hold this at all.
+bool fits(const History& history, const Image& image);
 
 }  // namespace kelo::crash
 

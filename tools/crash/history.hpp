@@ -20,6 +20,7 @@ struct Item {
   std::string key;
   int initial = 0;                  // its version before the history
   int in_flight = kAbsent;          // a newer one that it may have as well
+  int absent = kAbsent;             // the version that it has when it has no value
   std::vector<std::string> values;  // of each version; there are enough for the writes after each restart
 };
 
@@ -31,11 +32,15 @@ class Subject {
   // The value's length, or a negative code.
   virtual int read(std::size_t item, std::string& value) = 0;
   virtual int write(std::size_t item, const std::string& value) = 0;
+  virtual const std::vector<Item>& items() const = 0;
   // What a daemon does at each start after its first writes.
   virtual void settle() {}
   // What is wrong with the files at the end; empty when nothing is.
   virtual std::string fault() { return {}; }
 };
+
+// Writes with the marks that say so.
+void write_marked(Subject& subject, std::size_t item, std::size_t version);
 
 struct History {
   std::string name;
@@ -44,6 +49,13 @@ struct History {
   std::size_t probe = 0;  // the item that is written after the restart
   // Items whose values the program brings in by itself in settle().
   bool settles_all = false;
+  // The files are damaged before: one write that says so may fail, or one read, if the next one does not.
+  bool write_may_fail_once = false;
+  bool read_may_fail_once = false;
+  // Bytes that the file system of the folders has; 0: as many as it takes.
+  std::size_t disk_size = 0;
+  // Makes a restart faster whose calls are not recorded.
+  std::function<void()> hasten;
   std::function<void()> prepare;  // makes the files in empty folders, with the power on
   std::function<void()> act;      // says by marks how far it is
   std::function<std::unique_ptr<Subject>()> subject;

@@ -22,6 +22,7 @@ int usage() {
       "  --samples N        so many random states of each cut and model\n"
       "  --output N         a descriptor of the folder that gets the reproducers\n"
       "  --replay           shows the reproducer on standard input\n"
+      "  --first            ends a history with its first violation\n"
       "  --events           shows the recorded calls\n"
       "  --list             names the histories\n",
       stderr);
@@ -58,6 +59,8 @@ int main(int count, char** arguments) {
     const char* const value = at + 1 < count ? arguments[at + 1] : nullptr;
     if (std::strcmp(option, "--replay") == 0) {
       run = kelo::crash::replay;
+    } else if (std::strcmp(option, "--first") == 0) {
+      campaign.first_only = true;
     } else if (std::strcmp(option, "--events") == 0) {
       run = kelo::crash::show_events;
     } else if (std::strcmp(option, "--list") == 0) {
@@ -73,6 +76,7 @@ int main(int count, char** arguments) {
   }
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
   // Each state is two processes that would do this first, and that end soon after they gave memory back.
+  sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
   sqlite3_initialize();
   mallopt(M_TRIM_THRESHOLD, 1 << 28);
   mallopt(M_TOP_PAD, 1 << 20);

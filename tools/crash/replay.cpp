@@ -6,6 +6,7 @@
 
 #include "tools/crash/recorder.hpp"
 #include "tools/crash/report.hpp"
+#include "tools/crash/store_subject.hpp"
 
 namespace kelo::crash {
 namespace {
@@ -46,7 +47,7 @@ void print_calls(const Recording& recording, std::size_t cut) {
 Image show(const Timeline& timeline, const Selection& selection) {
   print_calls(timeline.recording, selection.cut);
   print_losses(selection);
-  const Image image = build(timeline.disks.at(selection.cut), selection);
+  Image image = build(timeline.disks.at(selection.cut), selection);
   print_image(image);
   return image;
 }
@@ -64,6 +65,8 @@ int replay(const Campaign& campaign) {
     return 2;
   }
   const History& history = chosen.front();
+  take_own_folders(history);
+  Restart restart(history);
   const Recording recording = record_history(history);
   complain_of(history, recording);
   if (recording.events.size() != reproducer->events) {
@@ -74,11 +77,10 @@ int replay(const Campaign& campaign) {
   const Timeline timeline(history, {}, recording);
   Image image = show(timeline, reproducer->selection);
   Expected expected = timeline.expected.at(reproducer->selection.cut);
-  Explorer explorer(history, timeline, {});
+  Explorer explorer(history, timeline, restart, {});
   if (reproducer->in_recovery) {
     std::printf("\n==== the restart, until the power fails again ====\n");
     lay_out(image, history.folders);
-    Restart restart(history);
     const Recording again = record(history.folders, [&] { restart.first_run(expected); });
     if (reproducer->in_recovery->cut > again.events.size()) return 2;
     const Timeline later(history, expected, again);
@@ -93,10 +95,14 @@ int replay(const Campaign& campaign) {
 
 int show_events(const Campaign& campaign) {
   for (const History& history : chosen_histories(campaign)) {
-    const Recording recording = record_history(history);
-    std::printf("%s: %zu calls\n", history.name.c_str(), recording.events.size());
-    complain_of(history, recording);
-    print_calls(recording, recording.events.size() + 1);
+    in_other_process([&] {
+      take_own_folders(history);
+      const Recording recording = record_history(history);
+      std::printf("%s: %zu calls\n", history.name.c_str(), recording.events.size());
+      complain_of(history, recording);
+      print_calls(recording, recording.events.size() + 1);
+      std::fflush(nullptr);
+    });
   }
   return 0;
 }

@@ -6,6 +6,10 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
+#include "tools/crash/store_subject.hpp"
 
 namespace kelo::crash {
 
@@ -51,6 +55,13 @@ void save_reproducer(int folder, const Reproducer& reproducer, const std::string
 
 std::vector<History> chosen_histories(const Campaign& campaign) {
   std::vector<History> chosen = histories();
+  for (const std::string& name : campaign.only) {
+    constexpr std::string_view kRandom = "random ";
+    const auto known = [&](const History& history) { return history.name == name; };
+    if (!name.starts_with(kRandom) || std::any_of(chosen.begin(), chosen.end(), known)) continue;
+    const auto seed = std::strtoul(name.c_str() + kRandom.size(), nullptr, 10);
+    chosen.push_back(random_history(static_cast<unsigned>(seed)));
+  }
   std::erase_if(chosen, [&](const History& history) {
     return !campaign.only.empty() &&
            std::find(campaign.only.begin(), campaign.only.end(), history.name) == campaign.only.end();

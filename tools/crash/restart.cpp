@@ -38,18 +38,76 @@ Reading read_one(Subject& subject, const Item& item, std::size_t index) {
 
 }  // namespace
 
-Restart::Restart(const History& history) : history_(history) {
-  void* const memory =
-      mmap(nullptr, sizeof(Findings), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  if (memory == MAP_FAILED || history.items.size() > kMostItems) std::abort();
-  findings_ = static_cast<Findings*>(memory);
+// In memory that the starting process and those that it starts have in common.
+struct Restart::Shared {
+  Findings findings;
+  double processor_seconds;
+  std::array<Range, kMostItems> expected;
+};
+
+double processor_seconds(decltype(RUSAGE_SELF) who) {
+  rusage used{};
+  getrusage(who, &used);
+  const auto seconds = [](const timeval& time) {
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+  };
+  return seconds(used.ru_utime) + seconds(used.ru_stime);
 }
 
-Restart::~Restart() { munmap(findings_, sizeof(Findings)); }
+Restart::Restart(const History& history) : history_(history) {
+  void* const memory =
+      mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  int requests[2];
+  int replies[2];
+  if (memory == MAP_FAILED || history.items.size() > kMostItems || pipe2(requests, O_CLOEXEC) != 0 ||
+      pipe2(replies, O_CLOEXEC) != 0) {
+    std::abort();
+  }
+  shared_ = static_cast<Shared*>(memory);
+  findings_ = &shared_->findings;
+  requests_ = requests[1];
+  replies_ = replies[0];
+  // The one that starts them is nobody's child: a recorder waits for all children of its process.
+  const pid_t between = fork();
+  if (between == 0) {
+    close(requests_);
+    close(replies_);
+    if (fork() == 0) serve(requests[0], replies[1]);
+    _exit(0);
+  }
+  close(requests[0]);
+  close(replies[1]);
+  if (between < 0 || waitpid(between, nullptr, 0) != between) std::abort();
+}
+
+Restart::~Restart() {
+  close(requests_);
+  close(replies_);
+  munmap(shared_, sizeof(Shared));
+}
+
+// Until the process that asks has gone.
+void Restart::serve(int requests, int replies) {
+  for (char request = 0; read(requests, &request, 1) == 1;) {
+    const Expected expected(shared_->expected.begin(),
+                            shared_->expected.begin() + static_cast<std::ptrdiff_t>(history_.items.size()));
+    findings_->status[0] = in_process(&expected);
+    findings_->status[1] = in_process(nullptr);
+    shared_->processor_seconds =
+        crash::processor_seconds(RUSAGE_SELF) + crash::processor_seconds(RUSAGE_CHILDREN);
+    if (write(replies, &request, 1) != 1) break;
+  }
+  _exit(0);
+}
+
+double Restart::processor_seconds() const { return shared_->processor_seconds; }
 
 void Restart::read_all(Subject& subject, Readings& readings, bool say) const {
   for (std::size_t item = 0; item < history_.items.size(); ++item) {
     readings[item] = read_one(subject, history_.items[item], item);
+    if (history_.read_may_fail_once && readings[item].kind != Reading::version) {
+      readings[item] = read_one(subject, history_.items[item], item);
+    }
     if (say && readings[item].kind == Reading::version) {
       mark(Progress::seen, item, static_cast<std::size_t>(readings[item].number));
     }
@@ -72,6 +130,11 @@ void Restart::first_run(const Expected& expected) {
     findings_->first_write = subject->write(probe, value);
     if (findings_->first_write != 0) findings_->second_write = subject->write(probe, value);
     if (findings_->first_write == 0) mark(Progress::acknowledged, probe, version);
+    if (history_.settles_all) {
+      for (std::size_t item = 0; item < history_.items.size(); ++item) {
+        if (item != probe) mark(Progress::begins, item, 0);
+      }
+    }
     subject->settle();
     findings_->phase = 3;
     read_all(*subject, findings_->after_write, true);
@@ -88,11 +151,16 @@ void Restart::second_run() {
   findings_->phase = 5;
 }
 
-int Restart::in_process(void (Restart::*body)(const Expected&), const Expected& expected) {
+int Restart::in_process(const Expected* first) {
   const pid_t child = fork();
   if (child == 0) {
     alarm(kPatience);
-    (this->*body)(expected);
+    if (history_.hasten) history_.hasten();
+    if (first != nullptr) {
+      first_run(*first);
+    } else {
+      second_run();
+    }
     _exit(0);
   }
   int status = -1;
@@ -102,8 +170,12 @@ int Restart::in_process(void (Restart::*body)(const Expected&), const Expected& 
 
 const Findings& Restart::run(const Expected& expected) {
   std::memset(findings_, 0, sizeof *findings_);
-  findings_->status[0] = in_process(&Restart::first_run, expected);
-  findings_->status[1] = in_process(&Restart::second_run_only, expected);
+  std::copy(expected.begin(), expected.end(), shared_->expected.begin());
+  char request = 0;
+  if (write(requests_, &request, 1) != 1 || read(replies_, &request, 1) != 1) {
+    std::fprintf(stderr, "the process that starts the restarts has ended\n");
+    std::_Exit(2);
+  }
   return *findings_;
 }
 

@@ -15,62 +15,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The places of the items in every history.
-enum : std::size_t { kWritten, kNeighbour, kProbe };
-constexpr std::size_t kVersions = 6;
-
-std::vector<std::string> values_of(const std::string& stem, std::size_t width) {
-  std::vector<std::string> values;
-  for (std::size_t version = 0; version < kVersions; ++version) {
-    std::string value = stem + std::to_string(version);
-    // Every later version is longer, and none begins like another.
-    value.append(version * (1 + width / 50), static_cast<char>('a' + version));
-    if (value.size() < width) value.resize(width + version, static_cast<char>('A' + version));
-    values.push_back(value);
-  }
-  return values;
-}
-
-std::vector<Item> usual_items(std::size_t width = 0) {
-  return {{.table = "wan", .key = "apn", .values = values_of("internet.", width)},
-          {.table = "wan", .key = "mtu", .values = values_of("15", width)},
-          {.table = "lan", .key = "name", .values = values_of("bridge", width)}};
-}
-
-// Everything in it lives as long as the histories do.
-using Items = std::shared_ptr<std::vector<Item>>;
-
-void write_first_versions(const std::vector<Item>& items) {
-  in_other_process([&] {
-    StoreSubject daemon(items);
-    daemon.start();
-    for (std::size_t item = 0; item < items.size(); ++item) {
-      if (items[item].initial != kAbsent) daemon.write(item, items[item].values[0]);
-    }
-  });
-}
-
-History history_of(const char* name, Items items, std::size_t version) {
-  History history;
-  history.name = name;
-  history.items = *items;
-  history.probe = items->size() - 1;
-  history.prepare = [items] { write_first_versions(*items); };
-  history.act = [items, version] {
-    StoreSubject daemon(*items);
-    daemon.start();
-    daemon.write_marked(kWritten, version);
-  };
-  history.subject = [items] { return std::make_unique<StoreSubject>(*items); };
-  return history;
-}
-
-Items shared(std::vector<Item> items) { return std::make_shared<std::vector<Item>>(std::move(items)); }
-
 History insert() {
   std::vector<Item> items = usual_items();
   items[kWritten].initial = kAbsent;
-  return history_of("insert", shared(std::move(items)), 0);
+  return store_history("insert", shared(std::move(items)));
 }
 
 History first_start() {
@@ -82,7 +30,7 @@ History first_start() {
   }
   items.push_back({.table = "wifi", .key = "ssid", .initial = kAbsent, .values = values_of("cpe-", 0)});
   const Items kept = shared(std::move(items));
-  History history = history_of("first start", kept, 0);
+  History history = store_history("first start", kept, make_subject<DefaultsSubject>);
   history.prepare = [] {};
   history.settles_all = true;
   history.act = [kept] {
@@ -92,9 +40,8 @@ History first_start() {
     for (std::size_t item = 0; item < defaults; ++item) mark(Progress::begins, item, 0);
     if (kelo_dm_construct_def_database(0) != 0) return;
     for (std::size_t item = 0; item < defaults; ++item) mark(Progress::acknowledged, item, 0);
-    daemon.write_marked(defaults, 0);
+    write_marked(daemon, defaults, 0);
   };
-  history.subject = [kept] { return std::make_unique<DefaultsSubject>(*kept); };
   return history;
 }
 
@@ -114,7 +61,7 @@ History crash_completion() {
   std::vector<Item> items = usual_items();
   items[kWritten].in_flight = 1;
   const Items kept = shared(std::move(items));
-  History history = history_of("crash completion", kept, 1);
+  History history = store_history("crash completion", kept);
   history.prepare = [kept] {
     write_first_versions(*kept);
     leave_journal_at_101((*kept)[kWritten]);
@@ -131,16 +78,10 @@ History crash_completion() {
   return history;
 }
 
-void overwrite(const char* path, std::size_t from, std::size_t count) {
-  const std::string garbage(count, '\xA5');
-  const int descriptor = open(path, O_WRONLY | O_CLOEXEC);
-  if (pwrite(descriptor, garbage.data(), count, static_cast<off_t>(from)) < 0) std::perror(path);
-  close(descriptor);
-}
-
-History repair(const char* name, const std::function<void()>& damage) {
+History repair(const char* name, const std::function<void()>& damage,
+               MakeSubject make = make_subject<StoreSubject>) {
   const Items kept = shared(usual_items());
-  History history = history_of(name, kept, 1);
+  History history = store_history(name, kept, make);
   history.prepare = [kept, damage] {
     write_first_versions(*kept);
     damage();
@@ -148,19 +89,80 @@ History repair(const char* name, const std::function<void()>& damage) {
   return history;
 }
 
+// The row goes nowhere and the backup stays as it was, as callers are told: what a plain write returns says nothing
+// then, so each is one that tells whether the value can be read.
+History repair_data_page() {
+  History history = repair(
+      "repair, data page", [] { overwrite(DB_CONFIG, 2 * kBlockSize, kBlockSize); },
+      make_subject<VerifiedSubject>);
+  history.write_may_fail_once = true;
+  return history;
+}
+
+// The backup is damaged under a running daemon, whose next read makes it anew and has its answer from then on. A daemon
+// that starts would make it anew with a write.
+History repair_backup() {
+  const Items kept = shared(usual_items());
+  History history = store_history("repair, backup", kept);
+  history.act = [kept] {
+    StoreSubject daemon(*kept);
+    daemon.start();
+    overwrite(DB_CONFIGBAK, 0, kBlockSize);
+    std::string value;
+    daemon.read(kWritten, value);
+    if (daemon.read(kWritten, value) <= 0 || value != (*kept)[kWritten].values[0]) _exit(1);
+    mark(Progress::seen, kWritten, 0);
+  };
+  history.read_may_fail_once = true;
+  return history;
+}
+
 }  // namespace
+
+void overwrite(const char* path, std::size_t from, std::size_t count) {
+  const std::string garbage(count, '\xA5');
+  const int descriptor = open(path, O_WRONLY | O_CLOEXEC);
+  if (pwrite(descriptor, garbage.data(), count, static_cast<off_t>(from)) < 0) std::perror(path);
+  close(descriptor);
+}
+
+void write_first_versions(const std::vector<Item>& items, MakeSubject make) {
+  in_other_process([&] {
+    const auto daemon = make(items);
+    daemon->start();
+    for (std::size_t item = 0; item < items.size(); ++item) {
+      if (items[item].initial != kAbsent) daemon->write(item, items[item].values[0]);
+    }
+  });
+}
+
+History store_history(const char* name, const Items& items, MakeSubject make) {
+  History history;
+  history.name = name;
+  history.items = *items;
+  history.probe = items->size() - 1;
+  history.prepare = [items, make] { write_first_versions(*items, make); };
+  history.act = [items, make] {
+    const auto daemon = make(*items);
+    daemon->start();
+    write_marked(*daemon, kWritten, (*items)[kWritten].initial == kAbsent ? 0 : 1);
+  };
+  history.subject = [items, make] { return make(*items); };
+  return history;
+}
 
 std::vector<History> store_histories() {
   return {
-      history_of("update", shared(usual_items()), 1),
-      history_of("wide update", shared(usual_items(3000)), 1),
+      store_history("update", shared(usual_items())),
+      store_history("wide update", shared(usual_items(3000))),
       insert(),
       first_start(),
       crash_completion(),
       repair("repair, page 1", [] { overwrite(DB_CONFIG, 100, 3996); }),
-      repair("repair, data page", [] { overwrite(DB_CONFIG, 2 * kBlockSize, kBlockSize); }),
+      repair_data_page(),
       repair("repair, no primary", [] { unlink(DB_CONFIG); }),
       repair("repair, empty primary", [] { fs::resize_file(DB_CONFIG, 0); }),
+      repair_backup(),
       repair("no state database", [] { overwrite(DB_STATE, 0, kBlockSize); }),
   };
 }

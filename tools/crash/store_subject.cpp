@@ -75,16 +75,32 @@ int StoreSubject::write(std::size_t item, const std::string& value) {
   return kelo_dm_write(handle_, records_[item].id, value.data(), static_cast<int>(value.size()));
 }
 
-void StoreSubject::write_marked(std::size_t item, std::size_t version) {
-  mark(Progress::begins, item, version);
-  if (write(item, items_[item].values.at(version)) == 0) mark(Progress::acknowledged, item, version);
-}
-
 std::string StoreSubject::fault() {
   std::string fault = database_fault(DB_CONFIG);
   if (fault.empty()) fault = difference(DB_CONFIG, DB_CONFIGBAK);
   if (fault.empty()) fault = database_fault(DB_CONFIGBAK);
   return fault;
+}
+
+int VerifiedSubject::write(std::size_t item, const std::string& value) {
+  return kelo_dm_write_verified(handle_, records_[item].id, value.data(), static_cast<int>(value.size()));
+}
+
+int PairSubject::read(std::size_t item, std::string& value) {
+  const int result = StoreSubject::read(item, value);
+  if (result <= 0) return result;
+  std::string_view text = value.c_str();  // the list is stored with its terminator
+  constexpr std::string_view kStart = "pair,";
+  if (!text.starts_with(kStart) || !text.ends_with(";")) return result;
+  text.remove_prefix(kStart.size());
+  text.remove_suffix(1);
+  value = std::string(text);
+  return result;
+}
+
+int PairSubject::write(std::size_t item, const std::string& value) {
+  std::int32_t length = 0;
+  return kelo_dm_write_key_value_pairs(handle_, records_[item].id, "pair", value.c_str(), &length);
 }
 
 int DefaultsSubject::read(std::size_t item, std::string& value) {

@@ -8,6 +8,7 @@
 
 #include "kelo_utils/data_manager.h"
 #include "tools/crash/history.hpp"
+#include "tools/crash/items.hpp"
 
 namespace kelo::crash {
 
@@ -23,14 +24,29 @@ class StoreSubject : public Subject {
   int write(std::size_t item, const std::string& value) override;
   std::string fault() override;
 
-  // Writes with the marks that say so.
-  void write_marked(std::size_t item, std::size_t version);
+  kelo_dm_handle* handle() { return handle_; }
+  const std::vector<Item>& items() const override { return items_; }
 
  protected:
   const std::vector<Item>& items_;
   std::vector<kelo_dm_item> records_;
   kelo_dm_handle* handle_ = nullptr;
   char buffer_[16384];  // never cleared: a page that is not touched costs a process nothing
+};
+
+// Writes so that the result tells whether the value can be read.
+class VerifiedSubject : public StoreSubject {
+ public:
+  using StoreSubject::StoreSubject;
+  int write(std::size_t item, const std::string& value) override;
+};
+
+// Keeps each value as the one pair of a list.
+class PairSubject : public StoreSubject {
+ public:
+  using StoreSubject::StoreSubject;
+  int read(std::size_t item, std::string& value) override;
+  int write(std::size_t item, const std::string& value) override;
 };
 
 // Reads all items but the last from the defaults; all of them have one version.
@@ -52,7 +68,24 @@ std::string difference(const char* path, const char* other);
 
 void quiet_log();
 
+using MakeSubject = std::unique_ptr<Subject> (*)(const std::vector<Item>& items);
+template <class Kind>
+std::unique_ptr<Subject> make_subject(const std::vector<Item>& items) {
+  return std::make_unique<Kind>(items);
+}
+
+// Stores version 0 of the items that have one before the history.
+void write_first_versions(const std::vector<Item>& items, MakeSubject make = make_subject<StoreSubject>);
+// One that writes its first item once.
+History store_history(const char* name, const Items& items, MakeSubject make = make_subject<StoreSubject>);
+
+// Damages a part of a file.
+void overwrite(const char* path, std::size_t from, std::size_t count);
+
 std::vector<History> store_histories();
+std::vector<History> more_store_histories();
+// Operations in an order that the seed decides.
+History random_history(unsigned seed);
 
 }  // namespace kelo::crash
 

@@ -9,21 +9,19 @@
 namespace kelo::crash {
 namespace {
 
-int version_of(const Reading& reading) { return reading.kind == Reading::version ? reading.number : kAbsent; }
-
-bool readable(const Reading& reading, const Range& range) {
-  if (reading.kind == Reading::failed || reading.kind == Reading::garbage) return false;
-  return reading.kind == Reading::version || range.lowest == kAbsent;
+int version_of(const Item& item, const Reading& reading) {
+  return reading.kind == Reading::version ? reading.number : item.absent;
 }
 
-bool right(const Reading& reading, const Range& range) {
-  const int version = version_of(reading);
-  return readable(reading, range) && version >= range.lowest && version <= range.highest;
+bool right(const Item& item, const Reading& reading, const Range& range) {
+  if (reading.kind == Reading::failed || reading.kind == Reading::garbage) return false;
+  const int version = version_of(item, reading);
+  return version >= range.lowest && version <= range.highest;
 }
 
 // A value that was read stays: only the same or a newer one may follow.
-Range narrowed(Range range, const Reading& reading) {
-  range.lowest = std::max(range.lowest, version_of(reading));
+Range narrowed(const Item& item, Range range, const Reading& reading) {
+  range.lowest = std::max(range.lowest, version_of(item, reading));
   return range;
 }
 
@@ -35,7 +33,7 @@ class Judge {
   Violations decide(const std::vector<std::string>& left_over) {
     if (!ended()) return violations_;
     for (std::size_t item = 0; item < history_.items.size(); ++item) look_at(item);
-    if (found_.first_write != 0)
+    if (found_.first_write != 0 && !(history_.write_may_fail_once && found_.second_write == 0))
       note(found_.second_write == 0 ? Violation::refused : Violation::refused_twice);
     if (found_.fault[0] != '\0') note(Violation::bad_files);
     if (!left_over.empty()) note(Violation::left_over);
@@ -55,32 +53,34 @@ class Judge {
     return true;
   }
 
-  void look_at(std::size_t item) {
-    const Range at_start = expected_[item];
-    const Reading& first = found_.at_start[item];
-    const Reading& later = found_.after_write[item];
-    const Reading& last = found_.at_second_start[item];
+  void look_at(std::size_t number) {
+    const Item& item = history_.items[number];
+    const Range at_start = expected_[number];
+    const Reading& first = found_.at_start[number];
+    const Reading& later = found_.after_write[number];
+    const Reading& last = found_.at_second_start[number];
     for (const Reading* reading : {&first, &later, &last}) {
       if (reading->kind == Reading::garbage) return note(Violation::garbage);
     }
-    const Range after = after_write(item, first);
-    const bool ends_well = right(later, after) && right(last, narrowed(after, later));
-    const bool starts_well = right(first, at_start);
+    const Range after = after_write(number, first);
+    const bool ends_well = right(item, later, after) && right(item, last, narrowed(item, after, later));
+    const bool starts_well = right(item, first, at_start);
     if (ends_well && starts_well) return;
     if (ends_well) return note(first.kind == Reading::version ? Violation::stale : Violation::unreadable);
     // Right by what was acknowledged, but not by what was seen.
-    const bool acknowledged_there = right(later, at_start) && right(last, at_start);
-    note(starts_well && acknowledged_there && item != history_.probe ? Violation::went_back
-                                                                     : Violation::lost);
+    const bool acknowledged_there = right(item, later, at_start) && right(item, last, at_start);
+    note(starts_well && acknowledged_there && number != history_.probe ? Violation::went_back
+                                                                       : Violation::lost);
   }
 
-  Range after_write(std::size_t item, const Reading& first) const {
+  Range after_write(std::size_t number, const Reading& first) const {
+    const Item& item = history_.items[number];
     const bool written = found_.first_write == 0 || found_.second_write == 0;
-    if (item == history_.probe && written) return {found_.written_version, found_.written_version};
-    Range range = expected_[item];
-    if (item == history_.probe) range.highest = found_.written_version;
+    if (number == history_.probe && written) return {found_.written_version, found_.written_version};
+    Range range = expected_[number];
+    if (number == history_.probe) range.highest = found_.written_version;
     if (history_.settles_all) range = {std::max(range.lowest, 0), std::max(range.highest, 0)};
-    return right(first, expected_[item]) ? narrowed(range, first) : range;
+    return right(item, first, expected_[number]) ? narrowed(item, range, first) : range;
   }
 
   const History& history_;
