@@ -1,0 +1,32 @@
+# For each protection of the store a program like kelo_crash whose store lacks it. The line is left out of a copy of the
+# source, so that the library itself carries no switch; a line that is not found any more stops the build.
+
+# NAME: of the program. SOURCE: the file below the tree. LINE: what is taken out. REPLACEMENT: what comes in its place.
+function(kelo_without NAME SOURCE LINE REPLACEMENT)
+  set(target kelo_crash_without_${NAME})
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/${SOURCE})
+  file(READ ${CMAKE_SOURCE_DIR}/${SOURCE} text)
+  string(FIND "${text}" "${LINE}" found)
+  if(found EQUAL -1)
+    message(FATAL_ERROR "${SOURCE} has no line '${LINE}' any more: which one protects ${NAME} now?")
+  endif()
+  string(REPLACE "${LINE}" "${REPLACEMENT}" text "${text}")
+  set(copy ${CMAKE_CURRENT_BINARY_DIR}/unprotected/${NAME}.cpp)
+  file(CONFIGURE OUTPUT ${copy} CONTENT "${text}" @ONLY)
+  set_source_files_properties(${copy} PROPERTIES COMPILE_OPTIONS "-w")
+  kelo_add_crash_program(${target} ${copy})
+endfunction()
+
+set(safe_copy sqlite3/src/safe_copy.cpp)
+kelo_without(copy_sync ${safe_copy} "return copy && fsync(copy.get()) == 0;" "return static_cast<bool>(copy);")
+kelo_without(undo ${safe_copy} "if (copy_was_interrupted(target)) undo(Names(target));" "static_cast<void>(target);")
+kelo_without(set_aside_sync ${safe_copy} "return base::sync_directory_of(names.file.c_str()) && rename(" "return rename(")
+kelo_without(commit_sync sqlite3/src/item_write.cpp "static_cast<void>(base::sync_directory_of(DB_STATE));" "")
+kelo_without(clean_sync sqlite3/src/clean.cpp "static_cast<void>(base::sync_directory_of(file.path));" "")
+kelo_without(parameter_sync sqlite3/src/parameters/connection.cpp
+  "{ static_cast<void>(base::sync_directory_of(path_of(which))); }" "{ static_cast<void>(which); }")
+kelo_without(restore_sync sqlite3/src/parameters/connection.cpp " &&
+         base::sync_directory_of(kUserPath)" "")
+kelo_without(backup_refresh sqlite3/src/repair.cpp
+  "if (good_source(DB_CONFIGBAK) || !good_source(DB_CONFIG)) return;" "return;")
+kelo_without(update_first sqlite3/src/row.cpp "if (presence == Presence::kAbsent) {" "if (presence != Presence::kPresent) {")
