@@ -33,6 +33,7 @@ function(kelo_crash_finds protection history)
 endfunction()
 
 if(TARGET kelo_crash_without_undo)
+  kelo_crash_share(refused_look 150 "refused look")
   kelo_crash_finds(copy_sync "update")
   kelo_crash_finds(undo "update")
   kelo_crash_finds(set_aside_sync "update")
