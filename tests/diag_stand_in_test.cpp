@@ -40,6 +40,8 @@ class SyslogPeer {
     bound_ = bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
   }
   ~SyslogPeer() { leave(); }
+  SyslogPeer(const SyslogPeer&) = delete;
+  SyslogPeer& operator=(const SyslogPeer&) = delete;
   SyslogPeer(SyslogPeer&& other) noexcept : socket_(std::exchange(other.socket_, -1)), bound_(other.bound_) {}
   SyslogPeer& operator=(SyslogPeer&& other) noexcept {
     std::swap(socket_, other.socket_);

@@ -150,6 +150,8 @@ void undo_interrupted_copy(const char* target) {
   if (copy_was_interrupted(target)) undo(Names(target));
 }
 
+void remove_unused_copy(const char* target) { unlink(Names(target).fresh.c_str()); }
+
 void roll_back_cut_transaction(const char* path) {
   const FinalPath file(path);
   if (access(LongPath("%s-journal", file.c_str()).c_str(), F_OK) != 0) return;

@@ -33,6 +33,9 @@ bool copy_was_interrupted(const char* target);
 // and no command works on the file any more.
 void undo_interrupted_copy(const char* target);
 
+// Removes the new file of a copy that a crash cut off before it had begun.
+void remove_unused_copy(const char* target);
+
 // Has SQLite roll back a transaction that a crash cut off, if one lies beside `path`.
 void roll_back_cut_transaction(const char* path);
 

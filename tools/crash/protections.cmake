@@ -25,8 +25,7 @@ kelo_without(commit_sync sqlite3/src/item_write.cpp "static_cast<void>(base::syn
 kelo_without(clean_sync sqlite3/src/clean.cpp "static_cast<void>(base::sync_directory_of(file.path));" "")
 kelo_without(parameter_sync sqlite3/src/parameters/connection.cpp
   "{ static_cast<void>(base::sync_directory_of(path_of(which))); }" "{ static_cast<void>(which); }")
-kelo_without(restore_sync sqlite3/src/parameters/connection.cpp " &&
-         base::sync_directory_of(kUserPath)" "")
+kelo_without(restore_sync sqlite3/src/parameters/connection.cpp "base::sync_directory_of(kUserPath)" "true")
 kelo_without(backup_refresh sqlite3/src/repair.cpp
   "if (good_source(DB_CONFIGBAK) || !good_source(DB_CONFIG)) return;" "return;")
-kelo_without(update_first sqlite3/src/row.cpp "if (presence == Presence::kAbsent) {" "if (presence != Presence::kPresent) {")
+kelo_without(update_first sqlite3/src/row.cpp "if (presence != Presence::kAbsent) {" "if (presence == Presence::kPresent) {")

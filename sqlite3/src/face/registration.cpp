@@ -8,6 +8,7 @@
 #include "sqlite3/src/item_write.hpp"
 #include "sqlite3/src/mutex.hpp"
 #include "sqlite3/src/repair.hpp"
+#include "sqlite3/src/safe_copy.hpp"
 #include "sqlite3/src/start_up.hpp"
 #include "sqlite3/src/version.hpp"
 
@@ -84,6 +85,9 @@ void mend_databases(const char* caller) {
 // makes up for them.
 bool start_up(const char* caller) {
   Operation operation(caller, Access::kExclusive);
+  if (operation) {
+    for (const char* const path : {DB_CONFIG, DB_CONFIGBAK}) remove_unused_copy(path);
+  }
   std::uint32_t stored = 0;
   const int result = operation ? read_stored_version(operation, &stored) : DM_SQLITE_NOT_OPENED;
   if (result >= 1) {
