@@ -22,7 +22,7 @@ echo "64-bit offsets: $wide"
 
 # These are older than their version here, under which libc.so took them over from libpthread.so, librt.so and libc.a:
 # what is linked on an older C library asks for the older version.
-moved='(pthread|sem|timer)_[a-z_]+|f?stat64'
+moved='(pthread|sem|timer)_[a-z_]+|[fl]?stat64'
 versions=$("$nm" -D -u "$shared" | sed -nE 's/.* ([a-z_0-9A-Z]+)@+GLIBC_([0-9.]+)$/\2 \1/p' | sort -V)
 newest=$(grep -vxE "[0-9.]+ ($moved)" <<< "$versions" | tail -n 1)
 echo "needs the C library of ${newest/ / for }"
