@@ -34,7 +34,6 @@ using kelo::tests::FailingHeap;
 using kelo::tests::Fault;
 using kelo::tests::LogCapture;
 using kelo::tests::RecordingHandle;
-using testing::Each;
 using testing::ElementsAre;
 using testing::SizeIs;
 

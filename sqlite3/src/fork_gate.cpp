@@ -54,7 +54,7 @@ void after_fork_in_child() {
     ::close(std::exchange(descriptors->fd, -1));
     descriptors = descriptors->next;
   }
-  pthread_mutex_init(&gate, nullptr);
+  pthread_mutex_unlock(&gate);
   // A thread that forks in the middle of its own operation goes on with that in the child.
   if (uses > 0) return;
   for (pthread_mutex_t* const mutex : {&sqlite_mutex, &params::parameter_mutex, &params::cache_mutex})
