@@ -168,6 +168,19 @@ TEST_F(StoreStart, EndsAfterFiveSecondsWhileAnotherCopyHangs) {
   expect_store_goes_on();
 }
 
+TEST_F(StoreStart, ThatGaveUpIsMadeUpForByTheNext) {
+  kelo_dm_operations operations{};
+  HangingDaemon other(write_new_value);
+  sqlite_reg(&operations);
+  EXPECT_EQ(log.count(LOG_LVL_DBUG, "sqlite_ver & database_ver is same\n"), 0) << log.dump();
+  EXPECT_TRUE(other.ends_well());
+  sqlite_reg(&operations);
+  EXPECT_EQ(log.count(LOG_LVL_DBUG, "sqlite_ver & database_ver is same\n"), 1) << log.dump();
+  EXPECT_EQ(log.count(LOG_LVL_DBUG, "sqlite_already reg\n"), 0);
+  sqlite_reg(&operations);
+  EXPECT_EQ(log.count(LOG_LVL_DBUG, "sqlite_already reg\n"), 1);
+}
+
 TEST_F(StoreLock, WaitsForACopyThatEndsInTime) {
   HangingDaemon other(write_new_value);
   std::thread end([&] {

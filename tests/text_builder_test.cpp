@@ -16,7 +16,7 @@ using kelo::base::FixedText;
 using kelo::base::TextBuilder;
 using kelo::tests::ExactBuffer;
 
-// A character that no text of the "C" locale can hold: printf() fails after what stands before it.
+// A character that no text of the "C" locale can hold: printf() fails after it has written the text before that character.
 constexpr const wchar_t* kUnprintable = L"\x3B1";
 
 std::string string_of(const ExactBuffer& buffer) { return buffer.data(); }

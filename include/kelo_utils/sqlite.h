@@ -303,7 +303,7 @@ KELO_API int alter_table_add_column(struct sqlite3* db, const char* table, const
  * - when any version was found, replaces a primary that is no SQLite database by a good backup, and reduces
  *   rows of one key in a table, which an older release may have left, to the newest one.
  *
- * A first call that cannot get the lock in time does none of that, and no later call makes up for it.
+ * A call that cannot get the lock in time does none of that: the next call of the process tries it again.
  * @param ops  written by every call; must not be null.
  */
 KELO_API void sqlite_reg(kelo_dm_operations* ops);

@@ -1,4 +1,4 @@
-// Stands in for popen(), pclose() and system() where the program is linked so that the library calls these.
+// Replaces popen(), pclose() and system() in a program that is linked so that the library calls these.
 #include "tools/crash/quick_commands.hpp"
 
 #include <fcntl.h>

@@ -1,4 +1,4 @@
-// Stands in for sqlite3_get_table() where the program is linked so that the library calls this.
+// Replaces sqlite3_get_table() in a program that is linked so that the library calls this.
 #include "tools/crash/refused_looks.hpp"
 
 #include <sqlite3.h>
