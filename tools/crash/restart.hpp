@@ -4,6 +4,10 @@
 
 #include <sys/resource.h>
 
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+
 #include "tools/crash/verdict.hpp"
 
 namespace kelo::crash {
@@ -20,6 +24,8 @@ class Restart {
   Restart(const Restart&) = delete;
   Restart& operator=(const Restart&) = delete;
 
+  // The second process depends on the files alone: it is started once for all first processes that end with the
+  // same files.
   const Findings& run(const Expected& expected);
 
   // What the started processes have used so far.
@@ -30,7 +36,14 @@ class Restart {
 
  private:
   struct Shared;
+  // What a second process found.
+  struct SecondStart {
+    std::vector<Reading> readings;
+    std::string fault;
+  };
   [[noreturn]] void serve(int requests, int replies);
+  void ask(char request);
+  void second_start();
   void second_run();
   int in_process(const Expected* first);
   void read_all(Subject& subject, Readings& readings, bool say) const;
@@ -40,6 +53,7 @@ class Restart {
   Findings* findings_;
   int requests_ = -1;
   int replies_ = -1;
+  std::unordered_map<std::uint64_t, SecondStart> second_starts_;  // by the hash of the files
 };
 
 }  // namespace kelo::crash
