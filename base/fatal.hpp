@@ -10,11 +10,11 @@ namespace kelo::base {
 
 // The fixed names that field engineers search for in crash logs. They are not those of the files that hold
 // the calls.
-inline constexpr char kDataManagerCode[] = "data_manager/kelo_app_dm.c";
-inline constexpr char kMemoryItemsCode[] = "data_manager/kelo_dm_sync_mem.c";
-inline constexpr char kStoreCode[] = "sqlite3/src/kelo_dm_sqlite.c";
-inline constexpr char kCommonCode[] = "kelo-app-common/src/kelo_common_def.c";
-inline constexpr char kSystemCode[] = "kelo-app-os-al/kelo_app_os_al.c";
+inline constexpr const char* kDataManagerCode = "data_manager/kelo_app_dm.c";
+inline constexpr const char* kMemoryItemsCode = "data_manager/kelo_dm_sync_mem.c";
+inline constexpr const char* kStoreCode = "sqlite3/src/kelo_dm_sqlite.c";
+inline constexpr const char* kCommonCode = "kelo-app-common/src/kelo_common_def.c";
+inline constexpr const char* kSystemCode = "kelo-app-os-al/kelo_app_os_al.c";
 
 // Prints "<source path>, line: <line>" on standard output and aborts. The default is the line of the call.
 [[noreturn]] void fatal(const char* source_path, int line = __builtin_LINE());

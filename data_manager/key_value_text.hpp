@@ -10,8 +10,8 @@
 
 namespace kelo::dm {
 
-inline constexpr char kKeyEnd = ',';
-inline constexpr char kPairEnd = ';';
+constexpr char kKeyEnd = ',';
+constexpr char kPairEnd = ';';
 
 struct KeyValue {
   std::string_view key;

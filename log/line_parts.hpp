@@ -7,7 +7,7 @@
 namespace kelo::log {
 
 // Year, month, day, hour, minute, second and millisecond.
-inline constexpr char kStampFormat[] = "%04d-%02d-%02d %02d:%02d:%02d.%03d";
+inline constexpr const char* kStampFormat = "%04d-%02d-%02d %02d:%02d:%02d.%03d";
 
 // Engineers in the field know the functions by their "oem" names.
 void append_display_name(base::TextBuilder& line, const char* func);

@@ -10,8 +10,8 @@
 namespace kelo::at {
 
 // Final results in words and as numbers, in the order in which they are looked for.
-inline constexpr std::array<const char*, 8> kFinalResults = {"ERROR", "OK\r\n", "0\r",        "3\r",
-                                                             "3",     "4\r",    "NO CARRIER", "+CME ERROR:"};
+constexpr std::array<const char*, 8> kFinalResults = {"ERROR", "OK\r\n", "0\r",        "3\r",
+                                                      "3",     "4\r",    "NO CARRIER", "+CME ERROR:"};
 
 // How many characters more than the command itself what is sent for it takes, terminator included.
 inline constexpr std::size_t kPreparedExtra = 2;

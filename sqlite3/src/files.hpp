@@ -8,9 +8,6 @@
 
 namespace kelo::store {
 
-// Provisioned by other software of the device; the last source of recovery, never written here.
-inline constexpr char kRecoveryCopy[] = "/kelonvbak/data/config.db";
-
 inline bool is_primary(const char* path) { return std::strcmp(path, DB_CONFIG) == 0; }
 inline bool is_backup(const char* path) { return std::strcmp(path, DB_CONFIGBAK) == 0; }
 

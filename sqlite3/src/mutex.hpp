@@ -6,8 +6,9 @@
 
 namespace kelo::store {
 
-// Guards the registration flag. It is taken before the store's lock.
-extern pthread_mutex_t sqlite_mutex;
+// Guards the registration flag. It is taken before the store's lock. (Declared as hidden, it is reached directly and
+// not through a table that the loader fills.)
+[[gnu::visibility("hidden")]] extern pthread_mutex_t sqlite_mutex;
 
 }  // namespace kelo::store
 

@@ -11,6 +11,9 @@
 namespace kelo::store {
 namespace {
 
+// Provisioned by other software of the device; the last source of recovery, never written here.
+constexpr char kRecoveryCopy[] = "/kelonvbak/data/config.db";
+
 // An empty file passes SQLite's check, but has nothing to give. A transaction that a crash cut off is rolled
 // back first; the recovery copy belongs to others and is judged as it is.
 bool good_source(const char* path) {
@@ -33,7 +36,7 @@ constexpr const char* kPlainWords = "ERROR: cp";
 
 }  // namespace
 
-void repair_primary(const char* caller, const RepairWords& words, const char* damaged) {
+void repair_primary(const char* caller, RepairWords words, const char* damaged) {
   if (good_source(DB_CONFIGBAK)) {
     // A backup in which a read met corruption replaces no good primary, whatever the check says of it.
     if (!is_backup(damaged) || !good_source(DB_CONFIG))

@@ -16,7 +16,7 @@ inline constexpr RepairWords kReadRepair = {"error: DB_CONFIG is damaged cp",
 // Replaces the primary database by the first good one of the backup and the recovery copy, after `damaged` was
 // found corrupt; leaves it when neither is good. A good primary stays when it is the backup that was found corrupt,
 // and the recovery copy never replaces one. Logs under `caller`.
-void repair_primary(const char* caller, const RepairWords& words, const char* damaged);
+void repair_primary(const char* caller, RepairWords words, const char* damaged);
 
 // Replaces the primary by the backup, if that is good. Whether the primary is whole now.
 bool take_primary_from_backup(const char* caller);

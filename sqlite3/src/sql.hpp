@@ -1,4 +1,5 @@
 // Every SQL text of the configuration databases, and the buffers that statements and commands are formatted in.
+// The texts are pointers: shared arrays would be found through a table that the loader has to fill.
 #ifndef KELO_SQLITE3_SQL_HPP
 #define KELO_SQLITE3_SQL_HPP
 
@@ -13,48 +14,50 @@ using CommandText = FixedText<128>;
 namespace sql {
 
 // Rows of items: id, key, type, len, crc, value.
-inline constexpr char kCreateItems[] =
+inline constexpr const char* kCreateItems =
     "create table if not exists %s (id integer not null,key text not null,type integer not null,"
     "len integer not null,crc integer not null,value blob)";
-inline constexpr char kUpdateItem[] = "update %s set id=%d, type=%d, len=%d, crc=%d,value=:1 where key='%s'";
-inline constexpr char kInsertItem[] =
+inline constexpr const char* kUpdateItem =
+    "update %s set id=%d, type=%d, len=%d, crc=%d,value=:1 where key='%s'";
+inline constexpr const char* kInsertItem =
     "insert into %s (id, key, type, len, crc, value) values(%d, '%s',%d, %d, %d, ?)";
-inline constexpr char kSelectItem[] = "select value,crc from %s where key='%s' limit 1";
+inline constexpr const char* kSelectItem = "select value,crc from %s where key='%s' limit 1";
 
 // Rows of defaults: key, type, len, value.
-inline constexpr char kCreateDefaults[] =
+inline constexpr const char* kCreateDefaults =
     "create table if not exists %s (key text not null,type integer not null,len integer not null,value blob)";
-inline constexpr char kUpdateDefault[] = "update %s set type=%d, len=%d, value=:1 where key='%s'";
-inline constexpr char kInsertDefault[] = "insert into %s (key, type, len, value) values('%s', '%d', %d, ?)";
-inline constexpr char kSelectDefault[] = "select value,type from %s where key='%s' limit 1";
+inline constexpr const char* kUpdateDefault = "update %s set type=%d, len=%d, value=:1 where key='%s'";
+inline constexpr const char* kInsertDefault =
+    "insert into %s (key, type, len, value) values('%s', '%d', %d, ?)";
+inline constexpr const char* kSelectDefault = "select value,type from %s where key='%s' limit 1";
 
 // The one row of the write journal.
-inline constexpr char kJournalTable[] = "state";
-inline constexpr char kJournalKey[] = "write_state";
-inline constexpr char kCreateJournal[] =
+inline constexpr const char* kJournalTable = "state";
+inline constexpr const char* kJournalKey = "write_state";
+inline constexpr const char* kCreateJournal =
     "create table if not exists %s (key text not null,item_table text not null,id integer not null,"
     "item_key text not null,type integer,len integer,state integer)";
-inline constexpr char kUpdateJournal[] =
+inline constexpr const char* kUpdateJournal =
     "update %s set item_table='%s',id=%d,item_key='%s',type=%d,len=%d,state=%d where key='%s'";
-inline constexpr char kInsertJournal[] =
+inline constexpr const char* kInsertJournal =
     "insert into %s (key,item_table,id,item_key,type,len,state) values('%s','%s',%d,'%s',%d,%d,%d)";
-inline constexpr char kSelectJournal[] =
+inline constexpr const char* kSelectJournal =
     "select item_table,item_key,id,type,len,state from %s where key='%s'";
 
 // Any table.
-inline constexpr char kSelectExistence[] = "select 1 from %s where key='%s'";
-inline constexpr char kSelectIdAndType[] = "select id,type from %s where key='%s' limit 1";
-inline constexpr char kAddId[] = "alter table %s add column id integer";
-inline constexpr char kAddType[] = "alter table %s add column type integer";
-inline constexpr char kQuickCheck[] = "PRAGMA quick_check;";
+inline constexpr const char* kSelectExistence = "select 1 from %s where key='%s'";
+inline constexpr const char* kSelectIdAndType = "select id,type from %s where key='%s' limit 1";
+inline constexpr const char* kAddId = "alter table %s add column id integer";
+inline constexpr const char* kAddType = "alter table %s add column type integer";
+inline constexpr const char* kQuickCheck = "PRAGMA quick_check;";
 // Enough to have a transaction that was cut off rolled back.
-inline constexpr char kReadSchema[] = "select 1 from sqlite_master limit 1;";
+inline constexpr const char* kReadSchema = "select 1 from sqlite_master limit 1;";
 // Rows that share their key with another one of their table, and what leaves the newest of them.
-inline constexpr char kSelectDuplicate[] = "select key from %s group by key having count(*)>1 limit 1";
-inline constexpr char kDeleteDuplicates[] =
+inline constexpr const char* kSelectDuplicate = "select key from %s group by key having count(*)>1 limit 1";
+inline constexpr const char* kDeleteDuplicates =
     "delete from %s where rowid not in (select max(rowid) from %s group by key)";
-inline constexpr char kSelectTables[] = "SELECT name FROM sqlite_master WHERE type='table';";
-inline constexpr char kSelectExport[] = "select key, len, type, value from %s";
+inline constexpr const char* kSelectTables = "SELECT name FROM sqlite_master WHERE type='table';";
+inline constexpr const char* kSelectExport = "select key, len, type, value from %s";
 
 }  // namespace sql
 }  // namespace kelo::store

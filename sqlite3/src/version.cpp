@@ -6,6 +6,9 @@
 
 namespace kelo::store {
 
+constexpr Row kVersionRow = {SQL_VER_TAB,          SQL_VER_ID, SQL_VER_KEY,
+                             KELO_DM_TYPE_SCALAR3, &kVersion,  kVersionLength};
+
 int read_stored_version(Operation& operation, std::uint32_t* version) {
   return read_item(operation, {SQL_VER_TAB, SQL_VER_KEY, version, kVersionLength});
 }

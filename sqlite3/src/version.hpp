@@ -12,8 +12,7 @@ namespace kelo::store {
 
 inline constexpr std::uint32_t kVersion = SQL_VER;
 inline constexpr int kVersionLength = sizeof kVersion;
-inline constexpr Row kVersionRow = {SQL_VER_TAB,          SQL_VER_ID, SQL_VER_KEY,
-                                    KELO_DM_TYPE_SCALAR3, &kVersion,  kVersionLength};
+[[gnu::visibility("hidden")]] extern const Row kVersionRow;
 
 // Read the stored versions: 4, or a code of dm_sqlite_result.
 int read_stored_version(Operation& operation, std::uint32_t* version);

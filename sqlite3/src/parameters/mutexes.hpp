@@ -7,10 +7,10 @@
 namespace kelo::params {
 
 // Held for the whole of an operation on parameters, and taken before the lock that other processes share.
-extern pthread_mutex_t parameter_mutex;
+[[gnu::visibility("hidden")]] extern pthread_mutex_t parameter_mutex;
 
 // Guards what is kept between operations. It is never held while a statement runs.
-extern pthread_mutex_t cache_mutex;
+[[gnu::visibility("hidden")]] extern pthread_mutex_t cache_mutex;
 
 // Forgets the connections of the process that forked: they are of no use in the child, and closing one there could
 // roll back what its owner has begun.
