@@ -21,6 +21,12 @@ using namespace kelo::ini;
 
 enum class Way { unchanged, in_place, by_copy };
 
+// The disk writes a sector wholly or not at all. Of two sectors a power cut may leave one written.
+bool in_one_sector(const Change& change) {
+  constexpr off_t kSector = 512;
+  return (change.begin ^ (change.end - 1)) < kSector;
+}
+
 // The section with its header, or nothing at the end of a file that does not have it.
 Way delete_section(Lines& lines, Target section, Change& change) {
   const bool found = find_section(lines, section);
@@ -86,7 +92,9 @@ bool change_file(const char* section, const char* key, const char* value, const 
     case Way::unchanged:
       return true;
     case Way::in_place:
-      return overwrite_stretch(filename, change);
+      // Callers rely on this line being written where no copy can be made.
+      return (!in_one_sector(change) && replace_file(filename, settings, change)) ||
+             overwrite_stretch(filename, change);
     default:
       return replace_file(filename, settings, change);
   }

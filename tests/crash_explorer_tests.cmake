@@ -22,7 +22,7 @@ kelo_crash_share(others 800 "two daemons" "nearly full disk" "random 1" "random 
 kelo_crash_share(more_random 800 "random 3" "random 4" "random 5" "random 6")
 kelo_crash_share(first_start 200 "first start")
 kelo_crash_share(files 1500 "parameters, update" "parameters, first start" "parameters, factory restore"
-                            "ini, rewrite" "ini, in place" "ini, new file")
+                            "ini, rewrite" "ini, in place" "ini, in place, two sectors" "ini, new file")
 
 # kelo_crash_finds(PROTECTION HISTORY): what the explorer must report about the store that lacks the protection.
 function(kelo_crash_finds protection history)

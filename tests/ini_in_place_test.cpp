@@ -54,10 +54,35 @@ TEST(IniInPlace, WritesOverAPieceThatEndsALongLine) {
   EXPECT_TRUE(in_place("[s]\n" + piece + "k=1\n", "2", "[s]\n" + piece + "k=2\n"));
 }
 
-TEST(IniInPlace, WritesOverTheLongestLine) {
-  const std::string before = "[s]\nk=" + std::string(507, 'v') + "\n";
+// Of the longest line, whose section's header begins at `begin`.
+bool longest_in_place(std::size_t begin) {
+  const std::string start = std::string(begin, '\n') + "[s]\nk=";
   const std::string value(507, 'w');
-  EXPECT_TRUE(in_place(before, value.c_str(), "[s]\nk=" + value + "\n"));
+  return in_place(start + std::string(507, 'v') + "\n", value.c_str(), start + value + "\n");
+}
+
+TEST(IniInPlace, WritesOverTheLongestLineInOneSector) {
+  EXPECT_TRUE(longest_in_place(508)) << "at the sector's begin";
+  EXPECT_TRUE(longest_in_place(510)) << "at the sector's end";
+  EXPECT_FALSE(longest_in_place(507));
+  EXPECT_FALSE(longest_in_place(511));
+  EXPECT_FALSE(longest_in_place(0));
+}
+
+// A line of four bytes, the last of which has this offset.
+bool short_in_place(std::size_t last) {
+  const std::string start = "[s]\n;" + std::string(last - 9, 'c') + "\n";
+  return in_place(start + "k=1\nl=3\n", "2", start + "k=2\nl=3\n");
+}
+
+// A power cut may leave one of two sectors written, and the line would be torn.
+TEST(IniInPlace, ReplacesTheFileWhereALineIsInTwoSectors) {
+  EXPECT_TRUE(short_in_place(511)) << "it ends with the sector";
+  EXPECT_FALSE(short_in_place(512)) << "one byte is in the next one";
+  EXPECT_FALSE(short_in_place(514)) << "one byte is in the one before";
+  EXPECT_TRUE(short_in_place(515)) << "it begins with the sector";
+  EXPECT_FALSE(short_in_place(1024)) << "between later ones";
+  EXPECT_TRUE(short_in_place(1027));
 }
 
 TEST(IniInPlace, NeverWritesOverAPieceThatALongLineBeginsWith) {
@@ -84,6 +109,9 @@ TEST(IniInPlace, WorksForNamesThatHaveNoCopy) {
   write_file("/tmp/settings~", "k=1\n");
   EXPECT_EQ(ini_puts(nullptr, "k", "2", "/tmp/settings~"), 1);
   EXPECT_EQ(read_file("/tmp/settings~"), "k=2\n");
+  write_file("/tmp/settings~", std::string(510, '\n') + "k=1\n");
+  EXPECT_EQ(ini_puts(nullptr, "k", "2", "/tmp/settings~"), 1);
+  EXPECT_EQ(read_file("/tmp/settings~"), std::string(510, '\n') + "k=2\n") << "in two sectors";
 }
 
 }  // namespace

@@ -45,6 +45,7 @@ inline std::vector<IniChange> ini_changes() {
       {"delete_section", rewritten, file, "net", {}, {}},
       {"same_length", in_place, file, "net", "ip", "10.0.0.9"},
       {"same_length_in_a_long_file", in_place, long_file, "section 200", "key", std::string(90, 'w')},
+      {"same_length_in_two_sectors", rewritten, long_file, "section 202", "key", std::string(90, 'w')},
       {"new_file", created, {}, "net", "ip", "10.0.0.1"},
   };
 }

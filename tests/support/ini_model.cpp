@@ -15,6 +15,7 @@ constexpr std::size_t kLongestLine = 511;
 constexpr std::size_t kLongestWrittenName = 507;
 constexpr std::size_t kLongestWrittenKey = 508;
 constexpr std::size_t kChunk = 512;
+constexpr std::size_t kSector = 512;
 constexpr std::size_t kNumberLength = 63;
 constexpr std::size_t kWalkRoom = 512;
 
@@ -316,10 +317,12 @@ IniModel::Way IniModel::puts(const Text& section, const Text& key, const Text& v
   }
   const std::string old_line = lines[*place];
   if (sets && key_line(old_line)->value == *value) return Way::untouched;
+  const std::size_t begin = joined({lines.begin(), at(lines, *place)}).size();
+  const bool one_sector = begin / kSector == (begin + old_line.size() - 1) / kSector;
+  const bool same_length = old_line.ends_with('\n') && old_line.size() == new_line.size();
   lines[*place] = new_line;
   bytes_ = joined(lines);
-  return sets && old_line.ends_with('\n') && old_line.size() == new_line.size() ? Way::in_place
-                                                                                : Way::rewritten;
+  return sets && same_length && one_sector ? Way::in_place : Way::rewritten;
 }
 
 IniModel::Way IniModel::putl(const Text& section, const Text& key, std::int32_t value) {
