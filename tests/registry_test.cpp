@@ -13,6 +13,7 @@
 #include "kelo_utils/queue.h"
 #include "kelo_utils/symtab.h"
 #include "tests/support/failing_heap.hpp"
+#include "tests/support/lasting_allocations.hpp"
 #include "tests/support/log_capture.hpp"
 #include "tests/support/recording_backend.hpp"
 
@@ -175,6 +176,7 @@ TEST(Registry, RowsBehindTheEndAreNotSeen) {
 }
 
 TEST(Registry, ItemsStayWhenTheFirstUserOfTheTablesForgetsThemAll) {
+  const kelo::tests::LastingAllocations forgotten_handles;
   std::vector<kelo_dm_item> items = three_items();
   ASSERT_EQ(0, kelo_dm_reg_def_items(items.data()));
   EXPECT_EQ(0, symSubOpen());
