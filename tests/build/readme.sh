@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The example daemon in the README compiles as it stands there, without a warning, and does what it says. Every
-# link of the README and of the pages in docs/ leads to something, and the README leads to every header and page.
+# link of the README and of the pages in docs/ leads to something, and the README leads to every header and page. The
+# tests that the page of promises names are there.
 # shellcheck source=common.sh
 . "$(dirname -- "${BASH_SOURCE[0]}")/common.sh"
 build=$WORK/readme
@@ -37,5 +38,17 @@ done
 led_to=$(links README.md)
 for target in include/kelo_utils/*.h docs/*.md; do
   grep -qxF "$target" <<< "$led_to" || { echo "README.md does not lead to $target" && failed=1; }
+done
+
+# is_test SUITE.NAME: whether there is such a test.
+is_test() {
+  local suite=${1%%.*} name=${1#*.}
+  grep -rqsE "^TEST(_F|_P)?\($suite, $name\)" tests && return
+  grep -qsE "(^ *NAME |_share\(|_finds\()$name\b" tests/"$suite"*_tests.cmake
+}
+named=$(grep '^|' docs/promises.md | grep -oE '`[a-zA-Z_]+\.[A-Za-z_]+`' | tr -d '`' | sort -u)
+[ "$(wc -l <<< "$named")" -gt 20 ] || { echo "docs/promises.md names no tests" && failed=1; }
+for test in $named; do
+  is_test "$test" || { echo "docs/promises.md names the test $test, which is not there" && failed=1; }
 done
 exit "$failed"
