@@ -150,6 +150,8 @@ void undo_interrupted_copy(const char* target) {
   if (copy_was_interrupted(target)) undo(Names(target));
 }
 
+bool unused_copy_is_there(const char* target) { return access(Names(target).fresh.c_str(), F_OK) == 0; }
+
 void remove_unused_copy(const char* target) { unlink(Names(target).fresh.c_str()); }
 
 void roll_back_cut_transaction(const char* path) {

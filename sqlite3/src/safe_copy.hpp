@@ -33,7 +33,9 @@ bool copy_was_interrupted(const char* target);
 // and no command works on the file any more.
 void undo_interrupted_copy(const char* target);
 
-// Removes the new file of a copy that a crash cut off before it had begun.
+// The new file of a copy that a crash cut off before it had begun: whether it is there, and its removal. The caller
+// of the second holds the store's lock exclusively.
+bool unused_copy_is_there(const char* target);
 void remove_unused_copy(const char* target);
 
 // Has SQLite roll back a transaction that a crash cut off, if one lies beside `path`.

@@ -74,8 +74,6 @@ bool Explorer::time_left() const { return settings_.seconds <= 0 || Clock::now()
 std::vector<std::string> Explorer::left_over() const {
   std::vector<std::string> names = names_in(history_.folders);
   std::erase_if(names, [this](const std::string& name) {
-    // What a copy that was cut left under this name goes with the next copy to the same file.
-    if (name.ends_with("-new")) return true;
     return std::find(usual_names_.begin(), usual_names_.end(), name) != usual_names_.end();
   });
   return names;

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -124,9 +125,19 @@ bool user_file_is_there() {
   return store::size_of(kUserPath) > 0 || (access(kUserPath, F_OK) == 0 && store::size_of(kFactoryPath) == 0);
 }
 
+// True once at most in a process, so that no later call pays for the look.
+bool a_crash_left_an_unused_copy() {
+  static std::atomic<bool> looked{false};
+  if (looked.load(std::memory_order_relaxed)) return false;
+  looked.store(true, std::memory_order_relaxed);
+  return store::unused_copy_is_there(kUserPath);
+}
+
 void make_missing_user_file() {
-  if (user_file_is_there() && !store::copy_was_interrupted(kUserPath)) return;
+  const bool unused_copy = a_crash_left_an_unused_copy();
+  if (user_file_is_there() && !store::copy_was_interrupted(kUserPath) && !unused_copy) return;
   const Exclusive lock(kCaller);
+  if (lock && unused_copy) store::remove_unused_copy(kUserPath);
   if (!lock || user_file_is_there()) return;
   KELO_LOG_AS(kCaller, LOG_LVL_ERR, "Error, db:%s couldn't access.\n", kUserPath);
   if (access(kFactoryPath, F_OK) == 0) {
