@@ -11,7 +11,7 @@ function(kelo_crash_share name states)
     list(APPEND arguments --history ${history})
   endforeach()
   add_test(NAME crash.${name} COMMAND ${KELO_TEST_SANDBOX} $<TARGET_FILE:kelo_crash> ${arguments})
-  set_tests_properties(crash.${name} PROPERTIES ${KELO_TEST_PROPERTIES})
+  set_tests_properties(crash.${name} PROPERTIES ${KELO_TEST_PROPERTIES} LABELS long)
 endfunction()
 
 kelo_crash_share(writes 1050 "update" "wide update" "insert")
@@ -29,7 +29,7 @@ function(kelo_crash_finds protection history)
   set(program $<TARGET_FILE:kelo_crash_without_${protection}>)
   add_test(NAME crash.finds_missing_${protection}
     COMMAND ${KELO_TEST_SANDBOX} sh -c "\"$0\" --seed ${crash_seed} --states 1200 --first --history '${history}'; [ $? -eq 1 ]" ${program})
-  set_tests_properties(crash.finds_missing_${protection} PROPERTIES ${KELO_TEST_PROPERTIES})
+  set_tests_properties(crash.finds_missing_${protection} PROPERTIES ${KELO_TEST_PROPERTIES} LABELS long)
 endfunction()
 
 if(TARGET kelo_crash_without_undo)
