@@ -1,13 +1,12 @@
 // The registered items: found by id, and the defaults that they bring.
 #include "data_manager/registry.hpp"
 
-#include <array>
-#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 
 #include "base/heap.hpp"
+#include "base/text_builder.hpp"
 #include "data_manager/fork_gate.hpp"
 #include "kelo_utils/queue.h"
 #include "kelo_utils/symtab.h"
@@ -43,13 +42,8 @@ q_type def_items;
 bool def_items_ready = false;
 
 // The text under which the id map knows an id.
-class IdKey {
- public:
-  explicit IdKey(std::int32_t id) { std::to_chars(text_.data(), text_.data() + text_.size() - 1, id); }
-  [[nodiscard]] const char* c_str() const { return text_.data(); }
-
- private:
-  std::array<char, 32> text_{};
+struct IdKey : kelo::base::FixedText<32> {
+  explicit IdKey(std::int32_t id) : FixedText("%d", id) {}
 };
 
 bool open_id_map() {

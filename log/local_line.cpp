@@ -60,7 +60,7 @@ void stamp_time() {
   gettimeofday(&now, nullptr);
   const base::CalendarTime utc = base::calendar_from_seconds(now.tv_sec);
   TextBuilder stamp(stamp_place);
-  stamp.print(kStampFormat, static_cast<int>(utc.year), utc.month, utc.day, utc.hour, utc.minute, utc.second,
+  stamp.print(kStampFormat, utc.year, utc.month, utc.day, utc.hour, utc.minute, utc.second,
               static_cast<int>(now.tv_usec / 1000));
 }
 

@@ -46,9 +46,14 @@ Table* table_with_buckets(sym_fd sd) {
   return table != nullptr && table->buckets != nullptr ? table : nullptr;
 }
 
-bool is_prime_odd(int candidate) {
-  for (int divisor = 3; divisor <= candidate / divisor; divisor += 2) {
-    if (candidate % divisor == 0) return false;
+// Numbers are divided in 64 bits, since the library carries one division for CPUs that have none.
+std::uint32_t remainder(std::uint64_t number, std::uint32_t divisor) {
+  return static_cast<std::uint32_t>(number % divisor);
+}
+
+bool is_prime_odd(std::uint32_t candidate) {
+  for (std::uint32_t divisor = 3; std::uint64_t{divisor} * divisor <= candidate; divisor += 2) {
+    if (remainder(candidate, divisor) == 0) return false;
   }
   return true;
 }
@@ -58,7 +63,7 @@ int bucket_count_for(int hash_size) {
   if (hash_size <= 1) return 1;
   if (hash_size <= 3) return hash_size;
   int candidate = hash_size % 2 == 0 ? hash_size - 1 : hash_size;
-  while (!is_prime_odd(candidate)) candidate -= 2;
+  while (!is_prime_odd(static_cast<std::uint32_t>(candidate))) candidate -= 2;
   return candidate;
 }
 
@@ -74,7 +79,7 @@ std::uint32_t hash_of(const char* name) {
 }
 
 int bucket_of(const Table& table, const char* name) {
-  return static_cast<int>(hash_of(name) % static_cast<std::uint32_t>(table.bucket_count));
+  return static_cast<int>(remainder(hash_of(name), static_cast<std::uint32_t>(table.bucket_count)));
 }
 
 bool has_name(const sym_t& symbol, const char* name) {

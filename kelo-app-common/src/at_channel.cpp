@@ -3,14 +3,13 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <time.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <span>
 
+#include "base/deadline.hpp"
 #include "base/fatal.hpp"
 #include "base/file.hpp"
 #include "base/heap.hpp"
@@ -31,24 +30,15 @@ using kelo::base::zeroed_or_fatal;
 
 constexpr std::uint16_t kServicePort = 5555;
 constexpr int kAttempts = 3;
-constexpr std::int64_t kWaitNanoseconds = 20000000000;
+constexpr unsigned kWaitMilliseconds = 20000;
 constexpr char kFailure[] = "\r\nERROR\r\n";
-
-std::int64_t now_nanoseconds() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return std::int64_t{now.tv_sec} * 1000000000 + now.tv_nsec;
-}
 
 // Whether something arrives in the time of an attempt. A signal neither ends the attempt nor lengthens it.
 bool wait_for_arrival(int fd) {
-  const std::int64_t end = now_nanoseconds() + kWaitNanoseconds;
+  const kelo::base::Deadline deadline(kWaitMilliseconds);
   // poll() and not select(), which cannot name descriptors from 1024 on; the message keeps its word.
   pollfd socket = {fd, POLLIN, 0};
-  const int ready = retry_interrupted([&] {
-    const std::int64_t left = std::max<std::int64_t>(end - now_nanoseconds(), 0);
-    return poll(&socket, 1, static_cast<int>((left + 999999) / 1000000));
-  });
+  const int ready = retry_interrupted([&] { return poll(&socket, 1, deadline.milliseconds_left()); });
   if (ready > 0) return true;
   AT_LOG(LOG_LVL_ERR, "select fail:ret=%d\n", ready);
   return false;

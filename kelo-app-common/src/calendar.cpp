@@ -19,20 +19,23 @@ constexpr std::uint8_t g_day_per_mon[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 
 namespace {
 
 constexpr int kFirstYearOfTm = 1900;
-constexpr std::int64_t kSecondsPerDay = 86400;
+constexpr std::uint64_t kSecondsPerDay = 86400;
 constexpr std::uint64_t kMillisecondsPerSecond = 1000;
 constexpr std::uint64_t kMillisecondsPerHour = 3600000;
 
 // Zeller's congruence, in which January and February belong to the year before. Callers tell Sundays by both
-// 0 and 7: a sum below 1 gives 1 to 7, any other 0 to 6.
-constexpr std::uint8_t weekday_of(std::int64_t year, int month, int day) {
-  const std::int64_t zeller_year = month <= 2 ? year - 1 : year;
+// 0 and 7: a sum below 1 gives 1 to 7, any other 0 to 6. No date here is before 1970.
+std::uint8_t weekday_of(int year, int month, int day) {
+  // Divided in 64 bits without a sign, as all else, so that the library carries one division for CPUs without.
+  const auto zeller_year = static_cast<std::uint64_t>(month <= 2 ? year - 1 : year);
   const int zeller_month = month <= 2 ? month + 12 : month;
-  const std::int64_t century = zeller_year / 100;
-  const std::int64_t of_century = zeller_year % 100;
-  const std::int64_t sum =
+  const auto century = static_cast<int>(zeller_year / 100);
+  const auto of_century = static_cast<int>(zeller_year % 100);
+  const int sum =
       of_century + of_century / 4 + century / 4 - 2 * century + 26 * (zeller_month + 1) / 10 + day - 1;
-  return static_cast<std::uint8_t>(sum > 0 ? sum % 7 : sum % 7 + 7);
+  const auto distance = static_cast<std::uint64_t>(std::abs(sum));
+  const auto days = static_cast<std::uint8_t>(distance % 7);
+  return sum > 0 ? days : static_cast<std::uint8_t>(7 - days);
 }
 
 // The numbers of a date. What is missing is 0, as is all behind it.
@@ -81,8 +84,10 @@ std::int32_t get_days(const char* from, const char* to) {
     return 0;
   }
   const std::int64_t first = seconds_at_midnight(read_date(from));
-  const std::int64_t days = (seconds_at_midnight(read_date(to)) - first) / kSecondsPerDay;
-  return static_cast<std::int32_t>(std::clamp<std::int64_t>(days, INT32_MIN, INT32_MAX));
+  const std::int64_t seconds = seconds_at_midnight(read_date(to)) - first;
+  const auto days = static_cast<std::int64_t>(static_cast<std::uint64_t>(std::abs(seconds)) / kSecondsPerDay);
+  return static_cast<std::int32_t>(
+      std::clamp<std::int64_t>(seconds < 0 ? -days : days, INT32_MIN, INT32_MAX));
 }
 
 void kelo_util_utc_sec_2_mytime(std::uint64_t milliseconds, mytime* out, int add_hour) {

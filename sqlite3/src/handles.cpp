@@ -1,7 +1,6 @@
 // Opens connections, and runs statements on them.
 #include "sqlite3/src/handles.hpp"
 
-#include <optional>
 #include <utility>
 
 #include "base/deadline.hpp"
@@ -15,9 +14,9 @@ namespace {
 int wait_for_lock(void* /*context*/, int tries) {
   constexpr int kPatienceMilliseconds = 5000;
   constexpr int kPauseMicroseconds = 2000;
-  static thread_local std::optional<base::Deadline> deadline;
-  if (tries == 0) deadline.emplace(kPatienceMilliseconds);
-  return deadline->pause(kPauseMicroseconds) ? 1 : 0;
+  static thread_local base::Deadline deadline;
+  if (tries == 0) deadline = base::Deadline(kPatienceMilliseconds);
+  return deadline.pause(kPauseMicroseconds) ? 1 : 0;
 }
 
 Opening opened(int code, sqlite3* raw) {

@@ -45,9 +45,9 @@ bool try_lock(int fd, short type, off_t start, off_t length = 1) {
 }
 
 bool lock_in_time(int fd, short type, off_t start, const base::Deadline& deadline, off_t length = 1) {
-  constexpr int kFirstPause = 100;
-  constexpr int kLongestPause = 4000;
-  for (int pause = kFirstPause; !try_lock(fd, type, start, length);
+  constexpr unsigned kFirstPause = 100;
+  constexpr unsigned kLongestPause = 4000;
+  for (unsigned pause = kFirstPause; !try_lock(fd, type, start, length);
        pause = std::min(2 * pause, kLongestPause)) {
     if (!deadline.pause(pause)) return false;
   }
