@@ -31,6 +31,6 @@ int kelo_db_update_value(const char* table, const char* name, const void* value,
   const LockGuard lock(parameter_mutex);
   const Column column = {table, name};
   // A text longer than a statement cannot be stored, so no more of it is looked at.
-  const auto update = update_of_variable(__func__, UpdateForm::kCell, column, type, value, kStatementSize);
-  return update && store_column(__func__, column, *update) ? 0 : KELO_DB_FAILED;
+  const bool stored = store_variable(__func__, UpdateForm::kCell, column, type, value, kStatementSize);
+  return stored ? 0 : KELO_DB_FAILED;
 }

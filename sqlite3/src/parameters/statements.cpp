@@ -1,7 +1,6 @@
 // Runs the statements that read and write parameters.
 #include "sqlite3/src/parameters/statements.hpp"
 
-#include <optional>
 #include <string_view>
 
 #include "log/library_log.hpp"
@@ -33,18 +32,19 @@ class TextsAreNoColumns {
   sqlite3* db_;
 };
 
-// The same statement with its text, which holds no double quote of its own, in single quotes. Empty where the text
-// would end those.
-std::optional<StatementText> in_single_quotes(const char* update) {
+// Writes the same statement with its text, which holds no double quote of its own, in single quotes. False where the
+// text would end those.
+bool write_in_single_quotes(StatementText& plain, const char* update) {
   const std::string_view all = update;
   const std::size_t end = all.rfind('"');
-  if (end == 0 || end == std::string_view::npos) return {};
+  if (end == 0 || end == std::string_view::npos) return false;
   const std::size_t begin = all.rfind('"', end - 1);
-  if (begin == std::string_view::npos) return {};
+  if (begin == std::string_view::npos) return false;
   const std::string_view text(update + begin + 1, end - begin - 1);
-  if (text.find('\'') != std::string_view::npos) return {};
-  return StatementText("%.*s'%.*s'%s", static_cast<int>(begin), update, static_cast<int>(text.size()),
-                       text.data(), update + end + 1);
+  if (text.find('\'') != std::string_view::npos) return false;
+  plain.print("%.*s'%.*s'%s", static_cast<int>(begin), update, static_cast<int>(text.size()), text.data(),
+              update + end + 1);
+  return true;
 }
 
 Outcome run_update(sqlite3* db, const char* update) {
@@ -53,7 +53,8 @@ Outcome run_update(sqlite3* db, const char* update) {
     return store::execute(db, update);
   }();
   if (outcome.code == SQLITE_AUTH) {
-    if (const auto plain = in_single_quotes(update)) return store::execute(db, plain->c_str());
+    StatementText plain;
+    if (write_in_single_quotes(plain, update)) return store::execute(db, plain.c_str());
   }
   return outcome;
 }
@@ -102,6 +103,13 @@ bool update_item_to_db(const StatementText& update) {
   end_statement(connection, Database::kUser);
   sync_database(Database::kUser);
   return true;
+}
+
+bool store_variable(const char* caller, UpdateForm form, Column column, std::uint32_t type,
+                    const void* variable, std::uint32_t size) {
+  StatementText update;
+  return write_update_of_variable(update, caller, form, column, type, variable, size) &&
+         store_column(caller, column, update);
 }
 
 bool store_column(const char* caller, Column column, const StatementText& update) {

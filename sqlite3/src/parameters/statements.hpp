@@ -13,6 +13,10 @@ namespace kelo::params {
 store::Rows search_by_table(Database which, const StatementText& select);
 bool update_item_to_db(const StatementText& update);
 
+// Stores a variable. Every failure is logged, under `caller` too.
+bool store_variable(const char* caller, UpdateForm form, Column column, std::uint32_t type,
+                    const void* variable, std::uint32_t size);
+
 // Runs the update of one column; its failure is logged under `caller` too.
 bool store_column(const char* caller, Column column, const StatementText& update);
 

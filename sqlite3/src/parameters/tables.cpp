@@ -57,9 +57,7 @@ bool load(const char* caller, const char* table, const kelo_db_param& param) {
 bool write_back(const char* caller, const char* table, const kelo_db_param& param) {
   if (!has_variable(caller, param)) return false;
   const Column column = {table, param.name};
-  const auto update =
-      update_of_variable(caller, UpdateForm::kTable, column, param.type, param.value, param.size);
-  return update && store_column(caller, column, *update);
+  return store_variable(caller, UpdateForm::kTable, column, param.type, param.value, param.size);
 }
 
 bool reload(const char* caller, const char* table, const kelo_db_param& param) {
@@ -73,13 +71,13 @@ bool reload(const char* caller, const char* table, const kelo_db_param& param) {
   }
   KELO_LOG_AS(caller, LOG_LVL_DBUG, "tbl_name = %s,key = %s\n", table, param.name);
   const Column column = {table, param.name};
-  const auto update = update_of_factory_text(caller, column, found.cell(0, 0));
-  if (!update) return false;
+  StatementText update;
+  if (!write_update_of_factory_text(update, caller, column, found.cell(0, 0))) return false;
   if (!read_variable(caller, param.type, param.value, param.size, found.cell(0, 0))) {
     KELO_LOG_AS(caller, LOG_LVL_ERR, "Error, PARAM TYPE SETING ERROR.\n");
     return false;
   }
-  return store_column(caller, column, *update);
+  return store_column(caller, column, update);
 }
 
 }  // namespace

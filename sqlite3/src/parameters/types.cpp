@@ -13,7 +13,7 @@
 namespace kelo::params {
 namespace {
 
-using Literal = std::optional<StatementText>;
+using base::TextBuilder;
 
 // Variables are copied byte by byte: a descriptor may point into a packed record.
 template <typename Number>
@@ -38,38 +38,41 @@ bool read_text(void* variable, std::uint32_t size, const char* text) {
 }
 
 template <typename Number>
-Literal signed_literal(const void* variable, std::uint32_t /*size*/) {
-  return StatementText("%d", number_in<Number>(variable));
+bool write_signed(TextBuilder& update, const void* variable, std::uint32_t /*size*/) {
+  update.print("%d", number_in<Number>(variable));
+  return true;
 }
 
-Literal unsigned_literal(const void* variable, std::uint32_t /*size*/) {
-  return StatementText("%llu", static_cast<unsigned long long>(number_in<std::uint64_t>(variable)));
+bool write_unsigned(TextBuilder& update, const void* variable, std::uint32_t /*size*/) {
+  update.print("%llu", static_cast<unsigned long long>(number_in<std::uint64_t>(variable)));
+  return true;
 }
 
 // A text that would end its own quotes, or that has no end within its variable, has no literal.
-Literal text_literal(const void* variable, std::uint32_t size) {
+bool write_text(TextBuilder& update, const void* variable, std::uint32_t size) {
   const char* const text = static_cast<const char*>(variable);
   const std::size_t room = std::min<std::size_t>(size, kStatementSize);
   const std::size_t length = strnlen(text, room);
-  if (length == room || std::memchr(text, '"', length) != nullptr) return {};
-  return StatementText("\"%s\"", text);
+  if (length == room || std::memchr(text, '"', length) != nullptr) return false;
+  update.print("\"%s\"", text);
+  return true;
 }
 
 struct Type {
   std::uint32_t code;
   bool (*read)(void* variable, std::uint32_t size, const char* text);
-  Literal (*literal)(const void* variable, std::uint32_t size);
+  bool (*write)(TextBuilder& update, const void* variable, std::uint32_t size);
   const char* gap;  // between "set" and the name where a table is written back
 };
 
 constexpr std::array<Type, 7> kTypes = {{
-    {KELO_DB_TYPE_8BIT_0, read_number<std::uint8_t>, signed_literal<std::uint8_t>, " "},
-    {KELO_DB_TYPE_8BIT_1, read_number<std::uint8_t>, signed_literal<std::uint8_t>, " "},
-    {KELO_DB_TYPE_32BIT_2, read_number<std::uint32_t>, signed_literal<std::int32_t>, " "},
-    {KELO_DB_TYPE_32BIT_4, read_number<std::uint32_t>, signed_literal<std::int32_t>, " "},
-    {KELO_DB_TYPE_64BIT, read_number<std::uint64_t>, unsigned_literal, "  "},
-    {KELO_DB_TYPE_TEXT, read_text, text_literal, " "},
-    {KELO_DB_TYPE_32BIT_7, read_number<std::uint32_t>, signed_literal<std::int32_t>, " "},
+    {KELO_DB_TYPE_8BIT_0, read_number<std::uint8_t>, write_signed<std::uint8_t>, " "},
+    {KELO_DB_TYPE_8BIT_1, read_number<std::uint8_t>, write_signed<std::uint8_t>, " "},
+    {KELO_DB_TYPE_32BIT_2, read_number<std::uint32_t>, write_signed<std::int32_t>, " "},
+    {KELO_DB_TYPE_32BIT_4, read_number<std::uint32_t>, write_signed<std::int32_t>, " "},
+    {KELO_DB_TYPE_64BIT, read_number<std::uint64_t>, write_unsigned, "  "},
+    {KELO_DB_TYPE_TEXT, read_text, write_text, " "},
+    {KELO_DB_TYPE_32BIT_7, read_number<std::uint32_t>, write_signed<std::int32_t>, " "},
 }};
 
 constexpr char kWideGap[] = "  ";
@@ -82,14 +85,14 @@ const Type* find_type(const char* caller, std::uint32_t code) {
   return nullptr;
 }
 
-Literal update(const char* caller, const char* gap, Column column, const Literal& literal, const char* end) {
-  if (literal && !literal->cut()) {
-    const StatementText statement("update %s set%s%s = %s%s", column.table, gap, column.name,
-                                  literal->c_str(), end);
-    if (!statement.cut()) return statement;
-  }
+void begin_update(TextBuilder& update, const char* gap, Column column) {
+  update.print("update %s set%s%s = ", column.table, gap, column.name);
+}
+
+bool end_update(const TextBuilder& update, const char* caller, Column column, bool written) {
+  if (written && !update.cut()) return true;
   log_failed_update(caller, column);
-  return {};
+  return false;
 }
 
 }  // namespace
@@ -103,17 +106,19 @@ bool read_variable(const char* caller, std::uint32_t type, void* variable, std::
   return false;
 }
 
-std::optional<StatementText> update_of_variable(const char* caller, UpdateForm form, Column column,
-                                                std::uint32_t type, const void* variable,
-                                                std::uint32_t size) {
+bool write_update_of_variable(StatementText& update, const char* caller, UpdateForm form, Column column,
+                              std::uint32_t type, const void* variable, std::uint32_t size) {
   const Type* const found = find_type(caller, type);
-  if (found == nullptr) return {};
-  return update(caller, form == UpdateForm::kTable ? found->gap : kWideGap, column,
-                found->literal(variable, size), ";");
+  if (found == nullptr) return false;
+  begin_update(update, form == UpdateForm::kTable ? found->gap : kWideGap, column);
+  const bool written = found->write(update, variable, size);
+  return end_update(update.put(';'), caller, column, written);
 }
 
-std::optional<StatementText> update_of_factory_text(const char* caller, Column column, const char* text) {
-  return update(caller, kWideGap, column, text_literal(text == nullptr ? "" : text, kStatementSize), "");
+bool write_update_of_factory_text(StatementText& update, const char* caller, Column column,
+                                  const char* text) {
+  begin_update(update, kWideGap, column);
+  return end_update(update, caller, column, write_text(update, text == nullptr ? "" : text, kStatementSize));
 }
 
 void log_failed_update(const char* caller, Column column) {

@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 
 #include "sqlite3/src/sql.hpp"
 
@@ -26,13 +25,13 @@ bool read_variable(const char* caller, std::uint32_t type, void* variable, std::
 
 enum class UpdateForm { kTable, kCell };
 
-// The statement that stores a variable. Empty, logged under `caller`, when there is no such statement.
-std::optional<StatementText> update_of_variable(const char* caller, UpdateForm form, Column column,
-                                                std::uint32_t type, const void* variable, std::uint32_t size);
+// Writes the statement that stores a variable into `update`, which is empty. False, logged under `caller`, when there
+// is no such statement.
+bool write_update_of_variable(StatementText& update, const char* caller, UpdateForm form, Column column,
+                              std::uint32_t type, const void* variable, std::uint32_t size);
 
-// The statement that stores a factory text, whatever the type. Empty, logged under `caller`, when there is
-// none.
-std::optional<StatementText> update_of_factory_text(const char* caller, Column column, const char* text);
+// The same with the statement that stores a factory text, whatever the type.
+bool write_update_of_factory_text(StatementText& update, const char* caller, Column column, const char* text);
 
 // Logs that a column kept its value.
 void log_failed_update(const char* caller, Column column);
