@@ -4,10 +4,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 
 #include "base/heap.hpp"
 #include "base/text_builder.hpp"
 #include "data_manager/fork_gate.hpp"
+#include "data_manager/many_defaults.hpp"
 #include "kelo_utils/queue.h"
 #include "kelo_utils/symtab.h"
 #include "log/library_log.hpp"
@@ -68,6 +70,26 @@ void enter_item(kelo_dm_item& item, kelo_dm_item_node& node) {
 // A node's link is its first member.
 kelo_dm_item* item_of(q_link_type* link) { return reinterpret_cast<kelo_dm_item_node*>(link)->item; }
 
+// Has the first `count` items stored together, if the storage of `handle` can do that, and tells which are done.
+// Null when each is to be stored by itself.
+kelo::base::HeapPtr<kelo::dm::PendingDefault[]> store_together(const kelo_dm_handle& handle,
+                                                               std::size_t count) {
+  const auto* const many = kelo::dm::many_defaults.load(std::memory_order_relaxed);
+  if (many == nullptr || handle.operations.def_db_const != many->single || kelo::dm::clean_flag() != 0)
+    return nullptr;
+  auto defaults = kelo::base::zeroed_array<kelo::dm::PendingDefault>(count);
+  if (!defaults) return nullptr;
+  const std::span pending(defaults.get(), count);
+  q_link_type* link = q_check(&def_items);
+  for (kelo::dm::PendingDefault& entry : pending) {
+    entry.item = &item_of(link)->desc;
+    entry.item->type = entry.item->def_type;
+    link = q_next(&def_items, link);
+  }
+  many->store(pending);
+  return defaults;
+}
+
 }  // namespace
 
 kelo_dm_item_desc* kelo::dm::find_item(std::int32_t id, const char* function) {
@@ -113,8 +135,12 @@ int kelo_dm_construct_def_database(std::int32_t id) {
   int remaining = def_items_ready ? q_cnt(&def_items) : 0;
   KELO_LOG(LOG_LVL_DBUG, "tmp_cnt %d!\n", remaining);
   if (remaining < 1) return kNothingRegistered;
+  const auto count = static_cast<std::size_t>(remaining);
+  const auto together = store_together(*handle, count);
+  std::size_t seen = 0;
   for (q_link_type* link = q_check(&def_items); link != nullptr; link = q_next(&def_items, link)) {
     --remaining;
+    if (together && seen < count && together[seen++].done) continue;
     kelo_dm_item& item = *item_of(link);
     item.desc.type = item.desc.def_type;
     kelo_dm_def_items_write(handle.get(), item.id, &item.desc, &item.desc.def_value, item.desc.len);

@@ -227,8 +227,9 @@ KELO_API int kelo_dm_reg_def_items(kelo_dm_item* records);
 
 /**
  * Stores the default of every registered item, in the order of registration, through a handle of its own.
- * Results of the storage are ignored. Blocks for one storage write per item. Fatal when the storage back-end
- * offers no such write.
+ * Results of the storage are ignored. The SQLite back-end stores all of them in one transaction, leaves alone
+ * what is stored already, and writes one by one what it cannot store so; a back-end of the program's own gets
+ * one call of its `def_db_const` for each item. Fatal when the storage back-end offers no such write.
  * @param id  number for the handle, as in kelo_dm_reg().
  * @retval 0   every item was handed to the storage (or cleaning is in progress, which leaves out the rest).
  * @retval -1  nothing is registered.

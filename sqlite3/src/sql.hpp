@@ -29,6 +29,10 @@ inline constexpr const char* kCreateDefaults =
 inline constexpr const char* kUpdateDefault = "update %s set type=%d, len=%d, value=:1 where key='%s'";
 inline constexpr const char* kInsertDefault =
     "insert into %s (key, type, len, value) values('%s', '%d', %d, ?)";
+// The same for many rows with one statement.
+inline constexpr const char* kUpdateDefaults = "update %s set type=?,len=?,value=? where key=?";
+inline constexpr const char* kInsertDefaults = "insert into %s (type,len,value,key) values(?,?,?,?)";
+inline constexpr const char* kSelectDefaults = "select type,len,value,key from %s";
 inline constexpr const char* kSelectDefault = "select value,type from %s where key='%s' limit 1";
 
 // The one row of the write journal.

@@ -1,9 +1,13 @@
-// The exported functions of the defaults database.
+// The exported functions of the defaults database, and what the data manager stores many defaults with.
 #include "sqlite3/src/defaults.hpp"
 
 #include <atomic>
+#include <cstddef>
 
+#include "base/heap.hpp"
+#include "sqlite3/src/defaults_together.hpp"
 #include "sqlite3/src/face/arguments.hpp"
+#include "sqlite3/src/face/many_defaults.hpp"
 #include "sqlite3/src/version.hpp"
 
 using namespace kelo::store;
@@ -22,6 +26,29 @@ int read_row_of_default(const ItemRead& item, std::uint32_t* type) {
 }
 
 }  // namespace
+
+void kelo::store::write_many_defaults(std::span<dm::PendingDefault> defaults) {
+  const Operation operation("dm_sqlite_def_db_const", Access::kExclusive);
+  if (!operation) {
+    defaults.front().done = true;  // it was tried, and the failure is logged
+    return;
+  }
+  const auto rows = base::zeroed_array<DefaultRow>(defaults.size() + 1);
+  if (!rows) return;
+  // The version record follows the first default of the process.
+  const std::size_t version = defaults_version_written ? 0 : 1;
+  rows[version].row = kVersionRow;
+  for (std::size_t i = 0; i < defaults.size(); ++i) {
+    const kelo_dm_item_desc& item = *defaults[i].item;
+    rows[i == 0 ? 0 : i + version].row = default_row(item, &item.def_value, item.len);
+  }
+  if (!write_defaults_together({rows.get(), defaults.size() + version})) return;
+  for (std::size_t i = 0; i < defaults.size(); ++i)
+    defaults[i].done = rows[i == 0 ? 0 : i + version].state == DefaultRow::State::kStored;
+  if (rows[version].state == DefaultRow::State::kStored) defaults_version_written = true;
+  // The single write of the first default tries the version again, and logs what is wrong with it.
+  if (!defaults_version_written) defaults.front().done = false;
+}
 
 int dm_sqlite_def_db_const(uint32_t /*id*/, kelo_dm_item_desc* item, const void* value, int len) {
   if (item == nullptr) return refuse_null(__func__);

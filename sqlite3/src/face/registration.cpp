@@ -5,6 +5,7 @@
 #include "log/library_log.hpp"
 #include "sqlite3/src/defaults.hpp"
 #include "sqlite3/src/face/arguments.hpp"
+#include "sqlite3/src/face/many_defaults.hpp"
 #include "sqlite3/src/item_write.hpp"
 #include "sqlite3/src/mutex.hpp"
 #include "sqlite3/src/repair.hpp"
@@ -34,6 +35,8 @@ constexpr kelo_dm_operations kOperations = {dm_sqlite_write,
                                             dm_sqlite_def_db_read,
                                             dm_sqlite_read_CfgDB_version,
                                             dm_sqlite_read_DefItemsDB_version};
+
+constexpr kelo::dm::ManyDefaults kManyDefaults = {kOperations.def_db_const, write_many_defaults};
 
 bool registered;  // guarded by sqlite_mutex
 
@@ -112,6 +115,7 @@ void sqlite_reg(kelo_dm_operations* ops) {
     return;
   }
   *ops = kOperations;
+  kelo::dm::many_defaults.store(&kManyDefaults, std::memory_order_relaxed);
   const LockGuard lock(sqlite_mutex);
   if (registered) {
     KELO_LOG(LOG_LVL_DBUG, "sqlite_already reg\n");

@@ -1,0 +1,169 @@
+// Stores many defaults in one transaction, which a power cut leaves out or keeps as a whole.
+#include "sqlite3/src/defaults_together.hpp"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "base/file.hpp"
+#include "base/heap.hpp"
+#include "kelo_utils/sqlite.h"
+#include "sqlite3/src/sql.hpp"
+
+namespace kelo::store {
+namespace {
+
+using State = DefaultRow::State;
+using Sorted = std::span<DefaultRow* const>;
+
+// SQLite takes names of tables that differ in the case of letters for the same.
+int compare_tables(const DefaultRow& one, const DefaultRow& other) {
+  return strcasecmp(one.row.table, other.row.table);
+}
+
+int compare_keys(const DefaultRow& one, const DefaultRow& other) {
+  return std::strcmp(one.row.key, other.row.key);
+}
+
+// By table, by key, and then as they were given: the last row of a key is the one to stay.
+int compare_for_sort(const void* one, const void* other) {
+  const DefaultRow* const left = *static_cast<DefaultRow* const*>(one);
+  const DefaultRow* const right = *static_cast<DefaultRow* const*>(other);
+  if (const int tables = compare_tables(*left, *right); tables != 0) return tables;
+  if (const int keys = compare_keys(*left, *right); keys != 0) return keys;
+  return left < right ? -1 : 1;
+}
+
+// What is wrong with any other row is for the single write to find and to log. That splices keys into its statements.
+bool can_be_bound(const Row& row) {
+  return row.len >= 0 && row.table != nullptr && row.key != nullptr && row.value != nullptr &&
+         std::strchr(row.key, '\'') == nullptr;
+}
+
+template <int (*compare)(const DefaultRow&, const DefaultRow&)>
+Sorted range_of(Sorted rows, const DefaultRow& row) {
+  const auto before = [](const DefaultRow* one, const DefaultRow* other) {
+    return compare(*one, *other) < 0;
+  };
+  const auto range = std::equal_range(rows.begin(), rows.end(), &row, before);
+  return {range.first, range.second};
+}
+
+// The rows of one table, compared with those that the database holds.
+class TableOfDefaults {
+ public:
+  TableOfDefaults(sqlite3* db, const char* name, Sorted rows) : db_(db), name_(name), rows_(rows) {}
+
+  // Decides on the state of every row. Where the table cannot be made or read, all are left.
+  void compare() {
+    for (std::size_t i = 0; i < rows_.size(); ++i) {
+      const bool replaced = i + 1 < rows_.size() && compare_keys(*rows_[i], *rows_[i + 1]) == 0;
+      rows_[i]->state = replaced ? State::kStored : State::kAbsent;
+    }
+    if (compare_stored()) return;
+    for (DefaultRow* const row : rows_) row->state = State::kLeft;
+  }
+
+ private:
+  bool compare_stored() {
+    if (!execute(db_, SqlText(sql::kCreateDefaults, name_).c_str()).ok()) return false;
+    const Preparation all = prepare(db_, SqlText(sql::kSelectDefaults, name_).c_str());
+    int stepped = all.code;
+    while (all.ok() && (stepped = sqlite3_step(all.statement.get())) == SQLITE_ROW)
+      compare_row(all.statement.get());
+    return stepped == SQLITE_DONE;
+  }
+
+  // An older release may have left several rows of one key: one that differs is enough for an update of all.
+  void compare_row(sqlite3_stmt* stored) {
+    DefaultRow wanted{};
+    wanted.row.key = reinterpret_cast<const char*>(sqlite3_column_text(stored, 3));
+    if (wanted.row.key == nullptr) return;
+    const Sorted found = range_of<compare_keys>(rows_, wanted);
+    if (found.empty()) return;
+    DefaultRow& last = *found.back();
+    if (last.state != State::kDifferent)
+      last.state = holds(stored, last.row) ? State::kStored : State::kDifferent;
+  }
+
+  static bool holds(sqlite3_stmt* stored, const Row& row) {
+    return sqlite3_column_int(stored, 0) == row.type && sqlite3_column_int(stored, 1) == row.len &&
+           sqlite3_column_type(stored, 2) == SQLITE_BLOB && sqlite3_column_bytes(stored, 2) == row.len &&
+           (row.len == 0 ||
+            std::memcmp(sqlite3_column_blob(stored, 2), row.value, static_cast<std::size_t>(row.len)) == 0);
+  }
+
+  sqlite3* db_;
+  const char* name_;  // as the first row has it: the table is made under that
+  Sorted rows_;
+};
+
+// Keeps the statement of the row before: most rows are inserted into the table of that one.
+class RowWriter {
+ public:
+  explicit RowWriter(sqlite3* db) : db_(db) {}
+
+  bool write(const DefaultRow& row) {
+    if (last_ == nullptr || last_->state != row.state || compare_tables(*last_, row) != 0) {
+      const char* const format = row.state == State::kAbsent ? sql::kInsertDefaults : sql::kUpdateDefaults;
+      statement_ = prepare(db_, SqlText(format, row.row.table).c_str()).statement;
+    }
+    last_ = &row;
+    sqlite3_stmt* const statement = statement_.get();
+    sqlite3_bind_int(statement, 1, row.row.type);
+    sqlite3_bind_int(statement, 2, row.row.len);
+    sqlite3_bind_blob(statement, 3, row.row.value, row.row.len, SQLITE_STATIC);
+    sqlite3_bind_text(statement, 4, row.row.key, -1, SQLITE_STATIC);
+    const bool done = sqlite3_step(statement) == SQLITE_DONE;
+    sqlite3_reset(statement);
+    return done;
+  }
+
+ private:
+  sqlite3* db_;
+  const DefaultRow* last_ = nullptr;
+  Statement statement_;
+};
+
+bool write_rows(sqlite3* db, std::span<DefaultRow> rows, Sorted sorted) {
+  if (!execute(db, "begin immediate").ok()) return false;
+  // No table is made while a statement is kept: SQLite would want that prepared again.
+  for (const DefaultRow& row : rows) {
+    if (row.state == State::kUnknown)
+      TableOfDefaults(db, row.row.table, range_of<compare_tables>(sorted, row)).compare();
+  }
+  RowWriter writer(db);
+  for (DefaultRow& row : rows) {
+    if (row.state == State::kStored || row.state == State::kLeft) continue;
+    if (!writer.write(row)) return false;
+  }
+  if (!execute(db, "commit").ok()) return false;
+  for (DefaultRow& row : rows) {
+    if (row.state != State::kLeft) row.state = State::kStored;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool write_defaults_together(std::span<DefaultRow> rows) {
+  const auto sorted = base::zeroed_array<DefaultRow*>(rows.size());
+  if (!sorted) return false;
+  std::size_t count = 0;
+  for (DefaultRow& row : rows) {
+    row.state = can_be_bound(row.row) ? State::kUnknown : State::kLeft;
+    if (row.state == State::kUnknown) sorted[count++] = &row;
+  }
+  std::qsort(sorted.get(), count, sizeof(DefaultRow*), compare_for_sort);
+  {
+    const Opening opening = open_for_writing(DB_DEF_ITEMS);
+    if (!opening.ok() || !write_rows(opening.db.get(), rows, {sorted.get(), count})) return false;
+  }
+  // Until the removal of SQLite's journal is on storage, a power cut would take the rows back.
+  static_cast<void>(base::sync_directory_of(DB_DEF_ITEMS));
+  return true;
+}
+
+}  // namespace kelo::store
