@@ -9,13 +9,13 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <span>
 
+#include "base/deadline.hpp"
 #include "kelo-app-os-al/rtnl_socket.hpp"
 #include "kelo_utils/app_os_al.h"
 #include "log/library_log.hpp"
@@ -82,17 +82,25 @@ bool kelo_nl_netlink_handle(const base::Descriptor& socket, unsigned interface_i
 void kelo_epoll_event_handle(const base::Descriptor& events, const base::Descriptor& socket,
                              unsigned interface_index, char* text) {
   std::array<epoll_event, kMostEvents> ready;
+  int patience = kPatienceMilliseconds;
+  base::Deadline silence(kPatienceMilliseconds);
   for (;;) {
-    const int count = epoll_wait(events.get(), ready.data(), kMostEvents, kPatienceMilliseconds);
+    const int count = epoll_wait(events.get(), ready.data(), kMostEvents, patience);
     if (count == 0) {
       KELO_LOG(LOG_LVL_ERR, "Timeout to wait for IPv6 event\n");
       return;
     }
     KELO_LOG(LOG_LVL_DBUG, "Process fd count:%d\n", count);
-    for (const epoll_event& event : std::span(ready).first(static_cast<std::size_t>(std::max(count, 0)))) {
+    if (count < 0) {  // signals that never stop must not make the wait endless
+      patience = silence.milliseconds_left();
+      continue;
+    }
+    for (const epoll_event& event : std::span(ready).first(static_cast<std::size_t>(count))) {
       if (event.data.fd != socket.get() || (event.events & EPOLLIN) == 0) continue;
       if (kelo_nl_netlink_handle(socket, interface_index, text)) return;
     }
+    patience = kPatienceMilliseconds;
+    silence = base::Deadline(kPatienceMilliseconds);
   }
 }
 

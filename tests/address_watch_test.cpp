@@ -1,10 +1,13 @@
 // The wait for an IPv6 address, on real interfaces, and when the system calls before it fail.
 #include <gtest/gtest.h>
 #include <linux/rtnetlink.h>
+#include <signal.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <string>
@@ -159,6 +162,53 @@ TEST_F(AddressQuery, WaitsAgainAfterAnInterruption) {
   EXPECT_EQ(query(), 0);
   EXPECT_EQ(fault.seen(), kInterruptions + 1);
   EXPECT_EQ(log.count(LOG_LVL_DBUG, kLoop, "Process fd count:-1\n"), kInterruptions) << log.dump();
+  EXPECT_TRUE(timed_out()) << log.dump();
+  EXPECT_TRUE(text.untouched());
+}
+
+// A timer of 100 ms whose handler runs in whatever the process is doing.
+class Interruptions {
+ public:
+  Interruptions() {
+    count = 0;
+    struct sigaction action {};
+    action.sa_handler = [](int) { ++count; };
+    sigaction(SIGALRM, &action, &before_);
+    constexpr itimerval kEvery = {{0, 100'000}, {0, 100'000}};
+    setitimer(ITIMER_REAL, &kEvery, nullptr);
+  }
+  ~Interruptions() {
+    stop();
+    sigaction(SIGALRM, &before_, nullptr);
+  }
+  Interruptions(const Interruptions&) = delete;
+  Interruptions& operator=(const Interruptions&) = delete;
+
+  static void stop() {
+    constexpr itimerval kNever{};
+    setitimer(ITIMER_REAL, &kNever, nullptr);
+  }
+
+  static inline std::atomic<int> count{0};
+
+ private:
+  struct sigaction before_ {};
+};
+
+TEST_F(AddressQuery, GivesUpAfterTwoSecondsWhateverSignalsArrive) {
+  calls.in_haste = false;
+  constexpr int kFarTooMany = 100;
+  const Interruptions interruptions;
+  std::atomic<bool> over{false};
+  std::thread limit([&] {
+    while (!over && Interruptions::count < kFarTooMany) usleep(10'000);
+    Interruptions::stop();
+  });
+  EXPECT_EQ(query(), 0);
+  over = true;
+  limit.join();
+  EXPECT_LT(Interruptions::count, kFarTooMany);
+  EXPECT_GE(log.count(LOG_LVL_DBUG, kLoop, "Process fd count:-1\n"), 1) << log.dump();
   EXPECT_TRUE(timed_out()) << log.dump();
   EXPECT_TRUE(text.untouched());
 }

@@ -535,8 +535,8 @@ KELO_API int kelo_get_ipv6_default_gw(const char* interface_name, char* gateway)
  * no duplicate of it on the link.
  *
  * Blocks. Gives up 2 seconds after the call when nothing is announced about any interface, and else 3 seconds
- * after the last announcement; it waits as long as they keep coming. A signal that interrupts the wait starts
- * the 2 seconds anew.
+ * after the last announcement; it waits as long as they keep coming. No signal makes it wait longer; one that
+ * arrives in the second after an announcement may leave 2 of the 3 seconds.
  *
  * The call receives under the process id as its netlink port id. It fails while another socket of the routing
  * family has that port id: a second call in another thread, kelo_get_ipv6_default_gw(), or a socket of the
