@@ -116,6 +116,7 @@ const std::vector<Step> kSteps = {
     {kStop, 3, -1, 3, Armed::no, "not valid state:3!\n"},
     {kStop, 4, -1, 4, Armed::no, "not valid state:4!\n"},
     {kStop, -1, -1, -1, Armed::no, "not valid state:-1!\n"},
+    {kGettime, 0, -1, 0, Armed::gone, "failed to get time, rc=-1\n"},
     {kGettime, 1, 0, 1, Armed::no, ""},
     {kGettime, 2, 0, 2, Armed::yes, ""},
     {kGettime, 3, 0, 3, Armed::no, ""},
@@ -293,6 +294,18 @@ TEST_F(Timer, GettimeOfADeletedTimerFails) {
   const std::string before = bytes_of(timer.info);
   EXPECT_EQ(kelo_timer_gettime(&timer.info), -1);
   EXPECT_EQ(bytes_of(timer.info), before);
+  expect_line(LOG_LVL_ERR, "oem_timer_gettime", "failed to get time, rc=-1\n");
+}
+
+// A record of zeros names the first timer of the system.
+TEST_F(Timer, GettimeOfAnIdleRecordReadsNoOtherTimer) {
+  NamedTimer first(calls, 1, {3600, 7}, {11, 13});
+  bring_to(first.info, TIMER_STATE_RUNNING);
+  kelo_timer_info idle{};
+  idle.timer_id = first.info.timer_id;
+  const std::string before = bytes_of(idle);
+  EXPECT_EQ(kelo_timer_gettime(&idle), -1);
+  EXPECT_EQ(bytes_of(idle), before);
   expect_line(LOG_LVL_ERR, "oem_timer_gettime", "failed to get time, rc=-1\n");
 }
 

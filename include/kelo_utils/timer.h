@@ -143,7 +143,7 @@ KELO_API int kelo_timer_stop(kelo_timer_info* info);
  * Reads how long a timer still has to run.
  * @param info  record of a created timer, not null: it is not checked. `value` receives the time to the next
  *              expiry, 0 for a timer that is not armed, and `interval` the period. A later start uses these.
- * @return 0; -1, logged as an error and with the record unchanged, when there is no such timer.
+ * @return 0; -1, logged as an error and with the record unchanged, in state 0 or when there is no such timer.
  */
 KELO_API int kelo_timer_gettime(kelo_timer_info* info);
 

@@ -142,7 +142,8 @@ int kelo_timer_stop(kelo_timer_info* info) {
 
 int kelo_timer_gettime(kelo_timer_info* info) {
   itimerspec times{};
-  const int result = timer_gettime(info->timer_id, &times);
+  // An idle record names no timer; its `timer_id` may be that of another one.
+  const int result = state_of(*info) == TIMER_STATE_IDLE ? -1 : timer_gettime(info->timer_id, &times);
   if (result < 0) {
     KELO_LOG(LOG_LVL_ERR, "failed to get time, rc=%d\n", result);
     return -1;
