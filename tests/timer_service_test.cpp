@@ -85,30 +85,6 @@ class HandSent : public NamedTimer {
   HandSent(Calls& calls, int name) : NamedTimer(calls, name) { info.magic = KELO_TIMER_MAGIC; }
 };
 
-// Counts the expiries that reach the handler.
-class CountingHandler {
- public:
-  CountingHandler() {
-    handled = 0;
-    struct sigaction counting {};
-    sigaction(SIGUSR1, nullptr, &service);
-    counting = service;
-    counting.sa_sigaction = [](int number, siginfo_t* signal, void* context) {
-      service.sa_sigaction(number, signal, context);
-      ++handled;
-    };
-    sigaction(SIGUSR1, &counting, nullptr);
-  }
-  ~CountingHandler() { sigaction(SIGUSR1, &service, nullptr); }
-  CountingHandler(const CountingHandler&) = delete;
-  CountingHandler& operator=(const CountingHandler&) = delete;
-
-  static inline std::atomic<int> handled{0};
-
- private:
-  static inline struct sigaction service {};
-};
-
 // --- Order ---
 
 TEST_F(TimerService, CallbacksRunOnOneThreadOfTheirOwn) {
@@ -199,19 +175,91 @@ TEST_F(TimerService, InterruptsNoThreadOfTheDaemon) {
 
 // --- Coalescing ---
 
-TEST_F(TimerService, WaitingTimerIsCalledOnce) {
-  const CountingHandler counter;
-  NamedTimer timer(calls, 1, milliseconds(1), milliseconds(1));
-  ASSERT_EQ(kelo_timer_create(&timer.info), 0);
-  {
-    HeldWorker worker(HeldWorker::Expiries::let_in);
-    const int before = CountingHandler::handled;
-    ASSERT_EQ(kelo_timer_start(&timer.info), 0);
-    ASSERT_TRUE(wait_until([&] { return CountingHandler::handled - before >= 5; }));
-    ASSERT_EQ(kelo_timer_stop(&timer.info), 0);
-    EXPECT_EQ(calls.count(), 0U);
+// A periodic timer that stops itself when it is called.
+struct SelfStopping {
+  explicit SelfStopping(kelo_timer_span period) {
+    info.value = info.interval = period;
+    info.cb = {[](void* self) { static_cast<SelfStopping*>(self)->run(); }, this};
+    EXPECT_EQ(kelo_timer_create(&info), 0);
   }
-  EXPECT_EQ(calls.names(), std::vector{1});
+  ~SelfStopping() {
+    EXPECT_EQ(kelo_timer_delete(&info), 0);
+    pass_worker();
+  }
+  SelfStopping(const SelfStopping&) = delete;
+  SelfStopping& operator=(const SelfStopping&) = delete;
+
+  kelo_timer_info info{};
+  Calls calls;
+
+ private:
+  void run() {
+    kelo_timer_stop(&info);
+    calls.add(1);
+  }
+};
+
+TEST_F(TimerService, WaitingTimerIsCalledOnce) {
+  SelfStopping timer(milliseconds(1));
+  {
+    const HeldWorker worker;
+    ASSERT_EQ(kelo_timer_start(&timer.info), 0);
+    constexpr timespec kManyPeriods{0, 20'000'000};
+    nanosleep(&kManyPeriods, nullptr);
+    EXPECT_EQ(timer.calls.count(), 0U);
+  }
+  EXPECT_EQ(timer.calls.count(), 1U);
+}
+
+// Its second expiry pends when the worker comes to the first.
+TEST_F(TimerService, TimerThatExpiresAgainWhileOthersAreCalledIsCalledOnce) {
+  SelfStopping timer(milliseconds(1));
+  struct Slow {
+    kelo_timer_info* other;
+    kelo_timer_info record = record_of([](void* self) { static_cast<Slow*>(self)->run(); }, this);
+    void run() const {
+      constexpr timespec kManyPeriods{0, 5'000'000};
+      EXPECT_EQ(kelo_timer_start(other), 0);
+      expire(other);
+      nanosleep(&kManyPeriods, nullptr);
+    }
+  } slow{&timer.info};
+  expire(&slow.record);
+  ASSERT_TRUE(timer.calls.wait_for(1));
+  pass_worker();
+  EXPECT_EQ(timer.calls.count(), 1U);
+}
+
+// The drain of what pends, which a callback's start of a timer does, has to end, too.
+TEST_F(TimerService, PeriodTooShortToServeDelaysNoOtherTimer) {
+  for (const std::int32_t period : {1, 100, 2000}) {
+    NamedTimer storm(calls, 0, {0, period}, {0, period});
+    Calls beats;
+    NamedTimer beat(beats, 1, milliseconds(1), milliseconds(1));
+    Calls starts;
+    struct Starting {
+      Calls& starts;
+      kelo_timer_info info{};
+      void run() {
+        kelo_timer_start(&info);
+        starts.add(2);
+      }
+    } starting{starts};
+    starting.info.value = milliseconds(1);
+    starting.info.cb = {[](void* self) { static_cast<Starting*>(self)->run(); }, &starting};
+    for (kelo_timer_info* info : {&storm.info, &beat.info, &starting.info}) {
+      ASSERT_EQ(kelo_timer_create(info), 0);
+      ASSERT_EQ(kelo_timer_start(info), 0);
+    }
+    const std::size_t before = calls.count();
+    EXPECT_TRUE(beats.wait_for(50)) << period;
+    EXPECT_TRUE(starts.wait_for(50)) << period;
+    EXPECT_GE(calls.count(), before + 50) << period;
+    for (kelo_timer_info* info : {&storm.info, &beat.info, &starting.info}) {
+      EXPECT_EQ(kelo_timer_delete(info), 0);
+    }
+    pass_worker();
+  }
 }
 
 TEST_F(TimerService, WaitingTimerKeepsItsPlace) {

@@ -18,22 +18,41 @@
  * - Time is that of the monotonic clock: setting the date neither delays nor hastens an expiry. An expiry
  *   never comes early.
  * - Callbacks run one at a time in the order of expiry, without any lock held. A callback that takes long
- *   delays those after it. It may start, re-arm, stop and delete its own timer.
+ *   delays those after it. It may start, re-arm, stop and delete any timer, its own too.
  * - A timer waits for its callback at most once: expiries that come while one is waiting are dropped, so that
  *   a periodic timer whose callback takes longer than its period is called once in a while instead of ever
- *   more often. An expiry that comes while the callback runs makes it run once more.
+ *   more often. An expiry that comes while the callback runs makes it run once more. A period of nanoseconds
+ *   costs a processor, but delays no other timer by more than its callback.
  * - The worker's stack is 32 KiB, with what the program's thread-local variables take on top.
- * - The service takes SIGUSR1 for the whole process: a daemon must not handle, ignore or send it for ends of
- *   its own. It may block it. Expiries interrupt no thread of the daemon, but they do interrupt a callback
- *   that blocks (EINTR). One that another process sends is ignored.
- * - The record belongs to the caller and must stay where it is until its timer is deleted and no expiry waits
- *   for its callback any more. A one-shot timer's callback that deletes it may free the record. With a
- *   periodic one an expiry may have come while its callback ran, which is then called once more after the
- *   delete.
  * - One timer is driven by one thread at a time, its callback included; different timers are independent.
  * - A child made by fork() inherits neither the timers nor the worker. It calls kelo_timer_init() anew before
  *   it uses timers, with records whose `state` it sets to 0.
  * - No function here blocks, but for the moment in which kelo_timer_init() waits until its worker runs.
+ *
+ * Signals:
+ * - The service takes SIGUSR1 for the whole process: a daemon must not handle, ignore or send it for ends of
+ *   its own. It may block it. One that another process sends is ignored. A handler that the daemon installs
+ *   all the same gets no expiry of a timer that was created after kelo_timer_init(), and costs none.
+ * - Expiries interrupt nobody: neither a thread of the daemon nor a callback that blocks.
+ * - A callback runs with the signals blocked that were blocked in the caller of kelo_timer_init(), and SIGUSR1.
+ *   A daemon that blocks signals to read them elsewhere, SIGTERM from a signalfd() for one, does so before
+ *   kelo_timer_init(): otherwise one that arrives while a callback runs takes its usual effect there. While
+ *   the worker sleeps, it blocks every signal.
+ * - The programs that a callback starts with functions of this library are born with no signal blocked. Those
+ *   that it starts itself with fork(), system() or popen() inherit what is blocked in the callback, SIGUSR1
+ *   included. A callback that wants another set for them changes it with pthread_sigmask() before and changes
+ *   it back after; SIGUSR1 must be blocked again when the callback returns.
+ *
+ * The life of a record. It belongs to the caller and must stay where it is until its timer is deleted:
+ * - A delete takes back an expiry that waits for its callback. No function of the service looks into the
+ *   record after that.
+ * - A callback, of that timer or of another one, that has deleted a timer may free its record at once, whether
+ *   it was a periodic timer or not: no other callback is running.
+ * - In any other thread a delete does not wait for a callback that is running. That one does not need the
+ *   record unless the daemon's own code looks into it, but it still uses its `arg`. It has returned as soon as
+ *   the callback of any timer that was started after the delete is called: a timer of 1 ns started then tells
+ *   that everything may be freed. A mutex that the callback takes does not tell it: the worker may be about to
+ *   call.
  */
 #ifndef KELO_UTILS_TIMER_H
 #define KELO_UTILS_TIMER_H
@@ -71,7 +90,7 @@ typedef struct kelo_timer_span {
 typedef struct kelo_timer_callback {
   /** Runs on the worker thread; must not be null. A record whose handler was set to null since is handed to
       free() by the next expiry and its timer deleted, which is logged as an error; when it was waiting for
-      its callback by then, that is logged and nothing else happens. */
+      its callback by then, that is logged and nothing else happens. A daemon must not delete such a record. */
   void (*handler)(void* arg);
   /** Handed to `handler` as it is. */
   void* arg;
@@ -99,7 +118,8 @@ typedef struct kelo_timer_info {
 KELO_API extern pthread_mutex_t free_mutex;
 
 /**
- * Starts the service: its worker thread and its handler of SIGUSR1. Once per process, before any other call.
+ * Starts the service: its worker thread and its handler of SIGUSR1. Once per process, before any other call, and
+ * after the daemon has blocked the signals that its threads are to leave alone.
  *
  * What fails is logged as an error, and the rest is done all the same, except that nothing is done once
  * thread attributes cannot be initialised. While there is no worker, expiries wait for it: a call that failed
@@ -133,7 +153,8 @@ KELO_API int kelo_timer_settime(kelo_timer_info* info);
 
 /**
  * Disarms a running timer: state 2 becomes 3, even when the system fails to disarm it, which is logged. An
- * expiry that waits for its callback at that moment still gets it.
+ * expiry that waits for its callback at that moment still gets it. When another thread than the worker stops or
+ * arms a timer, some kernels (Linux 6.13 and later) take back an expiry that came while a callback ran.
  * @param info  record in state 2.
  * @return 0; -1, logged as an error, for a null record or another state.
  */
@@ -150,8 +171,8 @@ KELO_API int kelo_timer_gettime(kelo_timer_info* info);
 /**
  * Deletes a timer: states 1, 2 and 3 become 0, and the record may be created again.
  *
- * An expiry that waits for its callback at that moment still gets it: the record, the callback's `arg` and
- * what that points to must outlive it.
+ * An expiry that waits for its callback at that moment does not get it. A callback that is running goes on; see
+ * the life of a record above for when it is over.
  *
  * @param info  record of a created timer.
  * @return 0; -1, logged as an error and with the state unchanged, for a null record, state 0 or a timer that

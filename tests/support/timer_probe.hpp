@@ -132,10 +132,7 @@ inline void pass_worker() {
 // Keeps the worker in a callback from construction to release().
 class HeldWorker {
  public:
-  enum class Expiries { let_in, kept_out };
-
-  // Expiries that are kept out pend until the worker takes them itself.
-  explicit HeldWorker(Expiries expiries = Expiries::kept_out) : expiries_(expiries) {
+  HeldWorker() {
     expire(&record_);
     EXPECT_TRUE(entered_.wait_for(1));
   }
@@ -150,16 +147,10 @@ class HeldWorker {
 
  private:
   void hold() {
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGUSR1);
-    // Not let in again here: the thread sanitizer keeps one of those that come at once.
-    if (expiries_ == Expiries::kept_out) pthread_sigmask(SIG_BLOCK, &set, nullptr);
     entered_.add(0);
     (void)released_.wait_for(1);
   }
 
-  const Expiries expiries_;
   Calls entered_;
   Calls released_;
   kelo_timer_info record_ = record_of([](void* self) { static_cast<HeldWorker*>(self)->hold(); }, this);

@@ -2,6 +2,9 @@
 #ifndef KELO_TIMER_EXPIRIES_HPP
 #define KELO_TIMER_EXPIRIES_HPP
 
+#include <pthread.h>
+
+#include <atomic>
 #include <cstdint>
 
 #include "kelo_utils/timer.h"
@@ -10,36 +13,43 @@
 // middle of anything. Their cost does not depend on how many timers wait.
 namespace kelo::timer {
 
+// Whoever holds it may look into a record whose timer exists: withdraw() waits for it.
+extern pthread_mutex_t records_mutex;
+
+// How often withdraw() was called. Changes under records_mutex.
+extern std::atomic<unsigned> withdrawals;
+
 // Makes ready for a process, also for a forked child, which inherits what waited in its parent and drops it.
-// Nobody else may be here.
+// No other thread may use these functions meanwhile.
 void prepare_expiries(pid_t process);
 
-// Handler: puts a record behind those that wait for their callback, unless it waits already. True when none
-// waited.
+// Handler: puts a record after those that wait for their callback, unless it waits already. True when none had
+// arrived since the worker looked.
 bool put_expiry(kelo_timer_info& record);
 
 // Handler: the same among the records that lost their callback. No record waits in both places: whoever frees
 // a lost one takes it from nobody.
 bool put_lost(kelo_timer_info& record);
 
-// Handler: keeps a magic that was found in a record's place. One too many for the room there is gets lost.
+// Handler: keeps a magic that was found in a record's place. It is lost when there is no space left.
 void put_wrong_magic(std::uint32_t magic);
 
-// Worker: whether nothing was put that was not taken.
-bool nothing_waits();
+// Worker: whether a record waits for its callback.
+bool any_waits();
 
-// Worker: takes all records that wait, the oldest first, linked by `next_ptr`; null when there are none. They
-// still count as waiting.
-q_link_type* take_expiries();
-q_link_type* take_lost();
+// Worker: ends the waiting of the record that has waited longest, and copies its callback. False when none
+// waits. The record is not looked at any more after this: it may be deleted and freed.
+bool take_callback(kelo_timer_callback& callback);
+
+// Worker: ends the waiting of a record that lost its callback; null when there is none.
+kelo_timer_info* take_lost();
 
 // Worker: hands over each magic that was put.
 void take_wrong_magics(void (*take)(std::uint32_t magic));
 
-kelo_timer_info& record_of(q_link_type& link);
-
-// Worker: ends the waiting of a taken record. Its link may change from here on.
-kelo_timer_info& release(q_link_type& link);
+// Any thread, once the record's timer is deleted: ends the waiting of the record, if it waits. After this
+// nobody here looks into it.
+void withdraw(kelo_timer_info& record);
 
 }  // namespace kelo::timer
 

@@ -12,6 +12,7 @@
 #include <cstdlib>
 
 #include "base/file.hpp"
+#include "base/lock.hpp"
 #include "kelo_utils/timer.h"
 #include "log/library_log.hpp"
 #include "timer/src/expiries.hpp"
@@ -57,8 +58,8 @@ bool accept(const siginfo_t& signal) {
 // By its number: C libraries of devices lack a function for it.
 void wake(pid_t worker) { syscall(SYS_tgkill, getpid(), worker, SIGUSR1); }
 
-// Runs between any two instructions of a thread: of the worker in a callback, or of any thread that takes a
-// signal the process sent itself. A wake-up that finds one pending is dropped by the kernel, which does no
+// Runs between any two instructions of a thread that takes a signal the process sent itself, or that of a timer
+// made before there was a worker. A wake-up that finds one pending is dropped by the kernel, which does no
 // harm: the worker looks at all that waits after each.
 void timer_sigaction_handler(int number, siginfo_t* signal, void* /*context*/) {
   const kelo::base::ErrnoKeeper keep;
@@ -67,37 +68,73 @@ void timer_sigaction_handler(int number, siginfo_t* signal, void* /*context*/) {
   if (worker != 0 && worker != get_tid()) wake(worker);
 }
 
-// SIGUSR1 as the worker sees it. It sleeps with the signal blocked and takes expiries without a handler's
-// detour, many in a row at little cost. Callbacks run with it let in, so that the programs they start are not
-// born with a blocked signal.
-class ExpirySignal {
+// The worker's signals. SIGUSR1 stays blocked, so that expiries interrupt no callback and do not depend on the
+// action that the process has for it. They pend in the order in which they came, each timer's at most once, until
+// the worker takes them.
+class WorkerSignals {
  public:
-  ExpirySignal() {
-    sigemptyset(&set_);
-    sigaddset(&set_, SIGUSR1);
+  WorkerSignals() {
+    sigemptyset(&expiry_);
+    sigaddset(&expiry_, SIGUSR1);
+    sigfillset(&all_);
+    pthread_sigmask(SIG_SETMASK, &all_, &in_callbacks_);
+    sigaddset(&in_callbacks_, SIGUSR1);
   }
 
-  void block() const { pthread_sigmask(SIG_BLOCK, &set_, nullptr); }
-  void let_in() const { pthread_sigmask(SIG_UNBLOCK, &set_, nullptr); }
-
-  // Takes one blocked signal, waiting for it if none is pending.
-  void wait() const {
+  // Takes one, waiting for it if none pends. A signal that the daemon has blocked since it started the service,
+  // to read it elsewhere, must not find one thread asleep that lets it in.
+  void wait() {
     siginfo_t signal;
-    if (sigwaitinfo(&set_, &signal) == SIGUSR1) accept(signal);
+    if (take_pending(signal)) return;
+    pthread_sigmask(SIG_SETMASK, &all_, nullptr);
+    if (sigwaitinfo(&expiry_, &signal) == SIGUSR1) take(signal);
+    pthread_sigmask(SIG_SETMASK, &in_callbacks_, nullptr);
   }
 
-  // Takes those that are pending. An end to it lets callbacks run beside a timer that never stops expiring.
-  void drain() const {
-    static constexpr timespec kNow{};
+  // Takes all that pend by now. A timer may expire faster than its signals are taken. A record that comes a second
+  // time came after all that pended at the start, which are taken then. Which record that will be is not known, so
+  // that the one to compare with changes after 1, 2, 4 and so on signals.
+  void drain() {
     siginfo_t signal;
-    for (int i = 0; i < kMostInARow && sigtimedwait(&set_, &signal, &kNow) == SIGUSR1; ++i) accept(signal);
+    const void* compared = nullptr;
+    for (unsigned count = 1; take_pending(signal); ++count) {
+      const void* const record = signal.si_value.sival_ptr;
+      if (record != nullptr && record == compared) return;
+      if ((count & (count - 1)) == 0) compared = record;
+    }
   }
 
  private:
-  static constexpr int kMostInARow = 32768;
+  // False when none pends.
+  bool take_pending(siginfo_t& signal) {
+    static constexpr timespec kNow{};
+    const unsigned withdrawals = kelo::timer::withdrawals;
+    if (sigtimedwait(&expiry_, &signal, &kNow) == SIGUSR1) {
+      take(signal);
+      return true;
+    }
+    withdrawals_settled_ = withdrawals;
+    return false;
+  }
 
-  sigset_t set_;
+  // Some kernels deliver what pended for a timer after its delete, when the record may be gone.
+  void take(const siginfo_t& signal) const {
+    const kelo::base::LockGuard lock(kelo::timer::records_mutex);
+    if (signal.si_code == SI_TIMER && withdrawals_settled_ != kelo::timer::withdrawals &&
+        syscall(SYS_timer_getoverrun, signal.si_timerid) < 0) {
+      return;
+    }
+    accept(signal);
+  }
+
+  sigset_t expiry_;
+  sigset_t all_;
+  sigset_t in_callbacks_;
+  unsigned withdrawals_settled_ = 0;  // nothing pends of the timers deleted before this many
 };
+
+// Null in all threads but the worker.
+thread_local WorkerSignals* worker_signals = nullptr;
 
 constexpr const char* kHandler = "timer_sigaction_handler";
 
@@ -106,52 +143,43 @@ void log_wrong_magic(std::uint32_t magic) {
 }
 
 // Daemons rely on the service to free a record that lost its handler. Its timer goes with it: the next expiry
-// would look into freed memory. So would one that is pending by now; it still finds the record waiting.
-void free_lost(q_link_type* link, const ExpirySignal& signal) {
-  while (link != nullptr) {
-    q_link_type* const next = link->next_ptr;
-    kelo_timer_info& record = kelo::timer::record_of(*link);
+// would look into freed memory.
+void free_lost() {
+  while (kelo_timer_info* const record = kelo::timer::take_lost()) {
     KELO_LOG_AS(kHandler, LOG_LVL_ERR, "timer_sigaction_handler cb handler is NULL!!!!!\n");
-    if (kelo::timer::magic_of(record) == KELO_TIMER_MAGIC &&
-        kelo::timer::state_of(record) != TIMER_STATE_IDLE) {
-      timer_delete(record.timer_id);
+    if (kelo::timer::magic_of(*record) == KELO_TIMER_MAGIC &&
+        kelo::timer::state_of(*record) != TIMER_STATE_IDLE) {
+      timer_delete(record->timer_id);
     }
-    signal.drain();
-    std::free(&kelo::timer::release(*link));
-    link = next;
+    std::free(record);
   }
 }
 
-void run_callbacks(q_link_type* link) {
-  while (link != nullptr) {
-    q_link_type* const next = link->next_ptr;
-    // By value: the callback may free the record.
-    const kelo_timer_callback callback = kelo::timer::release(*link).cb;
-    if (callback.handler != nullptr) {
-      callback.handler(callback.arg);
-    } else {
-      KELO_LOG_AS("kelo_oem_timer_thread", LOG_LVL_INFO,
-                  "oem_oem_timer_thread info->cb.handler is NULL!!!\n");
-    }
-    link = next;
+void call(const kelo_timer_callback& callback) {
+  if (callback.handler != nullptr) {
+    callback.handler(callback.arg);
+  } else {
+    KELO_LOG_AS("kelo_oem_timer_thread", LOG_LVL_INFO, "oem_oem_timer_thread info->cb.handler is NULL!!!\n");
   }
 }
 
+// An expiry of a record that waits already counts for nothing, so that all that pends is taken before the wait of
+// such a record ends. As a rule none waits, and expiries are called one by one as they pend.
 void* kelo_oem_timer_thread(void* /*unused*/) {
-  const ExpirySignal signal;
-  signal.block();
+  WorkerSignals signals;
+  worker_signals = &signals;
   worker_id = get_tid();
   sem_post(&worker_runs);
   while (true) {
-    if (kelo::timer::nothing_waits()) signal.wait();
-    signal.drain();
     kelo::timer::take_wrong_magics(log_wrong_magic);
-    free_lost(kelo::timer::take_lost(), signal);
-    q_link_type* const expired = kelo::timer::take_expiries();
-    if (expired == nullptr) continue;
-    signal.let_in();
-    run_callbacks(expired);
-    signal.block();
+    free_lost();
+    if (kelo::timer::any_waits()) {
+      signals.drain();
+    } else {
+      signals.wait();
+    }
+    kelo_timer_callback callback;
+    if (kelo::timer::take_callback(callback)) call(callback);
   }
 }
 
@@ -216,6 +244,11 @@ void timer_sigaction_init() {
 }  // namespace
 
 pid_t kelo::timer::worker_thread() { return served == getpid() ? worker_id.load() : 0; }
+
+void kelo::timer::take_expiries_of_worker() {
+  // In the child of a callback that forked this thread is not the worker any more.
+  if (worker_signals != nullptr && worker_thread() == get_tid()) worker_signals->drain();
+}
 
 void kelo_timer_init(void) {
   const pid_t process = getpid();

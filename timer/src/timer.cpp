@@ -7,6 +7,7 @@
 
 #include "kelo_utils/timer.h"
 #include "log/library_log.hpp"
+#include "timer/src/expiries.hpp"
 #include "timer/src/record.hpp"
 #include "timer/src/service.hpp"
 
@@ -41,7 +42,10 @@ itimerspec times_of(const kelo_timer_info& info) {
 }
 
 // The system's own result.
-int arm(timer_t timer, const itimerspec& times) { return timer_settime(timer, 0, &times, nullptr); }
+int arm(timer_t timer, const itimerspec& times) {
+  kelo::timer::take_expiries_of_worker();
+  return timer_settime(timer, 0, &times, nullptr);
+}
 
 // Arms the timer of a record in `state` and makes it running. The record is complete, and read, before the
 // timer runs: from then on the callback may change it, delete the timer and free the record.
@@ -167,6 +171,7 @@ int kelo_timer_delete(kelo_timer_info* info) {
     KELO_LOG(LOG_LVL_ERR, "failed to delete timer, rc=%d\n", result);
     return -1;
   }
+  kelo::timer::withdraw(*info);
   set_state(*info, TIMER_STATE_IDLE);
   return result;
 }
