@@ -211,7 +211,7 @@ TEST_F(AtChannel, TakesNoiseBeforeTheResult) {
   EXPECT_EQ(reply_to({"\r\n+CREG: 1\r\n", "AT\r\r\nOK\r\n"}), "\r\n+CREG: 1\r\nAT\r\r\nOK\r\n");
 }
 
-TEST_F(AtChannel, ListensToStrangersToo) {
+TEST_F(AtChannel, ListensToOtherPortsOfThisHost) {
   const Modem modem(
       read_script("command AT\n stranger \"noise\\r\\n\"\n send \"OK\\r\\n\"\n"
                   "command *\n stranger \"OK\\r\\n\"\n"));

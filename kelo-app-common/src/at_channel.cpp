@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -33,15 +34,22 @@ constexpr int kAttempts = 3;
 constexpr unsigned kWaitMilliseconds = 20000;
 constexpr char kFailure[] = "\r\nERROR\r\n";
 
-// Whether something arrives in the time of an attempt. A signal neither ends the attempt nor lengthens it.
-bool wait_for_arrival(int fd) {
-  const kelo::base::Deadline deadline(kWaitMilliseconds);
+// Whether something arrives before `end`. A signal does not end the wait.
+bool wait_for_arrival(int fd, const kelo::base::Deadline& end) {
   // poll() and not select(), which cannot name descriptors from 1024 on; the message keeps its word.
   pollfd socket = {fd, POLLIN, 0};
-  const int ready = retry_interrupted([&] { return poll(&socket, 1, deadline.milliseconds_left()); });
+  const int ready = retry_interrupted([&] {
+    const int left = end.milliseconds_left();
+    // Not asked once more at the end: other hosts may send so much that something is always there.
+    return left == 0 ? 0 : poll(&socket, 1, left);
+  });
   if (ready > 0) return true;
   AT_LOG(LOG_LVL_ERR, "select fail:ret=%d\n", ready);
   return false;
+}
+
+bool is_of_this_host(const sockaddr_in& sender) {
+  return ntohl(sender.sin_addr.s_addr) >> IN_CLASSA_NSHIFT == IN_LOOPBACKNET;
 }
 
 // One exchange: the reply in the caller's buffer and how much of it has arrived.
@@ -60,7 +68,7 @@ class Exchange {
     }
     if (!send(socket.get())) return false;
     for (int attempt = 1; attempt <= kAttempts; ++attempt) {
-      if (!wait_for_arrival(socket.get()) || !receive(socket.get(), attempt)) continue;
+      if (!take_one(socket.get(), attempt)) continue;
       if (attempt == 1 && kelo::at::strip_echo(reply_, command_)) held_ = std::strlen(reply_.data());
       if (is_complete()) return true;
     }
@@ -81,15 +89,26 @@ class Exchange {
     return sent == static_cast<ssize_t>(length_);
   }
 
-  // Appends one datagram. A full buffer takes none of it, so that the datagram counts as one of 0 bytes.
-  bool receive(int fd, int attempt) {
-    const std::size_t held_before = held_;
+  // Appends one datagram that arrives in the time of the attempt. Those of other hosts are no answers: they
+  // are dropped, and the attempt goes on for the time that is left.
+  bool take_one(int fd, int attempt) {
+    const kelo::base::Deadline end(kWaitMilliseconds);
+    // A full buffer takes nothing of a datagram, which then counts as one of 0 bytes.
     const std::span<char> room = reply_.subspan(held_, reply_.size() - 1 - held_);
-    const ssize_t received = recvfrom(fd, room.data(), room.size(), MSG_DONTWAIT, nullptr, nullptr);
+    sockaddr_in sender{};
+    ssize_t received = 0;
+    do {
+      std::fill(room.begin(), room.end(), '\0');
+      if (!wait_for_arrival(fd, end)) return false;
+      socklen_t length = sizeof sender;
+      received =
+          recvfrom(fd, room.data(), room.size(), MSG_DONTWAIT, reinterpret_cast<sockaddr*>(&sender), &length);
+    } while (received >= 0 && !is_of_this_host(sender));
     if (received < 0) {
       AT_LOG(LOG_LVL_ERR, "recvfrom fail:error=%d,[%s]\n", errno, std::strerror(errno));
       return false;
     }
+    const std::size_t held_before = held_;
     held_ += static_cast<std::size_t>(received);
     AT_LOG(LOG_LVL_INFO, "recvfrom[%d,%d] %d bytes:[%d, %s]\n", attempt, static_cast<int>(held_before),
            static_cast<int>(received), static_cast<int>(held_), reply_.data());

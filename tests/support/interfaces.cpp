@@ -102,6 +102,12 @@ void bring_up(const std::string& name) {
   send(NetlinkMessage(RTM_NEWLINK, kComply, link), name + " up");
 }
 
+void move_to_namespace_of(const std::string& name, int process) {
+  NetlinkMessage request(RTM_NEWLINK, kComply, existing_interface(name));
+  request.add(IFLA_NET_NS_PID, &process, sizeof process);
+  send(request, name + " to another namespace");
+}
+
 void make_no_addresses(const std::string& name) {
   NetlinkMessage request(RTM_NEWLINK, kComply, existing_interface(name));
   const std::size_t families = request.open(IFLA_AF_SPEC);

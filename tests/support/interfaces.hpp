@@ -15,6 +15,9 @@ void add_veth_pair(const std::string& name, const std::string& peer);
 void remove_interface(const std::string& name);
 void bring_up(const std::string& name);
 
+// The network namespace of another process, which has the interface from then on, down and without addresses.
+void move_to_namespace_of(const std::string& name, int process);
+
 // Before the interface is up: it then makes no IPv6 address for itself.
 void make_no_addresses(const std::string& name);
 
