@@ -1,6 +1,9 @@
 // Descriptors opened, read, written and closed, and the names of files brought to the storage.
 #include "base/file.hpp"
 
+#include <pthread.h>
+#include <signal.h>
+
 #include <algorithm>
 #include <climits>
 #include <cstring>
@@ -9,6 +12,38 @@
 #include "base/text_builder.hpp"
 
 namespace kelo::base {
+namespace {
+
+// Keeps the signal of a pipe whose reader has left from this thread while it lives.
+class PipeSignalHold {
+ public:
+  PipeSignalHold() {
+    sigemptyset(&signal_);
+    sigaddset(&signal_, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &signal_, &before_);
+    // Only where it was blocked before can one be pending, which is then somebody's who waits for it.
+    if (sigismember(&before_, SIGPIPE) == 1) sigpending(&pending_);
+  }
+  ~PipeSignalHold() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  PipeSignalHold(const PipeSignalHold&) = delete;
+  PipeSignalHold& operator=(const PipeSignalHold&) = delete;
+
+  // Takes the signal that a failed write has raised.
+  void take() const {
+    const ErrnoKeeper keep;
+    constexpr timespec kNow{};
+    if (sigismember(&pending_, SIGPIPE) == 0) {
+      retry_interrupted([&] { return sigtimedwait(&signal_, nullptr, &kNow); });
+    }
+  }
+
+ private:
+  sigset_t signal_;
+  sigset_t before_;
+  sigset_t pending_{};
+};
+
+}  // namespace
 
 void Descriptor::reset() {
   if (fd_ < 0) return;
@@ -35,10 +70,12 @@ std::size_t read_all(int fd, std::span<char> room) {
 }
 
 std::size_t write_all(int fd, std::span<const char> data) {
+  const PipeSignalHold pipe_signal;
   std::size_t count = 0;
   while (count < data.size()) {
     const std::size_t left = data.size() - count;
     const ssize_t more = retry_interrupted([=] { return ::write(fd, data.data() + count, left); });
+    if (more < 0 && errno == EPIPE) pipe_signal.take();
     // A driver that takes nothing would be asked for ever.
     if (more <= 0) break;
     count += std::min(static_cast<std::size_t>(more), left);

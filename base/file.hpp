@@ -74,7 +74,7 @@ ssize_t read_some(int fd, std::span<char> room);
 std::size_t read_all(int fd, std::span<char> room);
 
 // Writes until all is written, nothing more is taken or a write fails, which sets errno. Returns how many
-// bytes are written.
+// bytes are written. A pipe whose reader has left is a write that fails, and raises no signal.
 std::size_t write_all(int fd, std::span<const char> data);
 
 // Brings the name of a file to the storage: syncs the directory that holds it. False with errno set when that

@@ -341,8 +341,8 @@ TEST_P(FileWrite, FillsAPipeWithASlowReaderThroughSignals) {
   EXPECT_GT(writes.calls().size(), 1U) << "no write was cut short";
 }
 
+// Where a SIGPIPE would end the process, as it does unless something is done about it.
 TEST_P(FileWrite, FailsWhenTheReaderLeaves) {
-  signal(SIGPIPE, SIG_IGN);
   std::array<int, 2> ends{};
   ASSERT_EQ(pipe(ends.data()), 0);
   std::thread reader([&] {
@@ -355,6 +355,43 @@ TEST_P(FileWrite, FailsWhenTheReaderLeaves) {
   reader.join();
   close(ends[1]);
   expect_line("write " + path + " failed.\n");
+}
+
+// Writes to a pipe whose reader has left.
+void write_to_nobody(const Operation& operation) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(pipe(ends.data()), 0);
+  close(ends[0]);
+  EXPECT_EQ(operation.write(("/dev/fd/" + std::to_string(ends[1])).c_str(), "text", 4), 7);
+  close(ends[1]);
+}
+
+bool is_pending(int signal) {
+  sigset_t pending{};
+  sigpending(&pending);
+  return sigismember(&pending, signal) == 1;
+}
+
+TEST_P(FileWrite, LeavesTheSignalsOfTheThreadAsTheyWere) {
+  sigset_t set{};
+  sigset_t before{};
+  sigemptyset(&set);
+  sigaddset(&set, SIGPIPE);
+
+  write_to_nobody(GetParam());
+  pthread_sigmask(SIG_BLOCK, &set, &before);
+  EXPECT_EQ(sigismember(&before, SIGPIPE), 0);
+
+  write_to_nobody(GetParam());
+  EXPECT_FALSE(is_pending(SIGPIPE)) << "one that the caller would wait for was raised";
+
+  pthread_kill(pthread_self(), SIGPIPE);
+  write_to_nobody(GetParam());
+  EXPECT_TRUE(is_pending(SIGPIPE)) << "the caller's own was taken";
+
+  const timespec now{};
+  EXPECT_EQ(sigtimedwait(&set, nullptr, &now), SIGPIPE);
+  EXPECT_FALSE(is_pending(SIGPIPE));
 }
 
 TEST_P(FileWrite, RefusesThePlaceOfAStandardInput) {

@@ -752,7 +752,7 @@ KELO_API int32_t kelo_util_get_file_int_value(const char* path);
  * and forced to the storage; the folder that it is in is not. A power cut in between may leave it empty,
  * which reads as 0. What has no storage, as a pipe, a device or a file of /proc, need not be forced there.
  *
- * @param path   the file. A pipe waits for its reader, whose end must not be closed: SIGPIPE is not held off.
+ * @param path   the file. A pipe waits for its reader; one whose reader leaves is a write that fails.
  * @param value  the number.
  * @retval 0  the file holds the number.
  * @retval 7  `path` is null, logged as the error "Not exist file"; the file cannot be opened, "Not exist

@@ -6,7 +6,8 @@
  * unless a description says otherwise:
  * - Each call opens, works and closes; nothing is kept between calls, and several threads may call at once.
  * - A call blocks for as long as the file does: a FIFO or a device may make it wait for its other end. A
- *   signal that the caller handles ends no wait and loses no data.
+ *   signal that the caller handles ends no wait and loses no data. A FIFO whose reader leaves is a write that
+ *   fails: SIGPIPE is held off from the calling thread while it writes.
  * - Failures are logged as errors, once each. A null pointer is logged, "<function> param NULL", and refused
  *   before anything is opened.
  * - A process without a standard input is refused like one that has no descriptors left, as the file would
