@@ -238,6 +238,19 @@ TEST(StringToBinary, LogsNoMoreThanItsLengthOfAText) {
   EXPECT_EQ(1, log.count(LOG_LVL_DBUG, kReader, "Invalid string to convert (12zz)\n")) << log.dump();
 }
 
+TEST(StringToBinary, LogsATextThatEndsBeforeItsLengthUpToItsEnd) {
+  LogCapture log;
+  for (const std::string text : {"", "1", "12", "123", "1234567"}) {
+    log.clear();
+    const ExactBuffer exact(text);
+    const ExactBuffer bytes(10);
+    EXPECT_EQ(-1, kelo_hex_StringToBinary(exact.data(), 20, bytes_of(bytes), 10)) << text;
+    EXPECT_EQ(scanned_bytes(text.substr(0, text.size() / 2 * 2)), bytes.bytes().substr(0, text.size() / 2));
+    EXPECT_EQ(1, log.count(LOG_LVL_DBUG, kReader, "Invalid string to convert (" + text + ")\n"))
+        << log.dump();
+  }
+}
+
 TEST(StringToBinary, LogsALongTextUpToTheLengthOfALine) {
   const LogCapture log;
   const ExactBuffer text = unterminated(std::string(10000, 'z'));
