@@ -312,7 +312,7 @@ enum kelo_unicode_result {
   KELO_UNICODE_SOURCE_ILLEGAL = 3    /**< the source is ill-formed */
 };
 
-/** How a conversion takes what is not well-formed but still has a value. */
+/** How a conversion from UTF-16 takes an unpaired surrogate. */
 enum kelo_unicode_mode {
   KELO_UNICODE_STRICT = 0, /**< refuses it */
   KELO_UNICODE_LENIENT = 1 /**< converts it; every other value than 0 means the same */
@@ -369,11 +369,10 @@ KELO_API int kelo_util_ConvertUTF16toUTF8(const uint16_t** source_start, const u
  * @param target_start  points to the start of the target; any address will do. `*target_start` may be null
  *                      when `target_end` is.
  * @param target_end    end of the target, to which nothing is written; of half a unit before it neither.
- * @param flags         a ::kelo_unicode_mode. Both refuse a first byte of 80 to C1 or of F8 to FF, a
- *                      following byte outside 80 to BF, and a character in a longer form than it needs.
- *                      Strict also refuses surrogates (ED A0 80 to ED BF BF) and values above U+10FFFF (F4 90
- *                      80 80 to F7 BF BF BF). Lenient converts a surrogate to the unit that it is, and a
- *                      value above U+10FFFF to U+FFFD.
+ * @param flags         a ::kelo_unicode_mode, which makes no difference here. Both refuse a first byte of 80
+ *                      to C1 or of F8 to FF, a following byte outside 80 to BF, a character in a longer form
+ *                      than it needs, surrogates (ED A0 80 to ED BF BF) and values above U+10FFFF (F4 90 80
+ *                      80 to F7 BF BF BF).
  * @retval 0  ::KELO_UNICODE_COMPLETE.
  * @retval 1  ::KELO_UNICODE_SOURCE_EXHAUSTED: the source ends within a sequence.
  * @retval 2  ::KELO_UNICODE_TARGET_EXHAUSTED.

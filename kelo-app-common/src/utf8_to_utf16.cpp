@@ -83,7 +83,6 @@ struct Form {
 constexpr std::array<Form, 4> kForms = {{{0x7F, 0}, {0x1F, 0x80}, {0x0F, 0x800}, {0x07, 0x10000}}};
 
 constexpr std::uint32_t kLastCode = 0x10FFFF;
-constexpr std::uint32_t kReplacement = 0xFFFD;
 
 struct Character {
   kelo_unicode_result result;
@@ -93,7 +92,7 @@ struct Character {
 constexpr Character kIllegal = {KELO_UNICODE_SOURCE_ILLEGAL, 0, 0};
 
 // The character at the start of `source`, which is not empty.
-Character decode(const Source& source, bool lenient) {
+Character decode(const Source& source) {
   const std::uint8_t lead = source.at[0];
   const std::size_t trails = kTrailCounts[static_cast<std::size_t>(std::countl_one(lead))];
   if (trails >= source.bytes) return {KELO_UNICODE_SOURCE_EXHAUSTED, 0, 0};
@@ -104,9 +103,8 @@ Character decode(const Source& source, bool lenient) {
     if (!is_trail(source.at[i])) return kIllegal;
     code = code << 6 | (source.at[i] & 0x3F);
   }
-  if (code < kForms[trails].least) return kIllegal;
-  if (!lenient && (is_surrogate(code) || code > kLastCode)) return kIllegal;
-  return {KELO_UNICODE_COMPLETE, code <= kLastCode ? code : kReplacement, trails + 1};
+  if (code < kForms[trails].least || is_surrogate(code) || code > kLastCode) return kIllegal;
+  return {KELO_UNICODE_COMPLETE, code, trails + 1};
 }
 
 void append(std::uint32_t unit, Target& target) {
@@ -123,8 +121,9 @@ bool encode(std::uint32_t code, Target& target) {
   return true;
 }
 
-kelo_unicode_result convert_character(Source& source, Target& target, bool lenient) {
-  const Character character = decode(source, lenient);
+// Alike in both modes: the lenient one lets unpaired units of UTF-16 through, which this source has none of.
+kelo_unicode_result convert_character(Source& source, Target& target, bool /*lenient*/) {
+  const Character character = decode(source);
   if (character.result != KELO_UNICODE_COMPLETE) return character.result;
   if (!encode(character.code, target)) return KELO_UNICODE_TARGET_EXHAUSTED;
   source.skip(character.bytes);
