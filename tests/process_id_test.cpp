@@ -54,8 +54,19 @@ TEST_F(ProcessId, IsThatOfTheFirstLineWithTheName) {
   EXPECT_EQ(oem_get_pid_by_name("init"), 1);
   EXPECT_EQ(oem_get_pid_by_name("modemd_watch"), 812);
   EXPECT_EQ(oem_get_pid_by_name("modemd"), 812);
-  EXPECT_EQ(oem_get_pid_by_name("modemd$"), 815);
-  EXPECT_EQ(oem_get_pid_by_name("'00 modemd$'"), 815);
+  EXPECT_EQ(oem_get_pid_by_name("'00 modemd_'"), 812);
+}
+
+TEST_F(ProcessId, IsNoneForANameThatTheShellWouldActOn) {
+  list_processes("7 modemd\n");
+  for (const char character : std::string(";&|<>$\\`()\n")) {
+    for (const std::string& name : {std::string(1, character), "modemd" + std::string(1, character),
+                                    "modemd" + std::string(1, character) + "x"}) {
+      const CallTrace trace;
+      EXPECT_EQ(oem_get_pid_by_name(name.c_str()), -1) << name;
+      EXPECT_TRUE(trace.calls().empty()) << trace.dump();
+    }
+  }
 }
 
 TEST_F(ProcessId, IsNoneWhereNoLineHasTheName) {
@@ -145,7 +156,7 @@ TEST_F(ProcessId, TakesALongName) {
 
 TEST_F(ProcessId, RunsNothingForALongerName) {
   for (const std::size_t length : {kLongestName + 1, kLongestName + 2, std::size_t{100000}}) {
-    const std::string name(length, 'x');
+    const std::string name(length, length % 2 == 0 ? 'x' : ';');
     list_processes("7 " + name + "\n");
     const CallTrace trace;
     EXPECT_EQ(oem_get_pid_by_name(name.c_str()), -1);

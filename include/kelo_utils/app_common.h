@@ -699,7 +699,8 @@ KELO_API void kelo_util_utc_sec_2_mytime(uint64_t milliseconds, mytime* out, int
  *
  * The name is a basic regular expression that matches anywhere in a line of `ps -e`, so that a part of
  * another name counts, as do digits of an id or of a time. It is a piece of shell text: one with blanks or
- * quotes is split by the shell, and one from outside must not be passed. A process with "grep" in its line is
+ * quotes is split by the shell. One with a line end or one of ; & | < > $ \ ` ( ) is not found, and nothing is
+ * run for it. A process with "grep" in its line is
  * not found. `ps -e` must print the process id first in each line; names that it cuts cannot match behind the
  * cut. Of the first line only 255 bytes are looked at.
  *
@@ -769,8 +770,9 @@ KELO_API int kelo_util_set_file_int_value(const char* path, int32_t value);
  * try. What counts as an answer is the `ping` program's to say: usually one reply to two requests. Blocks for
  * as long as that takes, some 12 seconds for a host that is silent.
  *
- * @param host  address or name. It is a piece of shell text: one from outside is to be checked first, for
- *              example with is_valid_ip(). At most 223 bytes, with which the command and its terminator fill
+ * @param host  address or name. It is a piece of shell text: options may stand before it, and one from outside is
+ *              to be checked first, for example with is_valid_ip(). Each try with a line end or one of
+ *              ; & | < > $ \ ` ( ) in it fails without running anything. At most 223 bytes, with which the command and its terminator fill
  *              256; each try with a longer one fails without running anything, as
  *              kelo_system_call_ex() refuses a command of another length.
  * @retval 0   the host answered.

@@ -6,6 +6,7 @@
 #include "base/line_reader.hpp"
 #include "base/pipe_stream.hpp"
 #include "base/text_builder.hpp"
+#include "kelo-app-common/src/shell_text.hpp"
 #include "kelo_utils/app_common.h"
 #include "log/library_log.hpp"
 
@@ -32,6 +33,7 @@ std::int32_t oem_get_pid_by_name(const char* name) {
   const kelo::base::FixedText<kCommandSize> command("ps -e | grep %s | grep -v grep", name);
   // Half a command is never run.
   if (!command.cut()) {
+    if (kelo::common::shell_acts_on(name)) return -1;
     const auto processes = kelo::base::PipeStream::reading(command.c_str());
     if (processes) return read_process_id(processes);
   }

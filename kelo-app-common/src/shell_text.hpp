@@ -1,0 +1,14 @@
+// Text that becomes a part of a shell command.
+#ifndef KELO_APP_COMMON_SHELL_TEXT_HPP
+#define KELO_APP_COMMON_SHELL_TEXT_HPP
+
+#include <cstring>
+
+namespace kelo::common {
+
+// Whether the shell would run, redirect or replace something on account of the text.
+inline bool shell_acts_on(const char* text) { return std::strpbrk(text, ";&|<>$\\`()\n") != nullptr; }
+
+}  // namespace kelo::common
+
+#endif  // KELO_APP_COMMON_SHELL_TEXT_HPP
