@@ -64,13 +64,14 @@ int kelo_system_call_ex(const char* command, std::uint32_t length) {
     return -1;
   }
   KELO_LOG(LOG_LVL_DBUG, "system call: %s\n", command);
+  int result = -1;
   auto pipe = kelo::base::PipeStream::writing(command);
-  if (!pipe) {
+  if (pipe) {
+    const int status = pipe.close();
+    result = WIFEXITED(status) ? WEXITSTATUS(status) : status;
+  } else {
     KELO_LOG(LOG_LVL_ERR, "system command failed\n");
-    return -1;
   }
-  const int status = pipe.close();
-  const int result = WIFEXITED(status) ? WEXITSTATUS(status) : status;
   if (result != 0) KELO_LOG(LOG_LVL_ERR, "system command failed, rc=%d errno: %d\n", result, errno);
   return result;
 }

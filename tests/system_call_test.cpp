@@ -236,7 +236,9 @@ TEST_F(SystemCall, ReportsAPipeThatCannotBeMade) {
   const Fault fault({.function = "popen", .code = EMFILE});
   EXPECT_EQ(call_ex("true"), -1);
   expect_lines(log, kCallEx,
-               {{LOG_LVL_DBUG, "system call: true\n"}, {LOG_LVL_ERR, "system command failed\n"}});
+               {{LOG_LVL_DBUG, "system call: true\n"},
+                {LOG_LVL_ERR, "system command failed\n"},
+                {LOG_LVL_ERR, "system command failed, rc=-1 errno: " + std::to_string(EMFILE) + "\n"}});
 }
 
 TEST_F(SystemCall, ReportsACommandThatCannotBeWaitedFor) {
