@@ -3,10 +3,10 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <ctime>
 #include <span>
 #include <string_view>
 
+#include "base/deadline.hpp"
 #include "base/heap.hpp"
 #include "base/line_reader.hpp"
 #include "base/pipe_stream.hpp"
@@ -101,8 +101,8 @@ std::span<char> room_of(char* buffer, std::int32_t size) {
 
 // Callers rely on the command having produced its output by then: no signal shortens the pause.
 void pause_for_output() {
-  timespec left = {1, 0};
-  kelo::base::retry_interrupted([&] { return nanosleep(&left, &left); });
+  constexpr std::int64_t kMilliseconds = 1000;
+  static_cast<void>(kelo::base::Deadline(kMilliseconds).pause(kMilliseconds * 1000));
 }
 
 }  // namespace

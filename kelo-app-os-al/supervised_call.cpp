@@ -8,8 +8,11 @@
 
 namespace {
 
+using kelo::os::SupervisedCommand;
+
 constexpr std::size_t kCommandSize = 512;  // bytes, terminator included
 constexpr std::size_t kMostWords = 31;
+constexpr std::size_t kShellWords = 3;  // those that have the shell start the program
 
 struct Program {
   std::string_view word;
@@ -56,21 +59,24 @@ class CommandWords {
     }
   }
 
-  [[nodiscard]] const char* first() const { return words_.front(); }
-  [[nodiscard]] char* const* all() const { return words_.data(); }
-  [[nodiscard]] bool too_many() const { return too_many_; }
-
-  // execvp() takes the words as writable text and leaves them alone.
-  void set_program(const char* path) { words_.front() = const_cast<char*>(path); }
+  [[nodiscard]] const char* first() const { return words_[kShellWords]; }
+  // The words are taken as writable text and left alone.
+  SupervisedCommand command_of(const char* text, const char* program) {
+    words_[0] = const_cast<char*>("sh");
+    words_[1] = const_cast<char*>("-c");
+    words_[2] = const_cast<char*>("exec \"$0\" \"$@\"");
+    words_[kShellWords] = const_cast<char*>(program);
+    return {text, words_.data(), words_.data() + kShellWords, too_many_};
+  }
 
  private:
   void add(char* word) {
     too_many_ = count_ == kMostWords;
-    if (!too_many_) words_[count_++] = word;
+    if (!too_many_) words_[kShellWords + count_++] = word;
   }
 
   std::array<char, kCommandSize> text_;
-  std::array<char*, kMostWords + 1> words_{};  // null behind the last
+  std::array<char*, kShellWords + kMostWords + 1> words_{};  // null behind the last
   std::size_t count_ = 0;
   bool too_many_ = false;
 };
@@ -91,7 +97,6 @@ int kelo_ds_system_call3(const char* command, std::int32_t /*reserved*/, char* o
   CommandWords words(command);
   const char* const program = words.first() == nullptr ? nullptr : resolve_program(words.first());
   if (program == nullptr) return -1;
-  words.set_program(program);
-  const kelo::os::SupervisedCommand supervised = {command, words.all(), words.too_many()};
+  const SupervisedCommand supervised = words.command_of(command, program);
   return kelo::os::run_supervised(supervised, {output, output_size}, verbose != 0) ? 0 : -1;
 }

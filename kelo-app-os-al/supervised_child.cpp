@@ -1,19 +1,16 @@
 #include "kelo-app-os-al/supervised_child.hpp"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
-#include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <memory>
 #include <utility>
 
+#include "base/child.hpp"
 #include "base/file.hpp"
 #include "log/library_log.hpp"
 
@@ -23,63 +20,40 @@
 namespace kelo::os {
 namespace {
 
+using base::ChildFiles;
 using base::Descriptor;
+using base::Pipe;
 using base::read_some;
-using base::retry_interrupted;
 
 constexpr int kSilenceMilliseconds = 2000;
-constexpr int kGaveUpBeforeExec = 255;
 
-// The error of a failed exec, on a page that the child shares with its parent. The child of a fork in a
-// many-threaded daemon must not log, as another thread may have held any lock of the process: it leaves the
-// number here and the parent logs. Unlike a pipe this costs no descriptor, and the program cannot forge it.
-struct Unmapper {
-  void operator()(int* page) const { munmap(page, sizeof *page); }
-};
-using ExecError = std::unique_ptr<int, Unmapper>;
+// Calls that the C library need not know. They have these numbers on every machine.
+constexpr long kSignalHandle = 424;  // pidfd_send_signal
+constexpr long kOpenHandle = 434;    // pidfd_open
 
-ExecError share_exec_error() {
-  void* const page = mmap(nullptr, sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  return ExecError(page == MAP_FAILED ? nullptr : static_cast<int*>(page));
+bool open_logged(Pipe& pipe) {
+  const bool opened = pipe.open();
+  STAGE_LOG(LOG_LVL_DBUG, "ret=%d\n", opened ? 0 : -1);
+  return opened;
 }
 
-// In a process without standard streams a pipe may be given their numbers, which the child puts its output
-// on.
-Descriptor clear_of_standard_streams(int fd) {
-  Descriptor given(fd);
-  if (fd > STDERR_FILENO) return given;
-  return Descriptor(fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-}
-
-struct Pipe {
-  Descriptor read_end;
-  Descriptor write_end;
-
-  bool open() {
-    std::array<int, 2> ends{};
-    int result = pipe2(ends.data(), O_CLOEXEC);
-    if (result == 0) {
-      read_end = clear_of_standard_streams(ends[0]);
-      write_end = clear_of_standard_streams(ends[1]);
-      if (!read_end || !write_end) result = -1;
-    }
-    STAGE_LOG(LOG_LVL_DBUG, "ret=%d\n", result);
-    return result == 0;
-  }
+// A child, and why it never became the program.
+struct Start {
+  pid_t child;
+  int error;  // of the failed exec; 0 where there was none
 };
 
-// The child, from the fork on: calls that are safe in a signal handler, and execvp, which neither allocates
-// nor locks. All descriptors of this side but the watch pipe's write end close as the program starts.
-[[noreturn]] void become_program(const SupervisedCommand& command, int watch, int output, int* exec_error) {
-  const auto put_output_on = [output](int stream) {
-    return retry_interrupted([=] { return dup2(output, stream); }) != -1;
-  };
-  if (!command.too_many_words && fcntl(watch, F_SETFD, 0) != -1 && put_output_on(STDOUT_FILENO) &&
-      put_output_on(STDERR_FILENO)) {
-    execvp(command.arguments[0], command.arguments);
-    std::atomic_ref(*exec_error).store(errno, std::memory_order_relaxed);
+// A program that cannot be started shows as a child that ends with code 255. Without a process there is no child.
+Start start(const SupervisedCommand& command, ChildFiles files) {
+  int error = 0;
+  if (!command.too_many_words) {
+    pid_t child = base::start_program(command.arguments[0], command.arguments, files);
+    if (child == -1 && errno == ENOEXEC)
+      child = base::start_program("/bin/sh", command.shell_arguments, files);
+    error = errno;
+    if (child != -1 || error == EAGAIN || error == ENOMEM) return {child, 0};
   }
-  _exit(kGaveUpBeforeExec);
+  return {base::start_shell("exit 255", files), error};
 }
 
 bool discard(int fd) {
@@ -101,7 +75,10 @@ bool capture(int fd, CaptureBuffer& output) {
 class Supervisor {
  public:
   Supervisor(pid_t child, Descriptor watch, Descriptor output)
-      : child_(child), watch_(std::move(watch)), output_(std::move(output)) {}
+      : child_(child),
+        handle_(static_cast<int>(syscall(kOpenHandle, child, 0))),
+        watch_(std::move(watch)),
+        output_(std::move(output)) {}
 
   // Captures until both pipes have ended. False when the child was given up: killed for its silence, or left
   // running because it could not be waited for. Nobody reaps it here then: that is the calling process's.
@@ -126,8 +103,8 @@ class Supervisor {
 
   // Waits for the child's end. True when it exited with code 0.
   [[nodiscard]] bool reap() const {
-    int status = 0;
-    const bool waited = retry_interrupted([&] { return waitpid(child_, &status, 0); }) == child_;
+    const int status = base::wait_for_end(child_);
+    const bool waited = status != -1;
     if (waited && WIFEXITED(status)) {
       STAGE_LOG(LOG_LVL_INFO, "[cpid:%d] Process exited normally with rc=%d\n", child_, WEXITSTATUS(status));
       return WEXITSTATUS(status) == 0;
@@ -144,8 +121,17 @@ class Supervisor {
     return true;
   }
 
+  // Whoever reaps every child of the process may have reaped this one, and its number may be another's: a handle
+  // stays that of the child. Without one, a child that is not there to be waited for is not killed.
+  [[nodiscard]] bool kill_child() const {
+    if (handle_) return syscall(kSignalHandle, handle_.get(), SIGKILL, nullptr, 0) == 0;
+    siginfo_t state;
+    return waitid(P_PID, static_cast<id_t>(child_), &state, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+           kill(child_, SIGKILL) == 0;
+  }
+
   void kill_silent() const {
-    if (kill(child_, SIGKILL) == -1) {
+    if (!kill_child()) {
       STAGE_LOG(LOG_LVL_INFO, "[cpid:%d] ds_exec tried kill(); failed with error %d - %s\n", child_, errno,
                 std::strerror(errno));
     } else {
@@ -154,39 +140,42 @@ class Supervisor {
   }
 
   const pid_t child_;
+  const Descriptor handle_;  // of the process; empty where the kernel has none to give
   Descriptor watch_;
   Descriptor output_;
 };
 
 // Says what a child that never became the program would have said, before its exit code is logged.
-void log_start_failure(const SupervisedCommand& command, int* exec_error) {
+void log_start_failure(const SupervisedCommand& command, int error) {
   if (command.too_many_words) STAGE_LOG(LOG_LVL_INFO, "(): command is too long\n");
-  if (const int error = std::atomic_ref(*exec_error).load(std::memory_order_relaxed))
-    STAGE_LOG(LOG_LVL_INFO, "exec() failed: %d:%s\nDying\n", error, std::strerror(error));
+  if (error != 0) STAGE_LOG(LOG_LVL_INFO, "exec() failed: %d:%s\nDying\n", error, std::strerror(error));
 }
 
 }  // namespace
 
 bool run_supervised(const SupervisedCommand& command, CaptureBuffer output, bool verbose) {
-  const ExecError exec_error = share_exec_error();
-  if (!exec_error) return false;
   if (verbose) STAGE_LOG(LOG_LVL_INFO, "(): Executing command \"%s\"\n", command.text);
 
   // Nothing is ever written to the watch pipe: its end says that the child and all that inherited it are
   // gone.
   Pipe watch;
   Pipe printed;
-  if (!watch.open() || !printed.open()) return false;
-  const pid_t child = fork();
+  if (!open_logged(watch) || !open_logged(printed)) return false;
+  const base::ChildSignalBlock block;
+  const int print = printed.write_end.get();
+  const Start started = start(command, {{print, STDOUT_FILENO},
+                                        {print, STDERR_FILENO},
+                                        // Nothing else of the child has that number.
+                                        {watch.write_end.get(), watch.read_end.get()}});
+  const pid_t child = started.child;
   if (child == -1) return false;
-  if (child == 0) become_program(command, watch.write_end.get(), printed.write_end.get(), exec_error.get());
   STAGE_LOG(LOG_LVL_INFO, "[cpid:%d] Spawned child PID(%d) command:\"%s\"\n", child, child, command.text);
   watch.write_end.reset();
   printed.write_end.reset();
 
   Supervisor supervisor(child, std::move(watch.read_end), std::move(printed.read_end));
   if (!supervisor.follow(output)) return false;
-  log_start_failure(command, exec_error.get());
+  log_start_failure(command, started.error);
   return supervisor.reap();
 }
 

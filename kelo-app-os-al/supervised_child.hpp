@@ -8,9 +8,10 @@
 namespace kelo::os {
 
 struct SupervisedCommand {
-  const char* text;        // the command line, for the log
-  char* const* arguments;  // the program's path first, null behind the last
-  bool too_many_words;     // the child gives up instead of starting the program
+  const char* text;              // the command line, for the log
+  char* const* shell_arguments;  // what has the shell start the program, which is a script of its own
+  char* const* arguments;        // the program's path first, null behind the last
+  bool too_many_words;           // the child gives up instead of starting the program
 };
 
 // The caller's output buffer. It is written only as bytes arrive, and terminated behind each arrival; what

@@ -1,15 +1,38 @@
 // Shell commands whose exit status is wanted.
+#include "kelo-app-os-al/system_call.hpp"
+
 #include <sys/wait.h>
 
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
+#include "base/child.hpp"
 #include "base/pipe_stream.hpp"
 #include "kelo_utils/app_os_al.h"
 #include "log/library_log.hpp"
+
+namespace kelo::os {
+
+int run_logged(const char* command, int inherited) {
+  static constexpr char kFunction[] = "kelo_system_call";
+  KELO_LOG_AS(kFunction, LOG_LVL_DBUG, "System call: %s\n", command);
+  const int status = base::run_shell(command, inherited);
+  if (status == -1) {
+    KELO_LOG_AS(kFunction, LOG_LVL_ERR, "system error!\n");
+  } else if (!WIFEXITED(status)) {
+    KELO_LOG_AS(kFunction, LOG_LVL_ERR, "result=%d, exit status = [%d]\n", status, WEXITSTATUS(status));
+  } else if (WEXITSTATUS(status) != 0) {
+    KELO_LOG_AS(kFunction, LOG_LVL_ERR, "run shell script fail=%d, script exit code: %d\n", status,
+                WEXITSTATUS(status));
+  } else {
+    KELO_LOG_AS(kFunction, LOG_LVL_DBUG, "run shell script successfully result=%d.\n", status);
+  }
+  return status;
+}
+
+}  // namespace kelo::os
 
 int kelo_system_call(const char* command, std::uint32_t length) {
   if (command == nullptr) {
@@ -21,18 +44,7 @@ int kelo_system_call(const char* command, std::uint32_t length) {
              static_cast<int>(measured));
     return -1;
   }
-  KELO_LOG(LOG_LVL_DBUG, "System call: %s\n", command);
-  const int status = std::system(command);
-  if (status == -1) {
-    KELO_LOG(LOG_LVL_ERR, "system error!\n");
-  } else if (!WIFEXITED(status)) {
-    KELO_LOG(LOG_LVL_ERR, "result=%d, exit status = [%d]\n", status, WEXITSTATUS(status));
-  } else if (WEXITSTATUS(status) != 0) {
-    KELO_LOG(LOG_LVL_ERR, "run shell script fail=%d, script exit code: %d\n", status, WEXITSTATUS(status));
-  } else {
-    KELO_LOG(LOG_LVL_DBUG, "run shell script successfully result=%d.\n", status);
-  }
-  return status;
+  return kelo::os::run_logged(command);
 }
 
 int kelo_system_call_var_arg(char* buffer, std::int32_t size, const char* format, ...) {

@@ -24,7 +24,7 @@
 #include "tests/support/failing_heap.hpp"
 #include "tests/support/leaves_nothing.hpp"
 #include "tests/support/log_capture.hpp"
-#include "tests/support/process_faults.hpp"
+#include "tests/support/read_faults.hpp"
 #include "tests/support/sqlite_faults.hpp"
 
 namespace {

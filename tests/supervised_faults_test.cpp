@@ -5,15 +5,18 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <thread>
 
 #include <gtest/gtest.h>
 
 #include "kelo_utils/app_os_al.h"
 #include "kelo_utils/log.h"
 #include "tests/support/log_capture.hpp"
+#include "tests/support/own_tools.hpp"
 #include "tests/support/process_faults.hpp"
 #include "tests/support/supervised_run.hpp"
 
@@ -33,16 +36,16 @@ class SupervisedFaults : public kelo::tests::SupervisedRun {
                                 0);
   }
 
+  // Expects that the last line says so.
+  void expect_not_killed(int error) {
+    const std::string failed = "[cpid:" + child() + "] ds_exec tried kill(); failed with error " +
+                               std::to_string(error) + " - " + std::strerror(error) + "\n";
+    EXPECT_EQ(log.count(LOG_LVL_INFO, kStage, failed), 1) << log.dump();
+    EXPECT_EQ(log.lines().back().text, failed);
+  }
+
   std::array<char, 64> output{};
 };
-
-TEST_F(SupervisedFaults, EndsWithoutALineWhenMemoryRunsOut) {
-  const FailingCall fault("mmap", ENOMEM);
-  EXPECT_EQ(run("echo x"), -1);
-  EXPECT_EQ(fault.seen(), 1);
-  EXPECT_STREQ(output.data(), "preset");
-  EXPECT_TRUE(log.lines().empty()) << log.dump();
-}
 
 TEST_F(SupervisedFaults, LogsTheResultOfTheFirstPipe) {
   const FailingCall fault("pipe2", EMFILE);
@@ -64,29 +67,14 @@ TEST_F(SupervisedFaults, LogsTheResultOfTheSecondPipe) {
 }
 
 TEST_F(SupervisedFaults, EndsWithoutAFurtherLineWhenThereIsNoProcess) {
-  const FailingCall fault("fork", EAGAIN);
-  EXPECT_EQ(run("echo x"), -1);
-  EXPECT_EQ(fault.seen(), 1);
-  EXPECT_STREQ(output.data(), "preset");
-  EXPECT_EQ(log.lines().size(), 2U) << log.dump();
-  EXPECT_EQ(log.count(LOG_LVL_DBUG, "ret=0\n"), 2);
-}
-
-TEST_F(SupervisedFaults, StartsNoProgramWithoutItsOutput) {
-  for (const int at : {1, 2}) {
-    const FailingCall fault("dup2", EBUSY, at);
+  for (const int error : {EAGAIN, ENOMEM}) {
+    log.clear();
+    const FailingCall fault("posix_spawnp", error);
     EXPECT_EQ(run("echo x"), -1);
+    EXPECT_EQ(fault.seen(), 1);
     EXPECT_STREQ(output.data(), "preset");
-    EXPECT_EQ(log.count(LOG_LVL_INFO, kStage, "[cpid:" + child() + "] Process exited normally with rc=255\n"),
-              1);
-  }
-}
-
-TEST_F(SupervisedFaults, PutsTheOutputInPlaceThroughSignals) {
-  for (const int at : {1, 2}) {
-    const FailingCall fault("dup2", EINTR, at, 2);
-    EXPECT_EQ(run("echo x"), 0);
-    EXPECT_STREQ(output.data(), "x\n");
+    EXPECT_EQ(log.lines().size(), 2U) << log.dump();
+    EXPECT_EQ(log.count(LOG_LVL_DBUG, "ret=0\n"), 2);
   }
 }
 
@@ -118,19 +106,42 @@ TEST_F(SupervisedFaults, GivesUpWhenItCannotWaitAndLeavesTheChildRunning) {
 }
 
 TEST_F(SupervisedFaults, GivesUpASilentChildThatItMayNotKill) {
-  const FailingCall fault("kill", EPERM);
+  const FailingCall fault("pidfd_send_signal", EPERM);
   const auto start = Clock::now();
   EXPECT_EQ(run("sleep 4"), -1);
   EXPECT_GE(seconds_since(start), 2.0);
   EXPECT_LT(seconds_since(start), 3.5);
-  EXPECT_EQ(fault.seen(), 1);
-  const std::string failed = "[cpid:" + child() + "] ds_exec tried kill(); failed with error " +
-                             std::to_string(EPERM) + " - " + std::strerror(EPERM) + "\n";
-  EXPECT_EQ(log.count(LOG_LVL_INFO, kStage, failed), 1) << log.dump();
-  EXPECT_EQ(log.lines().back().text, failed);
+  expect_not_killed(EPERM);
   int status = 0;
   EXPECT_EQ(waitpid(std::stoi(child()), &status, 0), std::stoi(child()));
   EXPECT_TRUE(WIFEXITED(status)) << "it was killed";
+}
+
+TEST_F(SupervisedFaults, KillsASilentChildOfAKernelWithoutHandles) {
+  const FailingCall fault("pidfd_open", ENOSYS);
+  EXPECT_EQ(run("sleep 4"), -1);
+  EXPECT_EQ(fault.seen(), 1);
+  EXPECT_EQ(log.lines().back().text,
+            "[cpid:" + child() + "] ds_exec kill()ed pid " + child() + " with SIGKILL\n");
+  int status = 0;
+  EXPECT_EQ(waitpid(std::stoi(child()), &status, 0), std::stoi(child()));
+  EXPECT_TRUE(WIFSIGNALED(status));
+}
+
+// The number of a child that was reaped may be that of any process by now.
+TEST_F(SupervisedFaults, SendsNothingToTheNumberOfAChildThatSomeoneReaped) {
+  const std::string script = kelo::tests::make_script("left", "sleep 3 > /dev/null 2>&1 &\necho gone");
+  for (const bool handles : {true, false}) {
+    kelo::tests::handles_are_missing = !handles;
+    std::jthread reaper([] {
+      while (waitpid(-1, nullptr, 0) == -1) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    });
+    const FailingCall fault("kill", EPERM);
+    EXPECT_EQ(run(script), -1);
+    EXPECT_EQ(fault.seen(), 0) << log.dump();
+    expect_not_killed(handles ? ESRCH : ECHILD);
+  }
+  kelo::tests::handles_are_missing = false;
 }
 
 TEST_F(SupervisedFaults, LogsAChildThatCannotBeWaitedFor) {

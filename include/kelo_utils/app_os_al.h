@@ -288,21 +288,28 @@ KELO_API int split_string_to_array(char* text, const char* delimiters, char** ar
  * Command lines for the shell, "/bin/sh -c", as they stand: quoting of file names and arguments is the
  * caller's business, and text from outside belongs into kelo_ds_system_call3() instead. The command inherits
  * the caller's environment, its streams but for the one that is captured or closed, and every descriptor that
- * is not close-on-exec; the library adds none.
+ * is not close-on-exec; the library adds none. It starts with no signal blocked and with the default action of
+ * SIGPIPE and SIGCHLD, whatever the caller has set; it ignores what other signals the caller ignores.
  *
  * All functions block until the shell has ended, however long that takes, may be called by several threads at
  * once, and leave neither a descriptor nor a zombie behind. A signal that the caller handles shortens no wait
  * and loses no output. Failures are logged as errors, the steps of a command and what it printed as debug
  * messages. A process that ignores SIGCHLD sees no exit status: kelo_system_call() and kelo_system_call_ex()
  * return -1 in it, although the command has run.
+ *
+ * The calling thread blocks SIGCHLD during the call, so that a handler which waits for every child of the process
+ * does not take the command's status. In a program with several threads such a handler may run in another one,
+ * and the result is -1 then as above: block SIGCHLD in the other threads, or let the handler wait for the
+ * children that the program itself has started.
  * @{
  */
 
 /**
  * Runs a shell command and reports its raw wait status.
  *
- * While the command runs the calling process ignores SIGINT and SIGQUIT and the calling thread blocks
- * SIGCHLD, as with the C library's system().
+ * While the command runs the calling process ignores SIGINT and SIGQUIT, as with the C library's system(); of
+ * calls in several threads at once the one that began first ends that. A program that has system() itself run in
+ * another thread at the same time may be left with the two signals ignored.
  *
  * @param command  the command. Null is logged, "kelo_system_call param NULL", and refused.
  * @param length   its length in bytes, terminator not counted, as the caller counted it: a guard against text
@@ -332,13 +339,14 @@ KELO_API int kelo_system_call_var_arg(char* buffer, int32_t size, const char* fo
 /**
  * Runs a shell command that has nothing to read and reports its exit code.
  *
- * The command's standard input is a pipe that ends at once. Unlike kelo_system_call() it leaves the caller's
- * signals alone.
+ * The command's standard input is a pipe that ends at once. Unlike kelo_system_call() it leaves SIGINT and
+ * SIGQUIT alone.
  *
  * @param command  the command. Null is logged, "kelo_system_call_ex param NULL", and refused.
  * @param length   its length in bytes, as for kelo_system_call().
  * @retval 0    the command exited with code 0.
- * @retval -1   nothing was run, or the end of the command could not be waited for.
+ * @retval -1   nothing was run, or the end of the command could not be waited for. Where no process was to be had
+ *              the result is logged after that failure, "system command failed, rc=-1 errno: ...".
  * @return otherwise the exit code itself, 1 to 255; or, when a signal ended the shell, the raw status: the
  *         number of the signal, plus 128 with a core dump.
  */
@@ -418,15 +426,19 @@ KELO_API int kelo_check_process_exist(const char* name);
  * first word, one in other letter case included, is refused without a log line. No shell interprets the text:
  * quotes, wildcards and redirections reach the program as they stand, and only spaces separate words.
  *
- * The program inherits the caller's standard input and environment. Its standard output and standard error
+ * The program inherits the caller's standard input and environment, and starts with the signals that a shell
+ * command starts with. Its standard output and standard error
  * are captured together, in the order in which it wrote them. What it leaves running in the background counts
  * as part of it, unless that closes all descriptors it inherited.
  *
  * Blocks until the command has ended, or has been silent for 2 seconds: neither a byte nor the end of its
  * output. A command that keeps printing may run for ever; one that is silent longer gets SIGKILL. A killed
- * command is not waited for: the calling process reaps it, with waitpid() or by ignoring SIGCHLD. A signal
- * that interrupts the wait starts the 2 seconds anew. A process that ignores SIGCHLD never sees an exit code,
- * so that every command counts as failed.
+ * command is not waited for: the calling process reaps it, with waitpid() or by ignoring SIGCHLD. One that has been
+ * reaped by then, because it left a silent background, is not killed: no other process gets the signal, although it
+ * may have the number by then. On a kernel before 5.3 that holds as long as no other thread reaps at that very moment
+ * and starts a child that is given the number. A signal that interrupts the wait starts the 2 seconds anew. A process
+ * that ignores SIGCHLD never sees an exit code, so that every command counts as failed; of a handler that waits for
+ * every child the same holds as for shell commands.
  *
  * May be called by several threads at once. Every line logged about a running command carries the function
  * name "kelo_ds_exec_internal" and the calling thread, those about a program that could not be started

@@ -185,7 +185,7 @@ KELO_API int dm_write_state_db(const char* table, uint32_t id, const char* key, 
 
 /**
  * Runs a shell command and reads up to `out_size` bytes of its standard output. Blocks until the command
- * ends. Takes no lock.
+ * ends. Takes no lock. What app_os_al.h says of signals and shell commands holds for this one.
  *
  * @param command   handed to the shell as it stands.
  * @param out       receives the output, not terminated; null: nothing is read.

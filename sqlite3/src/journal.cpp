@@ -2,10 +2,10 @@
 #include "sqlite3/src/journal.hpp"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <utility>
 
+#include "base/child.hpp"
 #include "log/library_log.hpp"
 #include "sqlite3/src/handles.hpp"
 #include "sqlite3/src/row.hpp"
@@ -31,7 +31,7 @@ bool add_columns(const char* caller, sqlite3* db) {
 void recreate_journal() {
   KELO_LOG_AS(kWriter, LOG_LVL_ERR, "ret_pos is NULL, other error occured\n");
   const CommandText remove("rm -f %s", DB_STATE);
-  [[maybe_unused]] const int removed = std::system(remove.c_str());  // the open below shows how it went
+  [[maybe_unused]] const int removed = base::run_shell(remove.c_str());  // the open below shows how it went
   const Opening created = open_for_writing(DB_STATE);
   if (!created.ok()) KELO_LOG_AS(kWriter, LOG_LVL_ERR, "Can't create database: %s\n", created.text());
   KELO_LOG_AS(kWriter, LOG_LVL_DBUG, "Create database %s successfully\n", DB_STATE);

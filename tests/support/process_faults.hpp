@@ -2,30 +2,36 @@
 // in the place of started programs. Include it in exactly one source file of a test program, whose .cmake
 // file links CMAKE_DL_LIBS.
 //
-// The calls are: pipe2, fork, mmap, poll, read, kill, waitpid and dup2. A child keeps what its parent set up.
+// The calls are: pipe2, posix_spawnp, pidfd_open, pidfd_send_signal, poll, read, kill and waitpid.
 #ifndef KELO_TESTS_SUPPORT_PROCESS_FAULTS_HPP
 #define KELO_TESTS_SUPPORT_PROCESS_FAULTS_HPP
 
 #include <poll.h>
-#include <sys/mman.h>
+#include <spawn.h>
 #include <sys/types.h>
 #include <unistd.h>
 
-#include <cstdlib>
+#include <array>
+#include <cerrno>
+#include <cstdarg>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "tests/support/failing_call.hpp"
+#include "tests/support/read_faults.hpp"
 
 namespace kelo::tests {
 
-// While it is set, execvp() prints the path and the arguments, each in brackets, and ends the child with 0.
-inline bool programs_are_recorded = false;
+inline constexpr long kPidfdSendSignal = 424;
+inline constexpr long kPidfdOpen = 434;
 
-inline void print_in_brackets(const char* text) {
-  (void)!write(STDOUT_FILENO, "[", 1);
-  (void)!write(STDOUT_FILENO, text, std::strlen(text));
-  (void)!write(STDOUT_FILENO, "]", 1);
-}
+// While it is set, the kernel has no handles of processes.
+inline bool handles_are_missing = false;
+
+// While it is set, what is started instead of a program prints the path and the arguments, each in brackets, and
+// ends with 0. The shell is started nevertheless.
+inline bool programs_are_recorded = false;
 
 }  // namespace kelo::tests
 
@@ -39,26 +45,40 @@ int pipe2(int* ends, int flags) noexcept {
   return kelo::tests::FailingCall::meets("pipe2") ? -1 : real(ends, flags);
 }
 
-pid_t fork() noexcept {
-  static const auto real = kelo::tests::next_call("fork", fork);
-  return kelo::tests::FailingCall::meets("fork") ? -1 : real();
+int posix_spawnp(pid_t* child, const char* program, const posix_spawn_file_actions_t* actions,
+                 const posix_spawnattr_t* attributes, char* const* arguments, char* const* environment) {
+  static const auto real = kelo::tests::next_call("posix_spawnp", posix_spawnp);
+  if (kelo::tests::FailingCall::meets("posix_spawnp")) return errno;
+  if (!kelo::tests::programs_are_recorded || std::strcmp(program, "/bin/sh") == 0)
+    return real(child, program, actions, attributes, arguments, environment);
+  std::vector<std::string> words = {"sh", "-c", R"(printf '[%s]' "$@")", "sh", program};
+  for (; *arguments != nullptr; ++arguments) words.emplace_back(*arguments);
+  std::vector<char*> texts;
+  for (std::string& word : words) texts.push_back(word.data());
+  texts.push_back(nullptr);
+  return real(child, "/bin/sh", actions, attributes, texts.data(), environment);
 }
 
-// The library is built with wide file offsets, which have names of their own.
-void* mmap64(void* address, std::size_t size, int protection, int flags, int fd, off64_t offset) noexcept {
-  static const auto real = kelo::tests::next_call("mmap64", mmap64);
-  return kelo::tests::FailingCall::meets("mmap") ? MAP_FAILED
-                                                 : real(address, size, protection, flags, fd, offset);
+// Handles of processes are got and used by number.
+long syscall(long number, ...) noexcept {
+  static const auto real = kelo::tests::next_call("syscall", syscall);
+  if (number == kelo::tests::kPidfdOpen) {
+    if (kelo::tests::FailingCall::meets("pidfd_open")) return -1;
+    if (kelo::tests::handles_are_missing) number = -1;
+  }
+  if (number == kelo::tests::kPidfdSendSignal && kelo::tests::FailingCall::meets("pidfd_send_signal"))
+    return -1;
+  std::va_list list;
+  va_start(list, number);
+  std::array<long, 6> words{};
+  for (long& word : words) word = va_arg(list, long);
+  va_end(list);
+  return real(number, words[0], words[1], words[2], words[3], words[4], words[5]);
 }
 
 int poll(pollfd* ends, nfds_t count, int milliseconds) {
   static const auto real = kelo::tests::next_call("poll", poll);
   return kelo::tests::FailingCall::meets("poll") ? -1 : real(ends, count, milliseconds);
-}
-
-ssize_t read(int fd, void* bytes, std::size_t size) {
-  static const auto real = kelo::tests::next_call("read", read);
-  return kelo::tests::FailingCall::meets("read") ? -1 : real(fd, bytes, size);
 }
 
 int kill(pid_t process, int signal) noexcept {
@@ -69,19 +89,6 @@ int kill(pid_t process, int signal) noexcept {
 pid_t waitpid(pid_t process, int* status, int options) {
   static const auto real = kelo::tests::next_call("waitpid", waitpid);
   return kelo::tests::FailingCall::meets("waitpid") ? -1 : real(process, status, options);
-}
-
-int dup2(int from, int to) noexcept {
-  static const auto real = kelo::tests::next_call("dup2", dup2);
-  return kelo::tests::FailingCall::meets("dup2") ? -1 : real(from, to);
-}
-
-int execvp(const char* path, char* const* arguments) noexcept {
-  static const auto real = kelo::tests::next_call("execvp", execvp);
-  if (!kelo::tests::programs_are_recorded) return real(path, arguments);
-  kelo::tests::print_in_brackets(path);
-  for (; *arguments != nullptr; ++arguments) kelo::tests::print_in_brackets(*arguments);
-  _exit(EXIT_SUCCESS);
 }
 
 }  // extern "C"

@@ -1,7 +1,9 @@
 #include "tests/support/sqlite_faults.hpp"
 
 #include <dlfcn.h>
+#include <spawn.h>
 #include <sqlite3.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +15,7 @@
 #include <mutex>
 #include <optional>
 #include <sstream>
+#include <utility>
 
 namespace kelo::tests {
 namespace {
@@ -24,6 +27,7 @@ struct State {
   std::vector<TracedCall> trace;
   int busy_milliseconds = -1;  // in place of the library's own patience; -1: that one
   int waits_asked_for = 0;
+  std::array<pid_t, 64> piped{};  // commands at the other end of a pipe; no allocation, which may be failed
 };
 
 State& state() {
@@ -173,6 +177,25 @@ bool ShortBusyTimeout::was_asked_for() const {
 
 namespace {
 
+// Of the command that the thread starts next.
+thread_local bool gets_a_stream = false;
+
+void remember_piped(pid_t child) {
+  State& all = state();
+  const std::scoped_lock lock(all.mutex);
+  const auto free = std::find(all.piped.begin(), all.piped.end(), 0);
+  if (free != all.piped.end()) *free = child;
+}
+
+bool forget_piped(pid_t child) {
+  State& all = state();
+  const std::scoped_lock lock(all.mutex);
+  const auto found = std::find(all.piped.begin(), all.piped.end(), child);
+  if (child <= 0 || found == all.piped.end()) return false;
+  *found = 0;
+  return true;
+}
+
 int shorter_wait() {
   State& all = state();
   const std::scoped_lock lock(all.mutex);
@@ -287,28 +310,38 @@ int sqlite3_busy_handler(sqlite3* db, int (*handler)(void*, int), void* context)
   return milliseconds < 0 ? real(db, handler, context) : sqlite3_busy_timeout(db, milliseconds);
 }
 
-std::FILE* popen(const char* command, const char* mode) {
-  static const auto real = next(__func__, popen);
-  if (const std::optional<FaultPlan> fault = Interposer::meet(__func__, text_of(command))) {
-    errno = fault->code;
-    return nullptr;
-  }
-  return real(command, mode);
+// Whether the shell's command is to have a standard stream of the library's: that is what popen() gives it.
+int posix_spawn_file_actions_adddup2(posix_spawn_file_actions_t* actions, int descriptor,
+                                     int number) noexcept {
+  static const auto real = next(__func__, posix_spawn_file_actions_adddup2);
+  if (number <= STDERR_FILENO) kelo::tests::gets_a_stream = true;
+  return real(actions, descriptor, number);
 }
 
-int pclose(std::FILE* pipe) {
-  static const auto real = next(__func__, pclose);
-  const std::optional<FaultPlan> fault = Interposer::meet(__func__, {});
-  const int status = real(pipe);
-  if (!fault) return status;
+int posix_spawnp(pid_t* child, const char* program, const posix_spawn_file_actions_t* actions,
+                 const posix_spawnattr_t* attributes, char* const* arguments, char* const* environment) {
+  static const auto real = next(__func__, posix_spawnp);
+  const bool piped = std::exchange(kelo::tests::gets_a_stream, false);
+  if (text_of(arguments[0]) != "sh") return real(child, program, actions, attributes, arguments, environment);
+  const auto fault = Interposer::meet(piped ? "popen" : "system", text_of(arguments[2]));
+  if (fault && piped) return fault->code;
+  if (fault && fault->code == -1) return EAGAIN;
+  std::string failure = fault ? "exit " + std::to_string(fault->code >> 8) : std::string();
+  const std::array<char*, 4> words = {arguments[0], arguments[1], fault ? failure.data() : arguments[2],
+                                      nullptr};
+  const int error = real(child, program, actions, attributes, words.data(), environment);
+  if (error == 0 && piped) kelo::tests::remember_piped(*child);
+  return error;
+}
+
+pid_t waitpid(pid_t process, int* status, int options) {
+  static const auto real = next(__func__, waitpid);
+  const bool piped = kelo::tests::forget_piped(process);
+  const pid_t waited = real(process, status, options);
+  const auto fault = piped ? Interposer::meet("pclose", {}) : std::nullopt;
+  if (!fault) return waited;
   errno = fault->code;
   return -1;
-}
-
-int system(const char* command) {
-  static const auto real = next(__func__, system);
-  if (const std::optional<FaultPlan> fault = Interposer::meet(__func__, text_of(command))) return fault->code;
-  return real(command);
 }
 
 int fsync(int descriptor) {

@@ -1,12 +1,13 @@
-// Replaces popen(), pclose() and system() in a program that is linked so that the library calls these.
+// Replaces posix_spawnp() and waitpid() in a program that is linked so that the library calls these.
 #include "tools/crash/quick_commands.hpp"
 
 #include <fcntl.h>
+#include <spawn.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <cstdlib>
+#include <climits>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -57,33 +58,32 @@ std::optional<int> run_quickly(const char* command) {
 void kelo::crash::use_quick_commands(bool quick) { ::quick = quick; }
 
 extern "C" {
-std::FILE* real_popen(const char* command, const char* mode) __asm__("__real_popen");
-int real_system(const char* command) __asm__("__real_system");
-std::FILE* quick_popen(const char* command, const char* mode) __asm__("__wrap_popen");
-int quick_pclose(std::FILE* stream) __asm__("__wrap_pclose");
-int quick_system(const char* command) __asm__("__wrap_system");
-int real_pclose(std::FILE* stream) __asm__("__real_pclose");
+int real_spawn(pid_t* child, const char* program, const posix_spawn_file_actions_t* actions,
+               const posix_spawnattr_t* attributes, char* const* arguments,
+               char* const* environment) __asm__("__real_posix_spawnp");
+int quick_spawn(pid_t* child, const char* program, const posix_spawn_file_actions_t* actions,
+                const posix_spawnattr_t* attributes, char* const* arguments,
+                char* const* environment) __asm__("__wrap_posix_spawnp");
+pid_t real_wait(pid_t process, int* status, int options) __asm__("__real_waitpid");
+pid_t quick_wait(pid_t process, int* status, int options) __asm__("__wrap_waitpid");
 
-// There is one command at a time.
+// There is one command at a time, and no process has this number.
+static constexpr pid_t kQuickProcess = INT_MAX;
 static int quick_status = 0;
-static std::FILE* quick_stream = nullptr;
 
-std::FILE* quick_popen(const char* command, const char* mode) {
-  const std::optional<int> status = run_quickly(command);
-  if (!status) return real_popen(command, mode);
+int quick_spawn(pid_t* child, const char* program, const posix_spawn_file_actions_t* actions,
+                const posix_spawnattr_t* attributes, char* const* arguments, char* const* environment) {
+  const std::optional<int> status =
+      std::string(arguments[0]) == "sh" ? run_quickly(arguments[2]) : std::nullopt;
+  if (!status) return real_spawn(child, program, actions, attributes, arguments, environment);
   quick_status = *status << 8;
-  return quick_stream = std::fopen("/dev/null", "re");
+  *child = kQuickProcess;
+  return 0;
 }
 
-int quick_pclose(std::FILE* stream) {
-  if (stream == nullptr || stream != quick_stream) return real_pclose(stream);
-  quick_stream = nullptr;
-  std::fclose(stream);
-  return quick_status;
-}
-
-int quick_system(const char* command) {
-  const std::optional<int> status = run_quickly(command);
-  return status ? *status << 8 : real_system(command);
+pid_t quick_wait(pid_t process, int* status, int options) {
+  if (process != kQuickProcess) return real_wait(process, status, options);
+  *status = quick_status;
+  return process;
 }
 }

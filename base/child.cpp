@@ -1,0 +1,130 @@
+// Starts programs as children and waits for them.
+#include "base/child.hpp"
+
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+
+namespace kelo::base {
+namespace {
+
+constexpr int kFirstFree = STDERR_FILENO + 1;  // number of a descriptor that is no standard stream
+
+using SignalBits = std::uint32_t;  // a bit for each signal below 32
+constexpr SignalBits bit_of(int signal) { return SignalBits{1} << signal; }
+
+sigset_t set_of(SignalBits signals) {
+  sigset_t set;
+  sigemptyset(&set);
+  for (int signal = 1; signal < 32; ++signal) {
+    if ((signals & bit_of(signal)) != 0) sigaddset(&set, signal);
+  }
+  return set;
+}
+
+constexpr std::array kInterrupts = {SIGINT, SIGQUIT};
+
+// Ignores the signals of the keyboard while it lives. Of calls in several threads at once the first one ends it:
+// a shared count would need a lock, which the child of a fork() might find held.
+class InterruptsIgnored {
+ public:
+  InterruptsIgnored() {
+    struct sigaction ignore {};
+    ignore.sa_handler = SIG_IGN;
+    for (std::size_t i = 0; i < kInterrupts.size(); ++i) {
+      sigaction(kInterrupts[i], &ignore, &before_[i]);
+      if (before_[i].sa_handler != SIG_IGN) served_ |= bit_of(kInterrupts[i]);
+    }
+    served_by_program.fetch_or(served_, std::memory_order_relaxed);
+  }
+  ~InterruptsIgnored() {
+    served_by_program.fetch_and(~served_, std::memory_order_relaxed);
+    for (std::size_t i = 0; i < kInterrupts.size(); ++i) {
+      if ((served_ & bit_of(kInterrupts[i])) != 0) sigaction(kInterrupts[i], &before_[i], nullptr);
+    }
+  }
+  InterruptsIgnored(const InterruptsIgnored&) = delete;
+  InterruptsIgnored& operator=(const InterruptsIgnored&) = delete;
+
+  // Those that this class alone ignores, in any thread: a child is not to.
+  static SignalBits served() { return served_by_program.load(std::memory_order_relaxed); }
+
+ private:
+  static inline std::atomic<SignalBits> served_by_program{0};
+
+  SignalBits served_ = 0;
+  std::array<struct sigaction, kInterrupts.size()> before_;
+};
+
+Descriptor clear_of_standard_streams(int fd) {
+  Descriptor given(fd);
+  if (fd >= kFirstFree) return given;
+  return Descriptor(fcntl(fd, F_DUPFD_CLOEXEC, kFirstFree));
+}
+
+}  // namespace
+
+ChildSignalBlock::ChildSignalBlock() {
+  const sigset_t child = set_of(bit_of(SIGCHLD));
+  pthread_sigmask(SIG_BLOCK, &child, &before_);
+}
+
+ChildSignalBlock::~ChildSignalBlock() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+bool Pipe::open() {
+  std::array<int, 2> ends{};
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) return false;
+  read_end = clear_of_standard_streams(ends[0]);
+  write_end = clear_of_standard_streams(ends[1]);
+  return read_end && write_end;
+}
+
+pid_t start_program(const char* program, char* const* arguments, ChildFiles files) {
+  // The C libraries begin with an empty mask, and keep nothing there that would have to be freed.
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+  const sigset_t set = set_of(InterruptsIgnored::served() | bit_of(SIGPIPE) | bit_of(SIGCHLD));
+  posix_spawnattr_setsigdefault(&attributes, &set);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  int error = 0;
+  for (const auto& [descriptor, number] : files) {
+    if (descriptor >= 0 && error == 0) error = posix_spawn_file_actions_adddup2(&actions, descriptor, number);
+  }
+  pid_t child = -1;
+  if (error == 0) error = posix_spawnp(&child, program, &actions, &attributes, arguments, environ);
+  posix_spawn_file_actions_destroy(&actions);
+  if (error == 0) return child;
+  errno = error;
+  return -1;
+}
+
+pid_t start_shell(const char* command, ChildFiles files) {
+  // The shell takes its words as writable text and leaves them alone.
+  const std::array<char*, 4> arguments = {const_cast<char*>("sh"), const_cast<char*>("-c"),
+                                          const_cast<char*>(command), nullptr};
+  return start_program("/bin/sh", arguments.data(), files);
+}
+
+int wait_for_end(pid_t child) {
+  int status = 0;
+  return retry_interrupted([&] { return waitpid(child, &status, 0); }) == -1 ? -1 : status;
+}
+
+int run_shell(const char* command, int inherited) {
+  const ChildSignalBlock block;
+  const InterruptsIgnored interrupts;
+  // Only a duplicate is inherited: it takes a number that nothing else of the child has.
+  const Descriptor place = inherited < 0 ? Descriptor() : open_file("/", O_PATH);
+  const pid_t child = start_shell(command, {{inherited, place.get()}});
+  return child == -1 ? -1 : wait_for_end(child);
+}
+
+}  // namespace kelo::base
