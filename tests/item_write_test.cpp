@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
@@ -276,11 +277,34 @@ TEST_F(ItemWrite, TheCopyHoldsNoDescriptorButThatOfTheLock) {
   const auto before = open_descriptors();
   EXPECT_EQ(0, write_item("ssid", "cabin"));
   EXPECT_EQ("cabin", scalar(DB_CONFIGBAK, "select value from net"));
+  int locks = 0;
   for (const std::string& held : kelo::tests::listed_descriptors("/tmp/descriptors")) {
-    if (held.ends_with(" /data/config.db-lock")) continue;
+    if (held.ends_with(" /data/config.db-lock") && ++locks == 1) continue;
     EXPECT_EQ(std::string::npos, held.find("/data/")) << held;
     EXPECT_TRUE(held[0] <= '2' || before.count(held) == 1) << held;
   }
+  EXPECT_EQ(locks, 1);
+}
+
+// Whether a program that is started now would get a descriptor of the lock.
+bool lock_is_inheritable() {
+  for (const std::string& open : open_descriptors()) {
+    if (open.ends_with(" /data/config.db-lock") && (fcntl(std::stoi(open), F_GETFD) & FD_CLOEXEC) == 0)
+      return true;
+  }
+  return false;
+}
+
+// It would keep the lock for as long as it lives.
+TEST_F(ItemWrite, TheCopyLeavesNoDescriptorToTheChildrenOfOtherThreads) {
+  std::atomic<bool> seen{false};
+  {
+    const std::jthread other([&](const std::stop_token& stop) {
+      while (!stop.stop_requested()) seen = seen || lock_is_inheritable();
+    });
+    for (int i = 0; i < 20; ++i) EXPECT_EQ(0, write_item("ssid", "home" + std::to_string(i)));
+  }
+  EXPECT_FALSE(seen);
 }
 
 // Arrays that a daemon filled to their last byte: the command is cut to its room and hits another file.

@@ -3,11 +3,14 @@
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "tests/support/descriptors.hpp"
+#include "tests/support/own_tools.hpp"
 #include "tests/support/parameter_files.hpp"
 #include "tests/support/sqlite_faults.hpp"
 
@@ -245,6 +248,21 @@ TEST_F(ParameterFiles, RestoreIntoAReadOnlyFileFails) {
   chmod(kUserFile.c_str(), 0444);
   EXPECT_EQ(kelo_db_restore_factory(), 0);
   EXPECT_EQ(cell("channel"), "1");
+}
+
+// It tells other processes that the copy is still under way when its parent has died.
+TEST_F(ParameterFiles, RestoreLeavesTheDescriptorOfTheLockToItsCommand) {
+  kelo::tests::make_script("cp", "ls -l /proc/self/fd > /tmp/descriptors; exec /bin/cp \"$@\"");
+  const std::string path = getenv("PATH");
+  setenv("PATH", ("/tmp/t/bin:" + path).c_str(), 1);
+  EXPECT_EQ(kelo_db_restore_factory(), 1);
+  setenv("PATH", path.c_str(), 1);
+  int locks = 0;
+  for (const std::string& held : kelo::tests::listed_descriptors("/tmp/descriptors")) {
+    if (held.ends_with("/user_info.db-lock") && ++locks == 1) continue;
+    EXPECT_TRUE(held[0] <= '2' || open_descriptors().count(held) == 1) << held;
+  }
+  EXPECT_EQ(locks, 1);
 }
 
 TEST_F(ParameterFiles, RestoreThatCouldNotStartFails) {

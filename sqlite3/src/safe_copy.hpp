@@ -6,8 +6,8 @@
 
 namespace kelo::store {
 
-// Runs a shell command, and tells whether it may have done its work. The command inherits `under_way`, which may be
-// left to it as soon as it has started.
+// Runs a shell command, and tells whether it may have done its work. The command is to inherit `under_way`, which may
+// be left to it as soon as it has started.
 using RunCommand = bool (*)(const char* command, ByteLock& under_way);
 
 // How a copy is made, and under which lock. The caller holds the lock of `store` exclusively.

@@ -13,13 +13,13 @@ namespace kelo::store {
 
 CommandEnd run_command(const char* command, std::span<char> output, ByteLock* under_way) {
   constexpr const char* kCaller = "dm_sqlite_system_cmd";
-  auto pipe = base::PipeStream::reading(command);
+  auto pipe = base::PipeStream::reading(command, under_way == nullptr ? -1 : under_way->descriptor());
   if (!pipe) {
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "system command failed: (%d) %s\n", errno, std::strerror(errno));
     return {false, -1};
   }
   if (under_way != nullptr) under_way->leave_to_command();
-  // A child that was made while popen() worked would keep the pipe open, and the end of the output would not come
+  // A child that was forked while the pipe was made would keep it open, and the end of the output would not come
   // before its own: from here on a fork() need not wait.
   const SqlitePause pause;
   if (output.data() != nullptr) {

@@ -14,6 +14,7 @@ struct CommandEnd {
   bool started;
   int status;
 };
+// The command inherits `under_way`, which is left to it as soon as it has started.
 CommandEnd run_command(const char* command, std::span<char> output, ByteLock* under_way = nullptr);
 
 // As a copy wants it: see RunCommand.

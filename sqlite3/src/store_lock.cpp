@@ -148,8 +148,7 @@ ByteLock::~ByteLock() {
 }
 
 void ByteLock::announce_copy(const char* store) {
-  // Not closed on exec: this is what the command inherits.
-  constexpr int kFlags = O_RDWR | O_NOFOLLOW | O_NONBLOCK;
+  constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
   if (open_closed_in_child(file_, lock_path(store).c_str(), kFlags, 0) < 0) return;
   if (!try_lock(file_.fd, F_WRLCK, kCopyByte)) close_lock_descriptor(file_);
 }

@@ -51,9 +51,11 @@ class [[nodiscard]] ByteLock {
   ByteLock(const ByteLock&) = delete;
   ByteLock& operator=(const ByteLock&) = delete;
 
-  // Has the command that is started next inherit a lock that says that a copy is under way: while one is held, the
-  // copy of a process that died may still be made.
+  // Takes a lock for a command to inherit that says that a copy is under way: while one is held, the copy of a
+  // process that died may still be made.
   void announce_copy(const char* store);
+  // The descriptor that the command is to inherit; -1 where there is none.
+  [[nodiscard]] int descriptor() const { return file_.fd; }
   // Leaves the lock to the command alone, once that has started.
   void leave_to_command();
 

@@ -13,7 +13,7 @@
 
 #include "base/file.hpp"
 #include "base/lock.hpp"
-#include "kelo_utils/app_os_al.h"
+#include "kelo-app-os-al/system_call.hpp"
 #include "log/library_log.hpp"
 #include "sqlite3/src/parameters/mutexes.hpp"
 #include "sqlite3/src/safe_copy.hpp"
@@ -84,9 +84,9 @@ void keep(Database which, SqliteHandle db, std::array<SqliteHandle, 2>& displace
 int copy_status;  // of the last command; guarded by the exclusive lock
 
 // In a program that ignores SIGCHLD the status cannot be told: the copy is judged by what is there.
-bool run_copy_command(const char* command, store::ByteLock& /*under_way*/) {
+bool run_copy_command(const char* command, store::ByteLock& under_way) {
   const store::SqlitePause pause;
-  copy_status = kelo_system_call(command, static_cast<std::uint32_t>(std::strlen(command)));
+  copy_status = os::run_logged(command, under_way.descriptor());
   return copy_status == 0 || copy_status == -1;
 }
 
