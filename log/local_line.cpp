@@ -2,6 +2,7 @@
 #include "log/local_line.hpp"
 
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/time.h>
 
 #include <array>
@@ -64,28 +65,44 @@ void stamp_time() {
               static_cast<int>(now.tv_usec / 1000));
 }
 
-// Reads the thread's name from the proc file system; the text "NULL" when it cannot be read.
-void read_thread_name(int process, int thread, std::span<char> name) {
-  const base::FixedText<64> path("/proc/%d/task/%d/comm", process, thread);
-  ssize_t count = -1;
-  if (const base::Descriptor comm = base::open_file(path.c_str(), O_RDONLY)) {
-    count = base::read_some(comm.get(), name.first(name.size() - 1));
+// A thread whose name could be read from its file. It is known to itself only: a child of fork() has another process's
+// number, and reads its own file first.
+struct KnownThread {
+  int process;
+  int thread;
+};
+thread_local KnownThread known_thread;
+
+// The calling thread's name, which is asked of the kernel once it could be read from the proc file system: that takes
+// ten times as long. The text "NULL" while it cannot be read there. Returns the thread's number.
+int read_thread_name(int process, std::span<char> name) {
+  KnownThread& known = known_thread;
+  if (known.process == process) {
+    prctl(PR_GET_NAME, name.data());
+  } else {
+    const int thread = get_tid();
+    const base::FixedText<64> path("/proc/%d/task/%d/comm", process, thread);
+    ssize_t count = -1;
+    if (const base::Descriptor comm = base::open_file(path.c_str(), O_RDONLY)) {
+      count = base::read_some(comm.get(), name.first(name.size() - 1));
+    }
+    if (count <= 0) {
+      TextBuilder(name).append("NULL");
+      return thread;
+    }
+    name[static_cast<std::size_t>(count)] = '\0';
+    known = {process, thread};
   }
-  if (count <= 0) {
-    TextBuilder(name).append("NULL");
-    return;
-  }
-  name[static_cast<std::size_t>(count)] = '\0';
   name[std::strcspn(name.data(), "\n")] = '\0';
+  return known.thread;
 }
 
 }  // namespace
 
 const char* compose_local_line(const Message& message) {
   find_places();
-  const int thread = get_tid();
   std::array<char, 64> thread_name{};  // the kernel keeps names to 16 bytes
-  read_thread_name(message.process, thread, thread_name);
+  const int thread = read_thread_name(message.process, thread_name);
   // Both are exported: nothing of an earlier, longer line is left after the terminators.
   std::memset(stamp_place.data(), 0, stamp_place.size());
   std::memset(line_place.data(), 0, line_place.size());

@@ -3,10 +3,14 @@
 
 #include <pthread.h>
 #include <sched.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cstddef>
+#include <new>
 
+#include "base/file.hpp"
 #include "kelo_utils/log.h"
 #include "log/sinks.hpp"
 
@@ -22,6 +26,33 @@ bool in_line;  // guarded by log_mutex
 // The process that lock and sinks belong to; the negative of its number while one of its threads takes them over from
 // a parent; zero before the first message.
 std::atomic<pid_t> process{};
+// Says that the calling process is that one, without a system call: it lies in a page that the kernel empties in a child.
+// Null before the first message, and where there is no such page.
+std::atomic<std::atomic<bool>*> settled{};
+
+bool is_settled() {
+  const auto* const mark = settled.load(std::memory_order_acquire);
+  return mark != nullptr && mark->load(std::memory_order_acquire);
+}
+
+void mark_as_settled() {
+  if (auto* const mark = settled.load(std::memory_order_acquire))
+    mark->store(true, std::memory_order_release);
+}
+
+void make_mark() {
+  const base::ErrnoKeeper keep;  // the message may show errno
+  const auto size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  void* const page = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (page == MAP_FAILED) return;
+  // Some emulators take every advice, one that does not exist too, and follow none.
+  constexpr int kNoAdvice = -1;
+  if (madvise(page, size, kNoAdvice) != 0 && madvise(page, size, MADV_WIPEONFORK) == 0) {
+    settled.store(new (page) std::atomic<bool>(true), std::memory_order_release);
+  } else {
+    munmap(page, size);
+  }
+}
 
 void enter() {
   if (owner.load(std::memory_order_relaxed) != pthread_self()) {
@@ -61,7 +92,9 @@ void settle_in(pid_t this_process) {
   while (seen != this_process) {
     if (seen == 0) {
       pthread_atfork(nullptr, nullptr, settle_in_child);
-      if (process.compare_exchange_strong(seen, this_process)) return;
+      if (!process.compare_exchange_strong(seen, this_process)) continue;
+      make_mark();
+      return;
     } else if (seen == -this_process) {
       sched_yield();
       seen = process.load(std::memory_order_acquire);
@@ -69,19 +102,22 @@ void settle_in(pid_t this_process) {
       free_inherited_lock(this_process);
       settle_sinks();
       process.store(this_process, std::memory_order_release);
+      mark_as_settled();
       return;
     }
   }
 }
 
-LogLock::LogLock() : process_(getpid()) {
-  settle_in(process_);
+LogLock::LogLock() {
+  if (!is_settled()) settle_in(getpid());
   enter();
   acquired_ = !in_line;
   if (!acquired_) return;
   in_line = true;
   pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancel_state_);
 }
+
+int LogLock::process() { return log::process.load(std::memory_order_relaxed); }
 
 LogLock::~LogLock() {
   if (acquired_) in_line = false;

@@ -20,10 +20,10 @@ class [[nodiscard]] LogLock {
   LogLock& operator=(const LogLock&) = delete;
 
   [[nodiscard]] bool acquired() const { return acquired_; }
-  [[nodiscard]] int process() const { return process_; }
+  // The number of the calling process.
+  [[nodiscard]] static int process();
 
  private:
-  int process_;
   bool acquired_ = false;
   int cancel_state_ = 0;
 };

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -21,14 +22,21 @@
 #include <thread>
 
 #include "kelo_utils/log.h"
+#include "tests/support/bounded_fork.hpp"
 
 namespace {
 
+using kelo::tests::ChildEnd;
+using kelo::tests::fork_bounded;
+
 const char* instead_of_proc;    // what opens in place of a file below /proc; null: that file itself
+int proc_opens;                 // how often one was opened
 const timeval* instead_of_now;  // the time of day that the library is told; null: the real one
 
 int open_instead(const char* path, int flags, mode_t mode) {
-  const bool replaced = instead_of_proc != nullptr && std::strncmp(path, "/proc/", 6) == 0;
+  const bool below_proc = std::strncmp(path, "/proc/", 6) == 0;
+  if (below_proc) ++proc_opens;
+  const bool replaced = instead_of_proc != nullptr && below_proc;
   return static_cast<int>(syscall(SYS_openat, AT_FDCWD, replaced ? instead_of_proc : path, flags, mode));
 }
 
@@ -314,16 +322,78 @@ TEST_F(ThreadName, AsTheKernelHasIt) {
   }
 }
 
+// A thread that has not logged yet.
+void in_new_thread(void (*body)()) { std::thread(body).join(); }
+
 TEST_F(ThreadName, WithoutItsFileIsNull) {
-  instead_of_proc = "/nowhere";
-  EXPECT_THAT(line_of(LOG_LVL_ERR, "f", 1, "text"), IsLine("=ERR=", "NULL", "f", 1, "text"));
+  in_new_thread([] {
+    instead_of_proc = "/nowhere";
+    EXPECT_THAT(line_of(LOG_LVL_ERR, "f", 1, "text"), IsLine("=ERR=", "NULL", "f", 1, "text"));
+    EXPECT_THAT(line_of(LOG_LVL_ERR, "f", 1, "text"), IsLine("=ERR=", "NULL", "f", 1, "text"));
+  });
 }
 
 TEST_F(ThreadName, ThatCannotBeReadIsNull) {
-  instead_of_proc = "/dev/null";  // opens, and ends at once
-  EXPECT_THAT(line_of(LOG_LVL_ERR, "f", 1, "text"), IsLine("=ERR=", "NULL", "f", 1, "text"));
-  instead_of_proc = "/tmp";  // opens, and reading fails
-  EXPECT_THAT(line_of(LOG_LVL_ERR, "f", 1, "text"), IsLine("=ERR=", "NULL", "f", 1, "text"));
+  in_new_thread([] {
+    instead_of_proc = "/dev/null";  // opens, and ends at once
+    EXPECT_THAT(line_of(LOG_LVL_ERR, "f", 1, "text"), IsLine("=ERR=", "NULL", "f", 1, "text"));
+    instead_of_proc = "/tmp";  // opens, and reading fails
+    EXPECT_THAT(line_of(LOG_LVL_ERR, "f", 1, "text"), IsLine("=ERR=", "NULL", "f", 1, "text"));
+  });
+}
+
+TEST_F(ThreadName, IsShownOnceItsFileIsThere) {
+  in_new_thread([] {
+    prctl(PR_SET_NAME, "late");
+    instead_of_proc = "/nowhere";
+    line_of(LOG_LVL_ERR, "f", 1, "text");
+    instead_of_proc = nullptr;
+    EXPECT_THAT(line_of(LOG_LVL_ERR, "f", 1, "text"), IsLine("=ERR=", "late", "f", 1, "text"));
+  });
+}
+
+TEST_F(ThreadName, IsReadFromTheFileInTheFirstLineOfEachThread) {
+  for (int thread = 0; thread < 3; ++thread) {
+    in_new_thread([] {
+      proc_opens = 0;
+      for (const char* const name : {"first", "second", "", "fifteen-letters", "one\ntwo"}) {
+        prctl(PR_SET_NAME, name);
+        const std::string shown = std::string(name).substr(0, std::strcspn(name, "\n"));
+        EXPECT_THAT(line_of(LOG_LVL_ERR, "f", 1, "text"), IsLine("=ERR=", shown, "f", 1, "text"));
+      }
+      EXPECT_EQ(1, proc_opens);
+    });
+  }
+}
+
+TEST_F(ThreadName, OfAnotherThreadIsSeenAtOnce) {
+  in_new_thread([] {
+    line_of(LOG_LVL_ERR, "f", 1, "text");
+    const pthread_t self = pthread_self();
+    std::thread([self] { pthread_setname_np(self, "from_outside"); }).join();
+    EXPECT_THAT(line_of(LOG_LVL_ERR, "f", 1, "text"), IsLine("=ERR=", "from_outside", "f", 1, "text"));
+  });
+}
+
+// Both of the main thread and of another one, which is the child's first.
+TEST_F(ThreadName, AndNumbersOfAChildAreItsOwn) {
+  static constexpr auto kFork = [] {
+    prctl(PR_SET_NAME, "parent");
+    line_of(LOG_LVL_ERR, "f", 1, "text");
+    for (const char* const proc : {static_cast<const char*>(nullptr), "/nowhere"}) {
+      EXPECT_EQ(ChildEnd::good, fork_bounded([proc] {
+                  proc_opens = 0;
+                  instead_of_proc = proc;
+                  prctl(PR_SET_NAME, "child");
+                  const std::string line = line_of(LOG_LVL_ERR, "f", 1, "text");
+                  return getpid() == get_tid() && proc_opens == 1 &&
+                         line == expected("=ERR=", proc == nullptr ? "child" : "NULL", "f", 1, "text");
+                }));
+    }
+    EXPECT_THAT(line_of(LOG_LVL_ERR, "f", 1, "text"), IsLine("=ERR=", "parent", "f", 1, "text"));
+  };
+  kFork();
+  in_new_thread(kFork);
 }
 
 TEST_F(ThreadName, LeavesNoDescriptorOpen) {

@@ -3,10 +3,14 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -39,11 +43,22 @@ constexpr int kLoggers = 4;
 std::atomic<int> lines_printed{0};
 std::atomic<bool> stream_is_locked{false};
 
+// How the kernel answers when a page is to be emptied in children: as ever, as one that does not know how, or as an
+// emulator that takes every advice and follows none.
+enum class Advice { kFollowed, kRefused, kIgnored };
+Advice advice = Advice::kFollowed;
+
 }  // namespace
 
 // The library's calls land here.
 extern "C" int ftrylockfile(FILE* /*stream*/) noexcept { return stream_is_locked ? -1 : 0; }
 extern "C" void funlockfile(FILE* /*stream*/) noexcept {}
+extern "C" int madvise(void* start, std::size_t length, int what) noexcept {
+  if (advice == Advice::kIgnored) return 0;
+  if (advice == Advice::kFollowed) return static_cast<int>(syscall(SYS_madvise, start, length, what));
+  errno = EINVAL;
+  return -1;
+}
 
 namespace {
 
@@ -191,6 +206,63 @@ TEST_F(Fork, ChildShowsItsOwnProcess) {
               return std::strstr(log_msg, identity.c_str()) != nullptr;
             }));
 }
+
+// A child is found out in its first message, whether or not the kernel empties a page in it and fork handlers run.
+class KernelsAdvice : public LogLock, public testing::WithParamInterface<Advice> {
+ protected:
+  void SetUp() override {
+    advice = GetParam();
+    LogLock::SetUp();
+  }
+
+  // A line is under way in another thread, whose lock the child inherits.
+  static void expect_child_logs(pid_t (*make_child)()) {
+    static std::binary_semaphore entered{0};
+    static std::binary_semaphore left{0};
+    set_print_interface([](const char* /*line*/) {
+      entered.release();
+      left.acquire();
+    });
+    std::thread logger(log_a_line);
+    entered.acquire();
+    set_print_interface(count_line);
+    for (int generation = 0; generation < 2; ++generation) {
+      const pid_t child = make_child();
+      if (child == 0) {
+        alarm(10);
+        const bool good = child_logs() && child_logs();
+        const std::string identity = " | [" + std::to_string(getpid()) + " | ";
+        _exit(good && std::strstr(log_msg, identity.c_str()) != nullptr ? 0 : 1);
+      }
+      int status = -1;
+      EXPECT_EQ(child, waitpid(child, &status, 0));
+      EXPECT_EQ(0, status);
+    }
+    left.release();
+    logger.join();
+  }
+};
+
+TEST_P(KernelsAdvice, LeavesAForkedChildItsLines) { expect_child_logs(fork); }
+
+TEST_P(KernelsAdvice, LeavesAChildWithoutForkHandlersItsLines) {
+  expect_child_logs([] { return static_cast<pid_t>(syscall(SYS_clone, SIGCHLD, 0, 0, 0, 0)); });
+}
+
+std::string name_of(const testing::TestParamInfo<Advice>& info) {
+  switch (info.param) {
+    case Advice::kFollowed:
+      return "Followed";
+    case Advice::kRefused:
+      return "Refused";
+    case Advice::kIgnored:
+      break;
+  }
+  return "Ignored";
+}
+
+INSTANTIATE_TEST_SUITE_P(Fork, KernelsAdvice,
+                         testing::Values(Advice::kFollowed, Advice::kRefused, Advice::kIgnored), name_of);
 
 TEST_F(Fork, ParentGoesOnLogging) {
   EXPECT_EQ(ChildEnd::good, fork_bounded(child_logs));
