@@ -27,14 +27,17 @@ struct Text {
   const char* name;
   const char* sample;  // UTF-8, repeated up to the length wanted
 };
-constexpr std::array<Text, 5> kTexts = {
+constexpr std::array<Text, 6> kTexts = {
     {{"ascii", "The quick brown fox jumps over the lazy dog. "},
      {"two bytes", "\u0416\u0443\u0440\u043D\u0430\u043B"},
      {"russian",
       "\u0421\u044A\u0435\u0448\u044C \u0436\u0435 \u0435\u0449\u0451 \u044D\u0442\u0438\u0445 "
       "\u043C\u044F\u0433\u043A\u0438\u0445 \u0431\u0443\u043B\u043E\u043A. "},
      {"german", "Falsches \u00DCben von Xylophonmusik qu\u00E4lt jeden gr\u00F6\u00DFeren Zwerg. "},
-     {"chinese", "\u6211\u80FD\u541E\u4E0B\u73BB\u7483\u800C\u4E0D\u4F24\u8EAB\u4F53\u3002"}}};
+     {"chinese", "\u6211\u80FD\u541E\u4E0B\u73BB\u7483\u800C\u4E0D\u4F24\u8EAB\u4F53\u3002"},
+     {"emoji mix",
+      "Lunch at 12? \U0001F354\U0001F35F yes \U0001F600, caf\u00E9 \u2615 is closed "
+      "\U0001F622\U0001F622. "}}};
 
 enum Peer : std::int64_t { kIconv, kIcu };
 
