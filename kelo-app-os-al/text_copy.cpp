@@ -7,10 +7,14 @@
 #include <cstring>
 
 #include "base/fatal.hpp"
+#include "base/words.hpp"
 #include "kelo_utils/app_os_al.h"
 #include "log/library_log.hpp"
 
 namespace {
+
+using kelo::base::load;
+using Word = kelo::base::LargestWord;
 
 // Bytes of a UTF-8 character, by the number of leading one bits in its first byte.
 constexpr std::array<std::uint8_t, 9> kCharacterSizes = {1, 0, 2, 3, 4, 0, 0, 0, 0};
@@ -29,11 +33,18 @@ struct Utf8Prefix {
 // How many bytes of whole characters at the start of `text` fit into `room` bytes, and what ended them. A
 // character that the terminator cuts off is not whole and never fits.
 Utf8Prefix whole_characters(const char* text, std::size_t room) {
+  constexpr Word kNotAscii = kelo::base::all_bytes<Word>(0x80);
+  const std::size_t end = strnlen(text, room + 1);
+  const std::size_t fitting = std::min(end, room);
   std::size_t length = 0;
-  while (text[length] != '\0') {
+  while (length < end) {
+    if (fitting - length >= sizeof(Word) && (load<Word>(text + length) & kNotAscii) == 0) {
+      length += sizeof(Word);
+      continue;
+    }
     const std::size_t size = character_size(text[length]);
     if (size == 0) return {Utf8Run::ill_formed, 0};
-    if (size > room - length || strnlen(text + length, size) < size) return {Utf8Run::cut_short, length};
+    if (size > fitting - length) return {Utf8Run::cut_short, length};
     length += size;
   }
   return {Utf8Run::whole_text, length};
