@@ -50,23 +50,29 @@ Utf8Prefix whole_characters(const char* text, std::size_t room) {
   return {Utf8Run::whole_text, length};
 }
 
+// Copies what fits into `size` bytes with a terminator. Returns the length of the source.
+inline std::size_t copy_text(char* destination, const char* source, std::size_t size) {
+  const std::size_t length = std::strlen(source);
+  if (length < size) {
+    std::memcpy(destination, source, length + 1);
+  } else if (size != 0) {
+    std::memcpy(destination, source, size - 1);
+    destination[size - 1] = '\0';
+  }
+  return length;
+}
+
 }  // namespace
 
 std::size_t kelo_strlcpy(char* destination, const char* source, std::size_t size) {
   if (destination == nullptr || source == nullptr) return 0;
-  const std::size_t length = std::strlen(source);
-  if (size != 0) {
-    const std::size_t copied = std::min(length, size - 1);
-    std::memcpy(destination, source, copied);
-    destination[copied] = '\0';
-  }
-  return length;
+  return copy_text(destination, source, size);
 }
 
 std::size_t kelo_strlcat(char* destination, const char* source, std::size_t size) {
   if (destination == nullptr || source == nullptr) return 0;
   const std::size_t length = strnlen(destination, size);
-  return length + kelo_strlcpy(destination + length, source, size - length);
+  return length + copy_text(destination + length, source, size - length);
 }
 
 void kelo_string_memcpy(char* destination, const char* source, std::size_t n) {
