@@ -4,13 +4,23 @@
 #include <climits>
 #include <cstddef>
 #include <cstdint>
-#include <optional>
+#include <cstring>
 #include <span>
 
+#include "base/words.hpp"
 #include "kelo_utils/app_os_al.h"
 #include "log/library_log.hpp"
 
 namespace {
+
+using kelo::base::all_bytes;
+using kelo::base::kLittleEndian;
+using kelo::base::LaneBytes;
+using kelo::base::lanes;
+using kelo::base::LargestWord;
+using kelo::base::load;
+using kelo::base::packed;
+using kelo::base::store;
 
 constexpr std::array<char, 16> kDigits = {'0', '1', '2', '3', '4', '5', '6', '7',
                                           '8', '9', 'A', 'B', 'C', 'D', 'E', 'F'};
@@ -18,26 +28,54 @@ constexpr std::array<char, 16> kDigits = {'0', '1', '2', '3', '4', '5', '6', '7'
 constexpr unsigned kBase = 16;
 constexpr unsigned kNoDigit = 255;
 
-// What each byte counts as a digit: 0 to 9, and 10 to 35 for the letters of either case.
-constexpr std::array<std::uint8_t, 256> kDigitValues = [] {
-  std::array<std::uint8_t, 256> values{};
-  values.fill(kNoDigit);
-  for (unsigned i = 0; i < 10; ++i) values['0' + i] = static_cast<std::uint8_t>(i);
-  for (unsigned i = 0; i < 26; ++i) {
-    values['a' + i] = static_cast<std::uint8_t>(10 + i);
-    values['A' + i] = static_cast<std::uint8_t>(10 + i);
-  }
-  return values;
-}();
-
-unsigned digit_value(char character) { return kDigitValues[static_cast<unsigned char>(character)]; }
+// What a character counts as a digit: 0 to 9, and 10 to 35 for the letters of either case.
+unsigned digit_value(char character) {
+  const unsigned digit = static_cast<unsigned char>(character) - unsigned{'0'};
+  if (digit < 10) return digit;
+  const unsigned letter = (static_cast<unsigned char>(character) | 0x20U) - unsigned{'a'};
+  return letter < 26 ? 10 + letter : kNoDigit;
+}
 
 bool is_hex_digit(char character) { return digit_value(character) < kBase; }
 
-// The second digit is not looked at behind a first that is none: that one may be the end of the text.
-std::optional<std::uint8_t> byte_value(const char* pair) {
-  if (!is_hex_digit(pair[0]) || !is_hex_digit(pair[1])) return std::nullopt;
-  return static_cast<std::uint8_t>(digit_value(pair[0]) * kBase + digit_value(pair[1]));
+// Whether all of a word's characters are hexadecimal digits.
+bool are_hex_digits(LargestWord characters) {
+  constexpr auto kAbove = all_bytes<LargestWord>(0x80);
+  // Adding these sets the highest bit from the character named on.
+  const auto from = [](LargestWord word, char first) {
+    return word + all_bytes<LargestWord>(static_cast<std::uint8_t>(0x80 - first));
+  };
+  const LargestWord small = characters | all_bytes<LargestWord>(0x20);
+  const LargestWord digits = from(characters, '0') ^ from(characters, '9' + 1);
+  const LargestWord letters = from(small, 'a') ^ from(small, 'f' + 1);
+  // A character that is not ASCII spoils the sum of its neighbour, but is told by itself.
+  return ((digits | letters) & ~characters & kAbove) == kAbove;
+}
+
+// How many hexadecimal digits there are at the start of `length` characters.
+std::size_t count_digits(const char* text, std::size_t length) {
+  std::size_t count = 0;
+  while (length - count >= sizeof(LargestWord) && are_hex_digits(load<LargestWord>(text + count)))
+    count += sizeof(LargestWord);
+  while (count < length && is_hex_digit(text[count])) ++count;
+  return count;
+}
+
+// The bytes that a word's pairs of digits mean.
+template <typename Word>
+LaneBytes<Word> bytes_of_pairs(Word digits) {
+  const auto letters = static_cast<Word>(digits >> 6 & all_bytes<Word>(1));  // 'A' is 41, 'a' is 61
+  const auto values = static_cast<Word>((digits & all_bytes<Word>(0x0F)) + letters * 9);
+  const auto pairs = static_cast<Word>(kLittleEndian ? values << 4 | values >> 8 : values | values >> 4);
+  return packed<Word>(static_cast<Word>(pairs & lanes<Word>(0xFF)));
+}
+
+// Reads so many pairs of digits. They may be where their bytes go.
+void read_pairs(const char* digits, std::size_t pairs, std::uint8_t* out) {
+  constexpr std::size_t kPairs = sizeof(LargestWord) / 2;
+  for (; pairs >= kPairs; pairs -= kPairs, digits += 2 * kPairs, out += kPairs)
+    store(out, bytes_of_pairs(load<LargestWord>(digits)));
+  for (; pairs > 0; --pairs, digits += 2) *out++ = bytes_of_pairs(load<std::uint16_t>(digits));
 }
 
 // Whether the digits of so many bytes and a terminator fit, and their number into the result.
@@ -98,15 +136,13 @@ int kelo_hex_StringToBinary(const char* text, std::uint32_t length, std::uint8_t
              length, size);
     return -1;
   }
-  for (std::uint32_t i = 0; i < count; ++i) {
-    const std::optional<std::uint8_t> byte = byte_value(text + std::size_t{2} * i);
-    if (!byte) {
-      // Nothing promises a terminator behind the digits.
-      KELO_LOG(LOG_LVL_DBUG, "Invalid string to convert (%.*s)\n",
-               static_cast<int>(std::min<std::uint32_t>(length, KELO_LOG_LINE_SIZE)), text);
-      return -1;
-    }
-    bytes[i] = *byte;
+  // Nothing promises a terminator behind the digits, nor that there is none among them.
+  const std::size_t pairs = count_digits(text, strnlen(text, length)) / 2;
+  read_pairs(text, pairs, bytes);
+  if (pairs != count) {
+    KELO_LOG(LOG_LVL_DBUG, "Invalid string to convert (%.*s)\n",
+             static_cast<int>(std::min<std::uint32_t>(length, KELO_LOG_LINE_SIZE)), text);
+    return -1;
   }
   return static_cast<int>(count);
 }
@@ -139,9 +175,8 @@ int htoi(const char* text) {
 
 int kelo_change_hexstr_to_str(const char* text, std::uint8_t* bytes) {
   if (text == nullptr || bytes == nullptr) return -1;
-  std::size_t length = 0;
-  while (is_hex_digit(text[length])) ++length;
-  if (text[length] != '\0' || length % 2 != 0) return -1;
-  for (std::size_t i = 0; i < length / 2; ++i) bytes[i] = byte_value(text + 2 * i).value_or(0);
+  const std::size_t length = std::strlen(text);
+  if (length % 2 != 0 || count_digits(text, length) != length) return -1;
+  read_pairs(text, length / 2, bytes);
   return 0;
 }
