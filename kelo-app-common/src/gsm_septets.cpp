@@ -1,11 +1,29 @@
 #include <cstdint>
 
+#include "base/words.hpp"
 #include "kelo_utils/app_common.h"
 
 namespace {
 
 constexpr int kMostSeptets = 255;
 constexpr int kOctetCounts = 256;  // the modem counts the octets of a message in eight bits
+
+// Seven octets hold eight septets.
+constexpr int kGroupOctets = 7;
+constexpr int kGroupSeptets = 8;
+
+// Four septets in the low 28 bits as the bytes of a word.
+std::uint32_t spread(std::uint32_t septets) {
+  const std::uint32_t pairs = (septets & 0x3FFF) | (septets & 0x0FFFC000) << 2;
+  return (pairs & 0x007F007F) | (pairs & 0x3F803F80) << 1;
+}
+
+void unpack_group(const std::uint8_t* octets, std::uint8_t* out) {
+  const auto first = kelo::base::load<std::uint32_t>(octets);
+  const auto second = kelo::base::load<std::uint32_t>(octets + 3) >> 4;
+  kelo::base::store(out, spread(first));
+  kelo::base::store(out + 4, spread(second));
+}
 
 }  // namespace
 
@@ -15,8 +33,16 @@ int kelo_util_ussd_unpack(std::uint8_t* out, int out_max, const std::uint8_t* pa
   const int last = (packed_len - 1) % kOctetCounts;
 
   int count = 0;
+  int i = 0;
+  if constexpr (kelo::base::kLittleEndian) {
+    // The last octet may hold padding: it is left to the loop below.
+    for (; i + kGroupOctets <= last && count + kGroupSeptets <= limit; i += kGroupOctets) {
+      unpack_group(packed + i, out + count);
+      count += kGroupSeptets;
+    }
+  }
   unsigned previous = 0;
-  for (int i = 0; i <= last && count < limit; ++i) {
+  for (; i <= last && count < limit; ++i) {
     const unsigned octet = packed[i];
     const unsigned carried = static_cast<unsigned>(count) % 8;  // bits of `previous` not yet in a septet
     out[count++] = static_cast<std::uint8_t>(((octet << carried) & 0x7F) | (previous >> (8 - carried)));
