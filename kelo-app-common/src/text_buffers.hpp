@@ -33,23 +33,17 @@ inline std::size_t distance(const void* start, const void* end) {
 // The bytes not converted yet.
 struct Source {
   const std::uint8_t* at;
-  std::size_t bytes;
+  const std::uint8_t* end;
 
-  void skip(std::size_t count) {
-    at += count;
-    bytes -= count;
-  }
+  [[nodiscard]] std::size_t bytes() const { return static_cast<std::size_t>(end - at); }
 };
 
 // The bytes not written yet.
 struct Target {
   std::uint8_t* at;
-  std::size_t room;
+  std::uint8_t* end;
 
-  void skip(std::size_t count) {
-    at += count;
-    room -= count;
-  }
+  [[nodiscard]] std::size_t room() const { return static_cast<std::size_t>(end - at); }
 };
 
 }  // namespace kelo::utf

@@ -1,4 +1,5 @@
 // UTF-16 into UTF-8.
+#include <array>
 #include <cstddef>
 #include <cstdint>
 
@@ -8,9 +9,9 @@
 
 namespace {
 
+using kelo::base::packed;
 using kelo::utf::byte_pairs;
 using kelo::utf::kLittleEndian;
-using kelo::utf::LaneBytes;
 using kelo::utf::lanes;
 using kelo::utf::LargestWord;
 using kelo::utf::load;
@@ -20,127 +21,126 @@ using kelo::utf::store;
 using kelo::utf::Target;
 using kelo::utf::Unit;
 
-// ---- Runs ----
+// ---- Words ----
 
-template <typename Word>
-bool is_ascii(Word units) {
-  return (units & lanes<Word>(0xFF80)) == 0;
+// Of units below 800: whether all take one byte, or all two.
+bool is_ascii(LargestWord units) { return (units & lanes<LargestWord>(0xFF80)) == 0; }
+bool takes_two_bytes_each(LargestWord units) {
+  return no_lane_is_zero<LargestWord>(units & lanes<LargestWord>(0x0780));
 }
 
-template <typename Word>
-LaneBytes<Word> packed(Word units) {
-  if constexpr (sizeof(Word) == 8) units = (units | units >> 8) & 0x0000FFFF0000FFFF;
-  if constexpr (sizeof(Word) != 2) units |= units >> 2 * sizeof(Word);
-  return static_cast<LaneBytes<Word>>(units);
+LargestWord two_bytes_each(LargestWord units) {
+  const LargestWord leads = units >> 6 & lanes<LargestWord>(0x1F);
+  const LargestWord trails = units & lanes<LargestWord>(0x3F);
+  return byte_pairs<LargestWord>(0xC0, 0x80) | (kLittleEndian ? trails << 8 | leads : leads << 8 | trails);
 }
 
-template <typename Word>
-bool takes_two_bytes_each(Word units) {
-  return (units & lanes<Word>(0xF800)) == 0 &&
-         no_lane_is_zero<Word>(static_cast<Word>(units & lanes<Word>(0x0780)));
-}
-
-template <typename Word>
-Word two_bytes_each(Word units) {
-  const auto leads = static_cast<Word>(units >> 6 & lanes<Word>(0x1F));
-  const auto trails = static_cast<Word>(units & lanes<Word>(0x3F));
-  return static_cast<Word>(byte_pairs<Word>(0xC0, 0x80) |
-                           (kLittleEndian ? trails << 8 | leads : leads << 8 | trails));
-}
-
-bool is_surrogate(unsigned unit) { return (unit & 0xF800) == 0xD800; }
-
-std::uint8_t trail(std::uint32_t bits) { return static_cast<std::uint8_t>(0x80 | (bits & 0x3F)); }
-
-void put_three_bytes(std::uint32_t code, std::uint8_t* to) {
-  to[0] = static_cast<std::uint8_t>(0xE0 | code >> 12);
-  to[1] = trail(code >> 6);
-  to[2] = trail(code);
-}
-
-void convert_three_byte_run(Source& source, Target& target) {
-  Source from = source;
-  Target to = target;
-  while (from.bytes >= 2 && to.room >= 3) {
-    const unsigned unit = load<Unit>(from.at);
-    if (unit < 0x800 || is_surrogate(unit)) break;
-    put_three_bytes(unit, to.at);
-    from.skip(2);
-    to.skip(3);
+// Writes units of which some take one byte and others two, and returns the end. Two bytes are written for each but
+// the last: the next unit then writes over the second byte of one that takes a single byte.
+std::uint8_t* write_mixed(LargestWord units, LargestWord pairs, std::uint8_t* to) {
+  constexpr unsigned kBits = 8 * sizeof(Unit);
+  constexpr unsigned kUnits = sizeof(LargestWord) / sizeof(Unit);
+  for (unsigned i = 0; i < kUnits; ++i) {
+    const unsigned shift = kBits * (kLittleEndian ? i : kUnits - 1 - i);
+    const auto unit = static_cast<Unit>(units >> shift);
+    const bool is_single = unit < 0x80;
+    if (is_single && i == kUnits - 1) {
+      *to = static_cast<std::uint8_t>(unit);
+    } else {
+      const auto single = static_cast<Unit>(kLittleEndian ? unit : unit << 8);
+      store(to, is_single ? single : static_cast<Unit>(pairs >> shift));
+    }
+    to += is_single ? 1 : 2;
   }
-  source = from;
-  target = to;
+  return to;
+}
+
+// Converts a word of units that take no more than two bytes each, if the next word is one and surely fits.
+bool convert_word(Source& source, Target& target) {
+  if (source.bytes() < sizeof(LargestWord) || target.room() < sizeof(LargestWord)) return false;
+  const auto units = load<LargestWord>(source.at);
+  if ((units & lanes<LargestWord>(0xF800)) != 0) return false;
+  source.at += sizeof units;
+  if (is_ascii(units)) {
+    store(target.at, packed(units));
+    target.at += sizeof packed(units);
+    return true;
+  }
+  const LargestWord pairs = two_bytes_each(units);
+  if (takes_two_bytes_each(units)) {
+    store(target.at, pairs);
+    target.at += sizeof pairs;
+  } else {
+    target.at = write_mixed(units, pairs, target.at);
+  }
+  return true;
 }
 
 // ---- One character at a time ----
 
-bool is_high_surrogate(unsigned unit) { return (unit & 0xFC00) == 0xD800; }
+bool is_surrogate(unsigned unit) { return unit - 0xD800 < 0x800; }
 bool is_low_surrogate(unsigned unit) { return (unit & 0xFC00) == 0xDC00; }
 
-struct Character {
-  kelo_unicode_result result;
-  std::uint32_t code;
-  std::size_t units;
-};
+std::uint32_t trail(std::uint32_t bits) { return 0x80 | (bits & 0x3F); }
 
-// The character at the start of `source`, which holds half a unit at least.
-Character decode(const Source& source, bool lenient) {
-  if (source.bytes < 2) return {KELO_UNICODE_SOURCE_EXHAUSTED, 0, 0};
-  const unsigned unit = load<Unit>(source.at);
-  if (!is_surrogate(unit)) return {KELO_UNICODE_COMPLETE, unit, 1};
-  if (is_high_surrogate(unit)) {
-    if (source.bytes < 4) return {KELO_UNICODE_SOURCE_EXHAUSTED, 0, 0};
-    const unsigned next = load<Unit>(source.at + 2);
-    if (is_low_surrogate(next)) {
-      return {KELO_UNICODE_COMPLETE, 0x10000 + ((unit - 0xD800) << 10) + (next - 0xDC00), 2};
-    }
-  }
-  if (!lenient) return {KELO_UNICODE_SOURCE_ILLEGAL, 0, 0};
-  return {KELO_UNICODE_COMPLETE, unit, 1};
+// The bytes as one number that has them in this order in memory.
+std::uint32_t joined(std::uint32_t first, std::uint32_t second) {
+  return kLittleEndian ? first | second << 8 : first << 8 | second;
+}
+std::uint32_t joined(std::uint32_t first, std::uint32_t second, std::uint32_t third, std::uint32_t fourth) {
+  const std::uint32_t head = joined(first, second);
+  const std::uint32_t tail = joined(third, fourth);
+  return kLittleEndian ? head | tail << 16 : head << 16 | tail;
 }
 
-// Appends a character, or leaves the target as it is when not all of its bytes fit.
-bool encode(std::uint32_t code, Target& target) {
-  const std::size_t size = code < 0x80 ? 1 : code < 0x800 ? 2 : code < 0x10000 ? 3 : 4;
-  if (size > target.room) return false;
-  std::uint8_t* const to = target.at;
-  switch (size) {
-    case 1:
-      to[0] = static_cast<std::uint8_t>(code);
-      break;
-    case 2:
-      store(to, two_bytes_each(static_cast<Unit>(code)));
-      break;
-    case 3:
-      put_three_bytes(code, to);
-      break;
-    default:
-      to[0] = static_cast<std::uint8_t>(0xF0 | code >> 18);
-      to[1] = trail(code >> 12);
-      to[2] = trail(code >> 6);
-      to[3] = trail(code);
-      break;
+// Appends `bytes` for `units` units, if all of them fit.
+template <typename... Byte>
+kelo_unicode_result put(Source& source, std::size_t units, Target& target, Byte... bytes) {
+  constexpr std::size_t kSize = sizeof...(bytes);
+  const std::array<std::uint32_t, kSize> byte = {bytes...};
+  if (target.room() < kSize) return KELO_UNICODE_TARGET_EXHAUSTED;
+  if constexpr (kSize == 4) {
+    store(target.at, joined(byte[0], byte[1], byte[2], byte[3]));
+  } else {
+    if constexpr (kSize >= 2) store(target.at, static_cast<std::uint16_t>(joined(byte[0], byte[1])));
+    if constexpr (kSize != 2) target.at[kSize - 1] = static_cast<std::uint8_t>(byte[kSize - 1]);
   }
-  target.skip(size);
-  return true;
-}
-
-kelo_unicode_result convert_character(Source& source, Target& target, bool lenient) {
-  const Character character = decode(source, lenient);
-  if (character.result != KELO_UNICODE_COMPLETE) return character.result;
-  if (!encode(character.code, target)) return KELO_UNICODE_TARGET_EXHAUSTED;
-  source.skip(2 * character.units);
+  target.at += kSize;
+  source.at += units * sizeof(Unit);
   return KELO_UNICODE_COMPLETE;
 }
 
+kelo_unicode_result put_pair(unsigned high, unsigned low, Source& source, Target& target) {
+  const std::uint32_t code = 0x10000 + ((high - 0xD800) << 10) + (low - 0xDC00);
+  return put(source, 2, target, 0xF0 | code >> 18, trail(code >> 12), trail(code >> 6), trail(code));
+}
+
+// Converts the next character, and those of three bytes that follow one of three: more of them are likely. The
+// source holds a unit at least.
+kelo_unicode_result convert_character(Source& source, Target& target, bool lenient) {
+  unsigned unit = load<Unit>(source.at);
+  if (unit < 0x80) return put(source, 1, target, unit);
+  if (unit < 0x800) return put(source, 1, target, 0xC0 | unit >> 6, trail(unit));
+  if (is_surrogate(unit)) {
+    if (unit < 0xDC00) {  // the first of a pair
+      if (source.bytes() < 2 * sizeof(Unit)) return KELO_UNICODE_SOURCE_EXHAUSTED;
+      const unsigned next = load<Unit>(source.at + sizeof(Unit));
+      if (is_low_surrogate(next)) return put_pair(unit, next, source, target);
+    }
+    if (!lenient) return KELO_UNICODE_SOURCE_ILLEGAL;
+  }
+  kelo_unicode_result result = KELO_UNICODE_COMPLETE;
+  do {
+    result = put(source, 1, target, 0xE0 | unit >> 12, trail(unit >> 6), trail(unit));
+    if (result != KELO_UNICODE_COMPLETE || source.bytes() < sizeof(Unit)) break;
+    unit = load<Unit>(source.at);
+  } while (unit >= 0x800 && !is_surrogate(unit));
+  return result;
+}
+
 struct Rules {
-  template <typename Word>
-  static constexpr auto one_byte =
-      kelo::utf::convert_run<Word, LaneBytes<Word>, is_ascii<Word>, packed<Word>>;
-  template <typename Word>
-  static constexpr auto two_bytes =
-      kelo::utf::convert_run<Word, Word, takes_two_bytes_each<Word>, two_bytes_each<Word>>;
-  static constexpr auto three_bytes = convert_three_byte_run;
+  static constexpr std::size_t kFewestBytes = sizeof(Unit);
+  static constexpr auto word = convert_word;
   static constexpr auto character = convert_character;
 };
 

@@ -1,6 +1,4 @@
 // UTF-8 into UTF-16.
-#include <array>
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 
@@ -15,13 +13,14 @@ using kelo::utf::kLittleEndian;
 using kelo::utf::LaneBytes;
 using kelo::utf::lanes;
 using kelo::utf::LargestWord;
+using kelo::utf::load;
 using kelo::utf::no_lane_is_zero;
 using kelo::utf::Source;
 using kelo::utf::store;
 using kelo::utf::Target;
 using kelo::utf::Unit;
 
-// ---- Runs ----
+// ---- Words ----
 
 template <typename Bytes>
 bool is_ascii(Bytes bytes) {
@@ -50,94 +49,83 @@ Word units_of_pairs(Word pairs) {
   return static_cast<Word>(leads << 6 | trails);
 }
 
-bool is_trail(std::uint8_t byte) { return (byte & 0xC0) == 0x80; }
-bool is_surrogate(std::uint32_t code) { return (code & 0xFFFFF800) == 0xD800; }
-
-void convert_three_byte_run(Source& source, Target& target) {
-  Source from = source;
-  Target to = target;
-  while (from.bytes >= 3 && to.room >= 2) {
-    const std::uint8_t* const bytes = from.at;
-    if ((bytes[0] & 0xF0) != 0xE0 || !is_trail(bytes[1]) || !is_trail(bytes[2])) break;
-    const unsigned unit = (bytes[0] & 0x0FU) << 12 | (bytes[1] & 0x3FU) << 6 | (bytes[2] & 0x3FU);
-    if (unit < 0x800 || is_surrogate(unit)) break;
-    store(to.at, static_cast<Unit>(unit));
-    from.skip(3);
-    to.skip(2);
+// Converts characters of one byte or of two, as many as fill a word, if there are that many.
+bool convert_word(Source& source, Target& target) {
+  if (source.bytes() < sizeof(LargestWord) || target.room() < sizeof(LargestWord)) return false;
+  const auto ascii = load<LaneBytes<LargestWord>>(source.at);
+  if (is_ascii(ascii)) {
+    store(target.at, unpacked<LargestWord>(ascii));
+    source.at += sizeof ascii;
+  } else {
+    const auto pairs = load<LargestWord>(source.at);
+    if (!is_two_bytes_each(pairs)) return false;
+    store(target.at, units_of_pairs(pairs));
+    source.at += sizeof pairs;
   }
-  source = from;
-  target = to;
+  target.at += sizeof(LargestWord);
+  return true;
 }
 
 // ---- One character at a time ----
 
-// How many bytes follow the first one, by the number of leading one bits in it. Bytes that start no character
-// have numbers too: they tell an ill-formed source from one that is cut off.
-constexpr std::array<std::uint8_t, 9> kTrailCounts = {0, 0, 1, 2, 3, 4, 5, 5, 5};
-
-struct Form {
-  std::uint32_t lead_bits;  // of the first byte's
-  std::uint32_t least;      // a smaller code has a shorter form
-};
-// By the number of bytes that follow.
-constexpr std::array<Form, 4> kForms = {{{0x7F, 0}, {0x1F, 0x80}, {0x0F, 0x800}, {0x07, 0x10000}}};
-
 constexpr std::uint32_t kLastCode = 0x10FFFF;
 
-struct Character {
-  kelo_unicode_result result;
-  std::uint32_t code;
-  std::size_t bytes;
-};
-constexpr Character kIllegal = {KELO_UNICODE_SOURCE_ILLEGAL, 0, 0};
+bool is_surrogate(std::uint32_t code) { return (code & 0xFFFFF800) == 0xD800; }
 
-// The character at the start of `source`, which is not empty.
-Character decode(const Source& source) {
-  const std::uint8_t lead = source.at[0];
-  const std::size_t trails = kTrailCounts[static_cast<std::size_t>(std::countl_one(lead))];
-  if (trails >= source.bytes) return {KELO_UNICODE_SOURCE_EXHAUSTED, 0, 0};
-  if (is_trail(lead) || trails >= kForms.size()) return kIllegal;
-
-  std::uint32_t code = lead & kForms[trails].lead_bits;
-  for (std::size_t i = 1; i <= trails; ++i) {
-    if (!is_trail(source.at[i])) return kIllegal;
-    code = code << 6 | (source.at[i] & 0x3F);
-  }
-  if (code < kForms[trails].least || is_surrogate(code) || code > kLastCode) return kIllegal;
-  return {KELO_UNICODE_COMPLETE, code, trails + 1};
+// Whether these bytes are 80 to BF.
+template <typename... Byte>
+bool are_trails(Byte... byte) {
+  return (((byte ^ 0x80U) | ...) & 0xC0) == 0;
 }
 
-void append(std::uint32_t unit, Target& target) {
-  store(target.at, static_cast<std::uint16_t>(unit));
-  target.skip(2);
-}
-
-// Appends a character, or leaves the target as it is when not all of its units fit.
-bool encode(std::uint32_t code, Target& target) {
-  const bool is_pair = code > 0xFFFF;
-  if (target.room < (is_pair ? 4 : 2)) return false;
-  if (is_pair) append(0xD800 + ((code - 0x10000) >> 10), target);
-  append(is_pair ? 0xDC00 + (code & 0x3FF) : code, target);
-  return true;
-}
-
-// Alike in both modes: the lenient one lets unpaired units of UTF-16 through, which this source has none of.
-kelo_unicode_result convert_character(Source& source, Target& target, bool /*lenient*/) {
-  const Character character = decode(source);
-  if (character.result != KELO_UNICODE_COMPLETE) return character.result;
-  if (!encode(character.code, target)) return KELO_UNICODE_TARGET_EXHAUSTED;
-  source.skip(character.bytes);
+kelo_unicode_result put_unit(std::uint32_t code, std::size_t size, Source& source, Target& target) {
+  if (target.room() < sizeof(Unit)) return KELO_UNICODE_TARGET_EXHAUSTED;
+  store(target.at, static_cast<Unit>(code));
+  target.at += sizeof(Unit);
+  source.at += size;
   return KELO_UNICODE_COMPLETE;
 }
 
+kelo_unicode_result put_pair(std::uint32_t code, Source& source, Target& target) {
+  if (target.room() < 2 * sizeof(Unit)) return KELO_UNICODE_TARGET_EXHAUSTED;
+  store(target.at, static_cast<Unit>(0xD7C0 + (code >> 10)));
+  store(target.at + sizeof(Unit), static_cast<Unit>(0xDC00 + (code & 0x3FF)));
+  target.at += 2 * sizeof(Unit);
+  source.at += 4;
+  return KELO_UNICODE_COMPLETE;
+}
+
+// The source is not empty. The mode makes no difference: the lenient one lets unpaired units of UTF-16 through,
+// which this source has none of. Bytes that start no character have a length, too: it tells an ill-formed source
+// from one that is cut off.
+kelo_unicode_result convert_character(Source& source, Target& target, bool /*lenient*/) {
+  const std::uint8_t* const at = source.at;
+  const std::size_t left = source.bytes();
+  const std::uint32_t lead = at[0];
+  if (lead < 0x80) return put_unit(lead, 1, source, target);
+  if (lead < 0xC0) return KELO_UNICODE_SOURCE_ILLEGAL;
+  if (lead < 0xE0) {
+    if (left < 2) return KELO_UNICODE_SOURCE_EXHAUSTED;
+    if (lead < 0xC2 || !are_trails(at[1])) return KELO_UNICODE_SOURCE_ILLEGAL;
+    return put_unit((lead & 0x1F) << 6 | (at[1] & 0x3FU), 2, source, target);
+  }
+  if (lead < 0xF0) {
+    if (left < 3) return KELO_UNICODE_SOURCE_EXHAUSTED;
+    const std::uint32_t code = (lead & 0x0F) << 12 | (at[1] & 0x3FU) << 6 | (at[2] & 0x3FU);
+    if (!are_trails(at[1], at[2]) || code < 0x800 || is_surrogate(code)) return KELO_UNICODE_SOURCE_ILLEGAL;
+    return put_unit(code, 3, source, target);
+  }
+  if (left < (lead < 0xF8 ? 4U : lead < 0xFC ? 5U : 6U)) return KELO_UNICODE_SOURCE_EXHAUSTED;
+  const std::uint32_t code =
+      (lead & 0x0F) << 18 | (at[1] & 0x3FU) << 12 | (at[2] & 0x3FU) << 6 | (at[3] & 0x3FU);
+  if (!are_trails(at[1], at[2], at[3]) || code < 0x10000 || code > kLastCode)
+    return KELO_UNICODE_SOURCE_ILLEGAL;
+  return put_pair(code, source, target);
+}
+
 struct Rules {
-  template <typename Word>
-  static constexpr auto one_byte =
-      kelo::utf::convert_run<LaneBytes<Word>, Word, is_ascii<LaneBytes<Word>>, unpacked<Word>>;
-  template <typename Word>
-  static constexpr auto two_bytes =
-      kelo::utf::convert_run<Word, Word, is_two_bytes_each<Word>, units_of_pairs<Word>>;
-  static constexpr auto three_bytes = convert_three_byte_run;
+  static constexpr std::size_t kFewestBytes = 1;
+  static constexpr auto word = convert_word;
   static constexpr auto character = convert_character;
 };
 

@@ -1,50 +1,28 @@
-// Runs of like characters, converted a machine word at a time. A word holds a number of units of UTF-16, each
-// in a lane of 16 bits; the smallest word is a single unit.
+// Text converted a machine word at a time where its characters are alike. A word holds a number of units of
+// UTF-16, each in a lane of 16 bits.
 #ifndef KELO_APP_COMMON_UTF_WORDS_HPP
 #define KELO_APP_COMMON_UTF_WORDS_HPP
 
-#include <bit>
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
-#include <type_traits>
 
+#include "base/words.hpp"
 #include "kelo-app-common/src/text_buffers.hpp"
 #include "kelo_utils/app_common.h"
 #include "log/library_log.hpp"
 
 namespace kelo::utf {
 
-using LargestWord = std::uintptr_t;
+using base::kLittleEndian;
+using base::LaneBytes;
+using base::lanes;
+using base::LargestWord;
+using base::load;
+using base::store;
 using Unit = std::uint16_t;
 
-// As many bytes as `Word` has lanes.
-template <typename Word>
-using LaneBytes = std::conditional_t<sizeof(Word) == 8, std::uint32_t,
-                                     std::conditional_t<sizeof(Word) == 4, std::uint16_t, std::uint8_t>>;
-
-// Text may stand at any address.
-template <typename T>
-T load(const std::uint8_t* from) {
-  T value;
-  std::memcpy(&value, from, sizeof value);
-  return value;
-}
-
-template <typename T>
-void store(std::uint8_t* to, T value) {
-  std::memcpy(to, &value, sizeof value);
-}
-
-inline constexpr bool kLittleEndian = std::endian::native == std::endian::little;
-
-// A word with `value` in each lane.
-template <typename Word>
-constexpr Word lanes(Unit value) {
-  return static_cast<Word>(static_cast<Word>(-1) / 0xFFFF * value);
-}
-
-// The same for two bytes, of which `first` stands at the lower address.
+// A word with these two bytes in each lane, of which `first` has the lower address.
 template <typename Word>
 constexpr Word byte_pairs(std::uint8_t first, std::uint8_t second) {
   const unsigned low = kLittleEndian ? first : second;
@@ -58,39 +36,23 @@ constexpr bool no_lane_is_zero(Word word) {
   return ((word + lanes<Word>(0x7FFF)) & lanes<Word>(0x8000)) == lanes<Word>(0x8000);
 }
 
-// Converts one `In` after the other to an `Out` while `takes` holds for it.
-template <typename In, typename Out, bool (*takes)(In), Out (*converted)(In)>
-void convert_run(Source& source, Target& target) {
-  Source from = source;
-  Target to = target;
-  while (from.bytes >= sizeof(In) && to.room >= sizeof(Out)) {
-    const In in = load<In>(from.at);
-    if (!takes(in)) break;
-    store<Out>(to.at, converted(in));
-    from.skip(sizeof(In));
-    to.skip(sizeof(Out));
-  }
-  source = from;
-  target = to;
-}
-
-// Converts the whole source by the rules of one direction: runs of characters of one, two and three bytes in
-// UTF-8, and single characters, which may be any.
+// Converts the whole source by the rules of one direction: words of characters that take one byte of UTF-8 each or
+// two, and, where the next word is none, a few single characters of any kind.
 template <typename Rules>
 kelo_unicode_result convert_all(Source& source, Target& target, bool lenient) {
+  constexpr unsigned kFewest = sizeof(LargestWord) / sizeof(Unit);
+  constexpr unsigned kMost = 64;
+  unsigned singles = kFewest;
   for (;;) {
-    std::size_t left = 0;
-    do {  // a blank between two words is the usual case
-      Rules::template one_byte<LargestWord>(source, target);
-      Rules::template one_byte<Unit>(source, target);
-      left = source.bytes;
-      Rules::template two_bytes<LargestWord>(source, target);
-      Rules::template two_bytes<Unit>(source, target);
-    } while (source.bytes != left);
-    Rules::three_bytes(source, target);
-    if (source.bytes == 0) return KELO_UNICODE_COMPLETE;
-    const kelo_unicode_result result = Rules::character(source, target, lenient);
-    if (result != KELO_UNICODE_COMPLETE) return result;
+    while (Rules::word(source, target)) singles = kFewest;
+    for (unsigned i = 0; i < singles; ++i) {
+      if (source.bytes() < Rules::kFewestBytes)
+        return source.bytes() == 0 ? KELO_UNICODE_COMPLETE : KELO_UNICODE_SOURCE_EXHAUSTED;
+      const kelo_unicode_result result = Rules::character(source, target, lenient);
+      if (result != KELO_UNICODE_COMPLETE) return result;
+    }
+    // In a text of other characters, words are looked for less and less often.
+    singles = std::min(2 * singles, kMost);
   }
 }
 
@@ -103,8 +65,10 @@ int convert_text(const char* caller, const From** source_start, const From* sour
     log::param_null(caller);
     return KELO_UNICODE_SOURCE_ILLEGAL;
   }
-  Source source{reinterpret_cast<const std::uint8_t*>(*source_start), distance(*source_start, source_end)};
-  Target target{reinterpret_cast<std::uint8_t*>(*target_start), distance(*target_start, target_end)};
+  const auto* const from = reinterpret_cast<const std::uint8_t*>(*source_start);
+  auto* const to = reinterpret_cast<std::uint8_t*>(*target_start);
+  Source source{from, from + distance(from, source_end)};
+  Target target{to, to + distance(to, target_end)};
   const kelo_unicode_result result = convert_all<Rules>(source, target, flags != KELO_UNICODE_STRICT);
   *source_start = reinterpret_cast<const From*>(source.at);
   *target_start = reinterpret_cast<To*>(target.at);
