@@ -69,6 +69,17 @@ Delivery deliver(int level, char* buf, const char* func, int line, const char* f
   return Delivery::printed;
 }
 
+void send(kelo::log::Site site, int level, const char* func, const char* fmt, va_list arguments) {
+  if (!kelo::log::passes(level)) return;
+  const kelo::base::ErrnoKeeper keep;
+  std::array<char, KELO_LOG_BUFFER_SIZE> text;
+  if (deliver(level, text.data(), func, site.line(), fmt, arguments) != Delivery::hand_to_channel) return;
+  const kelo::log::SourcePath path = kelo::log::source_path(site.file());
+  const LogDiagDescriptor descriptor = {site.line(), KELO_LOG_DIAG_SUBSYSTEM, level >= 0 ? 1U << level : 0U,
+                                        KELO_LOG_DIAG_FORMAT, path.c_str()};
+  msg_sprintf(&descriptor, static_cast<int>(getpid()), func, text.data());
+}
+
 void write_switch_file(int enable) {
   kelo::base::Descriptor file = kelo::base::open_file(kSwitchFile, O_RDWR | O_CREAT | O_TRUNC, 0666);
   if (!file) return;
@@ -85,20 +96,25 @@ bool kelo::log::passes(int level) {
   return level == -1 || current_level.load(std::memory_order_relaxed) <= level;
 }
 
-void kelo::log::emit(Site site, const char* func, const char* fmt, ...) {
-  const int level = site.level();
-  if (!passes(level)) return;
-  const base::ErrnoKeeper keep;
-  std::array<char, KELO_LOG_BUFFER_SIZE> text;
+void kelo::log::emit(Site site, const char* func, int level, const char* fmt, ...) {
   va_list arguments;
   va_start(arguments, fmt);
-  const Delivery delivery = deliver(level, text.data(), func, site.line(), fmt, arguments);
+  send(site, level, func, fmt, arguments);
   va_end(arguments);
-  if (delivery != Delivery::hand_to_channel) return;
-  const SourcePath path = source_path(site.file());
-  const LogDiagDescriptor descriptor = {site.line(), KELO_LOG_DIAG_SUBSYSTEM, level >= 0 ? 1U << level : 0U,
-                                        KELO_LOG_DIAG_FORMAT, path.c_str()};
-  msg_sprintf(&descriptor, static_cast<int>(getpid()), func, text.data());
+}
+
+void kelo::log::emit_error(Site site, const char* func, const char* fmt, ...) {
+  va_list arguments;
+  va_start(arguments, fmt);
+  send(site, LOG_LVL_ERR, func, fmt, arguments);
+  va_end(arguments);
+}
+
+void kelo::log::emit_debug(Site site, const char* func, const char* fmt, ...) {
+  va_list arguments;
+  va_start(arguments, fmt);
+  send(site, LOG_LVL_DBUG, func, fmt, arguments);
+  va_end(arguments);
 }
 
 void kelo::log::param_null(const char* function) {

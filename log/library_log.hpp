@@ -17,22 +17,31 @@ namespace kelo::log {
 // Whether a message of `level` passes the threshold now.
 bool passes(int level);
 
-// The source line, the level and the source file of a message in one number. Descriptors as constants of the call
-// sites would take 12 KiB on the device, with the relocations that their pointers need.
+// The source line and the source file of a message in one number that fits into one instruction. Descriptors as
+// constants of the call sites would take 12 KiB on the device, with the relocations that their pointers need.
 struct Site {
-  constexpr Site(unsigned line, int level, unsigned file)
-      : packed((line & 0xffff) | static_cast<unsigned>(level + 1) << 16 | file << 20) {}
+  static constexpr unsigned kLines = 512;
+  static constexpr unsigned kFiles = 128;
 
-  [[nodiscard]] std::uint16_t line() const { return static_cast<std::uint16_t>(packed); }
-  [[nodiscard]] int level() const { return static_cast<int>(packed >> 16 & 0xf) - 1; }
-  [[nodiscard]] unsigned file() const { return packed >> 20; }
+  consteval Site(unsigned line, unsigned file) : packed(static_cast<std::uint16_t>(line + kLines * file)) {
+    if (line >= kLines || file >= kFiles) too_large();
+  }
 
-  unsigned packed;
+  [[nodiscard]] std::uint16_t line() const { return packed % kLines; }
+  [[nodiscard]] unsigned file() const { return packed / kLines; }
+
+  std::uint16_t packed;
+
+ private:
+  static void too_large() {}  // not a constant expression, so that the compiler refuses the site
 };
 
-// Formats one message, if the level of its site passes the threshold, and sends it to the diagnostic channel or
-// prints it locally, shown under the function name `func`. Never allocates and preserves errno.
-void emit(Site site, const char* func, const char* fmt, ...) KELO_PRINTF(3, 4);
+// Formats one message, if its level passes the threshold, and sends it to the diagnostic channel or prints it
+// locally, shown under the function name `func`. Never allocates and preserves errno. Most messages are of the two
+// levels that have functions of their own, which saves their call sites an argument.
+void emit(Site site, const char* func, int level, const char* fmt, ...) KELO_PRINTF(4, 5);
+void emit_error(Site site, const char* func, const char* fmt, ...) KELO_PRINTF(3, 4);
+void emit_debug(Site site, const char* func, const char* fmt, ...) KELO_PRINTF(3, 4);
 
 // The path of a source of the library by the number that the build gives it.
 using SourcePath = base::FixedText<64>;
@@ -47,10 +56,15 @@ void param_null(const char* function);
 // Logs under a given function name: for a step shared by several operations, whose lines carry their names.
 // The arguments are evaluated even when the message does not pass: the test for it stands in the hand-off too,
 // which keeps some hundred call sites small.
-#define KELO_LOG_AS(func, level, ...)                                                  \
-  do {                                                                                 \
-    constexpr ::kelo::log::Site kelo_log_site_(__LINE__, (level), KELO_SOURCE_NUMBER); \
-    ::kelo::log::emit(kelo_log_site_, (func), __VA_ARGS__);                            \
+#define KELO_LOG_AS(func, level, ...)                                         \
+  do {                                                                        \
+    constexpr ::kelo::log::Site kelo_log_site_(__LINE__, KELO_SOURCE_NUMBER); \
+    if constexpr ((level) == LOG_LVL_ERR)                                     \
+      ::kelo::log::emit_error(kelo_log_site_, (func), __VA_ARGS__);           \
+    else if constexpr ((level) == LOG_LVL_DBUG)                               \
+      ::kelo::log::emit_debug(kelo_log_site_, (func), __VA_ARGS__);           \
+    else                                                                      \
+      ::kelo::log::emit(kelo_log_site_, (func), (level), __VA_ARGS__);        \
   } while (0)
 
 #undef KELO_LOG
