@@ -20,23 +20,25 @@ struct ItemCall {
 
 inline bool has_bytes(const void* bytes, std::int32_t count) { return bytes != nullptr && count >= 1; }
 
-void log_bad_argument(const ItemCall& call);
+// The names of a call are handed on one by one: a call as a constant object takes relocations.
+bool check_arguments(bool good, const char* function, const char* complaint);
+kelo_dm_item_desc* find_item_of_call(bool good_arguments, std::int32_t id, const char* function,
+                                     const char* complaint);
 
 // Whether the arguments of `call` are good; logged when they are not.
-inline bool check_arguments(const ItemCall& call, bool good) {
-  if (!good) log_bad_argument(call);
-  return good;
+inline bool check_arguments(ItemCall call, bool good) {
+  return check_arguments(good, call.function, call.complaint);
 }
 
 // The item that a call with these arguments is about; null, logged, when the call is refused.
-inline kelo_dm_item_desc* item_of_call(const ItemCall& call, bool good_arguments, std::int32_t id) {
-  return check_arguments(call, good_arguments) ? find_item(id, call.function) : nullptr;
+inline kelo_dm_item_desc* item_of_call(ItemCall call, bool good_arguments, std::int32_t id) {
+  return find_item_of_call(good_arguments, id, call.function, call.complaint);
 }
 
 template <int level>
-void log_item(const ItemCall& call, const kelo_dm_item_desc& item) {
+void log_item(const char* function, const kelo_dm_item_desc& item) {
   constexpr int kNameSize = sizeof(item.item_table);
-  KELO_LOG_AS(call.function, level, "hash:%.*s %.*s\n", kNameSize, item.item_table, kNameSize, item.item_key);
+  KELO_LOG_AS(function, level, "hash:%.*s %.*s\n", kNameSize, item.item_table, kNameSize, item.item_key);
 }
 
 // Reads the stored value with the handle's function, which must be there.

@@ -102,7 +102,7 @@ std::int32_t kelo_dm_get(kelo_dm_handle* handle, std::int32_t id, void* buf, std
   const bool good_arguments = handle != nullptr && len != nullptr && kelo::dm::has_bytes(buf, size);
   kelo_dm_item_desc* const item = kelo::dm::item_of_call(kGet, good_arguments, id);
   if (item == nullptr) return kGet.refusal;
-  kelo::dm::log_item<LOG_LVL_DBUG>(kGet, *item);
+  kelo::dm::log_item<LOG_LVL_DBUG>(kGet.function, *item);
   if (kelo::dm::clean_flag() != 0) return kNotReadable;
 
   ReadValue stored = read_whole(*handle, id, *item, size);

@@ -58,22 +58,22 @@ int report_memory_read(std::int32_t size) {
 }
 
 // The storage's result for a new value; nothing while the storage is being cleaned, when the value is lost.
-std::optional<int> write_unless_cleaning(const ItemCall& call, const kelo_dm_handle& handle, std::int32_t id,
+std::optional<int> write_unless_cleaning(const char* function, const kelo_dm_handle& handle, std::int32_t id,
                                          kelo_dm_item_desc& item, const void* data, std::int32_t len) {
   // The value in memory is asked for with room for one byte more, and always counts as having that byte: it
   // never equals the new one, and every write goes through.
   if (len < INT32_MAX) report_memory_read(len + 1);
-  log_item<LOG_LVL_DBUG>(call, item);
+  log_item<LOG_LVL_DBUG>(function, item);
   const std::int32_t cleaning = clean_flag();
-  KELO_LOG_AS(call.function, LOG_LVL_DBUG, "kelo_dm_is_run_clean: %d", cleaning);
+  KELO_LOG_AS(function, LOG_LVL_DBUG, "kelo_dm_is_run_clean: %d", cleaning);
   if (cleaning != 0) return std::nullopt;
   const int stored = write_stored(handle, id, item, data, len);
-  KELO_LOG_AS(call.function, LOG_LVL_DBUG, "write cb ret:%d", stored);
+  KELO_LOG_AS(function, LOG_LVL_DBUG, "write cb ret:%d", stored);
   return stored;
 }
 
 int read_db(const kelo_dm_handle& handle, std::int32_t id, kelo_dm_item_desc& item, void* buf, int size) {
-  log_item<LOG_LVL_ERR>(kReadDb, item);
+  log_item<LOG_LVL_ERR>(kReadDb.function, item);
   if (clean_flag() != 0) return 0;
   if (read_stored(handle, id, item, buf, size) >= 0) return 0;
   KELO_LOG_AS(kReadDb.function, LOG_LVL_ERR, "%s def value:%x not register!\n", kReadDb.complaint,
@@ -93,14 +93,20 @@ bool holds_already(const kelo_dm_handle& handle, std::int32_t id, kelo_dm_item_d
 
 }  // namespace
 
-void kelo::dm::log_bad_argument(const ItemCall& call) {
-  KELO_LOG_AS(call.function, LOG_LVL_ERR, "%s param NULL\n", call.complaint);
+bool kelo::dm::check_arguments(bool good, const char* function, const char* complaint) {
+  if (!good) KELO_LOG_AS(function, LOG_LVL_ERR, "%s param NULL\n", complaint);
+  return good;
+}
+
+kelo_dm_item_desc* kelo::dm::find_item_of_call(bool good_arguments, std::int32_t id, const char* function,
+                                               const char* complaint) {
+  return check_arguments(good_arguments, function, complaint) ? find_item(id, function) : nullptr;
 }
 
 std::int32_t kelo_dm_write(kelo_dm_handle* handle, std::int32_t id, const void* data, std::int32_t len) {
   kelo_dm_item_desc* const item = item_of_call(kWrite, handle != nullptr && has_bytes(data, len), id);
   if (item == nullptr) return kWrite.refusal;
-  const std::optional<int> stored = write_unless_cleaning(kWrite, *handle, id, *item, data, len);
+  const std::optional<int> stored = write_unless_cleaning(kWrite.function, *handle, id, *item, data, len);
   return stored ? announce(*stored, id, data, len) : 0;
 }
 
@@ -117,7 +123,8 @@ std::int32_t kelo_dm_write_verified(kelo_dm_handle* handle, std::int32_t id, con
     KELO_LOG(LOG_LVL_ERR, "no memory to read %d bytes back\n", len);
     return kNotVerified;
   }
-  const std::optional<int> stored = write_unless_cleaning(kWriteVerified, *handle, id, *item, data, len);
+  const std::optional<int> stored =
+      write_unless_cleaning(kWriteVerified.function, *handle, id, *item, data, len);
   if (stored != 0) return kNotVerified;
   if (read_stored(*handle, id, *item, read_back.get(), room) != len ||
       std::memcmp(read_back.get(), data, static_cast<std::size_t>(len)) != 0)
@@ -132,7 +139,7 @@ std::int32_t kelo_dm_write_db(kelo_dm_handle* handle, std::int32_t id, const voi
     KELO_LOG(LOG_LVL_INFO, "Try to write the same data\n");
     return 0;
   }
-  log_item<LOG_LVL_ERR>(kWriteDb, *item);
+  log_item<LOG_LVL_ERR>(kWriteDb.function, *item);
   if (clean_flag() != 0) return 0;
   return announce(write_stored(*handle, id, *item, data, len), id, data, len);
 }
@@ -140,7 +147,7 @@ std::int32_t kelo_dm_write_db(kelo_dm_handle* handle, std::int32_t id, const voi
 std::int32_t kelo_dm_empty(kelo_dm_handle* handle, std::int32_t id) {
   kelo_dm_item_desc* const item = item_of_call(kEmpty, handle != nullptr, id);
   if (item == nullptr) return kEmpty.refusal;
-  log_item<LOG_LVL_ERR>(kEmpty, *item);
+  log_item<LOG_LVL_ERR>(kEmpty.function, *item);
   if (clean_flag() != 0) return 0;
   const std::uint32_t nothing = 0;
   return announce(write_stored(*handle, id, *item, &nothing, 0), id, &nothing, 0);
@@ -160,7 +167,7 @@ std::int32_t kelo_dm_read_from_dbconfigfile(kelo_dm_handle* handle, std::int32_t
                                             std::int32_t size) {
   kelo_dm_item_desc* const item = item_of_call(kReadConfig, handle != nullptr && has_bytes(buf, size), id);
   if (item == nullptr) return kReadConfig.refusal;
-  log_item<LOG_LVL_INFO>(kReadConfig, *item);
+  log_item<LOG_LVL_INFO>(kReadConfig.function, *item);
   if (clean_flag() != 0) return kReadConfig.refusal;
   return read_stored(*handle, id, *item, buf, size) < 0 ? kReadConfig.refusal : 0;
 }
