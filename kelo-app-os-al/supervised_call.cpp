@@ -1,6 +1,5 @@
 #include <array>
 #include <cstring>
-#include <string_view>
 
 #include "kelo-app-os-al/supervised_child.hpp"
 #include "kelo_utils/app_os_al.h"
@@ -14,23 +13,19 @@ constexpr std::size_t kCommandSize = 512;  // bytes, terminator included
 constexpr std::size_t kMostWords = 31;
 constexpr std::size_t kShellWords = 3;  // those that have the shell start the program
 
-struct Program {
-  std::string_view word;
-  const char* path;
-};
-
-constexpr std::array<Program, 10> kPrograms = {{
-    {"iptables", "/usr/sbin/iptables"},
-    {"ip6tables", "/usr/sbin/ip6tables"},
-    {"ip", "/sbin/ip"},
-    {"ndc", "ndc"},  // stands in different places: found through the search path
-    {"ifconfig", "/sbin/ifconfig"},
-    {"tc", "/sbin/tc"},
-    {"rm", "/bin/rm"},
-    {"echo", "/bin/echo"},
-    {"ls", "/bin/ls"},
-    {"sleep", "/bin/sleep"},
-}};
+// What the words for programs lead to, which are the last parts of the paths. It is one text of texts, since pointers to
+// them would take relocations. "ndc" is in different places: it is found through the search path.
+constexpr char kPrograms[] =
+    "/usr/sbin/iptables\0"
+    "/usr/sbin/ip6tables\0"
+    "/sbin/ip\0"
+    "ndc\0"
+    "/sbin/ifconfig\0"
+    "/sbin/tc\0"
+    "/bin/rm\0"
+    "/bin/echo\0"
+    "/bin/ls\0"
+    "/bin/sleep\0";
 
 // A word with one of these anywhere is a path of its own. They are part of "/system/bin", "/usr/bin" and
 // "/usr/sbin" too.
@@ -41,8 +36,9 @@ const char* resolve_program(const char* word) {
   for (const char* folder : kProgramFolders) {
     if (std::strstr(word, folder) != nullptr) return word;
   }
-  for (const Program& program : kPrograms) {
-    if (program.word == word) return program.path;
+  for (const char* path = kPrograms; *path != '\0'; path += std::strlen(path) + 1) {
+    const char* const folder_end = std::strrchr(path, '/');
+    if (std::strcmp(folder_end == nullptr ? path : folder_end + 1, word) == 0) return path;
   }
   return nullptr;
 }

@@ -48,7 +48,7 @@ void find_places() {
 
 // Six tags, of which the lookup serves the first five: no call site of the library uses the last level, and
 // its lines, like those of level -1, carry the C library's null-string text.
-constexpr std::array<const char*, 6> kTags = {" DBUG", " INFO", "-WRN-", "=ERR=", "*CRT*", "*EMR*"};
+constexpr char kTags[][6] = {" DBUG", " INFO", "-WRN-", "=ERR=", "*CRT*", "*EMR*"};
 constexpr unsigned kLastServedTag = 4;
 
 const char* tag_of(int level) {

@@ -4,7 +4,6 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
-#include <array>
 #include <cstdint>
 #include <cstring>
 #include <optional>
@@ -19,7 +18,7 @@
 namespace {
 
 // What the bridge is called on one platform or another, in the order of preference.
-constexpr std::array<const char*, 4> kBridgeNames = {"bridge0", "br-lan", "brlan0", "br0"};
+constexpr char kBridgeNames[][8] = {"bridge0", "br-lan", "brlan0", "br0"};
 
 // In network byte order; nothing when there is no such interface, or when it has no address.
 std::optional<std::uint32_t> interface_address(const char* name) {
@@ -48,7 +47,7 @@ int kelo_util_get_main_bridge_addr(std::uint32_t* if_addr) {
     KELO_LOG(LOG_LVL_ERR, "if_addr is NULL\n");
     return -1;
   }
-  for (const char* const name : kBridgeNames) {
+  for (const auto& name : kBridgeNames) {
     if (const auto address = interface_address(name)) {
       KELO_LOG(LOG_LVL_DBUG, "getip:ifname=%s,ip=0x%X\n", name, *address);
       *if_addr = *address;

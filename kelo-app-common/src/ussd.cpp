@@ -75,30 +75,43 @@ int decode_ucs2(const Message& message, std::size_t language_size) {
   return static_cast<std::uint16_t>(converted);  // callers count text in sixteen bits
 }
 
-int decode_plain_ucs2(const Message& message) { return decode_ucs2(message, 0); }
-int decode_ucs2_after_language(const Message& message) { return decode_ucs2(message, 2); }
+enum class Coding : std::uint8_t { kSeptets, kOctets, kUcs2, kUcs2AfterLanguage };
+
+int decode(const Message& message, Coding coding) {
+  switch (coding) {
+    case Coding::kSeptets:
+      return decode_septets(message);
+    case Coding::kOctets:
+      return decode_octets(message);
+    case Coding::kUcs2:
+      return decode_ucs2(message, 0);
+    case Coding::kUcs2AfterLanguage:
+      return decode_ucs2(message, 2);
+  }
+  return 0;
+}
 
 // The data coding schemes whose bits under `mask` are `value`.
 struct CodingGroup {
   std::uint8_t mask;
   std::uint8_t value;
-  int (*decode)(const Message& message);
+  Coding coding;
 };
 
 // Schemes of no group are not supported.
 constexpr std::array<CodingGroup, 12> kCodingGroups = {{
-    {0xF0, 0x00, decode_septets},  // text in a language
-    {0xFF, 0x10, decode_septets},  // text behind its language
-    {0xFF, 0x11, decode_ucs2_after_language},
-    {0xE0, 0x20, decode_septets},  // text in further languages
-    {0xCC, 0x40, decode_septets},  // general data coding
-    {0xCC, 0x44, decode_octets},
-    {0xCC, 0x48, decode_plain_ucs2},
-    {0xFC, 0x90, decode_septets},  // messages with a user data header
-    {0xFC, 0x94, decode_octets},
-    {0xFC, 0x98, decode_plain_ucs2},
-    {0xF4, 0xF0, decode_septets},  // message classes
-    {0xF4, 0xF4, decode_octets},
+    {0xF0, 0x00, Coding::kSeptets},  // text in a language
+    {0xFF, 0x10, Coding::kSeptets},  // text behind its language
+    {0xFF, 0x11, Coding::kUcs2AfterLanguage},
+    {0xE0, 0x20, Coding::kSeptets},  // text in further languages
+    {0xCC, 0x40, Coding::kSeptets},  // general data coding
+    {0xCC, 0x44, Coding::kOctets},
+    {0xCC, 0x48, Coding::kUcs2},
+    {0xFC, 0x90, Coding::kSeptets},  // messages with a user data header
+    {0xFC, 0x94, Coding::kOctets},
+    {0xFC, 0x98, Coding::kUcs2},
+    {0xF4, 0xF0, Coding::kSeptets},  // message classes
+    {0xF4, 0xF4, Coding::kOctets},
 }};
 
 }  // namespace
@@ -121,5 +134,5 @@ int kelo_util_convert_ussd_string_to_utf8(std::uint8_t dcs, const std::uint8_t* 
   const auto* const group = std::find_if(kCodingGroups.begin(), kCodingGroups.end(),
                                          [dcs](const auto& each) { return (dcs & each.mask) == each.value; });
   if (group == kCodingGroups.end()) return 0;
-  return group->decode({dcs, {data, static_cast<std::size_t>(len)}, {out, out_size}});
+  return decode({dcs, {data, static_cast<std::size_t>(len)}, {out, out_size}}, group->coding);
 }
