@@ -71,7 +71,7 @@ bool find_in_message(ByteSpan message, unsigned interface_index, char* text) {
 bool kelo_nl_netlink_handle(const base::Descriptor& socket, unsigned interface_index, char* text) {
   std::array<unsigned char, kDatagramSize> datagram;  // of characters, so that the stack protector guards it
   for (;;) {
-    const ssize_t length = ::recv(socket.get(), datagram.data(), datagram.size(), 0);
+    const ssize_t length = ::recvfrom(socket.get(), datagram.data(), datagram.size(), 0, nullptr, nullptr);
     if (length < 0) return false;
     KELO_LOG(LOG_LVL_DBUG, "rx len:%d \n", static_cast<int>(length));
     const ByteSpan received = std::as_bytes(std::span(datagram.data(), static_cast<std::size_t>(length)));

@@ -101,8 +101,8 @@ std::span<char> room_of(char* buffer, std::int32_t size) {
 
 // Callers rely on the command having produced its output by then: no signal shortens the pause.
 void pause_for_output() {
-  constexpr std::int64_t kMilliseconds = 1000;
-  static_cast<void>(kelo::base::Deadline(kMilliseconds).pause(kMilliseconds * 1000));
+  constexpr unsigned kSecond = 1'000'000;
+  static_cast<void>(kelo::base::Deadline(1000).pause(kSecond));
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <arpa/inet.h>
 #include <net/if.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -68,7 +69,7 @@ bool dump_route(const std::byte* message, std::int32_t length, unsigned interfac
 
 // Awake it would cost a processor.
 [[noreturn]] void sleep_for_ever() {
-  for (;;) pause();
+  for (;;) poll(nullptr, 0, -1);
 }
 
 struct Reply {

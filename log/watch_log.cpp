@@ -93,6 +93,6 @@ int oem_watch(const char* name, int line, const char* fmt, ...) {
   va_start(arguments, fmt);
   std::vfprintf(file.get(), fmt, arguments);
   va_end(arguments);
-  std::fputc('\n', file.get());
+  std::fputs("\n", file.get());
   return std::fclose(file.release());
 }

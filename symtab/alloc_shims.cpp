@@ -13,7 +13,7 @@ int bstats(int argument) { return argument; }
 char* bstrdupANoBalloc(const char* str) {
   if (str == nullptr) str = "";
   const std::size_t size = std::strlen(str) + 1;
-  void* const copy = std::malloc(size);
+  void* const copy = std::calloc(size, 1);
   return copy == nullptr ? nullptr : static_cast<char*>(std::memcpy(copy, str, size));
 }
 
