@@ -81,7 +81,7 @@ target_link_libraries(kelo_utils PRIVATE SQLite::SQLite3 Threads::Threads PUBLIC
 # the handler of its signal and its fork handler would go on in memory that is gone.
 target_link_options(kelo_utils PRIVATE
   -Wl,--version-script=${KELO_VERSION_SCRIPT} -Wl,--dynamic-list=${KELO_DYNAMIC_LIST} -Wl,-z,nodelete
-  -Wl,-z,relro -Wl,-z,now -Wl,--gc-sections -Wl,--as-needed -Wl,--build-id
+  -Wl,-z,relro -Wl,-z,now -Wl,--gc-sections -Wl,--sort-section=alignment -Wl,--as-needed -Wl,--build-id
   -Wl,-Map=${CMAKE_BINARY_DIR}/kelo_utils.link.map)
 if(KELO_SANITIZE)
   target_link_options(kelo_utils PRIVATE -fsanitize=${KELO_SANITIZE})
