@@ -2,7 +2,6 @@
 #include "sqlite3/src/parameters/types.hpp"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 
 #include "kelo_utils/app_os_al.h"
@@ -24,7 +23,7 @@ Number number_in(const void* variable) {
 }
 
 template <typename Number>
-bool read_number(void* variable, std::uint32_t /*size*/, const char* text) {
+bool read_number(void* variable, const char* text) {
   const auto number = static_cast<Number>(decimal_number(text));
   std::memcpy(variable, &number, sizeof number);
   return true;
@@ -34,17 +33,6 @@ bool read_text(void* variable, std::uint32_t size, const char* text) {
   if (size == 0) return false;
   std::memset(variable, 0, size);
   kelo_string_memcpy(static_cast<char*>(variable), text, size - 1);
-  return true;
-}
-
-template <typename Number>
-bool write_signed(TextBuilder& update, const void* variable, std::uint32_t /*size*/) {
-  update.print("%d", number_in<Number>(variable));
-  return true;
-}
-
-bool write_unsigned(TextBuilder& update, const void* variable, std::uint32_t /*size*/) {
-  update.print("%llu", static_cast<unsigned long long>(number_in<std::uint64_t>(variable)));
   return true;
 }
 
@@ -58,31 +46,64 @@ bool write_text(TextBuilder& update, const void* variable, std::uint32_t size) {
   return true;
 }
 
-struct Type {
-  std::uint32_t code;
-  bool (*read)(void* variable, std::uint32_t size, const char* text);
-  bool (*write)(TextBuilder& update, const void* variable, std::uint32_t size);
-  const char* gap;  // between "set" and the name where a table is written back
-};
+enum class Kind : std::uint8_t { kUnknown, k8Bit, k32Bit, k64Bit, kText };
 
-constexpr std::array<Type, 7> kTypes = {{
-    {KELO_DB_TYPE_8BIT_0, read_number<std::uint8_t>, write_signed<std::uint8_t>, " "},
-    {KELO_DB_TYPE_8BIT_1, read_number<std::uint8_t>, write_signed<std::uint8_t>, " "},
-    {KELO_DB_TYPE_32BIT_2, read_number<std::uint32_t>, write_signed<std::int32_t>, " "},
-    {KELO_DB_TYPE_32BIT_4, read_number<std::uint32_t>, write_signed<std::int32_t>, " "},
-    {KELO_DB_TYPE_64BIT, read_number<std::uint64_t>, write_unsigned, "  "},
-    {KELO_DB_TYPE_TEXT, read_text, write_text, " "},
-    {KELO_DB_TYPE_32BIT_7, read_number<std::uint32_t>, write_signed<std::int32_t>, " "},
-}};
+constexpr Kind kind_of(std::uint32_t type) {
+  switch (type) {
+    case KELO_DB_TYPE_8BIT_0:
+    case KELO_DB_TYPE_8BIT_1:
+      return Kind::k8Bit;
+    case KELO_DB_TYPE_32BIT_2:
+    case KELO_DB_TYPE_32BIT_4:
+    case KELO_DB_TYPE_32BIT_7:
+      return Kind::k32Bit;
+    case KELO_DB_TYPE_64BIT:
+      return Kind::k64Bit;
+    case KELO_DB_TYPE_TEXT:
+      return Kind::kText;
+    default:
+      return Kind::kUnknown;
+  }
+}
 
-constexpr char kWideGap[] = "  ";
+bool read(Kind kind, void* variable, std::uint32_t size, const char* text) {
+  switch (kind) {
+    case Kind::k8Bit:
+      return read_number<std::uint8_t>(variable, text);
+    case Kind::k32Bit:
+      return read_number<std::uint32_t>(variable, text);
+    case Kind::k64Bit:
+      return read_number<std::uint64_t>(variable, text);
+    case Kind::kText:
+      return read_text(variable, size, text);
+    default:
+      return false;
+  }
+}
 
-const Type* find_type(const char* caller, std::uint32_t code) {
-  const auto* const found =
-      std::find_if(kTypes.begin(), kTypes.end(), [=](const Type& type) { return type.code == code; });
-  if (found != kTypes.end()) return found;
-  KELO_LOG_AS(caller, LOG_LVL_ERR, "Error, param_type:%d \n", static_cast<int>(code));
-  return nullptr;
+bool write(TextBuilder& update, Kind kind, const void* variable, std::uint32_t size) {
+  switch (kind) {
+    case Kind::k8Bit:
+      update.print("%d", number_in<std::uint8_t>(variable));
+      return true;
+    case Kind::k32Bit:
+      update.print("%d", number_in<std::int32_t>(variable));
+      return true;
+    case Kind::k64Bit:
+      update.print("%llu", static_cast<unsigned long long>(number_in<std::uint64_t>(variable)));
+      return true;
+    default:
+      return write_text(update, variable, size);
+  }
+}
+
+// Blanks between "set" and the name of the column.
+constexpr const char* kWideGap = "  ";
+
+const char* gap_of_table(Kind kind) { return kind == Kind::k64Bit ? kWideGap : " "; }
+
+void log_type(const char* caller, std::uint32_t type) {
+  KELO_LOG_AS(caller, LOG_LVL_ERR, "Error, param_type:%d \n", static_cast<int>(type));
 }
 
 void begin_update(TextBuilder& update, const char* gap, Column column) {
@@ -99,19 +120,20 @@ bool end_update(const TextBuilder& update, const char* caller, Column column, bo
 
 bool read_variable(const char* caller, std::uint32_t type, void* variable, std::uint32_t size,
                    const char* text) {
-  const Type* const found = find_type(caller, type);
-  if (found == nullptr) return false;
-  if (found->read(variable, size, text == nullptr ? "" : text)) return true;
-  KELO_LOG_AS(caller, LOG_LVL_ERR, "Error, param_type:%d \n", static_cast<int>(type));
+  if (read(kind_of(type), variable, size, text == nullptr ? "" : text)) return true;
+  log_type(caller, type);
   return false;
 }
 
 bool write_update_of_variable(StatementText& update, const char* caller, UpdateForm form, Column column,
                               std::uint32_t type, const void* variable, std::uint32_t size) {
-  const Type* const found = find_type(caller, type);
-  if (found == nullptr) return false;
-  begin_update(update, form == UpdateForm::kTable ? found->gap : kWideGap, column);
-  const bool written = found->write(update, variable, size);
+  const Kind kind = kind_of(type);
+  if (kind == Kind::kUnknown) {
+    log_type(caller, type);
+    return false;
+  }
+  begin_update(update, form == UpdateForm::kTable ? gap_of_table(kind) : kWideGap, column);
+  const bool written = write(update, kind, variable, size);
   return end_update(update.put(';'), caller, column, written);
 }
 
