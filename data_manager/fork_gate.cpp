@@ -24,9 +24,12 @@ thread_local int own_forks = 0;
 // The process to which the locks belong, 0 before the first change.
 std::atomic<pid_t> process{0};
 
+// One function, since each count is a loop between two barriers.
+[[gnu::noinline]] void count(std::atomic<int>& counter, int by) { counter.fetch_add(by); }
+
 void before_fork() {
   ++own_forks;
-  forks.fetch_add(1);
+  count(forks, 1);
   const base::Deadline deadline(kPatienceMilliseconds);
   while (changes.load() > 0 && deadline.pause(kPauseMicroseconds)) {
   }
@@ -34,7 +37,7 @@ void before_fork() {
 
 void after_fork_in_parent() {
   --own_forks;
-  forks.fetch_sub(1);
+  count(forks, -1);
 }
 
 // Registered with the first change and not on load, so that the library has no constructor. Threads that
@@ -62,17 +65,17 @@ void renew_inherited_locks() {
 
 MemoryChange::MemoryChange() {
   register_fork_handlers();
-  changes.fetch_add(1);
+  count(changes, 1);
   if (!another_thread_forks()) return;
   const base::Deadline deadline(kPatienceMilliseconds);
   bool in_time = true;
   while (in_time && another_thread_forks()) {
-    changes.fetch_sub(1);
+    count(changes, -1);
     in_time = deadline.pause(kPauseMicroseconds);
-    changes.fetch_add(1);
+    count(changes, 1);
   }
 }
 
-MemoryChange::~MemoryChange() { changes.fetch_sub(1); }
+MemoryChange::~MemoryChange() { count(changes, -1); }
 
 }  // namespace kelo::dm
