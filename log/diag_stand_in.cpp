@@ -40,7 +40,10 @@ int syslog_priority(std::uint32_t mask) {
 
 void send_to_daemon(std::string_view record) {
   const kelo::base::Descriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  const sockaddr_un daemon = {AF_UNIX, "/dev/log"};
+  constexpr std::string_view kPath = "/dev/log";
+  sockaddr_un daemon{};
+  daemon.sun_family = AF_UNIX;
+  kPath.copy(daemon.sun_path, kPath.size());
   (void)kelo::base::retry_interrupted([&] {
     return ::sendto(socket.get(), record.data(), record.size(), MSG_NOSIGNAL,
                     reinterpret_cast<const sockaddr*>(&daemon), sizeof daemon);
