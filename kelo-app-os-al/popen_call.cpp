@@ -38,9 +38,8 @@ std::string_view text_of(std::string_view line) { return {line.data(), strnlen(l
 // The whole lines at the start of `arrived` that fit into `room` bytes and hold no NUL byte.
 std::string_view plain_lines(std::string_view arrived, std::size_t room) {
   const std::size_t length = strnlen(arrived.data(), std::min(arrived.size(), room));
-  const void* const last = memrchr(arrived.data(), '\n', length);
-  const char* const end = last == nullptr ? arrived.data() : static_cast<const char*>(last) + 1;
-  return {arrived.data(), static_cast<std::size_t>(end - arrived.data())};
+  const std::string_view plain(arrived.data(), length);
+  return {arrived.data(), plain.rfind('\n') + 1};  // without a line npos, which is 0 with one added
 }
 
 // Keeps whole lines, until one does not fit. False without memory.
