@@ -72,7 +72,10 @@ function(kelo_library target type)
 endfunction()
 
 kelo_library(kelo_utils SHARED)
-set_target_properties(kelo_utils PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 0 EXPORT_NAME utils)
+# Its size is the installed library's: it does not name the folder of the device's libraries on this machine, which an
+# emulator is told anyhow.
+set_target_properties(kelo_utils PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 0 EXPORT_NAME utils
+                                            SKIP_BUILD_RPATH ON)
 set_property(TARGET kelo_utils PROPERTY LINK_DEPENDS ${KELO_VERSION_SCRIPT} ${KELO_DYNAMIC_LIST})
 add_dependencies(kelo_utils kelo_linker_lists)
 # A daemon that logs calls the diagnostic channel itself, so it links the platform's library too.
