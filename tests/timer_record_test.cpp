@@ -13,6 +13,7 @@
 
 #include "kelo_utils/timer.h"
 #include "tests/support/bounded_fork.hpp"
+#include "tests/support/emulation.hpp"
 #include "tests/support/timer_probe.hpp"
 
 namespace {
@@ -154,6 +155,7 @@ void send_stale_expiry(int worker, int system_timer, kelo_timer_info* record) {
 }
 
 TEST_F(TimerRecordLife, ExpiryThatPendsAfterTheDeleteIsForgotten) {
+  if (kelo::tests::kEmulated) GTEST_SKIP() << "the emulator numbers timers in another way than their signals";
   static std::atomic<int> worker{0};
   Calls known;
   kelo_timer_info look = record_of(

@@ -36,6 +36,9 @@ std::atomic<pid_t> prepared{0};
 std::atomic<pid_t> worker_id{0};
 sem_t worker_runs;
 
+// The worker's thread id; 0 while this process has none.
+pid_t worker_thread() { return served == getpid() ? worker_id.load() : 0; }
+
 // Whether the signal carries a record of this process. A value that another process sent is no pointer of
 // ours.
 bool is_ours(const siginfo_t& signal) {
@@ -64,7 +67,7 @@ void wake(pid_t worker) { syscall(SYS_tgkill, getpid(), worker, SIGUSR1); }
 void timer_sigaction_handler(int number, siginfo_t* signal, void* /*context*/) {
   const kelo::base::ErrnoKeeper keep;
   if (number != SIGUSR1 || !accept(*signal)) return;
-  const pid_t worker = kelo::timer::worker_thread();
+  const pid_t worker = worker_thread();
   if (worker != 0 && worker != get_tid()) wake(worker);
 }
 
@@ -79,6 +82,21 @@ class WorkerSignals {
     sigfillset(&all_);
     pthread_sigmask(SIG_SETMASK, &all_, &in_callbacks_);
     sigaddset(&in_callbacks_, SIGUSR1);
+  }
+
+  // Finds out, with a timer of its own, whether the number in a timer's signal names the timer to the system. That is
+  // not so under some emulators.
+  void try_numbers() {
+    sigevent notification = kelo::timer::expiry_signal(this);
+    timer_t timer = nullptr;
+    if (timer_create(CLOCK_MONOTONIC, &notification, &timer) != 0) return;
+    itimerspec times{};
+    times.it_value.tv_nsec = 1;
+    timer_settime(timer, 0, &times, nullptr);
+    siginfo_t signal{};
+    while (sigwaitinfo(&expiry_, &signal) == SIGUSR1 && signal.si_value.sival_ptr != this) take(signal);
+    numbers_name_timers_ = timer_exists(signal);
+    timer_delete(timer);
   }
 
   // Takes one, waiting for it if none pends. A signal that the daemon has blocked since it started the service,
@@ -117,19 +135,26 @@ class WorkerSignals {
     return false;
   }
 
+  static bool timer_exists(const siginfo_t& signal) {
+    return syscall(SYS_timer_getoverrun, signal.si_timerid) >= 0;
+  }
+
   // Some kernels deliver what pended for a timer after its delete, when the record may be gone.
+  [[nodiscard]] bool may_be_of_deleted_timer(const siginfo_t& signal) const {
+    return signal.si_code == SI_TIMER && withdrawals_settled_ != kelo::timer::withdrawals &&
+           numbers_name_timers_;
+  }
+
   void take(const siginfo_t& signal) const {
     const kelo::base::LockGuard lock(kelo::timer::records_mutex);
-    if (signal.si_code == SI_TIMER && withdrawals_settled_ != kelo::timer::withdrawals &&
-        syscall(SYS_timer_getoverrun, signal.si_timerid) < 0) {
-      return;
-    }
+    if (may_be_of_deleted_timer(signal) && !timer_exists(signal)) return;
     accept(signal);
   }
 
   sigset_t expiry_;
   sigset_t all_;
   sigset_t in_callbacks_;
+  bool numbers_name_timers_ = true;
   unsigned withdrawals_settled_ = 0;  // nothing pends of the timers deleted before this many
 };
 
@@ -169,6 +194,7 @@ void* kelo_oem_timer_thread(void* /*unused*/) {
   WorkerSignals signals;
   worker_signals = &signals;
   worker_id = get_tid();
+  signals.try_numbers();
   sem_post(&worker_runs);
   while (true) {
     kelo::timer::take_wrong_magics(log_wrong_magic);
@@ -243,7 +269,17 @@ void timer_sigaction_init() {
 
 }  // namespace
 
-pid_t kelo::timer::worker_thread() { return served == getpid() ? worker_id.load() : 0; }
+sigevent kelo::timer::expiry_signal(void* record) {
+  sigevent notification{};
+  notification.sigev_signo = SIGUSR1;
+  notification.sigev_value.sival_ptr = record;
+  notification.sigev_notify = SIGEV_SIGNAL;
+  if (const pid_t worker = worker_thread(); worker != 0) {
+    notification.sigev_notify = SIGEV_THREAD_ID;
+    notification._sigev_un._tid = worker;  // the C library has no other name for it
+  }
+  return notification;
+}
 
 void kelo::timer::take_expiries_of_worker() {
   // In the child of a callback that forked this thread is not the worker any more.

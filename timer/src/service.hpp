@@ -2,12 +2,13 @@
 #ifndef KELO_TIMER_SERVICE_HPP
 #define KELO_TIMER_SERVICE_HPP
 
-#include <sys/types.h>
+#include <signal.h>
 
 namespace kelo::timer {
 
-// The worker's thread id; 0 while this process has none.
-pid_t worker_thread();
+// How a timer tells of an expiry. Straight to the worker, so that it interrupts no thread of the daemon; to any
+// thread while this process has no worker.
+sigevent expiry_signal(void* record);
 
 // In a callback: lets the expiries that came meanwhile wait for their callbacks. Arming or disarming a timer
 // makes some kernels forget one that was not taken. In another thread it does nothing.

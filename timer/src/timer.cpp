@@ -61,20 +61,6 @@ int arm_running(const char* caller, kelo_timer_info& info, std::int32_t state) {
   return result;
 }
 
-// Straight to the worker, so that an expiry interrupts no thread of the daemon; to any thread while there is
-// no worker yet.
-sigevent expiry_signal(kelo_timer_info& info) {
-  sigevent notification{};
-  notification.sigev_signo = SIGUSR1;
-  notification.sigev_value.sival_ptr = &info;
-  notification.sigev_notify = SIGEV_SIGNAL;
-  if (const pid_t worker = kelo::timer::worker_thread(); worker != 0) {
-    notification.sigev_notify = SIGEV_THREAD_ID;
-    notification._sigev_un._tid = worker;  // the C library has no other name for it
-  }
-  return notification;
-}
-
 bool is_created(std::int32_t state) { return state >= TIMER_STATE_CREATED && state <= TIMER_STATE_STOPPED; }
 
 }  // namespace
@@ -93,7 +79,7 @@ int kelo_timer_create(kelo_timer_info* info) {
     KELO_LOG(LOG_LVL_ERR, "invalid state:%d\n", state);
     return -1;
   }
-  sigevent notification = expiry_signal(*info);
+  sigevent notification = kelo::timer::expiry_signal(info);
   const int result = timer_create(CLOCK_MONOTONIC, &notification, &info->timer_id);
   if (result < 0) {
     KELO_LOG(LOG_LVL_ERR, "failed to create timer, rc=%d\n", result);
