@@ -58,6 +58,7 @@ Delivery deliver(int level, char* buf, const char* func, int line, const char* f
   if (!lock.acquired()) return Delivery::dropped;  // the print callback or the starting channel logged
   const int enable = log_tool_enable.load(std::memory_order_relaxed);
   start_diag_channel(enable);
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the caller has started it, which the analyzer misses
   std::vsnprintf(buf, KELO_LOG_BUFFER_SIZE, fmt, arguments);
   if (enable != 0) return Delivery::hand_to_channel;
   const char* const text = kelo::log::compose_local_line({lock.process(), level, func, line, buf});
