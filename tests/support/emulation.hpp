@@ -13,6 +13,9 @@ inline constexpr bool kEmulated = sizeof kEmulator > 1;
 // Why tests of process names are skipped then.
 inline constexpr char kNamedAsTheEmulator[] = "the kernel knows an emulated program by the emulator's name";
 
+// Why tests of programs that cannot be started are skipped then.
+inline constexpr char kEmulatorLosesTheError[] = "the emulator starts a process that ends with 127 instead";
+
 // The words for the shell that run a program of this build.
 inline std::string shell_command(const std::string& program) {
   return std::string(kEmulator) + "'" + program + "'";
