@@ -3,7 +3,7 @@
 
 #include <strings.h>
 
-#include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 
@@ -42,13 +42,28 @@ bool can_be_bound(const Row& row) {
          std::strchr(row.key, '\'') == nullptr;
 }
 
-template <int (*compare)(const DefaultRow&, const DefaultRow&)>
-Sorted range_of(Sorted rows, const DefaultRow& row) {
-  const auto before = [](const DefaultRow* one, const DefaultRow* other) {
-    return compare(*one, *other) < 0;
-  };
-  const auto range = std::equal_range(rows.begin(), rows.end(), &row, before);
-  return {range.first, range.second};
+using Comparison = int (*)(const DefaultRow&, const DefaultRow&);
+
+// How many of the sorted rows come before `row`, or are at most as far as it.
+enum class Bound { kBefore = -1, kUpTo = 0 };
+
+std::size_t count_until(Bound bound, Sorted rows, const DefaultRow& row, Comparison compare) {
+  std::size_t first = 0;
+  for (std::size_t count = rows.size(); count > 0;) {
+    const std::size_t half = count / 2;
+    if (compare(*rows[first + half], row) <= static_cast<int>(bound)) {
+      first += half + 1;
+      count -= half + 1;
+    } else {
+      count = half;
+    }
+  }
+  return first;
+}
+
+Sorted rows_of_table(Sorted rows, const DefaultRow& row) {
+  const Sorted without_later = rows.first(count_until(Bound::kUpTo, rows, row, compare_tables));
+  return without_later.subspan(count_until(Bound::kBefore, without_later, row, compare_tables));
 }
 
 // The rows of one table, compared with those that the database holds.
@@ -81,9 +96,9 @@ class TableOfDefaults {
     DefaultRow wanted{};
     wanted.row.key = reinterpret_cast<const char*>(sqlite3_column_text(stored, 3));
     if (wanted.row.key == nullptr) return;
-    const Sorted found = range_of<compare_keys>(rows_, wanted);
-    if (found.empty()) return;
-    DefaultRow& last = *found.back();
+    const std::size_t count = count_until(Bound::kUpTo, rows_, wanted, compare_keys);
+    if (count == 0 || compare_keys(*rows_[count - 1], wanted) != 0) return;
+    DefaultRow& last = *rows_[count - 1];
     if (last.state != State::kDifferent)
       last.state = holds(stored, last.row) ? State::kStored : State::kDifferent;
   }
@@ -132,7 +147,7 @@ bool write_rows(sqlite3* db, std::span<DefaultRow> rows, Sorted sorted) {
   // No table is made while a statement is kept: SQLite would want that prepared again.
   for (const DefaultRow& row : rows) {
     if (row.state == State::kUnknown)
-      TableOfDefaults(db, row.row.table, range_of<compare_tables>(sorted, row)).compare();
+      TableOfDefaults(db, row.row.table, rows_of_table(sorted, row)).compare();
   }
   RowWriter writer(db);
   for (DefaultRow& row : rows) {
