@@ -136,7 +136,10 @@ KELO_API int dm_sqlite_write(uint32_t id, kelo_dm_item_desc* item, const void* v
  * the healthy primary over the backup, ::WS_WRITE_DONE, ::WS_BACKUP_DONE. Takes the store's lock,
  * exclusively. Two threads of one process may call it at once.
  *
- * - A primary that is missing or empty is first made anew from a good backup.
+ * - A primary that is missing or empty is first made anew from a good backup. So is one that takes no rows of a
+ *   table that the backup has, without its health check noticing.
+ * - A row of the primary that lost its key, or does not match its checksum, is first taken from the backup, if
+ *   it does so there.
  * - A copy that does not come out whole leaves the old backup, into which the one row is then written.
  * - A primary that fails its health check is not copied; it is then replaced by the backup, if that is good,
  *   and the row is written into it again. Reads give the old value until the next write.

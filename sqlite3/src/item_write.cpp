@@ -7,6 +7,7 @@
 #include "sqlite3/src/files.hpp"
 #include "sqlite3/src/health.hpp"
 #include "sqlite3/src/journal.hpp"
+#include "sqlite3/src/mend.hpp"
 #include "sqlite3/src/repair.hpp"
 #include "sqlite3/src/safe_copy.hpp"
 #include "sqlite3/src/sql.hpp"
@@ -42,6 +43,7 @@ int write_item(std::uint32_t id, const Row& row) {
   if (!record_in_journal(item, WS_READY)) {
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "dm_write_state_db  WS_READY failed: %d\n", DM_SQLITE_FAILED);
   }
+  mend_primary(kCaller);
   if (write_row(DB_CONFIG, row, OnCorruption::kRepair) < 0) {
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "dm_update_db: \n");
     return DM_SQLITE_FAILED;

@@ -21,6 +21,10 @@ inline constexpr const char* kUpdateItem =
     "update %s set id=%d, type=%d, len=%d, crc=%d,value=:1 where key='%s'";
 inline constexpr const char* kInsertItem =
     "insert into %s (id, key, type, len, crc, value) values(%d, '%s',%d, %d, %d, ?)";
+inline constexpr const char* kSelectRows = "select value,crc,key,id,type,rowid from %s";
+inline constexpr const char* kSelectRow = "select 1 from %s where rowid=%lld";
+// Changes nothing, and shows whether the table takes rows.
+inline constexpr const char* kTryUpdate = "update %s set id=0,key=0,type=0,len=0,crc=0,value=0 where 0";
 inline constexpr const char* kSelectItem = "select value,crc from %s where key='%s' limit 1";
 
 // Rows of defaults: key, type, len, value.

@@ -50,7 +50,8 @@ class Forecast {
   }
   // Whether the write reports success.
   bool write() {
-    if (primary_.empty && backup_.good()) primary_ = backup_;
+    // A primary that takes no rows is replaced as an empty one is.
+    if ((primary_.empty || primary_.item_query == SQLITE_ERROR) && backup_.good()) primary_ = backup_;
     if (primary_.corrupt()) repair();
     if (!primary_.table_made) return false;
     // Damage that the quick check misses is copied; damage that it sees keeps the backup as it is.

@@ -1,0 +1,99 @@
+// Brings rows that the primary has lost back from the backup.
+#include "sqlite3/src/mend.hpp"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstring>
+
+#include "base/file.hpp"
+#include "kelo_utils/sqlite.h"
+#include "log/library_log.hpp"
+#include "sqlite3/src/repair.hpp"
+#include "sqlite3/src/row.hpp"
+#include "sqlite3/src/safe_copy.hpp"
+#include "sqlite3/src/sql.hpp"
+
+namespace kelo::store {
+namespace {
+
+bool same_bytes(const char* path, const char* other) {
+  const base::Descriptor one = base::open_file(path, O_RDONLY);
+  const base::Descriptor two = base::open_file(other, O_RDONLY);
+  std::array<char, 1024> left;
+  std::array<char, 1024> right;
+  std::size_t size = 0;
+  do {
+    size = base::read_all(one.get(), left);
+    if (base::read_all(two.get(), right) != size || std::memcmp(left.data(), right.data(), size) != 0)
+      return false;
+  } while (size == left.size());
+  return true;
+}
+
+// Whether the value in column 0 matches the checksum in column 1. An empty value has no address.
+bool is_whole(sqlite3_stmt* row) {
+  const void* const value = sqlite3_column_blob(row, 0);
+  const int len = sqlite3_column_bytes(row, 0);
+  return value_crc(value == nullptr ? "" : value, len) == sqlite3_column_int(row, 1);
+}
+
+bool holds_whole(sqlite3* db, const char* table, const char* key) {
+  const Preparation selected = prepare(db, SqlText(sql::kSelectItem, table, key).c_str());
+  return selected.ok() && sqlite3_step(selected.statement.get()) == SQLITE_ROW &&
+         is_whole(selected.statement.get());
+}
+
+// A row that is not there at all was deleted by another program. One with another key has lost its own.
+bool has_row(sqlite3* db, const char* table, long long row) {
+  return select_rows(db, SqlText(sql::kSelectRow, table, row).c_str()).rows > 0;
+}
+
+void mend_table(const char* caller, sqlite3* primary, const char* table, sqlite3_stmt* rows) {
+  while (sqlite3_step(rows) == SQLITE_ROW) {
+    const auto* const key = reinterpret_cast<const char*>(sqlite3_column_text(rows, 2));
+    if (key == nullptr || !is_whole(rows) || holds_whole(primary, table, key) ||
+        !has_row(primary, table, sqlite3_column_int64(rows, 5)))
+      continue;
+    KELO_LOG_AS(caller, LOG_LVL_ERR, "%s lost %s %s, it is taken from %s\n", DB_CONFIG, table, key,
+                DB_CONFIGBAK);
+    store_item(primary, {table, sqlite3_column_int(rows, 3), key, sqlite3_column_int(rows, 4),
+                         sqlite3_column_blob(rows, 0), sqlite3_column_bytes(rows, 0)});
+  }
+}
+
+// A table without one of its columns, or a file that says of itself that it is not to be written.
+bool is_useless(int code) {
+  return code == SQLITE_ERROR || (code == SQLITE_READONLY && access(DB_CONFIG, W_OK) == 0);
+}
+
+// False when the primary would take no rows of a table.
+bool mend_rows(const char* caller) {
+  const Opening primary = open_for_writing(DB_CONFIG);
+  const Opening backup = open_for_reading(DB_CONFIGBAK);
+  if (!primary.ok() || !backup.ok()) return true;
+  const Rows tables = select_rows(backup.db.get(), sql::kSelectTables);
+  bool takes_rows = true;
+  for (int table = 0; tables.outcome.ok() && table < tables.rows; ++table) {
+    const char* const name = tables.cell(table, 0);
+    const Preparation rows = prepare(backup.db.get(), SqlText(sql::kSelectRows, name).c_str());
+    if (!rows.ok()) continue;
+    const int code = execute(primary.db.get(), SqlText(sql::kTryUpdate, name).c_str()).code;
+    if (code == SQLITE_OK) {
+      mend_table(caller, primary.db.get(), name, rows.statement.get());
+    } else if (is_useless(code)) {
+      takes_rows = false;
+    }
+  }
+  return takes_rows;
+}
+
+}  // namespace
+
+void mend_primary(const char* caller) {
+  if (size_of(DB_CONFIG) == 0 || size_of(DB_CONFIGBAK) == 0 || same_bytes(DB_CONFIG, DB_CONFIGBAK)) return;
+  if (!mend_rows(caller)) take_primary_from_backup(caller);
+}
+
+}  // namespace kelo::store
