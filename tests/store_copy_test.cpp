@@ -85,6 +85,14 @@ TEST_F(StoreCopy, KeepsALinkWhenTheCopyFails) {
   expect_others_kept();
 }
 
+// Nothing was set aside when a copy fails at its first file.
+TEST_F(StoreCopy, ThatCannotBeginLeavesTheOldBackupWithTheOneRow) {
+  fs::create_directory(std::string(DB_CONFIGBAK) + "-new");
+  EXPECT_EQ(put("apn", "new value"), 0);
+  EXPECT_EQ(get("apn"), "new value");
+  expect_others_kept();
+}
+
 TEST_F(StoreCopy, KeepsTheModeOfTheBackup) {
   const mode_t before = umask(022);
   for (const mode_t mode : {0666U, 0640U}) {

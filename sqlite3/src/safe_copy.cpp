@@ -23,7 +23,10 @@ using LongPath = FixedText<256>;
 
 struct stat status_of(const char* path) {
   struct stat status {};
-  if (stat(path, &status) != 0) status.st_mode = 0;
+  if (stat(path, &status) != 0) {
+    status.st_mode = 0;
+    status.st_size = errno == ENOENT ? 0 : -1;
+  }
   return status;
 }
 
@@ -75,7 +78,10 @@ bool set_aside(const Names& names, const struct stat& old, bool& renamed) {
 }
 
 void undo(const Names& names) {
-  if (size_of(names.previous.c_str()) == 0) {
+  const struct stat previous = status_of(names.previous.c_str());
+  if (!S_ISREG(previous.st_mode)) {
+    // The file was not set aside yet, and still holds what it held.
+  } else if (previous.st_size == 0) {
     unlink(names.file.c_str());
     static_cast<void>(base::sync_directory_of(names.file.c_str()));
   } else {
@@ -105,7 +111,9 @@ bool came_out_whole(const CopyOrder& order) {
 bool copy_with_undo(const CopyOrder& order) {
   const Names names(order.target);
   const struct stat old = status_of(names.file.c_str());
-  if (!S_ISREG(old.st_mode) || names.previous.cut()) return false;
+  // A pipe as the source would be waited for.
+  if (!S_ISREG(old.st_mode) || S_ISFIFO(status_of(order.source).st_mode) || names.previous.cut())
+    return false;
   roll_back_cut_transaction(order.target);
   // What SQLite could not roll back must not be rolled back into the copy.
   unlink(LongPath("%s-journal", names.file.c_str()).c_str());
@@ -117,13 +125,12 @@ bool copy_with_undo(const CopyOrder& order) {
     return read_only_directory && run_copy(order) && came_out_whole(order);
   }
   ByteLock steady;
-  if (!steady.keep_writers_out(order.source) || !run_copy(order) || !came_out_whole(order) ||
-      (renamed && !base::sync_directory_of(names.file.c_str()))) {
-    undo(names);
-    return false;
-  }
-  unlink(names.previous.c_str());
-  return true;
+  // The old content must not keep its second name: the next operation would put it back.
+  if (steady.keep_writers_out(order.source) && run_copy(order) && came_out_whole(order) &&
+      (!renamed || base::sync_directory_of(names.file.c_str())) && unlink(names.previous.c_str()) == 0)
+    return true;
+  undo(names);
+  return false;
 }
 
 // A file that is missing is made, so that there is something to set aside. It gets the mode that `cp` would give it.

@@ -41,7 +41,7 @@ void remove_unused_copy(const char* target);
 // Has SQLite roll back a transaction that a crash cut off, if one lies beside `path`.
 void roll_back_cut_transaction(const char* path);
 
-// Bytes of the file; 0 when it is missing.
+// Bytes of the file; 0 when it is missing, -1 when that cannot be told.
 long long size_of(const char* path);
 
 }  // namespace kelo::store
