@@ -243,6 +243,25 @@ TEST_F(ParameterFiles, RestoreWithoutAFactoryFails) {
   EXPECT_THAT(errors(), ElementsAre("3 oem_system_call: run shell script fail=256, script exit code: 1\n"));
 }
 
+TEST_F(ParameterFiles, RestoreThatCannotBeginKeepsTheUsersFile) {
+  set_cell("channel", "1");
+  std::filesystem::create_directory(kUserFile + "-new");
+  EXPECT_EQ(kelo_db_restore_factory(), 0);
+  std::filesystem::remove(kUserFile + "-new");
+  EXPECT_EQ(cell("channel"), "1");
+}
+
+TEST_F(ParameterFiles, RestoreFromAPipeIsNotWaitedFor) {
+  set_cell("channel", "1");
+  std::filesystem::remove(kFactoryFile);
+  ASSERT_EQ(mkfifo(kFactoryFile.c_str(), 0644), 0);
+  alarm(60);  // ends the test
+  EXPECT_EQ(kelo_db_restore_factory(), 0);
+  alarm(0);
+  std::filesystem::remove(kFactoryFile);
+  EXPECT_EQ(cell("channel"), "1");
+}
+
 TEST_F(ParameterFiles, RestoreIntoAReadOnlyFileFails) {
   set_cell("channel", "1");
   chmod(kUserFile.c_str(), 0444);

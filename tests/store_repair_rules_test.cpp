@@ -2,6 +2,7 @@
 // source.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -99,6 +100,27 @@ TEST_F(StoreRepairRules, AWriteIntoAnEmptyPrimaryKeepsTheOtherSettings) {
   EXPECT_EQ(get("apn"), "new value");
   expect_others_kept();
   expect_backup_equals_primary();
+}
+
+TEST_F(StoreRepairRules, AWriteIntoAMissingPrimaryWaitsForABackupThatCanBeLookedAt) {
+  fs::remove(DB_CONFIG);
+  {
+    const Fault no_memory({.function = "sqlite3_exec", .code = SQLITE_NOMEM, .text = "quick_check"});
+    EXPECT_EQ(put("apn", "new value"), -1);
+  }
+  EXPECT_EQ(put("apn", "new value"), 0);
+  EXPECT_EQ(get("apn"), "new value");
+  expect_others_kept();
+}
+
+TEST_F(StoreRepairRules, ABackupThatIsAPipeIsNotWaitedFor) {
+  corrupt_schema(DB_CONFIG);
+  fs::remove(DB_CONFIGBAK);
+  ASSERT_EQ(mkfifo(DB_CONFIGBAK, 0644), 0);
+  alarm(60);  // ends the test
+  EXPECT_EQ(put("apn", "new value"), -1);
+  EXPECT_EQ(check_database_health(DB_CONFIGBAK), -1);
+  alarm(0);
 }
 
 TEST_F(StoreRepairRules, AStartWithoutAPrimaryKeepsTheSettings) {

@@ -1,6 +1,9 @@
 // Opens connections, and runs statements on them.
 #include "sqlite3/src/handles.hpp"
 
+#include <sys/stat.h>
+
+#include <optional>
 #include <utility>
 
 #include "base/deadline.hpp"
@@ -36,7 +39,12 @@ Opening open_for_one_thread(const char* path) {
   return open_with(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX);
 }
 
-Opening open_for_reading(const char* path) { return open_with(path, SQLITE_OPEN_READONLY); }
+Opening open_for_reading(const char* path) {
+  struct stat status {};
+  // SQLite would wait until somebody writes into the pipe.
+  if (stat(path, &status) == 0 && S_ISFIFO(status.st_mode)) return {SQLITE_CANTOPEN, nullptr};
+  return open_with(path, SQLITE_OPEN_READONLY);
+}
 
 Opening open_for_writing(const char* path) {
   sqlite3* raw = nullptr;

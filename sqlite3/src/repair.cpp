@@ -56,8 +56,14 @@ void replace_useless_primary(const char* caller) {
 }
 
 bool fill_empty_primary(const char* caller) {
-  if (size_of(DB_CONFIG) > 0 || size_of(DB_CONFIGBAK) == 0 || !good_source(DB_CONFIGBAK)) return true;
-  return replace_primary(caller, kPlainWords, DB_CONFIGBAK);
+  if (size_of(DB_CONFIG) > 0 || size_of(DB_CONFIGBAK) == 0) return true;
+  roll_back_cut_transaction(DB_CONFIGBAK);
+  int health = health_of(DB_CONFIGBAK);
+  // SQLite's check calls a page damaged whose read failed, if only once.
+  if (health == kCorrupt) health = health_of(DB_CONFIGBAK);
+  if (health == kHealthy) return replace_primary(caller, kPlainWords, DB_CONFIGBAK);
+  // A backup that could not be looked at, for want of memory perhaps, may hold everything.
+  return health == kCorrupt || !is_database(DB_CONFIGBAK);
 }
 
 bool copy_primary_over_backup(const char* caller) {

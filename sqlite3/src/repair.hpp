@@ -24,8 +24,9 @@ bool take_primary_from_backup(const char* caller);
 // Replaces a primary that is no SQLite database by the backup, if that is good.
 void replace_useless_primary(const char* caller);
 
-// Makes an empty or missing primary anew from a good backup before a row goes into it. False when that failed: a
-// row must not go in then, since the next copy would put it in the place of all others.
+// Makes an empty or missing primary anew from a good backup before a row goes into it. False when that failed, or when
+// it could not be found out whether the backup is good: a row must not go in then, since the next copy would put it in
+// the place of all others.
 [[nodiscard]] bool fill_empty_primary(const char* caller);
 
 // Copies the primary over the backup and syncs the copy. False, which is logged, when the backup is as it was.
