@@ -40,7 +40,7 @@ class Entry {
 
 int ini_browse(ini_callback callback, void* user_data, const char* filename) {
   if (callback == nullptr || filename == nullptr) return 0;
-  const auto file = kelo::base::open_file(filename, O_RDONLY);
+  const auto file = kelo::base::open_file(filename, kelo::ini::kReading);
   if (!file) return 0;
   Lines lines(file.get());
   Entry entry;

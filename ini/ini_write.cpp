@@ -111,7 +111,7 @@ bool make_file(const char* section, const char* key, const char* value, const ch
 
 int ini_puts(const char* section, const char* key, const char* value, const char* filename) {
   assert(filename != nullptr);
-  const auto settings = kelo::base::open_file(filename, O_RDONLY);
+  const auto settings = kelo::base::open_file(filename, kelo::ini::kReading);
   if (settings) return change_file(section, key, value, filename, settings.get()) ? 1 : 0;
   if (errno != ENOENT && errno != ENOTDIR) return 0;
   if (key == nullptr || value == nullptr) return 1;

@@ -31,7 +31,7 @@ std::optional<std::size_t> getkeystring(const char* filename, Target section, st
   assert(!buffer.empty());
   assert(key || section.by_position());
   if (filename == nullptr) return std::nullopt;
-  const auto file = base::open_file(filename, O_RDONLY);
+  const auto file = base::open_file(filename, kReading);
   if (!file) return std::nullopt;
   Lines lines(file.get());
   if (!find_section(lines, section)) return std::nullopt;

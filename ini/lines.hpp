@@ -2,6 +2,7 @@
 #ifndef KELO_INI_LINES_HPP
 #define KELO_INI_LINES_HPP
 
+#include <fcntl.h>
 #include <sys/types.h>
 
 #include <array>
@@ -13,6 +14,9 @@
 #include "kelo_utils/ini.h"
 
 namespace kelo::ini {
+
+// How a settings file is opened for its lines. Nobody waits at a pipe in its place, which reads as an empty file.
+inline constexpr int kReading = O_RDONLY | O_NONBLOCK;
 
 // Stands before the first line at first. Holds a view of itself, and so stays where it is made.
 class Lines {

@@ -1,5 +1,7 @@
 // What the lines of a settings file mean.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <string>
@@ -26,6 +28,14 @@ TEST(IniSyntax, FindsAKeyOfASectionWhateverTheCase) {
   write_file(kSettings, "[Net]\nIP = 1.2.3.4\n");
   EXPECT_EQ(value_of("net", "ip"), "1.2.3.4");
   EXPECT_EQ(value_of("NET", "Ip"), "1.2.3.4");
+}
+
+TEST(IniSyntax, WaitsForNobodyAtAPipe) {
+  ASSERT_EQ(mkfifo(kSettings, 0600), 0);
+  alarm(60);  // ends the test
+  EXPECT_EQ(value_of("net", "ip"), kAbsent);
+  EXPECT_EQ(ini_puts("net", "ip", "1.2.3.4", kSettings), 0);
+  alarm(0);
 }
 
 TEST(IniSyntax, TakesOnlyAsciiLettersForTheSame) {
