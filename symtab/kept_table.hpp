@@ -9,7 +9,8 @@ namespace kelo::symtab {
 struct Table;
 
 // The open table `sd`, which is never freed from now on: a program that forgets all tables with symSubOpen(),
-// or closes this one, takes only its handle away. Null when `sd` names no open table.
+// or closes this one, takes only its handle away. Null when `sd` names no open table, or one whose buckets there was no memory for: nothing
+// can ever be entered there.
 Table* keep(sym_fd sd);
 
 // As symLookup() and symEnter(), without the handle.

@@ -193,7 +193,7 @@ void symClose(sym_fd sd) {
 }
 
 Table* kelo::symtab::keep(sym_fd sd) {
-  Table* const table = table_of(sd);
+  Table* const table = table_with_buckets(sd);
   if (table != nullptr) table->kept = true;
   return table;
 }
