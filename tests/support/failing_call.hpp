@@ -6,12 +6,16 @@
 #include <dlfcn.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstdlib>
 #include <string_view>
 
 #include "tests/support/before_sanitizer.hpp"
 
 namespace kelo::tests {
+
+// The error of a fault with which a read or write is made, but of half of its bytes only.
+inline constexpr int kShortTransfer = 0x7001;
 
 // Names a call and fails it: the `at`-th one of this thread, `times` times from there on. One at a time.
 class FailingCall {
@@ -49,6 +53,13 @@ class FailingCall {
   const int times_;
   int seen_ = 0;
 };
+
+// Makes a read or write of `size` bytes that met a fault.
+template <typename Transfer>
+auto fail_transfer(std::size_t size, Transfer transfer) -> decltype(transfer(size)) {
+  if (errno != kShortTransfer) return -1;
+  return transfer(size > 1 ? size / 2 : size);
+}
 
 template <typename Function>
 Function* next_call(const char* name, Function* /*interposer*/) {

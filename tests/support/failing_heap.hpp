@@ -1,9 +1,10 @@
 // A heap that runs out on demand: malloc, calloc and realloc of the whole test program, the library included,
-// fail from a chosen call on. Include it in exactly one source file of a test program.
+// fail from a chosen call on, all of them or some. Include it in exactly one source file of a test program.
 #ifndef KELO_TESTS_SUPPORT_FAILING_HEAP_HPP
 #define KELO_TESTS_SUPPORT_FAILING_HEAP_HPP
 
 #include <cerrno>
+#include <climits>
 #include <cstddef>
 
 #include "tests/support/before_sanitizer.hpp"
@@ -13,12 +14,14 @@ namespace kelo::tests {
 // The calls are counted per thread, so the threads of a sanitizer or of gtest cannot take part.
 inline thread_local bool heap_fails = false;
 inline thread_local int heap_calls_left = 0;
+inline thread_local int heap_failures_left = 0;
 
-// While it lives, the calling thread's heap serves `calls` more allocations; every further one fails.
+// While it lives, the calling thread's heap serves `calls` more allocations; the next `failures` fail.
 class FailingHeap {
  public:
-  explicit FailingHeap(int calls) {
+  explicit FailingHeap(int calls, int failures = INT_MAX) {
     heap_calls_left = calls;
+    heap_failures_left = failures;
     heap_fails = true;
   }
   ~FailingHeap() { heap_fails = false; }
@@ -32,6 +35,8 @@ KELO_BEFORE_SANITIZER inline bool heap_has_run_out() {
     --heap_calls_left;
     return false;
   }
+  if (heap_failures_left == 0) return false;
+  --heap_failures_left;
   errno = ENOMEM;
   return true;
 }

@@ -94,20 +94,24 @@ int open64(const char* path, int flags, ...) {
 
 ssize_t read(int fd, void* bytes, std::size_t size) {
   static const auto real = kelo::tests::next_call("read", read);
-  if (kelo::tests::FailingCall::meets("read")) return -1;
+  if (kelo::tests::FailingCall::meets("read"))
+    return kelo::tests::fail_transfer(size, [&](std::size_t part) { return real(fd, bytes, part); });
   return kelo::tests::claimed_read ? *kelo::tests::claimed_read : real(fd, bytes, size);
 }
 
 ssize_t write(int fd, const void* bytes, std::size_t size) {
   static const auto real = kelo::tests::next_call("write", write);
   const std::size_t part = kelo::tests::Writes::begin(fd, size);
-  if (kelo::tests::FailingCall::meets("write")) return -1;
+  if (kelo::tests::FailingCall::meets("write"))
+    return kelo::tests::fail_transfer(part, [&](std::size_t less) { return real(fd, bytes, less); });
   return kelo::tests::claimed_write ? *kelo::tests::claimed_write : real(fd, bytes, part);
 }
 
 ssize_t pread64(int fd, void* bytes, std::size_t size, off64_t position) {
   static const auto real = kelo::tests::next_call("pread64", pread64);
-  if (kelo::tests::FailingCall::meets("pread")) return -1;
+  if (kelo::tests::FailingCall::meets("pread"))
+    return kelo::tests::fail_transfer(size,
+                                      [&](std::size_t part) { return real(fd, bytes, part, position); });
   return kelo::tests::claimed_read ? *kelo::tests::claimed_read : real(fd, bytes, size, position);
 }
 

@@ -25,14 +25,6 @@ constexpr unsigned kPatience = 20;  // seconds, more than the library waits for 
 
 constexpr std::int32_t kLastPhase = 5;
 
-int open_descriptors() {
-  int count = 0;
-  for (int descriptor = 0; descriptor < 64; ++descriptor) {
-    if (fcntl(descriptor, F_GETFD) >= 0) ++count;
-  }
-  return count;
-}
-
 Reading read_one(Subject& subject, const Item& item, std::size_t index) {
   std::string value;
   const int result = subject.read(index, value);
@@ -44,6 +36,14 @@ Reading read_one(Subject& subject, const Item& item, std::size_t index) {
 }
 
 }  // namespace
+
+int open_descriptors() {
+  int count = 0;
+  for (int descriptor = 0; descriptor < 64; ++descriptor) {
+    if (fcntl(descriptor, F_GETFD) >= 0) ++count;
+  }
+  return count;
+}
 
 // In memory that the starting process and those that it starts have in common.
 struct Restart::Shared {

@@ -15,6 +15,9 @@ namespace kelo::crash {
 // User and system time of a process, or of those that it has waited for.
 double processor_seconds(decltype(RUSAGE_SELF) who);
 
+// Descriptors that the process has open.
+int open_descriptors();
+
 class Restart {
  public:
   // `history` must outlive this. Make it early: each process that it starts is a copy of the maker as it is now,
@@ -27,6 +30,9 @@ class Restart {
   // The second process depends on the files alone: it is started once for all first processes that end with the
   // same files.
   const Findings& run(const Expected& expected);
+
+  // What the last process found, and what one finds that calls first_run() by itself.
+  const Findings& findings() const { return *findings_; }
 
   // What the started processes have used so far.
   double processor_seconds() const;

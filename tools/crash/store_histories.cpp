@@ -121,7 +121,7 @@ History repair_backup() {
 
 void overwrite(const char* path, std::size_t from, std::size_t count) {
   const std::string garbage(count, '\xA5');
-  const int descriptor = open(path, O_WRONLY | O_CLOEXEC);
+  const int descriptor = open(path, O_WRONLY | O_CLOEXEC | O_NONBLOCK);
   if (pwrite(descriptor, garbage.data(), count, static_cast<off_t>(from)) < 0) std::perror(path);
   close(descriptor);
 }

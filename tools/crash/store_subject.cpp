@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "kelo_utils/log.h"
 #include "kelo_utils/sqlite.h"
@@ -49,6 +50,10 @@ void in_other_process(const std::function<void()>& body) {
 
 StoreSubject::~StoreSubject() {
   if (handle_ != nullptr) kelo_dm_unreg(handle_);
+  // The library knows the registered items for the life of the process.
+  static std::vector<std::vector<kelo_dm_item>>* const registered =
+      new std::vector<std::vector<kelo_dm_item>>();
+  registered->push_back(std::move(records_));
 }
 
 void StoreSubject::start() {
@@ -63,6 +68,7 @@ void StoreSubject::start() {
 }
 
 int StoreSubject::read(std::size_t item, std::string& value) {
+  if (handle_ == nullptr) return -3;  // no memory for it
   value.resize(65536);
   kelo_dm_item& record = records_[item];
   const int result = handle_->operations.read(static_cast<std::uint32_t>(record.id), &record.desc,
