@@ -3,7 +3,7 @@
 
 #include <fcntl.h>
 #include <sys/prctl.h>
-#include <time.h>
+#include <sys/time.h>
 
 #include <array>
 #include <cstddef>
@@ -57,12 +57,12 @@ const char* tag_of(int level) {
 }
 
 void stamp_time() {
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
+  timeval now{};
+  gettimeofday(&now, nullptr);
   const base::CalendarTime utc = base::calendar_from_seconds(now.tv_sec);
   TextBuilder stamp(stamp_place);
   stamp.print(kStampFormat, utc.year, utc.month, utc.day, utc.hour, utc.minute, utc.second,
-              static_cast<int>(now.tv_nsec / 1000000));
+              static_cast<int>(now.tv_usec / 1000));
 }
 
 // A thread whose name could be read from its file. It is known to itself only: a child of fork() has another process's

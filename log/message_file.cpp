@@ -1,4 +1,5 @@
 // Single messages, appended to a file by the shell.
+#include <sys/time.h>
 
 #include <array>
 #include <cstdarg>
@@ -28,14 +29,14 @@ constexpr std::size_t kLongCommandSize = 12660;
 using Stamp = kelo::base::FixedText<64>;
 
 Stamp local_stamp() {
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
+  timeval now{};
+  gettimeofday(&now, nullptr);
   // localtime_r() alone need not notice that the zone was changed since its first use.
   tzset();
   tm local{};
   localtime_r(&now.tv_sec, &local);
   return Stamp(kelo::log::kStampFormat, local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
-               local.tm_min, local.tm_sec, static_cast<int>(now.tv_nsec / 1000000));
+               local.tm_min, local.tm_sec, static_cast<int>(now.tv_usec / 1000));
 }
 
 // Appends a line, given in pieces, to the file; the command is put together in `room`. Nothing is escaped:
