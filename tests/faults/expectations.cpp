@@ -39,8 +39,8 @@ constexpr Allowance kAllowances[] = {
     {"first start", "process", "unreadable", 25},
     {"first start", "folder", "unreadable", 75},
     {"first start", "obstacle", "unreadable", 30},
-    {"first start", "call", "unreadable", 35},
-    {"first start", "memory", "unreadable", 35},
+    {"first start", "call", "unreadable", 60},
+    {"first start", "memory", "unreadable", 70},
     // The backup is away, and the first read makes it anew.
     {"verified", "obstacle", "unreadable", 10},
     {"crash completion", "obstacle", "unreadable", 10},
