@@ -34,7 +34,7 @@ bool tries_all() { return chosen("all") || chosen("list"); }
 
 StoredItems small_items() {
   return {{{"net", "apn", "internet.example", "older.example"},
-           {"net", "mtu", "1500", "1400"},
+           {"net", "mtu", "1500", "1280"},
            {"lan", "name", "home", "old home"},
            {"lan", "probe", "before", "long before"}}};
 }
@@ -212,6 +212,7 @@ TEST_P(StoreDamage, AFlippedBit) {
   const HealthyStore healthy = make_store(small_items(), 512);
   const std::vector<std::size_t> bits = bits_of(healthy.database, share_of(GetParam()));
   std::vector<Case> cases;
+  cases.reserve(bits.size());
   for (const std::size_t bit : bits)
     cases.push_back({bit_name(bit), [=](std::string& bytes) { flip(bytes, bit); }, {}});
   const Sums sums = try_cases("flipped bit", healthy, cases);
@@ -236,6 +237,7 @@ TEST_P(StoreDamageOfBoth, ADifferentBitInEachFile) {
   const HealthyStore healthy = make_store(small_items(), 512);
   const std::vector<std::size_t> bits = bits_of(healthy.database, share_of(GetParam()));
   std::vector<Case> cases;
+  cases.reserve(bits.size());
   for (std::size_t i = 0; i < bits.size(); ++i) {
     const std::size_t bit = bits[i];
     const std::size_t other = bits[(i + bits.size() / 2) % bits.size()];
