@@ -16,16 +16,16 @@ template <typename Word>
 using LaneBytes = std::conditional_t<sizeof(Word) == 8, std::uint32_t,
                                      std::conditional_t<sizeof(Word) == 4, std::uint16_t, std::uint8_t>>;
 
-// Text may stand at any address.
+// Text may stand at any address. Each is one instruction, which a build for size would call all the same.
 template <typename T>
-T load(const void* from) {
+[[gnu::always_inline]] inline T load(const void* from) {
   T value;
   std::memcpy(&value, from, sizeof value);
   return value;
 }
 
 template <typename T>
-void store(void* to, T value) {
+[[gnu::always_inline]] inline void store(void* to, T value) {
   std::memcpy(to, &value, sizeof value);
 }
 
