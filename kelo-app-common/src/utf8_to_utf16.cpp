@@ -78,7 +78,9 @@ bool are_trails(Byte... byte) {
   return (((byte ^ 0x80U) | ...) & 0xC0) == 0;
 }
 
-kelo_unicode_result put_unit(std::uint32_t code, std::size_t size, Source& source, Target& target) {
+// In line, as a call would keep both ends of the texts in memory.
+[[gnu::always_inline]] inline kelo_unicode_result put_unit(std::uint32_t code, std::size_t size,
+                                                           Source& source, Target& target) {
   if (target.room() < sizeof(Unit)) return KELO_UNICODE_TARGET_EXHAUSTED;
   store(target.at, static_cast<Unit>(code));
   target.at += sizeof(Unit);
