@@ -91,7 +91,7 @@ Outcome plain_utf8_copy(std::string_view text, std::size_t size) {
 }
 
 TEST_F(TextWords, AreCopiedAsUtf8) {
-  for (int i = 0; i < 1500; ++i) {
+  for (int i = 0; i < 1000; ++i) {
     std::string text;
     for (std::size_t length = below(40); text.size() < length;) {
       text +=
@@ -219,7 +219,7 @@ TEST_F(TextWords, AreNotReadFromAnyOtherCharacter) {
   for (unsigned byte = 1; byte < 256; ++byte) {
     const std::string digits = "09afAF5b09afAF5b";
     std::string changed = digits;
-    changed[byte * 5 % digits.size()] = static_cast<char>(byte);
+    changed[std::size_t{byte} * 5 % digits.size()] = static_cast<char>(byte);
     read_digits(changed);
     // At every place of a word; the neighbours are at the edges of what is a digit.
     for (std::size_t at = 0; at < digits.size(); ++at) {
@@ -285,7 +285,7 @@ void convert_everywhere(const std::vector<std::string>& source, const std::vecto
 
 TEST_F(TextWords, AreConvertedBetweenEncodings) {
   constexpr std::uint32_t kLimits[] = {0x80, 0x800, 0x10000, 0x110000};
-  for (int i = 0; i < 1200; ++i) {
+  for (int i = 0; i < 500; ++i) {
     Characters text;
     // Runs of one kind, as texts have them, mixed with others.
     for (std::size_t left = below(30), kind = 0; left > 0; --left) {
