@@ -172,7 +172,7 @@ constexpr std::size_t kDigits = 4096;
     const std::string digits = "0123456789abcdef";
     for (std::size_t i = 0; i < digits.size(); ++i) {
       made[static_cast<unsigned char>(digits[i])] = static_cast<std::uint8_t>(i);
-      made[static_cast<std::size_t>(g_ascii_toupper(digits[i]))] = static_cast<std::uint8_t>(i);
+      made[static_cast<unsigned char>(g_ascii_toupper(digits[i]))] = static_cast<std::uint8_t>(i);
     }
     return made;
   }();
