@@ -94,7 +94,7 @@ void settle_in(pid_t this_process) {
       pthread_atfork(nullptr, nullptr, settle_in_child);
       if (!process.compare_exchange_strong(seen, this_process)) continue;
       make_mark();
-      return;
+      seen = this_process;
     } else if (seen == -this_process) {
       sched_yield();
       seen = process.load(std::memory_order_acquire);

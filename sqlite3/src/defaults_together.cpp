@@ -171,7 +171,7 @@ bool write_defaults_together(std::span<DefaultRow> rows) {
     row.state = can_be_bound(row.row) ? State::kUnknown : State::kLeft;
     if (row.state == State::kUnknown) sorted[count++] = &row;
   }
-  std::qsort(sorted.get(), count, sizeof(DefaultRow*), compare_for_sort);
+  std::qsort(sorted.get(), count, sizeof(void*), compare_for_sort);
   {
     const Opening opening = open_for_writing(DB_DEF_ITEMS);
     if (!opening.ok() || !write_rows(opening.db.get(), rows, {sorted.get(), count})) return false;
