@@ -9,9 +9,6 @@ add_dependencies(kelo_faults kelo_utils_static)
 
 # kelo_fault_share(NAME EVERY ARGUMENT...): one of so many faults; none may lead to more than callers are told of.
 function(kelo_fault_share name every)
-  if(KELO_SANITIZE)
-    math(EXPR every "${every} * 8") # processes start slowly under a sanitizer, and each fault takes four
-  endif()
   add_test(NAME faults.${name} COMMAND ${KELO_TEST_SANDBOX} $<TARGET_FILE:kelo_faults> --every ${every} ${ARGN})
   set_tests_properties(faults.${name} PROPERTIES ${KELO_TEST_PROPERTIES})
 endfunction()

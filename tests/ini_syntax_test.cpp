@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <string>
 #include <utility>
 #include <vector>
@@ -31,11 +32,13 @@ TEST(IniSyntax, FindsAKeyOfASectionWhateverTheCase) {
 }
 
 TEST(IniSyntax, WaitsForNobodyAtAPipe) {
+  std::remove(kSettings);
   ASSERT_EQ(mkfifo(kSettings, 0600), 0);
   alarm(60);  // ends the test
   EXPECT_EQ(value_of("net", "ip"), kAbsent);
   EXPECT_EQ(ini_puts("net", "ip", "1.2.3.4", kSettings), 0);
   alarm(0);
+  std::remove(kSettings);
 }
 
 TEST(IniSyntax, TakesOnlyAsciiLettersForTheSame) {

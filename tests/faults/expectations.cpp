@@ -40,7 +40,7 @@ constexpr Allowance kAllowances[] = {
     {"first start", "folder", "unreadable", 75},
     {"first start", "obstacle", "unreadable", 30},
     {"first start", "call", "unreadable", 60},
-    {"first start", "memory", "unreadable", 70},
+    {"first start", "memory", "unreadable", 90},
     // The backup is away, and the first read makes it anew.
     {"verified", "obstacle", "unreadable", 10},
     {"crash completion", "obstacle", "unreadable", 10},
