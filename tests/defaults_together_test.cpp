@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdio>
 #include <filesystem>
 #include <functional>
@@ -23,7 +24,6 @@
 namespace {
 
 using namespace kelo::tests;
-using testing::ElementsAre;
 using testing::IsEmpty;
 
 kelo_dm_item number(int id, const char* table, const std::string& key, std::intptr_t value) {
@@ -58,6 +58,7 @@ Items ended(Items items) {
 
 Items many(int count) {
   Items items;
+  items.reserve(static_cast<std::size_t>(count) + 1);
   for (int id = 0; id < count; ++id)
     items.push_back(number(id, id % 3 == 0 ? "net" : "lan", "key" + std::to_string(id), id));
   return ended(items);

@@ -30,6 +30,7 @@ inline int single_write(std::uint32_t id, kelo_dm_item_desc* item, const void* v
 
 }  // namespace kelo::tests
 
+// NOLINTNEXTLINE(misc-definitions-in-headers): the hook of the one source that includes this
 void dm_pal_reg(std::int32_t /*id*/, kelo_dm_operations* operations) {
   sqlite_reg(operations);
   if (kelo::tests::one_by_one) operations->def_db_const = kelo::tests::single_write;
