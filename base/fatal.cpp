@@ -7,7 +7,7 @@
 namespace kelo::base {
 
 void fatal(const char* source_path, int line) {
-  std::printf("%s, line: %d\n", source_path, line);
+  std::fprintf(stdout, "%s, line: %d\n", source_path, line);
   std::fflush(stdout);
   std::abort();
 }

@@ -60,7 +60,7 @@ bool is_full(const char* path) {
 
 void empty(const char* path) {
   if (!kelo::base::open_file(path, O_WRONLY | O_CREAT | O_TRUNC, 0666))
-    std::printf("trunk %s file failed!!!\n", path);
+    std::fprintf(stdout, "trunk %s file failed!!!\n", path);
 }
 
 const char* choose_file() {

@@ -32,7 +32,7 @@ kelo_clk_time* kelo_clk_GetRelativeTime(kelo_clk_time* out) {
   timespec reading{};
   if (clock_gettime(CLOCK_MONOTONIC, &reading) != 0) {
     const kelo::base::ErrnoKeeper errno_keeper;
-    std::printf("clock_gettime() failed. errno = %d (%m)\n", errno);
+    std::fprintf(stdout, "clock_gettime() failed. errno = %d (%m)\n", errno);
   }
   store(reading, out);
   return out;

@@ -7,7 +7,7 @@
 namespace kelo::common {
 
 // Whether the shell would run, redirect or replace something on account of the text.
-inline bool shell_acts_on(const char* text) { return std::strpbrk(text, ";&|<>$\\`()\n") != nullptr; }
+inline bool shell_acts_on(const char* text) { return text[std::strcspn(text, ";&|<>$\\`()\n")] != '\0'; }
 
 }  // namespace kelo::common
 

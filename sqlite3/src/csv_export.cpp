@@ -124,7 +124,7 @@ int export_database(const char* path) {
   }
   const Outcome exported = execute(db.get(), sql::kSelectTables, on_listed_tables, db.get());
   if (exported.ok()) {
-    std::printf("Operation done successfully\n");
+    std::fprintf(stdout, "Operation done successfully\n");
   } else {
     std::fprintf(stderr, "SQL error: %s\n", exported.text());
   }

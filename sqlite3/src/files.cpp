@@ -1,8 +1,10 @@
 // Where the configuration databases are, and how they are moved.
 #include "sqlite3/src/files.hpp"
 
-#include <cstdio>
+#include <cstring>
 #include <string_view>
+
+#include "base/text_builder.hpp"
 
 char DB_CONFIG[DM_SQLITE_PATH_SIZE] = "/data/config.db";
 char DB_CONFIGBAK[DM_SQLITE_PATH_SIZE] = "/data/configbak.db";
@@ -13,6 +15,8 @@ char db_area[DM_SQLITE_AREA_SIZE] = "/data/";
 char db_rst_bak[DM_SQLITE_PATH_SIZE] = "/mnt/vendor/nvdata/";
 
 namespace {
+
+using kelo::base::TextBuilder;
 
 // substr() would bring in the C++ run time.
 std::string_view directory_of(std::string_view path) { return {path.data(), path.rfind('/') + 1}; }
@@ -27,10 +31,10 @@ void sqlite_reg_store_area(const char* primary_dir, const char* backup_dir) {
   constexpr std::size_t kLongestDirectory = 50;
   if (primary_dir != nullptr) {
     if (std::strlen(primary_dir) > kLongestDirectory) return;
-    std::snprintf(DB_CONFIG, sizeof DB_CONFIG, "%sconfig.db", primary_dir);
-    std::snprintf(DB_STATE, sizeof DB_STATE, "%sstate.db", primary_dir);
+    TextBuilder(DB_CONFIG).print("%sconfig.db", primary_dir);
+    TextBuilder(DB_STATE).print("%sstate.db", primary_dir);
   }
   if (backup_dir != nullptr && std::strlen(backup_dir) <= kLongestDirectory) {
-    std::snprintf(DB_CONFIGBAK, sizeof DB_CONFIGBAK, "%sconfigbak.db", backup_dir);
+    TextBuilder(DB_CONFIGBAK).print("%sconfigbak.db", backup_dir);
   }
 }

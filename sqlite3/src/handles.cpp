@@ -65,6 +65,8 @@ int close_file(Database& db) {
   return code;
 }
 
+const char* Outcome::text() const { return error ? error.get() : sqlite3_errstr(code); }
+
 Outcome execute(sqlite3* db, const char* sql, int (*row)(void*, int, char**, char**), void* context) {
   char* error = nullptr;
   const int code = sqlite3_exec(db, sql, row, context, &error);

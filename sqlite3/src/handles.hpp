@@ -59,7 +59,7 @@ struct [[nodiscard]] Outcome {
 
   [[nodiscard]] bool ok() const { return code == SQLITE_OK; }
   // SQLite's own words for the failure.
-  [[nodiscard]] const char* text() const { return error ? error.get() : sqlite3_errstr(code); }
+  [[nodiscard]] const char* text() const;
 };
 
 Outcome execute(sqlite3* db, const char* sql, int (*row)(void*, int, char**, char**) = nullptr,

@@ -64,13 +64,12 @@ bool insert_row(sqlite3* db, const char* insert) {
 }
 
 Rows select_row(sqlite3* db) {
-  const SqlText select(sql::kSelectJournal, sql::kJournalTable, sql::kJournalKey);
-  KELO_LOG_AS(kReader, LOG_LVL_DBUG, "szSql %s\n", select.c_str());
-  Rows found = select_rows(db, select.c_str());
+  KELO_LOG_AS(kReader, LOG_LVL_DBUG, "szSql %s\n", sql::kSelectJournal);
+  Rows found = select_rows(db, sql::kSelectJournal);
   if (found.outcome.ok()) return found;
   KELO_LOG_AS(kReader, LOG_LVL_WRN, "errmsg %s\n", found.outcome.text());
   if (!lacks_column(found.outcome) || !add_columns(kReader, db)) return found;
-  found = select_rows(db, select.c_str());
+  found = select_rows(db, sql::kSelectJournal);
   if (found.outcome.ok()) {
     KELO_LOG_AS(kReader, LOG_LVL_DBUG, "szSql select success, nRow, %d, nColumn: %d\n", found.rows,
                 found.columns);
@@ -101,7 +100,7 @@ void log_row(const JournalRow& row) {
 bool record_in_journal(const JournalItem& item, int state) {
   Database db = open_database(kWriter, DB_STATE);
   if (!db) return false;
-  const Outcome created = execute(db.get(), SqlText(sql::kCreateJournal, sql::kJournalTable).c_str());
+  const Outcome created = execute(db.get(), sql::kCreateJournal);
   if (!created.ok()) {
     KELO_LOG_AS(kWriter, LOG_LVL_ERR, "[%d] create table error, %s\n", __LINE__, created.text());
     return false;
@@ -110,13 +109,11 @@ bool record_in_journal(const JournalItem& item, int state) {
   const auto type = static_cast<std::int32_t>(item.type);
   const Presence presence = look_for_row(db.get(), sql::kJournalTable, sql::kJournalKey);
   if (presence != Presence::kAbsent) {
-    const SqlText update(sql::kUpdateJournal, sql::kJournalTable, item.table, id, item.key, type, item.len,
-                         state, sql::kJournalKey);
+    const SqlText update(sql::kUpdateJournal, item.table, id, item.key, type, item.len, state);
     if (!update_row(db, update.c_str())) return false;
     if (presence == Presence::kPresent || sqlite3_changes(db.get()) > 0) return true;
   }
-  const SqlText insert(sql::kInsertJournal, sql::kJournalTable, sql::kJournalKey, item.table, id, item.key,
-                       type, item.len, state);
+  const SqlText insert(sql::kInsertJournal, item.table, id, item.key, type, item.len, state);
   return insert_row(db.get(), insert.c_str());
 }
 

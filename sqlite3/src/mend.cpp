@@ -46,7 +46,7 @@ bool holds_whole(sqlite3* db, const char* table, const char* key) {
 }
 
 // A row that is not there at all was deleted by another program. One with another key has lost its own.
-bool has_row(sqlite3* db, const char* table, long long row) {
+bool has_row(sqlite3* db, const char* table, int row) {
   return select_rows(db, SqlText(sql::kSelectRow, table, row).c_str()).rows > 0;
 }
 
@@ -54,7 +54,7 @@ void mend_table(const char* caller, sqlite3* primary, const char* table, sqlite3
   while (sqlite3_step(rows) == SQLITE_ROW) {
     const auto* const key = reinterpret_cast<const char*>(sqlite3_column_text(rows, 2));
     if (key == nullptr || !is_whole(rows) || holds_whole(primary, table, key) ||
-        !has_row(primary, table, sqlite3_column_int64(rows, 5)))
+        !has_row(primary, table, sqlite3_column_int(rows, 5)))
       continue;
     KELO_LOG_AS(caller, LOG_LVL_ERR, "%s lost %s %s, it is taken from %s\n", DB_CONFIG, table, key,
                 DB_CONFIGBAK);

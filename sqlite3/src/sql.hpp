@@ -22,7 +22,7 @@ inline constexpr const char* kUpdateItem =
 inline constexpr const char* kInsertItem =
     "insert into %s (id, key, type, len, crc, value) values(%d, '%s',%d, %d, %d, ?)";
 inline constexpr const char* kSelectRows = "select value,crc,key,id,type,rowid from %s";
-inline constexpr const char* kSelectRow = "select 1 from %s where rowid=%lld";
+inline constexpr const char* kSelectRow = "select 1 from %s where rowid=%d";
 // Changes nothing, and shows whether the table takes rows.
 inline constexpr const char* kTryUpdate = "update %s set id=0,key=0,type=0,len=0,crc=0,value=0 where 0";
 inline constexpr const char* kSelectItem = "select value,crc from %s where key='%s' limit 1";
@@ -43,14 +43,15 @@ inline constexpr const char* kSelectDefault = "select value,type from %s where k
 inline constexpr const char* kJournalTable = "state";
 inline constexpr const char* kJournalKey = "write_state";
 inline constexpr const char* kCreateJournal =
-    "create table if not exists %s (key text not null,item_table text not null,id integer not null,"
+    "create table if not exists state (key text not null,item_table text not null,id integer not null,"
     "item_key text not null,type integer,len integer,state integer)";
 inline constexpr const char* kUpdateJournal =
-    "update %s set item_table='%s',id=%d,item_key='%s',type=%d,len=%d,state=%d where key='%s'";
+    "update state set item_table='%s',id=%d,item_key='%s',type=%d,len=%d,state=%d where key='write_state'";
 inline constexpr const char* kInsertJournal =
-    "insert into %s (key,item_table,id,item_key,type,len,state) values('%s','%s',%d,'%s',%d,%d,%d)";
+    "insert into state (key,item_table,id,item_key,type,len,state) "
+    "values('write_state','%s',%d,'%s',%d,%d,%d)";
 inline constexpr const char* kSelectJournal =
-    "select item_table,item_key,id,type,len,state from %s where key='%s'";
+    "select item_table,item_key,id,type,len,state from state where key='write_state'";
 
 // Any table.
 inline constexpr const char* kSelectExistence = "select 1 from %s where key='%s'";
