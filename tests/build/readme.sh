@@ -46,6 +46,7 @@ is_test() {
   grep -rqsE "^TEST(_F|_P)?\($suite, $name\)" tests && return
   grep -qsE "(^ *NAME |_share\(|_finds\()$name\b" tests/"$suite"*_tests.cmake
 }
+# shellcheck disable=SC2016 # the backquotes are those of the page
 named=$(grep '^|' docs/promises.md | grep -oE '`[a-zA-Z_]+\.[A-Za-z_]+`' | tr -d '`' | sort -u)
 [ "$(wc -l <<< "$named")" -gt 20 ] || { echo "docs/promises.md names no tests" && failed=1; }
 for test in $named; do
