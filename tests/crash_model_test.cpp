@@ -35,10 +35,10 @@ class DiskModel : public testing::Test {
   }
 
   void apply(const Event& event) { disk_.apply(next_++, event); }
-  void write(std::uint64_t offset, const std::string& bytes) {
+  void write(std::size_t offset, const std::string& bytes) {
     apply({.change = Change::write, .inode = 1, .offset = offset, .data = bytes});
   }
-  void resize(std::uint64_t size) { apply({.change = Change::resize, .inode = 1, .size = size}); }
+  void resize(std::size_t size) { apply({.change = Change::resize, .inode = 1, .size = size}); }
 
   // The contents that a file may have in a model; "none" when it has no name.
   std::set<std::string> contents(Model model, const std::string& name = kFile, const Effort& effort = {}) {

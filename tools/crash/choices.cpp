@@ -35,7 +35,7 @@ void add_axes_of_file(const Disk& disk, InodeNumber inode, const std::vector<Fil
   std::size_t cuts = 0;
   std::size_t sizes = 0;
   std::map<std::size_t, std::size_t> versions;
-  std::uint64_t size = disk.durable().files.at(inode).content.size();
+  std::size_t size = disk.durable().files.at(inode).content.size();
   for (const FileChange& change : changes) {
     if (change.shrinks) {
       ++cuts;
@@ -141,7 +141,7 @@ class Walk {
   }
 
  private:
-  std::size_t below(std::size_t limit) { return random_() % limit; }
+  std::size_t below(std::size_t limit) { return static_cast<std::size_t>(random_() % limit); }
 
   Selection selection(const Amounts& amounts) const {
     Selection made = {cut_, {}, {}};

@@ -24,7 +24,7 @@ BlockRef finished(Block block) {
 
 Block copy_of(const BlockRef& block) { return block ? *block : Block{}; }
 
-std::size_t blocks_for(std::uint64_t size) { return (size + kBlockSize - 1) / kBlockSize; }
+std::size_t blocks_for(std::size_t size) { return (size + kBlockSize - 1) / kBlockSize; }
 
 }  // namespace
 
@@ -52,7 +52,7 @@ BlockRef torn_block(const BlockRef& before, const BlockRef& after, unsigned mask
   return finished(mixture);
 }
 
-void Content::write(std::uint64_t offset, std::string_view bytes) {
+void Content::write(std::size_t offset, std::string_view bytes) {
   if (bytes.empty()) return;
   size_ = std::max(size_, offset + bytes.size());
   blocks_.resize(std::max(blocks_.size(), blocks_for(size_)));
@@ -68,7 +68,7 @@ void Content::write(std::uint64_t offset, std::string_view bytes) {
   }
 }
 
-void Content::resize(std::uint64_t size) {
+void Content::resize(std::size_t size) {
   size_ = size;
   blocks_.resize(blocks_for(size));
   if (size % kBlockSize == 0 || !blocks_.back()) return;

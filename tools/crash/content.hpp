@@ -35,20 +35,20 @@ class Content {
   Content() = default;
   explicit Content(std::string_view bytes) { write(0, bytes); }
 
-  void write(std::uint64_t offset, std::string_view bytes);
+  void write(std::size_t offset, std::string_view bytes);
   // Bytes beyond a smaller size are dropped; those up to a greater one are zeros.
-  void resize(std::uint64_t size);
+  void resize(std::size_t size);
   // Puts a whole block into its place without a change of the size.
   void set_block(std::size_t index, BlockRef block);
 
   BlockRef block(std::size_t index) const { return index < blocks_.size() ? blocks_[index] : nullptr; }
-  std::uint64_t size() const { return size_; }
+  std::size_t size() const { return size_; }
   std::string bytes() const;
   std::uint64_t hash() const;
 
  private:
   std::vector<BlockRef> blocks_;
-  std::uint64_t size_ = 0;
+  std::size_t size_ = 0;
 };
 
 }  // namespace kelo::crash

@@ -17,7 +17,7 @@ namespace kelo::crash {
 struct FileChange {
   std::size_t event;
   bool shrinks;  // cuts the file off; what is written later builds on that
-  std::uint64_t size;
+  std::size_t size;
   std::vector<std::pair<std::size_t, BlockRef>> blocks;  // as they are after the change
 };
 

@@ -44,9 +44,9 @@ struct Event {
   InodeNumber inode = 0;    // of a change to a file
   std::string path = {};    // of a change to a directory: the name, or the old name of two
   std::string second = {};  // the new name of two
-  std::uint64_t offset = 0;
-  std::string data = {};   // what was written
-  std::uint64_t size = 0;  // the new size
+  std::size_t offset = 0;
+  std::string data = {};  // what was written
+  std::size_t size = 0;   // the new size
   mode_t mode = 0;
   Mark mark{};
 };

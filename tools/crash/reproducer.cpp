@@ -11,7 +11,7 @@ std::string amount(std::size_t count) { return count == kAll ? "all" : std::to_s
 std::size_t amount_from(std::istringstream& words) {
   std::string word;
   words >> word;
-  return word == "all" ? kAll : std::strtoull(word.c_str(), nullptr, 10);
+  return word == "all" ? kAll : std::strtoul(word.c_str(), nullptr, 10);
 }
 
 void write_selection(const Selection& selection, std::ostringstream& out) {

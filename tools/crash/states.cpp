@@ -49,8 +49,8 @@ class FileBuilder {
 
   Content content_;
   const FileKept& kept_;
-  std::uint64_t size_;
-  std::uint64_t newest_size_;
+  std::size_t size_;
+  std::size_t newest_size_;
   std::size_t changes_ = 0;
   std::size_t cuts_ = 0;
   std::size_t sizes_ = 0;

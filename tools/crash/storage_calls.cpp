@@ -214,7 +214,7 @@ bool StorageCalls::resize(const TracedProcess& process, SystemCall& call, const 
        .call = name,
        .inode = inode,
        .path = path,
-       .size = static_cast<std::uint64_t>(after.st_size)});
+       .size = static_cast<std::size_t>(after.st_size)});
   return true;
 }
 
