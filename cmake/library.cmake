@@ -76,6 +76,10 @@ kelo_library(kelo_utils SHARED)
 # emulator is told anyhow.
 set_target_properties(kelo_utils PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 0 EXPORT_NAME utils
                                             SKIP_BUILD_RPATH ON)
+if(CMAKE_CROSSCOMPILING)
+  get_filename_component(folder_of_sqlite ${SQLite3_LIBRARY} DIRECTORY)
+  target_link_options(kelo_utils INTERFACE $<BUILD_INTERFACE:-Wl,-rpath-link,${folder_of_sqlite}>)
+endif()
 set_property(TARGET kelo_utils PROPERTY LINK_DEPENDS ${KELO_VERSION_SCRIPT} ${KELO_DYNAMIC_LIST})
 add_dependencies(kelo_utils kelo_linker_lists)
 # A daemon that logs calls the diagnostic channel itself, so it links the platform's library too.
