@@ -12,7 +12,7 @@ unknown=$(comm -13 <(names "$exports") <(names "$replaceable"))
 
 # A relocation that names a symbol takes the first definition that the loader finds, the program's before the library's.
 looked_up=$("$readelf" -rW "$library" | awk '$1 ~ /^[0-9a-f]+$/ && NF >= 5 { sub(/@.*/, "", $5); print $5 }' | sort -u)
-grep -qx malloc <<< "$looked_up" || { echo "no call of malloc: these are not the relocations" && failed=1; }
+grep -qx calloc <<< "$looked_up" || { echo "no call of calloc: these are not the relocations" && failed=1; }
 own=$(comm -12 <(names "$exports") <(printf '%s\n' "$looked_up"))
 grep -qx dm_pal_reg <<< "$own" || { echo "a program cannot replace dm_pal_reg" && failed=1; }
 wrong=$(comm -23 <(printf '%s\n' "$own") <(names "$replaceable"))
