@@ -64,7 +64,10 @@ long syscall(long number, ...) noexcept {
   static const auto real = kelo::tests::next_call("syscall", syscall);
   if (number == kelo::tests::kPidfdOpen) {
     if (kelo::tests::FailingCall::meets("pidfd_open")) return -1;
-    if (kelo::tests::handles_are_missing) number = -1;
+    if (kelo::tests::handles_are_missing) {
+      errno = ENOSYS;
+      return -1;
+    }
   }
   if (number == kelo::tests::kPidfdSendSignal && kelo::tests::FailingCall::meets("pidfd_send_signal"))
     return -1;
