@@ -17,7 +17,6 @@
 #include <set>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "kelo_utils/app_os_al.h"
 #include "kelo_utils/log.h"
@@ -241,7 +240,7 @@ TEST(DaemonStress, EverythingAtOnce) {
   periodic.emplace_back(std::chrono::seconds(5), ask_for_address);
   std::deque<OneShot> one_shots;
   for (int name = 0; name < 20; ++name) one_shots.emplace_back(name);
-  std::vector<std::thread> threads;
+  std::deque<std::thread> threads;
   for (int i = 0; i < 4; ++i) threads.emplace_back(work);
   const auto end = steady_clock::now() + stress_time();
   while (steady_clock::now() < end) create_and_delete_one();
