@@ -86,6 +86,7 @@ class DefaultsTogether : public testing::Test {
   static std::string start(Items items, const std::vector<FaultPlan>& faults = {}) {
     const ChildResult child = build_defaults(items, [&faults](const auto& build) {
       std::vector<std::unique_ptr<Fault>> alive;
+      alive.reserve(faults.size());
       for (const FaultPlan& plan : faults) alive.push_back(std::make_unique<Fault>(plan));
       build();
       if (!one_by_one) {
