@@ -105,6 +105,7 @@ std::int32_t kelo_dm_get(kelo_dm_handle* handle, std::int32_t id, void* buf, std
   kelo::dm::log_item<LOG_LVL_DBUG>(kGet.function, *item);
   if (kelo::dm::clean_flag() != 0) return kNotReadable;
 
+  // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): without a handle there is no item
   ReadValue stored = read_whole(*handle, id, *item, size);
   // A damaged backup, which a storage makes anew when a read has found it, may have the value now.
   if (stored.result == kNoRow || stored.result == kNoTable) stored = read_whole(*handle, id, *item, size);
