@@ -80,7 +80,7 @@ class WorkerSignals {
     sigemptyset(&expiry_);
     sigaddset(&expiry_, SIGUSR1);
     sigfillset(&all_);
-    pthread_sigmask(SIG_SETMASK, &all_, &in_callbacks_);
+    pthread_sigmask(SIG_BLOCK, &expiry_, &in_callbacks_);
     sigaddset(&in_callbacks_, SIGUSR1);
   }
 
