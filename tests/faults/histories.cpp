@@ -17,7 +17,6 @@ namespace {
 using crash::History;
 using crash::Item;
 using crash::Items;
-using crash::make_subject;
 using crash::mark;
 using crash::Progress;
 using crash::StoreSubject;

@@ -7,6 +7,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -141,14 +142,14 @@ Fault rights(const crash::History& history, const char* name, mode_t folders, mo
         if (entry.is_directory()) within.push_back(entry.path());
       }
       // A folder that can be entered is needed to change those in it, and to change them back.
-      for (auto inner = within.rbegin(); inner != within.rend(); ++inner) change(*inner, folders);
+      std::reverse(within.begin(), within.end());
+      for (const std::string& inner : within) change(inner, folders);
     }
     drop_capabilities();
   };
   fault.end = [=] {
-    for (auto entry = before->rbegin(); entry != before->rend(); ++entry) {
-      chmod(entry->first.c_str(), entry->second);
-    }
+    std::reverse(before->begin(), before->end());
+    for (const auto& [path, mode] : *before) chmod(path.c_str(), mode);
   };
   return fault;
 }

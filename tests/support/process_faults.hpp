@@ -54,6 +54,7 @@ int posix_spawnp(pid_t* child, const char* program, const posix_spawn_file_actio
   std::vector<std::string> words = {"sh", "-c", R"(printf '[%s]' "$@")", "sh", program};
   for (; *arguments != nullptr; ++arguments) words.emplace_back(*arguments);
   std::vector<char*> texts;
+  texts.reserve(words.size() + 1);
   for (std::string& word : words) texts.push_back(word.data());
   texts.push_back(nullptr);
   return real(child, "/bin/sh", actions, attributes, texts.data(), environment);

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <utility>
 
 #include "kelo_utils/log.h"
@@ -51,9 +52,8 @@ void in_other_process(const std::function<void()>& body) {
 StoreSubject::~StoreSubject() {
   if (handle_ != nullptr) kelo_dm_unreg(handle_);
   // The library knows the registered items for the life of the process.
-  static std::vector<std::vector<kelo_dm_item>>* const registered =
-      new std::vector<std::vector<kelo_dm_item>>();
-  registered->push_back(std::move(records_));
+  static std::deque<std::vector<kelo_dm_item>> registered;
+  registered.push_back(std::move(records_));
 }
 
 void StoreSubject::start() {
