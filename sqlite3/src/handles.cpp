@@ -8,6 +8,7 @@
 
 #include "base/deadline.hpp"
 #include "log/library_log.hpp"
+#include "sqlite3/src/fork_gate.hpp"
 
 namespace kelo::store {
 namespace {
@@ -63,6 +64,16 @@ int close_file(Database& db) {
   const int code = sqlite3_close(db.get());
   if (code == SQLITE_OK) static_cast<void>(db.release());
   return code;
+}
+
+void TextFreer::operator()(char* text) const {
+  const SqliteUse use;
+  sqlite3_free(text);
+}
+
+void TableFreer::operator()(char** cells) const {
+  const SqliteUse use;
+  sqlite3_free_table(cells);
 }
 
 const char* Outcome::text() const { return error ? error.get() : sqlite3_errstr(code); }

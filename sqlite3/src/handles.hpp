@@ -18,13 +18,14 @@ struct StatementFinalizer {
 };
 using Statement = std::unique_ptr<sqlite3_stmt, StatementFinalizer>;
 
+// What a statement gave may outlive the operation: a fork() waits for its release, too, in which SQLite holds a lock.
 struct TextFreer {
-  void operator()(char* text) const { sqlite3_free(text); }
+  void operator()(char* text) const;
 };
 using ErrorText = std::unique_ptr<char, TextFreer>;
 
 struct TableFreer {
-  void operator()(char** cells) const { sqlite3_free_table(cells); }
+  void operator()(char** cells) const;
 };
 using ResultCells = std::unique_ptr<char*, TableFreer>;
 
