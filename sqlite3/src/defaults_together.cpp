@@ -18,9 +18,10 @@ namespace {
 using State = DefaultRow::State;
 using Sorted = std::span<DefaultRow* const>;
 
-// SQLite takes names of tables that differ in the case of letters for the same.
+// SQLite takes names of tables that differ in the case of letters for the same. No statement holds a longer name.
 int compare_tables(const DefaultRow& one, const DefaultRow& other) {
-  return strcasecmp(one.row.table, other.row.table);
+  constexpr std::size_t kLongestName = 512;
+  return strncasecmp(one.row.table, other.row.table, kLongestName);
 }
 
 int compare_keys(const DefaultRow& one, const DefaultRow& other) {
