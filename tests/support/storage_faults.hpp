@@ -2,8 +2,8 @@
 // it in exactly one source file of a test program that links CMAKE_DL_LIBS.
 //
 // The calls are: pwrite, ftruncate, fdatasync, fcntl (with a command of locks), stat, lstat, access, unlink, link,
-// readlink, realpath, mkdir, fchmod, fchown, fopen, fwrite, syncfs, posix_spawnp and copy_file_range, which stands for
-// what a `cp` without a process of its own does. A call that fails is not made.
+// readlink, realpath, mkdir, fchmod, fchown, fopen, fwrite, syncfs, posix_spawnp and copy_file_range, which is
+// what a `cp` without a process of its own calls. A call that fails is not made.
 //
 // While any call of the thread is to fail, its waits take no time: they move its monotonic clock on. The call "clock"
 // is one that asks for the time of day: its error is the number of years that the clock jumps by.
