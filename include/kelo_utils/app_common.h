@@ -130,15 +130,15 @@ KELO_API int32_t kelo_support_FAN_CTRL(void);
  *
  * The command goes as one datagram to UDP port 5555 of 127.0.0.1: without a line feed at its end and then
  * without a carriage return there, in upper case (ASCII letters only, those of parameters and quoted texts
- * included), and with one carriage return behind it.
+ * included), and with one carriage return after it.
  *
  * Datagrams that come back from this host (from 127.0.0.0/8, whatever the port) are put together; those of
  * other hosts are dropped, and neither take an attempt nor change its time. The reply is complete when a final
- * result stands at the start of the reply or at the start of a line, which is behind a carriage return or a
+ * result is at the start of the reply or at the start of a line, which is after a carriage return or a
  * line feed: ERROR, OK with its line end, +CME ERROR: (whatever follows), NO CARRIER, or a numeric result: 0, 3
  * or 4 with its carriage return, or a mere 3. An information line that begins with a 3 therefore ends the
  * reply, and what arrives later is lost. A result that did not count because of the character before it makes
- * an equal one right behind it count: "33" in mid-line ends a reply. Other results, such as BUSY, end none.
+ * an equal one right after it count: "33" in mid-line ends a reply. Other results, such as BUSY, end none.
  *
  * The wait is at most three attempts of 20 seconds, an attempt ends with each such datagram, and signals neither
  * end nor lengthen one. Only a datagram that arrives in the first attempt is searched for the echo of the
