@@ -42,8 +42,10 @@ void msg_sprintf(const LogDiagDescriptor* descriptor, ...) {
   va_end(arguments);
   {
     const std::scoped_lock lock(kelo::tests::mutex);
-    kelo::tests::records.push_back(
-        {descriptor, process, function == nullptr ? "(none)" : function, text == nullptr ? "(none)" : text});
+    kelo::tests::records.push_back({descriptor, descriptor->line, descriptor->subsystem, descriptor->mask,
+                                    descriptor->format, descriptor->file, process,
+                                    function == nullptr ? "(none)" : function,
+                                    text == nullptr ? "(none)" : text});
   }
   errno = EPIPE;
 }

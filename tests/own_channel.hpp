@@ -12,7 +12,12 @@
 namespace kelo::tests {
 
 struct ChannelRecord {
-  const LogDiagDescriptor* descriptor;
+  const LogDiagDescriptor* site;  // only for comparison: the library's own descriptors end with the call
+  int line;
+  int subsystem;
+  unsigned mask;
+  std::string format;
+  std::string file;
   int process;
   std::string function;
   std::string text;

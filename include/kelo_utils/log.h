@@ -147,8 +147,9 @@ KELO_API int Diag_LSM_Init(char* environment);
 
 /**
  * Sends one record. Called without the log lock, by several threads at once.
- * @param descriptor  the call site; the further arguments are those of its `format`: int process id, function
- *                    name, message.
+ * @param descriptor  the call site, a constant of the program. That of a message of the library itself is valid during
+ *                    the call only, so a replacement copies what it keeps. The further arguments are those of its
+ *                    `format`: int process id, function name, message.
  */
 KELO_API void msg_sprintf(const LogDiagDescriptor* descriptor, ...);
 /** @} */
