@@ -20,7 +20,7 @@ kelo_crash_share(repairs 550 "repair, page 1" "repair, data page" "repair, no pr
                              "repair, backup" "no state database")
 kelo_crash_share(others 800 "two daemons" "nearly full disk" "random 1" "random 2")
 kelo_crash_share(more_random 800 "random 3" "random 4" "random 5" "random 6")
-kelo_crash_share(first_start 200 "first start")
+kelo_crash_share(defaults 200 "first start" "new defaults")
 kelo_crash_share(files 1500 "parameters, update" "parameters, first start" "parameters, factory restore"
                             "ini, rewrite" "ini, in place" "ini, in place, two sectors" "ini, new file")
 
@@ -43,4 +43,6 @@ if(TARGET kelo_crash_without_undo)
   kelo_crash_finds(restore_sync "parameters, factory restore")
   kelo_crash_finds(backup_refresh "repair, backup")
   kelo_crash_finds(update_first "refused look")
+  kelo_crash_finds(one_transaction "new defaults")
+  kelo_crash_finds(defaults_sync "new defaults")
 endif()

@@ -47,8 +47,10 @@ struct History {
   Folders folders = {"/data", "/kelonvbak/data", "/mnt/vendor/nvdata"};
   std::vector<Item> items;
   std::size_t probe = 0;  // the item that is written after the restart
-  // Items whose values the program brings in by itself in settle().
-  bool settles_all = false;
+  // The version of all items but the probe that the program brings in by itself in settle().
+  int settled = kAbsent;
+  // All items but the probe change together: after a failure all of them are old, or all are new.
+  bool together = false;
   // The files are damaged before: one write that says so may fail, or one read, if the next one does not.
   bool write_may_fail_once = false;
   bool read_may_fail_once = false;

@@ -137,9 +137,9 @@ void Restart::first_run(const Expected& expected) {
     findings_->first_write = subject->write(probe, value);
     if (findings_->first_write != 0) findings_->second_write = subject->write(probe, value);
     if (findings_->first_write == 0) mark(Progress::acknowledged, probe, version);
-    if (history_.settles_all) {
+    if (history_.settled != kAbsent) {
       for (std::size_t item = 0; item < history_.items.size(); ++item) {
-        if (item != probe) mark(Progress::begins, item, 0);
+        if (item != probe) mark(Progress::begins, item, static_cast<std::size_t>(history_.settled));
       }
     }
     subject->settle();

@@ -21,26 +21,55 @@ History insert() {
   return store_history("insert", shared(std::move(items)));
 }
 
-History first_start() {
+constexpr std::size_t kDefaults = 50;
+
+// The defaults, of two versions, and one item that is written.
+Items items_with_defaults(int initial) {
   std::vector<Item> items;
-  for (int number = 0; number < 50; ++number) {
+  for (std::size_t number = 0; number < kDefaults; ++number) {
     const std::string key = "key" + std::to_string(number);
     const char* const table = number % 2 == 0 ? "wan" : "lan";
-    items.push_back({.table = table, .key = key, .initial = kAbsent, .values = {"the default of " + key}});
+    items.push_back({.table = table,
+                     .key = key,
+                     .initial = initial,
+                     .values = {"the default of " + key, "the default of " + key + " after an update"}});
   }
   items.push_back({.table = "wifi", .key = "ssid", .initial = kAbsent, .values = values_of("cpe-", 0)});
-  const Items kept = shared(std::move(items));
-  History history = store_history("first start", kept, make_subject<DefaultsSubject>);
+  return shared(std::move(items));
+}
+
+// A daemon builds the defaults, in the version that `Program` brings, and writes the item.
+template <class Program>
+History defaults_history(const char* name, const Items& items, int version) {
+  History history = store_history(name, items, make_subject<Program>);
   history.prepare = [] {};
-  history.settles_all = true;
-  history.act = [kept] {
-    DefaultsSubject daemon(*kept);
+  history.settled = version;
+  history.together = true;
+  history.act = [items, version] {
+    Program daemon(*items);
     daemon.start();
-    const std::size_t defaults = kept->size() - 1;
-    for (std::size_t item = 0; item < defaults; ++item) mark(Progress::begins, item, 0);
+    const auto built = static_cast<std::size_t>(version);
+    for (std::size_t item = 0; item < kDefaults; ++item) mark(Progress::begins, item, built);
     if (kelo_dm_construct_def_database(0) != 0) return;
-    for (std::size_t item = 0; item < defaults; ++item) mark(Progress::acknowledged, item, 0);
-    write_marked(daemon, defaults, 0);
+    for (std::size_t item = 0; item < kDefaults; ++item) mark(Progress::acknowledged, item, built);
+    write_marked(daemon, kDefaults, 0);
+  };
+  return history;
+}
+
+History first_start() {
+  return defaults_history<DefaultsSubject>("first start", items_with_defaults(kAbsent), 0);
+}
+
+History new_defaults() {
+  const Items items = items_with_defaults(0);
+  History history = defaults_history<NewDefaultsSubject>("new defaults", items, 1);
+  history.prepare = [items] {
+    in_other_process([&] {
+      DefaultsSubject before_the_update(*items);
+      before_the_update.start();
+      before_the_update.settle();
+    });
   };
   return history;
 }
@@ -157,6 +186,7 @@ std::vector<History> store_histories() {
       store_history("wide update", shared(usual_items(3000))),
       insert(),
       first_start(),
+      new_defaults(),
       crash_completion(),
       repair("repair, page 1", [] { overwrite(DB_CONFIG, 100, 3996); }),
       repair_data_page(),

@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -19,8 +20,8 @@ namespace {
 
 constexpr int kFirstId = 1000;
 
-kelo_dm_item record_of(const Item& item, int id) {
-  const std::string& value = item.values.at(0);
+kelo_dm_item record_of(const Item& item, int id, std::size_t default_version) {
+  const std::string& value = item.values.at(std::min(default_version, item.values.size() - 1));
   kelo_dm_item record =
       KELO_DM_ITEM(id, "", "", KELO_DM_TYPE_STRING, KELO_DM_TEXT(value.c_str()), value.size());
   std::snprintf(record.desc.item_table, sizeof record.desc.item_table, "%s", item.table.c_str());
@@ -59,7 +60,7 @@ StoreSubject::~StoreSubject() {
 void StoreSubject::start() {
   quiet_log();
   for (std::size_t item = 0; item < items_.size(); ++item) {
-    records_.push_back(record_of(items_[item], kFirstId + static_cast<int>(item)));
+    records_.push_back(record_of(items_[item], kFirstId + static_cast<int>(item), default_version_));
   }
   kelo_dm_item end = KELO_DM_END;
   records_.push_back(end);

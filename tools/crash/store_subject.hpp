@@ -31,6 +31,7 @@ class StoreSubject : public Subject {
   const std::vector<Item>& items_;
   std::vector<kelo_dm_item> records_;
   kelo_dm_handle* handle_ = nullptr;
+  std::size_t default_version_ = 0;
   char buffer_[16384];  // never cleared: a page that is not touched costs a process nothing
 };
 
@@ -49,13 +50,21 @@ class PairSubject : public StoreSubject {
   int write(std::size_t item, const std::string& value) override;
 };
 
-// Reads all items but the last from the defaults; all of them have one version.
+// Reads all items but the last from the defaults.
 class DefaultsSubject : public StoreSubject {
  public:
   using StoreSubject::StoreSubject;
   int read(std::size_t item, std::string& value) override;
   void settle() override;
   std::string fault() override;
+};
+
+// The same program after an update, which brings other defaults.
+class NewDefaultsSubject : public DefaultsSubject {
+ public:
+  explicit NewDefaultsSubject(const std::vector<Item>& items) : DefaultsSubject(items) {
+    default_version_ = 1;
+  }
 };
 
 // Runs `body` in a process of its own, which is none of those that are watched.

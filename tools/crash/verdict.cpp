@@ -33,6 +33,7 @@ class Judge {
   Violations decide(const std::vector<std::string>& left_over) {
     if (!ended()) return violations_;
     for (std::size_t item = 0; item < history_.items.size(); ++item) look_at(item);
+    if (history_.together && !all_alike()) note(Violation::mixed);
     if (found_.first_write != 0 && !(history_.write_may_fail_once && found_.second_write == 0))
       note(found_.second_write == 0 ? Violation::refused : Violation::refused_twice);
     if (found_.fault[0] != '\0') note(Violation::bad_files);
@@ -73,13 +74,27 @@ class Judge {
                                                                        : Violation::lost);
   }
 
+  bool all_alike() const {
+    const Reading* other = nullptr;
+    for (std::size_t item = 0; item < history_.items.size(); ++item) {
+      const Reading& reading = found_.at_start[item];
+      if (item == history_.probe) continue;
+      if (other != nullptr &&
+          version_of(history_.items[item], *other) != version_of(history_.items[item], reading)) {
+        return false;
+      }
+      other = &reading;
+    }
+    return true;
+  }
+
   Range after_write(std::size_t number, const Reading& first) const {
     const Item& item = history_.items[number];
     const bool written = found_.first_write == 0 || found_.second_write == 0;
     if (number == history_.probe && written) return {found_.written_version, found_.written_version};
     Range range = expected_[number];
     if (number == history_.probe) range.highest = found_.written_version;
-    if (history_.settles_all) range = {std::max(range.lowest, 0), std::max(range.highest, 0)};
+    if (history_.settled != kAbsent && number != history_.probe) return {history_.settled, history_.settled};
     return right(item, first, expected_[number]) ? narrowed(item, range, first) : range;
   }
 
@@ -112,9 +127,9 @@ std::string text_of(const Range& range) {
 }  // namespace
 
 const char* name_of(Violation violation) {
-  constexpr const char* kNames[kViolations] = {"unreadable", "stale",       "lost",      "garbage",
-                                               "went-back",  "refused",     "refused-2", "bad-files",
-                                               "left-over",  "descriptors", "hung",      "died"};
+  constexpr const char* kNames[kViolations] = {
+      "unreadable", "stale",     "lost",        "garbage", "went-back", "refused", "refused-2",
+      "bad-files",  "left-over", "descriptors", "hung",    "died",      "mixed"};
   return kNames[static_cast<std::size_t>(violation)];
 }
 

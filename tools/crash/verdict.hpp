@@ -62,8 +62,9 @@ enum class Violation {
   descriptors,    // a descriptor is left open
   hung,
   died,
+  mixed,  // of changes that belong together some are there and some are not
 };
-constexpr std::size_t kViolations = 12;
+constexpr std::size_t kViolations = 13;
 const char* name_of(Violation violation);
 
 using Violations = std::set<Violation>;
