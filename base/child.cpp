@@ -14,9 +14,9 @@
 namespace kelo::base {
 namespace {
 
-constexpr int kFirstFree = STDERR_FILENO + 1;  // number of a descriptor that is no standard stream
+constexpr int kFirstFree = STDERR_FILENO + 1;  // the lowest descriptor that is not a standard stream
 
-using SignalBits = std::uint32_t;  // a bit for each signal below 32
+using SignalBits = std::uint32_t;  // one bit for each signal below 32
 constexpr SignalBits bit_of(int signal) { return SignalBits{1} << signal; }
 
 sigset_t set_of(SignalBits signals) {
@@ -30,8 +30,9 @@ sigset_t set_of(SignalBits signals) {
 
 constexpr std::array kInterrupts = {SIGINT, SIGQUIT};
 
-// Ignores the signals of the keyboard while it lives. Of calls in several threads at once the first one ends it:
-// a shared count would need a lock, which the child of a fork() might find held.
+// While an object of this class exists, the process ignores the signals of the keyboard. When several threads have
+// such objects at once, the first destructor restores the actions. A shared count would need a lock, and a forked
+// child could inherit that lock held.
 class InterruptsIgnored {
  public:
   InterruptsIgnored() {
@@ -39,30 +40,31 @@ class InterruptsIgnored {
     ignore.sa_handler = SIG_IGN;
     for (std::size_t i = 0; i < kInterrupts.size(); ++i) {
       sigaction(kInterrupts[i], &ignore, &before_[i]);
-      if (before_[i].sa_handler != SIG_IGN) served_ |= bit_of(kInterrupts[i]);
+      if (before_[i].sa_handler != SIG_IGN) ignored_ |= bit_of(kInterrupts[i]);
     }
-    served_by_program.fetch_or(served_, std::memory_order_relaxed);
+    ignored_here.fetch_or(ignored_, std::memory_order_relaxed);
   }
   ~InterruptsIgnored() {
-    served_by_program.fetch_and(~served_, std::memory_order_relaxed);
+    ignored_here.fetch_and(~ignored_, std::memory_order_relaxed);
     for (std::size_t i = 0; i < kInterrupts.size(); ++i) {
-      if ((served_ & bit_of(kInterrupts[i])) != 0) sigaction(kInterrupts[i], &before_[i], nullptr);
+      if ((ignored_ & bit_of(kInterrupts[i])) != 0) sigaction(kInterrupts[i], &before_[i], nullptr);
     }
   }
   InterruptsIgnored(const InterruptsIgnored&) = delete;
   InterruptsIgnored& operator=(const InterruptsIgnored&) = delete;
 
-  // Those that this class alone ignores, in any thread: a child is not to.
-  static SignalBits served() { return served_by_program.load(std::memory_order_relaxed); }
+  // The signals that only this class ignores, in any thread. A child must not ignore them.
+  static SignalBits ignored() { return ignored_here.load(std::memory_order_relaxed); }
 
  private:
-  static inline std::atomic<SignalBits> served_by_program{0};
+  static inline std::atomic<SignalBits> ignored_here{0};
 
-  SignalBits served_ = 0;
+  SignalBits ignored_ = 0;
   std::array<struct sigaction, kInterrupts.size()> before_;
 };
 
-Descriptor clear_of_standard_streams(int fd) {
+// Takes ownership of `fd` and returns it with a number above those of the standard streams.
+Descriptor above_standard_streams(int fd) {
   Descriptor given(fd);
   if (fd >= kFirstFree) return given;
   return Descriptor(fcntl(fd, F_DUPFD_CLOEXEC, kFirstFree));
@@ -80,17 +82,17 @@ ChildSignalBlock::~ChildSignalBlock() { pthread_sigmask(SIG_SETMASK, &before_, n
 bool Pipe::open() {
   std::array<int, 2> ends{};
   if (pipe2(ends.data(), O_CLOEXEC) != 0) return false;
-  read_end = clear_of_standard_streams(ends[0]);
-  write_end = clear_of_standard_streams(ends[1]);
+  read_end = above_standard_streams(ends[0]);
+  write_end = above_standard_streams(ends[1]);
   return read_end && write_end;
 }
 
 pid_t start_program(const char* program, char* const* arguments, ChildFiles files) {
-  // The C libraries begin with an empty mask, and keep nothing there that would have to be freed.
+  // A fresh attribute object has an empty signal mask. The C libraries allocate nothing in it, so it is not destroyed.
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
   posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-  const sigset_t set = set_of(InterruptsIgnored::served() | bit_of(SIGPIPE) | bit_of(SIGCHLD));
+  const sigset_t set = set_of(InterruptsIgnored::ignored() | bit_of(SIGPIPE) | bit_of(SIGCHLD));
   posix_spawnattr_setsigdefault(&attributes, &set);
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
@@ -107,7 +109,7 @@ pid_t start_program(const char* program, char* const* arguments, ChildFiles file
 }
 
 pid_t start_shell(const char* command, ChildFiles files) {
-  // The shell takes its words as writable text and leaves them alone.
+  // The parameter type asks for writable text, but nothing writes to it.
   const std::array<char*, 4> arguments = {const_cast<char*>("sh"), const_cast<char*>("-c"),
                                           const_cast<char*>(command), nullptr};
   return start_program("/bin/sh", arguments.data(), files);
@@ -121,9 +123,9 @@ int wait_for_end(pid_t child) {
 int run_shell(const char* command, int inherited) {
   const ChildSignalBlock block;
   const InterruptsIgnored interrupts;
-  // Only a duplicate is inherited: it takes a number that nothing else of the child has.
-  const Descriptor place = inherited < 0 ? Descriptor() : open_file("/", O_PATH);
-  const pid_t child = start_shell(command, {{inherited, place.get()}});
+  // Only a duplicate is inherited. This descriptor reserves a number for it that is not used otherwise in the child.
+  const Descriptor reserved = inherited < 0 ? Descriptor() : open_file("/", O_PATH);
+  const pid_t child = start_shell(command, {{inherited, reserved.get()}});
   return child == -1 ? -1 : wait_for_end(child);
 }
 

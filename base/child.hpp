@@ -1,4 +1,4 @@
-// Programs started as children, whatever state the calling program's signals and streams are in.
+// Starts programs as child processes and waits for them. The signals and streams of the calling program do not matter.
 #ifndef KELO_BASE_CHILD_HPP
 #define KELO_BASE_CHILD_HPP
 
@@ -11,8 +11,8 @@
 
 namespace kelo::base {
 
-// Keeps SIGCHLD from the calling thread while it lives, as a handler that waits for every child would take the
-// one that this thread waits for. Another thread that lets the signal in still runs the handler.
+// Blocks SIGCHLD in the calling thread while it exists. Otherwise a handler of the program that waits for every child
+// could reap the child that this thread waits for. A thread that does not block the signal still runs the handler.
 class [[nodiscard]] ChildSignalBlock {
  public:
   ChildSignalBlock();
@@ -24,8 +24,8 @@ class [[nodiscard]] ChildSignalBlock {
   sigset_t before_;
 };
 
-// A pipe that no program inherits. Its ends stay clear of the numbers of the standard streams, which a process
-// without those would give to them.
+// A pipe whose ends are close-on-exec. The ends never have the numbers of the standard streams, even in a process that
+// has closed those.
 struct Pipe {
   Descriptor read_end;
   Descriptor write_end;
@@ -34,27 +34,27 @@ struct Pipe {
   [[nodiscard]] bool open();
 };
 
-// A descriptor that a child gets, and the number that it has there. It gets nothing for a descriptor of -1.
+// A descriptor that a child inherits, and its number in the child. A descriptor of -1 is skipped.
 struct ChildFile {
   int descriptor;
   int number;
 };
 using ChildFiles = std::initializer_list<ChildFile>;
 
-// Starts a program, which is looked for in the search path when it has no slash. It begins with no signal
-// blocked, and with the default action of SIGPIPE and SIGCHLD: who ignores the first never ends a command that
-// prints more than is read, and who ignores the second cannot wait. Returns its process id, or -1 with errno
-// set, that of a failed exec included.
+// Starts a program. A name without a slash is searched for in PATH. The program starts with no signal blocked and with
+// the default actions of SIGPIPE and SIGCHLD: a command that ignored SIGPIPE would go on printing after its reader has
+// closed the pipe, and one that ignored SIGCHLD could not wait for its own children. Returns the process id, or -1 with
+// errno set, also when the exec failed.
 pid_t start_program(const char* program, char* const* arguments, ChildFiles files);
 
-// Has the shell run a command, as start_program() does.
+// Starts the shell with a command, in the same way as start_program().
 pid_t start_shell(const char* command, ChildFiles files);
 
-// Waits for the end of a child. Its wait status, or -1 with errno set.
+// Waits until a child has ended. Returns its wait status, or -1 with errno set.
 int wait_for_end(pid_t child);
 
-// Does what system() does. The wait status, or -1 with errno set. The command keeps the descriptor `inherited`,
-// unless that is -1.
+// Runs a shell command as system() does. Returns the wait status, or -1 with errno set. The command inherits the
+// descriptor `inherited`, unless that is -1.
 int run_shell(const char* command, int inherited = -1);
 
 }  // namespace kelo::base

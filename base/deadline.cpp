@@ -1,4 +1,4 @@
-// Sums of seconds and nanoseconds, which need no 64-bit division.
+// Adds and compares times as seconds and nanoseconds, which needs no 64-bit division.
 #include "base/deadline.hpp"
 
 #include <cerrno>

@@ -1,4 +1,4 @@
-// A point in monotonic time until which something is waited for.
+// A point in monotonic time at which a wait ends.
 #ifndef KELO_BASE_DEADLINE_HPP
 #define KELO_BASE_DEADLINE_HPP
 
@@ -8,15 +8,14 @@ namespace kelo::base {
 
 class Deadline {
  public:
-  // Over already.
+  // A deadline that has already passed.
   constexpr Deadline() = default;
   explicit Deadline(unsigned milliseconds);
 
-  // Sleeps for `microseconds`, however many signals arrive meanwhile. False, without a sleep, when the time is
-  // over.
+  // Sleeps for `microseconds`, even when signals arrive. Returns false without a sleep when the deadline has passed.
   [[nodiscard]] bool pause(unsigned microseconds) const;
 
-  // How long it is until then, rounded up; 0 when the time is over.
+  // The time until the deadline, rounded up. It is 0 when the deadline has passed.
   [[nodiscard]] int milliseconds_left() const;
 
  private:

@@ -1,4 +1,4 @@
-// Decimal numbers in text.
+// Reads decimal numbers from text.
 #ifndef KELO_BASE_DECIMAL_HPP
 #define KELO_BASE_DECIMAL_HPP
 
@@ -9,8 +9,8 @@
 
 namespace kelo::base {
 
-// The number at the start of a text, behind white space, with a sign or without; nothing where no digit is.
-// One beyond the range of an int is the nearest that it has: the same on every machine, however wide its long.
+// Returns the number at the start of a text, or nothing when there is no digit. White space and a sign may precede the
+// number. A number outside the range of int becomes the nearest int, so the result does not depend on the size of long.
 inline std::optional<int> leading_decimal(const char* text) {
   char* end = nullptr;
   const long value = std::strtol(text, &end, 10);

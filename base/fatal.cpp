@@ -1,4 +1,4 @@
-// The end of a process that made a programming error.
+// Ends a process after a programming error.
 #include "base/fatal.hpp"
 
 #include <cstdio>

@@ -1,4 +1,4 @@
-// Descriptors opened, read, written and closed, and the names of files brought to the storage.
+// Opens, reads, writes and closes descriptors, and syncs directories.
 #include "base/file.hpp"
 
 #include <pthread.h>
@@ -14,21 +14,22 @@
 namespace kelo::base {
 namespace {
 
-// Keeps the signal of a pipe whose reader has left from this thread while it lives.
+// Blocks SIGPIPE in this thread while it exists.
 class PipeSignalHold {
  public:
   PipeSignalHold() {
     sigemptyset(&signal_);
     sigaddset(&signal_, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &signal_, &before_);
-    // Only where it was blocked before can one be pending, which is then somebody's who waits for it.
+    // A signal can be pending here only if the caller has blocked it. The caller then waits for that signal, so take()
+    // must leave it.
     if (sigismember(&before_, SIGPIPE) == 1) sigpending(&pending_);
   }
   ~PipeSignalHold() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
   PipeSignalHold(const PipeSignalHold&) = delete;
   PipeSignalHold& operator=(const PipeSignalHold&) = delete;
 
-  // Takes the signal that a failed write has raised.
+  // Removes the signal that a failed write has raised.
   void take() const {
     const ErrnoKeeper keep;
     constexpr timespec kNow{};
@@ -76,7 +77,7 @@ std::size_t write_all(int fd, std::span<const char> data) {
     const std::size_t left = data.size() - count;
     const ssize_t more = retry_interrupted([=] { return ::write(fd, data.data() + count, left); });
     if (more < 0 && errno == EPIPE) pipe_signal.take();
-    // A driver that takes nothing would be asked for ever.
+    // A driver may accept nothing and report no error, so a repeated call could loop forever.
     if (more <= 0) break;
     count += std::min(static_cast<std::size_t>(more), left);
   }

@@ -1,5 +1,5 @@
-// Owning descriptors and streams, and the one loop that repeats an interrupted system call. Every folder uses
-// them, so that what is longer than a line is out of line: that makes the library smaller.
+// Owning descriptors and streams, and the loop that repeats an interrupted system call. All folders use them, so
+// functions of more than a line are out of line: that makes the library smaller.
 #ifndef KELO_BASE_FILE_HPP
 #define KELO_BASE_FILE_HPP
 
@@ -25,7 +25,7 @@ auto retry_interrupted(Call call) -> decltype(call()) {
   return result;
 }
 
-// Keeps errno as it was on construction, so that logging and cleanup never change what a caller sees.
+// Saves errno and restores it at the end of the scope, so that logging and cleanup do not change it for the caller.
 class [[nodiscard]] ErrnoKeeper {
  public:
   ErrnoKeeper() : saved_(errno) {}
@@ -55,30 +55,31 @@ class [[nodiscard]] Descriptor {
 
   explicit operator bool() const { return fd_ >= 0; }
   [[nodiscard]] int get() const { return fd_; }
-  // Closes it, and tells whether the file had taken all that was written. It was opened.
+  // Closes an open descriptor. Returns false when close() reports that written data could not be stored.
   [[nodiscard]] bool close() { return ::close(std::exchange(fd_, -1)) == 0; }
-  // Closes it, if there is one, and keeps errno.
+  // Closes the descriptor, if it is open, and leaves errno unchanged.
   void reset();
 
  private:
   int fd_ = -1;
 };
 
-// Opens `path` close-on-exec; an empty Descriptor with errno set on failure.
+// Opens `path` close-on-exec. Returns an empty Descriptor with errno set on failure.
 Descriptor open_file(const char* path, int flags, mode_t mode = 0);
 
-// Reads what there is, at most `room`; 0 at the end, -1 with errno set on failure.
+// Reads what is available, at most the size of `room`. Returns 0 at the end of the input and -1 with errno set on
+// failure.
 ssize_t read_some(int fd, std::span<char> room);
 
-// Reads until the room is full, the input has ended or a read fails, and returns how many bytes there are.
+// Reads until `room` is full, the input has ended or a read fails. Returns the number of bytes read.
 std::size_t read_all(int fd, std::span<char> room);
 
-// Writes until all is written, nothing more is taken or a write fails, which sets errno. Returns how many
-// bytes are written. A pipe whose reader has left is a write that fails, and raises no signal.
+// Writes until all is written, the file accepts nothing more or a write fails, which sets errno. Returns the number of
+// bytes written. Writing to a pipe without a reader fails and raises no signal.
 std::size_t write_all(int fd, std::span<const char> data);
 
-// Brings the name of a file to the storage: syncs the directory that holds it. False with errno set when that
-// failed. A file system that cannot sync a directory keeps its names without, which is a success.
+// Syncs the directory that holds `path`, so that the name of the file is on the storage. Returns false with errno set
+// on failure. A file system that cannot sync directories stores names without a sync, so that counts as a success.
 bool sync_directory_of(const char* path);
 
 struct StreamCloser {

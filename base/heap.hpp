@@ -1,4 +1,4 @@
-// Owning pointers to C heap blocks: the library never uses operator new, so that it needs no C++ run time.
+// Owning pointers to C heap blocks. The library never uses operator new, because it must not need the C++ run time.
 #ifndef KELO_BASE_HEAP_HPP
 #define KELO_BASE_HEAP_HPP
 
@@ -16,15 +16,15 @@ struct FreeDeleter {
 template <typename T>
 using HeapPtr = std::unique_ptr<T, FreeDeleter>;
 
-// A zero-filled block of `count` elements, or null when memory runs out or the size would overflow.
+// Returns a zero-filled block of `count` elements, or null when memory runs out or the size would overflow.
 template <typename T>
 HeapPtr<T[]> zeroed_array(std::size_t count) {
   static_assert(std::is_trivial_v<T>);
-  // NOLINTNEXTLINE(bugprone-sizeof-expression): an array of pointers is a fine thing to ask for
+  // NOLINTNEXTLINE(bugprone-sizeof-expression): an array of pointers is intended
   return HeapPtr<T[]>(static_cast<T*>(std::calloc(count, sizeof(T))));
 }
 
-// A zero-filled object, or null when memory runs out.
+// Returns a zero-filled object, or null when memory runs out.
 template <typename T>
 HeapPtr<T> zeroed() {
   static_assert(std::is_trivial_v<T>);

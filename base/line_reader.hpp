@@ -1,4 +1,4 @@
-// Lines of a descriptor, read in large pieces and handed out without a copy.
+// Reads the lines of a descriptor. It reads in large pieces and returns each line without a copy.
 #ifndef KELO_BASE_LINE_READER_HPP
 #define KELO_BASE_LINE_READER_HPP
 
@@ -15,19 +15,19 @@ namespace kelo::base {
 
 class LineReader {
  public:
-  // The descriptor and the storage stay the caller's. A line of more bytes than `longest`, or than the storage
-  // has, comes in pieces of that size.
+  // The caller keeps the descriptor and the storage. A line of more bytes than `longest`, or than the storage has, is
+  // returned in pieces of that size.
   LineReader(int fd, std::span<char> storage, std::size_t longest = SIZE_MAX)
       : fd_(fd), storage_(storage), longest_(std::min(longest, storage.size())) {}
 
-  // What has been read and not yet handed out.
+  // The bytes that have been read but not yet returned.
   [[nodiscard]] std::string_view pending() const { return {storage_.data() + start_, count_}; }
 
-  // Takes the first `size` bytes of that away.
+  // Drops the first `size` bytes of pending().
   void skip(std::size_t size) { take(size); }
 
-  // The next line with its newline, which the last one may lack. Empty at the end of the input, on a failed
-  // read and without storage. It stands in the storage until the next call.
+  // Returns the next line with its newline, which the last line may lack. The result is empty at the end of the input,
+  // after a failed read and without storage. It lies in the storage and is valid until the next call.
   std::string_view next() {
     if (longest_ == 0) return {};
     std::size_t searched = 0;
@@ -42,12 +42,13 @@ class LineReader {
     }
   }
 
-  // Whether any read has failed, which looks like the end of the input otherwise. A later one may succeed.
+  // Whether any read has failed. next() does not tell a failed read from the end of the input, and a later read may
+  // succeed.
   [[nodiscard]] bool failed() const { return failed_; }
 
  private:
-  // Puts what is pending to the front and reads behind it, where there is room as a longest line would have
-  // been taken. False when there is nothing more.
+  // Moves the pending bytes to the front and reads after them. There is room: a line of the greatest length would have
+  // been returned before. Returns false when nothing more can be read.
   bool read_more() {
     if (start_ != 0) std::memmove(storage_.data(), storage_.data() + start_, count_);
     start_ = 0;
@@ -69,7 +70,7 @@ class LineReader {
   const std::span<char> storage_;
   const std::size_t longest_;
   bool failed_ = false;
-  std::size_t start_ = 0;  // of the bytes read and not yet handed out
+  std::size_t start_ = 0;  // of the pending bytes
   std::size_t count_ = 0;
 };
 

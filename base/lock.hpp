@@ -6,7 +6,7 @@
 
 namespace kelo::base {
 
-// Says that the calling thread holds the mutex already.
+// Tells the constructor that the calling thread already holds the mutex.
 struct AdoptLock {};
 
 class [[nodiscard]] LockGuard {

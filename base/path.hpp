@@ -1,4 +1,4 @@
-// Paths taken apart.
+// Visits the parent directories of a path.
 #ifndef KELO_BASE_PATH_HPP
 #define KELO_BASE_PATH_HPP
 
@@ -6,9 +6,9 @@
 
 namespace kelo::base {
 
-// Hands out what stands before each "/" behind the first character of a path, the shortest first, until
-// `visit` returns false. The path is not empty; it is cut in place, and whole again afterwards. Returns
-// whether all were visited.
+// Calls `visit` with the text before each "/" of a path, the shortest first, until `visit` returns false. A "/" at the
+// start of the path does not count. The path must not be empty. It is cut in place during a call and is unchanged
+// afterwards. Returns whether all parents were visited.
 template <typename Visit>
 bool visit_parents(char* path, Visit visit) {
   for (char* slash = std::strchr(path + 1, '/'); slash != nullptr; slash = std::strchr(slash + 1, '/')) {

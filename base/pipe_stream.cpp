@@ -1,4 +1,4 @@
-// Starts shell commands at the other end of a pipe.
+// Starts shell commands that are connected by a pipe.
 #include "base/pipe_stream.hpp"
 
 #include <utility>
@@ -8,10 +8,10 @@ namespace kelo::base {
 PipeStream::PipeStream(const char* command, int stream, int inherited) {
   Pipe pipe;
   if (!pipe.open()) return;
-  Descriptor& theirs = stream == STDIN_FILENO ? pipe.read_end : pipe.write_end;
+  Descriptor& end_of_command = stream == STDIN_FILENO ? pipe.read_end : pipe.write_end;
   end_ = std::move(stream == STDIN_FILENO ? pipe.write_end : pipe.read_end);
-  // Nothing else of the child has the number of this end, which its program does not get.
-  child_ = start_shell(command, {{theirs.get(), stream}, {inherited, end_.get()}});
+  // This end is not inherited, so its number is free in the child for the duplicate of `inherited`.
+  child_ = start_shell(command, {{end_of_command.get(), stream}, {inherited, end_.get()}});
   if (child_ == -1) end_.reset();
 }
 

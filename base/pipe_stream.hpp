@@ -1,4 +1,4 @@
-// A shell command at the other end of a pipe.
+// A shell command that is connected by a pipe.
 #ifndef KELO_BASE_PIPE_STREAM_HPP
 #define KELO_BASE_PIPE_STREAM_HPP
 
@@ -11,13 +11,13 @@
 
 namespace kelo::base {
 
-// Does what popen() does: its end closes the pipe and waits for the command. There is no stream, so that a
-// signal whose handler does not restart a read costs none of the output. To be destroyed by the thread that
-// made it, whose SIGCHLD is blocked meanwhile.
+// Does what popen() does. The destructor closes the pipe and waits for the command. The class uses no C stream: a
+// stream would lose output when a signal interrupts a read. The thread that creates an object must also destroy it,
+// because SIGCHLD is blocked in that thread meanwhile.
 class [[nodiscard]] PipeStream {
  public:
-  // The command's standard output is read here, or its standard input written. Empty with errno set when it
-  // cannot be started. The command keeps the descriptor `inherited`, unless that is -1.
+  // Starts a command whose standard output is read, or whose standard input is written. The result is empty, with errno
+  // set, when the command cannot be started. The command inherits the descriptor `inherited`, unless that is -1.
   static PipeStream reading(const char* command, int inherited = -1) {
     return {command, STDOUT_FILENO, inherited};
   }
@@ -30,10 +30,11 @@ class [[nodiscard]] PipeStream {
   explicit operator bool() const { return child_ != -1; }
   [[nodiscard]] int descriptor() const { return end_.get(); }
 
-  // Reads until the room is full or the output has ended, and returns how many bytes there are.
+  // Reads until `room` is full or the output has ended. Returns the number of bytes read.
   [[nodiscard]] std::size_t read(std::span<char> room) const { return read_all(descriptor(), room); }
 
-  // Closes the pipe and waits for the command. Its wait status, or -1 with errno set. Leaves the owner empty.
+  // Closes the pipe, waits for the command and returns its wait status, or -1 with errno set. The object is empty
+  // afterwards.
   int close();
 
  private:

@@ -1,4 +1,4 @@
-// Text put together in a fixed buffer.
+// Builds text in a fixed buffer.
 #include "base/text_builder.hpp"
 
 #include <algorithm>
@@ -17,12 +17,12 @@ TextBuilder& TextBuilder::print(const char* format, ...) {
 
 TextBuilder& TextBuilder::vprint(const char* format, va_list arguments) {
   char* const end = start_ + size_;
-  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): print() has started it, which the analyzer misses
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): print() has called va_start, which the analyzer misses
   const int length = std::vsnprintf(end, capacity_ - size_, format, arguments);
   if (length >= 0) {
     advance(static_cast<std::size_t>(length));
   } else {
-    // What the piece has left is of no use, and its length is not known.
+    // vsnprintf() has failed, so the piece is dropped. Its length is unknown and counts as one byte.
     *end = '\0';
     ++full_size_;
   }

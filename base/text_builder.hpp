@@ -1,4 +1,4 @@
-// Text put together in a fixed buffer.
+// Builds text in a fixed buffer.
 #ifndef KELO_BASE_TEXT_BUILDER_HPP
 #define KELO_BASE_TEXT_BUILDER_HPP
 
@@ -11,21 +11,21 @@
 
 namespace kelo::base {
 
-// Writes piece after piece into a buffer of the caller's. What does not fit is cut; the buffer is terminated
-// at every moment. The functions are out of line, so that a call is as small as one of printf().
+// Writes one piece after another into a buffer of the caller. Text that does not fit is cut, and the buffer is always
+// terminated. The functions are out of line, so that a call takes no more code than a call of printf().
 class TextBuilder {
  public:
-  // Begins an empty text. The buffer is not empty, and its size is the room for the text and its terminator.
+  // Starts with an empty text. The buffer must have at least one byte; its size includes the terminator.
   explicit TextBuilder(std::span<char> buffer) : start_(buffer.data()), capacity_(buffer.size()) {
     *start_ = '\0';
   }
 
-  // A copy would write on in the same buffer, unknown to the first one.
+  // A copy would write into the same buffer, and the original would not know it.
   TextBuilder(const TextBuilder&) = delete;
   TextBuilder& operator=(const TextBuilder&) = delete;
   ~TextBuilder() = default;
 
-  // No argument may be a part of the buffer.
+  // The arguments must not point into the buffer.
   TextBuilder& print(const char* format, ...) KELO_PRINTF(2, 3);
   TextBuilder& vprint(const char* format, va_list arguments) KELO_PRINTF(2, 0);
   TextBuilder& append(std::string_view text);
@@ -35,13 +35,13 @@ class TextBuilder {
   [[nodiscard]] std::size_t size() const { return size_; }
   [[nodiscard]] std::string_view view() const { return {start_, size_}; }
 
-  // How long the text would be in a buffer that is large enough.
+  // The length that the text would have in a buffer that is large enough.
   [[nodiscard]] std::size_t full_size() const { return full_size_; }
-  // Whether that is more than there is. A piece that printf() could not format counts as cut, too.
+  // Whether text was cut. A piece that printf() could not format counts as cut, too.
   [[nodiscard]] bool cut() const { return full_size_ != size_; }
 
  protected:
-  // Becomes a copy of another text in a buffer of the same size.
+  // Copies another text, whose buffer has the same size.
   void copy(const TextBuilder& other);
 
  private:
@@ -53,7 +53,7 @@ class TextBuilder {
   std::size_t full_size_ = 0;
 };
 
-// The same with a buffer of its own, of `Size` bytes with the terminator.
+// A text with a buffer of its own. `Size` includes the terminator.
 template <std::size_t Size>
 class FixedText : public TextBuilder {
  public:

@@ -1,14 +1,15 @@
-// The calendar in eras of 400 years, each of which begins with March so that the leap day ends a year.
-#include "base/calendar.hpp"
+// Converts seconds to a date and a time of day. The computation uses eras of 400 years and years that begin with March,
+// so that the leap day is the last day of a year.
+#include "base/utc.hpp"
 
 namespace kelo::base {
 
 CalendarTime calendar_from_seconds(std::int64_t seconds) {
   constexpr std::uint64_t kSecondsPerDay = 86400;
   constexpr std::uint64_t kDaysPerEra = 146097;
-  constexpr std::uint64_t kDaysTo1970 = 719468;  // from 0000-03-01
-  // Counted from long ago, nothing is negative. All divisions are of unsigned numbers of 64 bits, since each other
-  // kind would be one more function for CPUs that cannot divide.
+  constexpr std::uint64_t kDaysTo1970 = 719468;  // counted from 0000-03-01
+  // The count starts that many eras earlier, so that no number is negative. All divisions are unsigned 64-bit ones:
+  // on CPUs without a divide instruction each further kind would add a library function.
   constexpr std::uint64_t kErasBefore = 5'000'000;
   const std::uint64_t elapsed =
       static_cast<std::uint64_t>(seconds) + (kErasBefore * kDaysPerEra + kDaysTo1970) * kSecondsPerDay;

@@ -1,7 +1,7 @@
-// UTC calendar arithmetic without the C library's time-zone lock, which a fork() in another thread could
-// leave held.
-#ifndef KELO_BASE_CALENDAR_HPP
-#define KELO_BASE_CALENDAR_HPP
+// UTC calendar arithmetic. It does not use the C library's functions: they take its time-zone lock, and in a forked
+// child that lock may be held forever.
+#ifndef KELO_BASE_UTC_HPP
+#define KELO_BASE_UTC_HPP
 
 #include <cstdint>
 
@@ -16,10 +16,10 @@ struct CalendarTime {
   int second;
 };
 
-// Converts seconds since 1970-01-01 00:00:00 UTC (before it: negative) to the proleptic Gregorian calendar, within
-// two thousand million years of that.
+// Converts seconds since 1970-01-01 00:00:00 UTC to a date of the proleptic Gregorian calendar. `seconds` is negative
+// for earlier times. The result is right within two thousand million years of 1970.
 CalendarTime calendar_from_seconds(std::int64_t seconds);
 
 }  // namespace kelo::base
 
-#endif  // KELO_BASE_CALENDAR_HPP
+#endif  // KELO_BASE_UTC_HPP

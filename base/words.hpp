@@ -1,4 +1,5 @@
-// Bytes read and written a machine word at a time. A word has lanes of 16 bits; the smallest is a single lane.
+// Reads and writes bytes one machine word at a time. A word consists of lanes of 16 bits; the smallest word is one
+// lane.
 #ifndef KELO_BASE_WORDS_HPP
 #define KELO_BASE_WORDS_HPP
 
@@ -11,12 +12,12 @@ namespace kelo::base {
 
 using LargestWord = std::uintptr_t;
 
-// As many bytes as `Word` has lanes.
+// An integer with one byte for each lane of `Word`.
 template <typename Word>
 using LaneBytes = std::conditional_t<sizeof(Word) == 8, std::uint32_t,
                                      std::conditional_t<sizeof(Word) == 4, std::uint16_t, std::uint8_t>>;
 
-// Text may stand at any address. Each is one instruction, which a build for size would call all the same.
+// Both functions accept any address. Each is a single instruction, but a build for size would still call it.
 template <typename T>
 [[gnu::always_inline]] inline T load(const void* from) {
   T value;
@@ -31,19 +32,19 @@ template <typename T>
 
 inline constexpr bool kLittleEndian = std::endian::native == std::endian::little;
 
-// A word with `value` in each lane.
+// Returns a word with `value` in each lane.
 template <typename Word>
 constexpr Word lanes(std::uint16_t value) {
   return static_cast<Word>(static_cast<Word>(-1) / 0xFFFF * value);
 }
 
-// A word with `value` in each byte.
+// Returns a word with `value` in each byte.
 template <typename Word>
 constexpr Word all_bytes(std::uint8_t value) {
   return static_cast<Word>(static_cast<Word>(-1) / 0xFF * value);
 }
 
-// The lanes as bytes, in their order. Each must be below 0x100.
+// Returns the lanes as bytes in the same order. Each lane must be below 0x100.
 template <typename Word>
 LaneBytes<Word> packed(Word word) {
   if constexpr (sizeof(Word) == 8) word = (word | word >> 8) & 0x0000FFFF0000FFFF;

@@ -10,9 +10,9 @@
 #include <cstring>
 #include <span>
 
-#include "base/calendar.hpp"
 #include "base/file.hpp"
 #include "base/text_builder.hpp"
+#include "base/utc.hpp"
 #include "kelo_utils/log.h"
 #include "log/line_parts.hpp"
 #include "log/moved_data.hpp"

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "base/calendar.hpp"
+#include "base/utc.hpp"
 #include "kelo_utils/app_common.h"
 #include "log/library_log.hpp"
 
