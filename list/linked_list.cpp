@@ -1,16 +1,6 @@
-#include <pthread.h>
-
-#include <cstddef>
-
 #include "base/lock.hpp"
 #include "kelo_utils/list.h"
 #include "list/list_core.hpp"
-
-static_assert(sizeof(void*) != 4 ||
-              (sizeof(list_link_type) == 4 && offsetof(list_type, front) == 0 &&
-               offsetof(list_type, back) == 4 && offsetof(list_type, size) == 8 &&
-               offsetof(list_type, initialised) == 12 && offsetof(list_type, lock) == 16 &&
-               sizeof(list_type) == 16 + sizeof(pthread_mutex_t)));
 
 namespace {
 

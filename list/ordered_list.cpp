@@ -1,21 +1,9 @@
-#include <pthread.h>
-
-#include <cstddef>
 #include <cstdint>
 #include <optional>
 
 #include "base/lock.hpp"
 #include "kelo_utils/list.h"
 #include "list/list_core.hpp"
-
-static_assert(sizeof(void*) != 4 ||
-              (offsetof(ordered_list_link_type, next) == 0 && offsetof(ordered_list_link_type, prev) == 4 &&
-               offsetof(ordered_list_link_type, weight) == 8 && sizeof(ordered_list_link_type) == 12));
-static_assert(sizeof(void*) != 4 ||
-              (offsetof(ordered_list_type, front) == 0 && offsetof(ordered_list_type, back) == 4 &&
-               offsetof(ordered_list_type, size) == 8 && offsetof(ordered_list_type, order) == 12 &&
-               offsetof(ordered_list_type, initialised) == 16 && offsetof(ordered_list_type, lock) == 20 &&
-               sizeof(ordered_list_type) == 20 + sizeof(pthread_mutex_t)));
 
 namespace {
 

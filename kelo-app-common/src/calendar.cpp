@@ -3,16 +3,12 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 
 #include "base/utc.hpp"
 #include "kelo_utils/app_common.h"
 #include "log/library_log.hpp"
-
-static_assert(sizeof(mytime) == 12 && offsetof(mytime, month) == 2 && offsetof(mytime, second) == 6 &&
-              offsetof(mytime, millisecond) == 8 && offsetof(mytime, weekday) == 10);
 
 constexpr std::uint8_t g_day_per_mon[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
 

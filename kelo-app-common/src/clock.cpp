@@ -10,8 +10,6 @@
 #include "kelo_utils/app_common.h"
 #include "log/library_log.hpp"
 
-static_assert(sizeof(kelo_clk_time) == 8);
-
 namespace {
 
 constexpr std::int32_t kMicrosecondsPerSecond = 1000000;

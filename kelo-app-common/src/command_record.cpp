@@ -16,20 +16,6 @@ using kelo::base::fatal;
 using kelo::base::kCommonCode;
 using kelo::base::zeroed_or_fatal;
 
-// Other programs of the router count in words: 11 and one byte are 45 bytes on the 32-bit target.
-constexpr std::size_t kWord = sizeof(void*);
-static_assert(offsetof(kelo_cmd_q_data, cmd_type) == 2 * kWord &&
-              offsetof(kelo_cmd_q_data, payload) == 8 * kWord && KELO_CMD_Q_DATA_SIZE == 11 * kWord + 1);
-static_assert(offsetof(kelo_cmd_payload_0, owned_5) == 4 * kWord &&
-              offsetof(kelo_cmd_payload_0, owned_7) == 6 * kWord &&
-              offsetof(kelo_cmd_payload_0, table_11) == 10 * kWord &&
-              KELO_CMD_PAYLOAD_0_SIZE == 11 * kWord + 1);
-static_assert(offsetof(kelo_cmd_table, entries) == kWord && sizeof(kelo_cmd_table_entry) == 3 * kWord &&
-              offsetof(kelo_cmd_table_entry, owned_3) == 2 * kWord);
-static_assert(offsetof(kelo_cmd_payload_5, owned_3) == 2 * kWord && KELO_CMD_PAYLOAD_5_SIZE == 4 * kWord + 1);
-static_assert(offsetof(kelo_cmd_payload_13, owned_5) == 4 * kWord &&
-              offsetof(kelo_cmd_payload_15, owned_1) == 0);
-
 constexpr std::size_t kNone = SIZE_MAX;
 
 // What becomes of a type's payload. Places are offsets in it.

@@ -2,7 +2,6 @@
 #include <signal.h>
 #include <time.h>
 
-#include <cstddef>
 #include <type_traits>
 
 #include "kelo_utils/timer.h"
@@ -16,13 +15,6 @@ namespace {
 using kelo::timer::set_magic;
 using kelo::timer::set_state;
 using kelo::timer::state_of;
-
-static_assert(sizeof(void*) != 4 ||
-              (sizeof(kelo_timer_info) == 44 && offsetof(kelo_timer_info, value) == 0 &&
-               offsetof(kelo_timer_info, interval) == 8 && offsetof(kelo_timer_info, cb.handler) == 16 &&
-               offsetof(kelo_timer_info, cb.arg) == 20 && offsetof(kelo_timer_info, link) == 24 &&
-               offsetof(kelo_timer_info, magic) == 32 && offsetof(kelo_timer_info, timer_id) == 36 &&
-               offsetof(kelo_timer_info, state) == 40));
 
 static_assert(std::is_same_v<timer_t, decltype(kelo_timer_info::timer_id)>);
 
