@@ -18,6 +18,6 @@
 #define PIN_SIZE(type, device, wide) PIN_VALUE(sizeof(type), device, wide)
 #define PIN_FIELD(type, field, device, wide) PIN_VALUE(offsetof(type, field), device, wide)
 
-#include "tests/layout_pins.h"
+#include "abi/layout_pins.h"
 
 int layout_char_has_sign(void) { return CHAR_MIN < 0; }

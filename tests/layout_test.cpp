@@ -19,7 +19,7 @@ constexpr bool is(std::size_t value, std::size_t device, std::size_t wide) {
   static_assert(std::is_standard_layout_v<type> && is(sizeof(type), device, wide))
 #define PIN_FIELD(type, field, device, wide) static_assert(is(offsetof(type, field), device, wide))
 
-#include "tests/layout_pins.h"
+#include "abi/layout_pins.h"
 
 // So that a run of the suite there is a run with a char that is never negative.
 #ifdef __arm__
