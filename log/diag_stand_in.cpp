@@ -1,6 +1,6 @@
-// The diagnostic channel of a system without the platform's own: each record becomes one syslog(3) record.
-// Both functions are weak and alone in this file, so a program that defines either of them receives the
-// calls, with the shared library and with the archive.
+// The diagnostic channel for systems without the platform's library: it sends each record to syslog(3). Both
+// functions are weak, and this file contains no other function that the library calls. A program that defines one of
+// them therefore receives its calls, with the shared library and with the archive.
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <syslog.h>
@@ -50,7 +50,7 @@ void send_to_daemon(std::string_view record) {
   });
 }
 
-// Does for one record what syslog(3) does, for a process that must not call it. The daemon puts the time in.
+// Sends one record as syslog(3) does, for a process that must not call syslog(3). The daemon adds the time.
 void send_record(int priority, const char* format, va_list arguments) {
   static constexpr std::size_t kSize = KELO_LOG_BUFFER_SIZE + 512;
   const auto record = kelo::base::zeroed_array<char>(kSize);
@@ -73,7 +73,7 @@ __attribute__((weak)) void msg_sprintf(const LogDiagDescriptor* descriptor, ...)
   va_list arguments;
   va_start(arguments, descriptor);
   const int priority = syslog_priority(descriptor->mask);
-  if (kelo::log::SyslogCall::usable())
+  if (kelo::log::SyslogCall::allowed())
     vsyslog(priority, descriptor->format, arguments);
   else
     send_record(priority, descriptor->format, arguments);

@@ -1,4 +1,4 @@
-// Levels, the switch, and the way of a message.
+// The log level, the log switch, and the delivery of messages.
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -6,7 +6,6 @@
 #include <array>
 #include <atomic>
 #include <cstdarg>
-#include <cstddef>
 #include <cstdio>
 
 #include "base/file.hpp"
@@ -19,62 +18,55 @@ namespace {
 
 using kelo::log::LogLock;
 
-// The platform's diagnostic library reads the descriptors by these offsets.
-static_assert(offsetof(LogDiagDescriptor, line) == 0);
-static_assert(offsetof(LogDiagDescriptor, subsystem) == 2);
-static_assert(offsetof(LogDiagDescriptor, mask) == 4);
-static_assert(offsetof(LogDiagDescriptor, format) == 8);
-static_assert(offsetof(LogDiagDescriptor, file) == 8 + sizeof(void*));
-static_assert(sizeof(LogDiagDescriptor) == 8 + 2 * sizeof(void*));
-
 std::atomic<int> current_level{LOG_LVL_INFO};
 std::atomic<int> log_tool_enable{1};
-// Set once the diagnostic channel was started, or once it was decided that it never will be.
+// Set when the diagnostic channel has been started, or when it will never be started in this process.
 std::atomic<bool> log_diag_ready{false};
 std::atomic<kelo_print_fn> log_print_fn{nullptr};
 
 constexpr char kSwitchFile[] = "/data/log_enable";
 
-// Starts the channel while the switch asks for it; any other switch settles that it stays unstarted for good.
-// A failed start is left to the next message.
+// Starts the channel if the switch is 1. Any other switch means that this process never starts the channel. After a
+// failed start the next message tries again.
 void start_diag_channel(int enable) {
   if (log_diag_ready.load(std::memory_order_acquire)) return;
-  const kelo::base::ErrnoKeeper keep;  // the message that waits for the channel may show errno
+  const kelo::base::ErrnoKeeper keep;  // the message that is being logged may print errno
   if (enable != 1 || Diag_LSM_Init(nullptr) != 0) log_diag_ready.store(true, std::memory_order_release);
 }
 
-// The setters start the channel outside a message, so they serialise with one themselves. Only a setter
-// called by the starting channel itself finds the lock held by its own thread: the start is under way then.
+// The setters call this outside a message, so it takes the lock itself. The lock is held by this thread only when the
+// channel calls a setter while it is being started. Then there is nothing to do.
 void start_diag_channel_locked(int enable) {
   if (log_diag_ready.load(std::memory_order_acquire)) return;
   const LogLock lock;
   if (lock.acquired()) start_diag_channel(enable);
 }
 
-enum class Delivery { dropped, printed, hand_to_channel };
+enum class Delivery { kDropped, kPrinted, kHandToChannel };
 
 Delivery deliver(int level, char* buf, const char* func, int line, const char* fmt, va_list arguments) {
   const LogLock lock;
-  if (!lock.acquired()) return Delivery::dropped;  // the print callback or the starting channel logged
+  if (!lock.acquired())
+    return Delivery::kDropped;  // the print callback or the start of the channel has logged
   const int enable = log_tool_enable.load(std::memory_order_relaxed);
   start_diag_channel(enable);
-  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the caller has started it, which the analyzer misses
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the caller has called va_start, which the analyzer misses
   std::vsnprintf(buf, KELO_LOG_BUFFER_SIZE, fmt, arguments);
-  if (enable != 0) return Delivery::hand_to_channel;
+  if (enable != 0) return Delivery::kHandToChannel;
   const char* const text = kelo::log::compose_local_line({lock.process(), level, func, line, buf});
   if (const kelo_print_fn print = log_print_fn.load(std::memory_order_acquire)) {
     print(text);
   } else {
     kelo::log::print_line(text);
   }
-  return Delivery::printed;
+  return Delivery::kPrinted;
 }
 
 void send(kelo::log::Site site, int level, const char* func, const char* fmt, va_list arguments) {
   if (!kelo::log::passes(level)) return;
   const kelo::base::ErrnoKeeper keep;
   std::array<char, KELO_LOG_BUFFER_SIZE> text;
-  if (deliver(level, text.data(), func, site.line(), fmt, arguments) != Delivery::hand_to_channel) return;
+  if (deliver(level, text.data(), func, site.line(), fmt, arguments) != Delivery::kHandToChannel) return;
   const kelo::log::SourcePath path = kelo::log::source_path(site.file());
   const LogDiagDescriptor descriptor = {site.line(), KELO_LOG_DIAG_SUBSYSTEM, level >= 0 ? 1U << level : 0U,
                                         KELO_LOG_DIAG_FORMAT, path.c_str()};
@@ -84,11 +76,11 @@ void send(kelo::log::Site site, int level, const char* func, const char* fmt, va
 void write_switch_file(int enable) {
   kelo::base::Descriptor file = kelo::base::open_file(kSwitchFile, O_RDWR | O_CREAT | O_TRUNC, 0666);
   if (!file) return;
-  // The file says whether local printing is on, so it holds the inverse of the switch.
+  // The file tells whether local printing is on, so it contains the inverse of the switch.
   const char* const local_printing = enable == 0 ? "1" : "0";
   (void)kelo::base::retry_interrupted([&] { return ::write(file.get(), local_printing, 1); });
   file.reset();
-  sync();  // the choice survives a power cut
+  sync();  // the setting must survive a power cut
 }
 
 }  // namespace
@@ -129,7 +121,7 @@ int kelo_log_printf(int level, char* buf, const char* func, int line, const char
   va_start(arguments, fmt);
   const Delivery delivery = deliver(level, buf, func, line, fmt, arguments);
   va_end(arguments);
-  return delivery == Delivery::hand_to_channel ? 1 : 0;
+  return delivery == Delivery::kHandToChannel ? 1 : 0;
 }
 
 void kelo_set_log_level(int level) {

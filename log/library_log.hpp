@@ -1,4 +1,4 @@
-// How the library itself logs: KELO_LOG with one shared, out-of-line hand-off instead of one per call site.
+// KELO_LOG for the library's own sources: all call sites share out-of-line functions, which keeps each of them small.
 #ifndef KELO_LOG_LIBRARY_LOG_HPP
 #define KELO_LOG_LIBRARY_LOG_HPP
 
@@ -7,18 +7,18 @@
 #include "base/text_builder.hpp"
 #include "kelo_utils/log.h"
 
-// The build numbers the sources of the library. A source that a test compiles for itself has the first one's number.
+// The build numbers the sources of the library. A source that a test compiles itself has the number of the first one.
 #ifndef KELO_SOURCE_NUMBER
 #define KELO_SOURCE_NUMBER 0
 #endif
 
 namespace kelo::log {
 
-// Whether a message of `level` passes the threshold now.
+// Whether a message of `level` passes the current threshold.
 bool passes(int level);
 
-// The source line and the source file of a message in one number that fits into one instruction. Descriptors as
-// constants of the call sites would take 12 KiB on the device, with the relocations that their pointers need.
+// The source line and the source file of a message, packed into a number that one instruction can load. Constant
+// descriptors at the call sites would take 12 KiB on the device, because their pointers need relocations.
 struct Site {
   static constexpr unsigned kLines = 512;
   static constexpr unsigned kFiles = 128;
@@ -33,29 +33,29 @@ struct Site {
   std::uint16_t packed;
 
  private:
-  static void too_large() {}  // not a constant expression, so that the compiler refuses the site
+  static void too_large() {}  // it is not a constant expression, so the compiler rejects the site
 };
 
-// Formats one message, if its level passes the threshold, and sends it to the diagnostic channel or prints it
-// locally, shown under the function name `func`. Never allocates and preserves errno. Most messages are of the two
-// levels that have functions of their own, which saves their call sites an argument.
+// If the level passes the threshold, formats one message and sends it to the diagnostic channel or prints it locally.
+// The message carries the function name `func`. The functions never allocate, and they preserve errno. Most messages
+// have one of two levels; their own functions save an argument at the call sites.
 void emit(Site site, const char* func, int level, const char* fmt, ...) KELO_PRINTF(4, 5);
 void emit_error(Site site, const char* func, const char* fmt, ...) KELO_PRINTF(3, 4);
 void emit_debug(Site site, const char* func, const char* fmt, ...) KELO_PRINTF(3, 4);
 
-// The path of a source of the library by the number that the build gives it.
+// Returns the path of a source of the library. `file` is the number that the build has given it.
 using SourcePath = base::FixedText<64>;
 SourcePath source_path(unsigned file);
 
-// Logs "<function> param NULL" at level 3, shown under that function's name: the line for an argument that must not
-// be null. All of them are one call site, so they share its source line and its path.
+// Logs "<function> param NULL" at level 3 under that function's name. The library logs this message for an argument
+// that must not be null. All these messages come from one call site, so they share its source line and path.
 void param_null(const char* function);
 
 }  // namespace kelo::log
 
-// Logs under a given function name: for a step shared by several operations, whose lines carry their names.
-// The arguments are evaluated even when the message does not pass: the test for it stands in the hand-off too,
-// which keeps some hundred call sites small.
+// Logs under a given function name. Several operations may share a step, and the messages of that step then carry the
+// name of the operation. The arguments are evaluated even when the message does not pass the threshold: the test is
+// in the shared functions, which keeps hundreds of call sites small.
 #define KELO_LOG_AS(func, level, ...)                                         \
   do {                                                                        \
     constexpr ::kelo::log::Site kelo_log_site_(__LINE__, KELO_SOURCE_NUMBER); \

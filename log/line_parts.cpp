@@ -1,4 +1,4 @@
-// Parts that lines of several kinds share.
+// Parts that several kinds of log lines have in common.
 #include "log/line_parts.hpp"
 
 #include <cstddef>

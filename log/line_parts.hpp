@@ -1,4 +1,4 @@
-// Parts that lines of several kinds share: names of functions and the time.
+// Parts that several kinds of log lines have in common: function names and the time.
 #ifndef KELO_LOG_LINE_PARTS_HPP
 #define KELO_LOG_LINE_PARTS_HPP
 
@@ -6,10 +6,10 @@
 
 namespace kelo::log {
 
-// Year, month, day, hour, minute, second and millisecond.
+// The arguments are year, month, day, hour, minute, second and millisecond.
 inline constexpr const char* kStampFormat = "%04d-%02d-%02d %02d:%02d:%02d.%03d";
 
-// Engineers in the field know the functions by their "oem" names.
+// Appends a function name with "kelo" replaced by "oem", because field engineers know the functions by those names.
 void append_display_name(base::TextBuilder& line, const char* func);
 
 }  // namespace kelo::log

@@ -1,4 +1,4 @@
-// Composes local lines.
+// Composes local log lines.
 #include "log/local_line.hpp"
 
 #include <fcntl.h>
@@ -20,7 +20,7 @@
 char log_msg[KELO_LOG_LINE_SIZE];
 char str_t[KELO_LOG_STAMP_SIZE];
 
-// The objects above under names that no program can take over.
+// Second names of the two objects, which no object of a program can replace.
 extern "C" {
 extern __attribute__((visibility("hidden"), alias("log_msg"))) char kelo_log_own_line[KELO_LOG_LINE_SIZE];
 extern __attribute__((visibility("hidden"), alias("str_t"))) char kelo_log_own_stamp[KELO_LOG_STAMP_SIZE];
@@ -31,8 +31,8 @@ namespace {
 
 using base::TextBuilder;
 
-// Where lines and stamps are composed, guarded by the log lock. The exported names may be found at objects of a
-// program that knows nothing of them, of any size: those are left alone.
+// The buffers in which lines and stamps are composed, guarded by the log lock. A program may define unrelated objects
+// with the exported names, of any size. The library does not write to those.
 std::span<char> line_place;
 std::span<char> stamp_place;
 
@@ -46,8 +46,8 @@ void find_places() {
   line_place = place_of(log_msg, kelo_log_own_line);
 }
 
-// Six tags, of which the lookup serves the first five: no call site of the library uses the last level, and
-// its lines, like those of level -1, carry the C library's null-string text.
+// The lookup returns only the first five of the six tags. Lines of the last level and of level -1 contain the text that
+// the C library prints for a null string.
 constexpr char kTags[][6] = {" DBUG", " INFO", "-WRN-", "=ERR=", "*CRT*", "*EMR*"};
 constexpr unsigned kLastServedTag = 4;
 
@@ -65,16 +65,16 @@ void stamp_time() {
               static_cast<int>(now.tv_usec / 1000));
 }
 
-// A thread whose name could be read from its file. It is known to itself only: a child of fork() has another process's
-// number, and reads its own file first.
+// A thread whose name could be read from its file. The variable belongs to that thread. After fork() the process number
+// differs, so the child reads its own file first.
 struct KnownThread {
   int process;
   int thread;
 };
 thread_local KnownThread known_thread;
 
-// The calling thread's name, which is asked of the kernel once it could be read from the proc file system: that takes
-// ten times as long. The text "NULL" while it cannot be read there. Returns the thread's number.
+// Writes the calling thread's name into `name` and returns the thread's number. The name is "NULL" until it could be
+// read from the proc file system. After that prctl() is used, which takes a tenth of the time.
 int read_thread_name(int process, std::span<char> name) {
   KnownThread& known = known_thread;
   if (known.process == process) {
@@ -103,7 +103,7 @@ const char* compose_local_line(const Message& message) {
   find_places();
   std::array<char, 64> thread_name{};  // the kernel keeps names to 16 bytes
   const int thread = read_thread_name(message.process, thread_name);
-  // Both are exported: nothing of an earlier, longer line is left after the terminators.
+  // Programs read both buffers, so nothing of an earlier, longer line may remain after the terminators.
   std::memset(stamp_place.data(), 0, stamp_place.size());
   std::memset(line_place.data(), 0, line_place.size());
   stamp_time();

@@ -1,4 +1,4 @@
-// The local log line: time stamp, tag, process and thread, function, source line, message.
+// Composes the local log line: time stamp, tag, process and thread, function, source line and message.
 #ifndef KELO_LOG_LOCAL_LINE_HPP
 #define KELO_LOG_LOCAL_LINE_HPP
 
@@ -12,8 +12,8 @@ struct Message {
   const char* text;
 };
 
-// Composes the line of `message` and returns it: the exported `log_msg`, with the time stamp in `str_t`, unless these
-// names are found at objects of the program's own. The caller holds the log lock as long as it uses the line.
+// Composes the line of `message` and returns it. The line is in the exported `log_msg` and the time stamp in `str_t`,
+// unless the program has objects of its own with these names. The caller must hold the log lock while it uses the line.
 const char* compose_local_line(const Message& message);
 
 }  // namespace kelo::log

@@ -1,4 +1,4 @@
-// The lock around each log line, which forks neither wait for nor inherit held.
+// The lock around each log line. A fork() does not wait for it, and a child finds it free.
 #include "log/log_lock.hpp"
 
 #include <pthread.h>
@@ -18,37 +18,38 @@ namespace kelo::log {
 namespace {
 
 pthread_mutex_t log_mutex = PTHREAD_MUTEX_INITIALIZER;
-// The thread inside the lock, zero while there is none. A thread finds its own id here only if it put it
-// there, so the test for re-entry needs no ordering.
+// The thread that holds the lock, or zero. Only the thread itself stores its own id here, so the test for re-entry
+// needs no memory ordering.
 std::atomic<pthread_t> owner{};
-int depth;     // guarded by log_mutex: how often its thread entered
+int depth;     // guarded by log_mutex: how often its owner has entered
 bool in_line;  // guarded by log_mutex
-// The process that lock and sinks belong to; the negative of its number while one of its threads takes them over from
-// a parent; zero before the first message.
+// The process that the lock and the sinks belong to. It is zero before the first message. While a thread of a child
+// takes them over from the parent, it is the negative number of the child.
 std::atomic<pid_t> process{};
-// Says that the calling process is that one, without a system call: it lies in a page that the kernel empties in a child.
-// Null before the first message, and where there is no such page.
-std::atomic<std::atomic<bool>*> settled{};
+// The flag that this points to is true when `process` is the calling process. It replaces the system call getpid(): the
+// kernel clears its page in a forked child. The pointer is null before the first message, and where the kernel cannot
+// clear a page.
+std::atomic<std::atomic<bool>*> adopted{};
 
-bool is_settled() {
-  const auto* const mark = settled.load(std::memory_order_acquire);
-  return mark != nullptr && mark->load(std::memory_order_acquire);
+bool is_adopted() {
+  const auto* const flag = adopted.load(std::memory_order_acquire);
+  return flag != nullptr && flag->load(std::memory_order_acquire);
 }
 
-void mark_as_settled() {
-  if (auto* const mark = settled.load(std::memory_order_acquire))
-    mark->store(true, std::memory_order_release);
+void set_adopted() {
+  if (auto* const flag = adopted.load(std::memory_order_acquire))
+    flag->store(true, std::memory_order_release);
 }
 
-void make_mark() {
-  const base::ErrnoKeeper keep;  // the message may show errno
+void make_adopted_flag() {
+  const base::ErrnoKeeper keep;  // the message may print errno
   const auto size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
   void* const page = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (page == MAP_FAILED) return;
-  // Some emulators take every advice, one that does not exist too, and follow none.
-  constexpr int kNoAdvice = -1;
-  if (madvise(page, size, kNoAdvice) != 0 && madvise(page, size, MADV_WIPEONFORK) == 0) {
-    settled.store(new (page) std::atomic<bool>(true), std::memory_order_release);
+  // Some emulators accept every advice, even an invalid one, and ignore it.
+  constexpr int kInvalidAdvice = -1;
+  if (madvise(page, size, kInvalidAdvice) != 0 && madvise(page, size, MADV_WIPEONFORK) == 0) {
+    adopted.store(new (page) std::atomic<bool>(true), std::memory_order_release);
   } else {
     munmap(page, size);
   }
@@ -68,10 +69,10 @@ void leave() {
   pthread_mutex_unlock(&log_mutex);
 }
 
-void settle_in_child() { settle_in(getpid()); }
+void adopt_in_child() { adopt_log_state(getpid()); }
 
-// The thread that forked is the first of the child. It may be inside the lock, and goes on there. Another owner does
-// not exist any more, though a new thread may have its number.
+// The thread that called fork() is the first thread of the child. If it holds the lock, it keeps it. Any other owner
+// does not exist in the child, although a new thread may have the same id.
 void free_inherited_lock(pid_t this_process) {
   if (owner.load(std::memory_order_relaxed) == pthread_self() && get_tid() == this_process) return;
   pthread_mutex_init(&log_mutex, nullptr);
@@ -82,34 +83,34 @@ void free_inherited_lock(pid_t this_process) {
 
 }  // namespace
 
-// The fork handler is registered with the first message and not on load, so that the library has no constructor.
-// Threads that begin at once register it twice, which does no harm.
+// The fork handler is registered with the first message and not on load, so that the library needs no constructor. Two
+// threads that log their first messages at the same time may register it twice, which does no harm.
 //
-// A child is settled by that handler, or by its first message: a handler of the program may log before ours runs, and
-// ours does not run when the fork had begun before it was registered.
-void settle_in(pid_t this_process) {
+// In a child either that handler or the first message calls this function: a fork handler of the program may log
+// earlier, and the handler does not run if fork() had begun before it was registered.
+void adopt_log_state(pid_t this_process) {
   pid_t seen = process.load(std::memory_order_acquire);
   while (seen != this_process) {
     if (seen == 0) {
-      pthread_atfork(nullptr, nullptr, settle_in_child);
+      pthread_atfork(nullptr, nullptr, adopt_in_child);
       if (!process.compare_exchange_strong(seen, this_process)) continue;
-      make_mark();
+      make_adopted_flag();
       seen = this_process;
     } else if (seen == -this_process) {
       sched_yield();
       seen = process.load(std::memory_order_acquire);
     } else if (process.compare_exchange_strong(seen, -this_process)) {
       free_inherited_lock(this_process);
-      settle_sinks();
+      detect_lost_sinks();
       process.store(this_process, std::memory_order_release);
-      mark_as_settled();
+      set_adopted();
       return;
     }
   }
 }
 
 LogLock::LogLock() {
-  if (!is_settled()) settle_in(getpid());
+  if (!is_adopted()) adopt_log_state(getpid());
   enter();
   acquired_ = !in_line;
   if (!acquired_) return;

@@ -6,12 +6,12 @@
 
 namespace kelo::log {
 
-// Holds the log lock for its scope, unless the calling thread holds it already: code that runs under the lock
-// (the print callback) and calls back into the log facility must neither deadlock nor release it early.
+// Holds the log lock for its scope. If the calling thread already holds the lock, acquired() is false: the print
+// callback runs under the lock and may log, which must neither deadlock nor release the lock early.
 //
-// No fork() waits for the lock. A child finds it free, whichever thread of the parent held it; only a thread that forked
-// while it held the lock itself (from the print callback) holds it in the child, too. Fork handlers of the program may
-// log. A cancelled thread ends after the scope, not in it, so that it takes no lock with it.
+// A fork() does not wait for the lock. The lock is free in the child, except when the print callback itself has called
+// fork(): then the forking thread holds it in the child, too. Fork handlers of the program may log. A thread that is
+// cancelled within the scope ends after it, so the lock is always released.
 class [[nodiscard]] LogLock {
  public:
   LogLock();
@@ -20,7 +20,7 @@ class [[nodiscard]] LogLock {
   LogLock& operator=(const LogLock&) = delete;
 
   [[nodiscard]] bool acquired() const { return acquired_; }
-  // The number of the calling process.
+  // Returns the id of the calling process.
   [[nodiscard]] static int process();
 
  private:
@@ -28,9 +28,9 @@ class [[nodiscard]] LogLock {
   int cancel_state_ = 0;
 };
 
-// Makes the lock and the sinks those of the calling process: in a child of fork(), frees what threads that the child
-// does not have held. A LogLock does this itself.
-void settle_in(pid_t this_process);
+// Makes the lock and the sinks belong to the calling process. In a forked child it frees what other threads of the
+// parent have held. LogLock calls it itself.
+void adopt_log_state(pid_t this_process);
 
 }  // namespace kelo::log
 

@@ -1,4 +1,4 @@
-// Single messages, appended to a file by the shell.
+// Appends single messages to a file through the shell.
 #include <sys/time.h>
 
 #include <array>
@@ -31,7 +31,7 @@ using Stamp = kelo::base::FixedText<64>;
 Stamp local_stamp() {
   timeval now{};
   gettimeofday(&now, nullptr);
-  // localtime_r() alone need not notice that the zone was changed since its first use.
+  // localtime_r() alone may not notice that the time zone has changed since its first use.
   tzset();
   tm local{};
   localtime_r(&now.tv_sec, &local);
@@ -39,10 +39,10 @@ Stamp local_stamp() {
                local.tm_min, local.tm_sec, static_cast<int>(now.tv_usec / 1000));
 }
 
-// Appends a line, given in pieces, to the file; the command is put together in `room`. Nothing is escaped:
-// callers pass plain text, and some let the shell put values in.
-int echo_into(const char* path, std::initializer_list<std::string_view> line, std::span<char> room) {
-  TextBuilder command(room);
+// Appends a line, which is given in pieces, to the file. The command is composed in `buffer`. Nothing is escaped: some
+// callers rely on the shell to expand values in the text.
+int echo_into(const char* path, std::initializer_list<std::string_view> line, std::span<char> buffer) {
+  TextBuilder command(buffer);
   command.append("echo \"");
   for (const std::string_view piece : line) command.append(piece);
   command.append("\" >> ").append(path);
@@ -75,7 +75,7 @@ void kelo_write_msg2file_ex(char* buf, const char* path, const char* func, const
   if (!text) return;
   const auto command = zeroed_array<char>(kLongCommandSize);
   if (!command) return;
-  // Without a function name the line stays empty.
+  // Without a function name an empty line is appended.
   if (func != nullptr) {
     TextBuilder line({text.get(), kLongLineSize});
     line.put('[').append(stamp.view()).put(']');

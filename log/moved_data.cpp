@@ -1,4 +1,4 @@
-// Tells objects that the loader moved into the program from objects of the program's own.
+// Distinguishes objects that the loader has moved into the program from objects that the program defines.
 #include "log/moved_data.hpp"
 
 #include <elf.h>
@@ -14,7 +14,7 @@ namespace {
 using Header = ElfW(Phdr);
 using Symbol = ElfW(Sym);
 
-// The relocations of the program and what they refer to.
+// The relocations of the program and the symbols they refer to.
 struct Relocations {
   std::uintptr_t base = 0;  // what the loader added to the program's addresses
   const Symbol* symbols = nullptr;
@@ -22,13 +22,14 @@ struct Relocations {
   std::span<const ElfW(Rela)> with_addend;
 };
 
-// Some loaders have put the loaded address into a dynamic entry, others leave it as the linker wrote it.
+// Returns the address in memory. Some loaders have stored it in the dynamic entry, others leave the linker's value
+// there.
 template <typename T>
 const T* loaded(std::uintptr_t address, std::uintptr_t base) {
   return reinterpret_cast<const T*>(address < base ? address + base : address);
 }
 
-void take_entry(const ElfW(Dyn) & entry, Relocations& found) {
+void read_entry(const ElfW(Dyn) & entry, Relocations& found) {
   const std::uintptr_t value = entry.d_un.d_ptr;
   switch (entry.d_tag) {
     case DT_SYMTAB:
@@ -51,30 +52,31 @@ void take_entry(const ElfW(Dyn) & entry, Relocations& found) {
   }
 }
 
-// Read from the program's headers, whose place the kernel tells: asking the loader would take its lock, which a child
-// of fork() may have inherited held.
+// Reads the program's headers at the address that the kernel reports. The loader's functions take a lock, which a
+// forked child may have inherited held.
 Relocations relocations_of_program() {
   const std::span headers(reinterpret_cast<const Header*>(getauxval(AT_PHDR)), getauxval(AT_PHNUM));
   Relocations found;
   const Header* dynamic = nullptr;
-  bool placed = false;
+  bool base_known = false;
   if (headers.data() == nullptr) return {};
   for (const Header& header : headers) {
     if (header.p_type == PT_DYNAMIC) dynamic = &header;
     if (header.p_type != PT_PHDR) continue;
     found.base = reinterpret_cast<std::uintptr_t>(headers.data()) - header.p_vaddr;
-    placed = true;
+    base_known = true;
   }
-  if (dynamic == nullptr || !placed) return {};
+  if (dynamic == nullptr || !base_known) return {};
   const auto* entry = reinterpret_cast<const ElfW(Dyn)*>(found.base + dynamic->p_vaddr);
-  for (; entry->d_tag != DT_NULL; ++entry) take_entry(*entry, found);
+  for (; entry->d_tag != DT_NULL; ++entry) read_entry(*entry, found);
   return found;
 }
 
-// What is relocated to itself is copied: the number that processors give to that kind of relocation need not be known.
+// Whether a copy relocation has moved the object. Such a relocation is recognised by a symbol that has the address of
+// the relocation itself, so its type, which differs between processors, need not be known.
 template <typename Relocation>
-bool copied(std::span<const Relocation> relocations, const Relocations& program, std::uintptr_t object,
-            std::size_t size) {
+bool has_copy_relocation(std::span<const Relocation> relocations, const Relocations& program,
+                         std::uintptr_t object, std::size_t size) {
   constexpr unsigned kSymbolShift = sizeof(void*) == 8 ? 32 : 8;
   for (const Relocation& relocation : relocations) {
     if (program.base + relocation.r_offset != object) continue;
@@ -86,12 +88,12 @@ bool copied(std::span<const Relocation> relocations, const Relocations& program,
 
 bool is_moved(std::uintptr_t object, std::size_t size) {
 #if defined(__mips64)
-  // Its relocations name their symbols in a form of its own.
+  // Relocations have another format on this processor.
   return object == 0 && size == 0;
 #else
   const Relocations program = relocations_of_program();
-  return program.symbols != nullptr &&
-         (copied(program.plain, program, object, size) || copied(program.with_addend, program, object, size));
+  return program.symbols != nullptr && (has_copy_relocation(program.plain, program, object, size) ||
+                                        has_copy_relocation(program.with_addend, program, object, size));
 #endif
 }
 

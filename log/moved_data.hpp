@@ -1,4 +1,4 @@
-// Whose object an exported name of the library is found at.
+// Tells whether an exported name of the library refers to the library's object or to one of the program.
 #ifndef KELO_LOG_MOVED_DATA_HPP
 #define KELO_LOG_MOVED_DATA_HPP
 
@@ -6,9 +6,9 @@
 
 namespace kelo::log {
 
-// Whether the object at `found`, to which the loader resolved an exported name, is the library's: its own at `own`, or
-// the place of `size` bytes in the program to which the loader moved it (a copy relocation). Any other object is one
-// of the program's that happens to have the name, of whatever size and kind. Takes no lock.
+// Whether the object at `found`, to which the loader has resolved an exported name, is the library's object of `size`
+// bytes. It is when it is the object at `own`, or when the loader has moved that object into the program (a copy
+// relocation). Otherwise it is an unrelated object of the program that has the same name. The function takes no lock.
 bool is_librarys(const void* found, const void* own, std::size_t size);
 
 }  // namespace kelo::log

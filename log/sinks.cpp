@@ -1,4 +1,5 @@
-// Standard output and syslog(3) as sinks of messages, also in a child forked while another thread used them.
+// Standard output and syslog(3) as sinks of messages. They also work in a child that was forked while another thread
+// of the parent was using them.
 #include "log/sinks.hpp"
 
 #include <pthread.h>
@@ -15,10 +16,10 @@
 namespace kelo::log {
 namespace {
 
-// Whether a thread that this process does not have holds the lock of the stream, or of syslog(3), for good.
+// Whether the lock of the stream, or of syslog(3), is held forever by a thread that exists only in the parent.
 std::atomic<bool> stdout_lost{false};
 std::atomic<bool> syslog_lost{false};
-std::atomic<int> syslog_calls{0};  // under way in this process
+std::atomic<int> syslog_calls{0};  // calls that are running in this process
 
 void write_line(std::string_view line) {
   while (!line.empty()) {
@@ -39,7 +40,7 @@ void print_line(const char* line) {
 }
 
 SyslogCall::SyslogCall() {
-  settle_in(getpid());
+  adopt_log_state(getpid());
   pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancel_state_);
   ++syslog_calls;
 }
@@ -49,10 +50,10 @@ SyslogCall::~SyslogCall() {
   pthread_setcancelstate(cancel_state_, nullptr);
 }
 
-bool SyslogCall::usable() { return !syslog_lost.load(std::memory_order_relaxed); }
+bool SyslogCall::allowed() { return !syslog_lost.load(std::memory_order_relaxed); }
 
 // Not every C library frees the locks of its streams in a child.
-void settle_sinks() {
+void detect_lost_sinks() {
   if (syslog_calls.exchange(0) > 0) syslog_lost = true;
   const bool free = ftrylockfile(stdout) == 0;
   if (free) funlockfile(stdout);

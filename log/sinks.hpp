@@ -1,14 +1,15 @@
-// The two sinks that have locks of the C library's: standard output and syslog(3).
+// The two sinks that use locks of the C library: standard output and syslog(3).
 #ifndef KELO_LOG_SINKS_HPP
 #define KELO_LOG_SINKS_HPP
 
 namespace kelo::log {
 
-// Prints a local line on standard output. The caller holds the log lock.
+// Prints a local line on standard output. The caller must hold the log lock.
 void print_line(const char* line);
 
-// Stands around each call of syslog(3), which is made only when it is usable(): the C library does not free its lock in
-// the child of a fork() made during such a call. A cancelled thread ends after the scope.
+// Registers a call of syslog(3) for its scope. The call must be made only when allowed() is true: if a fork() happens
+// during the call of another thread, the C library's lock stays held in the child. A thread that is cancelled within
+// the scope ends after it.
 class [[nodiscard]] SyslogCall {
  public:
   SyslogCall();
@@ -16,14 +17,14 @@ class [[nodiscard]] SyslogCall {
   SyslogCall(const SyslogCall&) = delete;
   SyslogCall& operator=(const SyslogCall&) = delete;
 
-  [[nodiscard]] static bool usable();
+  [[nodiscard]] static bool allowed();
 
  private:
   int cancel_state_ = 0;
 };
 
-// Finds out, in the child of a fork(), which sinks threads of the parent took with them.
-void settle_sinks();
+// Finds out, in a forked child, which sinks are locked by threads that exist only in the parent.
+void detect_lost_sinks();
 
 }  // namespace kelo::log
 

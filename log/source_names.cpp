@@ -1,11 +1,12 @@
-// The paths of the library's sources, which the records of the diagnostic channel name.
+// The paths of the library's sources, which the records of the diagnostic channel contain.
 #include <cstring>
 
 #include "log/library_log.hpp"
 
 namespace {
 
-// Each folder, after a slash, and then its sources without their ending. Whole paths take a kilobyte more.
+// Each folder has a slash before its name and is followed by its sources without ".cpp". Whole paths would take 1 KiB
+// more.
 constexpr char kNames[] =
 #include "source_names.inc"
     ;

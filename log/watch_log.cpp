@@ -1,4 +1,4 @@
-// The watch trace, kept in two files that are emptied in turn.
+// The watch log, which consists of two files that are emptied in turn.
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -20,16 +20,16 @@ constexpr char kFileA[] = "/data/oem/logs/fwawatchA.log";
 constexpr char kFileB[] = "/data/oem/logs/fwawatchB.log";
 constexpr char kOptionFile[] = "/kelonv/data/fwawatch_option";
 constexpr char kUptimeFile[] = "/proc/uptime";
-constexpr off_t kFullSize = 1048576;  // a file of more than that is full
+constexpr off_t kFullSize = 1048576;  // a larger file counts as full
 
-// A stream hands on what its buffer holds in one write, so records up to this size are never torn.
+// The stream writes the content of its buffer with one call, so other records never split a record up to this size.
 constexpr std::size_t kWholeRecord = 4096;
 
-// Which file is emptied when both are full: B where it is set. Threads may change it at once, as they may
-// both empty a file.
+// When both files are full, this tells whether B is emptied next. No lock guards it: two threads may change it at the
+// same time, just as both may empty a file.
 std::atomic<bool> empty_b_next{false};
 
-// Reads the beginning of a file into `text` and terminates it. False when there is nothing to be had.
+// Reads the start of a file into `text` and terminates it. Returns false when nothing could be read.
 bool read_text(const char* path, std::span<char> text) {
   const kelo::base::Descriptor file = kelo::base::open_file(path, O_RDONLY);
   if (!file) return false;
