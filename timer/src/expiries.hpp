@@ -1,4 +1,4 @@
-// The way of an expiry from the signal handler, in whatever thread it interrupts, to the worker.
+// The queues by which the signal handler passes expired records to the worker.
 #ifndef KELO_TIMER_EXPIRIES_HPP
 #define KELO_TIMER_EXPIRIES_HPP
 
@@ -9,46 +9,46 @@
 
 #include "kelo_utils/timer.h"
 
-// The calls of the handler, marked below, neither lock nor allocate: the thread it interrupts may be in the
-// middle of anything. Their cost does not depend on how many timers wait.
+// The handler may interrupt a thread at any point, so the functions for it neither lock nor allocate. Their cost does
+// not depend on the number of queued records.
 namespace kelo::timer {
 
-// Whoever holds it may look into a record whose timer exists: withdraw() waits for it.
+// While a thread holds this mutex, it may access the records of existing timers: withdraw() waits for the mutex.
 extern pthread_mutex_t records_mutex;
 
-// How often withdraw() was called. Changes under records_mutex.
+// The number of calls of withdraw(). It changes only under records_mutex.
 extern std::atomic<unsigned> withdrawals;
 
-// Makes ready for a process, also for a forked child, which inherits what waited in its parent and drops it.
-// No other thread may use these functions meanwhile.
+// Empties the queues for a new process. A forked child inherits the queued records of its parent, which are dropped
+// here. No other thread may use the functions of this header meanwhile.
 void prepare_expiries(pid_t process);
 
-// Handler: puts a record after those that wait for their callback, unless it waits already. True when none had
-// arrived since the worker looked.
-bool put_expiry(kelo_timer_info& record);
+// For the handler: appends a record to the queue of expired records, unless it is queued already. Returns true when
+// it is the first one that has arrived since the worker has looked.
+bool queue_expired(kelo_timer_info& record);
 
-// Handler: the same among the records that lost their callback. No record waits in both places: whoever frees
-// a lost one takes it from nobody.
-bool put_lost(kelo_timer_info& record);
+// For the handler: does the same with the queue of records whose handler is null. A record is never in both queues,
+// so the worker can free a record of this queue.
+bool queue_without_handler(kelo_timer_info& record);
 
-// Handler: keeps a magic that was found in a record's place. It is lost when there is no space left.
-void put_wrong_magic(std::uint32_t magic);
+// For the handler: stores a wrong magic for the log. It is dropped when all slots are in use.
+void store_wrong_magic(std::uint32_t magic);
 
-// Worker: whether a record waits for its callback.
-bool any_waits();
+// For the worker: whether the queue of expired records has an element.
+bool any_expired();
 
-// Worker: ends the waiting of the record that has waited longest, and copies its callback. False when none
-// waits. The record is not looked at any more after this: it may be deleted and freed.
+// For the worker: removes the oldest expired record from its queue and copies its callback. Returns false when the
+// queue is empty. The record is not accessed afterwards, because its owner may free it.
 bool take_callback(kelo_timer_callback& callback);
 
-// Worker: ends the waiting of a record that lost its callback; null when there is none.
-kelo_timer_info* take_lost();
+// For the worker: removes the oldest record whose handler is null from its queue. Returns null when the queue is empty.
+kelo_timer_info* take_without_handler();
 
-// Worker: hands over each magic that was put.
+// For the worker: calls `take` with each stored wrong magic and removes it.
 void take_wrong_magics(void (*take)(std::uint32_t magic));
 
-// Any thread, once the record's timer is deleted: ends the waiting of the record, if it waits. After this
-// nobody here looks into it.
+// For any thread, after the timer of the record was deleted: removes the record from its queue. The record is not
+// accessed afterwards.
 void withdraw(kelo_timer_info& record);
 
 }  // namespace kelo::timer

@@ -1,5 +1,4 @@
-// What the calls on timers, which run in the daemon's threads, and the service, which runs in its own, both
-// touch of a record.
+// Access to the fields of a timer record that the threads of the daemon and the thread of the service share.
 #ifndef KELO_TIMER_RECORD_HPP
 #define KELO_TIMER_RECORD_HPP
 
@@ -9,8 +8,8 @@
 
 namespace kelo::timer {
 
-// A stored state carries all that the storing thread wrote into the record before: who loads it from there on
-// sees that as well.
+// Storing and loading the state orders memory: a thread that loads a state also sees all that was written into the
+// record before that state was stored.
 inline void set_state(kelo_timer_info& info, kelo_timer_state state) {
   std::atomic_ref(info.state).store(state, std::memory_order_release);
 }

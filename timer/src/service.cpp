@@ -1,4 +1,6 @@
-// The handler of SIGUSR1, the worker thread, and what starts them.
+// The worker thread, which calls the callbacks of expired timers, and the start of the timer service.
+#include "timer/src/service.hpp"
+
 #include <link.h>
 #include <pthread.h>
 #include <semaphore.h>
@@ -16,77 +18,42 @@
 #include "kelo_utils/timer.h"
 #include "log/library_log.hpp"
 #include "timer/src/expiries.hpp"
+#include "timer/src/handler.hpp"
 #include "timer/src/record.hpp"
-#include "timer/src/service.hpp"
 
 pthread_mutex_t free_mutex = PTHREAD_MUTEX_INITIALIZER;
 
 namespace {
 
 constexpr std::size_t kStackSize = 32768;
-// What the C library keeps beside the variables of the loaded objects: the thread's descriptor, and room for
-// those of objects loaded later.
+// The C library places more on the stack than the thread-local variables of the loaded objects: the descriptor of the
+// thread, and room for the variables of objects that are loaded later.
 constexpr std::size_t kThreadOverhead = 8192;
 
-// The process that has a worker, and the one whose expiries have a place to wait. A forked child has
-// inherited neither worker nor timers.
+// The process that has a worker, and the process for which the queues of expiries are prepared. A forked child inherits
+// neither the worker nor the timers.
 std::atomic<pid_t> served{0};
 std::atomic<pid_t> prepared{0};
 
 std::atomic<pid_t> worker_id{0};
 sem_t worker_runs;
 
-// The worker's thread id; 0 while this process has none.
-pid_t worker_thread() { return served == getpid() ? worker_id.load() : 0; }
-
-// Whether the signal carries a record of this process. A value that another process sent is no pointer of
-// ours.
-bool is_ours(const siginfo_t& signal) {
-  return signal.si_code == SI_TIMER || (signal.si_code == SI_QUEUE && signal.si_pid == getpid());
-}
-
-// Makes the record of a signal wait for the worker. True when the worker may have to be woken.
-bool accept(const siginfo_t& signal) {
-  if (!is_ours(signal)) return false;
-  auto* const record = static_cast<kelo_timer_info*>(signal.si_value.sival_ptr);
-  if (record == nullptr) return false;
-  kelo::timer::state_of(*record);  // all that was written before the timer was armed is seen from here on
-  if (record->cb.handler == nullptr) return kelo::timer::put_lost(*record);
-  const std::uint32_t magic = kelo::timer::magic_of(*record);
-  if (magic == KELO_TIMER_MAGIC) return kelo::timer::put_expiry(*record);
-  kelo::timer::put_wrong_magic(magic);
-  return true;
-}
-
-// By its number: C libraries of devices lack a function for it.
-void wake(pid_t worker) { syscall(SYS_tgkill, getpid(), worker, SIGUSR1); }
-
-// Runs between any two instructions of a thread that takes a signal the process sent itself, or that of a timer
-// made before there was a worker. A wake-up that finds one pending is dropped by the kernel, which does no
-// harm: the worker looks at all that waits after each.
-void timer_sigaction_handler(int number, siginfo_t* signal, void* /*context*/) {
-  const kelo::base::ErrnoKeeper keep;
-  if (number != SIGUSR1 || !accept(*signal)) return;
-  const pid_t worker = worker_thread();
-  if (worker != 0 && worker != get_tid()) wake(worker);
-}
-
-// The worker's signals. SIGUSR1 stays blocked, so that expiries interrupt no callback and do not depend on the
-// action that the process has for it. They pend in the order in which they came, each timer's at most once, until
-// the worker takes them.
+// Receives SIGUSR1 in the worker. The signal stays blocked there, so expiries do not interrupt callbacks and do not
+// depend on the action that the process has set. Signals pend in the order of their arrival, at most one for each
+// timer, until the worker receives them.
 class WorkerSignals {
  public:
   WorkerSignals() {
     sigemptyset(&expiry_);
     sigaddset(&expiry_, SIGUSR1);
     sigfillset(&all_);
-    pthread_sigmask(SIG_BLOCK, &expiry_, &in_callbacks_);
-    sigaddset(&in_callbacks_, SIGUSR1);
+    pthread_sigmask(SIG_BLOCK, &expiry_, &callback_mask_);
+    sigaddset(&callback_mask_, SIGUSR1);
   }
 
-  // Finds out, with a timer of its own, whether the number in a timer's signal names the timer to the system. That is
-  // not so under some emulators.
-  void try_numbers() {
+  // Finds out with a test timer whether the timer id in a signal is the one that the kernel accepts. Under some
+  // emulators it is not.
+  void test_timer_ids() {
     sigevent notification = kelo::timer::expiry_signal(this);
     timer_t timer = nullptr;
     if (timer_create(CLOCK_MONOTONIC, &notification, &timer) != 0) return;
@@ -94,28 +61,29 @@ class WorkerSignals {
     times.it_value.tv_nsec = 1;
     timer_settime(timer, 0, &times, nullptr);
     siginfo_t signal{};
-    while (sigwaitinfo(&expiry_, &signal) == SIGUSR1 && signal.si_value.sival_ptr != this) take(signal);
-    numbers_name_timers_ = timer_exists(signal);
+    while (sigwaitinfo(&expiry_, &signal) == SIGUSR1 && signal.si_value.sival_ptr != this) receive(signal);
+    timer_ids_valid_ = timer_exists(signal);
     timer_delete(timer);
   }
 
-  // Takes one, waiting for it if none pends. A signal that the daemon has blocked since it started the service,
-  // to read it elsewhere, must not find one thread asleep that lets it in.
+  // Receives one signal, and waits if none is pending. All signals are blocked during the wait: the daemon may have
+  // blocked a signal after it started the service, and the worker must not receive that signal instead of the daemon.
   void wait() {
     siginfo_t signal;
-    if (take_pending(signal)) return;
+    if (receive_pending(signal)) return;
     pthread_sigmask(SIG_SETMASK, &all_, nullptr);
-    if (sigwaitinfo(&expiry_, &signal) == SIGUSR1) take(signal);
-    pthread_sigmask(SIG_SETMASK, &in_callbacks_, nullptr);
+    if (sigwaitinfo(&expiry_, &signal) == SIGUSR1) receive(signal);
+    pthread_sigmask(SIG_SETMASK, &callback_mask_, nullptr);
   }
 
-  // Takes all that pend by now. A timer may expire faster than its signals are taken. A record that comes a second
-  // time came after all that pended at the start, which are taken then. Which record that will be is not known, so
-  // that the one to compare with changes after 1, 2, 4 and so on signals.
+  // Receives all signals that are pending when it is called. A timer may expire faster than its signals are received,
+  // so an empty queue is not the only end. A record that is received a second time arrived after all signals that were
+  // pending at the start, so those have been received by then. The record to compare with changes after 1, 2, 4 and so
+  // on signals, because any record may be the one that comes again.
   void drain() {
     siginfo_t signal;
     const void* compared = nullptr;
-    for (unsigned count = 1; take_pending(signal); ++count) {
+    for (unsigned count = 1; receive_pending(signal); ++count) {
       const void* const record = signal.si_value.sival_ptr;
       if (record != nullptr && record == compared) return;
       if ((count & (count - 1)) == 0) compared = record;
@@ -123,15 +91,15 @@ class WorkerSignals {
   }
 
  private:
-  // False when none pends.
-  bool take_pending(siginfo_t& signal) {
+  // Returns false when no signal is pending.
+  bool receive_pending(siginfo_t& signal) {
     static constexpr timespec kNow{};
     const unsigned withdrawals = kelo::timer::withdrawals;
     if (sigtimedwait(&expiry_, &signal, &kNow) == SIGUSR1) {
-      take(signal);
+      receive(signal);
       return true;
     }
-    withdrawals_settled_ = withdrawals;
+    withdrawals_drained_ = withdrawals;
     return false;
   }
 
@@ -139,26 +107,25 @@ class WorkerSignals {
     return syscall(SYS_timer_getoverrun, signal.si_timerid) >= 0;
   }
 
-  // Some kernels deliver what pended for a timer after its delete, when the record may be gone.
+  // Some kernels deliver a pending signal after its timer was deleted. The record may have been freed by then.
   [[nodiscard]] bool may_be_of_deleted_timer(const siginfo_t& signal) const {
-    return signal.si_code == SI_TIMER && withdrawals_settled_ != kelo::timer::withdrawals &&
-           numbers_name_timers_;
+    return signal.si_code == SI_TIMER && withdrawals_drained_ != kelo::timer::withdrawals && timer_ids_valid_;
   }
 
-  void take(const siginfo_t& signal) const {
+  void receive(const siginfo_t& signal) const {
     const kelo::base::LockGuard lock(kelo::timer::records_mutex);
     if (may_be_of_deleted_timer(signal) && !timer_exists(signal)) return;
-    accept(signal);
+    kelo::timer::queue_record_of(signal);
   }
 
   sigset_t expiry_;
   sigset_t all_;
-  sigset_t in_callbacks_;
-  bool numbers_name_timers_ = true;
-  unsigned withdrawals_settled_ = 0;  // nothing pends of the timers deleted before this many
+  sigset_t callback_mask_;
+  bool timer_ids_valid_ = true;
+  unsigned withdrawals_drained_ = 0;  // no signal is pending of the timers deleted up to this count
 };
 
-// Null in all threads but the worker.
+// It is null in all threads except the worker.
 thread_local WorkerSignals* worker_signals = nullptr;
 
 constexpr const char* kHandler = "timer_sigaction_handler";
@@ -167,10 +134,10 @@ void log_wrong_magic(std::uint32_t magic) {
   KELO_LOG_AS(kHandler, LOG_LVL_INFO, "timer_sigaction_handler oem Q error:0x%x\n", magic);
 }
 
-// Daemons rely on the service to free a record that lost its handler. Its timer goes with it: the next expiry
-// would look into freed memory.
-void free_lost() {
-  while (kelo_timer_info* const record = kelo::timer::take_lost()) {
+// Daemons rely on the service to free a record whose handler has become null. The timer must be deleted as well,
+// because its next expiry would read freed memory.
+void free_records_without_handler() {
+  while (kelo_timer_info* const record = kelo::timer::take_without_handler()) {
     KELO_LOG_AS(kHandler, LOG_LVL_ERR, "timer_sigaction_handler cb handler is NULL!!!!!\n");
     if (kelo::timer::magic_of(*record) == KELO_TIMER_MAGIC &&
         kelo::timer::state_of(*record) != TIMER_STATE_IDLE) {
@@ -188,18 +155,18 @@ void call(const kelo_timer_callback& callback) {
   }
 }
 
-// An expiry of a record that waits already counts for nothing, so that all that pends is taken before the wait of
-// such a record ends. As a rule none waits, and expiries are called one by one as they pend.
+// An expiry of a record that is already queued is dropped. All pending signals must therefore be received before a
+// queued record is removed. Usually no record is queued, and each signal leads to one callback.
 void* kelo_oem_timer_thread(void* /*unused*/) {
   WorkerSignals signals;
   worker_signals = &signals;
   worker_id = get_tid();
-  signals.try_numbers();
+  signals.test_timer_ids();
   sem_post(&worker_runs);
   while (true) {
     kelo::timer::take_wrong_magics(log_wrong_magic);
-    free_lost();
-    if (kelo::timer::any_waits()) {
+    free_records_without_handler();
+    if (kelo::timer::any_expired()) {
       signals.drain();
     } else {
       signals.wait();
@@ -217,7 +184,7 @@ int add_thread_local_size(dl_phdr_info* object, std::size_t /*size*/, void* sum)
   return 0;
 }
 
-// The C library takes a thread's thread-local variables from its stack.
+// The C library places the thread-local variables of a thread on its stack.
 std::size_t stack_size_with_thread_locals() {
   std::size_t size = kStackSize + kThreadOverhead;
   dl_iterate_phdr(add_thread_local_size, &size);
@@ -226,19 +193,19 @@ std::size_t stack_size_with_thread_locals() {
 
 class ThreadAttributes {
  public:
-  ThreadAttributes() : made_(pthread_attr_init(&attributes_) == 0) {}
+  ThreadAttributes() : initialised_(pthread_attr_init(&attributes_) == 0) {}
   ~ThreadAttributes() {
-    if (made_) pthread_attr_destroy(&attributes_);
+    if (initialised_) pthread_attr_destroy(&attributes_);
   }
   ThreadAttributes(const ThreadAttributes&) = delete;
   ThreadAttributes& operator=(const ThreadAttributes&) = delete;
 
-  explicit operator bool() const { return made_; }
+  explicit operator bool() const { return initialised_; }
   pthread_attr_t* get() { return &attributes_; }
 
  private:
   pthread_attr_t attributes_;
-  bool made_;
+  bool initialised_;
 };
 
 bool start_worker(ThreadAttributes& attributes) {
@@ -261,13 +228,15 @@ bool start_worker(ThreadAttributes& attributes) {
 void timer_sigaction_init() {
   KELO_LOG(LOG_LVL_DBUG, "timer handler init!\n");
   struct sigaction action {};
-  action.sa_sigaction = timer_sigaction_handler;
+  action.sa_sigaction = kelo::timer::timer_sigaction_handler;
   action.sa_flags = SA_SIGINFO;
   sigemptyset(&action.sa_mask);
   if (sigaction(SIGUSR1, &action, nullptr) != 0) KELO_LOG(LOG_LVL_ERR, "failed to sigaction SIGUSR1\n");
 }
 
 }  // namespace
+
+pid_t kelo::timer::worker_thread() { return served == getpid() ? worker_id.load() : 0; }
 
 sigevent kelo::timer::expiry_signal(void* record) {
   sigevent notification{};
@@ -282,7 +251,7 @@ sigevent kelo::timer::expiry_signal(void* record) {
 }
 
 void kelo::timer::take_expiries_of_worker() {
-  // In the child of a callback that forked this thread is not the worker any more.
+  // If a callback has called fork(), this thread is not the worker in the child.
   if (worker_signals != nullptr && worker_thread() == get_tid()) worker_signals->drain();
 }
 

@@ -1,4 +1,4 @@
-// What the calls on timers ask of the running service.
+// What the running service offers to the timer calls and to the signal handler.
 #ifndef KELO_TIMER_SERVICE_HPP
 #define KELO_TIMER_SERVICE_HPP
 
@@ -6,12 +6,15 @@
 
 namespace kelo::timer {
 
-// How a timer tells of an expiry. Straight to the worker, so that it interrupts no thread of the daemon; to any
-// thread while this process has no worker.
+// Returns the thread id of the worker, or 0 while this process has no worker.
+pid_t worker_thread();
+
+// Returns the notification for a new timer. Its signal goes to the worker, so that it interrupts no thread of the
+// daemon. While this process has no worker, it goes to any thread.
 sigevent expiry_signal(void* record);
 
-// In a callback: lets the expiries that came meanwhile wait for their callbacks. Arming or disarming a timer
-// makes some kernels forget one that was not taken. In another thread it does nothing.
+// In a callback, queues all expiries whose signals are pending: arming or disarming a timer makes some kernels
+// discard its pending signal. In other threads it does nothing.
 void take_expiries_of_worker();
 
 }  // namespace kelo::timer

@@ -1,4 +1,4 @@
-// The calls that drive one timer.
+// The calls that create, start, stop and delete a timer.
 #include <signal.h>
 #include <time.h>
 
@@ -33,14 +33,15 @@ itimerspec times_of(const kelo_timer_info& info) {
   return {as_timespec(info.interval), as_timespec(info.value)};
 }
 
-// The system's own result.
+// Returns the result of the system call.
 int arm(timer_t timer, const itimerspec& times) {
   kelo::timer::take_expiries_of_worker();
   return timer_settime(timer, 0, &times, nullptr);
 }
 
-// Arms the timer of a record in `state` and makes it running. The record is complete, and read, before the
-// timer runs: from then on the callback may change it, delete the timer and free the record.
+// Arms the timer of a record and sets its state to running. `state` is the current state, which is restored on
+// failure. The record must not be accessed after the timer runs: the callback may change it, delete the timer and
+// free the record.
 int arm_running(const char* caller, kelo_timer_info& info, std::int32_t state) {
   const timer_t timer = info.timer_id;
   const itimerspec times = times_of(info);
@@ -124,7 +125,7 @@ int kelo_timer_stop(kelo_timer_info* info) {
 
 int kelo_timer_gettime(kelo_timer_info* info) {
   itimerspec times{};
-  // An idle record names no timer; its `timer_id` may be that of another one.
+  // An idle record has no timer, and its `timer_id` may be the id of another record's timer.
   const int result = state_of(*info) == TIMER_STATE_IDLE ? -1 : timer_gettime(info->timer_id, &times);
   if (result < 0) {
     KELO_LOG(LOG_LVL_ERR, "failed to get time, rc=%d\n", result);
