@@ -1,11 +1,11 @@
-// The C library's assertions, live in every build: a release must end here too, rather than carry on with a
-// broken caller and overwrite a settings file. To be included after everything else.
+// The C library's assert(), enabled in every build. After a wrong call a release must abort, too, because it could
+// overwrite a settings file otherwise. Include this header after the system headers, which may include <cassert>, too.
 #ifdef NDEBUG
 #undef NDEBUG
 #endif
 #include <cassert>
 
-// Messages name the operation alone. With the types of C++ around it, glibc's take some 600 bytes more.
+// The messages contain the name of the function only. With its C++ signature, glibc's messages take 600 bytes more.
 #undef __ASSERT_FUNCTION
 #define __ASSERT_FUNCTION \
   __func__  // NOLINT(bugprone-reserved-identifier): the name that glibc's assert() uses

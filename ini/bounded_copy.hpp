@@ -1,4 +1,4 @@
-// The one way by which text leaves the room for a buffer of the caller.
+// Copies text into a buffer of limited size. All results of the settings files reach the caller through it.
 #ifndef KELO_INI_BOUNDED_COPY_HPP
 #define KELO_INI_BOUNDED_COPY_HPP
 
@@ -13,14 +13,14 @@
 
 namespace kelo::ini {
 
-// Whether they have a byte in common.
+// Whether the two memory areas share a byte.
 inline bool overlap(std::span<const char> one, std::span<const char> other) {
   const auto start = reinterpret_cast<std::uintptr_t>(one.data());
   const auto other_start = reinterpret_cast<std::uintptr_t>(other.data());
   return start < other_start + other.size() && other_start < start + one.size();
 }
 
-// Copies as much of the text as fits and terminates it. Returns the length of what was copied.
+// Copies the part of the text that fits and terminates it. Returns the number of characters copied.
 inline std::size_t ini_strncpy(std::span<char> destination, std::string_view source) {
   assert(!destination.empty());
   assert(!overlap(destination, {source.data(), source.size()}));

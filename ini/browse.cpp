@@ -1,4 +1,4 @@
-// Every key of a file, in its order.
+// Calls a function for each key of a settings file, in the order of the file.
 #include <array>
 #include <cstddef>
 #include <span>
@@ -14,8 +14,8 @@ namespace {
 
 using namespace kelo::ini;
 
-// The three texts that a callback is given, one behind the other. Each leaves room for the terminators of
-// those that follow.
+// The three texts for the callback, one after the other in one buffer. Each is cut so that the terminators of the texts
+// after it still fit.
 class Entry {
  public:
   void set_section(std::string_view name) { key_ = put(0, name, 2) + 1; }
@@ -27,8 +27,8 @@ class Entry {
   [[nodiscard]] const char* value() const { return texts_.data() + value_; }
 
  private:
-  std::size_t put(std::size_t at, std::string_view text, std::size_t left) {
-    return ini_strncpy(std::span(texts_).subspan(at, texts_.size() - at - left), text);
+  std::size_t put(std::size_t at, std::string_view text, std::size_t reserved) {
+    return ini_strncpy(std::span(texts_).subspan(at, texts_.size() - at - reserved), text);
   }
 
   std::array<char, INI_BUFFERSIZE> texts_{};

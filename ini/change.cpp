@@ -1,3 +1,4 @@
+// Writes a changed settings file to the storage.
 #include "ini/change.hpp"
 
 #include <fcntl.h>
@@ -14,7 +15,7 @@
 #include "base/file.hpp"
 #include "ini/assertion.hpp"
 #include "ini/bounded_copy.hpp"
-#include "ini/copy_cache.hpp"
+#include "kelo_utils/ini.h"
 
 namespace kelo::ini {
 namespace {
@@ -27,25 +28,25 @@ constexpr mode_t kPermissions = 07777;
 
 bool write_text(int fd, std::string_view text) { return base::write_all(fd, text) == text.size(); }
 
-// Waits until what was written is on the storage.
+// Waits until the written data is on the storage.
 bool sync_file(int fd) {
   return base::retry_interrupted([=] { return fsync(fd); }) == 0;
 }
 
-// The file's own name with its last character replaced.
+// The temporary name is the name of the file with its last character replaced.
 void ini_tempname(std::string_view filename, PathText& name) {
   assert(!filename.empty() && filename.size() < name.size());
   name[ini_strncpy(name, filename) - 1] = '~';
 }
 
-// A copy in the making, which is removed again unless it takes the place of the file.
+// A temporary file that becomes the changed copy. The destructor removes it, unless it has replaced the settings file.
 class TemporaryFile {
  public:
   explicit TemporaryFile(const char* filename) : filename_(filename) {
     ini_tempname(filename, name_);
-    // A file whose name ends so is its own copy.
+    // If the name ends with '~', the temporary name would be the name of the settings file itself.
     if (std::strcmp(name_.data(), filename) == 0) return;
-    // Another file of this name may be a link to the settings file, which must not be truncated.
+    // An existing file of this name may be a link to the settings file, so it is removed and not truncated.
     unlink(name_.data());
     file_ = base::open_file(name_.data(), O_WRONLY | O_CREAT | O_EXCL, kOwnerOnly);
   }
@@ -58,17 +59,19 @@ class TemporaryFile {
   explicit operator bool() const { return static_cast<bool>(file_); }
   [[nodiscard]] int get() const { return file_.get(); }
 
-  // Gives it to the owner of the file, where the process may. That comes first, as it can take rights away.
+  // Gives the copy the owner and the mode of the settings file, as far as the process may. The owner comes first,
+  // because changing it can clear bits of the mode.
   void take_owner_and_mode(const struct stat& status) const {
     (void)!fchown(get(), status.st_uid, status.st_gid);
     (void)!fchmod(get(), status.st_mode & kPermissions);
   }
 
-  // All of it has to be on the storage before the name is. The file is never without a name.
-  bool take_place() {
+  // Renames the copy to the settings file, which therefore exists at all times. The content must be on the storage
+  // before the new name is.
+  bool replace_original() {
     if (!sync_file(get()) || std::rename(name_.data(), filename_) != 0) return false;
     file_.reset();
-    // The change is in the file from here on, whatever becomes of its name in a power cut.
+    // The rename has succeeded. A failed sync does not undo it, so the result is success.
     base::sync_directory_of(filename_);
     return true;
   }
@@ -79,6 +82,7 @@ class TemporaryFile {
   base::Descriptor file_;
 };
 
+// Copies the bytes from `begin` to `end`.
 bool copy_stretch(int from, off_t begin, off_t end, int to) {
   while (begin < end) {
     const auto size = static_cast<std::size_t>(std::min<off_t>(end - begin, INI_BUFFERSIZE));
@@ -90,6 +94,14 @@ bool copy_stretch(int from, off_t begin, off_t end, int to) {
 }
 
 }  // namespace
+
+std::size_t cache_flush(int from, off_t position, std::size_t size, int to) {
+  std::array<char, INI_BUFFERSIZE> cache;
+  assert(size <= cache.size());
+  const ssize_t count = base::retry_interrupted([&] { return pread(from, cache.data(), size, position); });
+  const std::size_t read = count < 0 ? 0 : static_cast<std::size_t>(count);
+  return base::write_all(to, {cache.data(), read}) == read ? read : 0;
+}
 
 bool create_file(const char* filename, std::string_view text) {
   const auto file = base::open_file(filename, O_WRONLY | O_CREAT | O_TRUNC, kEverybody);
@@ -115,7 +127,7 @@ bool replace_file(const char* filename, int settings, const Change& change) {
   if (!copy) return false;
   copy.take_owner_and_mode(status);
   return copy_stretch(settings, 0, change.begin, copy.get()) && write_text(copy.get(), change.text.text()) &&
-         copy_stretch(settings, change.end, status.st_size, copy.get()) && copy.take_place();
+         copy_stretch(settings, change.end, status.st_size, copy.get()) && copy.replace_original();
 }
 
 }  // namespace kelo::ini

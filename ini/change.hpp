@@ -1,30 +1,37 @@
-// Bringing a change to a settings file onto the storage. Each function tells whether it is there.
+// Writes a changed settings file to the storage.
 #ifndef KELO_INI_CHANGE_HPP
 #define KELO_INI_CHANGE_HPP
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <string_view>
 
 #include "ini/written_text.hpp"
 
 namespace kelo::ini {
 
-// A stretch of the file that goes, which may be empty, and what takes its place.
+// A part of the file, which may be empty, and the text that replaces it.
 struct Change {
   off_t begin = 0;
   off_t end = 0;
   WrittenText text;
 };
 
-// Makes a file that is not there. On failure there is none.
+// Copies at most `size` bytes from `position` of one file to another. Returns the number of bytes copied, which is 0
+// at the end of the file and on failure. `size` must not exceed INI_BUFFERSIZE.
+std::size_t cache_flush(int from, off_t position, std::size_t size, int to);
+
+// The following functions return true when the change is on the storage.
+
+// Creates a file that does not exist. On failure it does not exist afterwards either.
 bool create_file(const char* filename, std::string_view text);
 
-// Writes over a stretch of the same length.
+// Writes the new text over the part, which has the same length.
 bool overwrite_stretch(const char* filename, const Change& change);
 
-// Puts a changed copy in the place of the file, which is open as `settings`. On failure, and whenever the power
-// fails, the file is as it was or as it is to be.
+// Replaces the file, which is open as `settings`, by a changed copy. After a failure or a power cut the file has
+// either its old or its new content.
 bool replace_file(const char* filename, int settings, const Change& change);
 
 }  // namespace kelo::ini

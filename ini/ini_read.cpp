@@ -1,4 +1,4 @@
-// Values by name, and names by position.
+// Reads values by the name of a key, and names by position.
 #include <cstddef>
 #include <optional>
 #include <span>
@@ -11,13 +11,13 @@ namespace {
 
 using kelo::ini::Target;
 
-// The caller's buffer; empty when there is none.
+// Returns the caller's buffer, or an empty span when the caller has none.
 std::span<char> buffer_of(char* buffer, int size) {
   if (buffer == nullptr || size <= 0) return {};
   return {buffer, static_cast<std::size_t>(size)};
 }
 
-// What the file has, or else the text `absent`.
+// Copies the text found in the file or, if there is none, the text `absent`.
 int copy_text(const char* filename, Target section, std::optional<Target> key, const char* absent,
               std::span<char> buffer) {
   const auto length = kelo::ini::getkeystring(filename, section, key, buffer);

@@ -1,4 +1,4 @@
-// Setting and deleting keys, and deleting sections.
+// Sets and deletes keys, and deletes sections.
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -21,24 +21,24 @@ using namespace kelo::ini;
 
 enum class Way { unchanged, in_place, by_copy };
 
-// The disk writes a sector wholly or not at all. Of two sectors a power cut may leave one written.
+// The storage writes a sector completely or not at all. After a power cut only one of two sectors may be written.
 bool in_one_sector(const Change& change) {
   constexpr off_t kSector = 512;
   return (change.begin ^ (change.end - 1)) < kSector;
 }
 
-// The section with its header, or nothing at the end of a file that does not have it.
+// The change removes the section with its header. If the file does not have it, the change is empty.
 Way delete_section(Lines& lines, Target section, Change& change) {
   const bool found = find_section(lines, section);
   change.begin = lines.begin();
-  // Behind a search that a failed read has ended the next read may succeed, and other lines would go.
+  // `found` is checked because after a failed read the next read may succeed, and wrong lines would be deleted.
   while (found && lines.next() && !section_name(lines.text())) {
   }
   change.end = lines.begin();
   return Way::by_copy;
 }
 
-// The line that the key is on; without a value it goes.
+// The change replaces the line of the key. Without a value it removes the line.
 Way change_key(const Lines& lines, const KeyLine& line, const char* key, const char* value, Change& change) {
   change.begin = lines.begin();
   change.end = lines.end();
@@ -50,15 +50,15 @@ Way change_key(const Lines& lines, const KeyLine& line, const char* key, const c
   return lines.complete() && same_length ? Way::in_place : Way::by_copy;
 }
 
-// Whether what is added at the end of the file takes a newline to stand on a line of its own.
+// Whether the last line of the file needs a newline before a new line can be added.
 bool lacks_newline(const Lines& lines) { return lines.end() != 0 && !lines.complete(); }
 
-// Where the section of the key ends, or at the end of a file that does not have it.
+// Adds the key at the end of its section. If the file does not have the section, adds both at the end of the file.
 void add_key(const Lines& lines, bool has_section, const char* section, const char* key, const char* value,
              Change& change) {
   change.begin = change.end = lines.begin();
   if (!has_section) {
-    // An empty line in front where the copy of the file ends with a chunk of one newline, or of nothing.
+    // A newline comes first unless the copied file ends with a newline and its last chunk has at least two bytes.
     if (!lines.complete() || lines.chunk() < 2) change.text.write_newline();
     change.text.writesection(section);
   } else if (lines.begin() == lines.end() && lacks_newline(lines)) {
@@ -86,13 +86,13 @@ bool change_file(const char* section, const char* key, const char* value, const 
   Change change;
   const Way way = key == nullptr ? delete_section(lines, Target::named(section), change)
                                  : set_or_delete_key(lines, section, key, value, change);
-  // What could not be read must not be lost.
+  // If a read has failed, a copy would lose the lines that could not be read.
   if (lines.failed()) return false;
   switch (way) {
     case Way::unchanged:
       return true;
     case Way::in_place:
-      // Callers rely on this line being written where no copy can be made.
+      // Callers rely on the line being written even where no copy can be made.
       return (!in_one_sector(change) && replace_file(filename, settings, change)) ||
              overwrite_stretch(filename, change);
     default:

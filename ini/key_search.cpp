@@ -1,3 +1,4 @@
+// Finds sections and keys in a settings file.
 #include "ini/key_search.hpp"
 
 #include <array>
@@ -12,7 +13,7 @@ bool find_section(Lines& lines, Target section) {
   if (section.is_nameless()) return true;
   for (std::size_t position = 0; lines.next();) {
     const auto name = section_name(lines.text());
-    if (name && section.meets(*name, position++)) return true;
+    if (name && section.matches(*name, position++)) return true;
   }
   return false;
 }
@@ -21,7 +22,7 @@ std::optional<KeyLine> find_key(Lines& lines, Target key) {
   for (std::size_t position = 0; lines.next();) {
     if (section_name(lines.text())) return std::nullopt;
     const auto line = key_line(lines.text());
-    if (line && key.meets(line->key, position++)) return line;
+    if (line && key.matches(line->key, position++)) return line;
   }
   return std::nullopt;
 }

@@ -1,4 +1,4 @@
-// A settings file, line by line.
+// Reads a settings file line by line.
 #ifndef KELO_INI_LINES_HPP
 #define KELO_INI_LINES_HPP
 
@@ -15,19 +15,21 @@
 
 namespace kelo::ini {
 
-// How a settings file is opened for its lines. Nobody waits at a pipe in its place, which reads as an empty file.
+// The flags for opening a settings file. If the path is a pipe, opening it does not wait, and it reads as an empty
+// file.
 inline constexpr int kReading = O_RDONLY | O_NONBLOCK;
 
-// Stands before the first line at first. Holds a view of itself, and so stays where it is made.
+// Reads one line after another. There is no current line before the first call of next(). An object cannot be copied,
+// because it contains pointers into itself.
 class Lines {
  public:
-  // The descriptor stays the caller's.
+  // The caller keeps the descriptor.
   explicit Lines(int fd) : reader_(fd, storage_, kLongest) {}
   Lines(const Lines&) = delete;
   Lines& operator=(const Lines&) = delete;
   ~Lines() = default;
 
-  // Moves to the next line. False at the end of the file, or of what can be read of it.
+  // Moves to the next line. Returns false at the end of the file and after a failed read.
   bool next() {
     begin_ = end_;
     const std::string_view line = reader_.next();
@@ -39,17 +41,18 @@ class Lines {
     return true;
   }
 
-  // The text of the line, up to its first zero byte. It stands until the next move.
+  // The text of the line up to its first zero byte. It is valid until the next call of next().
   [[nodiscard]] std::string_view text() const { return text_; }
 
-  // Where the line begins in the file, and where the next one does. At the end of the file both are its size.
+  // The positions in the file where the line begins and where the next line begins. At the end of the file both are the
+  // size of the file.
   [[nodiscard]] off_t begin() const { return begin_; }
   [[nodiscard]] off_t end() const { return end_; }
 
-  // Whether the line, or the last one at the end of the file, ends with a newline.
+  // Whether the line ends with a newline. At the end of the file this refers to the last line.
   [[nodiscard]] bool complete() const { return complete_; }
 
-  // Bytes in the last chunk so far, where chunks are as many whole lines as a line buffer holds.
+  // The size of the last chunk so far. A chunk consists of as many whole lines as fit into a line buffer.
   [[nodiscard]] std::size_t chunk() const { return chunk_; }
 
   // Whether a read has failed.

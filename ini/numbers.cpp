@@ -1,4 +1,4 @@
-// Values as numbers and truth values, and numbers as values.
+// Reads values as numbers and truth values, and writes numbers as values.
 #include <algorithm>
 #include <array>
 #include <cinttypes>
@@ -14,16 +14,17 @@
 namespace {
 
 using FoundNumber = std::array<char, 64>;
-using NumberText = kelo::base::FixedText<80>;  // room for a found number and the locale's decimal point
+using NumberText =
+    kelo::base::FixedText<80>;  // enough for a number of the file and the decimal point of the locale
 
-// What may stand in a decimal number, infinity and the like included, behind white space.
+// The characters of a decimal number, which may follow white space and may be an infinity or "nan".
 constexpr char kDecimal[] = " \t\n\v\f\r+-.0123456789eEinfatyINFATY";
 
 bool read_number(const char* section, const char* key, const char* filename, FoundNumber& text) {
   return ini_gets(section, key, nullptr, text.data(), static_cast<int>(text.size()), filename) != 0;
 }
 
-// Converts with the locale's decimal point, wherever the text has a ".".
+// Converts a text with a "." to a number. strtof() expects the decimal point of the locale, so the "." is replaced.
 float decimal(FoundNumber& text) {
   text[std::strspn(text.data(), kDecimal)] = '\0';
   char* const point = std::strchr(text.data(), '.');
@@ -35,7 +36,7 @@ float decimal(FoundNumber& text) {
   return std::strtof(localised.c_str(), nullptr);
 }
 
-// A text with six digits behind the locale's decimal point, which becomes a ".".
+// Replaces the decimal point of the locale by a ".". The text has six digits after it.
 NumberText with_plain_point(const NumberText& localised) {
   const char* const text = localised.c_str();
   return NumberText("%.*s.%s", static_cast<int>(std::strspn(text, "-0123456789")), text,

@@ -1,3 +1,4 @@
+// The syntax of the lines of a settings file.
 #include "ini/syntax.hpp"
 
 #include <algorithm>
@@ -32,25 +33,26 @@ std::string_view before(std::string_view text, std::size_t position) {
   return {text.data(), position};
 }
 
-std::string_view behind(std::string_view text, std::size_t position) {
+std::string_view after(std::string_view text, std::size_t position) {
   assert(position < text.size());
   text.remove_prefix(position + 1);
   return text;
 }
 
-// Whether a backslash or a quote stands here that makes the quote behind it an ordinary character.
+// Whether the character at `at` is a backslash, or a quote if `by_quote`, that makes the quote after it an ordinary
+// character.
 bool escapes_quote(std::string_view text, std::size_t at, bool by_quote) {
   if (at + 1 == text.size() || text[at + 1] != kQuote) return false;
   return text[at] == '\\' || (by_quote && text[at] == kQuote);
 }
 
-// Cuts the comment off, and the white space before it.
+// Removes the comment and the white space before it.
 std::string_view cleanstring(std::string_view text) {
   assert(text.data() != nullptr);
   bool quoted = false;
   for (std::size_t i = 0; i < text.size(); ++i) {
     if (text[i] == kQuote) {
-      quoted = !quoted;  // two in a row come to nothing
+      quoted = !quoted;  // two quotes in a row cancel each other
     } else if (!quoted && starts_comment(text[i])) {
       text = before(text, i);
     } else if (quoted && escapes_quote(text, i, false)) {
@@ -66,7 +68,7 @@ bool is_enclosed(std::string_view value) {
 
 std::string_view unquote(std::string_view value, std::span<char, INI_BUFFERSIZE> room) {
   assert(is_enclosed(value) && value.size() <= room.size());
-  value = before(behind(value, 0), value.size() - 2);
+  value = before(after(value, 0), value.size() - 2);
   std::size_t length = 0;
   for (std::size_t i = 0; i < value.size(); ++i) {
     if (escapes_quote(value, i, true)) ++i;
@@ -82,7 +84,7 @@ std::optional<std::string_view> section_name(std::string_view line) {
   if (line.empty() || line.front() != '[') return std::nullopt;
   const std::size_t end = line.rfind(']');
   if (end == std::string_view::npos) return std::nullopt;
-  return behind(before(line, end), 0);
+  return after(before(line, end), 0);
 }
 
 std::optional<KeyLine> key_line(std::string_view line) {
@@ -91,7 +93,7 @@ std::optional<KeyLine> key_line(std::string_view line) {
   std::size_t separator = line.find('=');
   if (separator == std::string_view::npos) separator = line.find(':');
   if (separator == std::string_view::npos) return std::nullopt;
-  return KeyLine{striptrailing(before(line, separator)), behind(line, separator)};
+  return KeyLine{striptrailing(before(line, separator)), after(line, separator)};
 }
 
 bool same_name(std::string_view one, std::string_view other) {

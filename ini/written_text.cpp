@@ -1,3 +1,4 @@
+// The lines that are written to a settings file.
 #include "ini/written_text.hpp"
 
 #include <algorithm>
@@ -9,13 +10,13 @@ namespace {
 
 constexpr char kQuote = '"';
 
-// One less than can be read: a line still fits when an editor gives it a line end of two bytes.
+// This is one byte less than can be read, so a line still fits after an editor has given it a line end of two bytes.
 constexpr std::size_t kLongestLine = INI_BUFFERSIZE - 2;
 constexpr std::size_t kLongestSection = kLongestLine - std::string_view("[]\n").size();
 constexpr std::size_t kLongestKey = kLongestLine - std::string_view("=\n").size();
 static_assert(kLongestSection == 507 && kLongestKey == 508);
 
-// Whether a value reads back as it is only between quotes.
+// Whether a value must be quoted so that it is read back unchanged.
 bool check_enquote(std::string_view value) {
   assert(value.data() != nullptr);
   return value.ends_with(' ') || value.find_first_of("\"#;") != std::string_view::npos;
@@ -48,7 +49,7 @@ void WrittenText::put(std::string_view text, std::size_t most) {
   text_.append({text.data(), std::min(text.size(), most)});
 }
 
-// A value that is cut keeps both quotes, and no half of an escaped one.
+// If the value is cut, both quotes are still written, and no escaped quote is split.
 void WrittenText::put_enclosed(std::string_view value, std::size_t most) {
   if (most < 2) return;
   most -= 2;

@@ -1,4 +1,4 @@
-// The lines that are added to a settings file.
+// The lines that are written to a settings file.
 #ifndef KELO_INI_WRITTEN_TEXT_HPP
 #define KELO_INI_WRITTEN_TEXT_HPP
 
@@ -10,7 +10,7 @@
 
 namespace kelo::ini {
 
-// At most a newline, a section header and a key line. What is too long for its line is cut.
+// A text of at most a newline, a section header and a key line. A part that is too long for its line is cut.
 class WrittenText {
  public:
   void write_newline() { text_.put('\n'); }
