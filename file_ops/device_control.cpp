@@ -1,4 +1,4 @@
-// One request to a device node.
+// Sends single requests to device nodes.
 #include <sys/ioctl.h>
 
 #include "base/file.hpp"

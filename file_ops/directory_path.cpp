@@ -1,4 +1,4 @@
-// Every missing directory of a path.
+// Creates all missing directories of a path.
 #include <sys/stat.h>
 
 #include <array>
@@ -16,7 +16,7 @@ constexpr std::size_t kPathSize = 512;  // bytes, terminator included
 
 bool make_directory(const char* path, mode_t mode) { return mkdir(path, mode) == 0 || errno == EEXIST; }
 
-// From the first to the last of the path, which is not empty and stands as it was afterwards.
+// Creates the directories from the first to the last one. The path must not be empty and is unchanged afterwards.
 bool make_directories(char* path, mode_t mode) {
   const auto make = [mode](const char* directory) { return make_directory(directory, mode); };
   return kelo::base::visit_parents(path, make) && make(path);

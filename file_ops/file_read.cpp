@@ -1,4 +1,4 @@
-// Small files, read whole by a single read.
+// Reads small files with a single read().
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -10,7 +10,7 @@
 
 namespace {
 
-// Puts a terminator in the place of a newline at the end. Returns the length of the text before it.
+// Replaces a newline at the end by a terminator. Returns the length of the text without the newline.
 std::size_t terminate_line(std::span<char> text) {
   if (text.empty() || text.back() != '\n') return text.size();
   text.back() = '\0';
@@ -32,7 +32,7 @@ int kelo_read_file(const char* path, void* buffer, std::size_t size) {
     KELO_LOG(LOG_LVL_ERR, "read %s failed.\n", path);
     return KELO_FILE_NOT_READ;
   }
-  // A driver may claim to have given more than there is room for.
+  // A driver may report more bytes than the buffer has.
   if (static_cast<std::size_t>(count) <= size) terminate_line(room.first(static_cast<std::size_t>(count)));
   return 0;
 }

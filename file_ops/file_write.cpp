@@ -1,4 +1,4 @@
-// Small files, written in place: sysfs and procfs want no truncation.
+// Writes small files in place. They are not truncated, because files of sysfs and procfs must not be.
 #include <cstddef>
 
 #include "base/file.hpp"
@@ -10,7 +10,7 @@ namespace {
 
 constexpr mode_t kEverything = 0777;
 
-// Under the name of the operation `function`.
+// Messages carry the name of the operation, `function`.
 int write_file(const char* function, const char* path, int flags, const void* data, std::size_t length) {
   if (path == nullptr || data == nullptr) {
     kelo::log::param_null(function);

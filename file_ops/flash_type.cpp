@@ -1,4 +1,4 @@
-// What kind of memory the system runs from.
+// Tells what kind of memory the system runs from.
 #include <array>
 
 #include "base/pipe_stream.hpp"

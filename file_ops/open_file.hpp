@@ -1,4 +1,4 @@
-// How the one-shot helpers open what they work on.
+// Opens the files of the file operations.
 #ifndef KELO_FILE_OPS_OPEN_FILE_HPP
 #define KELO_FILE_OPS_OPEN_FILE_HPP
 
@@ -8,7 +8,8 @@
 
 namespace kelo::files {
 
-// Empty when the file cannot be opened, which is logged under the name of the operation `function`.
+// Returns an empty Descriptor when the file cannot be opened, and logs that under the name of the operation,
+// `function`.
 base::Descriptor open_or_log(const char* function, const char* path, int flags, mode_t mode = 0);
 
 }  // namespace kelo::files

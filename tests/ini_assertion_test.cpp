@@ -11,7 +11,7 @@
 
 #include "base/file.hpp"
 #include "ini/bounded_copy.hpp"
-#include "ini/copy_cache.hpp"
+#include "ini/change.hpp"
 #include "kelo_utils/ini.h"
 #include "tests/support/child_process.hpp"
 #include "tests/support/exact_buffer.hpp"
