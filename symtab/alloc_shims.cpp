@@ -1,4 +1,4 @@
-// Copies and blocks from the C library under the names of an older allocator, which programs still call.
+// The functions of an older allocator, which programs still call. They take their memory from the C library.
 #include <cstdlib>
 #include <cstring>
 

@@ -1,4 +1,4 @@
-// The handle array: slots found by their index, which grow as needed.
+// Handle arrays: growing arrays of pointers, in which a handle is the index of a slot.
 #include <climits>
 #include <cstddef>
 #include <cstdlib>
@@ -11,7 +11,7 @@ namespace {
 
 constexpr int kGrowth = 16;  // slots
 
-// The two words in front of slot 0.
+// Two words are in front of slot 0. They point to the number of slots and to the number of handles in use.
 constexpr int kHeaderWords = 2;
 constexpr int kCapacityWord = -2;
 constexpr int kInUseWord = -1;
@@ -19,7 +19,7 @@ constexpr int kInUseWord = -1;
 int& capacity_of(void** slots) { return *static_cast<int*>(slots[kCapacityWord]); }
 int& in_use_of(void** slots) { return *static_cast<int*>(slots[kInUseWord]); }
 
-void** make_array() {
+void** make_slots() {
   auto block = kelo::base::zeroed_array<void*>(kHeaderWords + kGrowth);
   auto capacity = kelo::base::zeroed<int>();
   auto in_use = kelo::base::zeroed<int>();
@@ -31,14 +31,14 @@ void** make_array() {
   return slots;
 }
 
-void free_array(void** slots) {
+void free_slots(void** slots) {
   std::free(slots[kCapacityWord]);
   std::free(slots[kInUseWord]);
   std::free(slots - kHeaderWords);
 }
 
-// The same array, perhaps elsewhere, with `kGrowth` more slots; null when memory runs out.
-void** grown(void** slots) {
+// Returns the array with `kGrowth` more slots, perhaps at another address, or null when memory runs out.
+void** grow(void** slots) {
   const int capacity = capacity_of(slots);
   if (capacity > INT_MAX - kGrowth) return nullptr;
   const std::size_t words = static_cast<std::size_t>(capacity) + kHeaderWords + kGrowth;
@@ -58,7 +58,8 @@ int lowest_null_slot(void** slots) {
   return -1;
 }
 
-int past_highest_occupied(void** slots) {
+// Returns 0 when every slot is null.
+int one_past_highest_occupied(void** slots) {
   int bound = capacity_of(slots);
   while (bound > 0 && slots[bound - 1] == nullptr) --bound;
   return bound;
@@ -68,14 +69,14 @@ int past_highest_occupied(void** slots) {
 
 int hAlloc(void*** map) {
   if (map == nullptr) return -1;
-  if (*map == nullptr) *map = make_array();
+  if (*map == nullptr) *map = make_slots();
   void** slots = *map;
   if (slots == nullptr) return -1;
 
   const int capacity = capacity_of(slots);
   int handle = in_use_of(slots) < capacity ? lowest_null_slot(slots) : -1;
   if (handle < 0) {
-    slots = grown(slots);
+    slots = grow(slots);
     if (slots == nullptr) return -1;
     *map = slots;
     handle = capacity;
@@ -91,8 +92,8 @@ int hFree(void*** map, int handle) {
 
   slots[handle] = nullptr;
   in_use_of(slots) -= 1;
-  if (in_use_of(slots) > 0) return past_highest_occupied(slots);
-  free_array(slots);
+  if (in_use_of(slots) > 0) return one_past_highest_occupied(slots);
+  free_slots(slots);
   *map = nullptr;
   return 0;
 }

@@ -1,4 +1,4 @@
-// A symbol table that the library keeps for itself, whatever programs do with the set of open tables.
+// Symbol tables that the library uses itself and that no program can free.
 #ifndef KELO_SYMTAB_KEPT_TABLE_HPP
 #define KELO_SYMTAB_KEPT_TABLE_HPP
 
@@ -8,12 +8,12 @@ namespace kelo::symtab {
 
 struct Table;
 
-// The open table `sd`, which is never freed from now on: a program that forgets all tables with symSubOpen(),
-// or closes this one, takes only its handle away. Null when `sd` names no open table, or one whose buckets there was no memory for: nothing
-// can ever be entered there.
+// Returns the open table `sd` and keeps it from ever being freed. A program that calls symSubOpen() or closes this
+// table removes only its handle. The result is null when `sd` is not open or when there was no memory for its buckets,
+// since nothing can be entered into such a table.
 Table* keep(sym_fd sd);
 
-// As symLookup() and symEnter(), without the handle.
+// These do the same as symLookup() and symEnter(), but take the table instead of its handle.
 sym_t* look_up(const Table& table, const char* name);
 sym_t* enter(const Table& table, const char* name, const value_t& value, int arg);
 

@@ -1,4 +1,4 @@
-// The symbol table: names hashed to value cells.
+// Symbol tables: hash tables that map names to value cells.
 #include "kelo_utils/symtab.h"
 
 #include <climits>
@@ -15,38 +15,40 @@ static_assert(sizeof(void*) != 4 || (sizeof(sym_t) == 40 && offsetof(sym_t, name
 
 struct kelo::symtab::Table {
   int bucket_count;
-  sym_t** buckets;  // heads of the chains; null when there was no memory for them
-  bool kept;        // lives on without its handle
+  sym_t** buckets;  // first entries of the chains; null when there was no memory for them
+  bool kept;        // the table is not freed when its handle is closed
 };
 
 namespace {
 
 using kelo::symtab::Table;
 
-// Where the walk stands: the entry to hand out next and its bucket. Without an entry the walk looks for one
-// behind that bucket.
+// The state of a walk with symFirst() and symNext(): the next entry and its bucket. When `next` is null, the walk
+// searches the buckets after `bucket`.
 struct Cursor {
   int bucket;
-  sym_t* pending;
+  sym_t* next;
 };
 
 constexpr Cursor kWalkEnded = {INT_MAX, nullptr};
 
-// One set for all tables of the process; callers serialise.
-void** tables;   // handle array of Table*
-int symMax;      // one past the highest handle in use
-int open_count;  // of symSubOpen()
+// All tables of the process share these. Callers serialise their calls.
+void** tables;     // handle array of Table*
+int handle_bound;  // one past the highest handle in use
+int open_count;    // calls of symSubOpen() without their symSubClose()
 Cursor cursor;
 
-Table* table_of(sym_fd sd) { return sd >= 0 && sd < symMax ? static_cast<Table*>(tables[sd]) : nullptr; }
+Table* table_of(sym_fd sd) {
+  return sd >= 0 && sd < handle_bound ? static_cast<Table*>(tables[sd]) : nullptr;
+}
 
-// For a table that can hold entries; null for all others.
+// Returns null for a table that has no buckets and thus no entries.
 Table* table_with_buckets(sym_fd sd) {
   Table* const table = table_of(sd);
   return table != nullptr && table->buckets != nullptr ? table : nullptr;
 }
 
-// Numbers are divided in 64 bits, since the library carries one division for CPUs that have none.
+// The 64-bit division is already linked for CPUs without a divider. A 32-bit one would be linked in addition.
 std::uint32_t remainder(std::uint64_t number, std::uint32_t divisor) {
   return static_cast<std::uint32_t>(number % divisor);
 }
@@ -58,7 +60,7 @@ bool is_prime_odd(std::uint32_t candidate) {
   return true;
 }
 
-// The largest prime not above `hash_size`; 1 where there is none.
+// Returns the largest prime that is not above `hash_size`, or 1 when there is none.
 int bucket_count_for(int hash_size) {
   if (hash_size <= 1) return 1;
   if (hash_size <= 3) return hash_size;
@@ -87,13 +89,13 @@ bool has_name(const sym_t& symbol, const char* name) {
   return *key == *name && std::strcmp(key, name) == 0;
 }
 
-// The link that leads to the entry called `name`, or the null link at the end of its chain.
+// Returns the link that points to the entry with this name, or the null link at the end of the chain.
 sym_t** find_link(sym_t** link, const char* name) {
   while (*link != nullptr && !has_name(**link, name)) link = &(*link)->next;
   return link;
 }
 
-// The empty name can be entered but never found.
+// Callers rely on it that an empty name can be entered but not found.
 bool can_be_found(const char* name) { return name != nullptr && *name != '\0'; }
 
 sym_t* make_symbol(const char* name, const value_t& value, int arg) {
@@ -113,7 +115,7 @@ void free_symbol(sym_t* symbol) {
 }
 
 void replace_content(sym_t& symbol, const value_t& value, int arg) {
-  // A cell entered again under its own name keeps its string.
+  // A caller may enter a cell again that it has looked up: its string is still in use then.
   const bool same_string =
       value.type == VALUE_TYPE_STRING && value.payload.string == symbol.content.payload.string;
   if (symbol.content.valid != 0 && !same_string) valueFree(&symbol.content);
@@ -121,21 +123,21 @@ void replace_content(sym_t& symbol, const value_t& value, int arg) {
   symbol.arg = arg;
 }
 
-// Where a walk stands after it has handed out `symbol` of `bucket`.
-Cursor position_after(const Table& table, int bucket, const sym_t& symbol) {
+Cursor cursor_after(const Table& table, int bucket, const sym_t& symbol) {
   if (symbol.next != nullptr) return {bucket, symbol.next};
   const int following = bucket + 1;
   return {following, following < table.bucket_count ? table.buckets[following] : nullptr};
 }
 
-sym_t* hand_out(const Table& table, int bucket, sym_t* symbol) {
-  cursor = position_after(table, bucket, *symbol);
+// Returns `symbol` as the next entry of the walk.
+sym_t* visit(const Table& table, int bucket, sym_t* symbol) {
+  cursor = cursor_after(table, bucket, *symbol);
   return symbol;
 }
 
-sym_t* hand_out_first_from(const Table& table, int bucket) {
+sym_t* visit_first_from(const Table& table, int bucket) {
   for (; bucket < table.bucket_count; ++bucket) {
-    if (table.buckets[bucket] != nullptr) return hand_out(table, bucket, table.buckets[bucket]);
+    if (table.buckets[bucket] != nullptr) return visit(table, bucket, table.buckets[bucket]);
   }
   return nullptr;
 }
@@ -145,7 +147,7 @@ void free_symbols(Table& table) {
     sym_t* symbol = table.buckets[bucket];
     while (symbol != nullptr) {
       sym_t* const next = symbol->next;
-      if (cursor.pending == symbol) cursor = kWalkEnded;
+      if (cursor.next == symbol) cursor = kWalkEnded;
       free_symbol(symbol);
       symbol = next;
     }
@@ -157,7 +159,7 @@ void free_symbols(Table& table) {
 int symSubOpen() {
   open_count += 1;
   if (open_count == 1) {
-    symMax = 0;
+    handle_bound = 0;
     tables = nullptr;
   }
   return 0;
@@ -172,20 +174,20 @@ sym_fd symOpen(int hash_size) {
   if (sd < 0) return -1;
   auto table = kelo::base::zeroed<Table>();
   if (!table) {
-    symMax = hFree(&tables, sd);
+    handle_bound = hFree(&tables, sd);
     return -1;
   }
   table->bucket_count = bucket_count_for(hash_size);
   table->buckets = kelo::base::zeroed_array<sym_t*>(static_cast<std::size_t>(table->bucket_count)).release();
   tables[sd] = table.release();
-  if (symMax <= sd) symMax = sd + 1;
+  if (handle_bound <= sd) handle_bound = sd + 1;
   return sd;
 }
 
 void symClose(sym_fd sd) {
   Table* const table = table_of(sd);
   if (table == nullptr) return;
-  symMax = hFree(&tables, sd);
+  handle_bound = hFree(&tables, sd);
   if (table->kept) return;
   if (table->buckets != nullptr) free_symbols(*table);
   std::free(table->buckets);
@@ -231,7 +233,7 @@ int symDelete(sym_fd sd, const char* name) {
   sym_t** const link = find_link(&table->buckets[bucket], name);
   sym_t* const symbol = *link;
   if (symbol == nullptr) return -1;
-  if (cursor.pending == symbol) cursor = position_after(*table, bucket, *symbol);
+  if (cursor.next == symbol) cursor = cursor_after(*table, bucket, *symbol);
   *link = symbol->next;
   free_symbol(symbol);
   return 0;
@@ -239,12 +241,12 @@ int symDelete(sym_fd sd, const char* name) {
 
 sym_t* symFirst(sym_fd sd) {
   const Table* const table = table_with_buckets(sd);
-  return table == nullptr ? nullptr : hand_out_first_from(*table, 0);
+  return table == nullptr ? nullptr : visit_first_from(*table, 0);
 }
 
 sym_t* symNext(sym_fd sd) {
   const Table* const table = table_with_buckets(sd);
   if (table == nullptr || cursor.bucket >= table->bucket_count) return nullptr;
-  if (cursor.pending != nullptr) return hand_out(*table, cursor.bucket, cursor.pending);
-  return hand_out_first_from(*table, cursor.bucket + 1);
+  if (cursor.next != nullptr) return visit(*table, cursor.bucket, cursor.next);
+  return visit_first_from(*table, cursor.bucket + 1);
 }

@@ -1,4 +1,4 @@
-// Makes and frees the value cells that symbol tables hold.
+// Value cells: the contents and the names of the entries of symbol tables.
 #include <cstddef>
 #include <cstdlib>
 
