@@ -1,4 +1,4 @@
-// Queues of linked elements: put, taken, looked at, inserted, deleted and moved.
+// The queue: a circle of links with its header, and all its operations but the linear searches.
 #include "kelo_utils/queue.h"
 
 #include <pthread.h>
@@ -32,17 +32,17 @@ void set_empty(q_type& q) {
   set_count(q, 0);
 }
 
-void insert_locked(q_type& q, q_link_type& fresh, q_link_type& before) {
+void insert(q_type& q, q_link_type& inserted, q_link_type& before) {
   q_link_type* const previous = before.prev_ptr;
   if (!present(previous)) return;
-  fresh.next_ptr = &before;
-  fresh.prev_ptr = previous;
-  previous->next_ptr = &fresh;
-  before.prev_ptr = &fresh;
+  inserted.next_ptr = &before;
+  inserted.prev_ptr = previous;
+  previous->next_ptr = &inserted;
+  before.prev_ptr = &inserted;
   add_to_count(q, 1);
 }
 
-// Moves the head on to `next` and returns the old head, its own pointers unchanged.
+// Makes `next` the head and returns the old head, whose own pointers stay unchanged.
 q_link_type* advance_head(q_type& q, q_link_type& next) {
   q_link_type* const first = q.link.next_ptr;
   q.link.next_ptr = &next;
@@ -51,8 +51,8 @@ q_link_type* advance_head(q_type& q, q_link_type& next) {
   return element(q, first);
 }
 
-// Takes the lock to remove the head. False where there is no circle: then the lock stays held, so that no
-// other thread gets at a header that its owner has torn down.
+// Takes the lock for a removal of the head. When the header has no circle, because its owner has destroyed the queue,
+// the result is false and the lock stays held, so that no other thread can use the header.
 bool lock_circle(q_type& q) {
   pthread_mutex_lock(&q.lock);
   return q.link.next_ptr != nullptr;
@@ -60,8 +60,8 @@ bool lock_circle(q_type& q) {
 
 }  // namespace
 
-// An assignment is smaller, where the C library has a value for it. The thread sanitizer must see the attribute to
-// know that the lock is recursive.
+// The C library may have an initial value for a recursive mutex, and assigning it needs less code. The thread sanitizer
+// does not know that value: it must see the attribute.
 void kelo::queue::make_lock(q_type& q) {
 #if defined(PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP) && !defined(__SANITIZE_THREAD__)
   q.lock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
@@ -100,7 +100,7 @@ q_link_type* q_link(void* /*element*/, q_link_type* link) {
 void q_put(q_type* q, q_link_type* link) {
   if (!all_present(q, link)) return;
   const LockGuard guard(q->lock);
-  insert_locked(*q, *link, q->link);
+  insert(*q, *link, q->link);
 }
 
 q_link_type* q_get(q_type* q) {
@@ -162,7 +162,7 @@ q_link_type* q_next(q_type* q, q_link_type* link) {
 void q_insert(q_type* q, q_link_type* new_link, q_link_type* before_link) {
   if (!all_present(q, new_link, before_link)) return;
   const LockGuard guard(q->lock);
-  insert_locked(*q, *new_link, *before_link);
+  insert(*q, *new_link, *before_link);
 }
 
 void q_delete(q_type* q, q_link_type* link) { q_delete_ext(q, link); }
@@ -192,6 +192,6 @@ void q_m_put(q_type* dst, q_type* src) {
   old_tail->next_ptr = src->link.next_ptr;
   dst->link.prev_ptr = moved_tail;
   add_to_count(*dst, count(*src));
-  // The lock of `src` is held and lives on: only the circle is made anew.
+  // The lock of `src` is held, so q_init() must not be called here.
   set_empty(*src);
 }

@@ -1,4 +1,4 @@
-// What the plain and the linear operations share: the check of pointers and the access to the count.
+// The functions that all queue operations share: checks of pointers, access to the count, steps along the circle.
 #ifndef KELO_QUEUE_QUEUE_CORE_HPP
 #define KELO_QUEUE_QUEUE_CORE_HPP
 
@@ -11,8 +11,8 @@
 
 namespace kelo::queue {
 
-// Whether `pointer` can be used. A null one prints the text that field engineers search for in a daemon's
-// output; its path is fixed.
+// Returns whether `pointer` is not null. Field engineers search a daemon's output for the text that is printed
+// otherwise, so the path in it must not change.
 inline bool present(const void* pointer) {
   if (pointer != nullptr) [[likely]]
     return true;
@@ -21,14 +21,14 @@ inline bool present(const void* pointer) {
   return false;
 }
 
-// As present() for several pointers; each null one prints for itself.
+// Calls present() for every pointer, so that each null one prints the text.
 template <typename... Pointer>
 bool all_present(const Pointer*... pointers) {
   return (... & static_cast<unsigned>(present(pointers))) != 0;
 }
 
-// The count is written under the lock but read without it by q_cnt(), hence the atomic accesses. Under the
-// lock a plain load and store are enough.
+// q_cnt() reads the count without the lock, so it is read and written atomically. All writes are under the lock, so no
+// read-modify-write is needed.
 inline std::int32_t count(const q_type& q) {
   return std::atomic_ref(const_cast<std::int32_t&>(q.cnt)).load(std::memory_order_relaxed);
 }
@@ -37,16 +37,16 @@ inline void set_count(q_type& q, std::int32_t count) {
   std::atomic_ref(q.cnt).store(count, std::memory_order_relaxed);
 }
 
-// Wraps round where a broken circle has run the count to its limit.
+// A broken circle can run the count to its limit. The unsigned addition then wraps without undefined behaviour.
 inline void add_to_count(q_type& q, std::int32_t change) {
   set_count(q, static_cast<std::int32_t>(static_cast<std::uint32_t>(count(q)) +
                                          static_cast<std::uint32_t>(change)));
 }
 
-// The looks below want the lock held.
+// Callers of the functions below hold the lock.
 
-// A caller steps from a link back to its record: the header, which stands in for an element when the count is
-// higher than the circle is long, must not reach it.
+// Returns null for the header. A count that is too high leads to the header as if it were an element, and a caller
+// would compute the address of a record from it.
 inline q_link_type* element(const q_type& q, q_link_type* link) { return link == &q.link ? nullptr : link; }
 
 inline q_link_type* head(const q_type& q) { return count(q) < 1 ? nullptr : element(q, q.link.next_ptr); }

@@ -1,4 +1,4 @@
-// The lock of a queue, for whoever has to make it anew.
+// The initialisation of a queue's lock.
 #ifndef KELO_QUEUE_QUEUE_LOCK_HPP
 #define KELO_QUEUE_QUEUE_LOCK_HPP
 
@@ -6,9 +6,9 @@
 
 namespace kelo::queue {
 
-// Makes the lock of `q`, free, whatever is there. A child made by fork() may find it held by a thread that it
-// does not have, and cannot give back even what the forking thread held: the lock is recursive and knows its
-// thread.
+// Initialises the lock of `q` without looking at its old state. A child made by fork() needs this: the lock may be held
+// by a thread that does not exist in the child. The child cannot release even a lock that the forking thread held, since
+// a recursive lock stores the id of its thread.
 void make_lock(q_type& q);
 
 }  // namespace kelo::queue
