@@ -1,3 +1,4 @@
+// The linked list: its links point forward only.
 #include "base/lock.hpp"
 #include "kelo_utils/list.h"
 #include "list/list_core.hpp"
@@ -14,13 +15,13 @@ LockGuard lock_ready(list_type& list) {
   return LockGuard(list.lock);
 }
 
-// The link whose successor is `next`; for null, the last link. Null where there is none.
+// Returns the link before `next`, the last link when `next` is null, or null when there is no such link.
 list_link_type* predecessor(const list_type& list, const list_link_type* next) {
   return kelo::list::find(list.front, [next](const list_link_type& link) { return link.next == next; });
 }
 
-// The link behind which to append. A merge of an empty list has cut the back pointer off from elements that
-// are still there, and so have its consequences: then they are walked.
+// Returns the link after which an element is appended. A merge of an empty list clears the back pointer although there
+// are elements, and later operations can leave it null. The list is walked then.
 list_link_type* last(const list_type& list) {
   if (list.size == 0) return nullptr;
   return list.back != nullptr ? list.back : predecessor(list, nullptr);
@@ -179,7 +180,7 @@ void list_merge(list_type* dst, list_type* src) {
   } else {
     previous->next = src->front;
   }
-  // Taken over even from an empty list, as callers know it.
+  // Callers know that an empty `src` clears the back pointer.
   dst->back = src->back;
   dst->size += src->size;
   src->front = nullptr;

@@ -1,4 +1,4 @@
-// What the linked and the ordered list share: first use of a header, and walks along the `next` chain.
+// The functions that the linked and the ordered list share: the first use of a header, and walks along the `next` chain.
 #ifndef KELO_LIST_LIST_CORE_HPP
 #define KELO_LIST_LIST_CORE_HPP
 
@@ -13,10 +13,10 @@ namespace kelo::list {
 
 inline constexpr std::int32_t kInitialised = 1;
 
-// Held while a header is initialised by its first use: threads may race to be the first.
+// Guards the initialisation of a header by its first use, which several threads may reach at the same time.
 inline pthread_mutex_t first_use_lock = PTHREAD_MUTEX_INITIALIZER;
 
-// Sets all of `list` but its order; the flag comes last, when the rest may be seen.
+// Initialises `list` except for its order. The flag is set last, since other threads may use the list from then on.
 template <typename List>
 void set_up(List& list) {
   pthread_mutex_init(&list.lock, nullptr);
@@ -31,7 +31,7 @@ bool initialised(List& list) {
   return std::atomic_ref(list.initialised).load(std::memory_order_acquire) == kInitialised;
 }
 
-// Calls `initialise(list)` unless the header is in use already.
+// Calls `initialise(list)` unless the header is initialised already.
 template <typename List, typename Initialise>
 void make_ready(List& list, Initialise initialise) {
   if (initialised(list)) [[likely]]
@@ -40,7 +40,7 @@ void make_ready(List& list, Initialise initialise) {
   if (!initialised(list)) initialise(list);
 }
 
-// Destroys the lock, of which a header that was never used has none, and takes the flag back.
+// Clears the flag and destroys the lock. A header that was never used has no lock.
 template <typename List>
 void retire(List& list) {
   if (initialised(list)) pthread_mutex_destroy(&list.lock);
@@ -52,9 +52,9 @@ bool all_present(const Pointer*... pointers) {
   return (... && (pointers != nullptr));
 }
 
-// The looks below want the lock held.
+// Callers of the functions below hold the lock.
 
-// The first link from `front` on for which `wanted` holds, or null.
+// Returns the first link from `front` on for which `wanted` is true, or null.
 template <typename Link, typename Predicate>
 Link* find(Link* front, Predicate wanted) {
   Link* link = front;
@@ -62,7 +62,8 @@ Link* find(Link* front, Predicate wanted) {
   return link;
 }
 
-// Moves `item` and all links after it from `list` to `dst`. Where `item` is not in `list`, nothing changes.
+// Moves `item` and all links after it from `list` to `dst`. Returns false and changes nothing when `item` is not in
+// `list`.
 template <typename List, typename Link>
 bool move_rest(List& list, Link& item, List& dst) {
   std::uint32_t kept = 0;

@@ -1,3 +1,4 @@
+// The ordered list: its links point both ways, and elements are sorted by their weights.
 #include <cstdint>
 #include <optional>
 
@@ -13,8 +14,8 @@ using kelo::list::all_present;
 using Link = ordered_list_link_type;
 
 void make_ready(ordered_list_type& list) {
-  kelo::list::make_ready(list, [](ordered_list_type& unused) {
-    ordered_list_init(&unused, ORDERED_LIST_ASCENDING, ORDERED_LIST_BEFORE_EQUALS);
+  kelo::list::make_ready(list, [](ordered_list_type& new_list) {
+    ordered_list_init(&new_list, ORDERED_LIST_ASCENDING, ORDERED_LIST_BEFORE_EQUALS);
   });
 }
 
@@ -23,38 +24,41 @@ LockGuard lock_ready(ordered_list_type& list) {
   return LockGuard(list.lock);
 }
 
-// The place of a new element, in front of the first element that follows it. All four orders are one
-// comparison: complementing the weights turns the direction round, and one more in the bound passes the
-// equals, which 32 bits would not hold for the greatest weight.
-class Place {
+// Finds where a new element is inserted: before the first element that comes after it. One comparison serves all four
+// orders. A descending order compares the complements of the weights. An insertion after equal weights adds 1 to the
+// bound, which needs 64 bits for the greatest weight.
+class InsertPosition {
  public:
-  Place(std::uint32_t weight, bool descending, bool behind_equals)
-      : flip_(descending ? UINT32_MAX : 0),
-        bound_(std::uint64_t{weight ^ flip_} + (behind_equals ? 1U : 0U)) {}
+  InsertPosition(std::uint32_t weight, bool descending, bool after_equals)
+      : complement_mask_(descending ? UINT32_MAX : 0),
+        bound_(std::uint64_t{weight ^ complement_mask_} + (after_equals ? 1U : 0U)) {}
 
-  [[nodiscard]] bool is_followed_by(const Link& link) const { return (link.weight ^ flip_) >= bound_; }
+  [[nodiscard]] bool is_before(const Link& link) const { return (link.weight ^ complement_mask_) >= bound_; }
 
  private:
-  std::uint32_t flip_;
+  std::uint32_t complement_mask_;
   std::uint64_t bound_;
 };
 
-// Empty where the order is none of the four.
-std::optional<Place> place_of(std::uint32_t weight, std::int32_t order) {
+// Returns nothing when `order` is none of the four orders.
+std::optional<InsertPosition> insert_position(std::uint32_t weight, std::int32_t order) {
   constexpr std::int32_t kPlacements = ORDERED_LIST_BEFORE_EQUALS | ORDERED_LIST_BEHIND_EQUALS;
   const std::int32_t placement = order & kPlacements;
   const std::int32_t direction = order & ~kPlacements;
   if (placement != ORDERED_LIST_BEFORE_EQUALS && placement != ORDERED_LIST_BEHIND_EQUALS) return {};
   if (direction != ORDERED_LIST_ASCENDING && direction != ORDERED_LIST_DESCENDING) return {};
-  return Place(weight, direction == ORDERED_LIST_DESCENDING, placement == ORDERED_LIST_BEHIND_EQUALS);
+  return InsertPosition(weight, direction == ORDERED_LIST_DESCENDING,
+                        placement == ORDERED_LIST_BEHIND_EQUALS);
 }
 
-// What points forward to the link behind `previous`, and back to the one in front of `next`; null is an end.
+// Return the pointers that lead to the link after `previous` and to the link before `next`. Null means the end of the
+// list.
 Link*& forward(ordered_list_type& list, Link* previous) { return previous ? previous->next : list.front; }
 Link*& backward(ordered_list_type& list, Link* next) { return next ? next->prev : list.back; }
 
-// Whether the neighbours know `link`. It costs no walk and finds an element that was taken out already.
-bool holds(ordered_list_type& list, const Link& link) {
+// Returns whether the neighbours of `link` point to it. This needs no walk, and it is false for an element that was
+// removed before.
+bool is_linked(ordered_list_type& list, const Link& link) {
   return forward(list, link.prev) == &link && backward(list, link.next) == &link;
 }
 
@@ -91,22 +95,22 @@ void ordered_list_push(ordered_list_type* list, Link* item, std::uint32_t weight
   if (!all_present(list, item)) return;
   const LockGuard guard = lock_ready(*list);
   item->weight = weight;
-  const std::optional<Place> place = place_of(weight, list->order);
-  if (!place) return;
-  // The back first: elements that belong there, as most do where weights are times, cost no walk.
+  const std::optional<InsertPosition> position = insert_position(weight, list->order);
+  if (!position) return;
+  // Most elements are appended when weights are times. The comparison with the back saves their walk.
   Link* next = nullptr;
-  if (list->back != nullptr && place->is_followed_by(*list->back))
-    next = kelo::list::find(list->front, [&](const Link& link) { return place->is_followed_by(link); });
+  if (list->back != nullptr && position->is_before(*list->back))
+    next = kelo::list::find(list->front, [&](const Link& link) { return position->is_before(link); });
   insert(*list, *item, backward(*list, next), next);
 }
 
 void ordered_list_push_after(ordered_list_type* list, Link* item, Link* after) {
-  if (!all_present(list, item, after) || !holds(*list, *after)) return;
+  if (!all_present(list, item, after) || !is_linked(*list, *after)) return;
   insert(*list, *item, after, after->next);
 }
 
 void ordered_list_push_before(ordered_list_type* list, Link* item, Link* before) {
-  if (!all_present(list, item, before) || !holds(*list, *before)) return;
+  if (!all_present(list, item, before) || !is_linked(*list, *before)) return;
   insert(*list, *item, before->prev, before);
 }
 
@@ -159,7 +163,7 @@ Link* ordered_list_peek_prev(ordered_list_type* list, const Link* item) {
 void ordered_list_pop_item(ordered_list_type* list, Link* item) {
   if (!all_present(list, item)) return;
   const LockGuard guard = lock_ready(*list);
-  if (holds(*list, *item)) unlink(*list, *item);
+  if (is_linked(*list, *item)) unlink(*list, *item);
 }
 
 Link* ordered_list_linear_search(ordered_list_type* list, ordered_list_compare_fn compare,
