@@ -7,7 +7,7 @@
 #include <cstdint>
 
 #include "base/heap.hpp"
-#include "data_manager/fork_gate.hpp"
+#include "data_manager/memory_fork_gate.hpp"
 
 namespace kelo::dm {
 

@@ -8,8 +8,8 @@
 
 #include "base/heap.hpp"
 #include "base/text_builder.hpp"
-#include "data_manager/fork_gate.hpp"
 #include "data_manager/many_defaults.hpp"
+#include "data_manager/memory_fork_gate.hpp"
 #include "kelo_utils/queue.h"
 #include "kelo_utils/symtab.h"
 #include "log/library_log.hpp"

@@ -1,6 +1,6 @@
 // What keeps fork() apart from changes of what the data manager holds in memory.
-#ifndef KELO_DATA_MANAGER_FORK_GATE_HPP
-#define KELO_DATA_MANAGER_FORK_GATE_HPP
+#ifndef KELO_DATA_MANAGER_MEMORY_FORK_GATE_HPP
+#define KELO_DATA_MANAGER_MEMORY_FORK_GATE_HPP
 
 namespace kelo::dm {
 
@@ -23,4 +23,4 @@ void renew_inherited_locks();
 
 }  // namespace kelo::dm
 
-#endif  // KELO_DATA_MANAGER_FORK_GATE_HPP
+#endif  // KELO_DATA_MANAGER_MEMORY_FORK_GATE_HPP

@@ -1,5 +1,5 @@
 // Keeps fork() and changes of what the data manager holds in memory apart.
-#include "data_manager/fork_gate.hpp"
+#include "data_manager/memory_fork_gate.hpp"
 
 #include <pthread.h>
 #include <unistd.h>
