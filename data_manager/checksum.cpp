@@ -1,4 +1,4 @@
-// The checksum over the first bits of a value, computed byte by byte from a table.
+// The checksum of the first bits of a value. Whole bytes are looked up in a table.
 #include "data_manager/checksum.hpp"
 
 #include <climits>
@@ -38,7 +38,7 @@ std::int32_t kelo::dm::checksum(const void* data, std::uint16_t bit_count, std::
   for (const std::uint8_t byte : std::span(bytes, whole_bytes))
     crc = kelo_dm_crc32_table[byte ^ crc >> 24] ^ crc << 8;
   const unsigned rest = bit_count % CHAR_BIT;
-  if (rest != 0) {  // the byte after the whole ones belongs to the caller's data only then
+  if (rest != 0) {  // otherwise the next byte is outside the caller's data
     const std::uint32_t last = bytes[whole_bytes];
     for (unsigned bit = 0; bit < rest; ++bit) crc = shift_bit(crc ^ (last << (24 + bit) & kTopBit));
   }

@@ -1,4 +1,4 @@
-// The checksum that is kept with each record.
+// The checksum that is stored with each item.
 #ifndef KELO_DATA_MANAGER_CHECKSUM_HPP
 #define KELO_DATA_MANAGER_CHECKSUM_HPP
 
@@ -6,7 +6,7 @@
 
 namespace kelo::dm {
 
-// Of the first `bit_count` bits of `data`, which is not null.
+// Returns the checksum of the first `bit_count` bits of `data`, which must not be null.
 std::int32_t checksum(const void* data, std::uint16_t bit_count, std::uint32_t seed);
 
 }  // namespace kelo::dm

@@ -1,4 +1,4 @@
-// The flag that keeps writes and reads away while the storage is being cleaned.
+// The clean flag, which suspends writes and reads while the storage is being cleaned.
 #include <atomic>
 #include <cstdint>
 
@@ -6,17 +6,15 @@
 
 namespace {
 
-// Raised here, cleared by the storage back-end through its address; both atomically.
-std::int32_t kelo_dm_is_run_clean = 0;
+// The storage back-end gets the address of the flag and clears it. Both sides access it atomically.
+std::int32_t flag = 0;
 
 }  // namespace
 
-std::int32_t kelo::dm::clean_flag() {
-  return std::atomic_ref(kelo_dm_is_run_clean).load(std::memory_order_acquire);
-}
+std::int32_t kelo::dm::clean_flag() { return std::atomic_ref(flag).load(std::memory_order_acquire); }
 
-std::int32_t* kelo::dm::raise_clean_flag() {
-  std::int32_t lowered = 0;
-  const bool raised = std::atomic_ref(kelo_dm_is_run_clean).compare_exchange_strong(lowered, 1);
-  return raised ? &kelo_dm_is_run_clean : nullptr;
+std::int32_t* kelo::dm::set_clean_flag() {
+  std::int32_t not_cleaning = 0;
+  const bool raised = std::atomic_ref(flag).compare_exchange_strong(not_cleaning, 1);
+  return raised ? &flag : nullptr;
 }

@@ -1,4 +1,4 @@
-// The text that holds a list of key-value pairs: "key,value;" for each pair.
+// Lists of key-value pairs as text: "key,value;" for each pair.
 #ifndef KELO_DATA_MANAGER_KEY_VALUE_TEXT_HPP
 #define KELO_DATA_MANAGER_KEY_VALUE_TEXT_HPP
 
@@ -18,41 +18,41 @@ struct KeyValue {
   std::string_view value;
 };
 
-// Bytes that a pair takes in a list.
+// Returns the number of bytes that a pair has in a list.
 constexpr std::size_t text_size(const KeyValue& pair) {
   return pair.key.size() + pair.value.size() + sizeof kKeyEnd + sizeof kPairEnd;
 }
 
-// The part of `text` before and the part behind the byte at `place`. (substr() would bring in the C++ run
-// time for an error that cannot happen here.)
-constexpr std::string_view part_before(std::string_view text, std::size_t place) {
-  return {text.data(), std::min(place, text.size())};
+// These return the parts of `text` before and after the byte at `position`. They replace substr(), which would link the
+// C++ run time for an error that cannot happen here.
+constexpr std::string_view part_before(std::string_view text, std::size_t position) {
+  return {text.data(), std::min(position, text.size())};
 }
-constexpr std::string_view part_behind(std::string_view text, std::size_t place) {
-  text.remove_prefix(place < text.size() ? place + 1 : text.size());
+constexpr std::string_view part_after(std::string_view text, std::size_t position) {
+  text.remove_prefix(position < text.size() ? position + 1 : text.size());
   return text;
 }
 
-// Where `key` and the end of a key stand in `list`; npos if nowhere. Any place counts, the end of a longer
-// key and the inside of a value too: lists in the field were edited by this rule.
+// Returns the position of `key` and the comma after it in `list`, or npos. A match at the end of a longer key or inside
+// a value counts, since lists in the field were edited by this rule.
 constexpr std::size_t find_key(std::string_view list, std::string_view key) {
-  std::size_t place = list.find(key);
-  while (place != std::string_view::npos &&
-         (place + key.size() == list.size() || list[place + key.size()] != kKeyEnd))
-    place = list.find(key, place + 1);
-  return place;
+  std::size_t position = list.find(key);
+  while (position != std::string_view::npos &&
+         (position + key.size() == list.size() || list[position + key.size()] != kKeyEnd))
+    position = list.find(key, position + 1);
+  return position;
 }
 
-// Writes `list` with `pair` set in it to `out`, which has room for both and a terminator: in place of the
-// pair found, else at the end. Returns the new text without its terminator.
+// Writes `list` to `out` with `pair` in place of the pair that was found, or at the end when none was. `out` must hold
+// both and a terminator. Returns the new text without its terminator.
 inline std::string_view set_pair(std::string_view list, const KeyValue& pair, std::span<char> out) {
-  const std::size_t place = find_key(list, pair.key);
-  const std::string_view before = part_before(list, place);
-  const std::string_view old_pair_on{list.data() + before.size(), list.size() - before.size()};
-  const std::string_view behind = part_behind(old_pair_on, old_pair_on.find(kPairEnd));
+  const std::size_t position = find_key(list, pair.key);
+  const std::string_view before = part_before(list, position);
+  const std::string_view old_pair_and_rest{list.data() + before.size(), list.size() - before.size()};
+  const std::string_view after = part_after(old_pair_and_rest, old_pair_and_rest.find(kPairEnd));
   std::size_t length = 0;
-  for (const std::string_view part : {before, pair.key, std::string_view(&kKeyEnd, 1), pair.value,
-                                      std::string_view(&kPairEnd, 1), behind}) {
+  for (const std::string_view part :
+       {before, pair.key, std::string_view(&kKeyEnd, 1), pair.value, std::string_view(&kPairEnd, 1), after}) {
     std::copy(part.begin(), part.end(), out.data() + length);
     length += part.size();
   }
@@ -60,18 +60,18 @@ inline std::string_view set_pair(std::string_view list, const KeyValue& pair, st
   return {out.data(), length};
 }
 
-// Splits the first pair off `list`; nothing when the list has ended or the pair is empty. A pair without the
-// end of a key is all key.
+// Removes the first pair from `list` and returns it. The result is empty when the list is empty or the pair is. A pair
+// without a comma is a key without a value.
 constexpr std::optional<KeyValue> take_pair(std::string_view& list) {
   const std::size_t pair_end = list.find(kPairEnd);
   const std::string_view pair = part_before(list, pair_end);
-  list = part_behind(list, pair_end);
+  list = part_after(list, pair_end);
   if (pair.empty()) return std::nullopt;
   const std::size_t key_end = pair.find(kKeyEnd);
-  return KeyValue{part_before(pair, key_end), part_behind(pair, key_end)};
+  return KeyValue{part_before(pair, key_end), part_after(pair, key_end)};
 }
 
-// Copies as much of `text` as fits to `row`, and terminates it.
+// Copies `text` to `row`, cuts it where it does not fit, and terminates it.
 inline void fill_row(std::span<char> row, std::string_view text) {
   const std::size_t length = std::min(text.size(), row.size() - 1);
   std::copy_n(text.begin(), length, row.begin());

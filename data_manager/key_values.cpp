@@ -1,4 +1,4 @@
-// Writes and unpacks the key-value pairs that one item holds as a text.
+// The exported functions that write and read the key-value pairs of an item, which are stored as one text.
 #include <array>
 #include <cstdint>
 #include <optional>
@@ -14,17 +14,17 @@ using kelo::dm::KeyValue;
 
 constexpr std::int32_t kRefused = 3;
 
-// The most text that an item holds, and a terminator.
+// This holds the longest text of an item and a terminator.
 using Text = std::array<char, DM_MAX_KEY_VALUE_STRLEN + 1>;
 
-// Reads an item's text; a negative result, logged under the function name `function`, on failure.
+// Reads an item's text. A negative result is a failure, which is logged under the name `function`.
 std::int32_t read_text(kelo_dm_handle* handle, std::int32_t id, const char* function, Text& text) {
   const std::int32_t result = kelo_dm_read(handle, id, text.data(), DM_MAX_KEY_VALUE_STRLEN);
   if (result < 0) KELO_LOG_AS(function, LOG_LVL_ERR, "read db failed\n");
   return result;
 }
 
-bool good_lengths(const KeyValue& pair) {
+bool lengths_are_valid(const KeyValue& pair) {
   return !pair.key.empty() && !pair.value.empty() &&
          pair.key.size() + pair.value.size() <= KELO_DM_KEY_VALUE_MAX;
 }
@@ -39,7 +39,7 @@ std::int32_t kelo_dm_write_key_value_pairs(kelo_dm_handle* handle, std::int32_t 
   }
   KELO_LOG(LOG_LVL_DBUG, "write key: %s, value: %s\n", key, value);
   const KeyValue pair = {key, value};
-  if (!good_lengths(pair)) {
+  if (!lengths_are_valid(pair)) {
     KELO_LOG(LOG_LVL_ERR, "length of key or value error\n");
     return kRefused;
   }

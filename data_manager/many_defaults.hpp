@@ -1,4 +1,4 @@
-// What a storage back-end of this library offers beside the table of operations.
+// The interface by which the SQLite back-end stores many defaults at once. It is not in the table of operations.
 #ifndef KELO_DATA_MANAGER_MANY_DEFAULTS_HPP
 #define KELO_DATA_MANAGER_MANY_DEFAULTS_HPP
 
@@ -9,20 +9,20 @@
 
 namespace kelo::dm {
 
-// A default that is to be stored together with others.
+// One of the defaults that are stored together.
 struct PendingDefault {
   kelo_dm_item_desc* item;
-  bool done;  // no single write is due any more
+  bool done;  // set by the back-end when the default needs no single write
 };
 
 struct ManyDefaults {
-  // The single write that it takes the place of: a handle with another one in its slot stores one by one.
+  // The back-end's write of one default. A handle with another function in this slot does not use the interface.
   decltype(kelo_dm_operations::def_db_const) single;
-  // Stores the defaults that it can, at least one being given. The others are stored one by one afterwards.
+  // Stores as many of the defaults as possible. The caller gives at least one and then stores the rest one by one.
   void (*store)(std::span<PendingDefault> defaults);
 };
 
-// Of the back-end that registered with this process; null without one.
+// The interface of the back-end that has registered in this process, or null.
 inline std::atomic<const ManyDefaults*> many_defaults{nullptr};
 
 }  // namespace kelo::dm

@@ -1,13 +1,13 @@
-// What keeps fork() apart from changes of what the data manager holds in memory.
+// The fork gate of the data manager: the guard for changes in memory, and the locks of a child made by fork().
 #ifndef KELO_DATA_MANAGER_MEMORY_FORK_GATE_HPP
 #define KELO_DATA_MANAGER_MEMORY_FORK_GATE_HPP
 
 namespace kelo::dm {
 
-// While one lives, its thread may change values in memory and the list of registered items. A fork() of
-// another thread waits until none lives, so that the child finds all of them whole; those that come meanwhile
-// wait for the fork. Nobody waits longer than a second: the program's own fork handlers may wait for a thread
-// that waits here. Not to be nested.
+// A thread holds this guard while it changes a value in memory or the list of registered items. A fork() in another
+// thread waits until no guard exists, so that the child gets consistent data. New guards wait for a fork() that has
+// begun. Each wait ends after one second, since a fork handler of the program may wait for a thread that waits here.
+// Guards must not be nested.
 class [[nodiscard]] MemoryChange {
  public:
   MemoryChange();
@@ -16,10 +16,10 @@ class [[nodiscard]] MemoryChange {
   MemoryChange& operator=(const MemoryChange&) = delete;
 };
 
-// Makes all locks of what is held in memory anew when this process has inherited them from its parent, where
-// threads that do not exist here may have held them. The fork handlers do so; whoever finds a lock held asks
-// for it too, since handlers of the program may run before them.
-void renew_inherited_locks();
+// Initialises the locks of the values in memory when this process has inherited them from its parent: they may be held
+// by threads that do not exist here. The fork handler calls this. A thread that finds a lock held calls it as well,
+// since fork handlers of the program may run before the one of the library.
+void initialise_inherited_locks();
 
 }  // namespace kelo::dm
 

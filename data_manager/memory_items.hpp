@@ -1,4 +1,4 @@
-// The items held in memory, found by id in constant time.
+// The items whose values are in memory. They are found by their ids in constant time.
 #ifndef KELO_DATA_MANAGER_MEMORY_ITEMS_HPP
 #define KELO_DATA_MANAGER_MEMORY_ITEMS_HPP
 
@@ -11,16 +11,16 @@
 
 namespace kelo::dm {
 
-// One item, which lives until the process ends once it is in the store.
+// An item that was added is never freed.
 struct MemoryItem {
-  pthread_rwlock_t lock;  // guards all below but the id, which never changes
+  pthread_rwlock_t lock;  // guards the members below except for the id, which never changes
   std::int32_t id;
-  std::int32_t length;    // valid bytes of the value
-  std::int32_t capacity;  // bytes the block has room for
+  std::int32_t length;    // bytes of the value
+  std::int32_t capacity;  // bytes of its block
   char* value;
 };
 
-// Hold an item's lock for their scope; a child made by fork() never waits for a thread that it does not have.
+// These guards hold an item's lock for their scope. In a child made by fork() they do not wait for the parent's threads.
 class [[nodiscard]] ReadLock {
  public:
   explicit ReadLock(MemoryItem& item);
@@ -44,16 +44,16 @@ class [[nodiscard]] WriteLock {
   MemoryItem& item_;
 };
 
-// The item with this id; null when there is none. Never waits.
+// Returns the item with this id, or null. It never waits.
 MemoryItem* find_memory_item(std::int32_t id);
 
-enum class Added { stored, already_there, no_memory };
+enum class AddResult { stored, already_there, no_memory };
 
-// Puts `item` into the store, which then owns it, unless an item with its id is there.
-Added add_memory_item(base::HeapPtr<MemoryItem>& item);
+// Adds `item` unless there is an item with its id. `item` is empty when it was added.
+AddResult add_memory_item(base::HeapPtr<MemoryItem>& item);
 
-// Makes the locks of the store and of its items anew, in a child made by fork().
-void renew_item_locks();
+// Initialises the locks of the table and of its items in a child made by fork().
+void initialise_item_locks();
 
 }  // namespace kelo::dm
 

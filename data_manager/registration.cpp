@@ -1,4 +1,4 @@
-// Makes and releases handles, and passes questions about the whole storage to its hooks.
+// Makes and frees handles, and calls the hooks of the storage back-end that concern the whole storage.
 #include <cstdint>
 #include <cstdlib>
 

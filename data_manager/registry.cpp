@@ -1,4 +1,4 @@
-// The registered items: found by id, and the defaults that they bring.
+// The registry of items, which are found by their ids, and the exported functions for their defaults.
 #include "data_manager/registry.hpp"
 
 #include <cstddef>
@@ -37,13 +37,13 @@ constexpr int kNoIdMap = -4;
 constexpr std::int32_t kEndOfTable = -1;
 constexpr int kIdMapBuckets = 64;
 
-// All of this is set up at start-up in one thread and only read afterwards. The map is not reached by its
-// handle, which a program takes away from every table with its first symSubOpen().
+// One thread sets these at start-up, and afterwards they are only read. The map is used without its handle, since the
+// first symSubOpen() of a program makes all handles of tables invalid.
 kelo::symtab::Table* id_map = nullptr;
 q_type def_items;
 bool def_items_ready = false;
 
-// The text under which the id map knows an id.
+// The name of an id in the id map.
 struct IdKey : kelo::base::FixedText<32> {
   explicit IdKey(std::int32_t id) : FixedText("%d", id) {}
 };
@@ -67,11 +67,11 @@ void enter_item(kelo_dm_item& item, kelo_dm_item_node& node) {
   q_put(&def_items, q_link(&node, &node.link));
 }
 
-// A node's link is its first member.
+// The cast is valid because the link is the first member of the node.
 kelo_dm_item* item_of(q_link_type* link) { return reinterpret_cast<kelo_dm_item_node*>(link)->item; }
 
-// Has the first `count` items stored together, if the storage of `handle` can do that, and tells which are done.
-// Null when each is to be stored by itself.
+// Stores the defaults of the first `count` items together when the storage of `handle` can do that. The result tells
+// which defaults are done. It is null when each default must be stored by itself.
 kelo::base::HeapPtr<kelo::dm::PendingDefault[]> store_together(const kelo_dm_handle& handle,
                                                                std::size_t count) {
   const auto* const many = kelo::dm::many_defaults.load(std::memory_order_relaxed);
@@ -102,7 +102,7 @@ kelo_dm_item_desc* kelo::dm::find_item(std::int32_t id, const char* function) {
   return static_cast<kelo_dm_item_desc*>(symbol->content.payload.symbol);
 }
 
-void kelo::dm::renew_item_list_lock() {
+void kelo::dm::initialise_item_list_lock() {
   if (def_items_ready) queue::make_lock(def_items);
 }
 
@@ -136,11 +136,11 @@ int kelo_dm_construct_def_database(std::int32_t id) {
   KELO_LOG(LOG_LVL_DBUG, "tmp_cnt %d!\n", remaining);
   if (remaining < 1) return kNothingRegistered;
   const auto count = static_cast<std::size_t>(remaining);
-  const auto together = store_together(*handle, count);
+  const auto stored_together = store_together(*handle, count);
   std::size_t seen = 0;
   for (q_link_type* link = q_check(&def_items); link != nullptr; link = q_next(&def_items, link)) {
     --remaining;
-    if (together && seen < count && together[seen++].done) continue;
+    if (stored_together && seen < count && stored_together[seen++].done) continue;
     kelo_dm_item& item = *item_of(link);
     item.desc.type = item.desc.def_type;
     kelo_dm_def_items_write(handle.get(), item.id, &item.desc, &item.desc.def_value, item.desc.len);

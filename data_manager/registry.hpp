@@ -1,4 +1,4 @@
-// What the calls of the data manager share: the registered items, the clean flag, the fatal end.
+// The registered items, the clean flag and the fatal error of the data manager.
 #ifndef KELO_DATA_MANAGER_REGISTRY_HPP
 #define KELO_DATA_MANAGER_REGISTRY_HPP
 
@@ -11,30 +11,31 @@ namespace kelo::dm {
 
 inline constexpr int kBadArgument = -3;
 
-// The default is the line of the call.
+// By default the error names the line of the caller.
 [[noreturn]] inline void fatal(int line = __builtin_LINE()) {
   base::fatal("data_manager/kelo_app_dm.c", line);
 }
 
-// The function in a handle's slot, which must be there.
+// Returns the function in a slot of a handle. The process ends when the slot is empty.
 template <typename Slot>
 Slot required(Slot slot, int line = __builtin_LINE()) {
   if (slot == nullptr) fatal(line);
   return slot;
 }
 
-// The descriptor registered last under `id`; null, logged under the function name `function`, when there is
-// none.
+// Returns the descriptor that was registered last under `id`. The result is null, which is logged under the name
+// `function`, when there is none.
 kelo_dm_item_desc* find_item(std::int32_t id, const char* function);
 
-// Makes the lock of the list of registered items anew, in a child made by fork().
-void renew_item_list_lock();
+// Initialises the lock of the list of registered items in a child made by fork().
+void initialise_item_list_lock();
 
-// Non-zero while the storage is being cleaned.
+// Returns non-zero while the storage is being cleaned.
 std::int32_t clean_flag();
 
-// Raises the clean flag: its address for the back-end, which clears it, or null when it was raised already.
-std::int32_t* raise_clean_flag();
+// Sets the clean flag and returns its address, which the back-end needs to clear it. The result is null when the flag was
+// already set.
+std::int32_t* set_clean_flag();
 
 }  // namespace kelo::dm
 

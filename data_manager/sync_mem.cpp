@@ -1,4 +1,4 @@
-// Values held in memory, read and written by id.
+// The exported functions that write and read values in memory by id.
 #include <algorithm>
 #include <cstring>
 
@@ -10,7 +10,7 @@
 namespace {
 
 using kelo::base::HeapPtr;
-using kelo::dm::Added;
+using kelo::dm::AddResult;
 using kelo::dm::MemoryItem;
 using kelo::dm::ReadLock;
 using kelo::dm::WriteLock;
@@ -20,18 +20,17 @@ constexpr const char* kAdd = "kelo_dm_add_item_to_mem";
 constexpr const char* kConstruct = "kelo_dm_construct_queue_from_kvl";
 constexpr const char* kRead = "kelo_dm_read_item_from_mem";
 
-// A block for `length` bytes. Callers have no way to go on without it.
-char* value_block(std::int32_t length) {
+// The process ends when there is no memory, since callers have no result for it.
+char* make_value_block(std::int32_t length) {
   auto* const block = static_cast<char*>(std::calloc(1, static_cast<std::size_t>(std::max(length, 1))));
   if (block == nullptr) kelo::base::fatal("data_manager/kelo_dm_sync_mem.c", __LINE__);
   return block;
 }
 
-// Stores the bytes in the item's block, in a larger one when they do not fit. The caller has the item to
-// itself.
+// Stores the bytes in the item's block, or in a larger one when they do not fit. No other thread may use the item.
 void set_value(MemoryItem& item, const void* data, std::int32_t length) {
   if (item.value == nullptr || item.capacity < length) {
-    char* const larger = value_block(length);
+    char* const larger = make_value_block(length);
     std::free(item.value);
     item.value = larger;
     item.capacity = length;
@@ -63,16 +62,16 @@ void add(std::int32_t id, const void* data, std::int32_t length) {
   item->id = id;
   set_value(*item, data, length);
   pthread_rwlock_init(&item->lock, nullptr);
-  HeapPtr<char> block(item->value);  // freed unless the store takes the item
+  HeapPtr<char> block(item->value);  // is freed unless the item is added
   switch (kelo::dm::add_memory_item(item)) {
-    case Added::stored:
+    case AddResult::stored:
       static_cast<void>(block.release());
       KELO_LOG_AS(kAdd, LOG_LVL_DBUG, " add_item: %x to_mem \n", static_cast<unsigned>(id));
       break;
-    case Added::already_there:
+    case AddResult::already_there:
       update(*kelo::dm::find_memory_item(id), data, length);
       break;
-    case Added::no_memory:
+    case AddResult::no_memory:
       KELO_LOG_AS(kConstruct, LOG_LVL_ERR, "oem_MALLOC fail!\r\n");
       break;
   }
