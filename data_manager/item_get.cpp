@@ -48,8 +48,8 @@ struct ReadValue {
   kelo::base::HeapPtr<char[]> bytes;
 };
 
-// Reads the stored value into larger and larger buffers. A value that fills its buffer may have been cut: storages cut
-// it silently or report a bad checksum of the part.
+// Reads the stored value into larger and larger buffers. A value that fills its buffer may have been cut: storages
+// cut it silently or report a bad checksum of the part.
 ReadValue read_whole(const kelo_dm_handle& handle, std::int32_t id, kelo_dm_item_desc& item,
                      std::int32_t expected) {
   for (int capacity = std::max(kFirstBufferSize, expected < INT32_MAX ? expected + 1 : expected);;

@@ -57,12 +57,12 @@ int report_memory_read(std::int32_t size) {
   return size;
 }
 
-// Writes a new value and returns the storage's result. While the storage is being cleaned, the value is dropped and the
-// result is empty.
+// Writes a new value and returns the storage's result. While the storage is being cleaned, the value is dropped and
+// the result is empty.
 std::optional<int> write_unless_cleaning(const char* function, const kelo_dm_handle& handle, std::int32_t id,
                                          kelo_dm_item_desc& item, const void* data, std::int32_t len) {
-  // The read of the value in memory always reports the full size of its buffer, which is one byte more than the new value
-  // has. So the two never count as equal, and every value is written.
+  // The read of the value in memory always reports the full size of its buffer, which is one byte more than the new
+  // value has. So the two never count as equal, and every value is written.
   if (len < INT32_MAX) report_memory_read(len + 1);
   log_item<LOG_LVL_DBUG>(function, item);
   const std::int32_t cleaning = clean_flag();
@@ -82,8 +82,8 @@ int read_db(const kelo_dm_handle& handle, std::int32_t id, kelo_dm_item_desc& it
   return kReadDb.refusal;
 }
 
-// Returns whether the stored value begins with `data`. The buffer has one byte more, so that a storage that does not cut
-// values can still return one that is one byte longer.
+// Returns whether the stored value begins with `data`. The buffer has one byte more, so that a storage that does not
+// cut values can still return one that is one byte longer.
 bool is_stored_already(const kelo_dm_handle& handle, std::int32_t id, kelo_dm_item_desc& item,
                        const void* data, std::int32_t len) {
   if (len == INT32_MAX) return false;

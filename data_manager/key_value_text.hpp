@@ -23,8 +23,8 @@ constexpr std::size_t text_size(const KeyValue& pair) {
   return pair.key.size() + pair.value.size() + sizeof kKeyEnd + sizeof kPairEnd;
 }
 
-// These return the parts of `text` before and after the byte at `position`. They replace substr(), which would link the
-// C++ run time for an error that cannot happen here.
+// These return the parts of `text` before and after the byte at `position`. They replace substr(), which would link
+// the C++ run time for an error that cannot happen here.
 constexpr std::string_view part_before(std::string_view text, std::size_t position) {
   return {text.data(), std::min(position, text.size())};
 }
@@ -33,8 +33,8 @@ constexpr std::string_view part_after(std::string_view text, std::size_t positio
   return text;
 }
 
-// Returns the position of `key` and the comma after it in `list`, or npos. A match at the end of a longer key or inside
-// a value counts, since lists in the field were edited by this rule.
+// Returns the position of `key` and the comma after it in `list`, or npos. A match at the end of a longer key or
+// inside a value counts, since lists in the field were edited by this rule.
 constexpr std::size_t find_key(std::string_view list, std::string_view key) {
   std::size_t position = list.find(key);
   while (position != std::string_view::npos &&
@@ -43,8 +43,8 @@ constexpr std::size_t find_key(std::string_view list, std::string_view key) {
   return position;
 }
 
-// Writes `list` to `out` with `pair` in place of the pair that was found, or at the end when none was. `out` must hold
-// both and a terminator. Returns the new text without its terminator.
+// Writes `list` to `out` with `pair` in place of the pair that was found, or at the end when none was. `out` must
+// hold both and a terminator. Returns the new text without its terminator.
 inline std::string_view set_pair(std::string_view list, const KeyValue& pair, std::span<char> out) {
   const std::size_t position = find_key(list, pair.key);
   const std::string_view before = part_before(list, position);
@@ -60,8 +60,8 @@ inline std::string_view set_pair(std::string_view list, const KeyValue& pair, st
   return {out.data(), length};
 }
 
-// Removes the first pair from `list` and returns it. The result is empty when the list is empty or the pair is. A pair
-// without a comma is a key without a value.
+// Removes the first pair from `list` and returns it. The result is empty when the list is empty or the pair is. A
+// pair without a comma is a key without a value.
 constexpr std::optional<KeyValue> take_pair(std::string_view& list) {
   const std::size_t pair_end = list.find(kPairEnd);
   const std::string_view pair = part_before(list, pair_end);

@@ -16,9 +16,9 @@ class [[nodiscard]] MemoryChange {
   MemoryChange& operator=(const MemoryChange&) = delete;
 };
 
-// Initialises the locks of the values in memory when this process has inherited them from its parent: they may be held
-// by threads that do not exist here. The fork handler calls this. A thread that finds a lock held calls it as well,
-// since fork handlers of the program may run before the one of the library.
+// Initialises the locks of the values in memory when this process has inherited them from its parent: they may be
+// held by threads that do not exist here. The fork handler calls this. A thread that finds a lock held calls it as
+// well, since fork handlers of the program may run before the one of the library.
 void initialise_inherited_locks();
 
 }  // namespace kelo::dm

@@ -7,8 +7,8 @@
 #include "base/lock.hpp"
 
 // Readers need no lock, since nothing is ever removed. A slot changes once, from empty to an item. A table that was
-// replaced by a larger one keeps its slots for readers that still search it. Such a reader can miss only an item that was
-// added after its search began.
+// replaced by a larger one keeps its slots for readers that still search it. Such a reader can miss only an item that
+// was added after its search began.
 namespace kelo::dm {
 namespace {
 
@@ -22,8 +22,8 @@ struct Table {
   [[nodiscard]] std::size_t first_index(std::int32_t id) const {
     return (static_cast<std::uint32_t>(id) * 2654435769u) >> (32 - bits);
   }
-  // Returns the slot with this id, or the empty slot for it. There always is an empty slot, since at most half of them
-  // are used.
+  // Returns the slot with this id, or the empty slot for it. There always is an empty slot, since at most half of
+  // them are used.
   [[nodiscard]] std::atomic<MemoryItem*>& slot_of(std::int32_t id) {
     std::size_t index = first_index(id);
     for (;; index = (index + 1) & (size() - 1)) {

@@ -20,7 +20,8 @@ struct MemoryItem {
   char* value;
 };
 
-// These guards hold an item's lock for their scope. In a child made by fork() they do not wait for the parent's threads.
+// These guards hold an item's lock for their scope. In a child made by fork() they do not wait for the parent's
+// threads.
 class [[nodiscard]] ReadLock {
  public:
   explicit ReadLock(MemoryItem& item);

@@ -33,8 +33,8 @@ void initialise_item_list_lock();
 // Returns non-zero while the storage is being cleaned.
 std::int32_t clean_flag();
 
-// Sets the clean flag and returns its address, which the back-end needs to clear it. The result is null when the flag was
-// already set.
+// Sets the clean flag and returns its address, which the back-end needs to clear it. The result is null when the flag
+// was already set.
 std::int32_t* set_clean_flag();
 
 }  // namespace kelo::dm

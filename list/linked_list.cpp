@@ -20,8 +20,8 @@ list_link_type* predecessor(const list_type& list, const list_link_type* next) {
   return kelo::list::find(list.front, [next](const list_link_type& link) { return link.next == next; });
 }
 
-// Returns the link after which an element is appended. A merge of an empty list clears the back pointer although there
-// are elements, and later operations can leave it null. The list is walked then.
+// Returns the link after which an element is appended. A merge of an empty list clears the back pointer although
+// there are elements, and later operations can leave it null. The list is walked then.
 list_link_type* last(const list_type& list) {
   if (list.size == 0) return nullptr;
   return list.back != nullptr ? list.back : predecessor(list, nullptr);

@@ -1,4 +1,4 @@
-// The functions that the linked and the ordered list share: the first use of a header, and walks along the `next` chain.
+// The functions that both lists share: the first use of a header, and walks along the `next` chain.
 #ifndef KELO_LIST_LIST_CORE_HPP
 #define KELO_LIST_LIST_CORE_HPP
 

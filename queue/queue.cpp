@@ -60,8 +60,8 @@ bool lock_circle(q_type& q) {
 
 }  // namespace
 
-// The C library may have an initial value for a recursive mutex, and assigning it needs less code. The thread sanitizer
-// does not know that value: it must see the attribute.
+// The C library may have an initial value for a recursive mutex, and assigning it needs less code. The thread
+// sanitizer does not know that value: it must see the attribute.
 void kelo::queue::make_lock(q_type& q) {
 #if defined(PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP) && !defined(__SANITIZE_THREAD__)
   q.lock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;

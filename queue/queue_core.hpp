@@ -27,8 +27,8 @@ bool all_present(const Pointer*... pointers) {
   return (... & static_cast<unsigned>(present(pointers))) != 0;
 }
 
-// q_cnt() reads the count without the lock, so it is read and written atomically. All writes are under the lock, so no
-// read-modify-write is needed.
+// q_cnt() reads the count without the lock, so it is read and written atomically. All writes are under the lock, so
+// no read-modify-write is needed.
 inline std::int32_t count(const q_type& q) {
   return std::atomic_ref(const_cast<std::int32_t&>(q.cnt)).load(std::memory_order_relaxed);
 }

@@ -9,8 +9,8 @@ namespace kelo::symtab {
 struct Table;
 
 // Returns the open table `sd` and keeps it from ever being freed. A program that calls symSubOpen() or closes this
-// table removes only its handle. The result is null when `sd` is not open or when there was no memory for its buckets,
-// since nothing can be entered into such a table.
+// table removes only its handle. The result is null when `sd` is not open or when there was no memory for its
+// buckets, since nothing can be entered into such a table.
 Table* keep(sym_fd sd);
 
 // These do the same as symLookup() and symEnter(), but take the table instead of its handle.
