@@ -1,4 +1,4 @@
-// Addresses as text, and the tests of text that a user entered as one.
+// Converts addresses to text, and checks addresses that users have entered.
 #include <arpa/inet.h>
 #include <regex.h>
 
@@ -18,8 +18,8 @@ static_assert(kIpv4TextSize == 16 && kIpv6TextSize == 46);
 
 constexpr std::uint32_t kIpv6Bytes = 16;
 
-// In a bracket a backslash stands for itself: the separators are backslash, "s" and colon. Settings that were
-// accepted once must stay so.
+// In a bracket expression a backslash is an ordinary character, so the separators are backslash, "s" and colon. This
+// stays as it is, because existing settings must remain valid.
 constexpr const char* kMacPattern = "^([0-9a-fA-F]{2})(([\\s:][0-9a-fA-F]{2}){5})$";
 
 bool is_large_enough(const char* caller, std::int32_t size, std::int32_t needed) {
@@ -39,8 +39,8 @@ bool is_address(int family, const char* text) {
   return text != nullptr && inet_pton(family, text, &address) == 1;
 }
 
-// The ones of a mask stand together at its top exactly when its lowest one and all bits below its zeros are
-// disjoint. No ones at all pass as well: 0.0.0.0 is a mask.
+// Whether all one bits of a mask precede all zero bits. The negative of such a mask has no bit in common with its
+// complement. The mask 0.0.0.0, which has no one bit, is accepted.
 bool is_contiguous(std::uint32_t mask) { return ((0 - mask) & ~mask) == 0; }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The IPv6 address that an interface is being given, from the kernel's notifications.
+// Waits for the kernel to announce a global IPv6 address of an interface.
 #include "kelo-app-os-al/address_watch.hpp"
 
 #include <linux/if_addr.h>
@@ -26,13 +26,13 @@ namespace {
 constexpr std::uint32_t kGroups = RTMGRP_IPV6_IFADDR | RTMGRP_IPV6_PREFIX;
 constexpr std::size_t kDatagramSize = 4096;
 constexpr std::size_t kMostEvents = 32;
-constexpr int kPatienceMilliseconds = 2000;
-constexpr timeval kDrainTime = {1, 0};
+constexpr int kEventTimeoutMilliseconds = 2000;
+constexpr timeval kReceiveTimeout = {1, 0};
 
-// The name under which the reading of a datagram logs.
+// The function name in the messages about a datagram.
 constexpr char kHandleDatagram[] = "kelo_nl_netlink_handle";
 
-// Callers compare the text as a whole, so it has every digit: 8 groups of 4.
+// Writes all 8 groups with 4 digits each, because callers compare the whole text.
 void write_in_full(const in6_addr& address, char* text) {
   constexpr char kDigits[] = "0123456789abcdef";
   for (std::size_t i = 0; i < sizeof address.s6_addr; ++i) {
@@ -43,16 +43,16 @@ void write_in_full(const in6_addr& address, char* text) {
   *text = '\0';
 }
 
-// The other prefixes of fe80::/10 are not in use, and callers count an address of theirs as found.
+// Only fe80 is tested: the other prefixes of fe80::/10 are not in use, and callers accept addresses with them.
 bool begins_with_fe80(const in6_addr& address) {
   return address.s6_addr[0] == 0xFE && address.s6_addr[1] == 0x80;
 }
 
 bool find_in_message(ByteSpan message, unsigned interface_index, char* text) {
-  const ByteSpan payload = behind(message, sizeof(nlmsghdr));
+  const ByteSpan payload = after(message, sizeof(nlmsghdr));
   const auto body = leading<ifaddrmsg>(payload);
   if (!body || body->ifa_index != interface_index) return false;
-  RtnlAttributes attributes(behind(payload, sizeof *body));
+  RtnlAttributes attributes(after(payload, sizeof *body));
   while (const auto attribute = attributes.next()) {
     if (attribute->header.rta_type != IFA_ADDRESS) continue;
     const auto address = leading<in6_addr>(attribute->payload());
@@ -66,10 +66,10 @@ bool find_in_message(ByteSpan message, unsigned interface_index, char* text) {
   return false;
 }
 
-// Reads until the socket has been silent for its receive time-out: the edge-triggered event tells of the
-// first datagram only.
+// Reads until nothing arrives for the receive timeout of the socket. The event is edge-triggered, so it reports only
+// the first of several datagrams.
 bool kelo_nl_netlink_handle(const base::Descriptor& socket, unsigned interface_index, char* text) {
-  std::array<unsigned char, kDatagramSize> datagram;  // of characters, so that the stack protector guards it
+  std::array<unsigned char, kDatagramSize> datagram;  // the stack protector guards arrays of characters only
   for (;;) {
     const ssize_t length = ::recvfrom(socket.get(), datagram.data(), datagram.size(), 0, nullptr, nullptr);
     if (length < 0) return false;
@@ -82,29 +82,29 @@ bool kelo_nl_netlink_handle(const base::Descriptor& socket, unsigned interface_i
 void kelo_epoll_event_handle(const base::Descriptor& events, const base::Descriptor& socket,
                              unsigned interface_index, char* text) {
   std::array<epoll_event, kMostEvents> ready;
-  int patience = kPatienceMilliseconds;
-  base::Deadline silence(kPatienceMilliseconds);
+  int timeout = kEventTimeoutMilliseconds;
+  base::Deadline end(kEventTimeoutMilliseconds);
   for (;;) {
-    const int count = epoll_wait(events.get(), ready.data(), kMostEvents, patience);
+    const int count = epoll_wait(events.get(), ready.data(), kMostEvents, timeout);
     if (count == 0) {
       KELO_LOG(LOG_LVL_ERR, "Timeout to wait for IPv6 event\n");
       return;
     }
     KELO_LOG(LOG_LVL_DBUG, "Process fd count:%d\n", count);
-    if (count < 0) {  // signals that never stop must not make the wait endless
-      patience = silence.milliseconds_left();
+    if (count < 0) {  // repeated signals must not make the wait endless
+      timeout = end.milliseconds_left();
       continue;
     }
     for (const epoll_event& event : std::span(ready).first(static_cast<std::size_t>(count))) {
       if (event.data.fd != socket.get() || (event.events & EPOLLIN) == 0) continue;
       if (kelo_nl_netlink_handle(socket, interface_index, text)) return;
     }
-    patience = kPatienceMilliseconds;
-    silence = base::Deadline(kPatienceMilliseconds);
+    timeout = kEventTimeoutMilliseconds;
+    end = base::Deadline(kEventTimeoutMilliseconds);
   }
 }
 
-bool watch(const base::Descriptor& events, const base::Descriptor& socket) {
+bool add_to_events(const base::Descriptor& events, const base::Descriptor& socket) {
   epoll_event event{};
   event.events = EPOLLIN | EPOLLET;
   event.data.fd = socket.get();
@@ -142,11 +142,12 @@ int kelo_check_global_ipv6_addr(const char* interface_name, char* address) {
   }
   const kelo::base::Descriptor socket = kelo::os::open_rtnl_socket(__func__);
   if (!socket) return 1;
-  // Fails for a wrong argument only.
-  (void)setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &kelo::os::kDrainTime, sizeof kelo::os::kDrainTime);
+  // The call can fail only for wrong arguments.
+  (void)setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &kelo::os::kReceiveTimeout,
+                   sizeof kelo::os::kReceiveTimeout);
   const auto process = static_cast<std::uint32_t>(getpid());
   if (!kelo::os::bind_rtnl_socket(socket, process, kelo::os::kGroups, __func__)) return 1;
-  if (!kelo::os::watch(events, socket)) {
+  if (!kelo::os::add_to_events(events, socket)) {
     KELO_LOG(LOG_LVL_ERR, "epoll add sock_fd error\n");
     return 1;
   }

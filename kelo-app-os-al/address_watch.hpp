@@ -1,4 +1,4 @@
-// The part of the address query that reads what the kernel announces.
+// Reads the kernel's announcements of IPv6 addresses.
 #ifndef KELO_APP_OS_AL_ADDRESS_WATCH_HPP
 #define KELO_APP_OS_AL_ADDRESS_WATCH_HPP
 
@@ -6,8 +6,8 @@
 
 namespace kelo::os {
 
-// Writes the addresses that a datagram announces for the interface into a buffer of 40 bytes, each over the
-// one before, up to the first that does not begin with fe80. Whether there was such a one.
+// Writes the addresses that a datagram announces for the interface into `text`, a buffer of 40 bytes. Each address
+// overwrites the previous one. Returns true at the first address that does not begin with fe80.
 bool find_global_address(ByteSpan datagram, unsigned interface_index, char* text);
 
 }  // namespace kelo::os

@@ -1,4 +1,4 @@
-// Hexadecimal text, bytes and integers.
+// Converts between hexadecimal text, bytes and integers.
 #include <algorithm>
 #include <array>
 #include <climits>
@@ -28,7 +28,7 @@ constexpr std::array<char, 16> kDigits = {'0', '1', '2', '3', '4', '5', '6', '7'
 constexpr unsigned kBase = 16;
 constexpr unsigned kNoDigit = 255;
 
-// What a character counts as a digit: 0 to 9, and 10 to 35 for the letters of either case.
+// Returns the value of a character as a digit: 0 to 9 for digits, and 10 to 35 for upper-case and lower-case letters.
 unsigned digit_value(char character) {
   const unsigned digit = static_cast<unsigned char>(character) - unsigned{'0'};
   if (digit < 10) return digit;
@@ -38,21 +38,21 @@ unsigned digit_value(char character) {
 
 bool is_hex_digit(char character) { return digit_value(character) < kBase; }
 
-// Whether all of a word's characters are hexadecimal digits.
+// Whether all characters of a word are hexadecimal digits.
 bool are_hex_digits(LargestWord characters) {
   constexpr auto kAbove = all_bytes<LargestWord>(0x80);
-  // Adding these sets the highest bit from the character named on.
+  // The sum has the highest bit of a byte set if its character is `first` or greater.
   const auto from = [](LargestWord word, char first) {
     return word + all_bytes<LargestWord>(static_cast<std::uint8_t>(0x80 - first));
   };
   const LargestWord small = characters | all_bytes<LargestWord>(0x20);
   const LargestWord digits = from(characters, '0') ^ from(characters, '9' + 1);
   const LargestWord letters = from(small, 'a') ^ from(small, 'f' + 1);
-  // A character that is not ASCII spoils the sum of its neighbour, but is told by itself.
+  // A character that is not ASCII changes the sum of the next byte, but it is rejected by its own highest bit.
   return ((digits | letters) & ~characters & kAbove) == kAbove;
 }
 
-// How many hexadecimal digits there are at the start of `length` characters.
+// Returns the number of hexadecimal digits at the start of `length` characters.
 std::size_t count_digits(const char* text, std::size_t length) {
   std::size_t count = 0;
   while (length - count >= sizeof(LargestWord) && are_hex_digits(load<LargestWord>(text + count)))
@@ -61,16 +61,16 @@ std::size_t count_digits(const char* text, std::size_t length) {
   return count;
 }
 
-// The bytes that a word's pairs of digits mean.
+// Converts the pairs of digits of a word to bytes.
 template <typename Word>
 LaneBytes<Word> bytes_of_pairs(Word digits) {
-  const auto letters = static_cast<Word>(digits >> 6 & all_bytes<Word>(1));  // 'A' is 41, 'a' is 61
+  const auto letters = static_cast<Word>(digits >> 6 & all_bytes<Word>(1));  // bit 6 is set in letters only
   const auto values = static_cast<Word>((digits & all_bytes<Word>(0x0F)) + letters * 9);
   const auto pairs = static_cast<Word>(kLittleEndian ? values << 4 | values >> 8 : values | values >> 4);
   return packed<Word>(static_cast<Word>(pairs & lanes<Word>(0xFF)));
 }
 
-// Reads so many pairs of digits. They may be where their bytes go.
+// Converts `pairs` pairs of digits to bytes. The bytes may be written over the digits.
 void read_pairs(const char* digits, std::size_t pairs, std::uint8_t* out) {
   constexpr std::size_t kPairs = sizeof(LargestWord) / 2;
   for (; pairs >= kPairs; pairs -= kPairs, digits += 2 * kPairs, out += kPairs)
@@ -78,7 +78,7 @@ void read_pairs(const char* digits, std::size_t pairs, std::uint8_t* out) {
   for (; pairs > 0; --pairs, digits += 2) *out++ = bytes_of_pairs(load<std::uint16_t>(digits));
 }
 
-// Whether the digits of so many bytes and a terminator fit, and their number into the result.
+// Whether the digits of `count` bytes and a terminator fit into `size` bytes, and the number of digits into an int.
 bool digits_fit(std::uint32_t count, std::uint32_t size) {
   const std::uint64_t digits = 2 * std::uint64_t{count};
   return digits < size && digits <= INT_MAX;
@@ -136,7 +136,7 @@ int kelo_hex_StringToBinary(const char* text, std::uint32_t length, std::uint8_t
              length, size);
     return -1;
   }
-  // Nothing promises a terminator behind the digits, nor that there is none among them.
+  // The digits may lack a terminator, and there may be one among them.
   const std::size_t pairs = count_digits(text, strnlen(text, length)) / 2;
   read_pairs(text, pairs, bytes);
   if (pairs != count) {
@@ -148,14 +148,14 @@ int kelo_hex_StringToBinary(const char* text, std::uint32_t length, std::uint8_t
 }
 
 int kelo_hex_HexaToInteger(const char* text) {
-  constexpr std::uint32_t kLastWithRoom = INT_MAX / kBase;
+  constexpr std::uint32_t kLargestPrefix = INT_MAX / kBase;  // one more digit still fits
   if (text == nullptr) {
     kelo::log::param_null(__func__);
     return -1;
   }
   std::uint32_t value = 0;
   for (; *text != '\0'; ++text) {
-    if (!is_hex_digit(*text) || value > kLastWithRoom) return -1;
+    if (!is_hex_digit(*text) || value > kLargestPrefix) return -1;
     value = value * kBase + digit_value(*text);
   }
   return static_cast<int>(value);

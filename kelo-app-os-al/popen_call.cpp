@@ -1,4 +1,4 @@
-// Shell commands whose standard output is captured, line by line.
+// Runs shell commands and captures their standard output line by line.
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -22,27 +22,27 @@ using kelo::base::TextBuilder;
 
 constexpr char kFailed[] = "popen call:%s fail[%s]\n";
 constexpr char kInvalid[] = "parameter invaild!";
-constexpr char kNullText[] = "(null)";  // as the C library prints a null string
+constexpr char kNullText[] = "(null)";  // the text that the C library prints for a null string
 constexpr std::size_t kLongestPiece = 510;
 
-// Begins the result in the caller's buffer, of which nothing old is left.
+// Fills the caller's buffer with zeros and starts the result in it.
 TextBuilder zeroed_result(std::span<char> buffer) {
   std::fill(buffer.begin(), buffer.end(), '\0');
   return TextBuilder(buffer);
 }
 
-// The result is text: what stands behind a NUL byte would be lost to its readers, or taken for a line's
-// start.
+// Returns a line up to its first NUL byte. The result is a C string, so its readers could not see the rest of the line.
 std::string_view text_of(std::string_view line) { return {line.data(), strnlen(line.data(), line.size())}; }
 
-// The whole lines at the start of `arrived` that fit into `room` bytes and hold no NUL byte.
+// Returns the complete lines at the start of `arrived` that fit into `room` bytes and contain no NUL byte.
 std::string_view plain_lines(std::string_view arrived, std::size_t room) {
   const std::size_t length = strnlen(arrived.data(), std::min(arrived.size(), room));
   const std::string_view plain(arrived.data(), length);
-  return {arrived.data(), plain.rfind('\n') + 1};  // without a line npos, which is 0 with one added
+  return {arrived.data(),
+          plain.rfind('\n') + 1};  // without a newline rfind() returns npos, and npos + 1 is 0
 }
 
-// Keeps whole lines, until one does not fit. False without memory.
+// Keeps complete lines until a line does not fit. Returns false when memory runs out.
 bool capture_lines(const PipeStream& pipe, std::span<char> buffer) {
   static constexpr char kFunction[] = "kelo_popen_call";
   const auto storage = kelo::base::zeroed_array<char>(buffer.size());
@@ -51,7 +51,7 @@ bool capture_lines(const PipeStream& pipe, std::span<char> buffer) {
     return false;
   }
   TextBuilder result = zeroed_result(buffer);
-  // A piece of a longer line leaves room for one character behind it and the terminator.
+  // A piece of a longer line leaves space for one more character and the terminator.
   const std::size_t longest_piece = std::max<std::size_t>(buffer.size(), 2) - 2;
   LineReader lines(pipe.descriptor(), {storage.get(), longest_piece});
   for (std::string_view line = lines.next(); !line.empty(); line = lines.next()) {
@@ -64,7 +64,7 @@ bool capture_lines(const PipeStream& pipe, std::span<char> buffer) {
     result.append(text);
     KELO_LOG_AS(kFunction, LOG_LVL_DBUG, "Line string:%s", result.c_str() + before);
     if (kelo::log::passes(LOG_LVL_DBUG)) continue;
-    // Short lines are most of the work: those that nobody logs go over in one piece.
+    // Short lines take most of the time, so lines that need not be logged are copied together.
     const std::string_view more = plain_lines(lines.pending(), buffer.size() - 1 - result.size());
     result.append(more);
     lines.skip(more.size());
@@ -72,7 +72,7 @@ bool capture_lines(const PipeStream& pipe, std::span<char> buffer) {
   return true;
 }
 
-// Keeps what fits and reads all the rest.
+// Keeps the output that fits.
 void capture_pieces(const PipeStream& pipe, std::span<char> buffer) {
   static constexpr char kFunction[] = "kelo_popen_call_ex";
   std::array<char, kLongestPiece> storage;
@@ -82,7 +82,7 @@ void capture_pieces(const PipeStream& pipe, std::span<char> buffer) {
   for (std::string_view line = lines.next(); !line.empty(); line = lines.next()) {
     const std::string_view text = text_of(line);
     KELO_LOG_AS(kFunction, LOG_LVL_DBUG, "%.*s\n", static_cast<int>(text.size()), text.data());
-    const std::size_t taken = result.size() + 2;  // callers rely on the last but one byte staying zero
+    const std::size_t taken = result.size() + 2;  // callers rely on the last byte but one being zero
     const std::size_t room = buffer.size() > taken ? buffer.size() - taken : 0;
     result.append({text.data(), std::min(text.size(), room)});
     if (result.size() + 1 == buffer.size()) {
@@ -93,12 +93,12 @@ void capture_pieces(const PipeStream& pipe, std::span<char> buffer) {
   }
 }
 
-// What there is room for in a buffer of the caller's. Empty for a size that is none.
-std::span<char> room_of(char* buffer, std::int32_t size) {
+// Returns the caller's buffer. It is empty when `size` is not positive.
+std::span<char> buffer_of(char* buffer, std::int32_t size) {
   return {buffer, size > 0 ? static_cast<std::size_t>(size) : 0};
 }
 
-// Callers rely on the command having produced its output by then: no signal shortens the pause.
+// Callers rely on this pause, during which the command produces its output. Signals do not shorten it.
 void pause_for_output() {
   constexpr unsigned kSecond = 1'000'000;
   static_cast<void>(kelo::base::Deadline(1000).pause(kSecond));
@@ -118,7 +118,7 @@ int kelo_popen_call(const char* command, char* result, std::int32_t size) {
   }
   const char* shown = kNullText;
   if (result != nullptr) {
-    const std::span<char> buffer = room_of(result, size);
+    const std::span<char> buffer = buffer_of(result, size);
     if (!buffer.empty() && !capture_lines(pipe, buffer)) return -1;
     shown = buffer.empty() ? "" : result;
   }
@@ -137,6 +137,6 @@ int kelo_popen_call_ex(const char* command, char* result, std::int32_t size) {
     return -1;
   }
   pause_for_output();
-  capture_pieces(pipe, room_of(result, size));
+  capture_pieces(pipe, buffer_of(result, size));
   return 0;
 }

@@ -1,4 +1,4 @@
-// How many processes bear a name.
+// Counts the processes with a given name.
 #include <array>
 #include <cstddef>
 #include <span>

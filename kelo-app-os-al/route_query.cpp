@@ -1,4 +1,4 @@
-// The IPv6 gateway of an interface, from the kernel's routes.
+// Finds the IPv6 gateway of an interface in the routes of the kernel.
 #include "kelo-app-os-al/route_query.hpp"
 
 #include <arpa/inet.h>
@@ -23,7 +23,7 @@
 namespace kelo::os {
 namespace {
 
-// Names under which steps log that several functions share.
+// The function names in the messages of steps that several functions share.
 constexpr char kDumpRoute[] = "kelo_dump_route";
 constexpr char kReadResponse[] = "kelo_get_route_dump_response";
 
@@ -31,31 +31,31 @@ struct RouteRequest {
   nlmsghdr header;
   rtmsg route;
 };
-constexpr int kRouteHeadSize = sizeof(RouteRequest);
-static_assert(kRouteHeadSize == 28);
+constexpr int kRouteHeaderSize = sizeof(RouteRequest);
+static_assert(kRouteHeaderSize == 28);
 
 constexpr std::uint32_t kSequenceNumber = 0x1231;
 
-// Whether a route leads through the interface to a gateway, which is then written as text. `message` has as
-// many bytes as `length` says, should that be 28 or more.
+// Whether a route leads through the interface to a gateway. If so, the address of the gateway is written as text. If
+// `length` is 28 or more, `message` must have that many bytes.
 bool dump_route(const std::byte* message, std::int32_t length, unsigned interface_index, char* gateway) {
-  if (length < kRouteHeadSize) {
-    const auto missing = static_cast<int>(std::int64_t{length} - kRouteHeadSize);
+  if (length < kRouteHeaderSize) {
+    const auto missing = static_cast<int>(std::int64_t{length} - kRouteHeaderSize);
     KELO_LOG_AS(kDumpRoute, LOG_LVL_ERR, "Wrong message length:%d:%d:%ld\n", length, missing,
-                long{kRouteHeadSize});
+                long{kRouteHeaderSize});
     return false;
   }
   if (interface_index == 0) {
-    // Field tools look for this line as it is, with nothing between the brackets.
+    // Field tools search for this message, which has nothing between the brackets.
     KELO_LOG_AS(kDumpRoute, LOG_LVL_ERR, "Can't map iface name(%s) to index\n", "");
     return false;
   }
   const ByteSpan bytes(message, static_cast<std::size_t>(length));
-  const auto route = leading<rtmsg>(behind(bytes, sizeof(nlmsghdr)));
+  const auto route = leading<rtmsg>(after(bytes, sizeof(nlmsghdr)));
   if (!route || route->rtm_family != AF_INET6) return false;
   std::optional<std::uint32_t> output_interface;
   std::optional<in6_addr> address;
-  RtnlAttributes attributes(behind(bytes, kRouteHeadSize));
+  RtnlAttributes attributes(after(bytes, kRouteHeaderSize));
   while (const auto attribute = attributes.next()) {
     if (attribute->header.rta_type == RTA_OIF)
       output_interface = leading<std::uint32_t>(attribute->payload());
@@ -67,14 +67,14 @@ bool dump_route(const std::byte* message, std::int32_t length, unsigned interfac
   return true;
 }
 
-// Awake it would cost a processor.
-[[noreturn]] void sleep_for_ever() {
+// Never returns. It sleeps, because an endless loop would use a whole processor.
+[[noreturn]] void sleep_forever() {
   for (;;) poll(nullptr, 0, -1);
 }
 
 struct Reply {
   base::HeapPtr<std::byte[]> bytes;
-  ssize_t length = 0;  // negative when there is none
+  ssize_t length = 0;  // negative after an error
   std::uint32_t sender = 0;
 };
 
@@ -141,7 +141,7 @@ void find_gateway(ByteSpan datagram, std::uint32_t sender, unsigned interface_in
       KELO_LOG_AS(kReadResponse, LOG_LVL_ERR, "Dump was interrupted\n");
       return;
     }
-    if (sender != 0) sleep_for_ever();
+    if (sender != 0) sleep_forever();
     if (message->header.nlmsg_type == NLMSG_ERROR) {
       KELO_LOG_AS(kReadResponse, LOG_LVL_ERR, "netlink reported error\n");
       return;

@@ -1,4 +1,4 @@
-// The part of the gateway query that reads what the kernel has answered.
+// Reads the answer of the kernel to a query for the gateway.
 #ifndef KELO_APP_OS_AL_ROUTE_QUERY_HPP
 #define KELO_APP_OS_AL_ROUTE_QUERY_HPP
 
@@ -8,9 +8,9 @@
 
 namespace kelo::os {
 
-// Looks through one datagram of a route dump and writes the first gateway of the interface into a buffer of
-// 46 bytes; none leaves it alone. Index 0 stands for an interface that does not exist. Never returns from a
-// datagram whose `sender`, a port id, is not the kernel's 0.
+// Writes the first gateway of the interface in a datagram of a route dump into `gateway`, a buffer of 46 bytes.
+// Without a gateway the buffer is unchanged. Index 0 means that the interface does not exist. If `sender`, a port id,
+// is not 0, which is the port id of the kernel, the function never returns.
 void find_gateway(ByteSpan datagram, std::uint32_t sender, unsigned interface_index, char* gateway);
 
 }  // namespace kelo::os

@@ -1,5 +1,5 @@
-// Chains of records as the routing family of netlink carries them: messages in a datagram and attributes in a
-// message. Each record begins with its length, and a sender may write there what it likes.
+// Reads chains of records of the routing family of netlink: messages in a datagram and attributes in a message. Each
+// record begins with its length. The length may be wrong, because other processes can send datagrams, too.
 #ifndef KELO_APP_OS_AL_RTNL_CHAIN_HPP
 #define KELO_APP_OS_AL_RTNL_CHAIN_HPP
 
@@ -17,12 +17,13 @@ namespace kelo::os {
 
 using ByteSpan = std::span<const std::byte>;
 
-inline ByteSpan behind(ByteSpan bytes, std::size_t count) {
+// Returns the bytes after the first `count`, which may be none.
+inline ByteSpan after(ByteSpan bytes, std::size_t count) {
   return bytes.subspan(std::min(count, bytes.size()));
 }
 
-// The value at the start of the bytes; nothing when they are too few. Copied out, since no sender has to
-// place it where the processor could read it.
+// Returns the value at the start of the bytes, or nothing when there are too few bytes. The value is copied, because
+// it may not be aligned.
 template <typename Value>
 std::optional<Value> leading(ByteSpan bytes) {
   static_assert(std::is_trivially_copyable_v<Value>);
@@ -38,12 +39,12 @@ inline std::size_t length_of(const rtattr& header) { return header.rta_len; }
 template <typename Header>
 struct RtnlRecord {
   Header header;
-  ByteSpan bytes;  // all of it, the header included
+  ByteSpan bytes;  // the whole record with its header
 
-  [[nodiscard]] ByteSpan payload() const { return behind(bytes, sizeof(Header)); }
+  [[nodiscard]] ByteSpan payload() const { return after(bytes, sizeof(Header)); }
 };
 
-// Hands out whole records only, and ends at the first whose length cannot be.
+// Returns complete records only, and ends at the first record with an impossible length.
 template <typename Header>
 class RtnlChain {
  public:
@@ -55,7 +56,7 @@ class RtnlChain {
     const std::size_t length = length_of(*header);
     if (length < sizeof(Header) || length > left_.size()) return {};
     const RtnlRecord<Header> record{*header, left_.first(length)};
-    left_ = behind(left_, (length + kAlignment - 1) / kAlignment * kAlignment);
+    left_ = after(left_, (length + kAlignment - 1) / kAlignment * kAlignment);
     return record;
   }
 

@@ -1,3 +1,4 @@
+// Sockets of the routing family of netlink.
 #include "kelo-app-os-al/rtnl_socket.hpp"
 
 #include <linux/netlink.h>

@@ -1,4 +1,4 @@
-// Sockets to the kernel's routing family.
+// Sockets of the routing family of netlink.
 #ifndef KELO_APP_OS_AL_RTNL_SOCKET_HPP
 #define KELO_APP_OS_AL_RTNL_SOCKET_HPP
 
@@ -8,10 +8,10 @@
 
 namespace kelo::os {
 
-// An empty Descriptor on failure, which is logged under the name of the calling operation.
+// Returns an empty Descriptor on failure, and logs it under the name of the calling operation.
 base::Descriptor open_rtnl_socket(const char* operation);
 
-// Port id 0 lets the kernel choose one. False on failure, logged as above.
+// Binds the socket. With port id 0 the kernel chooses a port id. Returns false on failure, which is logged as above.
 bool bind_rtnl_socket(const base::Descriptor& socket, std::uint32_t port_id, std::uint32_t groups,
                       const char* operation);
 

@@ -1,3 +1,4 @@
+// Runs a command without a shell and supervises it.
 #include <array>
 #include <cstring>
 
@@ -11,10 +12,11 @@ using kelo::os::SupervisedCommand;
 
 constexpr std::size_t kCommandSize = 512;  // bytes, terminator included
 constexpr std::size_t kMostWords = 31;
-constexpr std::size_t kShellWords = 3;  // those that have the shell start the program
+constexpr std::size_t kShellWords = 3;  // the words that make the shell start the program
 
-// What the words for programs lead to, which are the last parts of the paths. It is one text of texts, since pointers to
-// them would take relocations. "ndc" is in different places: it is found through the search path.
+// The paths of the programs that may be started by their names, which are the last parts of the paths. They are one
+// text, because pointers to several texts would need relocations. "ndc" is in different folders, so it is searched
+// for in PATH.
 constexpr char kPrograms[] =
     "/usr/sbin/iptables\0"
     "/usr/sbin/ip6tables\0"
@@ -27,11 +29,10 @@ constexpr char kPrograms[] =
     "/bin/ls\0"
     "/bin/sleep\0";
 
-// A word with one of these anywhere is a path of its own. They are part of "/system/bin", "/usr/bin" and
-// "/usr/sbin" too.
+// A word that contains one of these is a path. They also occur in "/system/bin", "/usr/bin" and "/usr/sbin".
 constexpr std::array<const char*, 2> kProgramFolders = {"/bin", "/sbin"};
 
-// What to start for the first word of a command; null when it may not be started.
+// Returns the program to start for the first word of a command, or null when it must not be started.
 const char* resolve_program(const char* word) {
   for (const char* folder : kProgramFolders) {
     if (std::strstr(word, folder) != nullptr) return word;
@@ -43,10 +44,10 @@ const char* resolve_program(const char* word) {
   return nullptr;
 }
 
-// A command taken apart into words, in a buffer of its own: all of it stands ready before the fork.
+// Splits a copy of a command into words, so that everything is prepared before the fork.
 class CommandWords {
  public:
-  // `command` has fewer than kCommandSize characters.
+  // `command` must have fewer than kCommandSize characters.
   explicit CommandWords(const char* command) {
     std::memcpy(text_.data(), command, std::strlen(command) + 1);
     char* rest = text_.data();
@@ -56,7 +57,7 @@ class CommandWords {
   }
 
   [[nodiscard]] const char* first() const { return words_[kShellWords]; }
-  // The words are taken as writable text and left alone.
+  // The parameter types of exec ask for writable text, but nothing writes to it.
   SupervisedCommand command_of(const char* text, const char* program) {
     words_[0] = const_cast<char*>("sh");
     words_[1] = const_cast<char*>("-c");
@@ -72,7 +73,7 @@ class CommandWords {
   }
 
   std::array<char, kCommandSize> text_;
-  std::array<char*, kShellWords + kMostWords + 1> words_{};  // null behind the last
+  std::array<char*, kShellWords + kMostWords + 1> words_{};  // null after the last one
   std::size_t count_ = 0;
   bool too_many_ = false;
 };

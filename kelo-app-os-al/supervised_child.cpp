@@ -1,3 +1,4 @@
+// Runs one command as a child process, captures its output and kills it when it prints nothing for too long.
 #include "kelo-app-os-al/supervised_child.hpp"
 
 #include <poll.h>
@@ -14,7 +15,7 @@
 #include "base/file.hpp"
 #include "log/library_log.hpp"
 
-// Log lines of a supervised command carry the name of this stage, whatever step they come from.
+// All messages about a supervised command carry this function name.
 #define STAGE_LOG(level, ...) KELO_LOG_AS("kelo_ds_exec_internal", level, __VA_ARGS__)
 
 namespace kelo::os {
@@ -25,11 +26,11 @@ using base::Descriptor;
 using base::Pipe;
 using base::read_some;
 
-constexpr int kSilenceMilliseconds = 2000;
+constexpr int kOutputTimeoutMilliseconds = 2000;
 
-// Calls that the C library need not know. They have these numbers on every machine.
-constexpr long kSignalHandle = 424;  // pidfd_send_signal
-constexpr long kOpenHandle = 434;    // pidfd_open
+// The C library may have no functions for these system calls. Their numbers are the same on every machine.
+constexpr long kPidfdSendSignal = 424;
+constexpr long kPidfdOpen = 434;
 
 bool open_logged(Pipe& pipe) {
   const bool opened = pipe.open();
@@ -37,13 +38,14 @@ bool open_logged(Pipe& pipe) {
   return opened;
 }
 
-// A child, and why it never became the program.
+// A child, and the reason why it could not run the program.
 struct Start {
   pid_t child;
-  int error;  // of the failed exec; 0 where there was none
+  int error;  // of the failed exec, or 0
 };
 
-// A program that cannot be started shows as a child that ends with code 255. Without a process there is no child.
+// If the program cannot be started, the child is a shell that exits with code 255. If no process can be created,
+// there is no child.
 Start start(const SupervisedCommand& command, ChildFiles files) {
   int error = 0;
   if (!command.too_many_words) {
@@ -56,12 +58,13 @@ Start start(const SupervisedCommand& command, ChildFiles files) {
   return {base::start_shell("exit 255", files), error};
 }
 
+// Reads and drops what has arrived. Returns false at the end of the output.
 bool discard(int fd) {
   std::array<char, 4096> unwanted;
   return read_some(fd, unwanted) > 0;
 }
 
-// Reads what has arrived, straight into its place. False at the end of the output.
+// Reads what has arrived into the caller's buffer. Returns false at the end of the output.
 bool capture(int fd, CaptureBuffer& output) {
   const std::span<char> room = output.room();
   if (room.empty()) return discard(fd);
@@ -71,28 +74,29 @@ bool capture(int fd, CaptureBuffer& output) {
   return true;
 }
 
-// Supervises a running child from the parent's side.
+// Supervises a running child in the parent.
 class Supervisor {
  public:
   Supervisor(pid_t child, Descriptor watch, Descriptor output)
       : child_(child),
-        handle_(static_cast<int>(syscall(kOpenHandle, child, 0))),
+        process_(static_cast<int>(syscall(kPidfdOpen, child, 0))),
         watch_(std::move(watch)),
         output_(std::move(output)) {}
 
-  // Captures until both pipes have ended. False when the child was given up: killed for its silence, or left
-  // running because it could not be waited for. Nobody reaps it here then: that is the calling process's.
+  // Captures the output until both pipes have ended. Returns false when the child was killed because nothing arrived
+  // in time, or when the wait failed and the child still runs. In these cases the calling process must reap the
+  // child.
   bool follow(CaptureBuffer& captured) {
     while (watch_ || output_) {
-      // poll() and not select(), which cannot name descriptors from 1024 on; the messages keep their words.
+      // poll() and not select(), which cannot name descriptors from 1024 on; the messages still say select().
       std::array<pollfd, 2> ends = {{{watch_.get(), POLLIN, 0}, {output_.get(), POLLIN, 0}}};
-      const int ready = poll(ends.data(), ends.size(), kSilenceMilliseconds);
+      const int ready = poll(ends.data(), ends.size(), kOutputTimeoutMilliseconds);
       if (ready == -1) {
         if (!may_wait_again(errno)) return false;
         continue;
       }
       if (ready == 0) {
-        kill_silent();
+        kill_after_timeout();
         return false;
       }
       if (ends[0].revents != 0 && !discard(watch_.get())) watch_.reset();
@@ -101,7 +105,7 @@ class Supervisor {
     return true;
   }
 
-  // Waits for the child's end. True when it exited with code 0.
+  // Waits until the child has ended. Returns true when it exited with code 0.
   [[nodiscard]] bool reap() const {
     const int status = base::wait_for_end(child_);
     const bool waited = status != -1;
@@ -121,16 +125,17 @@ class Supervisor {
     return true;
   }
 
-  // Whoever reaps every child of the process may have reaped this one, and its number may be another's: a handle
-  // stays that of the child. Without one, a child that is not there to be waited for is not killed.
+  // The calling process may already have reaped the child, and the process id may then belong to another process. The
+  // process descriptor always refers to the child. Without a descriptor the child is killed only if it can still be
+  // waited for.
   [[nodiscard]] bool kill_child() const {
-    if (handle_) return syscall(kSignalHandle, handle_.get(), SIGKILL, nullptr, 0) == 0;
+    if (process_) return syscall(kPidfdSendSignal, process_.get(), SIGKILL, nullptr, 0) == 0;
     siginfo_t state;
     return waitid(P_PID, static_cast<id_t>(child_), &state, WEXITED | WNOHANG | WNOWAIT) == 0 &&
            kill(child_, SIGKILL) == 0;
   }
 
-  void kill_silent() const {
+  void kill_after_timeout() const {
     if (!kill_child()) {
       STAGE_LOG(LOG_LVL_INFO, "[cpid:%d] ds_exec tried kill(); failed with error %d - %s\n", child_, errno,
                 std::strerror(errno));
@@ -140,12 +145,12 @@ class Supervisor {
   }
 
   const pid_t child_;
-  const Descriptor handle_;  // of the process; empty where the kernel has none to give
+  const Descriptor process_;  // refers to the child; empty on kernels without process descriptors
   Descriptor watch_;
   Descriptor output_;
 };
 
-// Says what a child that never became the program would have said, before its exit code is logged.
+// Logs why the program could not be started. This precedes the message about the exit code.
 void log_start_failure(const SupervisedCommand& command, int error) {
   if (command.too_many_words) STAGE_LOG(LOG_LVL_INFO, "(): command is too long\n");
   if (error != 0) STAGE_LOG(LOG_LVL_INFO, "exec() failed: %d:%s\nDying\n", error, std::strerror(error));
@@ -156,8 +161,7 @@ void log_start_failure(const SupervisedCommand& command, int error) {
 bool run_supervised(const SupervisedCommand& command, CaptureBuffer output, bool verbose) {
   if (verbose) STAGE_LOG(LOG_LVL_INFO, "(): Executing command \"%s\"\n", command.text);
 
-  // Nothing is ever written to the watch pipe: its end says that the child and all that inherited it are
-  // gone.
+  // Nothing is written to the watch pipe. It ends when the child and all processes that have inherited it have ended.
   Pipe watch;
   Pipe printed;
   if (!open_logged(watch) || !open_logged(printed)) return false;
@@ -165,7 +169,7 @@ bool run_supervised(const SupervisedCommand& command, CaptureBuffer output, bool
   const int print = printed.write_end.get();
   const Start started = start(command, {{print, STDOUT_FILENO},
                                         {print, STDERR_FILENO},
-                                        // Nothing else of the child has that number.
+                                        // That number is not used otherwise in the child.
                                         {watch.write_end.get(), watch.read_end.get()}});
   const pid_t child = started.child;
   if (child == -1) return false;

@@ -1,4 +1,5 @@
-// One command as a child process: started without a shell, its output captured, killed when it falls silent.
+// Runs one command as a child process without a shell, captures its output and kills it when it prints nothing for
+// too long.
 #ifndef KELO_APP_OS_AL_SUPERVISED_CHILD_HPP
 #define KELO_APP_OS_AL_SUPERVISED_CHILD_HPP
 
@@ -9,24 +10,24 @@ namespace kelo::os {
 
 struct SupervisedCommand {
   const char* text;              // the command line, for the log
-  char* const* shell_arguments;  // what has the shell start the program, which is a script of its own
-  char* const* arguments;        // the program's path first, null behind the last
-  bool too_many_words;           // the child gives up instead of starting the program
+  char* const* shell_arguments;  // make the shell start the program, if it is a script without "#!"
+  char* const* arguments;        // the first is the path of the program; null after the last
+  bool too_many_words;           // the program is not started
 };
 
-// The caller's output buffer. It is written only as bytes arrive, and terminated behind each arrival; what
-// does not fit is dropped.
+// The caller's output buffer. It is written only when bytes arrive, and then it is terminated. Output that does not
+// fit is dropped.
 class CaptureBuffer {
  public:
-  // A null `text`, or a size without room for a byte and its terminator, captures nothing.
+  // Nothing is captured if `text` is null or `size` is less than 2.
   CaptureBuffer(char* text, std::int32_t size) {
     if (text != nullptr && size > 1) room_ = {text, static_cast<std::size_t>(size) - 1};
   }
 
-  // Where the next bytes belong; the terminator's place is behind it. Empty when nothing more fits.
+  // The room for the next bytes. The byte after it is for the terminator. It is empty when nothing more fits.
   [[nodiscard]] std::span<char> room() const { return room_; }
 
-  // Takes in the first `count` bytes of the room. Not for an empty room.
+  // Appends the first `count` bytes of the room to the output. The room must not be empty.
   void keep(std::size_t count) {
     room_.data()[count] = '\0';
     room_ = {room_.data() + count, room_.size() - count};
@@ -36,7 +37,7 @@ class CaptureBuffer {
   std::span<char> room_;
 };
 
-// Runs the command and waits for its end. True when it exited with code 0.
+// Runs the command and waits for its end. Returns true when it exited with code 0.
 bool run_supervised(const SupervisedCommand& command, CaptureBuffer output, bool verbose);
 
 }  // namespace kelo::os

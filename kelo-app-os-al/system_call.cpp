@@ -1,4 +1,4 @@
-// Shell commands whose exit status is wanted.
+// Runs shell commands and returns their exit status.
 #include "kelo-app-os-al/system_call.hpp"
 
 #include <sys/wait.h>
@@ -48,8 +48,8 @@ int kelo_system_call(const char* command, std::uint32_t length) {
 }
 
 int kelo_system_call_var_arg(char* buffer, std::int32_t size, const char* format, ...) {
-  // Half a command is never run: neither what an unformattable argument leaves, nor what a buffer without
-  // room held before.
+  // Without room in the buffer its old content would be run, and after a failed formatting an incomplete command.
+  // Neither must happen.
   if (buffer == nullptr || format == nullptr || size <= 0) {
     kelo::log::param_null(__func__);
     return -1;

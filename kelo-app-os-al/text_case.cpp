@@ -1,4 +1,4 @@
-// Prefixes, suffixes and letter case.
+// Compares prefixes and suffixes, and changes the case of letters.
 #include <strings.h>
 
 #include <cctype>
@@ -39,7 +39,7 @@ char* kelo_string_toupper(char* text) {
     kelo::log::param_null(__func__);
     return nullptr;
   }
-  // <cctype> takes no negative values, which is what bytes above 127 are where `char` is signed.
+  // std::toupper() does not accept negative values. Bytes above 127 are negative where `char` is signed.
   for (char* at = text; *at != '\0'; ++at)
     *at = static_cast<char>(std::toupper(static_cast<unsigned char>(*at)));
   return text;

@@ -1,4 +1,4 @@
-// Copies of text into buffers of a given size.
+// Copies text into buffers of a given size.
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -16,22 +16,22 @@ namespace {
 using kelo::base::load;
 using Word = kelo::base::LargestWord;
 
-// Bytes of a UTF-8 character, by the number of leading one bits in its first byte.
+// The sizes of UTF-8 characters, indexed by the number of leading one bits in their first byte.
 constexpr std::array<std::uint8_t, 9> kCharacterSizes = {1, 0, 2, 3, 4, 0, 0, 0, 0};
 
 std::size_t character_size(char lead) {
   return kCharacterSizes[static_cast<std::size_t>(std::countl_one(static_cast<std::uint8_t>(lead)))];
 }
 
-enum class Utf8Run { whole_text, cut_short, ill_formed };
+enum class Utf8Fit { kWhole, kCut, kIllFormed };
 
 struct Utf8Prefix {
-  Utf8Run run;
+  Utf8Fit fit;
   std::size_t length;
 };
 
-// How many bytes of whole characters at the start of `text` fit into `room` bytes, and what ended them. A
-// character that the terminator cuts off is not whole and never fits.
+// Returns how many bytes of complete characters at the start of `text` fit into `room` bytes, and whether the whole
+// text fits. A character that the terminator interrupts is not complete and never fits.
 Utf8Prefix whole_characters(const char* text, std::size_t room) {
   constexpr Word kNotAscii = kelo::base::all_bytes<Word>(0x80);
   const std::size_t end = strnlen(text, room + 1);
@@ -43,14 +43,14 @@ Utf8Prefix whole_characters(const char* text, std::size_t room) {
       continue;
     }
     const std::size_t size = character_size(text[length]);
-    if (size == 0) return {Utf8Run::ill_formed, 0};
-    if (size > fitting - length) return {Utf8Run::cut_short, length};
+    if (size == 0) return {Utf8Fit::kIllFormed, 0};
+    if (size > fitting - length) return {Utf8Fit::kCut, length};
     length += size;
   }
-  return {Utf8Run::whole_text, length};
+  return {Utf8Fit::kWhole, length};
 }
 
-// Copies what fits into `size` bytes with a terminator. Returns the length of the source.
+// Copies the part of the text that fits into `size` bytes with a terminator. Returns the length of the source.
 inline std::size_t copy_text(char* destination, const char* source, std::size_t size) {
   const std::size_t length = std::strlen(source);
   if (length < size) {
@@ -93,5 +93,5 @@ int kelo_utf8_Copy(char* destination, const char* source, std::size_t size, std:
   std::memcpy(destination, source, prefix.length);
   destination[prefix.length] = '\0';
   if (copied != nullptr) *copied = prefix.length;
-  return prefix.run == Utf8Run::cut_short ? -1 : 0;
+  return prefix.fit == Utf8Fit::kCut ? -1 : 0;
 }

@@ -1,4 +1,4 @@
-// Replacing a piece of a text, and cutting a text into tokens.
+// Replaces a part of a text, and splits a text into tokens.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -38,15 +38,16 @@ int replace_str(char* text, const char* pattern, const char* replacement) {
   kelo::base::FixedText<kReplaceSize> result;
   result.append({text, static_cast<std::size_t>(found - text)}).append(replacement);
   result.append(found + std::strlen(pattern));
-  // Callers replace in fields of fixed width, so that no terminator may follow the result.
+  // Callers replace text in fields of fixed width, so no terminator is written after the result.
   std::memcpy(text, result.c_str(), result.size());
   return 0;
 }
 
 namespace kelo::text {
 
-// The C library's header promises the compiler that this function never gets a null pointer, and the compiler
-// would drop the check. Defined under a name that only shares the symbol, it keeps it.
+// The C library's header declares that the arguments of this function are never null, so the compiler would remove
+// the check for null. Here the function is declared under another name that has the same symbol, which keeps the
+// check.
 KELO_API char* strsep(char** text, const char* delimiters) __asm__("strsep");
 
 char* strsep(char** text, const char* delimiters) {

@@ -1,4 +1,4 @@
-// Text without what surrounds it: white space, characters of a set, quotes.
+// Removes white space, characters of a set or quotes from the ends of a text.
 #include <algorithm>
 #include <cctype>
 #include <cstddef>
@@ -9,7 +9,7 @@
 
 namespace {
 
-// <cctype> takes no negative values, which is what bytes above 127 are where `char` is signed.
+// std::isspace() does not accept negative values. Bytes above 127 are negative where `char` is signed.
 bool is_space(char character) { return std::isspace(static_cast<unsigned char>(character)) != 0; }
 
 }  // namespace
