@@ -6,7 +6,7 @@
 #include "base/heap.hpp"
 #include "kelo_utils/sqlite.h"
 #include "log/library_log.hpp"
-#include "sqlite3/src/files.hpp"
+#include "sqlite3/src/database_paths.hpp"
 #include "sqlite3/src/repair.hpp"
 #include "sqlite3/src/row.hpp"
 #include "sqlite3/src/safe_copy.hpp"

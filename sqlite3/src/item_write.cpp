@@ -4,7 +4,7 @@
 #include "base/file.hpp"
 #include "kelo_utils/sqlite.h"
 #include "log/library_log.hpp"
-#include "sqlite3/src/files.hpp"
+#include "sqlite3/src/database_paths.hpp"
 #include "sqlite3/src/health.hpp"
 #include "sqlite3/src/journal.hpp"
 #include "sqlite3/src/mend.hpp"

@@ -3,7 +3,7 @@
 
 #include "base/file.hpp"
 #include "log/library_log.hpp"
-#include "sqlite3/src/files.hpp"
+#include "sqlite3/src/database_paths.hpp"
 #include "sqlite3/src/health.hpp"
 #include "sqlite3/src/safe_copy.hpp"
 #include "sqlite3/src/shell.hpp"

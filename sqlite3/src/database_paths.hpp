@@ -1,6 +1,6 @@
 // The files of the configuration databases beside the exported paths, and the roles they have.
-#ifndef KELO_SQLITE3_FILES_HPP
-#define KELO_SQLITE3_FILES_HPP
+#ifndef KELO_SQLITE3_DATABASE_PATHS_HPP
+#define KELO_SQLITE3_DATABASE_PATHS_HPP
 
 #include <cstring>
 
@@ -16,4 +16,4 @@ bool same_directory(const char* path, const char* other);
 
 }  // namespace kelo::store
 
-#endif  // KELO_SQLITE3_FILES_HPP
+#endif  // KELO_SQLITE3_DATABASE_PATHS_HPP

@@ -1,13 +1,13 @@
 // The exported functions of the defaults database, and what the data manager stores many defaults with.
-#include "sqlite3/src/defaults.hpp"
+#include "sqlite3/src/face/default_access.hpp"
 
 #include <atomic>
 #include <cstddef>
 
 #include "base/heap.hpp"
+#include "sqlite3/src/defaults.hpp"
 #include "sqlite3/src/defaults_together.hpp"
 #include "sqlite3/src/face/arguments.hpp"
-#include "sqlite3/src/face/many_defaults.hpp"
 #include "sqlite3/src/version.hpp"
 
 using namespace kelo::store;

@@ -1,6 +1,6 @@
 // How the back-end stores the defaults that the data manager hands over all at once.
-#ifndef KELO_SQLITE3_FACE_MANY_DEFAULTS_HPP
-#define KELO_SQLITE3_FACE_MANY_DEFAULTS_HPP
+#ifndef KELO_SQLITE3_FACE_DEFAULT_ACCESS_HPP
+#define KELO_SQLITE3_FACE_DEFAULT_ACCESS_HPP
 
 #include <span>
 
@@ -14,4 +14,4 @@ void write_many_defaults(std::span<dm::PendingDefault> defaults);
 
 }  // namespace kelo::store
 
-#endif  // KELO_SQLITE3_FACE_MANY_DEFAULTS_HPP
+#endif  // KELO_SQLITE3_FACE_DEFAULT_ACCESS_HPP

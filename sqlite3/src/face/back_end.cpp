@@ -5,7 +5,7 @@
 #include "log/library_log.hpp"
 #include "sqlite3/src/defaults.hpp"
 #include "sqlite3/src/face/arguments.hpp"
-#include "sqlite3/src/face/many_defaults.hpp"
+#include "sqlite3/src/face/default_access.hpp"
 #include "sqlite3/src/item_write.hpp"
 #include "sqlite3/src/mutex.hpp"
 #include "sqlite3/src/repair.hpp"

@@ -1,5 +1,5 @@
 // Where the configuration databases are, and how they are moved.
-#include "sqlite3/src/files.hpp"
+#include "sqlite3/src/database_paths.hpp"
 
 #include <cstring>
 #include <string_view>
