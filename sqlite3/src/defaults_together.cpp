@@ -46,7 +46,7 @@ bool can_be_bound(const Row& row) {
 using Comparison = int (*)(const DefaultRow&, const DefaultRow&);
 
 // How many of the sorted rows come before `row`, or are at most as far as it.
-enum class Bound { kBefore = -1, kUpTo = 0 };
+enum class Bound { before = -1, up_to = 0 };
 
 std::size_t count_until(Bound bound, Sorted rows, const DefaultRow& row, Comparison compare) {
   std::size_t first = 0;
@@ -63,8 +63,8 @@ std::size_t count_until(Bound bound, Sorted rows, const DefaultRow& row, Compari
 }
 
 Sorted rows_of_table(Sorted rows, const DefaultRow& row) {
-  const Sorted without_later = rows.first(count_until(Bound::kUpTo, rows, row, compare_tables));
-  return without_later.subspan(count_until(Bound::kBefore, without_later, row, compare_tables));
+  const Sorted without_later = rows.first(count_until(Bound::up_to, rows, row, compare_tables));
+  return without_later.subspan(count_until(Bound::before, without_later, row, compare_tables));
 }
 
 // The rows of one table, compared with those that the database holds.
@@ -76,10 +76,10 @@ class TableOfDefaults {
   void compare() {
     for (std::size_t i = 0; i < rows_.size(); ++i) {
       const bool replaced = i + 1 < rows_.size() && compare_keys(*rows_[i], *rows_[i + 1]) == 0;
-      rows_[i]->state = replaced ? State::kStored : State::kAbsent;
+      rows_[i]->state = replaced ? State::stored : State::absent;
     }
     if (compare_stored()) return;
-    for (DefaultRow* const row : rows_) row->state = State::kLeft;
+    for (DefaultRow* const row : rows_) row->state = State::left_out;
   }
 
  private:
@@ -97,11 +97,11 @@ class TableOfDefaults {
     DefaultRow wanted{};
     wanted.row.key = reinterpret_cast<const char*>(sqlite3_column_text(stored, 3));
     if (wanted.row.key == nullptr) return;
-    const std::size_t count = count_until(Bound::kUpTo, rows_, wanted, compare_keys);
+    const std::size_t count = count_until(Bound::up_to, rows_, wanted, compare_keys);
     if (count == 0 || compare_keys(*rows_[count - 1], wanted) != 0) return;
     DefaultRow& last = *rows_[count - 1];
-    if (last.state != State::kDifferent)
-      last.state = holds(stored, last.row) ? State::kStored : State::kDifferent;
+    if (last.state != State::different)
+      last.state = holds(stored, last.row) ? State::stored : State::different;
   }
 
   static bool holds(sqlite3_stmt* stored, const Row& row) {
@@ -123,7 +123,7 @@ class RowWriter {
 
   bool write(const DefaultRow& row) {
     if (last_ == nullptr || last_->state != row.state || compare_tables(*last_, row) != 0) {
-      const char* const format = row.state == State::kAbsent ? sql::kInsertDefaults : sql::kUpdateDefaults;
+      const char* const format = row.state == State::absent ? sql::kInsertDefaults : sql::kUpdateDefaults;
       statement_ = prepare(db_, SqlText(format, row.row.table).c_str()).statement;
     }
     last_ = &row;
@@ -147,17 +147,16 @@ bool write_rows(sqlite3* db, std::span<DefaultRow> rows, Sorted sorted) {
   if (!execute(db, "begin immediate").ok()) return false;
   // No table is made while a statement is kept: SQLite would want that prepared again.
   for (const DefaultRow& row : rows) {
-    if (row.state == State::kUnknown)
-      TableOfDefaults(db, row.row.table, rows_of_table(sorted, row)).compare();
+    if (row.state == State::unknown) TableOfDefaults(db, row.row.table, rows_of_table(sorted, row)).compare();
   }
   RowWriter writer(db);
   for (DefaultRow& row : rows) {
-    if (row.state == State::kStored || row.state == State::kLeft) continue;
+    if (row.state == State::stored || row.state == State::left_out) continue;
     if (!writer.write(row)) return false;
   }
   if (!execute(db, "commit").ok()) return false;
   for (DefaultRow& row : rows) {
-    if (row.state != State::kLeft) row.state = State::kStored;
+    if (row.state != State::left_out) row.state = State::stored;
   }
   return true;
 }
@@ -169,8 +168,8 @@ bool write_defaults_together(std::span<DefaultRow> rows) {
   if (!sorted) return false;
   std::size_t count = 0;
   for (DefaultRow& row : rows) {
-    row.state = can_be_bound(row.row) ? State::kUnknown : State::kLeft;
-    if (row.state == State::kUnknown) sorted[count++] = &row;
+    row.state = can_be_bound(row.row) ? State::unknown : State::left_out;
+    if (row.state == State::unknown) sorted[count++] = &row;
   }
   std::qsort(sorted.get(), count, sizeof(void*), compare_for_sort);
   {

@@ -25,7 +25,7 @@ Health refused_open(const Opening& opening) {
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "Open failed: %s (Code: %d)\n", opening.text(), opening.code);
   }
   KELO_LOG_AS(kCaller, LOG_LVL_ERR, "is_corrupted=%d\n", corrupt ? 1 : 0);
-  return corrupt ? kCorrupt : kNotOpened;
+  return corrupt ? Health::corrupt : Health::not_opened;
 }
 
 Health failed_check(const char* path, const Outcome& check, int is_corrupted) {
@@ -38,19 +38,19 @@ Health failed_check(const char* path, const Outcome& check, int is_corrupted) {
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "%s Quick check error: %s (Code: %d)\n", path, text, check.code);
   }
   KELO_LOG_AS(kCaller, LOG_LVL_ERR, "is_corrupted=%d\n", is_corrupted);
-  return corrupt ? kCorrupt : kNotChecked;
+  return corrupt ? Health::corrupt : Health::not_checked;
 }
 
 }  // namespace
 
-int health_of(const char* path) {
+Health health_of(const char* path) {
   const Opening opening = open_for_reading(path);
   if (!opening.ok()) return refused_open(opening);
   int is_corrupted = 0;
   const Outcome check = execute(opening.db.get(), sql::kQuickCheck, on_row, &is_corrupted);
   if (!check.ok()) return failed_check(path, check, is_corrupted);
   KELO_LOG_AS(kCaller, LOG_LVL_DBUG, "is_corrupted=%d\n", is_corrupted);
-  return is_corrupted;
+  return static_cast<Health>(is_corrupted);
 }
 
 bool is_database(const char* path) {

@@ -4,10 +4,10 @@
 
 namespace kelo::store {
 
-enum Health { kHealthy = 0, kCorrupt = 1, kNotOpened = -1, kNotChecked = -2 };
+enum class Health { healthy = 0, corrupt = 1, not_opened = -1, not_checked = -2 };
 
-// Runs SQLite's quick check. Returns a Health.
-int health_of(const char* path);
+// Runs SQLite's quick check.
+Health health_of(const char* path);
 
 // Whether the file can be read as a database at all. Nothing is logged.
 bool is_database(const char* path);

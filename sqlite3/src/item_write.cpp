@@ -22,7 +22,7 @@ constexpr const char* kRowCaller = "dm_write_db";
 // would hide every other item.
 void carry_row_to_backup(const Row& row) {
   if (size_of(DB_CONFIGBAK) == 0) return;
-  const int written = write_row(DB_CONFIGBAK, row, OnCorruption::kFail);
+  const int written = write_row(DB_CONFIGBAK, row, OnCorruption::fail);
   KELO_LOG_AS(kCaller, LOG_LVL_ERR, "only the row of %s %s was written to %s: %d\n", row.table, row.key,
               DB_CONFIGBAK, written);
 }
@@ -31,7 +31,7 @@ void carry_row_to_backup(const Row& row) {
 // whole primary again.
 void heal_primary(const Row& row) {
   if (!take_primary_from_backup(kCaller)) return;
-  write_row(DB_CONFIG, row, OnCorruption::kFail);
+  write_row(DB_CONFIG, row, OnCorruption::fail);
   static_cast<void>(base::sync_directory_of(DB_CONFIG));
 }
 
@@ -44,7 +44,7 @@ int write_item(std::uint32_t id, const Row& row) {
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "dm_write_state_db  WS_READY failed: %d\n", DM_SQLITE_FAILED);
   }
   mend_primary(kCaller);
-  if (write_row(DB_CONFIG, row, OnCorruption::kRepair) < 0) {
+  if (write_row(DB_CONFIG, row, OnCorruption::repair) < 0) {
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "dm_update_db: \n");
     return DM_SQLITE_FAILED;
   }
@@ -52,8 +52,8 @@ int write_item(std::uint32_t id, const Row& row) {
   // power cut.
   if (!same_directory(DB_CONFIG, DB_CONFIGBAK)) static_cast<void>(base::sync_directory_of(DB_CONFIG));
   // Only a healthy primary may replace the backup: the backup is what a corrupt primary is repaired from.
-  const int health = health_of(DB_CONFIG);
-  if (health == kHealthy && !copy_primary_over_backup(kCaller)) carry_row_to_backup(row);
+  const Health health = health_of(DB_CONFIG);
+  if (health == Health::healthy && !copy_primary_over_backup(kCaller)) carry_row_to_backup(row);
   if (!same_directory(DB_CONFIGBAK, DB_STATE)) static_cast<void>(base::sync_directory_of(DB_CONFIGBAK));
   // Recorded after the copy, so that a journal left here tells start-up to complete the backup. SQLite syncs the
   // journal's directory on the way, where the other databases usually are as well.
@@ -64,7 +64,7 @@ int write_item(std::uint32_t id, const Row& row) {
   if (!record_in_journal(item, WS_BACKUP_DONE)) {
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "dm_write_state_db  WS_BACKUP_DONE failed: %d\n", DM_SQLITE_FAILED);
   }
-  if (health == kCorrupt) heal_primary(row);
+  if (health == Health::corrupt) heal_primary(row);
   return 0;
 }
 
@@ -82,7 +82,7 @@ int write_row(const char* path, const Row& row, OnCorruption on_corruption) {
     KELO_LOG_AS(kRowCaller, LOG_LVL_ERR, "[%d] create table error rc=%d, %s, szSql: %s\n", __LINE__,
                 created.code, created.text(), create.c_str());
     db.reset();
-    if (on_corruption == OnCorruption::kFail) return DM_SQLITE_FAILED;
+    if (on_corruption == OnCorruption::fail) return DM_SQLITE_FAILED;
     if (created.code != SQLITE_CORRUPT || repaired) {
       if (is_backup(path)) refresh_backup(kRowCaller);
       return DM_SQLITE_FAILED;

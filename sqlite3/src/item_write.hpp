@@ -12,7 +12,7 @@ namespace kelo::store {
 // or -1 when the primary could not be opened or given the item's table.
 int write_item(std::uint32_t id, const Row& row);
 
-enum class OnCorruption { kRepair, kFail };
+enum class OnCorruption { repair, fail };
 
 // Writes one row into a database file. Returns 0 once its table is there, -1 when that could not be made, -101 when
 // the file could not be opened.

@@ -108,10 +108,10 @@ bool record_in_journal(const JournalItem& item, int state) {
   const auto id = static_cast<std::int32_t>(item.id);
   const auto type = static_cast<std::int32_t>(item.type);
   const Presence presence = look_for_row(db.get(), sql::kJournalTable, sql::kJournalKey);
-  if (presence != Presence::kAbsent) {
+  if (presence != Presence::absent) {
     const SqlText update(sql::kUpdateJournal, item.table, id, item.key, type, item.len, state);
     if (!update_row(db, update.c_str())) return false;
-    if (presence == Presence::kPresent || sqlite3_changes(db.get()) > 0) return true;
+    if (presence == Presence::present || sqlite3_changes(db.get()) > 0) return true;
   }
   const SqlText insert(sql::kInsertJournal, item.table, id, item.key, type, item.len, state);
   return insert_row(db.get(), insert.c_str());

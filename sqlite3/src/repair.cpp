@@ -18,7 +18,7 @@ constexpr char kRecoveryCopy[] = "/kelonvbak/data/config.db";
 // back first; the recovery copy belongs to others and is judged as it is.
 bool good_source(const char* path) {
   if (path != kRecoveryCopy) roll_back_cut_transaction(path);
-  return health_of(path) == kHealthy && size_of(path) > 0;
+  return health_of(path) == Health::healthy && size_of(path) > 0;
 }
 
 bool replace(const char* caller, const char* words, const char* source, const char* target) {
@@ -58,12 +58,12 @@ void replace_useless_primary(const char* caller) {
 bool fill_empty_primary(const char* caller) {
   if (size_of(DB_CONFIG) > 0 || size_of(DB_CONFIGBAK) == 0) return true;
   roll_back_cut_transaction(DB_CONFIGBAK);
-  int health = health_of(DB_CONFIGBAK);
+  Health health = health_of(DB_CONFIGBAK);
   // SQLite's check calls a page damaged whose read failed, if only once.
-  if (health == kCorrupt) health = health_of(DB_CONFIGBAK);
-  if (health == kHealthy) return replace_primary(caller, kPlainWords, DB_CONFIGBAK);
+  if (health == Health::corrupt) health = health_of(DB_CONFIGBAK);
+  if (health == Health::healthy) return replace_primary(caller, kPlainWords, DB_CONFIGBAK);
   // A backup that could not be looked at, for want of memory perhaps, may hold everything.
-  return health == kCorrupt || !is_database(DB_CONFIGBAK);
+  return health == Health::corrupt || !is_database(DB_CONFIGBAK);
 }
 
 bool copy_primary_over_backup(const char* caller) {

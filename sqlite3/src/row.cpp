@@ -61,9 +61,9 @@ struct RowStatements {
 // number of rows that it changed.
 void update_or_insert(sqlite3* db, const Row& row, const RowStatements& statements) {
   const Presence presence = look_for_row(db, row.table, row.key);
-  if (presence != Presence::kAbsent) {
+  if (presence != Presence::absent) {
     const bool updated = run_row(statements.update_step, db, row, statements.update.c_str());
-    if (!updated || presence == Presence::kPresent || sqlite3_changes(db) > 0) return;
+    if (!updated || presence == Presence::present || sqlite3_changes(db) > 0) return;
   }
   run_row(statements.insert_step, db, row, statements.insert.c_str());
 }
@@ -78,10 +78,10 @@ std::int32_t value_crc(const void* value, int len) {
 Presence look_for_row(sqlite3* db, const char* table, const char* key) {
   const SqlText select(sql::kSelectExistence, table, key);
   const Rows found = select_rows(db, select.c_str());
-  if (found.outcome.ok()) return found.rows >= 1 ? Presence::kPresent : Presence::kAbsent;
+  if (found.outcome.ok()) return found.rows >= 1 ? Presence::present : Presence::absent;
   KELO_LOG_AS("dm_record_exist", LOG_LVL_ERR, "[%d] get table existence error: %s\n", __LINE__,
               sqlite3_errstr(found.outcome.code));
-  return Presence::kUnknown;
+  return Presence::unknown;
 }
 
 void store_item(sqlite3* db, const Row& row) {

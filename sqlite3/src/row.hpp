@@ -22,7 +22,7 @@ struct Row {
 // every stored checksum was made that way.
 std::int32_t value_crc(const void* value, int len);
 
-enum class Presence { kAbsent, kPresent, kUnknown };
+enum class Presence { absent, present, unknown };
 
 // Whether a row with this key is in the table. A failure to find out is logged.
 Presence look_for_row(sqlite3* db, const char* table, const char* key);

@@ -29,7 +29,7 @@ int complete_backup(Operation& operation, const JournalRow& journal) {
   const Row row = {item.table,  static_cast<std::int32_t>(item.id),
                    item.key,    static_cast<std::int32_t>(item.type),
                    value.get(), len};
-  const int written = write_row(DB_CONFIGBAK, row, OnCorruption::kRepair);
+  const int written = write_row(DB_CONFIGBAK, row, OnCorruption::repair);
   static_cast<void>(base::sync_directory_of(DB_CONFIGBAK));
   return written;
 }

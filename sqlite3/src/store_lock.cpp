@@ -137,7 +137,7 @@ void StoreLock::give_up() {
 bool StoreLock::make_exclusive() {
   if (exclusive()) return held_;
   give_up();
-  access_ = Access::kExclusive;
+  access_ = Access::exclusive;
   return held_ = take();
 }
 

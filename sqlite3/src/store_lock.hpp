@@ -6,7 +6,7 @@
 
 namespace kelo::store {
 
-enum class Access { kShared, kExclusive };
+enum class Access { shared, exclusive };
 
 // Holds the lock of the store whose primary file is `database`, in the file "<database>-lock". Operations that
 // only read share it. The kernel releases it when the process dies, and a child made by fork() does not have
@@ -23,7 +23,7 @@ class [[nodiscard]] StoreLock {
 
   // Whether the operation may begin; otherwise it must not touch a file.
   explicit operator bool() const { return held_; }
-  [[nodiscard]] bool exclusive() const { return access_ == Access::kExclusive; }
+  [[nodiscard]] bool exclusive() const { return access_ == Access::exclusive; }
   // Whether there is a lock file: without one the store can only be read.
   [[nodiscard]] bool locked() const { return file_.fd >= 0; }
 

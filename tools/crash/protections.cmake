@@ -28,7 +28,7 @@ kelo_without(parameter_sync sqlite3/src/parameters/connection.cpp
 kelo_without(restore_sync sqlite3/src/parameters/connection.cpp "base::sync_directory_of(kUserPath)" "true")
 kelo_without(backup_refresh sqlite3/src/repair.cpp
   "if (good_source(DB_CONFIGBAK) || !good_source(DB_CONFIG)) return;" "return;")
-kelo_without(update_first sqlite3/src/row.cpp "if (presence != Presence::kAbsent) {" "if (presence == Presence::kPresent) {")
+kelo_without(update_first sqlite3/src/row.cpp "if (presence != Presence::absent) {" "if (presence == Presence::present) {")
 kelo_without(one_transaction sqlite3/src/defaults_together.cpp
   "if (!execute(db, \"begin immediate\").ok()) return false;" "")
 kelo_without(defaults_sync sqlite3/src/defaults_together.cpp "static_cast<void>(base::sync_directory_of(DB_DEF_ITEMS));" "")

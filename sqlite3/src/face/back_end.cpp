@@ -40,24 +40,24 @@ constexpr kelo::dm::ManyDefaults kManyDefaults = {kOperations.def_db_const, writ
 
 bool registered;  // guarded by sqlite_mutex
 
-enum class VersionMatch { kSame, kDatabaseIsNewer, kDatabaseIsOlder };
+enum class VersionMatch { same, database_is_newer, database_is_older };
 
 VersionMatch compare_with_library(std::uint32_t stored) {
   const auto library = static_cast<std::int32_t>(kVersion);
   const auto database = static_cast<std::int32_t>(stored);
-  if (library == database) return VersionMatch::kSame;
-  return library < database ? VersionMatch::kDatabaseIsNewer : VersionMatch::kDatabaseIsOlder;
+  if (library == database) return VersionMatch::same;
+  return library < database ? VersionMatch::database_is_newer : VersionMatch::database_is_older;
 }
 
 void log_match(const char* caller, VersionMatch match, std::uint32_t stored) {
   switch (match) {
-    case VersionMatch::kSame:
+    case VersionMatch::same:
       KELO_LOG_AS(caller, LOG_LVL_DBUG, "sqlite_ver & database_ver is same\n");
       return;
-    case VersionMatch::kDatabaseIsNewer:
+    case VersionMatch::database_is_newer:
       KELO_LOG_AS(caller, LOG_LVL_DBUG, "sqlite_ver rollback to old,database is new\n");
       return;
-    case VersionMatch::kDatabaseIsOlder:
+    case VersionMatch::database_is_older:
       KELO_LOG_AS(caller, LOG_LVL_DBUG, "sqlite_ver update to new,database is old\n");
       if (stored == 0) KELO_LOG_AS(caller, LOG_LVL_DBUG, "database no update_cb ,clean db\n");
   }
@@ -87,7 +87,7 @@ void mend_databases(const char* caller) {
 // The steps of the first registration in a process. False when the store could not be had: the next registration
 // makes up for them.
 bool start_up(const char* caller) {
-  Operation operation(caller, Access::kExclusive);
+  Operation operation(caller, Access::exclusive);
   if (operation) {
     for (const char* const path : {DB_CONFIG, DB_CONFIGBAK}) remove_unused_copy(path);
   }
@@ -96,7 +96,7 @@ bool start_up(const char* caller) {
   if (result >= 1) {
     const VersionMatch match = compare_with_library(stored);
     log_match(caller, match, stored);
-    if (match == VersionMatch::kSame) complete_interrupted_write(operation);
+    if (match == VersionMatch::same) complete_interrupted_write(operation);
     mend_databases(caller);
   } else if (result == DM_SQLITE_NOT_PREPARED) {
     store_first_version(caller);
@@ -125,28 +125,28 @@ void sqlite_reg(kelo_dm_operations* ops) {
 }
 
 int dm_sqlite_check_database() {
-  Operation operation(__func__, Access::kExclusive);
+  Operation operation(__func__, Access::exclusive);
   return operation ? complete_interrupted_write(operation) : DM_SQLITE_FAILED;
 }
 
 int dm_sqlite_read_CfgDB_version(uint32_t* ver) {
   if (ver == nullptr) return refuse_null(__func__);
   const LockGuard lock(sqlite_mutex);
-  Operation operation(__func__, Access::kShared);
+  Operation operation(__func__, Access::shared);
   return operation ? read_stored_version(operation, ver) : DM_SQLITE_NOT_OPENED;
 }
 
 int dm_sqlite_read_DefItemsDB_version(uint32_t* ver) {
   if (ver == nullptr) return refuse_null(__func__);
   const LockGuard lock(sqlite_mutex);
-  const Operation operation(__func__, Access::kShared);
+  const Operation operation(__func__, Access::shared);
   return operation ? read_defaults_version(ver) : DM_SQLITE_NOT_OPENED;
 }
 
 void sqlite_chk_db_ver_match(int* matched) {
   if (matched == nullptr) return;
   const LockGuard lock(sqlite_mutex);
-  Operation operation(__func__, Access::kShared);
+  Operation operation(__func__, Access::shared);
   std::uint32_t cfg_ver = 0;
   if (!operation || read_stored_version(operation, &cfg_ver) < 0) {
     KELO_LOG(LOG_LVL_ERR, "tmp_sqlite_ver read fail\n");

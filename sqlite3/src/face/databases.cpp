@@ -19,7 +19,7 @@ using namespace kelo::store;
 
 int dm_pal_check_db_exist() {
   // A file that a crash left under its second name is put back first: it is there all the same.
-  const Operation operation(__func__, Access::kShared);
+  const Operation operation(__func__, Access::shared);
   if (!operation || access(DB_CONFIG, F_OK) != 0 || access(DB_CONFIGBAK, F_OK) != 0) return DM_SQLITE_FAILED;
   KELO_LOG(LOG_LVL_WRN, "config && configbak all exist\n");
   return 0;
@@ -28,10 +28,10 @@ int dm_pal_check_db_exist() {
 int check_database_health(const char* path) {
   if (path == nullptr) {
     refuse_null(__func__);
-    return kNotOpened;
+    return static_cast<int>(Health::not_opened);
   }
-  const Operation operation(__func__, Access::kShared);
-  return operation ? health_of(path) : kNotOpened;
+  const Operation operation(__func__, Access::shared);
+  return static_cast<int>(operation ? health_of(path) : Health::not_opened);
 }
 
 int integrity_check_callback(int* is_corrupted, int ncols, char** values, char** /*names*/) {
@@ -43,7 +43,7 @@ int dm_record_exist(sqlite3* db, const char* table, const char* key) {
     refuse_null(__func__);
     return 0;
   }
-  return look_for_row(db, table, key) == Presence::kPresent ? 1 : 0;
+  return look_for_row(db, table, key) == Presence::present ? 1 : 0;
 }
 
 int alter_table_add_column(sqlite3* db, const char* table, const char* key) {
@@ -52,7 +52,7 @@ int alter_table_add_column(sqlite3* db, const char* table, const char* key) {
 
 int dm_write_state_db(const char* table, uint32_t id, const char* key, uint32_t type, int len, int state) {
   if (table == nullptr || key == nullptr) return refuse_arguments(__func__);
-  const Operation operation(__func__, Access::kExclusive);
+  const Operation operation(__func__, Access::exclusive);
   return operation && record_in_journal({table, id, key, type, len}, state) ? 0 : DM_SQLITE_FAILED;
 }
 
@@ -66,13 +66,13 @@ int dm_sqlite_clean(const char* backup) {
   int kept_copies = 0;
   if (!count_kept_copies(kept_copies)) return DM_SQLITE_FAILED;
   const kelo::base::LockGuard lock(sqlite_mutex);
-  const Operation operation(__func__, Access::kExclusive);
+  const Operation operation(__func__, Access::exclusive);
   return operation && clean_databases(backup != nullptr, kept_copies) ? 0 : DM_SQLITE_FAILED;
 }
 
 int dm_read_all_tabs_from_db(const char* db_path) {
   if (db_path == nullptr) return refuse_arguments(__func__);
-  const Operation operation(__func__, Access::kShared);
+  const Operation operation(__func__, Access::shared);
   return operation ? export_database(db_path) : DM_SQLITE_NOT_OPENED;
 }
 

@@ -21,14 +21,14 @@ int read_row_of_default(const ItemRead& item, std::uint32_t* type) {
   constexpr const char* kCaller = "dm_read_def_db";
   if (item.table == nullptr || item.key == nullptr || item.buf == nullptr || item.size < 0)
     return refuse_arguments(kCaller);
-  const Operation operation(kCaller, Access::kShared);
+  const Operation operation(kCaller, Access::shared);
   return operation ? read_default(item, type) : DM_SQLITE_NOT_OPENED;
 }
 
 }  // namespace
 
 void kelo::store::write_many_defaults(std::span<dm::PendingDefault> defaults) {
-  const Operation operation("dm_sqlite_def_db_const", Access::kExclusive);
+  const Operation operation("dm_sqlite_def_db_const", Access::exclusive);
   if (!operation) {
     defaults.front().done = true;  // it was tried, and the failure is logged
     return;
@@ -44,22 +44,22 @@ void kelo::store::write_many_defaults(std::span<dm::PendingDefault> defaults) {
   }
   if (!write_defaults_together({rows.get(), defaults.size() + version})) return;
   for (std::size_t i = 0; i < defaults.size(); ++i)
-    defaults[i].done = rows[i == 0 ? 0 : i + version].state == DefaultRow::State::kStored;
-  if (rows[version].state == DefaultRow::State::kStored) defaults_version_written = true;
+    defaults[i].done = rows[i == 0 ? 0 : i + version].state == DefaultRow::State::stored;
+  if (rows[version].state == DefaultRow::State::stored) defaults_version_written = true;
   // The single write of the first default tries the version again, and logs what is wrong with it.
   if (!defaults_version_written) defaults.front().done = false;
 }
 
 int dm_sqlite_def_db_const(uint32_t /*id*/, kelo_dm_item_desc* item, const void* value, int len) {
   if (item == nullptr) return refuse_null(__func__);
-  const Operation operation(__func__, Access::kExclusive);
+  const Operation operation(__func__, Access::exclusive);
   if (!operation) return DM_SQLITE_NOT_OPENED;
   const int result = write_default(default_row(*item, value, len));
   return defaults_version_written.exchange(true) ? result : write_default(kVersionRow);
 }
 
 int dm_write_def_db(const char* table, const char* key, uint32_t type, const void* value, int len) {
-  const Operation operation(__func__, Access::kExclusive);
+  const Operation operation(__func__, Access::exclusive);
   if (!operation) return DM_SQLITE_NOT_OPENED;
   return write_default({table, 0, key, static_cast<std::int32_t>(type), value, len});
 }

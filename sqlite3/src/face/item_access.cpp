@@ -31,14 +31,14 @@ std::uint32_t type_of(kelo_dm_item_desc& item) {
 int journalled_write(std::uint32_t id, const Row& row) {
   constexpr const char* kCaller = "dm_pal_write";
   if (!good(row.table, row.key, row.value, row.len)) return refuse_arguments(kCaller);
-  const Operation operation(kCaller, Access::kExclusive);
+  const Operation operation(kCaller, Access::exclusive);
   return operation ? write_item(id, row) : DM_SQLITE_FAILED;
 }
 
 int verified_read(const ItemRead& item) {
   constexpr const char* kCaller = "dm_pal_read";
   if (!good(item.table, item.key, item.buf, item.size)) return refuse_arguments(kCaller);
-  Operation operation(kCaller, Access::kShared);
+  Operation operation(kCaller, Access::shared);
   return operation ? read_item(operation, item) : DM_SQLITE_NOT_OPENED;
 }
 
@@ -58,9 +58,9 @@ int dm_pal_write(const char* table, uint32_t id, const char* key, uint32_t type,
 int dm_write_db(const char* db_path, const char* table, uint32_t id, const char* key, uint32_t type,
                 const void* value, int len) {
   if (db_path == nullptr || !good(table, key, value, len)) return refuse_arguments(__func__);
-  const Operation operation(__func__, Access::kExclusive);
+  const Operation operation(__func__, Access::exclusive);
   if (!operation) return DM_SQLITE_NOT_OPENED;
-  return write_row(db_path, row_of(table, id, key, type, value, len), OnCorruption::kRepair);
+  return write_row(db_path, row_of(table, id, key, type, value, len), OnCorruption::repair);
 }
 
 int dm_sqlite_read(uint32_t /*id*/, kelo_dm_item_desc* item, void* buf, int len) {
@@ -86,6 +86,6 @@ int dm_pal_read(const char* table, const char* key, void* buf, int len) {
 int dm_read_db(const char* db_path, const char* table, const char* key, void* buf, uint32_t* crc_out,
                int len) {
   if (db_path == nullptr || !good(table, key, buf, len)) return refuse_arguments(__func__);
-  Operation operation(__func__, Access::kShared);
+  Operation operation(__func__, Access::shared);
   return operation ? read_row(operation, db_path, {table, key, buf, len}, crc_out) : DM_SQLITE_NOT_OPENED;
 }

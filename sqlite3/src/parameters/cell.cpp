@@ -14,10 +14,10 @@ int kelo_db_get_value(const char* table, const char* name, void* out, uint32_t t
     return KELO_DB_FAILED;
   }
   const LockGuard lock(parameter_mutex);
-  const Rows found = search_by_table(Database::kUser, StatementText("select %s from %s ;", name, table));
+  const Rows found = search_by_table(Database::user, StatementText("select %s from %s ;", name, table));
   if (!found.outcome.ok()) return KELO_DB_FAILED;
   if (found.rows == 0) {
-    KELO_LOG(LOG_LVL_ERR, "Error, db:%s search_by_table return failed.\n", path_of(Database::kUser));
+    KELO_LOG(LOG_LVL_ERR, "Error, db:%s search_by_table return failed.\n", path_of(Database::user));
     return KELO_DB_FAILED;
   }
   return read_variable(__func__, type, out, size, found.cell(0, 0)) ? 0 : KELO_DB_FAILED;
@@ -31,6 +31,6 @@ int kelo_db_update_value(const char* table, const char* name, const void* value,
   const LockGuard lock(parameter_mutex);
   const Column column = {table, name};
   // A text longer than a statement cannot be stored, so no more of it is looked at.
-  const bool stored = store_variable(__func__, UpdateForm::kCell, column, type, value, kStatementSize);
+  const bool stored = store_variable(__func__, UpdateSpacing::cell, column, type, value, kStatementSize);
   return stored ? 0 : KELO_DB_FAILED;
 }

@@ -94,8 +94,8 @@ bool run_copy_command(const char* command, store::ByteLock& under_way) {
 bool copy_over_user_file() {
   // What the kept connections know of the user's file is wrong for the one that takes its place, and the factory's
   // would lose its locks when the copy is made.
-  take_kept(Database::kUser).reset();
-  take_kept(Database::kFactory).reset();
+  take_kept(Database::user).reset();
+  take_kept(Database::factory).reset();
   store::roll_back_cut_transaction(kFactoryPath);
   copy_status = 0;
   const bool whole = store::copy_database({kUserPath, kFactoryPath, kUserPath, run_copy_command}) &&
@@ -107,7 +107,7 @@ bool copy_over_user_file() {
 // Holds the databases exclusively, with the user's as it was before a copy that a crash interrupted.
 class [[nodiscard]] Exclusive {
  public:
-  explicit Exclusive(const char* caller) : lock_(caller, kUserPath, Access::kExclusive) {
+  explicit Exclusive(const char* caller) : lock_(caller, kUserPath, Access::exclusive) {
     if (!lock_ || !store::copy_was_interrupted(kUserPath)) return;
     store::ByteLock copies;
     command_left_ = !copies.wait_for_copies(kUserPath);
@@ -143,7 +143,7 @@ void make_missing_user_file() {
   if (access(kFactoryPath, F_OK) == 0) {
     static_cast<void>(copy_over_user_file());
   } else {
-    take_kept(Database::kUser).reset();
+    take_kept(Database::user).reset();
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "Error, db:%s couldn't access.\n", kFactoryPath);
   }
 }
@@ -166,10 +166,10 @@ Lease::Lease(Database which) : which_(which) {
   if (db_ != nullptr) return;
   if (!works_on_any()) {
     make_missing_user_file();
-    lock_.emplace(kCaller, kUserPath, Access::kShared);
+    lock_.emplace(kCaller, kUserPath, Access::shared);
     if (!*lock_) return;
   }
-  take_kept(which == Database::kUser ? Database::kFactory : Database::kUser).reset();
+  take_kept(which == Database::user ? Database::factory : Database::user).reset();
   SqliteHandle db = take_kept_if_current(which);
   own(db ? std::move(db) : open_file(path_of(which)));
 }
@@ -203,8 +203,8 @@ void Lease::close() {
 int close_user_connection() {
   const store::SqliteUse use;
   const LockGuard lock(cache_mutex);
-  if (in_use[index_of(Database::kUser)] > 0) return SQLITE_BUSY;
-  sqlite3*& user = kept[index_of(Database::kUser)].db;
+  if (in_use[index_of(Database::user)] > 0) return SQLITE_BUSY;
+  sqlite3*& user = kept[index_of(Database::user)].db;
   SqliteHandle db(user);
   const int code = store::close_file(db);
   user = db.release();

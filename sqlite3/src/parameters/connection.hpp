@@ -9,7 +9,7 @@
 
 namespace kelo::params {
 
-enum class Database { kUser, kFactory };
+enum class Database { user, factory };
 
 const char* path_of(Database which);
 

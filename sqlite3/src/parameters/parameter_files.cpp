@@ -13,7 +13,7 @@ int kelo_db_exec_cmd(const char* sql, kelo_db_row_fn callback, void* arg, int wh
     return KELO_DB_FAILED;
   }
   KELO_LOG(LOG_LVL_DBUG, "executeCommand sql_cmd:%s!!\n", sql);
-  const Database database = which == kFactory ? Database::kFactory : Database::kUser;
+  const Database database = which == kFactory ? Database::factory : Database::user;
   const Lease connection(database);
   if (!connection) {
     KELO_LOG(LOG_LVL_ERR, "Error, db:%s open_sqlite_db return faild.\n", path_of(database));

@@ -66,7 +66,7 @@ Rows failed_search(int code) {
 }
 
 void end_statement(Lease& connection, Database which) {
-  if (which == Database::kUser) connection.close();
+  if (which == Database::user) connection.close();
 }
 
 }  // namespace
@@ -89,9 +89,9 @@ Rows search_by_table(Database which, const StatementText& select) {
 }
 
 bool update_item_to_db(const StatementText& update) {
-  Lease connection(Database::kUser);
+  Lease connection(Database::user);
   if (!connection) {
-    KELO_LOG(LOG_LVL_ERR, "Error, db:%s open_sqlite_db return faild.\n", path_of(Database::kUser));
+    KELO_LOG(LOG_LVL_ERR, "Error, db:%s open_sqlite_db return faild.\n", path_of(Database::user));
     return false;
   }
   KELO_LOG(LOG_LVL_DBUG, "sqlite3_exec sql_cmd:[%s].\n", update.c_str());
@@ -100,12 +100,12 @@ bool update_item_to_db(const StatementText& update) {
     KELO_LOG(LOG_LVL_ERR, "Error, sql_cmd err info:[%s].\n", outcome.text());
     return false;
   }
-  end_statement(connection, Database::kUser);
-  sync_database(Database::kUser);
+  end_statement(connection, Database::user);
+  sync_database(Database::user);
   return true;
 }
 
-bool store_variable(const char* caller, UpdateForm form, Column column, std::uint32_t type,
+bool store_variable(const char* caller, UpdateSpacing form, Column column, std::uint32_t type,
                     const void* variable, std::uint32_t size) {
   StatementText update;
   return write_update_of_variable(update, caller, form, column, type, variable, size) &&

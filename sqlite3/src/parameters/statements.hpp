@@ -14,7 +14,7 @@ store::Rows search_by_table(Database which, const StatementText& select);
 bool update_item_to_db(const StatementText& update);
 
 // Stores a variable. Every failure is logged, under `caller` too.
-bool store_variable(const char* caller, UpdateForm form, Column column, std::uint32_t type,
+bool store_variable(const char* caller, UpdateSpacing form, Column column, std::uint32_t type,
                     const void* variable, std::uint32_t size);
 
 // Runs the update of one column; its failure is logged under `caller` too.

@@ -41,14 +41,14 @@ bool has_variable(const char* caller, const kelo_db_param& param) {
 bool load(const char* caller, const char* table, const kelo_db_param& param) {
   if (!has_variable(caller, param)) return false;
   const StatementText select("select %s from %s", param.name, table);
-  const Rows found = search_by_table(Database::kUser, select);
+  const Rows found = search_by_table(Database::user, select);
   KELO_LOG_AS(caller, LOG_LVL_DBUG, "rc:%d, search_by_table sql_cmd:%s\n", found.outcome.code,
               select.c_str());
   KELO_LOG_AS(caller, LOG_LVL_DBUG, "rc:%d,  search_by_table azResult:%p, nrow:%d\n", found.outcome.code,
               static_cast<void*>(found.cells.get()), found.rows);
   if (!found.outcome.ok()) {
     KELO_LOG_AS(caller, LOG_LVL_ERR, "Error, db:%s search_by_table return failed. sql_cmd:%s\n",
-                path_of(Database::kUser), select.c_str());
+                path_of(Database::user), select.c_str());
     return false;
   }
   return found.rows == 0 || read_variable(caller, param.type, param.value, param.size, found.cell(0, 0));
@@ -57,16 +57,16 @@ bool load(const char* caller, const char* table, const kelo_db_param& param) {
 bool write_back(const char* caller, const char* table, const kelo_db_param& param) {
   if (!has_variable(caller, param)) return false;
   const Column column = {table, param.name};
-  return store_variable(caller, UpdateForm::kTable, column, param.type, param.value, param.size);
+  return store_variable(caller, UpdateSpacing::table, column, param.type, param.value, param.size);
 }
 
 bool reload(const char* caller, const char* table, const kelo_db_param& param) {
   if (!has_variable(caller, param)) return false;
   const StatementText select("select %s from %s;", param.name, table);
-  const Rows found = search_by_table(Database::kFactory, select);
+  const Rows found = search_by_table(Database::factory, select);
   if (!found.outcome.ok() || found.rows == 0) {
     KELO_LOG_AS(caller, LOG_LVL_ERR, "Error, db:%s search_by_table return failed.\n",
-                path_of(Database::kFactory));
+                path_of(Database::factory));
     return false;
   }
   KELO_LOG_AS(caller, LOG_LVL_DBUG, "tbl_name = %s,key = %s\n", table, param.name);

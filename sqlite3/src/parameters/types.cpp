@@ -46,35 +46,35 @@ bool write_text(TextBuilder& update, const void* variable, std::uint32_t size) {
   return true;
 }
 
-enum class Kind : std::uint8_t { kUnknown, k8Bit, k32Bit, k64Bit, kText };
+enum class Kind : std::uint8_t { unknown, bits_8, bits_32, bits_64, text };
 
 constexpr Kind kind_of(std::uint32_t type) {
   switch (type) {
     case KELO_DB_TYPE_8BIT_0:
     case KELO_DB_TYPE_8BIT_1:
-      return Kind::k8Bit;
+      return Kind::bits_8;
     case KELO_DB_TYPE_32BIT_2:
     case KELO_DB_TYPE_32BIT_4:
     case KELO_DB_TYPE_32BIT_7:
-      return Kind::k32Bit;
+      return Kind::bits_32;
     case KELO_DB_TYPE_64BIT:
-      return Kind::k64Bit;
+      return Kind::bits_64;
     case KELO_DB_TYPE_TEXT:
-      return Kind::kText;
+      return Kind::text;
     default:
-      return Kind::kUnknown;
+      return Kind::unknown;
   }
 }
 
 bool read(Kind kind, void* variable, std::uint32_t size, const char* text) {
   switch (kind) {
-    case Kind::k8Bit:
+    case Kind::bits_8:
       return read_number<std::uint8_t>(variable, text);
-    case Kind::k32Bit:
+    case Kind::bits_32:
       return read_number<std::uint32_t>(variable, text);
-    case Kind::k64Bit:
+    case Kind::bits_64:
       return read_number<std::uint64_t>(variable, text);
-    case Kind::kText:
+    case Kind::text:
       return read_text(variable, size, text);
     default:
       return false;
@@ -83,13 +83,13 @@ bool read(Kind kind, void* variable, std::uint32_t size, const char* text) {
 
 bool write(TextBuilder& update, Kind kind, const void* variable, std::uint32_t size) {
   switch (kind) {
-    case Kind::k8Bit:
+    case Kind::bits_8:
       update.print("%d", number_in<std::uint8_t>(variable));
       return true;
-    case Kind::k32Bit:
+    case Kind::bits_32:
       update.print("%d", number_in<std::int32_t>(variable));
       return true;
-    case Kind::k64Bit:
+    case Kind::bits_64:
       update.print("%llu", static_cast<unsigned long long>(number_in<std::uint64_t>(variable)));
       return true;
     default:
@@ -100,7 +100,7 @@ bool write(TextBuilder& update, Kind kind, const void* variable, std::uint32_t s
 // Blanks between "set" and the name of the column.
 constexpr const char* kWideGap = "  ";
 
-const char* gap_of_table(Kind kind) { return kind == Kind::k64Bit ? kWideGap : " "; }
+const char* gap_of_table(Kind kind) { return kind == Kind::bits_64 ? kWideGap : " "; }
 
 void log_type(const char* caller, std::uint32_t type) {
   KELO_LOG_AS(caller, LOG_LVL_ERR, "Error, param_type:%d \n", static_cast<int>(type));
@@ -125,14 +125,14 @@ bool read_variable(const char* caller, std::uint32_t type, void* variable, std::
   return false;
 }
 
-bool write_update_of_variable(StatementText& update, const char* caller, UpdateForm form, Column column,
+bool write_update_of_variable(StatementText& update, const char* caller, UpdateSpacing form, Column column,
                               std::uint32_t type, const void* variable, std::uint32_t size) {
   const Kind kind = kind_of(type);
-  if (kind == Kind::kUnknown) {
+  if (kind == Kind::unknown) {
     log_type(caller, type);
     return false;
   }
-  begin_update(update, form == UpdateForm::kTable ? gap_of_table(kind) : kWideGap, column);
+  begin_update(update, form == UpdateSpacing::table ? gap_of_table(kind) : kWideGap, column);
   const bool written = write(update, kind, variable, size);
   return end_update(update.put(';'), caller, column, written);
 }

@@ -23,11 +23,11 @@ struct Column {
 bool read_variable(const char* caller, std::uint32_t type, void* variable, std::uint32_t size,
                    const char* text);
 
-enum class UpdateForm { kTable, kCell };
+enum class UpdateSpacing { table, cell };
 
 // Writes the statement that stores a variable into `update`, which is empty. False, logged under `caller`, when there
 // is no such statement.
-bool write_update_of_variable(StatementText& update, const char* caller, UpdateForm form, Column column,
+bool write_update_of_variable(StatementText& update, const char* caller, UpdateSpacing form, Column column,
                               std::uint32_t type, const void* variable, std::uint32_t size);
 
 // The same with the statement that stores a factory text, whatever the type.
