@@ -1,6 +1,6 @@
 # Every test runs as a process of its own inside tests/sandbox.sh. A sandbox that cannot be made is a test skipped.
 set(KELO_TEST_SANDBOX ${CMAKE_SOURCE_DIR}/tests/sandbox.sh ${CMAKE_SOURCE_DIR} ${CMAKE_BINARY_DIR} -- ${CMAKE_CROSSCOMPILING_EMULATOR})
-# For tests of interfaces: tests/TOPIC_test.cmake puts it in the place of the other.
+# For tests of interfaces: INTERFACES in tests/CMakeLists.txt.
 set(KELO_TEST_INTERFACE_SANDBOX ${KELO_TEST_SANDBOX})
 list(INSERT KELO_TEST_INTERFACE_SANDBOX 1 --interfaces)
 set(KELO_TEST_PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 300)

@@ -44,7 +44,7 @@ done
 is_test() {
   local suite=${1%%.*} name=${1#*.}
   grep -rqsE "^TEST(_F|_P)?\($suite, $name\)" tests && return
-  grep -qsE "(^ *NAME |_share\(|_finds\()$name\b" tests/*_explorer_tests.cmake
+  grep -qsE "(^ *NAME |_share\(|_finds\()$name\b" tests/*/*_explorer_tests.cmake
 }
 # shellcheck disable=SC2016 # the backquotes are those of the page
 named=$(grep '^|' docs/promises.md | grep -oE '`[a-zA-Z_]+\.[A-Za-z_]+`' | tr -d '`' | sort -u)

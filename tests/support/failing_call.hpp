@@ -1,5 +1,4 @@
-// Lets a test name a call and fail it, for headers that put themselves in the place of calls. A program that
-// includes one of those links CMAKE_DL_LIBS in its .cmake file.
+// Lets a test name a call and fail it, for headers that put themselves in the place of calls.
 #ifndef KELO_TESTS_SUPPORT_FAILING_CALL_HPP
 #define KELO_TESTS_SUPPORT_FAILING_CALL_HPP
 

@@ -1,5 +1,5 @@
 // Makes chosen file calls of the whole test program fail, give less or use another file, the library's
-// included. Include it in exactly one source file of a test program, whose .cmake file links CMAKE_DL_LIBS.
+// included. Include it in exactly one source file of a test program.
 //
 // The calls are: open, read, pread, write, lseek, fstat, fsync and rename.
 #ifndef KELO_TESTS_SUPPORT_FILE_FAULTS_HPP

@@ -1,8 +1,5 @@
-// Makes real network interfaces. For a test whose .cmake file asks for the sandbox that lets it:
-//
-//   set(KELO_TEST_SANDBOX ${KELO_TEST_INTERFACE_SANDBOX})
-//
-// A call that the kernel refuses is a failure of the test.
+// Makes real network interfaces, for a test that has INTERFACES in tests/CMakeLists.txt. A call that the kernel refuses
+// is a failure of the test.
 #ifndef KELO_TESTS_SUPPORT_INTERFACES_HPP
 #define KELO_TESTS_SUPPORT_INTERFACES_HPP
 

@@ -1,5 +1,5 @@
 // Records the directories that the whole test program makes, the library included, and lets the making fail. Include
-// it in exactly one source file of a test program, whose .cmake file links CMAKE_DL_LIBS.
+// it in exactly one source file of a test program.
 #ifndef KELO_TESTS_MADE_DIRECTORIES_HPP
 #define KELO_TESTS_MADE_DIRECTORIES_HPP
 

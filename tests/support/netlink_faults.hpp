@@ -1,6 +1,5 @@
 // Makes chosen netlink and epoll calls of the whole test program fail, the library's included, follows them,
-// and can answer in the kernel's place. Include it in exactly one source file of a test program, whose .cmake
-// file links CMAKE_DL_LIBS.
+// and can answer in the kernel's place. Include it in exactly one source file of a test program.
 //
 // The calls are: socket, bind, send, recvmsg, epoll_create1, epoll_ctl and epoll_wait.
 #ifndef KELO_TESTS_SUPPORT_NETLINK_FAULTS_HPP

@@ -1,6 +1,5 @@
 // Makes chosen process calls of the whole test program fail, the library's included, and can put a recorder
-// in the place of started programs. Include it in exactly one source file of a test program, whose .cmake
-// file links CMAKE_DL_LIBS.
+// in the place of started programs. Include it in exactly one source file of a test program.
 //
 // The calls are: pipe2, posix_spawnp, pidfd_open, pidfd_send_signal, poll, read, kill and waitpid.
 #ifndef KELO_TESTS_SUPPORT_PROCESS_FAULTS_HPP

@@ -1,5 +1,5 @@
 // Makes reads of the whole test program fail, the library's included. Include it in exactly one source file of a
-// test program, whose .cmake file links CMAKE_DL_LIBS.
+// test program.
 #ifndef KELO_TESTS_SUPPORT_READ_FAULTS_HPP
 #define KELO_TESTS_SUPPORT_READ_FAULTS_HPP
 

@@ -1,5 +1,5 @@
 // Makes chosen socket calls of the whole test program fail, the library's included, and follows its waits.
-// Include it in exactly one source file of a test program, whose .cmake file links CMAKE_DL_LIBS.
+// Include it in exactly one source file of a test program.
 //
 // The calls are: socket, sendto, recvfrom, poll and ioctl.
 #ifndef KELO_TESTS_SUPPORT_SOCKET_FAULTS_HPP

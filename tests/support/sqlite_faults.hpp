@@ -1,5 +1,5 @@
 // Stands between the library and SQLite, the shell and fsync: makes chosen calls fail, and records all of
-// them. For tests whose .cmake file links kelo_sqlite_faults.
+// them. For tests with SQLITE_FAULTS in tests/CMakeLists.txt.
 //
 // The calls are: sqlite3_open, sqlite3_open_v2, sqlite3_prepare, sqlite3_prepare_v2, sqlite3_bind_blob,
 // sqlite3_step, sqlite3_exec, sqlite3_get_table, sqlite3_busy_handler, popen, pclose, system, fsync and

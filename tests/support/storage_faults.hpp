@@ -1,5 +1,5 @@
 // All calls with which a store of files works can be made to fail: those of file_faults.hpp and the ones below. Include
-// it in exactly one source file of a test program that links CMAKE_DL_LIBS.
+// it in exactly one source file of a test program.
 //
 // The calls are: pwrite, ftruncate, fdatasync, fcntl (with a command of locks), stat, lstat, access, unlink, link,
 // readlink, realpath, mkdir, fchmod, fchown, fopen, fwrite, syncfs, posix_spawnp and copy_file_range, which is

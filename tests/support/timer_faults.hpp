@@ -1,5 +1,5 @@
 // Makes chosen calls under the timers of the whole test program fail, the library's included. Include it in
-// exactly one source file of a test program, whose .cmake file links CMAKE_DL_LIBS.
+// exactly one source file of a test program.
 //
 // The calls are: timer_create, timer_settime, timer_gettime and timer_delete, which return minus the error;
 // pthread_attr_init, pthread_attr_setstacksize, pthread_attr_setdetachstate, pthread_attr_destroy and

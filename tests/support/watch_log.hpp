@@ -1,5 +1,5 @@
 // The watch log under test: an uptime of the test's choice, opens that fail, and the two files. Include it in
-// exactly one source file of a test program, whose .cmake file links CMAKE_DL_LIBS.
+// exactly one source file of a test program.
 //
 // The calls that can be made to fail are: open, fopen and read.
 #ifndef KELO_TESTS_SUPPORT_WATCH_LOG_HPP

@@ -1,1 +1,0 @@
-kelo_unsigned_char_test(${topic})

@@ -1,1 +1,0 @@
-list(INSERT KELO_TEST_SANDBOX 1 --data-size 1000000)
