@@ -1,4 +1,4 @@
-// The exchange of one AT command with the modem's service, over UDP on the loopback interface.
+// Sends one AT command to the modem's service and receives the reply, over UDP on the loopback interface.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -18,7 +18,7 @@
 #include "kelo_utils/app_common.h"
 #include "log/library_log.hpp"
 
-// Whatever step they come from, the lines carry the function's name.
+// All messages carry the name of the exported function.
 #define AT_LOG(level, ...) KELO_LOG_AS("kelo_util_send_at", level, __VA_ARGS__)
 
 namespace {
@@ -34,13 +34,13 @@ constexpr int kAttempts = 3;
 constexpr unsigned kWaitMilliseconds = 20000;
 constexpr char kFailure[] = "\r\nERROR\r\n";
 
-// Whether something arrives before `end`. A signal does not end the wait.
+// Waits until a datagram arrives or the time is over. A signal does not end the wait.
 bool wait_for_arrival(int fd, const kelo::base::Deadline& end) {
-  // poll() and not select(), which cannot name descriptors from 1024 on; the message keeps its word.
+  // select() does not support descriptors from 1024 on, so poll() is used. The message still says select.
   pollfd socket = {fd, POLLIN, 0};
   const int ready = retry_interrupted([&] {
     const int left = end.milliseconds_left();
-    // Not asked once more at the end: other hosts may send so much that something is always there.
+    // When the time is over, poll() is not called again: other hosts may send so much that it would always succeed.
     return left == 0 ? 0 : poll(&socket, 1, left);
   });
   if (ready > 0) return true;
@@ -52,14 +52,21 @@ bool is_of_this_host(const sockaddr_in& sender) {
   return ntohl(sender.sin_addr.s_addr) >> IN_CLASSA_NSHIFT == IN_LOOPBACKNET;
 }
 
-// One exchange: the reply in the caller's buffer and how much of it has arrived.
+void log_search(const char* result) { AT_LOG(LOG_LVL_DBUG, "str_end_rsp[k]=%s\r\n", result); }
+
+void log_misplaced(const char* search_start, const char* found) {
+  AT_LOG(LOG_LVL_DBUG, "no correct end:<%s>,<%s>,<%d>\r\n", search_start, found - 1,
+         static_cast<unsigned char>(found[-1]));
+}
+
+// One exchange. It collects the reply in the caller's buffer.
 class Exchange {
  public:
-  // `command` is what is sent, `length` characters.
+  // `command` is the text to send and `length` its length.
   Exchange(std::span<char> reply, const char* command, std::size_t length)
       : reply_(reply), command_(command), length_(length) {}
 
-  // False without a complete reply.
+  // Returns false when no complete reply has arrived.
   bool run() {
     const Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (!socket) {
@@ -68,9 +75,10 @@ class Exchange {
     }
     if (!send(socket.get())) return false;
     for (int attempt = 1; attempt <= kAttempts; ++attempt) {
-      if (!take_one(socket.get(), attempt)) continue;
-      if (attempt == 1 && kelo::at::strip_echo(reply_, command_)) held_ = std::strlen(reply_.data());
-      if (is_complete()) return true;
+      if (!receive_datagram(socket.get(), attempt)) continue;
+      if (attempt == 1 && kelo::at::strip_echo(reply_, command_))
+        length_of_reply_ = std::strlen(reply_.data());
+      if (kelo::at::has_final_result(reply_.data(), log_search, log_misplaced)) return true;
     }
     return false;
   }
@@ -83,18 +91,19 @@ class Exchange {
     service.sin_port = htons(kServicePort);
     service.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     const auto* const address = reinterpret_cast<const sockaddr*>(&service);
-    // Not connected: a service that is not there is silence and no error, and one may answer from any port.
+    // The socket is not connected: a missing service must lead to a timeout and not to an error, and a service may
+    // answer from any port.
     const ssize_t sent =
         retry_interrupted([&] { return sendto(fd, command_, length_, 0, address, sizeof service); });
     return sent == static_cast<ssize_t>(length_);
   }
 
-  // Appends one datagram that arrives in the time of the attempt. Those of other hosts are no answers: they
-  // are dropped, and the attempt goes on for the time that is left.
-  bool take_one(int fd, int attempt) {
+  // Appends one datagram to the reply. Datagrams from other hosts are dropped, and the wait continues for the remaining
+  // time of the attempt.
+  bool receive_datagram(int fd, int attempt) {
     const kelo::base::Deadline end(kWaitMilliseconds);
-    // A full buffer takes nothing of a datagram, which then counts as one of 0 bytes.
-    const std::span<char> room = reply_.subspan(held_, reply_.size() - 1 - held_);
+    // If the buffer is full, the datagram counts as one of 0 bytes.
+    const std::span<char> room = reply_.subspan(length_of_reply_, reply_.size() - 1 - length_of_reply_);
     sockaddr_in sender{};
     ssize_t received = 0;
     do {
@@ -108,26 +117,17 @@ class Exchange {
       AT_LOG(LOG_LVL_ERR, "recvfrom fail:error=%d,[%s]\n", errno, std::strerror(errno));
       return false;
     }
-    const std::size_t held_before = held_;
-    held_ += static_cast<std::size_t>(received);
-    AT_LOG(LOG_LVL_INFO, "recvfrom[%d,%d] %d bytes:[%d, %s]\n", attempt, static_cast<int>(held_before),
-           static_cast<int>(received), static_cast<int>(held_), reply_.data());
+    const std::size_t length_before = length_of_reply_;
+    length_of_reply_ += static_cast<std::size_t>(received);
+    AT_LOG(LOG_LVL_INFO, "recvfrom[%d,%d] %d bytes:[%d, %s]\n", attempt, static_cast<int>(length_before),
+           static_cast<int>(received), static_cast<int>(length_of_reply_), reply_.data());
     return true;
   }
 
-  [[nodiscard]] bool is_complete() const {
-    const auto log_result = [](const char* result) { AT_LOG(LOG_LVL_DBUG, "str_end_rsp[k]=%s\r\n", result); };
-    const auto log_wrong_place = [](const char* search_start, const char* found) {
-      AT_LOG(LOG_LVL_DBUG, "no correct end:<%s>,<%s>,<%d>\r\n", search_start, found - 1,
-             static_cast<unsigned char>(found[-1]));
-    };
-    return kelo::at::has_final_result(reply_.data(), log_result, log_wrong_place);
-  }
-
-  const std::span<char> reply_;  // the last byte stays zero
+  const std::span<char> reply_;  // the last byte is always zero
   const char* const command_;
   const std::size_t length_;
-  std::size_t held_ = 0;
+  std::size_t length_of_reply_ = 0;
 };
 
 bool exchange(std::span<char> reply, const char* command) {

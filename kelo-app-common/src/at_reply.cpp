@@ -1,3 +1,4 @@
+// The texts of an AT exchange.
 #include "kelo-app-common/src/at_reply.hpp"
 
 #include <algorithm>
@@ -5,7 +6,7 @@
 namespace kelo::at {
 namespace {
 
-// Of ASCII alone, whatever the process's locale.
+// Converts ASCII letters only and does not depend on the locale.
 char to_upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
 
 }  // namespace

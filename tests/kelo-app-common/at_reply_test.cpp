@@ -137,11 +137,12 @@ struct Search {
 };
 
 Search search(const std::string& reply) {
-  Search result;
+  static Search result;  // callbacks capture nothing
+  result = {};
   const ExactBuffer text(reply);
   result.complete = kelo::at::has_final_result(
-      text.data(), [&](const char* marker) { result.events.emplace_back(marker); },
-      [&](const char* start, const char* found) {
+      text.data(), [](const char* marker) { result.events.emplace_back(marker); },
+      [](const char* start, const char* found) {
         EXPECT_LT(start, found);
         result.events.push_back("<" + std::string(start) + "><" + (found - 1) + ">");
       });
