@@ -1,4 +1,4 @@
-// The IPv4 address of the router's LAN bridge.
+// Finds the IPv4 address of the router's LAN bridge.
 #include <net/if.h>
 #include <netinet/in.h>
 #include <sys/ioctl.h>
@@ -12,15 +12,15 @@
 #include "kelo_utils/app_common.h"
 #include "log/library_log.hpp"
 
-// Lines about one interface carry the name of this step.
+// Messages about one interface carry this function name.
 #define INTERFACE_LOG(level, ...) KELO_LOG_AS("kelo_util_get_if_addr", level, __VA_ARGS__)
 
 namespace {
 
-// What the bridge is called on one platform or another, in the order of preference.
+// The names of the bridge on the different platforms, in the order of preference.
 constexpr char kBridgeNames[][8] = {"bridge0", "br-lan", "brlan0", "br0"};
 
-// In network byte order; nothing when there is no such interface, or when it has no address.
+// Returns the address in network byte order, or nothing when there is no such interface or it has no address.
 std::optional<std::uint32_t> interface_address(const char* name) {
   if (name == nullptr || *name == '\0') {
     INTERFACE_LOG(LOG_LVL_ERR, "ifname is NULL\n");

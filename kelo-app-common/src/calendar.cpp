@@ -1,4 +1,4 @@
-// Milliseconds as a date and a time of day, and the days between two dates.
+// Converts milliseconds to a date and a time of day, and counts the days between two dates.
 #include <time.h>
 
 #include <algorithm>
@@ -19,10 +19,10 @@ constexpr std::uint64_t kSecondsPerDay = 86400;
 constexpr std::uint64_t kMillisecondsPerSecond = 1000;
 constexpr std::uint64_t kMillisecondsPerHour = 3600000;
 
-// Zeller's congruence, in which January and February belong to the year before. Callers tell Sundays by both
-// 0 and 7: a sum below 1 gives 1 to 7, any other 0 to 6. No date here is before 1970.
+// Computes the weekday by Zeller's congruence, in which January and February belong to the previous year. Callers
+// rely on the odd result for Sundays: a positive sum gives 0 to 6, any other sum 1 to 7. All dates are after 1969.
 std::uint8_t weekday_of(int year, int month, int day) {
-  // Divided in 64 bits without a sign, as all else, so that the library carries one division for CPUs without.
+  // The divisions are unsigned 64-bit ones, as everywhere, so CPUs without a divide instruction need only one function.
   const auto zeller_year = static_cast<std::uint64_t>(month <= 2 ? year - 1 : year);
   const int zeller_month = month <= 2 ? month + 12 : month;
   const auto century = static_cast<int>(zeller_year / 100);
@@ -34,15 +34,15 @@ std::uint8_t weekday_of(int year, int month, int day) {
   return sum > 0 ? days : static_cast<std::uint8_t>(7 - days);
 }
 
-// The numbers of a date. What is missing is 0, as is all behind it.
+// The numbers of a date. A missing number and all numbers after it are 0.
 struct DateText {
   int year = 0;
   int month = 0;
   int day = 0;
 };
 
-// A number as "%d" takes it, but with a defined value where an int is too small. Year 1900 can be subtracted
-// from every result. Null when there is none.
+// Reads a number as "%d" does, but a number outside the range of int becomes the nearest valid one. The lower limit
+// allows for the subtraction of 1900. Returns the end of the number, or null when there is none.
 const char* read_number(const char* text, int& number) {
   constexpr long kLeast = INT_MIN + kFirstYearOfTm;
   char* end = nullptr;
@@ -62,7 +62,7 @@ DateText read_date(const char* text) {
   return date;
 }
 
-// Of midnight by the zone's standard time, in summer too.
+// Returns the time of midnight in the standard time of the time zone, also for dates in summer.
 std::int64_t seconds_at_midnight(const DateText& date) {
   tm midnight{};
   midnight.tm_year = date.year - kFirstYearOfTm;

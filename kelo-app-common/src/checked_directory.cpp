@@ -1,4 +1,4 @@
-// A directory that is to be there from now on.
+// Creates a directory and its parents.
 #include <sys/stat.h>
 
 #include <array>
@@ -19,8 +19,8 @@ bool exists(const char* path) {
   return stat(path, &status) == 0;
 }
 
-// A parent that cannot be made shows in the last directory, which then cannot be made either.
-bool make_with_parents(const char* path) {
+// The result of creating a parent is ignored: if it fails, creating the last directory fails, too.
+bool create_with_parents(const char* path) {
   const std::size_t length = std::strlen(path);
   std::array<char, kPathSize> directory;
   if (length == 0 || length >= directory.size()) return false;
@@ -42,7 +42,7 @@ void oem_create_and_check_directory(const char* path) {
   }
   if (exists(path)) {
     KELO_LOG(LOG_LVL_DBUG, "Directory %s already exists.\n", path);
-  } else if (make_with_parents(path)) {
+  } else if (create_with_parents(path)) {
     KELO_LOG(LOG_LVL_DBUG, "Directory %s created.\n", path);
   } else {
     KELO_LOG(LOG_LVL_ERR, "Directory %s creation error.\n", path);

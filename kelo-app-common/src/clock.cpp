@@ -1,4 +1,4 @@
-// The monotonic clock, the wall clock and the time since boot.
+// Reads the monotonic clock, the wall clock and the time since boot.
 #include <sys/sysinfo.h>
 #include <time.h>
 

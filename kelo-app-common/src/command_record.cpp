@@ -1,4 +1,4 @@
-// Commands that daemons queue for each other, and the memory they own.
+// Allocates and frees the commands that daemons queue for each other.
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -18,12 +18,12 @@ using kelo::base::zeroed_or_fatal;
 
 constexpr std::size_t kNone = SIZE_MAX;
 
-// What becomes of a type's payload. Places are offsets in it.
+// How the payload of a command type is allocated and freed.
 struct PayloadKind {
   std::int32_t type;
-  std::size_t allocated = kNone;  // bytes, of the types that can be made here
-  std::array<std::size_t, 2> pointers = {kNone, kNone};
-  std::size_t table = kNone;
+  std::size_t size = kNone;  // in bytes; only some types can be allocated here
+  std::array<std::size_t, 2> pointer_offsets = {kNone, kNone};
+  std::size_t table_offset = kNone;
   bool freed = true;
 };
 
@@ -32,11 +32,11 @@ constexpr std::array<std::size_t, 2> kPointersOf0 = {offsetof(kelo_cmd_payload_0
 constexpr std::size_t kTableOf0 = offsetof(kelo_cmd_payload_0, table_11);
 
 constexpr std::array<PayloadKind, 13> kPayloadKinds = {{
-    {.type = 0, .allocated = KELO_CMD_PAYLOAD_0_SIZE, .pointers = kPointersOf0, .table = kTableOf0},
-    {.type = 4, .allocated = KELO_CMD_PAYLOAD_0_SIZE, .pointers = kPointersOf0, .table = kTableOf0},
+    {.type = 0, .size = KELO_CMD_PAYLOAD_0_SIZE, .pointer_offsets = kPointersOf0, .table_offset = kTableOf0},
+    {.type = 4, .size = KELO_CMD_PAYLOAD_0_SIZE, .pointer_offsets = kPointersOf0, .table_offset = kTableOf0},
     {.type = 5,
-     .allocated = KELO_CMD_PAYLOAD_5_SIZE,
-     .pointers = {offsetof(kelo_cmd_payload_5, owned_3), kNone}},
+     .size = KELO_CMD_PAYLOAD_5_SIZE,
+     .pointer_offsets = {offsetof(kelo_cmd_payload_5, owned_3), kNone}},
     {.type = 6, .freed = false},
     {.type = 7},
     {.type = 8},
@@ -44,32 +44,32 @@ constexpr std::array<PayloadKind, 13> kPayloadKinds = {{
     {.type = 10},
     {.type = 11},
     {.type = 12},
-    {.type = 13, .pointers = {offsetof(kelo_cmd_payload_13, owned_5), kNone}},
+    {.type = 13, .pointer_offsets = {offsetof(kelo_cmd_payload_13, owned_5), kNone}},
     {.type = 14},
-    {.type = 15, .pointers = {offsetof(kelo_cmd_payload_15, owned_1), kNone}},
+    {.type = 15, .pointer_offsets = {offsetof(kelo_cmd_payload_15, owned_1), kNone}},
 }};
 
-// Null for a type that nothing is known about.
+// Returns null for an unknown type.
 const PayloadKind* find_kind(std::int32_t type) {
   const auto* const kind = std::ranges::find(kPayloadKinds, type, &PayloadKind::type);
   return kind == kPayloadKinds.end() ? nullptr : kind;
 }
 
 template <typename T>
-T*& pointer_at(void* payload, std::size_t place) {
-  return *reinterpret_cast<T**>(static_cast<char*>(payload) + place);
+T*& pointer_at(void* payload, std::size_t offset) {
+  return *reinterpret_cast<T**>(static_cast<char*>(payload) + offset);
 }
 
 void free_and_clear(void*& block) { std::free(std::exchange(block, nullptr)); }
 
 void free_payload(const PayloadKind& kind, void* payload) {
   if (!kind.freed) return;
-  for (const std::size_t place : kind.pointers) {
-    if (place != kNone) free_and_clear(pointer_at<void>(payload, place));
+  for (const std::size_t offset : kind.pointer_offsets) {
+    if (offset != kNone) free_and_clear(pointer_at<void>(payload, offset));
   }
-  if (kind.table != kNone) {
-    auto* const table = pointer_at<kelo_cmd_table>(payload, kind.table);
-    // The entries are cleared because the table outlives them.
+  if (kind.table_offset != kNone) {
+    auto* const table = pointer_at<kelo_cmd_table>(payload, kind.table_offset);
+    // The pointers are set to null because the table itself is not freed.
     for (std::int32_t i = 0; table != nullptr && i < table->count; ++i)
       free_and_clear(table->entries[i].owned_3);
   }
@@ -80,11 +80,11 @@ void free_payload(const PayloadKind& kind, void* payload) {
 
 kelo_cmd_q_data* kelo_malloc_cmd_q_data(int cmd_type) {
   const PayloadKind* const kind = find_kind(cmd_type);
-  if (kind == nullptr || kind->allocated == kNone) {
+  if (kind == nullptr || kind->size == kNone) {
     KELO_LOG(LOG_LVL_ERR, "Invalid CMD type: %d\n", cmd_type);
     fatal(kCommonCode);
   }
-  auto payload = zeroed_or_fatal(kind->allocated, kCommonCode);
+  auto payload = zeroed_or_fatal(kind->size, kCommonCode);
   auto* const record =
       reinterpret_cast<kelo_cmd_q_data*>(zeroed_or_fatal(KELO_CMD_Q_DATA_SIZE, kCommonCode).release());
   record->cmd_type = cmd_type;

@@ -1,4 +1,4 @@
-// What this build of the library supports: the numbers are the one place that a product's build changes.
+// Tells which features this build of the library supports. The build of a product changes only the numbers below.
 #include <cstdint>
 
 #include "kelo_utils/app_common.h"

@@ -1,3 +1,4 @@
+// Converts the characters of the GSM default alphabet to UTF-8.
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -10,7 +11,8 @@
 
 namespace {
 
-// Septets 0 to 127. Phones without the extension table show its escape, 27, as a space, and so does this one.
+// The characters of the septets 0 to 127. Septet 27, the escape to the extension table, becomes a space, as on phones
+// that do not have this table.
 constexpr std::u16string_view kAlphabet =
     u"@£$¥èéùìòÇ\nØø\rÅå"
     u"Δ_ΦΓΛΩΠΨΣΘΞ ÆæßÉ"
@@ -22,36 +24,37 @@ constexpr std::u16string_view kAlphabet =
     u"pqrstuvwxyzäöñüà";
 static_assert(kAlphabet.size() == 128);
 static_assert(std::ranges::all_of(kAlphabet, [](char16_t character) { return character < 0x800; }),
-              "two bytes of UTF-8 are enough for each");
+              "each character takes at most two bytes of UTF-8");
 
-// The UTF-8 form of one character: a value below 256 is one byte, others are two, the high one first.
-constexpr std::uint16_t utf8_form(char16_t character) {
+// Returns the UTF-8 bytes of a character. A value below 256 is one byte, a greater value is two bytes with the first
+// one in the high bits.
+constexpr std::uint16_t utf8_bytes(char16_t character) {
   if (character < 0x80) return character;
   return static_cast<std::uint16_t>((0xC0 | character >> 6) << 8 | (0x80 | (character & 0x3F)));
 }
 
-constexpr std::array<std::uint16_t, 128> kUtf8Forms = [] {
-  std::array<std::uint16_t, 128> forms{};
-  std::ranges::transform(kAlphabet, forms.begin(), utf8_form);
-  return forms;
+constexpr std::array<std::uint16_t, 128> kUtf8Bytes = [] {
+  std::array<std::uint16_t, 128> bytes{};
+  std::ranges::transform(kAlphabet, bytes.begin(), utf8_bytes);
+  return bytes;
 }();
 
-// Writes bytes into a buffer and keeps its last byte for the terminator.
+// Writes bytes into a buffer and reserves its last byte for the terminator.
 class TextWriter {
  public:
-  // `size` is not 0.
+  // `size` must not be 0.
   TextWriter(char* buffer, std::size_t size) : buffer_(buffer), room_(size - 1) {}
 
   [[nodiscard]] bool full() const { return length_ == room_; }
   [[nodiscard]] std::size_t length() const { return length_; }
 
   void put(unsigned byte) { buffer_[length_++] = static_cast<char>(byte); }
-  // What does not fit as a whole is dropped.
-  void put_form(unsigned form) {
-    if (form < 0x100) return put(form);
+  // Writes a value of utf8_bytes(). A character that does not fit completely is dropped.
+  void put_character(unsigned bytes) {
+    if (bytes < 0x100) return put(bytes);
     if (room_ - length_ < 2) return;
-    put(form >> 8);
-    put(form & 0xFF);
+    put(bytes >> 8);
+    put(bytes & 0xFF);
   }
   void terminate() { buffer_[length_] = '\0'; }
 
@@ -74,14 +77,14 @@ int kelo_util_convert_gsm8bit_alpha_string_to_utf8(const std::uint8_t* septets, 
     const unsigned septet = septets[i];
     if (septet == '\r') {
       KELO_LOG(LOG_LVL_DBUG, "ignored CR charecter at index = %d\n", i);
-    } else if (septet < kUtf8Forms.size()) {
-      text.put_form(kUtf8Forms[septet]);
+    } else if (septet < kUtf8Bytes.size()) {
+      text.put_character(kUtf8Bytes[septet]);
     } else {
       text.put(septet);
     }
   }
   text.terminate();
-  return static_cast<std::uint16_t>(text.length());  // callers count text in sixteen bits
+  return static_cast<std::uint16_t>(text.length());  // the length of text has sixteen bits for callers
 }
 
 int kelo_util_convert_gsm_def_alpha_string_to_utf8(const std::uint8_t* packed, int packed_len, char* out,
@@ -91,7 +94,7 @@ int kelo_util_convert_gsm_def_alpha_string_to_utf8(const std::uint8_t* packed, i
              packed_len);
     return 0;
   }
-  // Two for each octet, as far as the unpacker goes: it stops at 255.
+  // There are at most two septets for each octet, and unpacking stops at 255 septets.
   const int most_septets = 2 * std::min(packed_len, 128);
   const auto septets = kelo::base::zeroed_array<std::uint8_t>(static_cast<std::size_t>(most_septets));
   if (!septets) {

@@ -1,3 +1,4 @@
+// Unpacks the septets of GSM messages.
 #include <cstdint>
 
 #include "base/words.hpp"
@@ -6,13 +7,13 @@
 namespace {
 
 constexpr int kMostSeptets = 255;
-constexpr int kOctetCounts = 256;  // the modem counts the octets of a message in eight bits
+constexpr int kOctetCounts = 256;  // the octet count of a message has eight bits
 
-// Seven octets hold eight septets.
+// Seven octets contain eight septets.
 constexpr int kGroupOctets = 7;
 constexpr int kGroupSeptets = 8;
 
-// Four septets in the low 28 bits as the bytes of a word.
+// Converts four septets in the low 28 bits to the bytes of a word.
 std::uint32_t spread(std::uint32_t septets) {
   const std::uint32_t pairs = (septets & 0x3FFF) | (septets & 0x0FFFC000) << 2;
   return (pairs & 0x007F007F) | (pairs & 0x3F803F80) << 1;
@@ -35,7 +36,7 @@ int kelo_util_ussd_unpack(std::uint8_t* out, int out_max, const std::uint8_t* pa
   int count = 0;
   int i = 0;
   if constexpr (kelo::base::kLittleEndian) {
-    // The last octet may hold padding: it is left to the loop below.
+    // The last octet may contain padding, which only the loop below handles.
     for (; i + kGroupOctets <= last && count + kGroupSeptets <= limit; i += kGroupOctets) {
       unpack_group(packed + i, out + count);
       count += kGroupSeptets;

@@ -1,4 +1,4 @@
-// Files that hold one decimal integer: switches of the kernel, settings of a daemon.
+// Reads and writes files that contain one decimal integer, such as switches of the kernel and settings of a daemon.
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -19,7 +19,8 @@ constexpr std::size_t kIntegerSize = sizeof "-2147483648";
 constexpr mode_t kReadWrite = 0666;
 constexpr int kNotWritten = 7;
 
-// Empty when the file cannot be opened, which is logged under the name of the operation `function`.
+// Returns an empty Descriptor when the file cannot be opened, and logs that under the name of the operation,
+// `function`.
 Descriptor open_or_log(const char* function, const char* path, int flags, mode_t mode = 0) {
   if (path == nullptr) {
     KELO_LOG_AS(function, LOG_LVL_ERR, "Not exist file\n");
@@ -30,9 +31,9 @@ Descriptor open_or_log(const char* function, const char* path, int flags, mode_t
   return file;
 }
 
-// A pipe, a device or a file of the kernel has no storage to be forced to, and took the value when it was
-// written. A file system that has turned read-only after an error says EROFS: that value is lost.
-bool force_to_storage(const Descriptor& file) {
+// Syncs the file. A pipe, a device or a file of the kernel has no storage and fails with EINVAL or ENOTSUP, which is
+// not an error. EROFS is one: the file system has become read-only after an error, and the value is lost.
+bool sync_to_storage(const Descriptor& file) {
   const int result = kelo::base::retry_interrupted([&] { return fsync(file.get()); });
   return result == 0 || errno == EINVAL || errno == ENOTSUP;
 }
@@ -54,9 +55,9 @@ int kelo_util_set_file_int_value(const char* path, std::int32_t value) {
   Descriptor file = open_or_log(__func__, path, O_WRONLY | O_CREAT | O_TRUNC, kReadWrite);
   if (!file) return kNotWritten;
   const kelo::base::FixedText<kIntegerSize> text("%d", value);
-  errno = 0;  // where the file takes no more without saying why
+  errno = 0;  // a short write may set no error
   const std::size_t written = kelo::base::write_all(file.get(), text.view());
-  if (written == text.size() && force_to_storage(file) && file.close()) return 0;
+  if (written == text.size() && sync_to_storage(file) && file.close()) return 0;
   KELO_LOG(LOG_LVL_ERR, "fwrite() failed, only [%d] written, total_len=[%d], reason=[%s]%d",
            static_cast<int>(written), static_cast<int>(text.size()), std::strerror(errno), errno);
   return kNotWritten;

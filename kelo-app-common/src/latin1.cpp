@@ -1,4 +1,4 @@
-// 8-bit text of supplementary services, which is ISO 8859-1.
+// Converts 8-bit text of supplementary services, which is ISO 8859-1, to UTF-8.
 #include <cstddef>
 #include <cstdint>
 
@@ -8,17 +8,17 @@
 
 namespace {
 
-using kelo::utf::readable_length;
-using kelo::utf::usable_size;
+using kelo::utf::output_limit;
+using kelo::utf::valid_length;
 
-// The longest form of a character of ISO 8859-1 in UTF-8.
+// A character of ISO 8859-1 takes at most two bytes in UTF-8.
 constexpr std::size_t kMostBytes = 2;
 
 }  // namespace
 
 int kelo_util_ss_ascii_to_utf8(const char* text, std::size_t len, char* out, std::size_t out_size) {
-  const std::size_t length = readable_length(len);
-  const std::size_t size = usable_size(out_size);
+  const std::size_t length = valid_length(len);
+  const std::size_t size = output_limit(out_size);
   if (text == nullptr || out == nullptr || length == 0 || size == 0) {
     KELO_LOG(LOG_LVL_ERR, "Invalid parameters; ascii_str = %p, utf8_str = %p\n",
              static_cast<const void*>(text), static_cast<void*>(out));

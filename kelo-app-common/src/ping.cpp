@@ -1,4 +1,4 @@
-// Whether a host answers.
+// Tells whether a host answers to a ping.
 #include <cstddef>
 #include <cstdint>
 
@@ -21,7 +21,7 @@ int kelo_ping_state(const char* host) {
   const kelo::base::FixedText<kCommandSize> command("ping -c 2 -W 3 %s > /dev/null 2>&1", host);
   const bool refused = !command.cut() && kelo::common::shell_acts_on(host);
   for (int tries = 0; tries < kTries; ++tries) {
-    // The length before the cut: a command that did not fit is refused.
+    // This is the length before the cut, so a command that did not fit is refused.
     const auto length = static_cast<std::uint32_t>(command.full_size());
     const bool answered = !refused && kelo_system_call_ex(command.c_str(), length) == 0;
     KELO_LOG(LOG_LVL_DBUG, ">>>ping status:%s>>>\n", answered ? "success" : "fail");

@@ -1,4 +1,4 @@
-// The id of a process that bears a name.
+// Finds the id of a process by its name.
 #include <array>
 #include <span>
 
@@ -13,9 +13,9 @@
 namespace {
 
 constexpr std::size_t kCommandSize = 256;  // bytes, terminator included
-constexpr std::size_t kLineSize = 256;     // the same
+constexpr std::size_t kLineSize = 256;     // bytes, terminator included
 
-// From the start of the first line; -1 where there is no line or no number.
+// Reads the number at the start of the first line. Returns -1 when there is no line or no number.
 int read_process_id(const kelo::base::PipeStream& processes) {
   std::array<char, kLineSize> line;
   kelo::base::LineReader lines(processes.descriptor(), std::span(line).first<kLineSize - 1>());
@@ -31,7 +31,7 @@ std::int32_t oem_get_pid_by_name(const char* name) {
     return -1;
   }
   const kelo::base::FixedText<kCommandSize> command("ps -e | grep %s | grep -v grep", name);
-  // Half a command is never run.
+  // A command that was cut must not run.
   if (!command.cut()) {
     if (kelo::common::shell_acts_on(name)) return -1;
     const auto processes = kelo::base::PipeStream::reading(command.c_str());

@@ -1,4 +1,4 @@
-// Which hardware project this device is: from the kernel's command line, or from a file written at boot.
+// Finds the hardware project of this device in the kernel's command line or in a file that is written at boot.
 #include <fcntl.h>
 
 #include <algorithm>
@@ -13,7 +13,7 @@
 #include "kelo_utils/app_common.h"
 #include "log/library_log.hpp"
 
-// The lines of each step carry its name, whichever function was called.
+// The messages of each step carry the name of the step for both exported functions.
 #define LOOKUP_LOG(level, ...) KELO_LOG_AS("__kelo_get_project_name_cmdline", level, __VA_ARGS__)
 #define COMMAND_LINE_LOG(level, ...) KELO_LOG_AS("odm_get_value_from_string", level, __VA_ARGS__)
 #define BOOT_FILE_LOG(level, ...) KELO_LOG_AS("get_project_para", level, __VA_ARGS__)
@@ -25,11 +25,11 @@ constexpr std::size_t kChunkSize = 2048;
 constexpr char kMarker[] = "project";
 constexpr char kWhiteSpace[] = " \t\n\v\f\r";
 
-// A text and its terminator.
+// The text and its terminator.
 using CommandLine = std::array<char, kCommandLineLength + 1>;
 
-// Copies what there is room for, and a terminator where there is room behind it. An empty word writes
-// nothing. Returns the characters copied.
+// Copies the part of a word that fits, and a terminator if there is still room for it. For an empty word nothing is
+// written. Returns the number of characters copied.
 std::size_t copy_word(std::string_view word, std::span<char> room) {
   const std::size_t count = std::min(word.size(), room.size());
   if (count == 0) return 0;
@@ -38,7 +38,7 @@ std::size_t copy_word(std::string_view word, std::span<char> room) {
   return count;
 }
 
-// Empty when it cannot be read.
+// Returns an empty text when the command line cannot be read.
 CommandLine read_command_line() {
   CommandLine line{};
   const auto file = kelo::base::open_file("/proc/cmdline", O_RDONLY);
@@ -48,11 +48,11 @@ CommandLine read_command_line() {
   return line;
 }
 
-// Empty without the key or without a value behind it.
+// Returns an empty text when the key or its value is missing.
 std::string_view find_value(const char* command_line, const char* key) {
   const char* const found = std::strstr(command_line, key);
   if (found == nullptr) {
-    // Field tools search for this text: it names the one key whichever was looked for.
+    // Field tools search for this text, so it is the same for both keys.
     COMMAND_LINE_LOG(LOG_LVL_ERR, "Could not find oem.project in %s\n", command_line);
     return {};
   }
@@ -62,7 +62,7 @@ std::string_view find_value(const char* command_line, const char* key) {
   return {value, std::strcspn(value, " \t")};
 }
 
-// The word behind the first equals sign, which something must stand before. Empty without one.
+// Returns the word after the first equals sign. It is empty without an equals sign, and when nothing precedes the sign.
 std::string_view assigned_word(const char* text) {
   const char* const equals = std::strchr(text, '=');
   if (equals == nullptr || equals == text) return {};
@@ -70,11 +70,11 @@ std::string_view assigned_word(const char* text) {
   return {word, std::strcspn(word, kWhiteSpace)};
 }
 
-// The result is that of finding the marker: a word behind it may be missing.
+// Returns whether the marker was found. The word after it may be missing.
 bool copy_name_of_boot_file(std::span<char> name) {
   const auto file = kelo::base::open_file("/tmp/non_signal_info", O_RDONLY);
   if (!file) return false;
-  // Not cleared between the chunks: behind a short one the end of the one before it is still looked at.
+  // The buffer is not cleared between chunks: after a short chunk the end of the previous chunk is searched again.
   std::array<char, kChunkSize + 1> chunk{};
   while (kelo::base::read_some(file.get(), {chunk.data(), kChunkSize}) > 0) {
     if (std::strstr(chunk.data(), kMarker) != nullptr) {

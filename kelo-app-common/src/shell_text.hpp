@@ -1,4 +1,4 @@
-// Text that becomes a part of a shell command.
+// Checks text that becomes a part of a shell command.
 #ifndef KELO_APP_COMMON_SHELL_TEXT_HPP
 #define KELO_APP_COMMON_SHELL_TEXT_HPP
 
@@ -6,7 +6,7 @@
 
 namespace kelo::common {
 
-// Whether the shell would run, redirect or replace something on account of the text.
+// Whether the text contains a character with which the shell runs, redirects or replaces something.
 inline bool shell_acts_on(const char* text) { return text[std::strcspn(text, ";&|<>$\\`()\n")] != '\0'; }
 
 }  // namespace kelo::common

@@ -1,4 +1,4 @@
-// UCS-2 text in byte arrays.
+// Converts between UCS-2 text in byte arrays and UTF-8.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -9,15 +9,15 @@
 
 namespace {
 
-using kelo::utf::readable_length;
-using kelo::utf::usable_size;
+using kelo::utf::output_limit;
+using kelo::utf::valid_length;
 
 constexpr std::size_t kUcs2Terminator = 2;
 
-// The length of converted text, cut to `room` should the conversion have written on.
+// Returns the length of converted text. If the conversion has written more than `room` bytes, that is logged.
 std::size_t bounded_length(const char* function, std::size_t length, std::size_t room) {
   if (length <= room) return length;
-  // One text for both directions, and one name in it: it is what crash logs are searched for.
+  // The text and the name in it are the same for both directions, because crash logs are searched for them.
   KELO_LOG_AS(function, LOG_LVL_ERR,
               "Bug in kelo_util_ConvertUTF16toUTF8. Buffer overrun detected. Size %zu greater than %zu\n",
               length, room);
@@ -28,8 +28,8 @@ std::size_t bounded_length(const char* function, std::size_t length, std::size_t
 
 int kelo_util_convert_ucs2_to_utf8(const std::uint8_t* ucs2, std::size_t byte_len, char* out,
                                    std::size_t out_size) {
-  const std::size_t length = readable_length(byte_len);
-  const std::size_t size = usable_size(out_size);
+  const std::size_t length = valid_length(byte_len);
+  const std::size_t size = output_limit(out_size);
   auto* const start = reinterpret_cast<std::uint8_t*>(out);
   std::uint8_t* end = start;
 
@@ -63,12 +63,12 @@ int kelo_util_convert_utf8_to_ucs2(const char* utf8, std::size_t len, std::uint8
              static_cast<void*>(ucs2_out));
     return 0;
   }
-  const std::size_t size = usable_size(out_size);
+  const std::size_t size = output_limit(out_size);
   const std::size_t room = size - std::min(size, kUcs2Terminator);
   const auto* source = reinterpret_cast<const std::uint8_t*>(utf8);
   auto* end = reinterpret_cast<std::uint16_t*>(ucs2_out);
   const int result =
-      kelo_util_ConvertUTF8toUTF16(&source, source + readable_length(len), &end,
+      kelo_util_ConvertUTF8toUTF16(&source, source + valid_length(len), &end,
                                    reinterpret_cast<std::uint16_t*>(ucs2_out + room), KELO_UNICODE_STRICT);
   if (result == KELO_UNICODE_TARGET_EXHAUSTED) {
     KELO_LOG(LOG_LVL_ERR, "String has been truncated. Buffer size of %zu not large enough\n", out_size);

@@ -1,3 +1,4 @@
+// Converts USSD messages to UTF-8 according to their data coding scheme.
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -9,7 +10,7 @@
 #include "kelo_utils/app_common.h"
 #include "log/library_log.hpp"
 
-// Every line of a decoding carries the name of the function that daemons call.
+// All messages about a conversion carry the name of the exported function.
 #define USSD_LOG(level, ...) KELO_LOG_AS("kelo_util_convert_ussd_string_to_utf8", level, __VA_ARGS__)
 
 namespace {
@@ -20,8 +21,8 @@ struct Message {
   std::span<char> out;
 };
 
-// Shows the text in the output buffer. After a failed step that may be what its owner left there, with no
-// terminator before the buffer's end.
+// Logs the text in the output buffer. After a failed step the buffer still has the content of the caller, which may
+// have no terminator.
 void log_text(const Message& message, const char* coding) {
   const std::size_t most = std::min<std::size_t>(message.out.size(), KELO_LOG_BUFFER_SIZE);
   USSD_LOG(LOG_LVL_DBUG, "USSD DCS %s str, hi %d lo %d: %.*s\n", coding, static_cast<int>(message.dcs >> 4),
@@ -29,7 +30,7 @@ void log_text(const Message& message, const char* coding) {
 }
 
 int decode_septets(const Message& message) {
-  const int octets = static_cast<std::uint8_t>(message.data.size());  // the modem counts them in eight bits
+  const int octets = static_cast<std::uint8_t>(message.data.size());  // the count has eight bits
   const int length = kelo_util_convert_gsm_def_alpha_string_to_utf8(message.data.data(), octets,
                                                                     message.out.data(), message.out.size());
   log_text(message, "7-bit");
@@ -49,7 +50,7 @@ int decode_octets(const Message& message) {
   return static_cast<int>(length);
 }
 
-// Copies UCS-2 text into the machine's byte order. A byte left over at the end is no pair and is left out.
+// Copies UCS-2 text and swaps the bytes of each pair. A single byte at the end is dropped.
 void swap_pairs(std::span<const std::uint8_t> from, std::uint8_t* to) {
   for (std::size_t i = 0; i + 1 < from.size(); i += 2) {
     to[i] = from[i + 1];
@@ -72,7 +73,7 @@ int decode_ucs2(const Message& message, std::size_t language_size) {
   const int converted =
       kelo_util_convert_ucs2_to_utf8(text.get(), length, message.out.data(), message.out.size());
   log_text(message, "UCS2");
-  return static_cast<std::uint16_t>(converted);  // callers count text in sixteen bits
+  return static_cast<std::uint16_t>(converted);  // the length of text has sixteen bits for callers
 }
 
 enum class Coding : std::uint8_t { kSeptets, kOctets, kUcs2, kUcs2AfterLanguage };
@@ -91,17 +92,17 @@ int decode(const Message& message, Coding coding) {
   return 0;
 }
 
-// The data coding schemes whose bits under `mask` are `value`.
+// A group of data coding schemes: their bits under `mask` are `value`.
 struct CodingGroup {
   std::uint8_t mask;
   std::uint8_t value;
   Coding coding;
 };
 
-// Schemes of no group are not supported.
+// Schemes that belong to no group are not supported.
 constexpr std::array<CodingGroup, 12> kCodingGroups = {{
     {0xF0, 0x00, Coding::kSeptets},  // text in a language
-    {0xFF, 0x10, Coding::kSeptets},  // text behind its language
+    {0xFF, 0x10, Coding::kSeptets},  // text after its language
     {0xFF, 0x11, Coding::kUcs2AfterLanguage},
     {0xE0, 0x20, Coding::kSeptets},  // text in further languages
     {0xCC, 0x40, Coding::kSeptets},  // general data coding

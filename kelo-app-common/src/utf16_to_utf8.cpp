@@ -1,4 +1,4 @@
-// UTF-16 into UTF-8.
+// Converts UTF-16 to UTF-8.
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -16,14 +16,14 @@ using kelo::utf::lanes;
 using kelo::utf::LargestWord;
 using kelo::utf::load;
 using kelo::utf::no_lane_is_zero;
-using kelo::utf::Source;
+using kelo::utf::SourceBytes;
 using kelo::utf::store;
-using kelo::utf::Target;
+using kelo::utf::TargetBytes;
 using kelo::utf::Unit;
 
 // ---- Words ----
 
-// Of units below 800: whether all take one byte, or all two.
+// Whether all units take one byte, or whether all take two. The units must be below 0x800.
 bool is_ascii(LargestWord units) { return (units & lanes<LargestWord>(0xFF80)) == 0; }
 bool takes_two_bytes_each(LargestWord units) {
   return no_lane_is_zero<LargestWord>(units & lanes<LargestWord>(0x0780));
@@ -35,8 +35,8 @@ LargestWord two_bytes_each(LargestWord units) {
   return byte_pairs<LargestWord>(0xC0, 0x80) | (kLittleEndian ? trails << 8 | leads : leads << 8 | trails);
 }
 
-// Writes units of which some take one byte and others two, and returns the end. Two bytes are written for each but
-// the last: the next unit then writes over the second byte of one that takes a single byte.
+// Writes units of which some take one byte and others two, and returns the end. Two bytes are written for each unit
+// except a last one of one byte: the next unit overwrites the second byte of a unit that takes only one.
 std::uint8_t* write_mixed(LargestWord units, LargestWord pairs, std::uint8_t* to) {
   constexpr unsigned kBits = 8 * sizeof(Unit);
   constexpr unsigned kUnits = sizeof(LargestWord) / sizeof(Unit);
@@ -55,8 +55,8 @@ std::uint8_t* write_mixed(LargestWord units, LargestWord pairs, std::uint8_t* to
   return to;
 }
 
-// Converts a word of units that take no more than two bytes each, if the next word is one and surely fits.
-bool convert_word(Source& source, Target& target) {
+// If all units of the next word take at most two bytes each and their bytes certainly fit, converts the word.
+bool convert_word(SourceBytes& source, TargetBytes& target) {
   if (source.bytes() < sizeof(LargestWord) || target.room() < sizeof(LargestWord)) return false;
   const auto units = load<LargestWord>(source.at);
   if ((units & lanes<LargestWord>(0xF800)) != 0) return false;
@@ -83,7 +83,7 @@ bool is_low_surrogate(unsigned unit) { return (unit & 0xFC00) == 0xDC00; }
 
 std::uint32_t trail(std::uint32_t bits) { return 0x80 | (bits & 0x3F); }
 
-// The bytes as one number that has them in this order in memory.
+// Returns a number whose bytes have this order in memory.
 std::uint32_t joined(std::uint32_t first, std::uint32_t second) {
   return kLittleEndian ? first | second << 8 : first << 8 | second;
 }
@@ -93,9 +93,9 @@ std::uint32_t joined(std::uint32_t first, std::uint32_t second, std::uint32_t th
   return kLittleEndian ? head | tail << 16 : head << 16 | tail;
 }
 
-// Appends `bytes` for `units` units, if all of them fit.
+// If all `bytes` fit, writes them and skips `units` units of the source.
 template <typename... Byte>
-kelo_unicode_result put(Source& source, std::size_t units, Target& target, Byte... bytes) {
+kelo_unicode_result put(SourceBytes& source, std::size_t units, TargetBytes& target, Byte... bytes) {
   constexpr std::size_t kSize = sizeof...(bytes);
   const std::array<std::uint32_t, kSize> byte = {bytes...};
   if (target.room() < kSize) return KELO_UNICODE_TARGET_EXHAUSTED;
@@ -110,14 +110,14 @@ kelo_unicode_result put(Source& source, std::size_t units, Target& target, Byte.
   return KELO_UNICODE_COMPLETE;
 }
 
-kelo_unicode_result put_pair(unsigned high, unsigned low, Source& source, Target& target) {
+kelo_unicode_result put_pair(unsigned high, unsigned low, SourceBytes& source, TargetBytes& target) {
   const std::uint32_t code = 0x10000 + ((high - 0xD800) << 10) + (low - 0xDC00);
   return put(source, 2, target, 0xF0 | code >> 18, trail(code >> 12), trail(code >> 6), trail(code));
 }
 
-// Converts the next character, and those of three bytes that follow one of three: more of them are likely. The
-// source holds a unit at least.
-kelo_unicode_result convert_character(Source& source, Target& target, bool lenient) {
+// Converts the next character. After a character of three bytes it also converts the following characters of three
+// bytes, because they often come in sequence. The source must contain at least one unit.
+kelo_unicode_result convert_character(SourceBytes& source, TargetBytes& target, bool lenient) {
   unsigned unit = load<Unit>(source.at);
   if (unit < 0x80) return put(source, 1, target, unit);
   if (unit < 0x800) return put(source, 1, target, 0xC0 | unit >> 6, trail(unit));

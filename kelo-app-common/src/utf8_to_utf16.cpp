@@ -1,4 +1,4 @@
-// UTF-8 into UTF-16.
+// Converts UTF-8 to UTF-16.
 #include <cstddef>
 #include <cstdint>
 
@@ -15,9 +15,9 @@ using kelo::utf::lanes;
 using kelo::utf::LargestWord;
 using kelo::utf::load;
 using kelo::utf::no_lane_is_zero;
-using kelo::utf::Source;
+using kelo::utf::SourceBytes;
 using kelo::utf::store;
-using kelo::utf::Target;
+using kelo::utf::TargetBytes;
 using kelo::utf::Unit;
 
 // ---- Words ----
@@ -35,7 +35,7 @@ Word unpacked(LaneBytes<Word> ascii) {
   return units;
 }
 
-// Whether all of it is characters of two bytes. A lead byte of C0 or C1 starts none.
+// Whether the word consists of characters of two bytes. The lead bytes C0 and C1 are not valid.
 template <typename Word>
 bool is_two_bytes_each(Word pairs) {
   return (pairs & byte_pairs<Word>(0xE0, 0xC0)) == byte_pairs<Word>(0xC0, 0x80) &&
@@ -49,8 +49,8 @@ Word units_of_pairs(Word pairs) {
   return static_cast<Word>(leads << 6 | trails);
 }
 
-// Converts characters of one byte or of two, as many as fill a word, if there are that many.
-bool convert_word(Source& source, Target& target) {
+// If the next characters all take one byte, or all take two, converts as many as fill a word of the target.
+bool convert_word(SourceBytes& source, TargetBytes& target) {
   if (source.bytes() < sizeof(LargestWord) || target.room() < sizeof(LargestWord)) return false;
   const auto ascii = load<LaneBytes<LargestWord>>(source.at);
   if (is_ascii(ascii)) {
@@ -72,15 +72,15 @@ constexpr std::uint32_t kLastCode = 0x10FFFF;
 
 bool is_surrogate(std::uint32_t code) { return (code & 0xFFFFF800) == 0xD800; }
 
-// Whether these bytes are 80 to BF.
+// Whether all these bytes are in the range 80 to BF.
 template <typename... Byte>
 bool are_trails(Byte... byte) {
   return (((byte ^ 0x80U) | ...) & 0xC0) == 0;
 }
 
-// In line, as a call would keep both ends of the texts in memory.
+// It is inlined, because a call would keep the pointers of both texts in memory and not in registers.
 [[gnu::always_inline]] inline kelo_unicode_result put_unit(std::uint32_t code, std::size_t size,
-                                                           Source& source, Target& target) {
+                                                           SourceBytes& source, TargetBytes& target) {
   if (target.room() < sizeof(Unit)) return KELO_UNICODE_TARGET_EXHAUSTED;
   store(target.at, static_cast<Unit>(code));
   target.at += sizeof(Unit);
@@ -88,7 +88,7 @@ bool are_trails(Byte... byte) {
   return KELO_UNICODE_COMPLETE;
 }
 
-kelo_unicode_result put_pair(std::uint32_t code, Source& source, Target& target) {
+kelo_unicode_result put_pair(std::uint32_t code, SourceBytes& source, TargetBytes& target) {
   if (target.room() < 2 * sizeof(Unit)) return KELO_UNICODE_TARGET_EXHAUSTED;
   store(target.at, static_cast<Unit>(0xD7C0 + (code >> 10)));
   store(target.at + sizeof(Unit), static_cast<Unit>(0xDC00 + (code & 0x3FF)));
@@ -97,10 +97,10 @@ kelo_unicode_result put_pair(std::uint32_t code, Source& source, Target& target)
   return KELO_UNICODE_COMPLETE;
 }
 
-// The source is not empty. The mode makes no difference: the lenient one lets unpaired units of UTF-16 through,
-// which this source has none of. Bytes that start no character have a length, too: it tells an ill-formed source
-// from one that is cut off.
-kelo_unicode_result convert_character(Source& source, Target& target, bool /*lenient*/) {
+// Converts the next character. The source must not be empty. The mode has no effect: the lenient mode accepts
+// unpaired surrogates of UTF-16, and UTF-8 has none. Lead bytes that are not valid have a length, too: it decides
+// whether the source is ill-formed or incomplete.
+kelo_unicode_result convert_character(SourceBytes& source, TargetBytes& target, bool /*lenient*/) {
   const std::uint8_t* const at = source.at;
   const std::size_t left = source.bytes();
   const std::uint32_t lead = at[0];
