@@ -30,7 +30,7 @@ struct Pipe {
   Descriptor read_end;
   Descriptor write_end;
 
-  // False with errno set on failure.
+  // Opens both ends. Returns false with errno set on failure.
   [[nodiscard]] bool open();
 };
 

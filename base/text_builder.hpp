@@ -20,7 +20,7 @@ class TextBuilder {
     *start_ = '\0';
   }
 
-  // A copy would write into the same buffer, and the original would not know it.
+  // A copy would write into the same buffer without changing the size of the original.
   TextBuilder(const TextBuilder&) = delete;
   TextBuilder& operator=(const TextBuilder&) = delete;
   ~TextBuilder() = default;

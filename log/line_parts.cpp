@@ -9,7 +9,7 @@ namespace kelo::log {
 void append_display_name(base::TextBuilder& line, const char* func) {
   static constexpr char kProduct[] = "kelo";
   if (func == nullptr) {
-    line.append("(null)");  // as the C library prints a null string
+    line.append("(null)");  // the text that the C library prints for a null string
     return;
   }
   while (const char* match = std::strstr(func, kProduct)) {

@@ -101,7 +101,7 @@ int read_thread_name(int process, std::span<char> name) {
 
 const char* compose_local_line(const Message& message) {
   find_places();
-  std::array<char, 64> thread_name{};  // the kernel keeps names to 16 bytes
+  std::array<char, 64> thread_name{};  // the kernel limits names to 16 bytes
   const int thread = read_thread_name(message.process, thread_name);
   // Programs read both buffers, so nothing of an earlier, longer line may remain after the terminators.
   std::memset(stamp_place.data(), 0, stamp_place.size());
