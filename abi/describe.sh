@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Prints the binary interface of a built library as abidw sees it: the exported names, and the types that callers
-# reach through them. Types of the implementation and folders of the machine stay out.
+# reach through them. Types of the implementation and folders of the machine are left out.
 # Usage: describe.sh LIBRARY
 set -euo pipefail
 here=$(dirname -- "${BASH_SOURCE[0]}")

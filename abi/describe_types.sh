@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Prints what a library's own description lacks: records and enumerations that callers reach by no signature, and the
-# types of exports without debug information of their own, as functions that were folded into one. A variable of each
+# Prints what a library's own description lacks: records and enumerations that no signature uses, and the types of
+# exports without debug information of their own, such as functions that were folded into one. A variable of each
 # type is compiled from the public headers and described by abidw.
 # Usage: describe_types.sh C-COMPILER DESCRIPTION-OF-THE-LIBRARY
 set -euo pipefail

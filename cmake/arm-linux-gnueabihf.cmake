@@ -2,13 +2,13 @@
 #
 #   cmake -S . -B build/device --toolchain cmake/arm-linux-gnueabihf.cmake -DKELO_SYSROOT=/path/to/sysroot
 #
-# KELO_SYSROOT is the folder that holds the device's /usr, with SQLite in it. The C library comes with the compiler; one
-# that takes it from a sysroot is told which with -DCMAKE_SYSROOT, and then needs no KELO_SYSROOT.
+# KELO_SYSROOT is the folder that holds the device's /usr, with SQLite in it. The C library is the compiler's. A
+# compiler that takes it from a sysroot needs -DCMAKE_SYSROOT instead of KELO_SYSROOT.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)
 set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
 
-set(KELO_CROSS_PREFIX arm-linux-gnueabihf- CACHE STRING "What stands before the names of the cross compiler's tools")
+set(KELO_CROSS_PREFIX arm-linux-gnueabihf- CACHE STRING "Prefix of the names of the cross compiler's tools")
 set(KELO_SYSROOT "" CACHE PATH "Folder that holds the device's /usr")
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES KELO_CROSS_PREFIX KELO_SYSROOT)
 

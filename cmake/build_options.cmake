@@ -16,7 +16,7 @@ if(KELO_SANITIZE)
     -fsanitize=${KELO_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   string(REPLACE -O2 -O1 CMAKE_C_FLAGS_RELWITHDEBINFO "${CMAKE_C_FLAGS_RELWITHDEBINFO}")
   string(REPLACE -O2 -O1 CMAKE_CXX_FLAGS_RELWITHDEBINFO "${CMAKE_CXX_FLAGS_RELWITHDEBINFO}")
-  # GCC sees uninitialised uses in the standard library that only its own instrumentation makes.
+  # GCC warns of uninitialised uses in the standard library that only its own instrumentation adds.
   target_compile_options(kelo_build_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
   target_link_options(kelo_build_options INTERFACE -fsanitize=${KELO_SANITIZE})
   # The vptr check would need the C++ run time's type information, which this library does not carry.

@@ -1,5 +1,5 @@
-# What `cmake --install` lays down: libraries, headers, the CMake package and the pkg-config modules. The component
-# runtime is what a program needs to run, the component development what its build needs beside that.
+# `cmake --install` installs the libraries, the headers, the CMake package and the pkg-config modules. The component
+# runtime has what a program needs to run, the component development has what its build needs besides.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS kelo_utils EXPORT kelo_utils-targets LIBRARY COMPONENT runtime NAMELINK_COMPONENT development)
@@ -15,7 +15,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kelo_utils-config.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/kelo_utils-config-version.cmake
         DESTINATION ${package_folder} COMPONENT development)
 
-# The modules find their own prefix, so that an installed tree can be moved, into a sysroot for one.
+# The modules find their own prefix, so that an installed tree can be moved, for example into a sysroot.
 cmake_path(SET pkgconfig_folder ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX}/${pkgconfig_folder}
            OUTPUT_VARIABLE KELO_PREFIX_FROM_PKGCONFIG)

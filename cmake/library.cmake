@@ -1,5 +1,5 @@
 # The library itself: one set of objects, linked as libkelo_utils.so.0 and as libkelo_utils.a.
-# Every source in these rooms belongs to it.
+# Every source in these folders belongs to it.
 set(KELO_ROOMS base log symtab queue list file_ops ini data_manager sqlite3/src sqlite3/src/face
                sqlite3/src/parameters timer/src kelo-app-os-al
                kelo-app-common/src)
@@ -30,7 +30,7 @@ foreach(source IN LISTS KELO_SOURCES)
 endforeach()
 file(CONFIGURE OUTPUT source_names.inc CONTENT "${source_names}" @ONLY)
 
-# No C++ run time inside: nothing that throws, names types at run time, guards local statics or allocates with new.
+# The library has no C++ run time: nothing throws, names types at run time, guards local statics or allocates with new.
 add_library(kelo_utils_objects OBJECT ${KELO_SOURCES})
 set_target_properties(kelo_utils_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
 target_compile_options(kelo_utils_objects PRIVATE
@@ -72,8 +72,8 @@ function(kelo_library target type)
 endfunction()
 
 kelo_library(kelo_utils SHARED)
-# Its size is the installed library's: it does not name the folder of the device's libraries on this machine, which an
-# emulator is told anyhow.
+# It is as large as the installed library: it has no run path to the device's libraries on this machine. An emulator is
+# told in another way where these are.
 set_target_properties(kelo_utils PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 0 EXPORT_NAME utils
                                             SKIP_BUILD_RPATH ON)
 if(CMAKE_CROSSCOMPILING)
@@ -84,8 +84,8 @@ set_property(TARGET kelo_utils PROPERTY LINK_DEPENDS ${KELO_VERSION_SCRIPT} ${KE
 add_dependencies(kelo_utils kelo_linker_lists)
 # A daemon that logs calls the diagnostic channel itself, so it links the platform's library too.
 target_link_libraries(kelo_utils PRIVATE SQLite::SQLite3 Threads::Threads PUBLIC ${KELO_DIAG_LIBRARY})
-# The library's calls of its own exports are bound here, but for those on the list. It is never unloaded: its thread,
-# the handler of its signal and its fork handler would go on in memory that is gone.
+# The library's calls of its own exports are bound here, except those on the list. The library is never unloaded: its
+# thread, its signal handler and its fork handlers would then run in memory that is no longer mapped.
 target_link_options(kelo_utils PRIVATE
   -Wl,--version-script=${KELO_VERSION_SCRIPT} -Wl,--dynamic-list=${KELO_DYNAMIC_LIST} -Wl,-z,nodelete
   -Wl,-z,relro -Wl,-z,now -Wl,--gc-sections -Wl,--sort-section=alignment -Wl,--as-needed -Wl,--build-id
@@ -102,7 +102,7 @@ set_target_properties(kelo_utils_static PROPERTIES EXPORT_NAME utils_static)
 target_link_libraries(kelo_utils_static PUBLIC SQLite::SQLite3 Threads::Threads ${KELO_DIAG_LIBRARY})
 add_library(kelo::utils_static ALIAS kelo_utils_static)
 
-# What base/ holds, for programs of the tree that use it themselves: the shared library keeps it to itself.
+# The contents of base/, for programs of the tree that use it directly: the shared library does not export it.
 file(GLOB KELO_BASE_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/base/*.cpp)
 add_library(kelo_base STATIC EXCLUDE_FROM_ALL ${KELO_BASE_SOURCES})
 target_link_libraries(kelo_base PRIVATE kelo_build_options)

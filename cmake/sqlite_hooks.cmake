@@ -1,6 +1,6 @@
 # The SQLite back-end in one line of a daemon's build: an archive of one object that defines the data manager's
-# hooks. The link options take that object, and what it calls, from their archives wherever these stand on the
-# command line; without them the library's own hooks would do.
+# hooks. The link options take that object, and what it calls, from their archives in any order of the command
+# line. Without these options the library's own hooks would be linked.
 add_library(kelo_utils_sqlite_objects OBJECT sqlite3/hooks/sqlite_hooks.cpp)
 set_target_properties(kelo_utils_sqlite_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
 target_compile_options(kelo_utils_sqlite_objects PRIVATE -fno-exceptions -fno-rtti)

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Runs clang-tidy without its count of warnings that nobody asked for.
+# Runs clang-tidy and drops the lines in which it counts suppressed warnings.
 # Usage: tidy.sh CLANG-TIDY STAMP [ARGUMENT...]   The stamp is made anew when nothing was found.
 set -u
 tidy=$1

@@ -1,9 +1,9 @@
 #!/bin/sh
 # Makes the Debian packages of a build and puts them into a folder. Usage: make.sh BUILD FOLDER
-# Everything in them bears the time of the last commit, so that equal sources make equal packages; a tree without its
-# history has a fixed time. A SOURCE_DATE_EPOCH of the caller wins.
+# All files in them have the time of the last commit, so that equal sources make equal packages; a tree without its
+# history has a fixed time. A SOURCE_DATE_EPOCH of the caller is used instead.
 set -eu
-umask 022 # CPack hands the modes of what it makes on to the packages
+umask 022 # the modes of the files that CPack makes get into the packages
 build=$1 folder=$2 sources=$(dirname -- "$0")/../..
 if [ -z "${SOURCE_DATE_EPOCH:-}" ]; then
   SOURCE_DATE_EPOCH=1767225600 # 2026-01-01
@@ -17,8 +17,8 @@ cpack --config "$build/CPackConfig.cmake" -B "$build/packages" > "$build/cpack.l
   exit 1
 }
 
-# What CPack cannot be told: packages of two architectures go beside each other; the trigger calls ldconfig, and no
-# script need do so; and the debug information has an ordinary package, with sums that do not name the build's folder.
+# CPack has no options for this: packages of two architectures can be installed together; the trigger calls ldconfig, so
+# no script is needed; the debug information is in an ordinary package, whose checksums do not name the build's folder.
 mkdir -p "$folder"
 for package in "$build/packages"/*.*deb; do
   name=$(basename "$package")
@@ -29,6 +29,6 @@ for package in "$build/packages"/*.*deb; do
   sed -i -e '/^Package-Type:/d' -e '/^Maintainer:/a Multi-Arch: same' "$tree/DEBIAN/control"
   sed -i 's|  /.*/usr/lib/debug/|  usr/lib/debug/|' "$tree/DEBIAN/md5sums"
   find "$tree" -name '*.debug' -exec chmod 644 {} +
-  # Compressed in several threads, a file differs from one that was compressed in one.
+  # A file that is compressed in several threads differs from one that is compressed in a single thread.
   DPKG_DEB_THREADS_MAX=1 dpkg-deb --root-owner-group -Zxz --build "$tree" "$folder/${name%.*}.deb" > /dev/null
 done

@@ -1,12 +1,12 @@
 SUMMARY = "Shared utility library of the router's application daemons"
 SECTION = "libs"
-# The tree carries no licence file: its owner has not opened it.
+# The tree has no licence file: its owner has not published it.
 LICENSE = "CLOSED"
 
 DEPENDS = "sqlite3"
 
-# Built from the tree this recipe stands in. Where the recipe was copied out of it, local.conf says where the tree
-# is: EXTERNALSRC:pn-kelo-utils = "/path/to/kelo_utils".
+# The package is built from the tree that this recipe is in. When the recipe was copied out of the tree, local.conf says
+# where the tree is: EXTERNALSRC:pn-kelo-utils = "/path/to/kelo_utils".
 inherit cmake pkgconfig externalsrc
 EXTERNALSRC = "${@os.path.realpath('${FILE_DIRNAME}/../..')}"
 
