@@ -63,11 +63,11 @@ void take_own_folders(const History& history) {
 
 namespace {
 
-// What explorers leave in memory that they share with whoever started them.
+// The results of explorers, in memory that they share with the process that started them.
 struct Result {
   Tally tally;
   bool recorded_well;
-  double processor;  // on a machine that does other things as well this says more than the time
+  double processor;  // on a busy machine this says more than the time
 };
 
 void explore(const History& history, const Campaign& campaign, double seconds, std::size_t part,
@@ -84,7 +84,7 @@ void explore(const History& history, const Campaign& campaign, double seconds, s
       processor_seconds(RUSAGE_SELF) + processor_seconds(RUSAGE_CHILDREN) + restart.processor_seconds();
 }
 
-// Tries one history with so many explorers and returns what they found together.
+// Tries one history with this many explorers and returns the sum of what they found.
 Result explore_history(const History& history, const Campaign& campaign, double seconds) {
   const std::size_t size = campaign.jobs * sizeof(Result);
   void* const memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
@@ -135,7 +135,7 @@ int run_campaign(const Campaign& campaign) {
   for (std::size_t at = 0; at < chosen.size(); ++at) {
     const History& history = chosen[at];
     const auto begin = Clock::now();
-    // What a history leaves of its share goes to those after it.
+    // The time that a history does not use is shared by those after it.
     const double left = campaign.seconds - std::chrono::duration<double>(begin - start).count();
     const double share = std::max(left, 1.0) / static_cast<double>(chosen.size() - at);
     const Result result = explore_history(history, campaign, campaign.seconds > 0 ? share : 0);

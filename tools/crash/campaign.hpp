@@ -21,7 +21,7 @@ struct Campaign {
 };
 
 // The result is the exit status: 0 when nothing was found, 1 when a state violates a promise, 2 when the machine
-// does not let it be tried.
+// does not allow the run.
 int run_campaign(const Campaign& campaign);
 int replay(const Campaign& campaign);
 int show_events(const Campaign& campaign);

@@ -6,7 +6,7 @@
 namespace kelo::crash {
 namespace {
 
-// One thing of which more or less may be kept: 0 is nothing, `most` is all.
+// Something that may be kept in part: 0 is nothing, `most` is all.
 struct Axis {
   enum class Of { name, name_tail, file, cuts, sizes, block } of;
   std::size_t most;

@@ -21,7 +21,7 @@ struct Block {
   std::uint64_t hash;
 };
 
-// No block at all is one of zeros.
+// A null pointer is a block of zeros.
 using BlockRef = std::shared_ptr<const Block>;
 
 std::uint64_t hash_bytes(std::string_view bytes, std::uint64_t seed);

@@ -1,4 +1,4 @@
-// The disk model: every change is kept aside until a sync settles it.
+// The disk model: every change is kept separately until a sync makes it permanent.
 #include "tools/crash/disk.hpp"
 
 #include <algorithm>
@@ -56,7 +56,7 @@ void Disk::apply(std::size_t index, const Event& event) {
 }
 
 void Disk::create(std::size_t index, const Event& event) {
-  // The file itself is there, empty, whatever becomes of its name.
+  // The file itself exists, empty, also when its name is lost.
   current_.files[event.inode] = durable_.files[event.inode] = {event.mode, {}};
   change_names({index, directory_of(event.path), {{event.path, event.inode}}});
 }

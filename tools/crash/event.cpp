@@ -1,4 +1,4 @@
-// Images told apart, events told to people.
+// Compares images and describes events.
 #include "tools/crash/event.hpp"
 
 namespace kelo::crash {

@@ -119,7 +119,7 @@ bool Explorer::visit(const Place& place, const Selection& selection) {
   const Image image = build(place.timeline.disks[selection.cut], selection);
   if (!fits(history_, image)) return true;
   const std::uint64_t hash = hash_of(image, expected);
-  // The states of a recovery belong to whoever recorded it: no other explorer has the same recording.
+  // The states of a recovery belong to the explorer that recorded it: no other one has the same recording.
   if (place.before_recovery == nullptr && hash % settings_.parts != settings_.part) return true;
   ++tally_.tried;
   if (!seen_.insert(hash).second) return true;

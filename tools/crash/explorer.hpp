@@ -1,4 +1,4 @@
-// Tries the states of one recorded history, each once, and counts what is wrong with them.
+// Tries each state of one recorded history once, and counts what is wrong with them.
 #ifndef KELO_TOOLS_CRASH_EXPLORER_HPP
 #define KELO_TOOLS_CRASH_EXPLORER_HPP
 
@@ -36,7 +36,7 @@ struct Settings {
   std::size_t states = 0;  // unique states of each history at most; 0: no bound
   std::uint64_t seed = 1;
   Effort effort;
-  std::size_t recovery_each = 40;  // of so many unique states one has its recovery cut, too
+  std::size_t recovery_each = 40;  // in one of so many unique states the recovery is cut, too
   bool first_only = false;         // end with the first violation
   std::size_t part = 0;            // of `parts` explorers that share the states
   std::size_t parts = 1;

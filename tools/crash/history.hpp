@@ -39,7 +39,7 @@ class Subject {
   virtual std::string fault() { return {}; }
 };
 
-// Writes with the marks that say so.
+// Writes an item, with a mark before the write and one after a success.
 void write_marked(Subject& subject, std::size_t item, std::size_t version);
 
 struct History {
@@ -47,19 +47,19 @@ struct History {
   Folders folders = {"/data", "/kelonvbak/data", "/mnt/vendor/nvdata"};
   std::vector<Item> items;
   std::size_t probe = 0;  // the item that is written after the restart
-  // The version of all items but the probe that the program brings in by itself in settle().
+  // The version that the program itself gives to all items but the probe in settle().
   int settled = kAbsent;
   // All items but the probe change together: after a failure all of them are old, or all are new.
   bool together = false;
-  // The files are damaged before: one write that says so may fail, or one read, if the next one does not.
+  // The files are damaged before: one write may fail, or one read, if it reports that and the next one does not fail.
   bool write_may_fail_once = false;
   bool read_may_fail_once = false;
   // Bytes that the file system of the folders has; 0: as many as it takes.
   std::size_t disk_size = 0;
-  // Makes a restart faster whose calls are not recorded.
+  // Makes a restart faster. It is used when the calls are not recorded.
   std::function<void()> hasten;
   std::function<void()> prepare;  // makes the files in empty folders, with the power on
-  std::function<void()> act;      // says by marks how far it is
+  std::function<void()> act;      // sets marks that say how far it is
   std::function<std::unique_ptr<Subject>()> subject;
 };
 

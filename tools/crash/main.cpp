@@ -75,7 +75,8 @@ int main(int count, char** arguments) {
     }
   }
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
-  // Each state is two processes that would do this first, and that end soon after they gave memory back.
+  // Each state takes two processes. Without this each of them would initialise SQLite, and give back memory just before
+  // it ends.
   sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
   sqlite3_initialize();
   mallopt(M_TRIM_THRESHOLD, 1 << 28);

@@ -1,4 +1,4 @@
-// How a program that is recorded says what it has done so far.
+// How a recorded program reports its progress.
 #ifndef KELO_TOOLS_CRASH_MARKS_HPP
 #define KELO_TOOLS_CRASH_MARKS_HPP
 

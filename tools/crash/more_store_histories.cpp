@@ -14,7 +14,7 @@
 namespace kelo::crash {
 namespace {
 
-// The older of two versions before a clean is the value, the newer one is none: what came after it is newer still.
+// Version 0 is the value before the clean, version 1 means no value after it, and version 2 is written after that.
 History clean_with_a_copy() {
   std::vector<Item> items = usual_items();
   for (Item& item : items) item.absent = 1;
@@ -37,7 +37,8 @@ History clean_with_a_copy() {
   return history;
 }
 
-// Where a copy does not fit, the backup gets only the rows whose writes ended: one that was cut stays in the primary.
+// Without space for a copy the backup gets only the rows whose writes ended. A row whose write was cut stays in the
+// primary.
 class FullDiskSubject : public VerifiedSubject {
  public:
   using VerifiedSubject::VerifiedSubject;
@@ -47,8 +48,8 @@ class FullDiskSubject : public VerifiedSubject {
   }
 };
 
-// A copy of the database does not fit any more, a row and its journal do. What a cut copy left takes their place until
-// a write has removed it.
+// There is no space for a copy of the database, but there is for a row and its journal. The files that a cut copy left
+// take this space until a write has removed them.
 History nearly_full_disk() {
   const Items kept = shared(usual_items());
   History history = store_history("nearly full disk", kept, make_subject<FullDiskSubject>);
@@ -57,7 +58,7 @@ History nearly_full_disk() {
   return history;
 }
 
-// One side of a conversation of two daemons, who write by turns.
+// One of two daemons that write by turns.
 class Turns {
  public:
   Turns() {
@@ -116,7 +117,7 @@ History verified_write() {
 }
 
 #ifdef KELO_CRASH_WRAPS_CALLS
-// A value whose row was looked for in vain must not get a second row: reads would give the older one.
+// When the search for a row fails, the value must not get a second row: reads would give the older one.
 History refused_look() {
   const Items kept = shared(usual_items());
   History history = store_history("refused look", kept);

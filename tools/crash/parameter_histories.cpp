@@ -117,7 +117,7 @@ History first_provisioning() {
   return history;
 }
 
-// The factory's values are the newer ones, since nothing may bring the user's back.
+// The factory's values are the newer version, since the user's values must not come back.
 History factory_restore() {
   const Items items = parameters();
   History history = history_of("parameters, factory restore", items);

@@ -1,5 +1,6 @@
-# For each protection of the store a program like kelo_crash whose store lacks it. The line is left out of a copy of the
-# source, so that the library itself carries no switch; a line that is not found any more stops the build.
+# Makes a program like kelo_crash for each protection of the store, with a store that lacks it. The line is left out of a
+# copy of the source, so that the library itself needs no switch. The configuration stops when the source no longer has
+# the line.
 
 # NAME: of the program. SOURCE: the file below the tree. LINE: what is taken out. REPLACEMENT: what comes in its place.
 function(kelo_without NAME SOURCE LINE REPLACEMENT)

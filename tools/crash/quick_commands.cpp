@@ -34,7 +34,7 @@ bool copy(const std::string& from, const std::string& to) {
   return copied == 0;
 }
 
-// The exit status; nothing for a command that is left to the shell.
+// The exit status; nothing for a command that the shell must run.
 std::optional<int> run_quickly(const char* command) {
   std::istringstream words(command);
   std::string name;

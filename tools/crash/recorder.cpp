@@ -44,7 +44,7 @@ int follow_all(pid_t first, StorageCalls& calls) {
       continue;
     }
     if (WSTOPSIG(status) == (SIGTRAP | 0x80)) {
-      // The call is followed to its end before any other process goes on, so that the order is the real one.
+      // No other process goes on before the call has ended, so that the recorded order is the real one.
       const TracedProcess traced(process);
       if (const auto call = traced.entered_call()) calls.follow(traced, *call);
     }

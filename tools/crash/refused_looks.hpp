@@ -4,7 +4,7 @@
 
 namespace kelo::crash {
 
-// From here on every look whether a row is there fails, or none does.
+// From here on every search for a row fails, or none does.
 void refuse_looks(bool refused);
 
 }  // namespace kelo::crash

@@ -11,7 +11,7 @@ namespace kelo::crash {
 
 void print_head();
 void print_row(const std::string& name, const Tally& tally, double seconds, double processor);
-// Says what makes a recording doubtful.
+// Prints what makes a recording doubtful.
 void complain_of(const History& history, const Recording& recording);
 void save_reproducer(int folder, const Reproducer& reproducer, const std::string& story);
 std::vector<History> chosen_histories(const Campaign& campaign);

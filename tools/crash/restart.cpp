@@ -45,7 +45,7 @@ int open_descriptors() {
   return count;
 }
 
-// In memory that the starting process and those that it starts have in common.
+// In memory that the starting process shares with those that it starts.
 struct Restart::Shared {
   Findings findings;
   double processor_seconds;
@@ -74,7 +74,7 @@ Restart::Restart(const History& history) : history_(history) {
   findings_ = &shared_->findings;
   requests_ = requests[1];
   replies_ = replies[0];
-  // The one that starts them is nobody's child: a recorder waits for all children of its process.
+  // The process that starts them is not a child of this one, since a recorder waits for all children of its process.
   const pid_t between = fork();
   if (between == 0) {
     close(requests_);
@@ -93,7 +93,7 @@ Restart::~Restart() {
   munmap(shared_, sizeof(Shared));
 }
 
-// Until the process that asks has gone.
+// Returns when the process that asks has ended.
 void Restart::serve(int requests, int replies) {
   for (char request = 0; read(requests, &request, 1) == 1;) {
     const Expected expected(shared_->expected.begin(),

@@ -20,8 +20,8 @@ int open_descriptors();
 
 class Restart {
  public:
-  // `history` must outlive this. Make it early: each process that it starts is a copy of the maker as it is now,
-  // and the less memory that has, the faster they start.
+  // `history` must outlive this. Construct it early: each process that it starts is a copy of the present process, and
+  // starts faster the less memory that has.
   explicit Restart(const History& history);
   ~Restart();
   Restart(const Restart&) = delete;
@@ -31,13 +31,13 @@ class Restart {
   // same files.
   const Findings& run(const Expected& expected);
 
-  // What the last process found, and what one finds that calls first_run() by itself.
+  // What the last process found, or what a process finds that calls first_run() itself.
   const Findings& findings() const { return *findings_; }
 
   // What the started processes have used so far.
   double processor_seconds() const;
 
-  // What the first process does, said by marks for a recorder as well.
+  // What the first process does. It sets marks, for a recorder.
   void first_run(const Expected& expected);
 
  private:

@@ -16,7 +16,7 @@ class StorageCalls {
   explicit StorageCalls(const Folders& folders);
 
   // Lets the process make its call when it may change a file of the folders, and writes down what it changed.
-  // False when the call is none of these, and was not made, or when the process ended in it.
+  // False when the call is another one, and was not made, or when the process ended in it.
   bool follow(const TracedProcess& process, SystemCall call);
 
   Recording take() { return std::move(recording_); }
@@ -36,7 +36,7 @@ class StorageCalls {
   bool unknown(const TracedProcess& process, SystemCall& call, const std::string& text);
   void take_mark(const std::string& bytes);
   bool inside(const std::string& path) const { return lies_in(folders_, path); }
-  // The model's number of the file that a path or a link below /proc leads to; 0 when it is none of ours.
+  // The model's number of the file that a path or a link below /proc leads to; 0 when the file is not recorded.
   InodeNumber inode_of(const std::string& path) const;
   void add(Event event) { recording_.events.push_back(std::move(event)); }
 

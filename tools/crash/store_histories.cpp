@@ -118,8 +118,8 @@ History repair(const char* name, const std::function<void()>& damage,
   return history;
 }
 
-// The row goes nowhere and the backup stays as it was, as callers are told: what a plain write returns says nothing
-// then, so each is one that tells whether the value can be read.
+// The row is not written and the backup does not change. The result of a plain write does not show this, so every write
+// here is a verified one.
 History repair_data_page() {
   History history = repair(
       "repair, data page", [] { overwrite(DB_CONFIG, 2 * kBlockSize, kBlockSize); },
@@ -128,8 +128,8 @@ History repair_data_page() {
   return history;
 }
 
-// The backup is damaged under a running daemon, whose next read makes it anew and has its answer from then on. A daemon
-// that starts would make it anew with a write.
+// The backup is damaged while a daemon runs. The daemon's next read makes the backup anew, and reads succeed from then
+// on. A daemon that starts would make it anew with a write.
 History repair_backup() {
   const Items kept = shared(usual_items());
   History history = store_history("repair, backup", kept);

@@ -42,7 +42,7 @@ class VerifiedSubject : public StoreSubject {
   int write(std::size_t item, const std::string& value) override;
 };
 
-// Keeps each value as the one pair of a list.
+// Stores each value as the only pair of a list.
 class PairSubject : public StoreSubject {
  public:
   using StoreSubject::StoreSubject;
@@ -67,7 +67,7 @@ class NewDefaultsSubject : public DefaultsSubject {
   }
 };
 
-// Runs `body` in a process of its own, which is none of those that are watched.
+// Runs `body` in a process of its own, which is not recorded.
 void in_other_process(const std::function<void()>& body);
 
 // Empty, or what SQLite's check says of a database.
@@ -85,7 +85,7 @@ std::unique_ptr<Subject> make_subject(const std::vector<Item>& items) {
 
 // Stores version 0 of the items that have one before the history.
 void write_first_versions(const std::vector<Item>& items, MakeSubject make = make_subject<StoreSubject>);
-// One that writes its first item once.
+// A history that writes its first item once.
 History store_history(const char* name, const Items& items, MakeSubject make = make_subject<StoreSubject>);
 
 // Damages a part of a file.

@@ -1,4 +1,4 @@
-// The rules: old or new for the value in flight, every acknowledged value there, nothing left behind.
+// The rules: old or new for the value in flight, every acknowledged value there, no file left.
 #include "tools/crash/verdict.hpp"
 
 #include <signal.h>
@@ -68,7 +68,7 @@ class Judge {
     const bool starts_well = right(item, first, at_start);
     if (ends_well && starts_well) return;
     if (ends_well) return note(first.kind == Reading::version ? Violation::stale : Violation::unreadable);
-    // Right by what was acknowledged, but not by what was seen.
+    // The value agrees with what was acknowledged, but not with what was read before.
     const bool acknowledged_there = right(item, later, at_start) && right(item, last, at_start);
     note(starts_well && acknowledged_there && number != history_.probe ? Violation::went_back
                                                                        : Violation::lost);

@@ -24,7 +24,7 @@ struct Range {
 using Expected = std::vector<Range>;
 
 Expected expected_before(const History& history);
-// What a mark changes in that.
+// What a mark changes in the expectation.
 void take_mark(const Mark& mark, Expected& expected);
 
 struct Reading {

@@ -4,7 +4,7 @@
 
 namespace kelo::demo {
 
-// Each kind of file is written, read back and, where that is its point, brought back to what it was.
+// Writes each kind of file, reads it back and restores it, if that is what the kind is for.
 void files();
 
 }  // namespace kelo::demo

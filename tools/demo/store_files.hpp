@@ -1,4 +1,4 @@
-// The store's files as an outsider sees them.
+// The store's files as another program sees them.
 #ifndef KELO_DEMO_STORE_FILES_HPP
 #define KELO_DEMO_STORE_FILES_HPP
 
@@ -6,7 +6,7 @@
 
 namespace kelo::demo {
 
-// The first cell of what a query yields on a copy of the database, so that looking mends nothing; "-" for
+// The first cell of what a query yields on a copy of the database, so that the query repairs nothing; "-" for
 // none.
 std::string peek(const std::string& database, const std::string& query);
 

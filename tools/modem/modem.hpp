@@ -15,7 +15,7 @@ namespace kelo::modem {
 // Serves UDP port 5555 of the loopback interface on a thread of its own from construction to destruction.
 class Modem {
  public:
-  // Throws std::system_error when the port cannot be had. `on_command` is called on the modem's thread with
+  // Throws std::system_error when the port cannot be bound. `on_command` is called on the modem's thread with
   // each command as it arrived, before the answer.
   explicit Modem(Script script, std::function<void(const std::string&)> on_command = nullptr);
   ~Modem();

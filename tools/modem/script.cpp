@@ -76,7 +76,7 @@ class Line {
     return text_[at_];
   }
 
-  // The character that an escape stands for; leaves off at its last character.
+  // The character that an escape means. The position is that of the last character of the escape afterwards.
   char escaped() {
     ++at_;
     switch (next()) {

@@ -12,7 +12,7 @@ namespace kelo::modem {
 
 struct Datagram {
   std::string bytes;
-  bool echo = false;                   // the command as it arrived stands before the bytes
+  bool echo = false;                   // the command, as it arrived, comes before the bytes
   std::chrono::milliseconds pause{0};  // before it is sent
   bool from_stranger = false;          // sent from another port than the service's
 };
@@ -22,7 +22,7 @@ struct Answer {
   std::vector<Datagram> datagrams;
 };
 
-// The first answer that fits a command is given; a command that none fits stays without one.
+// The first answer that fits a command is given. A command that no answer fits gets none.
 struct Script {
   std::vector<Answer> answers;
 
@@ -41,9 +41,9 @@ struct Script {
 //     stranger "x"*100
 //     send "4\r"
 //
-// A line after "command" adds to its answer: "send" and "stranger" a datagram, which is the pieces behind the
-// word put together, and "pause" milliseconds before the next datagram. A piece is `echo` (at most one, the
-// first) or a quoted text with the escapes \r \n \t \\ \" and \xHH, and perhaps *COUNT behind it. Throws
+// A line after "command" adds to its answer: "send" and "stranger" a datagram, which is made of the pieces after
+// the word, and "pause" milliseconds before the next datagram. A piece is `echo` (at most one, the
+// first) or a quoted text with the escapes \r \n \t \\ \" and \xHH, and perhaps *COUNT after it. Throws
 // std::runtime_error that names the line of the first mistake.
 Script read_script(std::istream& text);
 Script read_script(const std::string& text);

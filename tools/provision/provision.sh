@@ -44,7 +44,7 @@ done
 if [ "$user" = yes ]; then
   cp -- "$new/factory_info.db" "$new/user_info.db"
   mv -f -- "$new/user_info.db" "$folder/user_info.db"
-  # What a write that was cut off has left belongs to the file that is gone.
+  # The journal of a write that was cut off belongs to the old file.
   rm -f -- "$folder/user_info.db-journal"
 fi
 mv -f -- "$new/factory_info.db" "$folder/factory_info.db"

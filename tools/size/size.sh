@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# What the library costs on the device, room by room, and what libraries cost that do comparable work.
+# Prints what the library costs on the device, folder by folder, and what libraries cost that do comparable work.
 # Usage: size.sh BUILD [FOLDER]   BUILD is the device's build; other libraries are looked for below FOLDER.
 set -euo pipefail
 tree=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")/../.." && pwd)
