@@ -143,7 +143,7 @@ void FirstDefaults(benchmark::State& state) { first_start(state, seconds_of_defa
 void LaterDefaults(benchmark::State& state) { later_start(state, seconds_of_defaults); }
 void FirstDaemon(benchmark::State& state) { first_start(state, seconds_of_daemon); }
 void LaterDaemon(benchmark::State& state) { later_start(state, seconds_of_daemon); }
-// What of the two above is not the defaults: the version record, and a look at what was left.
+// The part of the two above that is not the defaults: the version record, and the search for what a power cut left.
 void FirstRegistration(benchmark::State& state) { first_start(state, seconds_of_registration); }
 void LaterRegistration(benchmark::State& state) { later_start(state, seconds_of_registration); }
 

@@ -30,7 +30,7 @@ void make_file() {
   }
 }
 
-// Opens the file, takes every line and closes it: what no reader of lines can do without.
+// Opens the file, takes every line and closes it: every reader of lines must do this.
 int count_lines() {
   std::FILE* const file = std::fopen(kPath, "rb");
   if (file == nullptr) return 0;
@@ -75,7 +75,7 @@ void browse_all_keys(benchmark::State& state) {
 }
 BENCHMARK(browse_all_keys)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
-// The value is there already: a look at the file is all that it takes.
+// The value is there already, so the file is only read.
 void set_the_value_that_is_there(benchmark::State& state) {
   make_file();
   int result = 1;

@@ -17,14 +17,14 @@
 
 namespace {
 
-// Processor time of this thread: what else the machine does does not count.
+// Processor time of this thread: other work of the machine does not count.
 double nanoseconds_spent() {
   timespec spent{};
   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &spent);
   return static_cast<double>(spent.tv_sec) * 1e9 + static_cast<double>(spent.tv_nsec);
 }
 
-// Runs both in turn, so that a change of the processor's pace weighs on both alike, and reports the ratio of
+// Runs both in turn, so that a change of the processor's speed affects both, and reports the ratio of
 // their times. `batch` calls are timed together.
 template <typename Library, typename Plain>
 void compare(benchmark::State& state, int batch, Library library, Plain plain) {

@@ -54,7 +54,7 @@ struct PlainQueue {
     return first;
   }
 
-  // One lock for each step, as the library's search has it.
+  // The lock is taken for each step, as in the library's search.
   OUT_OF_LINE PlainLink* search(int (*compare)(PlainLink*, const void*), const void* param) {
     PlainLink* link = &circle;
     while (true) {

@@ -1,5 +1,5 @@
-// Compares two ways of doing the same in one run: each iteration does both, in turn, so that what else the
-// machine does weighs on both alike.
+// Compares two ways of doing the same in one run: each iteration does both, in turn, so that other work of the
+// machine affects both.
 #ifndef KELO_BENCH_RATIO_HPP
 #define KELO_BENCH_RATIO_HPP
 

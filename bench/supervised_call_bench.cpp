@@ -57,7 +57,7 @@ pid_t start_echo(int output) {
   return failure == 0 ? child : -1;
 }
 
-// A daemon has memory of its own, which the start of a command may not have to pay for.
+// A daemon has memory of its own, which must not make the start of a command slower.
 void capture_one_line(benchmark::State& state) {
   kelo_set_log_tool_enable(0);
   kelo_set_log_level(LOG_LVL_ERR);

@@ -90,7 +90,7 @@ void lookup_plain(benchmark::State& state) {
 }
 BENCHMARK(lookup_plain);
 
-// Both in turn in one run, so that what else the machine does weighs on both alike.
+// Runs both in turn, so that other work of the machine affects both.
 void lookup_ratio(benchmark::State& state) {
   using Clock = std::chrono::steady_clock;
   const Lookups lookups;

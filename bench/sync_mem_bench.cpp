@@ -18,7 +18,7 @@ void store(std::int32_t id) {
   kelo_dm_wr_to_mem(id, &value, &length);
 }
 
-// Reads spread over `count` ids from `start` on, in an order that no prefetcher follows.
+// Reads spread over `count` ids from `start` on, in an order that no prefetcher predicts.
 void read_spread(std::int32_t start, std::int32_t count) {
   std::uint32_t step = 1;
   for (int read = 0; read < kReads; ++read) {

@@ -55,7 +55,7 @@ void utf8_copy(benchmark::State& state) {
 }
 BENCHMARK(utf8_copy)->Arg(16)->Arg(64)->Arg(1024)->ArgName("bytes")->UseManualTime();
 
-// Two texts of that length put behind each other, as the plain calls do it.
+// Two texts of that length, one appended to the other, with the plain calls.
 [[gnu::noinline]] std::size_t plain_append(char* destination, const char* source, std::size_t size) {
   const std::size_t length = std::strlen(destination);
   const std::size_t added = std::strlen(source);
@@ -111,7 +111,7 @@ std::vector<std::uint8_t> packed_septets() {
   return count;
 }
 
-// The alphabet of the plain loop, whose forms of two bytes do not occur in what is measured.
+// The alphabet of the plain loop. The measured texts have no characters of two bytes.
 [[gnu::noinline]] int plain_text(char* out, const std::uint8_t* packed, int octets) {
   static const auto forms = [] {
     std::array<std::uint16_t, 128> made{};

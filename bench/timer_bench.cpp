@@ -253,7 +253,7 @@ void begin_round(std::size_t expected) {
   calls_made = 0;
 }
 
-// When the running timer expires next, read where the clock frames it most tightly.
+// The time at which the running timer expires next, from the reading that took the shortest time.
 Nanoseconds next_expiry(Timers& timers) {
   Nanoseconds best_frame = std::numeric_limits<Nanoseconds>::max();
   Nanoseconds expiry = 0;
@@ -268,8 +268,8 @@ Nanoseconds next_expiry(Timers& timers) {
   return expiry;
 }
 
-// A timer of 1 ms runs for a while. The first expiry leaves time to read when it is due, the rest at the end
-// lets an expiry pass that came before the timer was disarmed. Latencies of a period and more count as less.
+// A timer of 1 ms runs for a while. The first expiry is late enough to read when it is due. The pause at the end is for
+// an expiry that came before the timer was disarmed. Latencies are counted modulo the period.
 void periodic_round(Contender& contender) {
   begin_round(100);
   contender.timers->arm(0, 3 * kMillisecond, kMillisecond);
@@ -296,8 +296,8 @@ double percentile(std::vector<double>& sorted, double share) {
   return sorted[static_cast<std::size_t>(share * static_cast<double>(sorted.size() - 1))];
 }
 
-// Each iteration gives every contender a round, so that what else the machine does weighs on all alike. The
-// ratios are those of the service to the better one of the others.
+// Each iteration gives every contender a round, so that other work of the machine affects all of them. The ratios
+// are those of the service to the better one of the others.
 void compare_latencies(benchmark::State& state, void (*round)(Contender&)) {
   std::vector<Contender> all = contenders();
   while (state.KeepRunning()) {

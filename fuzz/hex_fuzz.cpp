@@ -1,4 +1,4 @@
-// The readers of hexadecimal text, each held against the others.
+// The readers of hexadecimal text, each compared with the others.
 #include "fuzz/input.hpp"
 #include "kelo_utils/app_os_al.h"
 

@@ -1,4 +1,4 @@
-// INI files of any bytes, read by every operation and rewritten by one, each held against the plain model.
+// INI files of any bytes, read by every operation and rewritten by one, each compared with the plain model.
 #include <unistd.h>
 
 #include <array>
@@ -13,7 +13,7 @@
 #include "kelo_utils/ini.h"
 #include "tests/support/ini_model.hpp"
 
-// The file lives for one input: nothing is gained by waiting for storage, and much time lost.
+// The file exists for one input only: waiting for the storage would take much time for nothing.
 extern "C" int fsync(int /*descriptor*/) { return 0; }
 extern "C" int fdatasync(int /*descriptor*/) { return 0; }
 
@@ -27,7 +27,7 @@ constexpr std::array kRooms = {1, 7, 1024};
 
 const char* c_string(const Text& text) { return text ? text->c_str() : nullptr; }
 
-// A folder of its own, gone with the process.
+// A folder for this process alone, which is removed at its end.
 class Folder {
  public:
   Folder() { require(mkdtemp(path_.data()) != nullptr); }
@@ -57,7 +57,7 @@ struct Request {
   std::string file;
 };
 
-// The next line without its end; one of the word NULL stands for a null pointer.
+// The next line without its end; the line NULL means a null pointer.
 Text line(std::string& left) {
   std::string text = left.substr(0, left.find('\n'));
   left.erase(0, text.size() + 1);
@@ -65,8 +65,8 @@ Text line(std::string& left) {
   return text == "NULL" ? Text() : Text(text);
 }
 
-// Runs a call with buffers of different sizes, each in a block of that size, and holds what it gives against
-// `expected` for that room.
+// Runs a call with buffers of different sizes, each in a block of that size, and compares what it gives with
+// `expected` for that size.
 template <typename Call, typename Expected>
 void with_buffers(const Call& call, const Expected& expected) {
   for (const int room : kRooms) {
@@ -135,7 +135,7 @@ void rewrite(const Request& request, IniModel& model) {
 
 }  // namespace
 
-// A section, a key and a value, each on a line of its own, and behind them the file.
+// A section, a key and a value, each on a line of its own, and then the file.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   std::string left(reinterpret_cast<const char*>(data), size);
   Request request;

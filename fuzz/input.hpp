@@ -30,7 +30,7 @@ class Input {
     return (high * 256 + byte()) % (most + 1);
   }
 
-  // The next `count` bytes, or what is left, in a block of exactly that size: a read behind it is seen.
+  // The next `count` bytes, or what is left, in a block of exactly that size: a read after its end is found.
   std::vector<std::uint8_t> bytes(std::size_t count) {
     const auto taken = left_.first(std::min(count, left_.size()));
     left_ = left_.subspan(taken.size());

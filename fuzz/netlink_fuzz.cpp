@@ -71,7 +71,7 @@ void read_addresses(std::span<const std::byte> datagram) {
   require(found || std::strncmp(text.data(), "fe80", 4) == 0);
 }
 
-// The message says how long it is itself: it gets as many bytes as it says, or is one too short for a route.
+// The message contains its own length: it gets as many bytes as it says, or is too short for a route.
 void read_route(Bytes message) {
   if (message.size() < sizeof(nlmsghdr)) return;
   const auto length = static_cast<std::uint32_t>(message.size());

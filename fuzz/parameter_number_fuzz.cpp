@@ -1,4 +1,4 @@
-// The reader of numbers in the cells of a parameter database, held against the C library's.
+// The reader of numbers in the cells of a parameter database, compared with the C library's.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -13,8 +13,8 @@ namespace {
 
 constexpr double kTwoTo64 = 18446744073709551616.0;
 
-// The same text as a floating-point number, its leading sign taken off. Hexadecimal, infinity and the rest of
-// what that reader knows beyond decimal numbers begin with letters, or with a 0x that is cut here.
+// The same text as a floating-point number, its leading sign taken off. Hexadecimal numbers, infinity
+// and the other forms that the C library's reader knows begin with letters, or with a 0x that is cut here.
 double magnitude_of(const std::string& text) {
   std::size_t begin = text.find_first_not_of(" \t\n\v\f\r");
   if (begin == std::string::npos) return 0;

@@ -20,7 +20,7 @@ unsigned septet_at(const std::vector<std::uint8_t>& octets, std::size_t index) {
   return septet;
 }
 
-// Characters of one and of two bytes, none of them a zero, and the terminator behind them.
+// Characters of one and of two bytes, none of them a zero, and the terminator after them.
 bool is_text_of_alphabet(const std::vector<char>& text, std::size_t length) {
   std::size_t i = 0;
   while (i < length) {
