@@ -25,7 +25,7 @@ struct FileChange {
 struct NameChange {
   std::size_t event;
   std::string directory;
-  std::vector<std::pair<std::string, std::optional<InodeNumber>>> names;  // nothing: the name goes
+  std::vector<std::pair<std::string, std::optional<InodeNumber>>> names;  // nothing: the name is removed
 };
 
 class Disk {

@@ -1,5 +1,5 @@
-// Ends a program, and everything it started, just before a chosen change to its files: what a power cut at
-// that moment would leave behind.
+// Ends a program, and everything it started, just before a chosen change to its files, to make what a power cut
+// at that moment would leave.
 #ifndef KELO_TOOLS_POWER_CUT_HPP
 #define KELO_TOOLS_POWER_CUT_HPP
 
