@@ -63,7 +63,7 @@
  * Connections: at most one is kept open between calls. A successful read or update of the user database
  * closes it. A failure, a read of the factory database and kelo_db_exec_cmd() leave it open. A connection to
  * a file that another process has replaced meanwhile is closed and not used again. When another program has
- * locked a file through SQLite, it is waited for for five seconds, whatever signals arrive.
+ * locked a file through SQLite, it is waited for, five seconds at most, whatever signals arrive.
  *
  * Locks: one mutex of the process, the parameter lock, allows one function at a time. Only kelo_db_exec_cmd()
  * and kelo_db_restore_factory() do not take it. All processes share a second lock, on the file
@@ -107,8 +107,8 @@ typedef struct kelo_db_param {
   const char* name;
   /** ::kelo_db_type. */
   uint32_t type;
-  /** Bytes of the variable of a text, terminator included. 0 is refused like an unknown type. Numbers have the
-   *  size of their type, and this field is ignored for them. */
+  /** Bytes of the variable of a text, terminator included. 0 is refused like an unknown type. Numbers have
+   * the size of their type, and this field is ignored for them. */
   uint32_t size;
   /** Identifies this parameter in kelo_db_update_db_from_struct() and kelo_db_reload_value(). */
   int32_t param_id;

@@ -27,7 +27,8 @@
  * works, the operation waits for it, too, for five seconds. A process that may not open the lock file reads
  * without the lock, repairs nothing, and may fail to read while another process writes.
  *
- * When another program holds a lock on a database through SQLite, it is waited for for five seconds as well.
+ * When another program holds a lock on a database through SQLite, it is waited for, five seconds at most, as
+ * well.
  *
  * The mutex of the slots: within one process the functions of a handle also share a mutex, and wait for it
  * without a limit. These are dm_sqlite_write(), dm_sqlite_read(), dm_sqlite_clean(), the version queries and
