@@ -388,9 +388,9 @@ TEST_F(ItemGetFromSqlite, DamagedValueIsNotTheDefault) {
 TEST_F(ItemGetFromSqlite, StorageThatCannotBeOpenedIsNotTheDefault) {
   write(kText, "cabin");
   {
-    const Fault open({.function = "sqlite3_open", .code = SQLITE_CANTOPEN, .times = kelo::tests::kEveryTime});
+    const Fault open({.call = "sqlite3_open", .code = SQLITE_CANTOPEN, .times = kelo::tests::kEveryTime});
     const Fault open_v2(
-        {.function = "sqlite3_open_v2", .code = SQLITE_CANTOPEN, .times = kelo::tests::kEveryTime});
+        {.call = "sqlite3_open_v2", .code = SQLITE_CANTOPEN, .times = kelo::tests::kEveryTime});
     EXPECT_EQ(untouched(-5, 8), get(kText, 8));
   }
   EXPECT_EQ(found("cabin", 8), get(kText, 8));

@@ -221,10 +221,8 @@ TEST_F(WriteVerifiedToSqlite, ValueWithZeroBytesAndLongOne) {
 TEST_F(WriteVerifiedToSqlite, RowThatSqliteRefusesIsNoSuccess) {
   ASSERT_EQ(0, write("cabin"));
   events.clear();
-  const kelo::tests::Fault fault({.function = "sqlite3_step",
-                                  .code = SQLITE_FULL,
-                                  .text = "update net",
-                                  .times = kelo::tests::kEveryTime});
+  const kelo::tests::Fault fault(
+      {.call = "sqlite3_step", .code = SQLITE_FULL, .text = "update net", .times = kelo::tests::kEveryTime});
   EXPECT_EQ(0, kelo_dm_write(handle_.get(), 7, "hut", 3)) << "accepted, which is all that its 0 says";
   events.clear();
   EXPECT_EQ(-1, write("hut"));

@@ -15,7 +15,6 @@
 namespace kelo::faults {
 namespace {
 
-using tests::FailingCall;
 using tests::FailingHeap;
 using tests::kShortTransfer;
 
@@ -60,7 +59,7 @@ const std::vector<CallErrors>& call_errors() {
 
 const char* name_of(int error) { return error == kShortTransfer ? "SHORT" : strerrorname_np(error); }
 
-std::optional<FailingCall> failing_call;
+std::optional<tests::Fault> failing_call;
 std::optional<FailingHeap> failing_heap;
 
 std::vector<Fault> failing_calls_of(const Calls& calls, bool for_good) {
@@ -112,7 +111,9 @@ std::vector<Fault> clock_jumps(const crash::History& /*history*/, const Calls& c
     for (int at = 1; at <= calls.storage.at("clock"); ++at) {
       Fault fault = failing("clock", EIO, at, kForGood);
       fault.name = "clock " + std::to_string(at) + " by " + std::to_string(years) + " years";
-      fault.begin = [=] { failing_call.emplace("clock", years, at, kForGood); };
+      fault.begin = [=] {
+        failing_call.emplace(tests::FaultPlan{.call = "clock", .code = years, .at = at, .times = kForGood});
+      };
       faults.push_back(std::move(fault));
     }
   }
@@ -135,7 +136,9 @@ const std::vector<FaultKind>& fault_kinds() {
 Fault failing(const char* call, int error, int at, int times) {
   Fault fault;
   fault.name = std::string(call) + " " + std::to_string(at) + " " + name_of(error);
-  fault.begin = [=] { failing_call.emplace(call, error, at, times); };
+  fault.begin = [=] {
+    failing_call.emplace(tests::FaultPlan{.call = call, .code = error, .at = at, .times = times});
+  };
   fault.end = [] { failing_call.reset(); };
   return fault;
 }
@@ -149,7 +152,7 @@ std::vector<const char*> failing_calls() {
 Fault counting(const char* call, int& seen) {
   Fault fault;
   fault.name = call;
-  fault.begin = [=] { failing_call.emplace(call, 0, INT_MAX); };
+  fault.begin = [=] { failing_call.emplace(tests::FaultPlan{.call = call, .at = tests::kNever}); };
   fault.end = [&seen] {
     seen = failing_call->seen();
     failing_call.reset();

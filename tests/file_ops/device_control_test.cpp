@@ -21,7 +21,7 @@
 #include "tests/support/database.hpp"
 #include "tests/support/descriptors.hpp"
 #include "tests/support/exact_buffer.hpp"
-#include "tests/support/failing_call.hpp"
+#include "tests/support/fault.hpp"
 #include "tests/support/log_capture.hpp"
 
 namespace {

@@ -11,7 +11,7 @@
 #include "kelo_utils/file_ops.h"
 #include "kelo_utils/log.h"
 #include "tests/support/database.hpp"
-#include "tests/support/failing_call.hpp"
+#include "tests/support/fault.hpp"
 #include "tests/support/log_capture.hpp"
 #include "tests/support/made_directories.hpp"
 
@@ -19,7 +19,7 @@ namespace {
 
 using kelo::tests::asked_for;
 using kelo::tests::expect_lines;
-using kelo::tests::FailingCall;
+using kelo::tests::Fault;
 using kelo::tests::LogCapture;
 using kelo::tests::write_file;
 
@@ -137,7 +137,7 @@ TEST_F(DirectoryPath, CallsAFileInThePlaceOfTheLastDirectoryMade) {
 TEST_F(DirectoryPath, StopsAtTheFirstFailure) {
   for (int at = 1; at <= 3; ++at) {
     asked_for.clear();
-    const FailingCall fault("mkdir", ENOSPC, at);
+    const Fault fault({.call = "mkdir", .code = ENOSPC, .at = at});
     EXPECT_EQ(dir_make_path("p/q/r/", 0755), -1);
     EXPECT_EQ(fault.seen(), at);
     expect_failure("p/q/r/");

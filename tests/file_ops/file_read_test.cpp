@@ -31,7 +31,7 @@ using namespace std::string_literals;
 using kelo::tests::claimed_read;
 using kelo::tests::ExactBuffer;
 using kelo::tests::expect_lines;
-using kelo::tests::FailingCall;
+using kelo::tests::Fault;
 using kelo::tests::LogCapture;
 using kelo::tests::ManyDescriptors;
 using kelo::tests::open_descriptors;
@@ -192,12 +192,12 @@ TEST_F(FileRead, FailsWhenTheReadDoes) {
   write_file(kPath, "up\n");
   const ExactBuffer buffer(16);
   {
-    const FailingCall fault("read", EIO);
+    const Fault fault({"read", EIO});
     EXPECT_EQ(kelo_read_file(kPath, buffer.data(), 16), 6);
   }
   expect_lines(log, kPlain, {{LOG_LVL_ERR, "read /tmp/state failed.\n"}});
   {
-    const FailingCall fault("read", EIO);
+    const Fault fault({"read", EIO});
     EXPECT_EQ(kelo_read_file_with_reading_length_returned(kPath, buffer.data(), 16), -1);
   }
   expect_lines(log, kCounted, {{LOG_LVL_ERR, "read /tmp/state failed.\n"}});
@@ -206,7 +206,7 @@ TEST_F(FileRead, FailsWhenTheReadDoes) {
 
 TEST_F(FileRead, ReadsOnce) {
   write_file(kPath, "up\n");
-  const FailingCall reads("read", 0, INT_MAX);
+  const Fault reads({.call = "read", .at = kelo::tests::kNever});
   const ExactBuffer buffer(16);
   EXPECT_EQ(kelo_read_file(kPath, buffer.data(), 16), 0);
   EXPECT_EQ(reads.seen(), 1);
@@ -218,10 +218,10 @@ TEST_F(FileRead, GoesOnAfterASignal) {
   write_file(kPath, "up\n");
   for (const char* const call : {"open", "read"}) {
     const ExactBuffer buffer(16);
-    const FailingCall plain(call, EINTR, 1, 3);
+    const Fault plain({.call = call, .code = EINTR, .times = 3});
     EXPECT_EQ(kelo_read_file(kPath, buffer.data(), 16), 0) << call;
     EXPECT_EQ(plain.seen(), 4) << call;
-    const FailingCall counted(call, EINTR, 1, 3);
+    const Fault counted({.call = call, .code = EINTR, .times = 3});
     EXPECT_EQ(kelo_read_file_with_reading_length_returned(kPath, buffer.data(), 16), 2) << call;
     EXPECT_EQ(counted.seen(), 4) << call;
   }

@@ -32,7 +32,7 @@ namespace {
 
 using kelo::tests::claimed_write;
 using kelo::tests::expect_lines;
-using kelo::tests::FailingCall;
+using kelo::tests::Fault;
 using kelo::tests::LogCapture;
 using kelo::tests::ManyDescriptors;
 using kelo::tests::open_descriptors;
@@ -218,7 +218,7 @@ TEST_P(FileWrite, FailsWithADeviceThatIsFull) {
 
 TEST_P(FileWrite, FailsWhenALaterWriteDoes) {
   write_file(kPath, "abcdef");
-  const FailingCall fault("write", EIO, 2);
+  const Fault fault({.call = "write", .code = EIO, .at = 2});
   const Writes writes(2);
   EXPECT_EQ(put(kPath, "12345"), 7);
   expect_line("write /tmp/state failed.\n");
@@ -257,11 +257,11 @@ TEST_P(FileWrite, GoesOnAfterASignal) {
   write_file(kPath, "abcdefgh");
   {
     const Writes writes(2);
-    const FailingCall fault("write", EINTR, 2, 3);
+    const Fault fault({.call = "write", .code = EINTR, .at = 2, .times = 3});
     EXPECT_EQ(put(kPath, "12345"), 0);
     EXPECT_EQ(fault.seen(), 6);
   }
-  const FailingCall fault("open", EINTR, 1, 3);
+  const Fault fault({.call = "open", .code = EINTR, .times = 3});
   EXPECT_EQ(put(kPath, "123456"), 0);
   EXPECT_EQ(fault.seen(), 4);
   EXPECT_EQ(read_file(kPath), "123456gh");
@@ -270,7 +270,7 @@ TEST_P(FileWrite, GoesOnAfterASignal) {
 
 TEST_P(FileWrite, GivesUpADeviceThatTakesNothing) {
   write_file(kPath, "100");
-  const FailingCall writes("write", 0, INT_MAX);
+  const Fault writes({.call = "write", .at = kelo::tests::kNever});
   claimed_write = 0;
   EXPECT_EQ(put(kPath, "1"), 7);
   EXPECT_EQ(put(kPath, ""), 0);
@@ -281,7 +281,7 @@ TEST_P(FileWrite, GivesUpADeviceThatTakesNothing) {
 
 TEST_P(FileWrite, TrustsNoCountBeyondTheData) {
   write_file(kPath, "100");
-  const FailingCall writes("write", 0, INT_MAX);
+  const Fault writes({.call = "write", .at = kelo::tests::kNever});
   claimed_write = 3;
   EXPECT_EQ(put(kPath, "12"), 0);
   claimed_write.reset();

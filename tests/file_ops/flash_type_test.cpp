@@ -77,7 +77,7 @@ TEST_F(FlashType, AsksTheKernel) {
 
 TEST_F(FlashType, ReportsAPipeThatCannotBeMade) {
   tell("mtd");
-  const Fault fault({.function = "popen", .code = EMFILE});
+  const Fault fault({.call = "popen", .code = EMFILE});
   EXPECT_EQ(get_flash_type(), 4);
   EXPECT_EQ(fault.failed(), 1);
 }

@@ -14,7 +14,7 @@
 
 namespace {
 
-using kelo::tests::FailingCall;
+using kelo::tests::Fault;
 using kelo::tests::file_exists;
 using kelo::tests::IniChange;
 using kelo::tests::open_descriptors;
@@ -50,7 +50,7 @@ class IniEveryFault : public testing::TestWithParam<IniChange> {
     int result = -1;
     int seen = 0;
     {
-      const FailingCall fault(call, error, at);
+      const Fault fault({.call = call, .code = error, .at = at});
       result = change();
       seen = fault.seen();
     }
@@ -91,7 +91,7 @@ TEST_P(IniEveryFault, LeavesTheOldFileOrTheNewOne) {
 TEST_P(IniEveryFault, FailsWhenTheStorageIsFull) {
   for (int at = 1;; ++at) {
     restore();
-    const FailingCall fault("write", ENOSPC, at, 1000000);
+    const Fault fault({.call = "write", .code = ENOSPC, .at = at, .times = kelo::tests::kEveryTime});
     const int result = change();
     const bool full = fault.seen() >= at;
     EXPECT_EQ(result, full ? 0 : 1) << at;

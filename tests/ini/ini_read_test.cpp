@@ -22,7 +22,7 @@
 namespace {
 
 using kelo::tests::ExactBuffer;
-using kelo::tests::FailingCall;
+using kelo::tests::Fault;
 using kelo::tests::kAbsent;
 using kelo::tests::kSettings;
 using kelo::tests::open_descriptors;
@@ -107,7 +107,7 @@ TEST_F(IniRead, AnswersWithTheDefaultForAFileThatCannotBeOpened) {
 
 TEST_F(IniRead, AnswersWithTheDefaultForAFileThatCannotBeRead) {
   EXPECT_EQ(value_of(nullptr, "k", "/tmp"), kAbsent) << "a directory can be opened";
-  const FailingCall fault("read", EIO);
+  const Fault fault({"read", EIO});
   EXPECT_EQ(value_of("s", "k"), kAbsent);
 }
 
@@ -119,11 +119,11 @@ TEST_F(IniRead, FindsNothingInAnEmptyFile) {
 
 TEST_F(IniRead, GoesOnAfterASignal) {
   {
-    const FailingCall fault("open", EINTR, 1, 2);
+    const Fault fault({.call = "open", .code = EINTR, .times = 2});
     EXPECT_EQ(value_of("s", "k"), "value");
     EXPECT_EQ(fault.seen(), 3);
   }
-  const FailingCall fault("read", EINTR, 1, 2);
+  const Fault fault({.call = "read", .code = EINTR, .times = 2});
   EXPECT_EQ(value_of("s", "k"), "value");
 }
 

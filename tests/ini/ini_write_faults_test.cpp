@@ -25,7 +25,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-using kelo::tests::FailingCall;
+using kelo::tests::Fault;
 using kelo::tests::file_exists;
 using kelo::tests::kCopy;
 using kelo::tests::kSettings;
@@ -69,7 +69,7 @@ TEST_F(IniWriteFaults, KeepsTheFileWhenACopyFails) {
                 {"write", 2, ENOSPC}, {"pread", 2, EIO},   {"write", 3, ENOSPC}, {"fsync", 1, EIO},
                 {"rename", 1, EACCES}};
   for (const auto& [call, at, error] : faults) {
-    const FailingCall fault(call, error, at);
+    const Fault fault({.call = call, .code = error, .at = at});
     EXPECT_EQ(put("s", "k", "longer"), 0) << call << " " << at;
     EXPECT_EQ(fault.seen(), at) << call << " " << at;
     expect_untouched();
@@ -80,7 +80,7 @@ TEST_F(IniWriteFaults, KeepsTheFileWhenACopyFails) {
 TEST_F(IniWriteFaults, TakesADirectoryThatCannotBeSynchronisedForGood) {
   for (const char* const call : {"open", "fsync"}) {
     write_file(kSettings, kText);
-    const FailingCall fault(call, EINVAL, call == std::string_view("open") ? 3 : 2);
+    const Fault fault({.call = call, .code = EINVAL, .at = call == std::string_view("open") ? 3 : 2});
     EXPECT_EQ(put("s", "k", "longer"), 1);
     EXPECT_EQ(fault.seen(), call == std::string_view("open") ? 3 : 2);
     EXPECT_EQ(read_file(kSettings), "[s]\nk=longer\nl=2\n");
@@ -93,11 +93,11 @@ TEST_F(IniWriteFaults, FailsWhenALineCannotBeWrittenOver) {
     int at;
   } faults[] = {{"open", 2}, {"lseek", 1}, {"write", 1}};
   for (const auto& [call, at] : faults) {
-    const FailingCall fault(call, EIO, at);
+    const Fault fault({.call = call, .code = EIO, .at = at});
     EXPECT_EQ(put("s", "k", "new"), 0) << call;
     expect_untouched();
   }
-  const FailingCall fault("fsync", EIO);
+  const Fault fault({"fsync", EIO});
   EXPECT_EQ(put("s", "k", "new"), 0) << "nobody knows what is on the storage";
   EXPECT_EQ(read_file(kSettings), "[s]\nk=new\nl=2\n");
 }
@@ -109,7 +109,7 @@ TEST_F(IniWriteFaults, LeavesNoFileThatCouldNotBeMade) {
   } faults[] = {{"open", 2}, {"write", 1}, {"fsync", 1}};
   fs::remove(kSettings);
   for (const auto& [call, at] : faults) {
-    const FailingCall fault(call, ENOSPC, at);
+    const Fault fault({.call = call, .code = ENOSPC, .at = at});
     EXPECT_EQ(put("s", "k", "v"), 0) << call;
     EXPECT_EQ(fault.seen(), at);
     EXPECT_FALSE(file_exists(kSettings)) << call;
@@ -291,7 +291,7 @@ TEST_F(IniWriteFaults, GoesOnAfterShortWritesAndSignals) {
   }
   for (const char* const call : {"open", "read", "pread", "write", "fsync"}) {
     write_file(kSettings, kText);
-    const FailingCall fault(call, EINTR, 1, 3);
+    const Fault fault({.call = call, .code = EINTR, .times = 3});
     EXPECT_EQ(put("s", "k", "longer"), 1) << call;
     EXPECT_GE(fault.seen(), 4) << call;
     EXPECT_EQ(read_file(kSettings), "[s]\nk=longer\nl=2\n");
@@ -306,7 +306,7 @@ TEST_F(IniWriteFaults, NeverLosesWhatItCouldNotRead) {
              {"k", "2"}, {"k", "23"}, {"k", nullptr}, {nullptr, nullptr}}) {
       if (at == 3 && key != nullptr) continue;  // found before
       {
-        const FailingCall fault("read", EIO, at, INT_MAX);
+        const Fault fault({.call = "read", .code = EIO, .at = at, .times = kelo::tests::kEveryTime});
         EXPECT_EQ(put("s", key, value), 0) << at;
       }
       EXPECT_EQ(read_file(kSettings), text);
@@ -325,8 +325,8 @@ TEST_F(IniWriteFaults, NeedsNoHeap) {
 }
 
 TEST_F(IniWriteFaults, WritesNothingToAFileThatStaysAsItIs) {
-  const FailingCall writes("write", 0, INT_MAX);
-  const FailingCall opens("open", 0, INT_MAX);
+  const Fault writes({.call = "write", .at = kelo::tests::kNever});
+  const Fault opens({.call = "open", .at = kelo::tests::kNever});
   EXPECT_EQ(put("s", "k", "old"), 1);
   EXPECT_EQ(put("s", "none", nullptr), 1);
   EXPECT_EQ(opens.seen(), 2) << "to read";

@@ -24,8 +24,8 @@ namespace {
 
 using kelo::modem::Modem;
 using kelo::modem::read_script;
-using kelo::tests::FailingCall;
 using kelo::tests::FailingHeap;
+using kelo::tests::Fault;
 using kelo::tests::LogCapture;
 using kelo::tests::open_descriptors;
 using kelo::tests::Waits;
@@ -75,7 +75,7 @@ TEST_F(AtChannelFaults, HearsAModemInTheThirdAttempt) {
 
 TEST_F(AtChannelFaults, GoesOnAfterAWaitThatFails) {
   const Modem modem(read_script("command *\n send \"\\r\\nOK\\r\\n\"\n"));
-  const FailingCall fault("poll", ENOMEM);
+  const Fault fault({"poll", ENOMEM});
   EXPECT_EQ(send(), "\r\nOK\r\n");
   EXPECT_EQ(log.count(LOG_LVL_ERR, kFunction, kWaitFailed), 1) << log.dump();
   EXPECT_EQ(log.count_containing(LOG_LVL_ERR, "fail"), 1);
@@ -83,7 +83,7 @@ TEST_F(AtChannelFaults, GoesOnAfterAWaitThatFails) {
 }
 
 TEST_F(AtChannelFaults, FailsAfterThreeWaitsThatFail) {
-  const FailingCall fault("poll", ENOMEM, 1, 4);
+  const Fault fault({.call = "poll", .code = ENOMEM, .times = 4});
   EXPECT_EQ(send(), kFailure);
   EXPECT_EQ(fault.seen(), 3);
   EXPECT_EQ(log.count(LOG_LVL_ERR, kFunction, kWaitFailed), 3);
@@ -94,7 +94,7 @@ TEST_F(AtChannelFaults, GoesOnAfterAReceptionThatFails) {
   const Modem modem(read_script("command *\n send echo \"\\r\\nOK\\r\\n\"\n"));
   for (const int error : {EAGAIN, ENOBUFS, ECONNREFUSED}) {
     log.clear();
-    const FailingCall fault("recvfrom", error);
+    const Fault fault({"recvfrom", error});
     EXPECT_EQ(send(), "AT\r\r\nOK\r\n") << "an echo in the second attempt is part of the reply";
     EXPECT_EQ(log.count(LOG_LVL_ERR, kFunction, receive_failure(error)), 1) << log.dump();
     EXPECT_EQ(log.count(LOG_LVL_INFO, kFunction, "recvfrom[2,0] 9 bytes:[9, AT\r\r\nOK\r\n]\n"), 1);
@@ -110,7 +110,7 @@ TEST_F(AtChannelFaults, DoesNotWaitForADatagramThatIsGone) {
 
 TEST_F(AtChannelFaults, FailsAfterThreeReceptionsThatFail) {
   const Modem modem(read_script("command *\n send \"\\r\\nOK\\r\\n\"\n"));
-  const FailingCall fault("recvfrom", EIO, 1, 4);
+  const Fault fault({.call = "recvfrom", .code = EIO, .times = 4});
   EXPECT_EQ(send(), kFailure);
   EXPECT_EQ(fault.seen(), 3);
   EXPECT_EQ(log.count(LOG_LVL_ERR, kFunction, receive_failure(EIO)), 3) << log.dump();
@@ -119,7 +119,7 @@ TEST_F(AtChannelFaults, FailsAfterThreeReceptionsThatFail) {
 
 TEST_F(AtChannelFaults, FailsWithoutASocket) {
   const Modem modem(read_script("command *\n send \"\\r\\nOK\\r\\n\"\n"));
-  const FailingCall fault("socket", EMFILE);
+  const Fault fault({"socket", EMFILE});
   EXPECT_EQ(send(), kFailure);
   const std::string expected =
       std::string("socket error [") + std::strerror(EMFILE) + "]" + std::to_string(EMFILE) + "\n";
@@ -130,7 +130,7 @@ TEST_F(AtChannelFaults, FailsWithoutASocket) {
 
 TEST_F(AtChannelFaults, FailsWhenTheCommandCannotBeSent) {
   const Modem modem(read_script("command *\n send \"\\r\\nOK\\r\\n\"\n"));
-  const FailingCall fault("sendto", ENETUNREACH);
+  const Fault fault({"sendto", ENETUNREACH});
   EXPECT_EQ(send(), kFailure);
   EXPECT_EQ(fault.seen(), 1);
   EXPECT_EQ(log.count(LOG_LVL_INFO, kFunction, "send at cmd:[3,AT\r]\n"), 1);
@@ -140,7 +140,7 @@ TEST_F(AtChannelFaults, FailsWhenTheCommandCannotBeSent) {
 
 TEST_F(AtChannelFaults, SendsOnAfterSignals) {
   const Modem modem(read_script("command *\n send \"\\r\\nOK\\r\\n\"\n"));
-  const FailingCall fault("sendto", EINTR, 1, 2);
+  const Fault fault({.call = "sendto", .code = EINTR, .times = 2});
   EXPECT_EQ(send(), "\r\nOK\r\n");
   EXPECT_EQ(fault.seen(), 3);
   EXPECT_EQ(modem.received(), std::vector<std::string>{"AT\r"});
@@ -154,7 +154,7 @@ TEST_F(AtChannelFaults, WaitsOnAfterSignalsForTheTimeThatIsLeft) {
   waits.before = [](int number) {
     if (number <= kSignals) usleep(kPause * 1000);
   };
-  const FailingCall fault("poll", EINTR, 1, kSignals);
+  const Fault fault({.call = "poll", .code = EINTR, .times = kSignals});
   EXPECT_EQ(send(), "OK\r\n") << "the attempt is still the first";
   const std::vector<int>& given = waits.milliseconds();
   ASSERT_EQ(given.size(), kSignals + 1U);

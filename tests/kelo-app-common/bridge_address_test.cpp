@@ -22,7 +22,7 @@ namespace {
 
 using kelo::tests::add_address;
 using kelo::tests::add_bridge;
-using kelo::tests::FailingCall;
+using kelo::tests::Fault;
 using kelo::tests::LogCapture;
 using kelo::tests::open_descriptors;
 using kelo::tests::remove_interface;
@@ -78,7 +78,7 @@ TEST_F(BridgeAddress, RefusesANullAddressWithALine) {
 }
 
 TEST_F(BridgeAddress, FindsNothingWithoutABridgeAndSaysNothing) {
-  const FailingCall requests("ioctl", 0, 100);
+  const Fault requests({.call = "ioctl", .at = kelo::tests::kNever});
   expect_not_found();
   EXPECT_EQ(requests.seen(), 4);
   EXPECT_TRUE(log.lines().empty()) << log.dump();
@@ -86,7 +86,7 @@ TEST_F(BridgeAddress, FindsNothingWithoutABridgeAndSaysNothing) {
 
 TEST_F(BridgeAddress, FindsTheLastNameAfterThreeFailedRequests) {
   add_bridge_with("br0", "192.168.8.1");
-  const FailingCall requests("ioctl", 0, 100);
+  const Fault requests({.call = "ioctl", .at = kelo::tests::kNever});
   expect_found("br0", "192.168.8.1");
   EXPECT_EQ(requests.seen(), 4);
 }
@@ -115,7 +115,7 @@ TEST_F(BridgeAddress, PrefersTheNamesInTheirOrder) {
 
 TEST_F(BridgeAddress, StopsAtTheFirstNameThatHasAnAddress) {
   add_bridge_with("bridge0", "10.0.0.1");
-  const FailingCall requests("ioctl", 0, 100);
+  const Fault requests({.call = "ioctl", .at = kelo::tests::kNever});
   expect_found("bridge0", "10.0.0.1");
   EXPECT_EQ(requests.seen(), 1);
 }
@@ -154,7 +154,7 @@ TEST_F(BridgeAddress, TakesNoInterfaceOfASimilarName) {
 TEST_F(BridgeAddress, GoesOnToTheNextNameWithoutASocket) {
   add_bridge_with("bridge0", "10.0.0.1");
   add_bridge_with("br-lan", "10.0.1.1");
-  const FailingCall fault("socket", EMFILE);
+  const Fault fault({"socket", EMFILE});
   std::uint32_t address = kPreset;
   EXPECT_EQ(kelo_util_get_main_bridge_addr(&address), 0);
   EXPECT_EQ(as_text(address), "10.0.1.1");
@@ -164,7 +164,7 @@ TEST_F(BridgeAddress, GoesOnToTheNextNameWithoutASocket) {
 
 TEST_F(BridgeAddress, SaysForEachNameThatThereIsNoSocket) {
   add_bridge_with("br0", "10.0.0.1");
-  const FailingCall fault("socket", ENFILE, 1, 4);
+  const Fault fault({.call = "socket", .code = ENFILE, .times = 4});
   expect_not_found();
   EXPECT_EQ(fault.seen(), 4);
   EXPECT_EQ(log.count(LOG_LVL_ERR, kStep, "sfd is invalid\n"), 4) << log.dump();
@@ -174,7 +174,7 @@ TEST_F(BridgeAddress, SaysForEachNameThatThereIsNoSocket) {
 TEST_F(BridgeAddress, GoesOnToTheNextNameWhenARequestFails) {
   add_bridge_with("bridge0", "10.0.0.1");
   add_bridge_with("br-lan", "10.0.1.1");
-  const FailingCall fault("ioctl", ENODEV);
+  const Fault fault({"ioctl", ENODEV});
   expect_found("br-lan", "10.0.1.1");
 }
 

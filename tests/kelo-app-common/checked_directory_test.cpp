@@ -11,7 +11,7 @@
 #include "kelo_utils/app_common.h"
 #include "kelo_utils/log.h"
 #include "tests/support/database.hpp"
-#include "tests/support/failing_call.hpp"
+#include "tests/support/fault.hpp"
 #include "tests/support/log_capture.hpp"
 #include "tests/support/made_directories.hpp"
 
@@ -19,7 +19,7 @@ namespace {
 
 using kelo::tests::asked_for;
 using kelo::tests::expect_lines;
-using kelo::tests::FailingCall;
+using kelo::tests::Fault;
 using kelo::tests::LogCapture;
 using kelo::tests::write_file;
 
@@ -131,20 +131,20 @@ TEST_F(CheckedDirectory, IsAnErrorBelowADirectoryThatMayNotBeWritten) {
 
 TEST_F(CheckedDirectory, IsMadeWhateverBecomesOfTheWay) {
   ASSERT_TRUE(fs::create_directories("a/b"));
-  const FailingCall fault("mkdir", EACCES, 1, 2);
+  const Fault fault({.call = "mkdir", .code = EACCES, .times = 2});
   expect_made("a/b/c", {"a", "a/b", "a/b/c"});
   EXPECT_EQ(fault.seen(), 3);
 }
 
 TEST_F(CheckedDirectory, IsAnErrorWhenItsOwnStepFails) {
-  const FailingCall fault("mkdir", ENOSPC, 3);
+  const Fault fault({.call = "mkdir", .code = ENOSPC, .at = 3});
   expect_failure("a/b/c", {"a", "a/b", "a/b/c"});
   EXPECT_TRUE(fs::is_directory("a/b")) << "stays";
   EXPECT_FALSE(fs::exists("a/b/c"));
 }
 
 TEST_F(CheckedDirectory, IsAnErrorWhenSomebodyElseMakesIt) {
-  const FailingCall fault("mkdir", EEXIST);
+  const Fault fault({"mkdir", EEXIST});
   expect_failure("a", {"a"});
 }
 

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <climits>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
@@ -25,7 +24,7 @@
 // NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 extern "C" int close(int fd) {
   static const auto real = kelo::tests::next_call("close", close);
-  const bool fails = kelo::tests::FailingCall::meets("close");
+  const bool fails = kelo::tests::Fault::meets("close");
   const int result = real(fd);
   if (fails) errno = EIO;
   return fails ? -1 : result;
@@ -38,7 +37,7 @@ using namespace std::string_literals;
 
 using kelo::tests::claimed_write;
 using kelo::tests::expect_lines;
-using kelo::tests::FailingCall;
+using kelo::tests::Fault;
 using kelo::tests::LogCapture;
 using kelo::tests::open_descriptors;
 using kelo::tests::read_file;
@@ -161,21 +160,21 @@ TEST_F(IntegerFile, IsReadInPieces) {
 
 TEST_F(IntegerFile, IsReadBehindASignal) {
   write_file(kPath, "12");
-  const FailingCall fault("read", EINTR, 1, 2);
+  const Fault fault({.call = "read", .code = EINTR, .times = 2});
   EXPECT_EQ(kelo_util_get_file_int_value(kPath), 12);
   log.clear();
 }
 
 TEST_F(IntegerFile, IsZeroWhenTheReadFails) {
   write_file(kPath, "12");
-  const FailingCall fault("read", EIO);
+  const Fault fault({"read", EIO});
   EXPECT_EQ(kelo_util_get_file_int_value(kPath), 0);
   EXPECT_EQ(fault.seen(), 1);
 }
 
 TEST_F(IntegerFile, KeepsWhatWasReadBeforeAFailure) {
   write_file(kPath, "12");
-  const FailingCall fault("read", EIO, 2);
+  const Fault fault({.call = "read", .code = EIO, .at = 2});
   EXPECT_EQ(kelo_util_get_file_int_value(kPath), 12);
   log.clear();
 }
@@ -232,7 +231,7 @@ TEST_F(IntegerFile, IsMadeByASet) {
 
 TEST_F(IntegerFile, IsWrittenAtOnceAndForcedToTheStorage) {
   const Writes writes(SIZE_MAX);
-  const FailingCall second("fsync", EIO, 2);
+  const Fault second({.call = "fsync", .code = EIO, .at = 2});
   EXPECT_EQ(kelo_util_set_file_int_value(kPath, -1234), 0);
   ASSERT_EQ(writes.calls().size(), 1U);
   EXPECT_EQ(writes.calls().front().asked, 5U);
@@ -242,7 +241,7 @@ TEST_F(IntegerFile, IsWrittenAtOnceAndForcedToTheStorage) {
 
 TEST_F(IntegerFile, IsWrittenBehindShortWritesAndSignals) {
   const Writes writes(2);
-  const FailingCall fault("write", EINTR, 2, 3);
+  const Fault fault({.call = "write", .code = EINTR, .at = 2, .times = 3});
   EXPECT_EQ(kelo_util_set_file_int_value(kPath, -1234), 0);
   EXPECT_EQ(read_file(kPath), "-1234");
   EXPECT_EQ(writes.calls().size(), 6U);
@@ -250,14 +249,14 @@ TEST_F(IntegerFile, IsWrittenBehindShortWritesAndSignals) {
 
 TEST_F(IntegerFile, IsNotWrittenWhenAWriteFails) {
   {
-    const FailingCall fault("write", EIO);
+    const Fault fault({"write", EIO});
     expect_not_written(kPath, 0, EIO);
     EXPECT_EQ(fault.seen(), 1);
   }
   EXPECT_EQ(read_file(kPath), "");
   {
     const Writes writes(2);
-    const FailingCall fault("write", ENOSPC, 3);
+    const Fault fault({.call = "write", .code = ENOSPC, .at = 3});
     expect_not_written(kPath, 4, ENOSPC);
   }
   EXPECT_EQ(read_file(kPath), "-123");
@@ -266,7 +265,7 @@ TEST_F(IntegerFile, IsNotWrittenWhenAWriteFails) {
 
 TEST_F(IntegerFile, IsNotForcedToTheStorageWhenAWriteFails) {
   claimed_write = 0;
-  const FailingCall fault("fsync", EIO);
+  const Fault fault({"fsync", EIO});
   expect_not_written(kPath, 0, 0);
   EXPECT_EQ(fault.seen(), 0);
   claimed_write.reset();
@@ -282,28 +281,28 @@ TEST_F(IntegerFile, IsNotWrittenWhereNothingIsTaken) {
 
 TEST_F(IntegerFile, IsNotWrittenWhenItCannotBeForcedToTheStorage) {
   for (const int error : {EIO, ENOSPC, EDQUOT, EROFS, EBADF}) {
-    const FailingCall fault("fsync", error);
+    const Fault fault({"fsync", error});
     expect_not_written(kPath, 5, error);
     EXPECT_EQ(fault.seen(), 1);
   }
 }
 
 TEST_F(IntegerFile, IsForcedToTheStorageBehindASignal) {
-  const FailingCall fault("fsync", EINTR, 1, 2);
+  const Fault fault({.call = "fsync", .code = EINTR, .times = 2});
   EXPECT_EQ(kelo_util_set_file_int_value(kPath, 5), 0);
   EXPECT_EQ(fault.seen(), 3);
 }
 
 TEST_F(IntegerFile, NeedsNoStorage) {
   for (const int error : {EINVAL, ENOTSUP}) {
-    const FailingCall fault("fsync", error);
+    const Fault fault({"fsync", error});
     EXPECT_EQ(kelo_util_set_file_int_value(kPath, 5), 0);
     EXPECT_EQ(fault.seen(), 1);
   }
 }
 
 TEST_F(IntegerFile, IsNotWrittenWhenTheClosingFails) {
-  const FailingCall fault("close", EIO);
+  const Fault fault({"close", EIO});
   expect_not_written(kPath, 5, EIO);
 }
 

@@ -105,7 +105,7 @@ TEST_F(Ping, FailsWithoutThePingProgram) {
 
 TEST_F(Ping, FailsWithoutAProcess) {
   make_ping("exit 0");
-  const Fault fault({.function = "popen", .code = EAGAIN, .times = kEveryTime});
+  const Fault fault({.call = "popen", .code = EAGAIN, .times = kEveryTime});
   EXPECT_EQ(kelo_ping_state("host"), -1);
   EXPECT_EQ(fault.failed(), 3);
   EXPECT_EQ(runs(), "");
@@ -114,7 +114,7 @@ TEST_F(Ping, FailsWithoutAProcess) {
 
 TEST_F(Ping, GoesOnBehindAProcessThatWasNotToBeHad) {
   make_ping("exit 0");
-  const Fault fault({.function = "popen", .code = EAGAIN});
+  const Fault fault({.call = "popen", .code = EAGAIN});
   EXPECT_EQ(kelo_ping_state("host"), 0);
   expect_tries(2, "success", kStart, "system command failed\n", kNotStarted);
 }

@@ -167,7 +167,7 @@ TEST_F(ProcessId, RunsNothingForALongerName) {
 
 TEST_F(ProcessId, FailsWithoutAPipe) {
   list_processes("7 modemd\n");
-  const Fault fault({.function = "popen", .code = EMFILE});
+  const Fault fault({.call = "popen", .code = EMFILE});
   EXPECT_EQ(oem_get_pid_by_name("modemd"), -1);
   EXPECT_EQ(fault.failed(), 1);
   expect_not_started();

@@ -20,7 +20,7 @@ namespace {
 using namespace std::string_literals;
 using kelo::tests::every_text;
 using kelo::tests::failed;
-using kelo::tests::FailingCall;
+using kelo::tests::Fault;
 using kelo::tests::kBootFile;
 using kelo::tests::kCommandLine;
 using kelo::tests::kOemLookup;
@@ -186,7 +186,7 @@ TEST_F(BootFileName, NeedsEveryRead) {
   kelo_set_log_level(LOG_LVL_CRT);  // logging reads as well
   write_file(kCommandLine, "quiet");
   for (const int failing : {2, 3}) {
-    const FailingCall fault("read", EIO, failing);
+    const Fault fault({.call = "read", .code = EIO, .at = failing});
     const Result result = look_up_in_boot_file(std::string(kChunkSize, 'x') + "project=XYZ\n");
     EXPECT_EQ(result.code, -1) << failing;
     EXPECT_EQ(result.buffer, untouched(16)) << failing;

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <climits>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -22,7 +21,7 @@ namespace {
 using namespace std::string_literals;
 using kelo::tests::ExactBuffer;
 using kelo::tests::failed;
-using kelo::tests::FailingCall;
+using kelo::tests::Fault;
 using kelo::tests::found;
 using kelo::tests::kBootFile;
 using kelo::tests::kCommandLine;
@@ -188,7 +187,7 @@ TEST_F(ProjectName, IsLookedForInTheBootFileWithoutACommandLine) {
 TEST_F(ProjectName, IsLookedForInTheBootFileWhenTheCommandLineCannotBeRead) {
   write_file(kCommandLine, "kelo.project=ABC");
   write_file(kBootFile, "project=XYZ");
-  const FailingCall fault("read", EIO);
+  const Fault fault({"read", EIO});
   const Result result = look_up();
   EXPECT_EQ(result.code, 0);
   EXPECT_EQ(result.buffer, terminated("XYZ", 16));
@@ -207,7 +206,7 @@ TEST_F(ProjectName, GoesOnAfterSignals) {
   write_file(kBootFile, "project=XYZ");
   for (const char* const call : {"open", "read"}) {
     for (const int at : {1, 2}) {
-      const FailingCall fault(call, EINTR, at, 3);
+      const Fault fault({.call = call, .code = EINTR, .at = at, .times = 3});
       EXPECT_EQ(look_up().buffer, terminated("XYZ", 16)) << call;
       EXPECT_EQ(fault.seen(), 5) << call;
     }
@@ -217,7 +216,7 @@ TEST_F(ProjectName, GoesOnAfterSignals) {
 TEST_F(ProjectName, NeedsABuffer) {
   write_file(kCommandLine, "kelo.project=ABC oem.project=ABC");
   write_file(kBootFile, "project=XYZ");
-  const FailingCall opens("open", 0, INT_MAX);
+  const Fault opens({.call = "open", .at = kelo::tests::kNever});
   for (const Lookup lookup : {kLookup, kOemLookup}) {
     for (const std::int32_t max_len : {16, 0, -1}) EXPECT_EQ(lookup(nullptr, max_len), -1);
   }

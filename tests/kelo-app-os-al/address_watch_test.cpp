@@ -24,7 +24,7 @@ using kelo::tests::add_address;
 using kelo::tests::AddressQuery;
 using kelo::tests::bring_up;
 using kelo::tests::ExactBuffer;
-using kelo::tests::FailingCall;
+using kelo::tests::Fault;
 using kelo::tests::Link;
 using Clock = std::chrono::steady_clock;
 
@@ -158,7 +158,7 @@ TEST_F(AddressQuery, ListensToIPv6AddressesUnderTheProcessId) {
 
 TEST_F(AddressQuery, WaitsAgainAfterAnInterruption) {
   constexpr int kInterruptions = 3;
-  const FailingCall fault("epoll_wait", EINTR, 1, kInterruptions);
+  const Fault fault({.call = "epoll_wait", .code = EINTR, .times = kInterruptions});
   EXPECT_EQ(query(), 0);
   EXPECT_EQ(fault.seen(), kInterruptions + 1);
   EXPECT_EQ(log.count(LOG_LVL_DBUG, kLoop, "Process fd count:-1\n"), kInterruptions) << log.dump();
@@ -271,7 +271,7 @@ TEST_F(AddressQuery, LogsEachCallThatFails) {
         Case{"socket", ENFILE, "couldn't open NETLINK_ROUTE socket:" + std::to_string(ENFILE) + "\n"},
         Case{"bind", EPERM, "couldn't bind:" + std::to_string(EPERM) + "\n"},
         Case{"epoll_ctl", ENOSPC, "epoll add sock_fd error\n"}}) {
-    const FailingCall fault(c.call, c.error);
+    const Fault fault({c.call, c.error});
     EXPECT_EQ(query(), 1);
     EXPECT_EQ(fault.seen(), 1) << c.call;
     EXPECT_EQ(log.count(LOG_LVL_ERR, kQuery, c.line), 1) << log.dump();

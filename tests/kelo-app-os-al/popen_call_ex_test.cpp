@@ -65,7 +65,7 @@ TEST_F(PopenCallEx, RefusesANullCommandAndANullResult) {
 
 TEST_F(PopenCallEx, ReportsAPipeThatCannotBeMadeWithoutAPause) {
   const ExactBuffer result(8);
-  const Fault fault({.function = "popen", .code = EMFILE, .times = kelo::tests::kEveryTime});
+  const Fault fault({.call = "popen", .code = EMFILE, .times = kelo::tests::kEveryTime});
   double quickest = 60;  // of three, on a machine however busy
   for (int i = 0; i < 3; ++i) {
     const auto start = Clock::now();

@@ -4,7 +4,6 @@
 
 #include <array>
 #include <cerrno>
-#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -32,7 +31,6 @@ namespace {
 using namespace std::string_literals;
 using kelo::tests::ExactBuffer;
 using kelo::tests::expect_lines;
-using kelo::tests::FailingCall;
 using kelo::tests::FailingHeap;
 using kelo::tests::Fault;
 using kelo::tests::ManyDescriptors;
@@ -62,7 +60,7 @@ TEST_F(PopenCall, RefusesANullCommand) {
 
 TEST_F(PopenCall, ReportsAPipeThatCannotBeMade) {
   const ExactBuffer result(8);
-  const Fault fault({.function = "popen", .code = EMFILE});
+  const Fault fault({.call = "popen", .code = EMFILE});
   EXPECT_EQ(kelo_popen_call("echo x", result.data(), 8), -1);
   expect_lines(log, kCall, {{LOG_LVL_ERR, "popen call:echo x fail[Too many open files]\n"}});
   EXPECT_TRUE(result.untouched());
@@ -243,7 +241,7 @@ TEST_F(PopenCall, FailsWithoutMemory) {
 
 TEST_F(PopenCall, LosesNothingToAnInterruptedRead) {
   for (const int at : {1, 2}) {
-    const FailingCall fault("read", EINTR, at, 3);
+    const Fault fault({.call = "read", .code = EINTR, .at = at, .times = 3});
     EXPECT_EQ(captured("printf whole", 8), "whole" + zeros(3));
     EXPECT_GE(fault.seen(), at + 3);
   }
@@ -259,7 +257,7 @@ TEST_F(PopenCall, LosesNothingToASignal) {
 }
 
 TEST_F(PopenCall, TakesAFailedReadForTheEnd) {
-  const FailingCall fault("read", EIO);
+  const Fault fault({"read", EIO});
   EXPECT_EQ(captured("echo x", 8), zeros(8));
 }
 

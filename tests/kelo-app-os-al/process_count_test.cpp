@@ -102,7 +102,7 @@ TEST_F(ProcessCount, EndsTheProcessOverALongerName) {
 
 TEST_F(ProcessCount, FindsNothingWithoutAPipe) {
   list_processes("x\n");
-  const Fault fault({.function = "popen", .code = EMFILE});
+  const Fault fault({.call = "popen", .code = EMFILE});
   EXPECT_EQ(kelo_check_process_exist("x"), 0);
   EXPECT_EQ(fault.failed(), 1);
 }

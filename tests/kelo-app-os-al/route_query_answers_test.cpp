@@ -33,8 +33,8 @@ namespace {
 
 using kelo::tests::address_bytes;
 using kelo::tests::ExactBuffer;
-using kelo::tests::FailingCall;
 using kelo::tests::FailingHeap;
+using kelo::tests::Fault;
 using kelo::tests::GatewayQuery;
 using kelo::tests::HeapFreeLog;
 using kelo::tests::NetlinkCalls;
@@ -173,7 +173,7 @@ TEST_F(Answer, ThatIsEmptyIsAnEnd) {
 TEST_F(Answer, ThatCannotBeReceivedIsLogged) {
   calls.datagram = route_via(kGateway).bytes();
   for (const int at : {1, 2}) {
-    const FailingCall fault("recvmsg", ENOBUFS, at);
+    const Fault fault({.call = "recvmsg", .code = ENOBUFS, .at = at});
     expect_text("");
     EXPECT_EQ(fault.seen(), at);
     EXPECT_EQ(log.lines().size(), 2U) << log.dump();
@@ -187,7 +187,7 @@ TEST_F(Answer, IsAwaitedThroughInterruptions) {
   calls.datagram = route_via(kGateway).bytes();
   for (const int error : {EINTR, EAGAIN}) {
     for (const int at : {1, 2}) {
-      const FailingCall fault("recvmsg", error, at, 3);
+      const Fault fault({.call = "recvmsg", .code = error, .at = at, .times = 3});
       expect_text(kGateway);
       EXPECT_EQ(fault.seen(), 5);
       EXPECT_EQ(log.lines().size(), 2U) << log.dump();

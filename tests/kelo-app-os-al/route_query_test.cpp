@@ -18,7 +18,7 @@ namespace {
 using namespace std::string_literals;
 using kelo::tests::add_address;
 using kelo::tests::add_route;
-using kelo::tests::FailingCall;
+using kelo::tests::Fault;
 using kelo::tests::GatewayQuery;
 using kelo::tests::Link;
 using kelo::tests::remove_interface;
@@ -140,7 +140,7 @@ TEST_F(GatewayQuery, LogsNullArguments) {
 }
 
 TEST_F(GatewayQuery, LogsASocketThatCannotBeOpened) {
-  const FailingCall fault("socket", EMFILE);
+  const Fault fault({"socket", EMFILE});
   EXPECT_EQ(query(), -1);
   EXPECT_EQ(
       log.count(LOG_LVL_ERR, kQuery, "couldn't open NETLINK_ROUTE socket:" + std::to_string(EMFILE) + "\n"),
@@ -150,7 +150,7 @@ TEST_F(GatewayQuery, LogsASocketThatCannotBeOpened) {
 }
 
 TEST_F(GatewayQuery, LogsASocketThatCannotBeBound) {
-  const FailingCall fault("bind", EADDRINUSE);
+  const Fault fault({"bind", EADDRINUSE});
   EXPECT_EQ(query(), -1);
   EXPECT_EQ(log.count(LOG_LVL_ERR, kQuery, "couldn't bind:" + std::to_string(EADDRINUSE) + "\n"), 1);
   EXPECT_EQ(log.lines().size(), 1U) << log.dump();
@@ -158,7 +158,7 @@ TEST_F(GatewayQuery, LogsASocketThatCannotBeBound) {
 }
 
 TEST_F(GatewayQuery, LogsARequestThatCannotBeSent) {
-  const FailingCall fault("send", ENOBUFS);
+  const Fault fault({"send", ENOBUFS});
   EXPECT_EQ(query(), -1);
   EXPECT_EQ(log.count(LOG_LVL_ERR, kQuery, "Failed to perfom request\n"), 1);
   EXPECT_EQ(log.lines().size(), 1U) << log.dump();

@@ -23,7 +23,7 @@
 namespace {
 
 using kelo::tests::Clock;
-using kelo::tests::FailingCall;
+using kelo::tests::Fault;
 using kelo::tests::seconds_since;
 
 constexpr auto& kStage = kelo::tests::kSupervisedStage;
@@ -48,7 +48,7 @@ class SupervisedFaults : public kelo::tests::SupervisedRun {
 };
 
 TEST_F(SupervisedFaults, LogsTheResultOfTheFirstPipe) {
-  const FailingCall fault("pipe2", EMFILE);
+  const Fault fault({"pipe2", EMFILE});
   EXPECT_EQ(run("echo x"), -1);
   EXPECT_EQ(fault.seen(), 1);
   EXPECT_STREQ(output.data(), "preset");
@@ -57,7 +57,7 @@ TEST_F(SupervisedFaults, LogsTheResultOfTheFirstPipe) {
 }
 
 TEST_F(SupervisedFaults, LogsTheResultOfTheSecondPipe) {
-  const FailingCall fault("pipe2", EMFILE, 2);
+  const Fault fault({.call = "pipe2", .code = EMFILE, .at = 2});
   EXPECT_EQ(run("echo x"), -1);
   EXPECT_STREQ(output.data(), "preset");
   const auto lines = log.lines();
@@ -69,7 +69,7 @@ TEST_F(SupervisedFaults, LogsTheResultOfTheSecondPipe) {
 TEST_F(SupervisedFaults, EndsWithoutAFurtherLineWhenThereIsNoProcess) {
   for (const int error : {EAGAIN, ENOMEM}) {
     log.clear();
-    const FailingCall fault("posix_spawnp", error);
+    const Fault fault({"posix_spawnp", error});
     EXPECT_EQ(run("echo x"), -1);
     EXPECT_EQ(fault.seen(), 1);
     EXPECT_STREQ(output.data(), "preset");
@@ -80,7 +80,7 @@ TEST_F(SupervisedFaults, EndsWithoutAFurtherLineWhenThereIsNoProcess) {
 
 TEST_F(SupervisedFaults, WaitsAgainAfterAnInterruption) {
   constexpr int kInterruptions = 3;
-  const FailingCall fault("poll", EINTR, 1, kInterruptions);
+  const Fault fault({.call = "poll", .code = EINTR, .times = kInterruptions});
   EXPECT_EQ(run("echo x"), 0);
   EXPECT_STREQ(output.data(), "x\n");
   const std::string failed = "[cpid:" + child() + "] Failed to select() -> " + std::to_string(EINTR) + ":" +
@@ -91,7 +91,7 @@ TEST_F(SupervisedFaults, WaitsAgainAfterAnInterruption) {
 }
 
 TEST_F(SupervisedFaults, GivesUpWhenItCannotWaitAndLeavesTheChildRunning) {
-  const FailingCall fault("poll", ENOMEM);
+  const Fault fault({"poll", ENOMEM});
   EXPECT_EQ(run("sleep 1.5"), -1);
   EXPECT_EQ(fault.seen(), 1);
   EXPECT_STREQ(output.data(), "preset");
@@ -106,7 +106,7 @@ TEST_F(SupervisedFaults, GivesUpWhenItCannotWaitAndLeavesTheChildRunning) {
 }
 
 TEST_F(SupervisedFaults, GivesUpASilentChildThatItMayNotKill) {
-  const FailingCall fault("pidfd_send_signal", EPERM);
+  const Fault fault({"pidfd_send_signal", EPERM});
   const auto start = Clock::now();
   EXPECT_EQ(run("sleep 4"), -1);
   EXPECT_GE(seconds_since(start), 2.0);
@@ -118,7 +118,7 @@ TEST_F(SupervisedFaults, GivesUpASilentChildThatItMayNotKill) {
 }
 
 TEST_F(SupervisedFaults, KillsASilentChildOfAKernelWithoutHandles) {
-  const FailingCall fault("pidfd_open", ENOSYS);
+  const Fault fault({"pidfd_open", ENOSYS});
   EXPECT_EQ(run("sleep 4"), -1);
   EXPECT_EQ(fault.seen(), 1);
   EXPECT_EQ(log.lines().back().text,
@@ -136,7 +136,7 @@ TEST_F(SupervisedFaults, SendsNothingToTheNumberOfAChildThatSomeoneReaped) {
     std::jthread reaper([] {
       while (waitpid(-1, nullptr, 0) == -1) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     });
-    const FailingCall fault("kill", EPERM);
+    const Fault fault({"kill", EPERM});
     EXPECT_EQ(run(script), -1);
     EXPECT_EQ(fault.seen(), 0) << log.dump();
     expect_not_killed(handles ? ESRCH : ECHILD);
@@ -146,7 +146,7 @@ TEST_F(SupervisedFaults, SendsNothingToTheNumberOfAChildThatSomeoneReaped) {
 
 TEST_F(SupervisedFaults, LogsAChildThatCannotBeWaitedFor) {
   {
-    const FailingCall fault("waitpid", ECHILD);
+    const Fault fault({"waitpid", ECHILD});
     EXPECT_EQ(run("echo x"), -1);
   }
   EXPECT_STREQ(output.data(), "x\n");
@@ -156,7 +156,7 @@ TEST_F(SupervisedFaults, LogsAChildThatCannotBeWaitedFor) {
 }
 
 TEST_F(SupervisedFaults, KeepsWaitingForTheEndThroughSignals) {
-  const FailingCall fault("waitpid", EINTR, 1, 2);
+  const Fault fault({.call = "waitpid", .code = EINTR, .times = 2});
   EXPECT_EQ(run("echo x"), 0);
   EXPECT_EQ(fault.seen(), 3);
 }

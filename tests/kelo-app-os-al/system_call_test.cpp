@@ -114,7 +114,7 @@ TEST_F(SystemCall, ReportsTheSignalThatEndedTheShell) {
 }
 
 TEST_F(SystemCall, ReportsAShellThatCannotBeStarted) {
-  const Fault fault({.function = "system", .code = -1});
+  const Fault fault({.call = "system", .code = -1});
   EXPECT_EQ(call("true"), -1);
   expect_lines(log, kCall, {{LOG_LVL_DBUG, "System call: true\n"}, {LOG_LVL_ERR, "system error!\n"}});
 }
@@ -233,7 +233,7 @@ TEST_F(SystemCall, ReportsTheRawStatusOfASignal) {
 }
 
 TEST_F(SystemCall, ReportsAPipeThatCannotBeMade) {
-  const Fault fault({.function = "popen", .code = EMFILE});
+  const Fault fault({.call = "popen", .code = EMFILE});
   EXPECT_EQ(call_ex("true"), -1);
   expect_lines(log, kCallEx,
                {{LOG_LVL_DBUG, "system call: true\n"},
@@ -242,7 +242,7 @@ TEST_F(SystemCall, ReportsAPipeThatCannotBeMade) {
 }
 
 TEST_F(SystemCall, ReportsACommandThatCannotBeWaitedFor) {
-  const Fault fault({.function = "pclose", .code = EINVAL});
+  const Fault fault({.call = "pclose", .code = EINVAL});
   EXPECT_EQ(call_ex("true"), -1);
   expect_lines(
       log, kCallEx,

@@ -200,7 +200,7 @@ TEST_F(MessageFile, ResultIsThatOfTheCommand) {
 }
 
 TEST_F(MessageFile, ShellThatCannotBeStartedIsReported) {
-  const Fault fault({.function = "system", .code = -1, .times = kelo::tests::kEveryTime});
+  const Fault fault({.call = "system", .code = -1, .times = kelo::tests::kEveryTime});
   EXPECT_EQ(kelo_write_msg2file(kPath, "text"), -1);
   const ExactBuffer buffer(KELO_LOG_BUFFER_SIZE);
   kelo_write_msg2file_ex(buffer.data(), kPath, "f", "text");

@@ -24,7 +24,7 @@
 
 namespace {
 
-using kelo::tests::FailingCall;
+using kelo::tests::Fault;
 using kelo::tests::kFull;
 using kelo::tests::kWatchA;
 using kelo::tests::kWatchB;
@@ -156,7 +156,7 @@ TEST_F(WatchFiles, FileThatCannotBeEmptiedIsReportedAndWritten) {
       arrange(kFull, kFull);
       StdoutCapture output;
       {
-        const FailingCall fault("open", EACCES, 3);
+        const Fault fault({.call = "open", .code = EACCES, .at = 3});
         EXPECT_EQ(oem_watch("f", 1, "t"), 0);
       }
       EXPECT_EQ(output.take(), std::string("trunk ") + path + " file failed!!!\n");
@@ -171,7 +171,7 @@ TEST_F(WatchFiles, RecordGoesBehindTwoGibibytes) {
     constexpr std::intmax_t kSize = 3000000000;
     arrange(kSize, kFull);
     {
-      const FailingCall fault("open", EACCES, 3);
+      const Fault fault({.call = "open", .code = EACCES, .at = 3});
       EXPECT_EQ(oem_watch("f", 1, "t"), 0);
     }
     std::ifstream file(kWatchA);

@@ -21,7 +21,7 @@
 namespace {
 
 using namespace std::string_literals;
-using kelo::tests::FailingCall;
+using kelo::tests::Fault;
 using kelo::tests::kWatchA;
 using kelo::tests::kWatchB;
 using kelo::tests::kWatchFolder;
@@ -144,12 +144,12 @@ TEST_F(WatchLog, UptimeIsThatOfTheKernel) {
 
 TEST_F(WatchLog, UptimeThatCannotBeReadWritesNothing) {
   {
-    const FailingCall fault("open", EACCES, 2);
+    const Fault fault({.call = "open", .code = EACCES, .at = 2});
     EXPECT_EQ(oem_watch("f", 1, "t"), 0);
     EXPECT_EQ(fault.seen(), 2);
   }
   {
-    const FailingCall fault("read", EIO);
+    const Fault fault({"read", EIO});
     EXPECT_EQ(oem_watch("f", 1, "t"), 0);
     EXPECT_EQ(fault.seen(), 1);
   }
@@ -239,11 +239,11 @@ TEST_F(WatchLog, OptionThatCannotBeReadLeavesTheWatchOn) {
   std::filesystem::remove(kWatchOption);
   write_file(kWatchOption, "0");
   {
-    const FailingCall fault("open", EACCES);
+    const Fault fault({"open", EACCES});
     EXPECT_EQ(oem_watch("open", 2, "t"), 0);
   }
   {
-    const FailingCall fault("read", EIO);
+    const Fault fault({"read", EIO});
     EXPECT_EQ(oem_watch("read", 3, "t"), 0);
   }
   EXPECT_EQ(read_file(kWatchA), "[123.46] directory:1 t\n[123.46] open:2 t\n[123.46] read:3 t\n");
@@ -251,7 +251,7 @@ TEST_F(WatchLog, OptionThatCannotBeReadLeavesTheWatchOn) {
 
 TEST_F(WatchLog, InterruptedReadsAreRepeated) {
   write_file(kWatchOption, "0");
-  const FailingCall fault("read", EINTR, 1, 2);
+  const Fault fault({.call = "read", .code = EINTR, .times = 2});
   EXPECT_EQ(oem_watch("f", 1, "t"), 0);
   EXPECT_EQ(fault.seen(), 3);
   EXPECT_FALSE(written());
@@ -277,7 +277,7 @@ TEST_F(WatchLog, FileThatCannotBeOpenedGetsNothing) {
   EXPECT_EQ(read_file(kWatchA), "old\n");
   ASSERT_EQ(chmod(kWatchA, 0644), 0);
   {
-    const FailingCall fault("fopen", ENOMEM);
+    const Fault fault({"fopen", ENOMEM});
     EXPECT_EQ(oem_watch("f", 1, "t"), 0);
     EXPECT_EQ(fault.seen(), 1);
   }

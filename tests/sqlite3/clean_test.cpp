@@ -351,7 +351,7 @@ TEST_P(FailingCommandTest, EndsTheCleanBeforeAnythingIsDeleted) {
   keep_copies(3);
   const Fault fault({"popen", EMFILE, "", GetParam()});
   EXPECT_EQ(dm_sqlite_clean(""), -1);
-  EXPECT_EQ(fault.matched(), GetParam());
+  EXPECT_EQ(fault.seen(), GetParam());
   EXPECT_EQ(log.count(LOG_LVL_ERR, "dm_sqlite_system_cmd",
                       "system command failed: (24) " + std::string(std::strerror(EMFILE)) + "\n"),
             1)

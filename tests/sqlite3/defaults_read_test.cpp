@@ -138,7 +138,7 @@ TEST_F(DefaultsRead, EmptyAndMissingValuesAreSilentFailures) {
 
 TEST_F(DefaultsRead, FailingStepIsAFailure) {
   provide_default();
-  const Fault fault({.function = "sqlite3_step", .code = SQLITE_IOERR});
+  const Fault fault({.call = "sqlite3_step", .code = SQLITE_IOERR});
   auto buffer = buffer_of(8);
   EXPECT_EQ(-1, read(buffer));
   EXPECT_EQ(1, logged("sqlite3_step error 10\n")) << log_.dump();
@@ -243,7 +243,7 @@ TEST_F(DefaultsSlot, EveryFailureClearsTheType) {
   execute_sql(DB_DEF_ITEMS, "create table net (key text, type integer, len integer, value blob)");
   EXPECT_EQ(-1, read_with_type(buffer.data(), 8));
   EXPECT_EQ(0, item_.type);
-  const Fault fault({.function = "sqlite3_open", .code = SQLITE_CANTOPEN});
+  const Fault fault({.call = "sqlite3_open", .code = SQLITE_CANTOPEN});
   EXPECT_EQ(-101, read_with_type(buffer.data(), 8));
   EXPECT_EQ(0, item_.type);
   EXPECT_TRUE(untouched(buffer));

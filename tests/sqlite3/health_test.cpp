@@ -201,7 +201,7 @@ TEST_F(Health, EveryProblemIsLogged) {
 
 TEST_F(Health, FileCalledCorruptOnOpeningIsCorrupt) {
   make_database();
-  const Fault fault({.function = "sqlite3_open_v2", .code = SQLITE_CORRUPT, .text = kPath});
+  const Fault fault({.call = "sqlite3_open_v2", .code = SQLITE_CORRUPT, .text = kPath});
   EXPECT_EQ(1, check_database_health(kPath));
   EXPECT_EQ(1, log_.count_matching(kError, "Database is corrupted upon opening: .* \\(Code: 11\\)\n"))
       << log_.dump();
@@ -211,7 +211,7 @@ TEST_F(Health, FileCalledCorruptOnOpeningIsCorrupt) {
 }
 
 TEST_F(Health, OpeningWithoutAHandleIsReportedToo) {
-  const Fault fault({.function = "sqlite3_open_v2", .code = SQLITE_NOMEM, .null_handle = true});
+  const Fault fault({.call = "sqlite3_open_v2", .code = SQLITE_NOMEM, .null_handle = true});
   EXPECT_EQ(-1, check_database_health(kPath));
   EXPECT_EQ(1, log_.count(kError, kFunction, "Open failed: out of memory (Code: 7)\n")) << log_.dump();
   EXPECT_TRUE(ends_with_flag(kError, 0));
@@ -219,12 +219,12 @@ TEST_F(Health, OpeningWithoutAHandleIsReportedToo) {
 
 TEST_F(Health, FailureWithoutATextIsAnUnknownError) {
   make_database();
-  const Fault other({.function = "sqlite3_exec", .code = SQLITE_IOERR, .at = 1, .null_error = true});
+  const Fault other({.call = "sqlite3_exec", .code = SQLITE_IOERR, .at = 1, .null_error = true});
   EXPECT_EQ(-2, check_database_health(kPath));
   EXPECT_EQ(1, log_.count(kError, kFunction, "/data/some.db Quick check error: Unknown error (Code: 10)\n"))
       << log_.dump();
   EXPECT_TRUE(ends_with_flag(kError, 0));
-  const Fault corrupt({.function = "sqlite3_exec", .code = SQLITE_CORRUPT, .at = 1, .null_error = true});
+  const Fault corrupt({.call = "sqlite3_exec", .code = SQLITE_CORRUPT, .at = 1, .null_error = true});
   EXPECT_EQ(1, check_database_health(kPath));
   EXPECT_EQ(1, log_.count(kError, kFunction, "/data/some.db corruption detected: Unknown error (Code: 11)\n"))
       << log_.dump();

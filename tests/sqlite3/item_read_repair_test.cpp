@@ -174,7 +174,7 @@ TEST_F(Repair, DamageFoundByTheStepIsNotRepaired) {
 
 TEST_F(Repair, IsMadeOncePerCall) {
   const Fault fault(
-      {.function = "sqlite3_prepare", .code = SQLITE_CORRUPT, .text = "from net", .times = kEveryTime});
+      {.call = "sqlite3_prepare", .code = SQLITE_CORRUPT, .text = "from net", .times = kEveryTime});
   const CallTrace trace;
   Buffer buffer(16);
   EXPECT_EQ(-100, read(buffer));
@@ -188,7 +188,7 @@ TEST_F(Repair, IsMadeOncePerCall) {
 TEST_F(Repair, CopyThatCannotBeStartedLeavesTheFileAndTheReadIsRepeated) {
   kelo::tests::corrupt_schema(DB_CONFIG);
   const std::string primary = read_file(DB_CONFIG);
-  const Fault fault({.function = "popen", .code = EMFILE});
+  const Fault fault({.call = "popen", .code = EMFILE});
   Buffer buffer(16);
   EXPECT_EQ(-100, read(buffer));
   EXPECT_EQ(1, log_.count_containing(kError, "system command failed: ")) << log_.dump();
@@ -199,7 +199,7 @@ TEST_F(Repair, CopyThatCannotBeStartedLeavesTheFileAndTheReadIsRepeated) {
 TEST_F(Repair, BusyBackupIsNotASource) {
   provide_recovery();
   kelo::tests::corrupt_schema(DB_CONFIG);
-  const Fault fault({.function = "sqlite3_exec", .code = SQLITE_BUSY, .text = "quick_check"});
+  const Fault fault({.call = "sqlite3_exec", .code = SQLITE_BUSY, .text = "quick_check"});
   Buffer buffer(16);
   EXPECT_EQ(9, read(buffer));
   EXPECT_EQ("recovered", buffer.first(9));

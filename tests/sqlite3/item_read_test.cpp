@@ -165,7 +165,7 @@ TEST_F(ReadRow, StatementIsCutAtItsBuffer) {
 
 TEST_F(ReadRow, FailingStepIsAFailure) {
   put(DB_CONFIG, "ssid", {kValue, kLength});
-  const Fault fault({.function = "sqlite3_step", .code = SQLITE_IOERR});
+  const Fault fault({.call = "sqlite3_step", .code = SQLITE_IOERR});
   Buffer buffer(16);
   EXPECT_EQ(-1, read(buffer));
   EXPECT_EQ(1, logged("sqlite3_step error 10\n")) << log_.dump();
@@ -174,7 +174,7 @@ TEST_F(ReadRow, FailingStepIsAFailure) {
 }
 
 TEST_F(ReadRow, OpeningWithoutAHandleIsReportedToo) {
-  const Fault fault({.function = "sqlite3_open", .code = SQLITE_NOMEM, .null_handle = true});
+  const Fault fault({.call = "sqlite3_open", .code = SQLITE_NOMEM, .null_handle = true});
   Buffer buffer(16);
   EXPECT_EQ(-101, read(buffer));
   EXPECT_EQ(1, logged("sqlite3_open failed: out of memory\n")) << log_.dump();
@@ -443,7 +443,7 @@ TEST_F(VerifiedRead, BackupWithoutRowOrTableIsReadOnce) {
 TEST_F(VerifiedRead, BackupThatCannotBeOpenedIsTriedTwice) {
   put(DB_CONFIG, "ssid", {kValue, kLength});
   const Fault fault(
-      {.function = "sqlite3_open", .code = SQLITE_CANTOPEN, .text = DB_CONFIGBAK, .times = kEveryTime});
+      {.call = "sqlite3_open", .code = SQLITE_CANTOPEN, .text = DB_CONFIGBAK, .times = kEveryTime});
   Buffer buffer(16);
   EXPECT_EQ(-101, read(buffer));
   EXPECT_EQ(2, fault.failed());
@@ -453,9 +453,9 @@ TEST_F(VerifiedRead, BackupThatCannotBeOpenedIsTriedTwice) {
 // What the second try of the backup finds is the result, whatever it is.
 TEST_F(VerifiedRead, SecondTryOfTheBackupDecides) {
   const auto read_failing_once = [this](Buffer& buffer) {
-    const Fault fault({.function = "sqlite3_open", .code = SQLITE_CANTOPEN, .text = DB_CONFIGBAK});
+    const Fault fault({.call = "sqlite3_open", .code = SQLITE_CANTOPEN, .text = DB_CONFIGBAK});
     const int result = read(buffer);
-    EXPECT_EQ(2, fault.matched());
+    EXPECT_EQ(2, fault.seen());
     return result;
   };
   Buffer buffer(16);

@@ -182,7 +182,7 @@ TEST_F(ItemWrite, OneFailingJournalStepIsNamed) {
   write_item("ssid", "home");
   for (std::size_t i = 0; i < std::size(kSteps); ++i) {
     log_.clear();
-    const Fault fault({.function = "sqlite3_exec", .code = SQLITE_BUSY, .text = kSteps[i]});
+    const Fault fault({.call = "sqlite3_exec", .code = SQLITE_BUSY, .text = kSteps[i]});
     EXPECT_EQ(0, write_item("ssid", "cabin"));
     EXPECT_EQ(1, log_.count(kError, "dm_pal_write",
                             "dm_write_state_db  " + std::string(kNames[i]) + " failed: -1\n"))
@@ -193,7 +193,7 @@ TEST_F(ItemWrite, OneFailingJournalStepIsNamed) {
 
 TEST_F(ItemWrite, RowFailuresAreReportedAsSuccess) {
   write_item("ssid", "home");
-  const Fault fault({.function = "sqlite3_step", .code = SQLITE_FULL, .text = "update net"});
+  const Fault fault({.call = "sqlite3_step", .code = SQLITE_FULL, .text = "update net"});
   EXPECT_EQ(0, write_item("ssid", "cabin"));
   EXPECT_EQ(1, log_.count_matching(kError, R"(\d+ step failed rc: 13\n)")) << log_.dump();
   EXPECT_EQ(WS_BACKUP_DONE, journal_state(DB_STATE)) << "the journal advances all the same";
@@ -228,7 +228,7 @@ TEST_F(ItemWrite, UnhealthyPrimaryIsNotCopiedButReplaced) {
 
 TEST_F(ItemWrite, PrimaryThatCannotBeCheckedIsNotCopied) {
   write_item("ssid", "home");
-  const Fault fault({.function = "sqlite3_exec", .code = SQLITE_IOERR, .text = "PRAGMA quick_check;"});
+  const Fault fault({.call = "sqlite3_exec", .code = SQLITE_IOERR, .text = "PRAGMA quick_check;"});
   const CallTrace trace;
   EXPECT_EQ(0, write_item("ssid", "cabin"));
   EXPECT_EQ(0, trace.count("popen"));
@@ -240,7 +240,7 @@ TEST_F(ItemWrite, CopyThatCannotBeStartedCarriesTheRowAlone) {
   write_item("ssid", "home");
   execute_sql(DB_CONFIGBAK, "create table witness (text)");
   log_.clear();
-  const Fault fault({.function = "popen", .code = EAGAIN});
+  const Fault fault({.call = "popen", .code = EAGAIN});
   EXPECT_EQ(0, write_item("ssid", "cabin"));
   EXPECT_EQ("0", scalar(DB_CONFIGBAK, "select count(*) from witness")) << "the backup was replaced";
   EXPECT_EQ("cabin", scalar(DB_CONFIGBAK, "select value from net"));
@@ -482,7 +482,7 @@ TEST_F(ItemWrite, RowWriteIntoAFileThatCannotBeOpened) {
 }
 
 TEST_F(ItemWrite, RowWriteWithoutMemoryForTheHandle) {
-  const Fault fault({.function = "sqlite3_open", .code = SQLITE_NOMEM, .null_handle = true});
+  const Fault fault({.call = "sqlite3_open", .code = SQLITE_NOMEM, .null_handle = true});
   EXPECT_EQ(-101, dm_write_db(DB_CONFIG, "net", 7, "ssid", 5, "home", 4));
   EXPECT_EQ(1, log_.count(kError, "dm_write_db", "sqlite3_open failed: out of memory\n")) << log_.dump();
 }
@@ -492,10 +492,10 @@ TEST_F(ItemWrite, TableThatCannotBeMade) {
   write_item("ssid", "home");
   for (const int code : {SQLITE_FULL, SQLITE_IOERR, SQLITE_BUSY, SQLITE_READONLY, SQLITE_NOTADB}) {
     log_.clear();
-    const Fault fault({.function = "sqlite3_exec", .code = code, .text = "create table if not exists net"});
+    const Fault fault({.call = "sqlite3_exec", .code = code, .text = "create table if not exists net"});
     const CallTrace trace;
     EXPECT_EQ(-1, dm_write_db(DB_CONFIG, "net", 7, "ssid", 5, "cabin", 5));
-    EXPECT_EQ(1, fault.matched()) << "tried again after " << code;
+    EXPECT_EQ(1, fault.seen()) << "tried again after " << code;
     EXPECT_EQ(0, trace.count("sqlite3_open_v2")) << "looked for a source";
     EXPECT_EQ(0, trace.count("popen"));
     ASSERT_EQ(1U, log_.lines().size()) << log_.dump();
@@ -599,7 +599,7 @@ TEST_F(Repair, WithoutASourceIsTriedAgainAllTheSame) {
 }
 
 TEST_F(Repair, IsMadeOnceInOneWrite) {
-  const Fault fault({.function = "sqlite3_exec",
+  const Fault fault({.call = "sqlite3_exec",
                      .code = SQLITE_CORRUPT,
                      .text = "create table if not exists net",
                      .times = kEveryTime});
@@ -612,9 +612,9 @@ TEST_F(Repair, IsMadeOnceInOneWrite) {
 
 TEST_F(Repair, IsFollowedByAnOpenThatMayFail) {
   const Fault corrupt(
-      {.function = "sqlite3_exec", .code = SQLITE_CORRUPT, .text = "create table if not exists net"});
+      {.call = "sqlite3_exec", .code = SQLITE_CORRUPT, .text = "create table if not exists net"});
   const Fault open(
-      {.function = "sqlite3_open", .code = SQLITE_NOMEM, .text = DB_CONFIG, .at = 2, .null_handle = true});
+      {.call = "sqlite3_open", .code = SQLITE_NOMEM, .text = DB_CONFIG, .at = 2, .null_handle = true});
   EXPECT_EQ(-101, dm_write_db(DB_CONFIG, "net", 7, "ssid", 5, "cabin", 5));
   EXPECT_EQ(1, open.failed());
 }
@@ -750,25 +750,25 @@ TEST_F(ItemWrite, NoDescriptorIsLeftOpen) {
   EXPECT_EQ(before, open_descriptors()) << "after an update";
 
   const kelo::tests::FaultPlan plans[] = {
-      {.function = "sqlite3_open", .code = SQLITE_CANTOPEN, .text = DB_STATE},
-      {.function = "sqlite3_open", .code = SQLITE_CANTOPEN, .text = DB_CONFIG},
-      {.function = "sqlite3_open_v2", .code = SQLITE_CANTOPEN},
-      {.function = "sqlite3_exec", .code = SQLITE_CORRUPT, .text = "create table if not exists net"},
-      {.function = "sqlite3_exec", .code = SQLITE_FULL, .text = "create table if not exists net"},
-      {.function = "sqlite3_exec", .code = SQLITE_CORRUPT, .text = "quick_check"},
-      {.function = "sqlite3_get_table", .code = SQLITE_IOERR},
-      {.function = "sqlite3_prepare", .code = SQLITE_ERROR, .times = kEveryTime},
-      {.function = "sqlite3_bind_blob", .code = SQLITE_NOMEM},
-      {.function = "sqlite3_step", .code = SQLITE_FULL},
-      {.function = "sqlite3_step", .code = SQLITE_ROW},
-      {.function = "popen", .code = EMFILE},
-      {.function = "fsync", .code = EIO},
+      {.call = "sqlite3_open", .code = SQLITE_CANTOPEN, .text = DB_STATE},
+      {.call = "sqlite3_open", .code = SQLITE_CANTOPEN, .text = DB_CONFIG},
+      {.call = "sqlite3_open_v2", .code = SQLITE_CANTOPEN},
+      {.call = "sqlite3_exec", .code = SQLITE_CORRUPT, .text = "create table if not exists net"},
+      {.call = "sqlite3_exec", .code = SQLITE_FULL, .text = "create table if not exists net"},
+      {.call = "sqlite3_exec", .code = SQLITE_CORRUPT, .text = "quick_check"},
+      {.call = "sqlite3_get_table", .code = SQLITE_IOERR},
+      {.call = "sqlite3_prepare", .code = SQLITE_ERROR, .times = kEveryTime},
+      {.call = "sqlite3_bind_blob", .code = SQLITE_NOMEM},
+      {.call = "sqlite3_step", .code = SQLITE_FULL},
+      {.call = "sqlite3_step", .code = SQLITE_ROW},
+      {.call = "popen", .code = EMFILE},
+      {.call = "fsync", .code = EIO},
   };
   for (const auto& plan : plans) {
     const Fault fault(plan);
     write_item("ssid", "harbour");
-    EXPECT_GT(fault.failed(), 0) << plan.function << " " << plan.text;
-    EXPECT_EQ(before, open_descriptors()) << plan.function << " " << plan.text;
+    EXPECT_GT(fault.failed(), 0) << plan.call << " " << plan.text;
+    EXPECT_EQ(before, open_descriptors()) << plan.call << " " << plan.text;
   }
   kelo::tests::corrupt_schema(DB_CONFIG);
   write_item("ssid", "home");

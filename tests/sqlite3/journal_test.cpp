@@ -102,7 +102,7 @@ TEST_F(Journal, FileThatCannotBeOpened) {
 }
 
 TEST_F(Journal, OpenWithoutMemory) {
-  const Fault fault({.function = "sqlite3_open", .code = SQLITE_NOMEM, .null_handle = true});
+  const Fault fault({.call = "sqlite3_open", .code = SQLITE_NOMEM, .null_handle = true});
   EXPECT_EQ(-1, record(WS_READY));
   expect_only_line(kError, "sqlite3_open failed: out of memory\n");
 }
@@ -118,7 +118,7 @@ TEST_F(Journal, TableThatCannotBeCreated) {
 }
 
 TEST_F(Journal, RowThatCannotBeInserted) {
-  const Fault fault({.function = "sqlite3_exec", .code = SQLITE_FULL, .text = "insert into state"});
+  const Fault fault({.call = "sqlite3_exec", .code = SQLITE_FULL, .text = "insert into state"});
   const CallTrace trace;
   EXPECT_EQ(-1, record(WS_READY));
   expect_only_line(kError, R"(\[\d+\] insert error, database or disk is full\n)");
@@ -129,7 +129,7 @@ TEST_F(Journal, RowThatCannotBeInserted) {
 
 // Whether there is a row could not be asked: the journal then gets another one, as callers know it.
 TEST_F(Journal, ExistenceThatCannotBeAsked) {
-  const Fault fault({.function = "sqlite3_get_table", .code = SQLITE_IOERR});
+  const Fault fault({.call = "sqlite3_get_table", .code = SQLITE_IOERR});
   EXPECT_EQ(0, record(WS_READY));
   EXPECT_EQ(1, log_.count_matching(kError, R"(\[\d+\] get table existence error: disk I/O error\n)"))
       << log_.dump();
@@ -184,7 +184,7 @@ TEST_F(Journal, AnotherMissingColumnCannotBeAdded) {
 TEST_F(Journal, ColumnThatCannotBeAdded) {
   make_journal("key text,item_table text,item_key text,type integer,len integer,state integer",
                "'write_state','lan','mask',6,16,102");
-  const Fault fault({.function = "sqlite3_exec", .code = SQLITE_FULL, .text = "alter table state"});
+  const Fault fault({.call = "sqlite3_exec", .code = SQLITE_FULL, .text = "alter table state"});
   const CallTrace trace;
   EXPECT_EQ(-1, record(WS_WRITE_DONE));
   EXPECT_EQ(1, log_.count_matching(kError, R"(\[\d+\] update error, database or disk is full\n)"))
@@ -236,7 +236,7 @@ TEST_F(BrokenJournal, IsDeletedAndMadeAnew) {
 }
 
 TEST_F(BrokenJournal, ThatCannotBeMadeAnew) {
-  const Fault fault({.function = "sqlite3_open", .code = SQLITE_NOMEM, .at = 2, .null_handle = true});
+  const Fault fault({.call = "sqlite3_open", .code = SQLITE_NOMEM, .at = 2, .null_handle = true});
   EXPECT_EQ(-1, record(WS_WRITE_DONE));
   EXPECT_EQ(1, fault.failed());
   EXPECT_EQ(1, log_.count(kError, kFunction, "Can't create database: out of memory\n")) << log_.dump();
@@ -256,7 +256,7 @@ TEST_F(Journal, EveryOtherFailureOfAnUpdateBreaksIt) {
   for (const int code : {SQLITE_IOERR, SQLITE_CORRUPT, SQLITE_FULL, SQLITE_READONLY, SQLITE_NOTADB}) {
     ASSERT_EQ(0, record(WS_READY));
     const CallTrace trace;
-    const Fault fault({.function = "sqlite3_exec", .code = code, .text = "update state"});
+    const Fault fault({.call = "sqlite3_exec", .code = code, .text = "update state"});
     EXPECT_EQ(-1, record(WS_WRITE_DONE));
     EXPECT_EQ(1, trace.count("system", "rm -f /data/state.db")) << code;
     EXPECT_EQ(0U, std::filesystem::file_size(DB_STATE));
@@ -267,7 +267,7 @@ TEST_F(Journal, EveryOtherFailureOfAnUpdateBreaksIt) {
 TEST_F(Journal, FailureWithoutText) {
   ASSERT_EQ(0, record(WS_READY));
   const Fault fault(
-      {.function = "sqlite3_exec", .code = SQLITE_MISUSE, .text = "update state", .null_error = true});
+      {.call = "sqlite3_exec", .code = SQLITE_MISUSE, .text = "update state", .null_error = true});
   EXPECT_EQ(-1, record(WS_WRITE_DONE));
   EXPECT_EQ(1, log_.count_containing(kError, "rc: 21, szErrMsg: bad parameter or other API misuse\n"))
       << log_.dump();
@@ -378,17 +378,17 @@ TEST_F(Journal, NoDescriptorIsLeftOpen) {
   record(WS_WRITE_DONE);
   EXPECT_EQ(before, open_descriptors()) << "after success";
   for (const char* const text : {"create table", "update state"}) {
-    const Fault fault({.function = "sqlite3_exec", .code = SQLITE_IOERR, .text = text});
+    const Fault fault({.call = "sqlite3_exec", .code = SQLITE_IOERR, .text = text});
     EXPECT_EQ(-1, record(WS_READY));
     EXPECT_EQ(before, open_descriptors()) << text;
   }
   {
-    const Fault fault({.function = "sqlite3_exec", .code = SQLITE_IOERR, .text = "insert into state"});
+    const Fault fault({.call = "sqlite3_exec", .code = SQLITE_IOERR, .text = "insert into state"});
     EXPECT_EQ(-1, record(WS_READY));
     EXPECT_EQ(before, open_descriptors());
   }
   {
-    const Fault fault({.function = "sqlite3_open", .code = SQLITE_CANTOPEN});
+    const Fault fault({.call = "sqlite3_open", .code = SQLITE_CANTOPEN});
     EXPECT_EQ(-1, record(WS_READY));
     EXPECT_EQ(before, open_descriptors()) << "a handle that came with a failure";
   }

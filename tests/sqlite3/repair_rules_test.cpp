@@ -105,7 +105,7 @@ TEST_F(StoreRepairRules, AWriteIntoAnEmptyPrimaryKeepsTheOtherSettings) {
 TEST_F(StoreRepairRules, AWriteIntoAMissingPrimaryWaitsForABackupThatCanBeLookedAt) {
   fs::remove(DB_CONFIG);
   {
-    const Fault no_memory({.function = "sqlite3_exec", .code = SQLITE_NOMEM, .text = "quick_check"});
+    const Fault no_memory({.call = "sqlite3_exec", .code = SQLITE_NOMEM, .text = "quick_check"});
     EXPECT_EQ(put("apn", "new value"), -1);
   }
   EXPECT_EQ(put("apn", "new value"), 0);
@@ -198,7 +198,7 @@ TEST_F(StoreRepairRules, AWriteIntoTheDamagedTableIsHealedToo) {
 
 TEST_F(StoreRepairRules, ALookThatFailsDoesNotMakeASecondRow) {
   {
-    const Fault fault({.function = "sqlite3_get_table", .code = SQLITE_NOMEM, .text = "from net"});
+    const Fault fault({.call = "sqlite3_get_table", .code = SQLITE_NOMEM, .text = "from net"});
     EXPECT_EQ(put("apn", "second"), 0);
     EXPECT_EQ(fault.failed(), 1);
   }
@@ -208,7 +208,7 @@ TEST_F(StoreRepairRules, ALookThatFailsDoesNotMakeASecondRow) {
 
 TEST_F(StoreRepairRules, ALookThatFailsDoesNotKeepANewRowOut) {
   {
-    const Fault fault({.function = "sqlite3_get_table", .code = SQLITE_NOMEM, .text = "from net"});
+    const Fault fault({.call = "sqlite3_get_table", .code = SQLITE_NOMEM, .text = "from net"});
     EXPECT_EQ(put("fresh", "row"), 0);
     EXPECT_EQ(fault.failed(), 1);
   }
@@ -218,7 +218,7 @@ TEST_F(StoreRepairRules, ALookThatFailsDoesNotKeepANewRowOut) {
 
 TEST_F(StoreRepairRules, ALookThatFailsDoesNotMakeASecondJournalRow) {
   {
-    const Fault fault({.function = "sqlite3_get_table", .code = SQLITE_NOMEM, .text = "from state"});
+    const Fault fault({.call = "sqlite3_get_table", .code = SQLITE_NOMEM, .text = "from state"});
     EXPECT_EQ(put("apn", "second"), 0);
     EXPECT_EQ(fault.failed(), 1);
   }

@@ -77,7 +77,7 @@ TEST_F(Existence, OfATableThatIsNotThere) {
 
 TEST_F(Existence, ThatCannotBeAsked) {
   run("create table net (key text); insert into net values ('ssid')");
-  const Fault fault({.function = "sqlite3_get_table", .code = SQLITE_CORRUPT});
+  const Fault fault({.call = "sqlite3_get_table", .code = SQLITE_CORRUPT});
   EXPECT_EQ(0, dm_record_exist(db_, "net", "ssid"));
   EXPECT_EQ(1, log_.count_matching(
                    kError, R"(\[\d+\] get table existence error: database disk image is malformed\n)"))
@@ -233,7 +233,7 @@ class FailingStep : public RowStorage, public testing::WithParamInterface<Way> {
     before_ = item_rows(kPath, "net");
   }
   int store_with(FaultPlan plan) {
-    plan.text = plan.function == "sqlite3_exec" ? plan.text : GetParam().statement;
+    plan.text = plan.call == "sqlite3_exec" ? plan.text : GetParam().statement;
     const Fault fault(plan);
     const int result = store("home");
     EXPECT_GT(fault.failed(), 0) << "the fault was not met";
@@ -254,7 +254,7 @@ class FailingStep : public RowStorage, public testing::WithParamInterface<Way> {
 };
 
 TEST_P(FailingStep, PreparationFailsOnce) {
-  EXPECT_EQ(0, store_with({.function = "sqlite3_prepare", .code = SQLITE_ERROR}));
+  EXPECT_EQ(0, store_with({.call = "sqlite3_prepare", .code = SQLITE_ERROR}));
   EXPECT_EQ(1, log_.count_matching(kError, prepare_error(1))) << log_.dump();
   EXPECT_EQ(1, log_.count(kWarning, "alter_table_add_column", "alter_table_add_column\n")) << log_.dump();
   EXPECT_EQ(1, log_.count_containing(kError, "")) << log_.dump();
@@ -263,7 +263,7 @@ TEST_P(FailingStep, PreparationFailsOnce) {
 }
 
 TEST_P(FailingStep, PreparationFailsTwice) {
-  EXPECT_EQ(0, store_with({.function = "sqlite3_prepare", .code = SQLITE_NOMEM, .times = kEveryTime}));
+  EXPECT_EQ(0, store_with({.call = "sqlite3_prepare", .code = SQLITE_NOMEM, .times = kEveryTime}));
   EXPECT_EQ(2, log_.count_matching(kError, prepare_error(7))) << log_.dump();
   EXPECT_EQ(2, log_.count_containing(kError, "")) << log_.dump();
   expect_function_of_errors();
@@ -271,8 +271,8 @@ TEST_P(FailingStep, PreparationFailsTwice) {
 }
 
 TEST_P(FailingStep, ColumnsCannotBeAdded) {
-  const Fault select({.function = "sqlite3_exec", .code = SQLITE_IOERR, .text = "select id,type"});
-  EXPECT_EQ(0, store_with({.function = "sqlite3_prepare", .code = SQLITE_ERROR}));
+  const Fault select({.call = "sqlite3_exec", .code = SQLITE_IOERR, .text = "select id,type"});
+  EXPECT_EQ(0, store_with({.call = "sqlite3_prepare", .code = SQLITE_ERROR}));
   EXPECT_EQ(1, log_.count_matching(kError, prepare_error(1))) << log_.dump();
   EXPECT_EQ(1, log_.count(kError, kStep, "alter_table_add_column failed\n")) << log_.dump();
   EXPECT_EQ(2, log_.count_containing(kError, "")) << log_.dump();
@@ -282,7 +282,7 @@ TEST_P(FailingStep, ColumnsCannotBeAdded) {
 
 TEST_P(FailingStep, ValueCannotBeBound) {
   const CallTrace trace;
-  EXPECT_EQ(0, store_with({.function = "sqlite3_bind_blob", .code = SQLITE_TOOBIG}));
+  EXPECT_EQ(0, store_with({.call = "sqlite3_bind_blob", .code = SQLITE_TOOBIG}));
   EXPECT_EQ(
       1, log_.count_matching(kError, R"(\[\d+\] bind_blob error, )" + std::string(GetParam().label) + "18\n"))
       << log_.dump();
@@ -295,7 +295,7 @@ TEST_P(FailingStep, ValueCannotBeBound) {
 TEST_P(FailingStep, StepFails) {
   for (const int code : {SQLITE_FULL, SQLITE_ROW, SQLITE_OK}) {
     log_.clear();
-    EXPECT_EQ(0, store_with({.function = "sqlite3_step", .code = code}));
+    EXPECT_EQ(0, store_with({.call = "sqlite3_step", .code = code}));
     EXPECT_EQ(1, log_.count_matching(kError, R"(\d+ step failed rc: )" + std::to_string(code) + "\n"))
         << log_.dump();
     EXPECT_EQ(1, log_.count_containing(kError, "")) << log_.dump();
@@ -368,7 +368,7 @@ TEST_P(OldTables, OtherRowsStay) {
 
 TEST_P(OldTables, ColumnThatCannotBeAdded) {
   make_table();
-  const Fault fault({.function = "sqlite3_exec", .code = SQLITE_FULL, .text = "alter table net"});
+  const Fault fault({.call = "sqlite3_exec", .code = SQLITE_FULL, .text = "alter table net"});
   EXPECT_EQ(0, store("home"));
   EXPECT_EQ(1, log_.count_matching(kError, R"(\[\d+\] update error, database or disk is full\n)"))
       << log_.dump();

@@ -130,8 +130,7 @@ class StoreBadCopy : public StoreCopy, public testing::WithParamInterface<BadCop
     if (GetParam().lines != nullptr) {
       copy_.emplace(GetParam().lines);
     } else {
-      no_process_ =
-          std::make_unique<Fault>(FaultPlan{.function = "popen", .code = EAGAIN, .times = kEveryTime});
+      no_process_ = std::make_unique<Fault>(FaultPlan{.call = "popen", .code = EAGAIN, .times = kEveryTime});
     }
   }
   void end_to_fail() {
@@ -204,7 +203,7 @@ TEST_F(StoreCopy, ThatCannotBeSyncedLeavesTheOldBackupWithTheOneRow) {
   const std::multiset<std::string> usual = complaints_of("mtu", "1500");
   add_stray_row();
   {
-    const Fault fault({.function = "fsync", .code = EIO, .text = "configbak"});
+    const Fault fault({.call = "fsync", .code = EIO, .text = "configbak"});
     EXPECT_GT(complaints_of("apn", "second").size(), usual.size()) << log.dump();
     EXPECT_EQ(fault.failed(), 1);
   }

@@ -95,7 +95,7 @@ TEST_F(Shell, ExitStatusIsNotExamined) {
 }
 
 TEST_F(Shell, PipeThatCannotBeMade) {
-  const Fault fault({.function = "popen", .code = EMFILE});
+  const Fault fault({.call = "popen", .code = EMFILE});
   EXPECT_EQ(-1, dm_sqlite_system_cmd("echo hello", output_.data(), 16));
   EXPECT_EQ("####", output(4));
   EXPECT_EQ(1, log_.count(kError, kFunction, "system command failed: (24) Too many open files\n"))

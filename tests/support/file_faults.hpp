@@ -17,7 +17,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tests/support/failing_call.hpp"
+#include "tests/support/fault.hpp"
 
 namespace kelo::tests {
 
@@ -89,12 +89,12 @@ int open64(const char* path, int flags, ...) {
   va_start(arguments, flags);
   const auto mode = va_arg(arguments, mode_t);
   va_end(arguments);
-  return kelo::tests::FailingCall::meets("open") ? -1 : real(kelo::tests::Redirection::of(path), flags, mode);
+  return kelo::tests::Fault::meets("open") ? -1 : real(kelo::tests::Redirection::of(path), flags, mode);
 }
 
 ssize_t read(int fd, void* bytes, std::size_t size) {
   static const auto real = kelo::tests::next_call("read", read);
-  if (kelo::tests::FailingCall::meets("read"))
+  if (kelo::tests::Fault::meets("read"))
     return kelo::tests::fail_transfer(size, [&](std::size_t part) { return real(fd, bytes, part); });
   return kelo::tests::claimed_read ? *kelo::tests::claimed_read : real(fd, bytes, size);
 }
@@ -102,14 +102,14 @@ ssize_t read(int fd, void* bytes, std::size_t size) {
 ssize_t write(int fd, const void* bytes, std::size_t size) {
   static const auto real = kelo::tests::next_call("write", write);
   const std::size_t part = kelo::tests::Writes::begin(fd, size);
-  if (kelo::tests::FailingCall::meets("write"))
+  if (kelo::tests::Fault::meets("write"))
     return kelo::tests::fail_transfer(part, [&](std::size_t less) { return real(fd, bytes, less); });
   return kelo::tests::claimed_write ? *kelo::tests::claimed_write : real(fd, bytes, part);
 }
 
 ssize_t pread64(int fd, void* bytes, std::size_t size, off64_t position) {
   static const auto real = kelo::tests::next_call("pread64", pread64);
-  if (kelo::tests::FailingCall::meets("pread"))
+  if (kelo::tests::Fault::meets("pread"))
     return kelo::tests::fail_transfer(size,
                                       [&](std::size_t part) { return real(fd, bytes, part, position); });
   return kelo::tests::claimed_read ? *kelo::tests::claimed_read : real(fd, bytes, size, position);
@@ -117,22 +117,22 @@ ssize_t pread64(int fd, void* bytes, std::size_t size, off64_t position) {
 
 off64_t lseek64(int fd, off64_t position, int whence) noexcept {
   static const auto real = kelo::tests::next_call("lseek64", lseek64);
-  return kelo::tests::FailingCall::meets("lseek") ? -1 : real(fd, position, whence);
+  return kelo::tests::Fault::meets("lseek") ? -1 : real(fd, position, whence);
 }
 
 int fstat64(int fd, struct stat64* status) noexcept {
   static const auto real = kelo::tests::next_call("fstat64", fstat64);
-  return kelo::tests::FailingCall::meets("fstat") ? -1 : real(fd, status);
+  return kelo::tests::Fault::meets("fstat") ? -1 : real(fd, status);
 }
 
 int fsync(int fd) {
   static const auto real = kelo::tests::next_call("fsync", fsync);
-  return kelo::tests::FailingCall::meets("fsync") ? -1 : real(fd);
+  return kelo::tests::Fault::meets("fsync") ? -1 : real(fd);
 }
 
 int rename(const char* from, const char* to) noexcept {
   static const auto real = kelo::tests::next_call("rename", rename);
-  return kelo::tests::FailingCall::meets("rename") ? -1 : real(from, to);
+  return kelo::tests::Fault::meets("rename") ? -1 : real(from, to);
 }
 
 }  // extern "C"

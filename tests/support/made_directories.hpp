@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/failing_call.hpp"
+#include "tests/support/fault.hpp"
 
 namespace kelo::tests {
 
@@ -29,7 +29,7 @@ extern "C" int mkdir(const char* path, mode_t mode) noexcept {
   static const auto real = kelo::tests::next_call("mkdir", mkdir);
   kelo::tests::asked_for.names.emplace_back(path);
   kelo::tests::asked_for.modes.push_back(mode);
-  return kelo::tests::FailingCall::meets("mkdir") ? -1 : real(path, mode);
+  return kelo::tests::Fault::meets("mkdir") ? -1 : real(path, mode);
 }
 // NOLINTEND(readability-inconsistent-declaration-parameter-name,misc-definitions-in-headers)
 

@@ -20,7 +20,7 @@
 #include <utility>
 #include <vector>
 
-#include "tests/support/failing_call.hpp"
+#include "tests/support/fault.hpp"
 
 namespace kelo::tests {
 
@@ -77,7 +77,7 @@ class NetlinkCalls {
   ssize_t answer(msghdr& message, int flags) {
     const iovec& room = *message.msg_iov;
     receives[receive_count++ % receives.size()] = {flags, room.iov_len};
-    if (FailingCall::meets("recvmsg")) return -1;
+    if (Fault::meets("recvmsg")) return -1;
     sockaddr_nl from{};
     from.nl_family = AF_NETLINK;
     from.nl_pid = sender;
@@ -111,7 +111,7 @@ int socket(int domain, int type, int protocol) noexcept {
     calls->socket_type = type;
     calls->socket_protocol = protocol;
   }
-  return kelo::tests::FailingCall::meets("socket") ? -1 : real(domain, type, protocol);
+  return kelo::tests::Fault::meets("socket") ? -1 : real(domain, type, protocol);
 }
 
 int bind(int fd, const sockaddr* address, socklen_t length) noexcept {
@@ -119,7 +119,7 @@ int bind(int fd, const sockaddr* address, socklen_t length) noexcept {
   auto* const calls = kelo::tests::NetlinkCalls::current();
   if (calls != nullptr)
     std::memcpy(&calls->bound, address, std::min<std::size_t>(length, sizeof calls->bound));
-  if (kelo::tests::FailingCall::meets("bind")) return -1;
+  if (kelo::tests::Fault::meets("bind")) return -1;
   const int result = real(fd, address, length);
   if (calls != nullptr && result == 0) kelo::tests::call_once(calls->after_bind, fd);
   return result;
@@ -131,14 +131,14 @@ ssize_t send(int fd, const void* bytes, std::size_t size, int flags) {
     calls->sent.assign(static_cast<const char*>(bytes), size);
     kelo::tests::call_once(calls->before_send, fd);
   }
-  return kelo::tests::FailingCall::meets("send") ? -1 : real(fd, bytes, size, flags);
+  return kelo::tests::Fault::meets("send") ? -1 : real(fd, bytes, size, flags);
 }
 
 ssize_t recvmsg(int fd, msghdr* message, int flags) {
   static const auto real = kelo::tests::next_call("recvmsg", recvmsg);
   auto* const calls = kelo::tests::NetlinkCalls::current();
   if (calls != nullptr && calls->answers) return calls->answer(*message, flags);
-  return kelo::tests::FailingCall::meets("recvmsg") ? -1 : real(fd, message, flags);
+  return kelo::tests::Fault::meets("recvmsg") ? -1 : real(fd, message, flags);
 }
 
 int setsockopt(int fd, int level, int name, const void* value, socklen_t size) noexcept {
@@ -154,13 +154,13 @@ int setsockopt(int fd, int level, int name, const void* value, socklen_t size) n
 int epoll_create1(int flags) noexcept {
   static const auto real = kelo::tests::next_call("epoll_create1", epoll_create1);
   if (auto* const calls = kelo::tests::NetlinkCalls::current()) calls->epoll_flags = flags;
-  return kelo::tests::FailingCall::meets("epoll_create1") ? -1 : real(flags);
+  return kelo::tests::Fault::meets("epoll_create1") ? -1 : real(flags);
 }
 
 int epoll_ctl(int epoll, int operation, int fd, epoll_event* event) noexcept {
   static const auto real = kelo::tests::next_call("epoll_ctl", epoll_ctl);
   if (auto* const calls = kelo::tests::NetlinkCalls::current()) calls->awaited_events = event->events;
-  return kelo::tests::FailingCall::meets("epoll_ctl") ? -1 : real(epoll, operation, fd, event);
+  return kelo::tests::Fault::meets("epoll_ctl") ? -1 : real(epoll, operation, fd, event);
 }
 
 int epoll_wait(int epoll, epoll_event* events, int most, int milliseconds) {
@@ -172,7 +172,7 @@ int epoll_wait(int epoll, epoll_event* events, int most, int milliseconds) {
     calls->wait_milliseconds = milliseconds;
     kelo::tests::call_once(calls->before_wait);
   }
-  if (kelo::tests::FailingCall::meets("epoll_wait")) return -1;
+  if (kelo::tests::Fault::meets("epoll_wait")) return -1;
   if (calls != nullptr && !calls->events.empty()) {
     const auto given = std::exchange(calls->events, {});
     std::copy(given.begin(), given.end(), events);

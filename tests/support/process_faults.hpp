@@ -17,7 +17,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/failing_call.hpp"
+#include "tests/support/fault.hpp"
 #include "tests/support/read_faults.hpp"
 
 namespace kelo::tests {
@@ -41,13 +41,13 @@ extern "C" {
 
 int pipe2(int* ends, int flags) noexcept {
   static const auto real = kelo::tests::next_call("pipe2", pipe2);
-  return kelo::tests::FailingCall::meets("pipe2") ? -1 : real(ends, flags);
+  return kelo::tests::Fault::meets("pipe2") ? -1 : real(ends, flags);
 }
 
 int posix_spawnp(pid_t* child, const char* program, const posix_spawn_file_actions_t* actions,
                  const posix_spawnattr_t* attributes, char* const* arguments, char* const* environment) {
   static const auto real = kelo::tests::next_call("posix_spawnp", posix_spawnp);
-  if (kelo::tests::FailingCall::meets("posix_spawnp")) return errno;
+  if (kelo::tests::Fault::meets("posix_spawnp")) return errno;
   if (!kelo::tests::programs_are_recorded || std::strcmp(program, "/bin/sh") == 0)
     return real(child, program, actions, attributes, arguments, environment);
   std::vector<std::string> words = {"sh", "-c", R"(printf '[%s]' "$@")", "sh", program};
@@ -63,14 +63,13 @@ int posix_spawnp(pid_t* child, const char* program, const posix_spawn_file_actio
 long syscall(long number, ...) noexcept {
   static const auto real = kelo::tests::next_call("syscall", syscall);
   if (number == kelo::tests::kPidfdOpen) {
-    if (kelo::tests::FailingCall::meets("pidfd_open")) return -1;
+    if (kelo::tests::Fault::meets("pidfd_open")) return -1;
     if (kelo::tests::handles_are_missing) {
       errno = ENOSYS;
       return -1;
     }
   }
-  if (number == kelo::tests::kPidfdSendSignal && kelo::tests::FailingCall::meets("pidfd_send_signal"))
-    return -1;
+  if (number == kelo::tests::kPidfdSendSignal && kelo::tests::Fault::meets("pidfd_send_signal")) return -1;
   std::va_list list;
   va_start(list, number);
   std::array<long, 6> words{};
@@ -81,17 +80,17 @@ long syscall(long number, ...) noexcept {
 
 int poll(pollfd* ends, nfds_t count, int milliseconds) {
   static const auto real = kelo::tests::next_call("poll", poll);
-  return kelo::tests::FailingCall::meets("poll") ? -1 : real(ends, count, milliseconds);
+  return kelo::tests::Fault::meets("poll") ? -1 : real(ends, count, milliseconds);
 }
 
 int kill(pid_t process, int signal) noexcept {
   static const auto real = kelo::tests::next_call("kill", kill);
-  return kelo::tests::FailingCall::meets("kill") ? -1 : real(process, signal);
+  return kelo::tests::Fault::meets("kill") ? -1 : real(process, signal);
 }
 
 pid_t waitpid(pid_t process, int* status, int options) {
   static const auto real = kelo::tests::next_call("waitpid", waitpid);
-  return kelo::tests::FailingCall::meets("waitpid") ? -1 : real(process, status, options);
+  return kelo::tests::Fault::meets("waitpid") ? -1 : real(process, status, options);
 }
 
 }  // extern "C"

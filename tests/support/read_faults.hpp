@@ -6,14 +6,14 @@
 #include <sys/types.h>
 #include <unistd.h>
 
-#include "tests/support/failing_call.hpp"
+#include "tests/support/fault.hpp"
 
 // Defined here and not in a source of the support library, which every test program links. The C library's own
 // declaration has reserved parameter names.
 // NOLINTNEXTLINE(misc-definitions-in-headers,readability-inconsistent-declaration-parameter-name)
 extern "C" ssize_t read(int fd, void* bytes, std::size_t size) {
   static const auto real = kelo::tests::next_call("read", read);
-  return kelo::tests::FailingCall::meets("read") ? -1 : real(fd, bytes, size);
+  return kelo::tests::Fault::meets("read") ? -1 : real(fd, bytes, size);
 }
 
 #endif  // KELO_TESTS_SUPPORT_READ_FAULTS_HPP

@@ -18,7 +18,7 @@
 #include <utility>
 #include <vector>
 
-#include "tests/support/failing_call.hpp"
+#include "tests/support/fault.hpp"
 
 namespace kelo::tests {
 
@@ -74,7 +74,7 @@ extern "C" {
 
 int socket(int domain, int type, int protocol) noexcept {
   static const auto real = kelo::tests::next_call("socket", socket);
-  if (kelo::tests::FailingCall::meets("socket")) return -1;
+  if (kelo::tests::Fault::meets("socket")) return -1;
   kelo::tests::last_socket_type = type;
   const int fd = real(domain, type, protocol);
   if (fd < 0 || fd >= kelo::tests::lowest_socket) return fd;
@@ -85,18 +85,18 @@ int socket(int domain, int type, int protocol) noexcept {
 
 ssize_t sendto(int fd, const void* bytes, std::size_t size, int flags, const sockaddr* to, socklen_t length) {
   static const auto real = kelo::tests::next_call("sendto", sendto);
-  return kelo::tests::FailingCall::meets("sendto") ? -1 : real(fd, bytes, size, flags, to, length);
+  return kelo::tests::Fault::meets("sendto") ? -1 : real(fd, bytes, size, flags, to, length);
 }
 
 ssize_t recvfrom(int fd, void* bytes, std::size_t size, int flags, sockaddr* from, socklen_t* length) {
   static const auto real = kelo::tests::next_call("recvfrom", recvfrom);
-  return kelo::tests::FailingCall::meets("recvfrom") ? -1 : real(fd, bytes, size, flags, from, length);
+  return kelo::tests::Fault::meets("recvfrom") ? -1 : real(fd, bytes, size, flags, from, length);
 }
 
 int poll(pollfd* descriptors, nfds_t count, int milliseconds) {
   static const auto real = kelo::tests::next_call("poll", poll);
   const std::optional<int> result = kelo::tests::Waits::begin(milliseconds);
-  if (kelo::tests::FailingCall::meets("poll")) return -1;
+  if (kelo::tests::Fault::meets("poll")) return -1;
   return result ? *result : real(descriptors, count, milliseconds);
 }
 
@@ -106,7 +106,7 @@ int ioctl(int fd, unsigned long request, ...) noexcept {
   va_start(arguments, request);
   void* const argument = va_arg(arguments, void*);
   va_end(arguments);
-  return kelo::tests::FailingCall::meets("ioctl") ? -1 : real(fd, request, argument);
+  return kelo::tests::Fault::meets("ioctl") ? -1 : real(fd, request, argument);
 }
 
 }  // extern "C"

@@ -1,6 +1,5 @@
 #include "tests/support/sqlite_faults.hpp"
 
-#include <dlfcn.h>
 #include <spawn.h>
 #include <sqlite3.h>
 #include <sys/wait.h>
@@ -10,11 +9,9 @@
 #include <array>
 #include <cerrno>
 #include <climits>
-#include <cstdio>
-#include <cstdlib>
 #include <mutex>
-#include <optional>
 #include <sstream>
+#include <string_view>
 #include <utility>
 
 namespace kelo::tests {
@@ -22,7 +19,6 @@ namespace {
 
 struct State {
   std::mutex mutex;  // guards all of it
-  std::vector<Fault*> faults;
   bool tracing = false;
   std::vector<TracedCall> trace;
   int busy_milliseconds = -1;  // in place of the library's own patience; -1: that one
@@ -46,17 +42,6 @@ class InsideSqlite {
   InsideSqlite& operator=(const InsideSqlite&) = delete;
 };
 
-// The function that stands behind an interposed one.
-template <typename Function>
-Function* next(const char* name, Function* /*interposer*/) {
-  void* const found = dlsym(RTLD_NEXT, name);
-  if (found == nullptr) {
-    std::fprintf(stderr, "no %s behind the interposer\n", name);
-    std::abort();
-  }
-  return reinterpret_cast<Function*>(found);
-}
-
 std::string path_of(int descriptor) {
   std::array<char, PATH_MAX> target{};
   const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
@@ -66,7 +51,7 @@ std::string path_of(int descriptor) {
 
 std::string text_of(const char* text) { return text == nullptr ? std::string() : std::string(text); }
 
-bool is_sync(const std::string& function) { return function == "fsync" || function == "fdatasync"; }
+bool is_sync(std::string_view call) { return call == "fsync" || call == "fdatasync"; }
 
 template <typename Database>
 void set_error_text(const FaultPlan& plan, Database** error) {
@@ -75,48 +60,18 @@ void set_error_text(const FaultPlan& plan, Database** error) {
   *error = plan.null_error ? nullptr : sqlite3_mprintf("%s", text);
 }
 
-}  // namespace
-
-class Interposer {
- public:
-  // Records the call and returns the plan of the fault that it is to meet, if any.
-  static std::optional<FaultPlan> meet(const std::string& function, const std::string& text) {
-    if (inside_sqlite > 0 && !is_sync(function)) return {};
+// Records the call and returns the plan of the fault that it is to meet, or null.
+const FaultPlan* meet(const char* call, const std::string& text) {
+  if (inside_sqlite > 0 && !is_sync(call)) return nullptr;
+  {
     State& all = state();
     const std::scoped_lock lock(all.mutex);
-    if (all.tracing) all.trace.push_back({function, text});
-    std::optional<FaultPlan> met;
-    for (Fault* const fault : all.faults) {
-      const FaultPlan& plan = fault->plan_;
-      if (plan.function != function || text.find(plan.text) == std::string::npos) continue;
-      ++fault->matched_;
-      if (fault->matched_ < plan.at || fault->matched_ - plan.at >= plan.times || met) continue;
-      ++fault->failed_;
-      met = plan;
-    }
-    return met;
+    if (all.tracing) all.trace.push_back({call, text});
   }
-};
-
-Fault::Fault(FaultPlan plan) : plan_(std::move(plan)) {
-  const std::scoped_lock lock(state().mutex);
-  state().faults.push_back(this);
+  return Fault::meet(call, text);
 }
 
-Fault::~Fault() {
-  const std::scoped_lock lock(state().mutex);
-  std::erase(state().faults, this);
-}
-
-int Fault::matched() const {
-  const std::scoped_lock lock(state().mutex);
-  return matched_;
-}
-
-int Fault::failed() const {
-  const std::scoped_lock lock(state().mutex);
-  return failed_;
-}
+}  // namespace
 
 std::ostream& operator<<(std::ostream& out, const TracedCall& call) {
   return out << call.function << " \"" << call.text << '"';
@@ -208,8 +163,8 @@ int shorter_wait() {
 
 using kelo::tests::FaultPlan;
 using kelo::tests::InsideSqlite;
-using kelo::tests::Interposer;
-using kelo::tests::next;
+using kelo::tests::meet;
+using kelo::tests::next_call;
 using kelo::tests::set_error_text;
 using kelo::tests::text_of;
 
@@ -218,32 +173,32 @@ using kelo::tests::text_of;
 extern "C" {
 
 int sqlite3_open(const char* path, sqlite3** db) {
-  static const auto real = next(__func__, sqlite3_open);
-  const std::optional<FaultPlan> fault = Interposer::meet(__func__, text_of(path));
+  static const auto real = next_call(__func__, sqlite3_open);
+  const FaultPlan* const fault = meet(__func__, text_of(path));
   const InsideSqlite inside;
-  if (fault && fault->null_handle) {
+  if (fault != nullptr && fault->null_handle) {
     *db = nullptr;
     return fault->code;
   }
   const int code = real(path, db);
-  return fault ? fault->code : code;
+  return fault != nullptr ? fault->code : code;
 }
 
 int sqlite3_open_v2(const char* path, sqlite3** db, int flags, const char* vfs) {
-  static const auto real = next(__func__, sqlite3_open_v2);
-  const std::optional<FaultPlan> fault = Interposer::meet(__func__, text_of(path));
+  static const auto real = next_call(__func__, sqlite3_open_v2);
+  const FaultPlan* const fault = meet(__func__, text_of(path));
   const InsideSqlite inside;
-  if (fault && fault->null_handle) {
+  if (fault != nullptr && fault->null_handle) {
     *db = nullptr;
     return fault->code;
   }
   const int code = real(path, db, flags, vfs);
-  return fault ? fault->code : code;
+  return fault != nullptr ? fault->code : code;
 }
 
 int sqlite3_prepare(sqlite3* db, const char* sql, int size, sqlite3_stmt** statement, const char** tail) {
-  static const auto real = next(__func__, sqlite3_prepare);
-  if (const std::optional<FaultPlan> fault = Interposer::meet(__func__, text_of(sql))) {
+  static const auto real = next_call(__func__, sqlite3_prepare);
+  if (const FaultPlan* const fault = meet(__func__, text_of(sql))) {
     *statement = nullptr;
     return fault->code;
   }
@@ -252,8 +207,8 @@ int sqlite3_prepare(sqlite3* db, const char* sql, int size, sqlite3_stmt** state
 }
 
 int sqlite3_prepare_v2(sqlite3* db, const char* sql, int size, sqlite3_stmt** statement, const char** tail) {
-  static const auto real = next(__func__, sqlite3_prepare_v2);
-  if (const std::optional<FaultPlan> fault = Interposer::meet(__func__, text_of(sql))) {
+  static const auto real = next_call(__func__, sqlite3_prepare_v2);
+  if (const FaultPlan* const fault = meet(__func__, text_of(sql))) {
     *statement = nullptr;
     return fault->code;
   }
@@ -263,25 +218,23 @@ int sqlite3_prepare_v2(sqlite3* db, const char* sql, int size, sqlite3_stmt** st
 
 int sqlite3_bind_blob(sqlite3_stmt* statement, int index, const void* value, int size,
                       void (*release)(void*)) {
-  static const auto real = next(__func__, sqlite3_bind_blob);
-  if (const std::optional<FaultPlan> fault = Interposer::meet(__func__, text_of(sqlite3_sql(statement))))
-    return fault->code;
+  static const auto real = next_call(__func__, sqlite3_bind_blob);
+  if (const FaultPlan* const fault = meet(__func__, text_of(sqlite3_sql(statement)))) return fault->code;
   const InsideSqlite inside;
   return real(statement, index, value, size, release);
 }
 
 int sqlite3_step(sqlite3_stmt* statement) {
-  static const auto real = next(__func__, sqlite3_step);
-  if (const std::optional<FaultPlan> fault = Interposer::meet(__func__, text_of(sqlite3_sql(statement))))
-    return fault->code;
+  static const auto real = next_call(__func__, sqlite3_step);
+  if (const FaultPlan* const fault = meet(__func__, text_of(sqlite3_sql(statement)))) return fault->code;
   const InsideSqlite inside;
   return real(statement);
 }
 
 int sqlite3_exec(sqlite3* db, const char* sql, int (*row)(void*, int, char**, char**), void* context,
                  char** error) {
-  static const auto real = next(__func__, sqlite3_exec);
-  if (const std::optional<FaultPlan> fault = Interposer::meet(__func__, text_of(sql))) {
+  static const auto real = next_call(__func__, sqlite3_exec);
+  if (const FaultPlan* const fault = meet(__func__, text_of(sql))) {
     set_error_text(*fault, error);
     return fault->code;
   }
@@ -290,8 +243,8 @@ int sqlite3_exec(sqlite3* db, const char* sql, int (*row)(void*, int, char**, ch
 }
 
 int sqlite3_get_table(sqlite3* db, const char* sql, char*** cells, int* rows, int* columns, char** error) {
-  static const auto real = next(__func__, sqlite3_get_table);
-  if (const std::optional<FaultPlan> fault = Interposer::meet(__func__, text_of(sql))) {
+  static const auto real = next_call(__func__, sqlite3_get_table);
+  if (const FaultPlan* const fault = meet(__func__, text_of(sql))) {
     *cells = nullptr;
     set_error_text(*fault, error);
     return fault->code;
@@ -301,10 +254,10 @@ int sqlite3_get_table(sqlite3* db, const char* sql, char*** cells, int* rows, in
 }
 
 int sqlite3_busy_handler(sqlite3* db, int (*handler)(void*, int), void* context) {
-  static const auto real = next(__func__, sqlite3_busy_handler);
+  static const auto real = next_call(__func__, sqlite3_busy_handler);
   // SQLite sets its own handler in this way, too.
   if (kelo::tests::inside_sqlite > 0) return real(db, handler, context);
-  if (const std::optional<FaultPlan> fault = Interposer::meet(__func__, {})) return fault->code;
+  if (const FaultPlan* const fault = meet(__func__, {})) return fault->code;
   const int milliseconds = kelo::tests::shorter_wait();
   const InsideSqlite inside;
   return milliseconds < 0 ? real(db, handler, context) : sqlite3_busy_timeout(db, milliseconds);
@@ -313,40 +266,40 @@ int sqlite3_busy_handler(sqlite3* db, int (*handler)(void*, int), void* context)
 // Whether the shell's command is to have a standard stream of the library's: that is what popen() gives it.
 int posix_spawn_file_actions_adddup2(posix_spawn_file_actions_t* actions, int descriptor,
                                      int number) noexcept {
-  static const auto real = next(__func__, posix_spawn_file_actions_adddup2);
+  static const auto real = next_call(__func__, posix_spawn_file_actions_adddup2);
   if (number <= STDERR_FILENO) kelo::tests::gets_a_stream = true;
   return real(actions, descriptor, number);
 }
 
 int posix_spawnp(pid_t* child, const char* program, const posix_spawn_file_actions_t* actions,
                  const posix_spawnattr_t* attributes, char* const* arguments, char* const* environment) {
-  static const auto real = next(__func__, posix_spawnp);
+  static const auto real = next_call(__func__, posix_spawnp);
   const bool piped = std::exchange(kelo::tests::gets_a_stream, false);
   if (text_of(arguments[0]) != "sh") return real(child, program, actions, attributes, arguments, environment);
-  const auto fault = Interposer::meet(piped ? "popen" : "system", text_of(arguments[2]));
-  if (fault && piped) return fault->code;
-  if (fault && fault->code == -1) return EAGAIN;
-  std::string failure = fault ? "exit " + std::to_string(fault->code >> 8) : std::string();
-  const std::array<char*, 4> words = {arguments[0], arguments[1], fault ? failure.data() : arguments[2],
-                                      nullptr};
+  const FaultPlan* const fault = meet(piped ? "popen" : "system", text_of(arguments[2]));
+  if (fault != nullptr && piped) return fault->code;
+  if (fault != nullptr && fault->code == -1) return EAGAIN;
+  std::string failure = fault != nullptr ? "exit " + std::to_string(fault->code >> 8) : std::string();
+  const std::array<char*, 4> words = {arguments[0], arguments[1],
+                                      fault != nullptr ? failure.data() : arguments[2], nullptr};
   const int error = real(child, program, actions, attributes, words.data(), environment);
   if (error == 0 && piped) kelo::tests::remember_piped(*child);
   return error;
 }
 
 pid_t waitpid(pid_t process, int* status, int options) {
-  static const auto real = next(__func__, waitpid);
+  static const auto real = next_call(__func__, waitpid);
   const bool piped = kelo::tests::forget_piped(process);
   const pid_t waited = real(process, status, options);
-  const auto fault = piped ? Interposer::meet("pclose", {}) : std::nullopt;
-  if (!fault) return waited;
+  const FaultPlan* const fault = piped ? meet("pclose", {}) : nullptr;
+  if (fault == nullptr) return waited;
   errno = fault->code;
   return -1;
 }
 
 int fsync(int descriptor) {
-  static const auto real = next(__func__, fsync);
-  if (const std::optional<FaultPlan> fault = Interposer::meet(__func__, kelo::tests::path_of(descriptor))) {
+  static const auto real = next_call(__func__, fsync);
+  if (const FaultPlan* const fault = meet(__func__, kelo::tests::path_of(descriptor))) {
     errno = fault->code;
     return -1;
   }
@@ -354,8 +307,8 @@ int fsync(int descriptor) {
 }
 
 int fdatasync(int descriptor) {
-  static const auto real = next(__func__, fdatasync);
-  if (const std::optional<FaultPlan> fault = Interposer::meet(__func__, kelo::tests::path_of(descriptor))) {
+  static const auto real = next_call(__func__, fdatasync);
+  if (const FaultPlan* const fault = meet(__func__, kelo::tests::path_of(descriptor))) {
     errno = fault->code;
     return -1;
   }

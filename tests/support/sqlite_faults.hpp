@@ -1,54 +1,21 @@
-// Stands between the library and SQLite, the shell and fsync: makes chosen calls fail, and records all of
-// them. For tests with SQLITE_FAULTS in tests/CMakeLists.txt.
+// Takes the place of calls of SQLite, of the shell and of fsync: those that meet a Fault fail, and all are recorded. For
+// tests with SQLITE_FAULTS in tests/CMakeLists.txt.
 //
 // The calls are: sqlite3_open, sqlite3_open_v2, sqlite3_prepare, sqlite3_prepare_v2, sqlite3_bind_blob,
 // sqlite3_step, sqlite3_exec, sqlite3_get_table, sqlite3_busy_handler, popen, pclose, system, fsync and
 // fdatasync. What SQLite calls within itself is not matched, its fdatasync and fsync excepted. "popen", "pclose"
 // and "system" are what the library does in the way of these: a command of the shell that is started with a
-// pipe, waited for, or started without one.
+// pipe, waited for, or started without one. The code of "system" is the wait status of a command that exits, or -1.
 #ifndef KELO_TESTS_SQLITE_FAULTS_HPP
 #define KELO_TESTS_SQLITE_FAULTS_HPP
 
-#include <cstddef>
 #include <ostream>
 #include <string>
 #include <vector>
 
+#include "tests/support/fault.hpp"
+
 namespace kelo::tests {
-
-// What a fault does, in the order in which a test names it.
-struct FaultPlan {
-  std::string function;     // "sqlite3_step"
-  int code = 0;             // what the call returns; errno for popen, pclose, fsync and fdatasync; for system
-                            // the wait status of a command that exits, or -1
-  std::string text = {};    // only calls whose text holds this: SQL, command, path of the database or file
-  int at = 1;               // the first of the matching calls that fails
-  int times = 1;            // how many fail from there on
-  std::string error = {};   // sqlite3_exec, sqlite3_get_table: the error text; empty: SQLite's for the code
-  bool null_error = false;  // the same: no error text at all
-  bool null_handle = false;  // sqlite3_open, sqlite3_open_v2: no handle, as when memory has run out
-};
-
-inline constexpr int kEveryTime = 1 << 30;
-
-// Makes calls fail while it is alive. Several may be.
-class Fault {
- public:
-  explicit Fault(FaultPlan plan);
-  ~Fault();
-  Fault(const Fault&) = delete;
-  Fault& operator=(const Fault&) = delete;
-
-  // Calls that matched so far, and those of them that failed.
-  [[nodiscard]] int matched() const;
-  [[nodiscard]] int failed() const;
-
- private:
-  friend class Interposer;
-  const FaultPlan plan_;
-  int matched_ = 0;
-  int failed_ = 0;
-};
 
 struct TracedCall {
   std::string function;

@@ -14,7 +14,7 @@
 #include <atomic>
 #include <functional>
 
-#include "tests/support/failing_call.hpp"
+#include "tests/support/fault.hpp"
 
 namespace kelo::tests {
 
@@ -42,7 +42,7 @@ extern "C" {
 
 int timer_create(clockid_t clock, sigevent* notification, timer_t* timer) noexcept {
   static const auto real = kelo::tests::next_call("timer_create", timer_create);
-  if (kelo::tests::FailingCall::meets("timer_create")) return -errno;
+  if (kelo::tests::Fault::meets("timer_create")) return -errno;
   kelo::tests::timer_calls.clock = clock;
   kelo::tests::timer_calls.notification = *notification;
   return real(clock, notification, timer);
@@ -50,7 +50,7 @@ int timer_create(clockid_t clock, sigevent* notification, timer_t* timer) noexce
 
 int timer_settime(timer_t timer, int flags, const itimerspec* times, itimerspec* before) noexcept {
   static const auto real = kelo::tests::next_call("timer_settime", timer_settime);
-  if (kelo::tests::FailingCall::meets("timer_settime")) return -errno;
+  if (kelo::tests::Fault::meets("timer_settime")) return -errno;
   kelo::tests::timer_calls.settime_flags = flags;
   const int result = real(timer, flags, times, before);
   if (kelo::tests::timer_calls.after_settime) kelo::tests::timer_calls.after_settime();
@@ -59,49 +59,47 @@ int timer_settime(timer_t timer, int flags, const itimerspec* times, itimerspec*
 
 int timer_gettime(timer_t timer, itimerspec* times) noexcept {
   static const auto real = kelo::tests::next_call("timer_gettime", timer_gettime);
-  return kelo::tests::FailingCall::meets("timer_gettime") ? -errno : real(timer, times);
+  return kelo::tests::Fault::meets("timer_gettime") ? -errno : real(timer, times);
 }
 
 int timer_delete(timer_t timer) noexcept {
   static const auto real = kelo::tests::next_call("timer_delete", timer_delete);
-  if (kelo::tests::FailingCall::meets("timer_delete")) return -errno;
+  if (kelo::tests::Fault::meets("timer_delete")) return -errno;
   ++kelo::tests::timer_calls.deletes;
   return real(timer);
 }
 
 KELO_BEFORE_SANITIZER int pthread_attr_init(pthread_attr_t* attributes) noexcept {
-  const bool fails =
-      kelo::tests::FailingCall::is_set() && kelo::tests::FailingCall::meets("pthread_attr_init");
+  const bool fails = kelo::tests::Fault::is_set() && kelo::tests::Fault::meets("pthread_attr_init");
   return fails ? errno : kelo::tests::real_attr_init(attributes);
 }
 
 int pthread_attr_setstacksize(pthread_attr_t* attributes, size_t size) noexcept {
   static const auto real = kelo::tests::next_call("pthread_attr_setstacksize", pthread_attr_setstacksize);
-  return kelo::tests::FailingCall::meets("pthread_attr_setstacksize") ? errno : real(attributes, size);
+  return kelo::tests::Fault::meets("pthread_attr_setstacksize") ? errno : real(attributes, size);
 }
 
 int pthread_attr_setdetachstate(pthread_attr_t* attributes, int state) noexcept {
   static const auto real = kelo::tests::next_call("pthread_attr_setdetachstate", pthread_attr_setdetachstate);
-  return kelo::tests::FailingCall::meets("pthread_attr_setdetachstate") ? errno : real(attributes, state);
+  return kelo::tests::Fault::meets("pthread_attr_setdetachstate") ? errno : real(attributes, state);
 }
 
 KELO_BEFORE_SANITIZER int pthread_attr_destroy(pthread_attr_t* attributes) noexcept {
-  const bool fails =
-      kelo::tests::FailingCall::is_set() && kelo::tests::FailingCall::meets("pthread_attr_destroy");
+  const bool fails = kelo::tests::Fault::is_set() && kelo::tests::Fault::meets("pthread_attr_destroy");
   return fails ? errno : kelo::tests::real_attr_destroy(attributes);
 }
 
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
                    void* argument) noexcept {
   static const auto real = kelo::tests::next_call("pthread_create", pthread_create);
-  if (kelo::tests::FailingCall::meets("pthread_create")) return errno;
+  if (kelo::tests::Fault::meets("pthread_create")) return errno;
   ++kelo::tests::timer_calls.threads;
   return real(thread, attributes, body, argument);
 }
 
 int sigaction(int number, const struct sigaction* action, struct sigaction* before) noexcept {
   static const auto real = kelo::tests::next_call("sigaction", sigaction);
-  return kelo::tests::FailingCall::meets("sigaction") ? -1 : real(number, action, before);
+  return kelo::tests::Fault::meets("sigaction") ? -1 : real(number, action, before);
 }
 
 }  // extern "C"

@@ -21,7 +21,7 @@
 #include "kelo_utils/log.h"
 #include "tests/support/database.hpp"
 #include "tests/support/descriptors.hpp"
-#include "tests/support/failing_call.hpp"
+#include "tests/support/fault.hpp"
 #include "tests/support/log_capture.hpp"
 
 namespace kelo::tests {
@@ -95,7 +95,7 @@ int open64(const char* path, int flags, ...) {
   va_end(arguments);
   if (kelo::tests::watched_opens != nullptr)
     kelo::tests::watched_opens->push_back({path, (flags & O_CLOEXEC) != 0});
-  if (kelo::tests::FailingCall::meets("open")) return -1;
+  if (kelo::tests::Fault::meets("open")) return -1;
   const bool replaced = kelo::tests::uptime_is_chosen && std::string_view(path) == "/proc/uptime";
   return real(replaced ? kelo::tests::kChosenUptime : path, flags, mode);
 }
@@ -104,12 +104,12 @@ std::FILE* fopen64(const char* path, const char* mode) {
   static const auto real = kelo::tests::next_call("fopen64", fopen64);
   if (kelo::tests::watched_opens != nullptr)
     kelo::tests::watched_opens->push_back({path, std::string_view(mode).find('e') != std::string_view::npos});
-  return kelo::tests::FailingCall::meets("fopen") ? nullptr : real(path, mode);
+  return kelo::tests::Fault::meets("fopen") ? nullptr : real(path, mode);
 }
 
 ssize_t read(int fd, void* bytes, std::size_t size) {
   static const auto real = kelo::tests::next_call("read", read);
-  return kelo::tests::FailingCall::meets("read") ? -1 : real(fd, bytes, size);
+  return kelo::tests::Fault::meets("read") ? -1 : real(fd, bytes, size);
 }
 
 }  // extern "C"

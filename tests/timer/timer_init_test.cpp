@@ -26,7 +26,7 @@ using kelo::tests::Calls;
 using kelo::tests::ChildEnd;
 using kelo::tests::ChildResult;
 using kelo::tests::expire;
-using kelo::tests::FailingCall;
+using kelo::tests::Fault;
 using kelo::tests::fork_bounded;
 using kelo::tests::LogCapture;
 using kelo::tests::milliseconds;
@@ -125,7 +125,7 @@ TEST(TimerInit, NoThreadAttributesNothingStarted) {
     const LogCapture log;
     const int before = threads();
     {
-      const FailingCall fault("pthread_attr_init", ENOMEM);
+      const Fault fault({"pthread_attr_init", ENOMEM});
       kelo_timer_init();
     }
     expect_lines(log, {std::string("3 ") + kInit + " oem_timer_init init thread attribute failed\n"});
@@ -149,7 +149,7 @@ TEST(TimerInit, GoesOnWithoutAnAttribute) {
       const LogCapture log;
       const int before = threads();
       {
-        const FailingCall fault(step.call, EINVAL);
+        const Fault fault({step.call, EINVAL});
         kelo_timer_init();
         EXPECT_EQ(fault.seen(), 1);
       }
@@ -165,7 +165,7 @@ TEST(TimerInit, ExpiriesWaitForAWorkerThatStartsLater) {
     const LogCapture log;
     const int before = threads();
     {
-      const FailingCall fault("pthread_create", EAGAIN);
+      const Fault fault({"pthread_create", EAGAIN});
       kelo_timer_init();
     }
     expect_lines(log, {std::string("3 ") + kInit + " oem_timer_init create thread failed\n", kHandlerLine});
@@ -205,7 +205,7 @@ TEST(TimerInit, LogsAHandlerThatCannotBeInstalled) {
     const LogCapture log;
     const int before = threads();
     {
-      const FailingCall fault("sigaction", EINVAL);
+      const Fault fault({"sigaction", EINVAL});
       kelo_timer_init();
       EXPECT_EQ(fault.seen(), 1);
     }
@@ -217,7 +217,7 @@ TEST(TimerInit, LogsAHandlerThatCannotBeInstalled) {
 
 TEST(TimerInit, AttributesAreDestroyedOnce) {
   in_fresh_process([] {
-    const FailingCall count("pthread_attr_destroy", 0, 1000);
+    const Fault count({.call = "pthread_attr_destroy", .at = kelo::tests::kNever});
     kelo_timer_init();
     EXPECT_EQ(count.seen(), 1);
   });
@@ -236,7 +236,7 @@ TEST(TimerInit, WorksWhereEveryThreadBlocksEverySignal) {
 // The child of a daemon has neither its worker nor its timers. The parent of these tests has no worker
 // either, so that any tool follows the fork.
 void install_handler_alone() {
-  const FailingCall fault("pthread_create", EAGAIN);
+  const Fault fault({"pthread_create", EAGAIN});
   kelo_timer_init();
 }
 

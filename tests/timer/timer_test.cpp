@@ -17,7 +17,7 @@ namespace {
 
 using kelo::tests::bytes_of;
 using kelo::tests::Calls;
-using kelo::tests::FailingCall;
+using kelo::tests::Fault;
 using kelo::tests::kNever;
 using kelo::tests::LogCapture;
 using kelo::tests::milliseconds;
@@ -239,7 +239,7 @@ TEST_F(Timer, CreateAsksForASignalOfTheMonotonicClock) {
 TEST_F(Timer, CreateReturnsTheFailingResult) {
   for (const int result : {-1, -EAGAIN, -77}) {
     NamedTimer timer(calls, 1);
-    const FailingCall fault("timer_create", -result);
+    const Fault fault({"timer_create", -result});
     EXPECT_EQ(kelo_timer_create(&timer.info), result);
     EXPECT_EQ(timer.info.state, TIMER_STATE_IDLE);
     EXPECT_EQ(timer.info.magic, KELO_TIMER_MAGIC);
@@ -259,7 +259,7 @@ TEST_F(Timer, ArmingReturnsTheFailingResultAndLeavesTheState) {
     bring_to(timer.info, arming.state);
     const bool armed = timer.is_armed();
     const std::string before = bytes_of(timer.info);
-    const FailingCall fault("timer_settime", 22);
+    const Fault fault({"timer_settime", 22});
     EXPECT_EQ(arming.call.function(&timer.info), -22);
     EXPECT_EQ(bytes_of(timer.info), before) << arming.call.name << arming.state;
     EXPECT_EQ(timer.is_armed(), armed);
@@ -270,7 +270,7 @@ TEST_F(Timer, ArmingReturnsTheFailingResultAndLeavesTheState) {
 TEST_F(Timer, StopGoesOnWhenDisarmingFails) {
   NamedTimer timer(calls, 1);
   bring_to(timer.info, TIMER_STATE_RUNNING);
-  const FailingCall fault("timer_settime", 22);
+  const Fault fault({"timer_settime", 22});
   EXPECT_EQ(kelo_timer_stop(&timer.info), 0);
   EXPECT_EQ(timer.info.state, TIMER_STATE_STOPPED);
   EXPECT_TRUE(timer.is_armed());
@@ -281,7 +281,7 @@ TEST_F(Timer, FailingGettimeLeavesTheRecord) {
   NamedTimer timer(calls, 1, {3600, 7}, {11, 13});
   bring_to(timer.info, TIMER_STATE_RUNNING);
   const std::string before = bytes_of(timer.info);
-  const FailingCall fault("timer_gettime", 22);
+  const Fault fault({"timer_gettime", 22});
   EXPECT_EQ(kelo_timer_gettime(&timer.info), -1);
   EXPECT_EQ(bytes_of(timer.info), before);
   expect_line(LOG_LVL_ERR, "oem_timer_gettime", "failed to get time, rc=-22\n");
@@ -314,7 +314,7 @@ TEST_F(Timer, FailingDeleteLeavesTheState) {
     NamedTimer timer(calls, 1);
     bring_to(timer.info, state);
     {
-      const FailingCall fault("timer_delete", 22);
+      const Fault fault({"timer_delete", 22});
       EXPECT_EQ(kelo_timer_delete(&timer.info), -1);
     }
     EXPECT_EQ(timer.info.state, state);
@@ -327,28 +327,28 @@ TEST_F(Timer, ResultsAboveZeroAreSuccesses) {
   constexpr int kAboveZero = -5;  // as an error: the call returns minus it
   NamedTimer timer(calls, 1);
   {
-    const FailingCall result("timer_create", kAboveZero);
+    const Fault result({"timer_create", kAboveZero});
     EXPECT_EQ(kelo_timer_create(&timer.info), 5);
     EXPECT_EQ(timer.info.state, TIMER_STATE_CREATED);
   }
   timer.info.state = TIMER_STATE_IDLE;
   ASSERT_EQ(kelo_timer_create(&timer.info), 0);
   for (const Call& call : {kStart, kSettime}) {
-    const FailingCall result("timer_settime", kAboveZero);
+    const Fault result({"timer_settime", kAboveZero});
     EXPECT_EQ(call.function(&timer.info), 5);
     EXPECT_EQ(timer.info.state, TIMER_STATE_RUNNING);
   }
   {
-    const FailingCall result("timer_gettime", kAboveZero);
+    const Fault result({"timer_gettime", kAboveZero});
     EXPECT_EQ(kelo_timer_gettime(&timer.info), 0);
   }
   {
-    const FailingCall result("timer_settime", kAboveZero);
+    const Fault result({"timer_settime", kAboveZero});
     EXPECT_EQ(kelo_timer_stop(&timer.info), 0);
     EXPECT_EQ(timer.info.state, TIMER_STATE_STOPPED);
   }
   {
-    const FailingCall result("timer_delete", kAboveZero);
+    const Fault result({"timer_delete", kAboveZero});
     EXPECT_EQ(kelo_timer_delete(&timer.info), 5);
     EXPECT_EQ(timer.info.state, TIMER_STATE_IDLE);
   }

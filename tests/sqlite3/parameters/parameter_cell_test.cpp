@@ -146,19 +146,19 @@ TEST_F(ParameterCell, UpdateOfALongNameIsNeverCut) {
 
 TEST_F(ParameterCell, FailureOfSqliteIsReportedInItsWords) {
   {
-    const Fault fault({.function = "sqlite3_get_table", .code = SQLITE_IOERR, .error = "disk on fire"});
+    const Fault fault({.call = "sqlite3_get_table", .code = SQLITE_IOERR, .error = "disk on fire"});
     EXPECT_EQ(failing_get("wifi", "ssid"), -1);
   }
   {
-    const Fault fault({.function = "sqlite3_get_table", .code = SQLITE_NOMEM, .null_error = true});
+    const Fault fault({.call = "sqlite3_get_table", .code = SQLITE_NOMEM, .null_error = true});
     EXPECT_EQ(failing_get("wifi", "ssid"), -1);
   }
   {
-    const Fault fault({.function = "sqlite3_exec", .code = SQLITE_FULL, .error = "disk is full"});
+    const Fault fault({.call = "sqlite3_exec", .code = SQLITE_FULL, .error = "disk is full"});
     EXPECT_EQ(kelo_db_update_value("wifi", "ssid", "x", 6), -1);
   }
   {
-    const Fault fault({.function = "sqlite3_exec", .code = SQLITE_NOMEM, .null_error = true});
+    const Fault fault({.call = "sqlite3_exec", .code = SQLITE_NOMEM, .null_error = true});
     EXPECT_EQ(kelo_db_update_value("wifi", "ssid", "x", 6), -1);
   }
   const std::string search =

@@ -72,7 +72,7 @@ TEST_F(ParameterConnection, BothDatabasesMissingIsLogged) {
 
 TEST_F(ParameterConnection, FailedCopyOfTheFactoryIsLogged) {
   std::filesystem::remove(kUserFile);
-  const Fault fault({.function = "system", .code = 256});
+  const Fault fault({.call = "system", .code = 256});
   EXPECT_EQ(get_channel(channel), -1);
   EXPECT_THAT(errors(),
               ElementsAre(kUserMissing, "3 oem_system_call: run shell script fail=256, script exit code: 1\n",
@@ -258,7 +258,7 @@ TEST_F(ParameterConnection, ReloadLeavesNothingOpen) {
 
 TEST_F(ParameterConnection, FailedOpeningKeepsNothing) {
   {
-    const Fault fault({.function = "sqlite3_open_v2", .code = SQLITE_CANTOPEN});
+    const Fault fault({.call = "sqlite3_open_v2", .code = SQLITE_CANTOPEN});
     EXPECT_EQ(get_channel(channel), -1);
   }
   EXPECT_EQ(open_descriptors(), descriptors_);

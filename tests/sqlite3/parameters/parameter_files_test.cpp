@@ -94,7 +94,7 @@ TEST_F(ParameterFiles, FailingCommandKeepsWhatCameBeforeIt) {
 }
 
 TEST_F(ParameterFiles, FailureWithoutATextIsReportedToo) {
-  const Fault fault({.function = "sqlite3_exec", .code = SQLITE_NOMEM, .null_error = true});
+  const Fault fault({.call = "sqlite3_exec", .code = SQLITE_NOMEM, .null_error = true});
   EXPECT_EQ(run("select 1"), -1);
   EXPECT_THAT(errors(), ElementsAre("3 oem_db_exec_cmd: Error, sql_cmd err info:[out of memory].\n"));
 }
@@ -285,7 +285,7 @@ TEST_F(ParameterFiles, RestoreLeavesTheDescriptorOfTheLockToItsCommand) {
 }
 
 TEST_F(ParameterFiles, RestoreThatCouldNotStartFails) {
-  const Fault fault({.function = "system", .code = -1});
+  const Fault fault({.call = "system", .code = -1});
   EXPECT_EQ(kelo_db_restore_factory(), 0);
   EXPECT_THAT(errors(), ElementsAre("3 oem_system_call: system error!\n"));
 }

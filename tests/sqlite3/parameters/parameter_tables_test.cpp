@@ -179,7 +179,7 @@ TEST_F(ParameterTables, LoadOfAnUnsupportedTypeKeepsTheVariable) {
 
 TEST_F(ParameterTables, LoadWithoutAConnectionFails) {
   const Fault fault(
-      {.function = "sqlite3_open_v2", .code = SQLITE_NOMEM, .times = kEveryTime, .null_handle = true});
+      {.call = "sqlite3_open_v2", .code = SQLITE_NOMEM, .times = kEveryTime, .null_handle = true});
   wifi.params[1].name = nullptr;
   EXPECT_EQ(kelo_db_query_db_init_struct(&wifi.query), -1);
   EXPECT_EQ(wifi, Wifi());
@@ -396,7 +396,7 @@ TEST_F(ParameterTables, ReloadOfATextThatCannotBeStoredChangesNothing) {
 
 TEST_F(ParameterTables, ReloadIntoADatabaseThatCannotBeWrittenFails) {
   set_cell("channel", "1");
-  const Fault fault({.function = "sqlite3_exec", .code = SQLITE_FULL, .error = "full"});
+  const Fault fault({.call = "sqlite3_exec", .code = SQLITE_FULL, .error = "full"});
   EXPECT_EQ(kelo_db_reload_value(&wifi.query, 2), -1);
   EXPECT_EQ(wifi.channel, 36) << "the variable has the factory value";
   EXPECT_EQ(cell("channel"), "1");
