@@ -244,7 +244,7 @@ KELO_API int kelo_dm_unreg(kelo_dm_handle* handle);
  * @retval -3  `records` is null, which is logged.
  * @retval -4  the index of ids cannot be made, which is logged.
  * @par Blocking
- * It does not block.
+ * It blocks up to one second for a fork() of another thread.
  * @par Threads
  * One thread calls it, while no other thread uses the data manager. It is not for signal handlers.
  */

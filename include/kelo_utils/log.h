@@ -109,7 +109,8 @@ KELO_API int kelo_log_printf(int level, char* buf, const char* func, int line, c
  *
  * @param level  1 to 4 are used unchanged. Every other value sets 0.
  * @par Blocking
- * It blocks while another thread writes a line, and for the start of the channel.
+ * It blocks only while the diagnostic channel is not started: for the line of another thread, and for the
+ * start.
  * @par Threads
  * Any thread may call it at any time. It is not for signal handlers.
  */

@@ -432,6 +432,8 @@ KELO_API int check_database_health(const char* path);
  * @param values        texts of the columns; a null text is skipped.
  * @param names         names of the columns; not used.
  * @return always 0, so that every row is examined.
+ * @par Blocking
+ * It does not block.
  * @par Threads
  * Any thread may call it. Calls at the same time need different buffers. It is not for signal handlers.
  */

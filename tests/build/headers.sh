@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Each public header compiles alone, and twice in a row, in C99 and in C++17; the umbrella header holds them all;
-# the names they declare with KELO_API are the listed exports and no others.
+# the names they declare with KELO_API are the listed exports and no others; the description of each function says
+# whether it blocks and which threads may call it.
 # Usage: headers.sh CC CXX INCLUDE-FOLDER EXPORTS
 set -euo pipefail
 cc=$1 cxx=$2 include=$3 exports=$4
@@ -26,5 +27,16 @@ declared=$("$cc" -E -P -x c -std=c99 -I "$include" "$include/kelo_utils/kelo_uti
 listed=$(grep -E '^[A-Za-z_]' "$exports" | sort)
 if ! diff <(printf '%s\n' "$listed") <(printf '%s\n' "$declared"); then
   echo "'<' is listed and not declared, '>' is declared and not listed" && failed=1
+fi
+
+# The last description before the declaration of a function is its own.
+undescribed=$(awk '
+  /^\/\*\*/ { blocking = threads = 0 }
+  /^ \* @par Blocking$/ { blocking = 1 }
+  /^ \* @par Threads$/ { threads = 1 }
+  /^(KELO_API|static inline) [^=]*\(/ && !(blocking && threads) { print FILENAME ": " $0 }
+' "$include"/kelo_utils/*.h)
+if [ -n "$undescribed" ]; then
+  echo "$undescribed" && echo "no \"@par Blocking\" or no \"@par Threads\"" && failed=1
 fi
 exit "$failed"
