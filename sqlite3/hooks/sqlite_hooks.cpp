@@ -1,11 +1,11 @@
-// The data manager's hooks with the SQLite back-end behind them. Not part of the library: a daemon gets this
-// one object by linking kelo_utils_sqlite.
+// The data manager's hooks, which call the SQLite back-end. A daemon gets this object by linking kelo_utils_sqlite;
+// it is not part of the library.
 #include <cstdint>
 
 #include "kelo_utils/sqlite.h"
 
-// Names the object for the link option that comes with it, so that it is taken from its archive before the
-// library's own hooks are found.
+// A link option of kelo_utils_sqlite asks for this symbol. So the linker takes this object from its archive before it
+// finds the library's default hooks.
 extern "C" const char kelo_utils_sqlite_hooks = 1;
 
 void dm_pal_reg(std::int32_t /*id*/, kelo_dm_operations* operations) { sqlite_reg(operations); }

@@ -1,4 +1,4 @@
-// Deletes the databases, after a dated copy where one is asked for.
+// The clean: deletes the databases, after a dated copy of the primary when the caller wants one.
 #include "sqlite3/src/clean.hpp"
 
 #include <fcntl.h>
@@ -26,9 +26,9 @@ constexpr const char* kCaller = "dm_sqlite_clean";
 constexpr int kKeptCopies = 3;
 
 using Output = std::array<char, 512>;
-using MaintenanceCommand = FixedText<2 * std::tuple_size_v<Output>>;  // holds a found path twice
+using MaintenanceCommand = FixedText<2 * std::tuple_size_v<Output>>;  // two paths that `find` has printed
 
-// Runs a command and keeps the start of its output, terminated. Whether it was started.
+// Stores the first bytes of the output and a terminator. Returns whether the command was started.
 bool run(const MaintenanceCommand& command, std::span<char> output) {
   return run_command(command.c_str(), output.first(output.size() - 1)).started;
 }
@@ -38,7 +38,7 @@ bool run(const MaintenanceCommand& command) {
   return run(command, output);
 }
 
-// Makes copy `number` the copy one below it, whose place is cleared first. Numbers have one digit.
+// Deletes the copy with the number below `number` and gives that number to copy `number`. Numbers have one digit.
 bool renumber_copy(int number) {
   if (!run(MaintenanceCommand("rm %s*.db%d", db_rst_bak, number - 1))) return false;
   Output path{};
@@ -52,8 +52,8 @@ bool renumber_copy(int number) {
   return run(MaintenanceCommand("mv %s%d %s%d", path.data(), number, path.data(), number - 1));
 }
 
-// The copy is on storage before the databases go, so that a power cut cannot take both. Its name is the
-// shell's, so the whole file system is synced.
+// The copy must be on storage before the databases are deleted, so that a power cut cannot take both. The shell has
+// made up its name, so the whole file system is synced.
 void sync_kept_copies() {
   const base::Descriptor directory = base::open_file("/mnt/vendor/nvdata/", O_RDONLY | O_DIRECTORY);
   if (directory) syncfs(directory.get());
@@ -78,14 +78,14 @@ bool keep_copy(int count) {
 bool delete_databases() {
   const struct {
     const char* path;
-    const char* which;
+    const char* log_word;
   } files[] = {{DB_CONFIG, ""}, {DB_CONFIGBAK, "bak "}, {DB_STATE, "state "}};
   for (const auto& file : files) {
     if (unlink(file.path) != 0) {
-      KELO_LOG_AS(kCaller, LOG_LVL_ERR, "unlink %serror: %s\n", file.which, std::strerror(errno));
+      KELO_LOG_AS(kCaller, LOG_LVL_ERR, "unlink %serror: %s\n", file.log_word, std::strerror(errno));
       return false;
     }
-    // One after the other: a primary that came back after a power cut, beside no backup, would be half a clean.
+    // Each deletion is synced before the next: after a power cut there must not be a primary without its backup.
     static_cast<void>(base::sync_directory_of(file.path));
   }
   return true;
@@ -105,7 +105,7 @@ bool clean_databases(bool keep_a_copy, int kept_copies) {
   if (!keep_a_copy) {
     KELO_LOG_AS(kCaller, LOG_LVL_DBUG, "just clean database no need backup\n");
   } else {
-    // The copy is one file: what a cut transaction left in another would be missing in it.
+    // Only the database file is copied, so the journal of an interrupted transaction must be rolled back first.
     roll_back_cut_transaction(DB_CONFIG);
     if (!keep_copy(kept_copies)) return false;
   }

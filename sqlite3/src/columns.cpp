@@ -1,4 +1,4 @@
-// Adds the columns that tables of older releases lack.
+// Adds the columns `id` and `type` to tables of older releases.
 #include <cstring>
 
 #include "log/library_log.hpp"
@@ -10,17 +10,17 @@ namespace {
 
 constexpr const char* kCaller = "alter_table_add_column";
 
-// The statement that mends what a select of `id` and `type` complained of; null when it is something else.
-const char* column_to_add(const char* complaint) {
-  if (std::strstr(complaint, "no such column: id") != nullptr) return sql::kAddId;
-  if (std::strstr(complaint, "no such column: type") != nullptr) return sql::kAddType;
+// Returns the statement that adds the column of an error message of SQLite, or null for another error.
+const char* statement_for_missing_column(const char* error_text) {
+  if (std::strstr(error_text, "no such column: id") != nullptr) return sql::kAddId;
+  if (std::strstr(error_text, "no such column: type") != nullptr) return sql::kAddType;
   return nullptr;
 }
 
 }  // namespace
 
 bool add_missing_columns(sqlite3* db, const char* table, const char* key) {
-  constexpr int kAttempts = 3;  // one select for each of the two columns and one that succeeds
+  constexpr int kAttempts = 3;  // one select fails for each column, and then one succeeds
   KELO_LOG_AS(kCaller, LOG_LVL_WRN, "alter_table_add_column\n");
   if (db == nullptr || table == nullptr || key == nullptr) {
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "argv NULL\n");
@@ -32,13 +32,13 @@ bool add_missing_columns(sqlite3* db, const char* table, const char* key) {
     const Outcome selected = execute(db, select.c_str());
     if (selected.ok()) return true;
 
-    const FixedText<129> complaint("%s", selected.text());
-    KELO_LOG_AS(kCaller, LOG_LVL_WRN, "%s\n", complaint.c_str());
+    const FixedText<129> error_text("%s", selected.text());
+    KELO_LOG_AS(kCaller, LOG_LVL_WRN, "%s\n", error_text.c_str());
     if (attempt == kAttempts) {
       KELO_LOG_AS(kCaller, LOG_LVL_ERR, "cnt error %d\n", attempt);
       return false;
     }
-    const char* const addition = column_to_add(complaint.c_str());
+    const char* const addition = statement_for_missing_column(error_text.c_str());
     if (addition == nullptr) return false;
     const SqlText alter(addition, table);
     KELO_LOG_AS(kCaller, LOG_LVL_WRN, "szSql %s\n", alter.c_str());

@@ -1,4 +1,4 @@
-// Exports the rows of a database as lines of comma-separated fields.
+// The CSV export: each row of a database is one line of fields.
 #include "sqlite3/src/csv_export.hpp"
 
 #include <unistd.h>
@@ -25,7 +25,7 @@ constexpr const char* kRowCaller = "dm_export_by_table";
 constexpr std::string_view kLineEnd("\r\n\0", 3);
 constexpr std::size_t kLineSize = 512;
 
-// One line of the file; what does not fit before the line end is cut.
+// One line without its end. A longer text is cut.
 using CsvLine = FixedText<kLineSize - kLineEnd.size() + 1>;
 
 void write_line(const CsvLine& line, std::FILE* out) {
@@ -33,7 +33,7 @@ void write_line(const CsvLine& line, std::FILE* out) {
   std::fwrite(kLineEnd.data(), 1, kLineEnd.size(), out);
 }
 
-// What substr() would give; that one brings in the C++ run time.
+// This replaces substr(), which would link the C++ run time.
 std::string_view first_bytes(std::string_view text, std::size_t most) {
   return {text.data(), std::min(text.size(), most)};
 }
@@ -46,7 +46,7 @@ std::string_view column_bytes(sqlite3_stmt* row, int column) {
              : std::string_view(static_cast<const char*>(bytes), static_cast<std::size_t>(length));
 }
 
-// Adds a length or a type unless its text is too long for one, and returns it; 0 when it was left out.
+// Adds a length or a type to the line and returns it. Returns 0 when its text is too long and is left out.
 int add_short_number(CsvLine& line, sqlite3_stmt* row, int column) {
   constexpr int kTooLong = 5;
   sqlite3_column_text(row, column);
@@ -114,7 +114,7 @@ void export_listed_tables(sqlite3* db, int count, char** names) {
 
 int export_database(const char* path) {
   constexpr int kCsvNotOpened = 4;
-  const Database db = open_database("dm_read_all_tabs_from_db", path);
+  const Connection db = open_database("dm_read_all_tabs_from_db", path);
   if (!db) return DM_SQLITE_NOT_OPENED;
   if (access(DB_EXPORT_CSV, F_OK) == 0) unlink(DB_EXPORT_CSV);
   {

@@ -1,4 +1,4 @@
-// The CSV export of a database.
+// The CSV export of one table and of a whole database.
 #ifndef KELO_SQLITE3_CSV_EXPORT_HPP
 #define KELO_SQLITE3_CSV_EXPORT_HPP
 
@@ -8,15 +8,15 @@
 
 namespace kelo::store {
 
-// Writes the rows of one table to `out` and returns SQLite's result of preparing the select, which is 0: a table that
-// cannot be read is a fatal programming error.
+// Writes the rows of one table to `out` and returns 0. The process ends when the table cannot be read, since that is
+// an error of the program.
 int export_table(sqlite3* db, const char* table, std::FILE* out);
 
-// Appends the tables that one row of the list of tables names to the CSV file.
+// Appends to the CSV file the tables whose names are in one row of the list of tables.
 void export_listed_tables(sqlite3* db, int count, char** names);
 
-// Exports every table of a database into a new CSV file. Returns 0, -101 when the database and 4 when the CSV file
-// cannot be opened.
+// Exports every table of a database into a new CSV file. Returns 0, or -101 when the database cannot be opened, or 4
+// when the CSV file cannot be opened.
 int export_database(const char* path);
 
 }  // namespace kelo::store

@@ -1,4 +1,4 @@
-// Where the configuration databases are, and how they are moved.
+// The paths of the configuration databases, and the function that changes their directories.
 #include "sqlite3/src/database_paths.hpp"
 
 #include <cstring>
@@ -18,7 +18,7 @@ namespace {
 
 using kelo::base::TextBuilder;
 
-// substr() would bring in the C++ run time.
+// substr() would link the C++ run time.
 std::string_view directory_of(std::string_view path) { return {path.data(), path.rfind('/') + 1}; }
 
 }  // namespace

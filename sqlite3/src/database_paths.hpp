@@ -1,4 +1,4 @@
-// The files of the configuration databases beside the exported paths, and the roles they have.
+// Questions about the paths of the configuration databases. The paths themselves are exported.
 #ifndef KELO_SQLITE3_DATABASE_PATHS_HPP
 #define KELO_SQLITE3_DATABASE_PATHS_HPP
 
@@ -11,7 +11,7 @@ namespace kelo::store {
 inline bool is_primary(const char* path) { return std::strcmp(path, DB_CONFIG) == 0; }
 inline bool is_backup(const char* path) { return std::strcmp(path, DB_CONFIGBAK) == 0; }
 
-// Whether both files are in the same directory.
+// Returns whether both files are in the same directory.
 bool same_directory(const char* path, const char* other);
 
 }  // namespace kelo::store

@@ -1,4 +1,4 @@
-// Stores and reads the defaults of items.
+// The defaults database: writes and reads single defaults.
 #include "sqlite3/src/defaults.hpp"
 
 #include <algorithm>
@@ -13,8 +13,8 @@
 namespace kelo::store {
 namespace {
 
-// A fixed-size default may be handed over where it is in its descriptor; a length that claims more than the
-// descriptor holds is cut there.
+// `value` may point to the default inside its descriptor. A length that goes past the end of the descriptor is
+// reduced.
 int scalar_length(const kelo_dm_item_desc& item, const void* value, int len) {
   constexpr int kFieldSize = sizeof item - offsetof(kelo_dm_item_desc, def_value);
   return value == &item.def_value ? std::min(len, kFieldSize) : len;
@@ -33,8 +33,7 @@ Row default_row(const kelo_dm_item_desc& item, const void* value, int len) {
       row.len = scalar_length(item, value, len);
       return row;
     case KELO_DM_TYPE_STRING: {
-      // The item registry hands over the field that holds the text's address, a direct caller the text
-      // itself.
+      // The registry of items passes the field that contains the address of the text. Other callers pass the text.
       const char* const text = value == &item.def_value ? reinterpret_cast<const char*>(item.def_value)
                                                         : static_cast<const char*>(value);
       row.value = text;
@@ -64,7 +63,7 @@ int write_default(const Row& row) {
     return DM_SQLITE_FAILED;
   }
   {
-    const Database db = open_database(kCaller, DB_DEF_ITEMS);
+    const Connection db = open_database(kCaller, DB_DEF_ITEMS);
     if (!db) return DM_SQLITE_NOT_OPENED;
     const SqlText create(sql::kCreateDefaults, row.table);
     const Outcome created = execute(db.get(), create.c_str());
@@ -74,17 +73,17 @@ int write_default(const Row& row) {
     }
     store_default(db.get(), row);
   }
-  // Until the removal of SQLite's journal is on storage, a power cut would take the row back.
+  // A power cut would roll the row back until the removal of SQLite's journal is on storage.
   static_cast<void>(base::sync_directory_of(DB_DEF_ITEMS));
   return 0;
 }
 
 int read_default(const ItemRead& item, std::uint32_t* type) {
   constexpr const char* kCaller = "dm_read_def_db";
-  const Database db = open_database(kCaller, DB_DEF_ITEMS);
+  const Connection db = open_database(kCaller, DB_DEF_ITEMS);
   if (!db) return DM_SQLITE_NOT_OPENED;
   const SqlText select(sql::kSelectDefault, item.table, item.key);
-  const Preparation selected = prepare(db.get(), select.c_str());
+  const PreparedStatement selected = prepare(db.get(), select.c_str());
   if (!selected.ok()) {
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "[%d] sqlite3_prepare error, %d\n", __LINE__, selected.code);
     return DM_SQLITE_NOT_PREPARED;

@@ -1,4 +1,4 @@
-// The defaults database.
+// Writes and reads of single defaults.
 #ifndef KELO_SQLITE3_DEFAULTS_HPP
 #define KELO_SQLITE3_DEFAULTS_HPP
 
@@ -10,14 +10,14 @@
 
 namespace kelo::store {
 
-// A default in the form in which it is stored; a length of -1 for a type that there is not.
+// Returns the row that is stored for a default. Its length is -1 when the type is unknown.
 Row default_row(const kelo_dm_item_desc& item, const void* value, int len);
 
-// Writes one row. Returns 0 once its table is there, -1 for a negative length, a null part or a table that could
-// not be made, -101.
+// Writes one row. Returns 0 when its table exists, -1 for a negative length, a null member or a table that could not
+// be made, and -101 when the database could not be opened.
 int write_default(const Row& row);
 
-// Reads one row and its type.
+// Reads the value and the type of one row. Returns the number of bytes or a code of dm_sqlite_result.
 int read_default(const ItemRead& item, std::uint32_t* type);
 
 }  // namespace kelo::store

@@ -1,4 +1,4 @@
-// Stores many defaults in one transaction, which a power cut leaves out or keeps as a whole.
+// Writes many defaults in one transaction. After a power cut all of them are stored or none.
 #include "sqlite3/src/defaults_together.hpp"
 
 #include <strings.h>
@@ -16,9 +16,9 @@ namespace kelo::store {
 namespace {
 
 using State = DefaultRow::State;
-using Sorted = std::span<DefaultRow* const>;
+using SortedRows = std::span<DefaultRow* const>;
 
-// SQLite takes names of tables that differ in the case of letters for the same. No statement holds a longer name.
+// SQLite ignores the case of letters in the names of tables. No statement can hold a longer name.
 int compare_tables(const DefaultRow& one, const DefaultRow& other) {
   constexpr std::size_t kLongestName = 512;
   return strncasecmp(one.row.table, other.row.table, kLongestName);
@@ -28,7 +28,7 @@ int compare_keys(const DefaultRow& one, const DefaultRow& other) {
   return std::strcmp(one.row.key, other.row.key);
 }
 
-// By table, by key, and then as they were given: the last row of a key is the one to stay.
+// Sorts by table, by key and then by the given order, since the last row of a key is the one that is stored.
 int compare_for_sort(const void* one, const void* other) {
   const DefaultRow* const left = *static_cast<DefaultRow* const*>(one);
   const DefaultRow* const right = *static_cast<DefaultRow* const*>(other);
@@ -37,7 +37,8 @@ int compare_for_sort(const void* one, const void* other) {
   return left < right ? -1 : 1;
 }
 
-// What is wrong with any other row is for the single write to find and to log. That splices keys into its statements.
+// Other rows are left to the single write, which logs what is wrong with them. It puts keys into its statements,
+// where a quote matters.
 bool can_be_bound(const Row& row) {
   return row.len >= 0 && row.table != nullptr && row.key != nullptr && row.value != nullptr &&
          std::strchr(row.key, '\'') == nullptr;
@@ -45,10 +46,10 @@ bool can_be_bound(const Row& row) {
 
 using Comparison = int (*)(const DefaultRow&, const DefaultRow&);
 
-// How many of the sorted rows come before `row`, or are at most as far as it.
+// `before` counts the sorted rows that are less than a row, `up_to` also those that are equal to it.
 enum class Bound { before = -1, up_to = 0 };
 
-std::size_t count_until(Bound bound, Sorted rows, const DefaultRow& row, Comparison compare) {
+std::size_t count_rows(Bound bound, SortedRows rows, const DefaultRow& row, Comparison compare) {
   std::size_t first = 0;
   for (std::size_t count = rows.size(); count > 0;) {
     const std::size_t half = count / 2;
@@ -62,18 +63,18 @@ std::size_t count_until(Bound bound, Sorted rows, const DefaultRow& row, Compari
   return first;
 }
 
-Sorted rows_of_table(Sorted rows, const DefaultRow& row) {
-  const Sorted without_later = rows.first(count_until(Bound::up_to, rows, row, compare_tables));
-  return without_later.subspan(count_until(Bound::before, without_later, row, compare_tables));
+SortedRows rows_of_table(SortedRows rows, const DefaultRow& row) {
+  const SortedRows without_later = rows.first(count_rows(Bound::up_to, rows, row, compare_tables));
+  return without_later.subspan(count_rows(Bound::before, without_later, row, compare_tables));
 }
 
-// The rows of one table, compared with those that the database holds.
-class TableOfDefaults {
+// Compares the rows of one table with the rows that the database has.
+class DefaultsTable {
  public:
-  TableOfDefaults(sqlite3* db, const char* name, Sorted rows) : db_(db), name_(name), rows_(rows) {}
+  DefaultsTable(sqlite3* db, const char* name, SortedRows rows) : db_(db), name_(name), rows_(rows) {}
 
-  // Decides on the state of every row. Where the table cannot be made or read, all are left.
-  void compare() {
+  // Sets the state of every row. All rows are left out when the table cannot be made or read.
+  void set_states() {
     for (std::size_t i = 0; i < rows_.size(); ++i) {
       const bool replaced = i + 1 < rows_.size() && compare_keys(*rows_[i], *rows_[i + 1]) == 0;
       rows_[i]->state = replaced ? State::stored : State::absent;
@@ -85,26 +86,26 @@ class TableOfDefaults {
  private:
   bool compare_stored() {
     if (!execute(db_, SqlText(sql::kCreateDefaults, name_).c_str()).ok()) return false;
-    const Preparation all = prepare(db_, SqlText(sql::kSelectDefaults, name_).c_str());
+    const PreparedStatement all = prepare(db_, SqlText(sql::kSelectDefaults, name_).c_str());
     int stepped = all.code;
     while (all.ok() && (stepped = sqlite3_step(all.statement.get())) == SQLITE_ROW)
       compare_row(all.statement.get());
     return stepped == SQLITE_DONE;
   }
 
-  // An older release may have left several rows of one key: one that differs is enough for an update of all.
+  // An older release may have stored several rows of one key. When one of them differs, all are updated.
   void compare_row(sqlite3_stmt* stored) {
     DefaultRow wanted{};
     wanted.row.key = reinterpret_cast<const char*>(sqlite3_column_text(stored, 3));
     if (wanted.row.key == nullptr) return;
-    const std::size_t count = count_until(Bound::up_to, rows_, wanted, compare_keys);
+    const std::size_t count = count_rows(Bound::up_to, rows_, wanted, compare_keys);
     if (count == 0 || compare_keys(*rows_[count - 1], wanted) != 0) return;
     DefaultRow& last = *rows_[count - 1];
     if (last.state != State::different)
-      last.state = holds(stored, last.row) ? State::stored : State::different;
+      last.state = is_equal(stored, last.row) ? State::stored : State::different;
   }
 
-  static bool holds(sqlite3_stmt* stored, const Row& row) {
+  static bool is_equal(sqlite3_stmt* stored, const Row& row) {
     return sqlite3_column_int(stored, 0) == row.type && sqlite3_column_int(stored, 1) == row.len &&
            sqlite3_column_type(stored, 2) == SQLITE_BLOB && sqlite3_column_bytes(stored, 2) == row.len &&
            (row.len == 0 ||
@@ -112,21 +113,21 @@ class TableOfDefaults {
   }
 
   sqlite3* db_;
-  const char* name_;  // as the first row has it: the table is made under that
-  Sorted rows_;
+  const char* name_;  // as the first row writes it, since the table is made with that name
+  SortedRows rows_;
 };
 
-// Keeps the statement of the row before: most rows are inserted into the table of that one.
+// Most rows go into the same table as the row before them, so the prepared statement is kept.
 class RowWriter {
  public:
   explicit RowWriter(sqlite3* db) : db_(db) {}
 
   bool write(const DefaultRow& row) {
-    if (last_ == nullptr || last_->state != row.state || compare_tables(*last_, row) != 0) {
+    if (previous_ == nullptr || previous_->state != row.state || compare_tables(*previous_, row) != 0) {
       const char* const format = row.state == State::absent ? sql::kInsertDefaults : sql::kUpdateDefaults;
       statement_ = prepare(db_, SqlText(format, row.row.table).c_str()).statement;
     }
-    last_ = &row;
+    previous_ = &row;
     sqlite3_stmt* const statement = statement_.get();
     sqlite3_bind_int(statement, 1, row.row.type);
     sqlite3_bind_int(statement, 2, row.row.len);
@@ -139,15 +140,16 @@ class RowWriter {
 
  private:
   sqlite3* db_;
-  const DefaultRow* last_ = nullptr;
+  const DefaultRow* previous_ = nullptr;
   Statement statement_;
 };
 
-bool write_rows(sqlite3* db, std::span<DefaultRow> rows, Sorted sorted) {
+bool write_rows(sqlite3* db, std::span<DefaultRow> rows, SortedRows sorted) {
   if (!execute(db, "begin immediate").ok()) return false;
-  // No table is made while a statement is kept: SQLite would want that prepared again.
+  // All tables are made before the first prepared statement, which SQLite would otherwise have to prepare again.
   for (const DefaultRow& row : rows) {
-    if (row.state == State::unknown) TableOfDefaults(db, row.row.table, rows_of_table(sorted, row)).compare();
+    if (row.state == State::unknown)
+      DefaultsTable(db, row.row.table, rows_of_table(sorted, row)).set_states();
   }
   RowWriter writer(db);
   for (DefaultRow& row : rows) {
@@ -173,10 +175,10 @@ bool write_defaults_together(std::span<DefaultRow> rows) {
   }
   std::qsort(sorted.get(), count, sizeof(void*), compare_for_sort);
   {
-    const Opening opening = open_for_writing(DB_DEF_ITEMS);
+    const OpenResult opening = open_for_writing(DB_DEF_ITEMS);
     if (!opening.ok() || !write_rows(opening.db.get(), rows, {sorted.get(), count})) return false;
   }
-  // Until the removal of SQLite's journal is on storage, a power cut would take the rows back.
+  // A power cut would roll the rows back until the removal of SQLite's journal is on storage.
   static_cast<void>(base::sync_directory_of(DB_DEF_ITEMS));
   return true;
 }

@@ -1,4 +1,4 @@
-// Many defaults in one transaction.
+// The write of many defaults in one transaction.
 #ifndef KELO_SQLITE3_DEFAULTS_TOGETHER_HPP
 #define KELO_SQLITE3_DEFAULTS_TOGETHER_HPP
 
@@ -8,7 +8,7 @@
 
 namespace kelo::store {
 
-// A row of the defaults database, and what is to become of it.
+// A row for the defaults database and what is known of it there.
 struct DefaultRow {
   enum class State { unknown, absent, different, stored, left_out };
 
@@ -16,9 +16,9 @@ struct DefaultRow {
   State state;
 };
 
-// Writes those of `rows` that the database does not hold yet, in their order, and logs nothing. A row that cannot be
-// stored is left_out afterwards, all others are stored. False when the transaction could not be had: then the database
-// is as it was. Wants the store exclusively.
+// Writes those of `rows` that the database does not have yet, in their order, and logs nothing. Afterwards the state
+// of a row that cannot be stored is `left_out`, and that of all others is `stored`. Returns false when the
+// transaction failed: the database is unchanged then. The caller has exclusive access.
 [[nodiscard]] bool write_defaults_together(std::span<DefaultRow> rows);
 
 }  // namespace kelo::store

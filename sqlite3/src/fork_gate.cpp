@@ -1,4 +1,4 @@
-// Keeps fork() and the work with SQLite apart, and frees in the child what only the parent's threads hold.
+// The fork gate of the store: fork() waits for calls of SQLite, and the child releases the locks of the parent.
 #include "sqlite3/src/fork_gate.hpp"
 
 #include <pthread.h>
@@ -19,106 +19,106 @@ namespace {
 constexpr int kPatienceMilliseconds = 5000;
 constexpr int kPauseMicroseconds = 200;
 
-pthread_mutex_t gate = PTHREAD_MUTEX_INITIALIZER;
-int threads_in_use;           // threads that use SQLite; guarded by gate
-int forks_waiting;            // guarded by gate
-LockDescriptor* descriptors;  // those that a child closes; guarded by gate
-bool handlers_there;          // guarded by gate
-std::atomic<bool> usable{true};
-thread_local int uses;  // of the calling thread, one in another
+pthread_mutex_t gate_mutex = PTHREAD_MUTEX_INITIALIZER;
+int threads_using_sqlite;          // guarded by gate_mutex
+int forks_waiting;                 // guarded by gate_mutex
+LockDescriptor* lock_descriptors;  // a child closes them; guarded by gate_mutex
+bool handlers_registered;          // guarded by gate_mutex
+std::atomic<bool> process_may_use{true};
+thread_local int nesting;  // nested uses of the calling thread
 
-int own_share() { return uses > 0 ? 1 : 0; }
+int own_count() { return nesting > 0 ? 1 : 0; }
 
 void before_fork() {
   const base::Deadline deadline(kPatienceMilliseconds);
-  pthread_mutex_lock(&gate);
+  pthread_mutex_lock(&gate_mutex);
   ++forks_waiting;
-  while (threads_in_use > own_share()) {
-    pthread_mutex_unlock(&gate);
+  while (threads_using_sqlite > own_count()) {
+    pthread_mutex_unlock(&gate_mutex);
     const bool in_time = deadline.pause(kPauseMicroseconds);
-    pthread_mutex_lock(&gate);
+    pthread_mutex_lock(&gate_mutex);
     if (!in_time) break;
   }
 }
 
 void after_fork_in_parent() {
   --forks_waiting;
-  pthread_mutex_unlock(&gate);
+  pthread_mutex_unlock(&gate_mutex);
 }
 
 void after_fork_in_child() {
-  if (threads_in_use > own_share()) usable.store(false, std::memory_order_relaxed);
-  threads_in_use = own_share();
+  if (threads_using_sqlite > own_count()) process_may_use.store(false, std::memory_order_relaxed);
+  threads_using_sqlite = own_count();
   forks_waiting = 0;
-  while (descriptors != nullptr) {
-    ::close(std::exchange(descriptors->fd, -1));
-    descriptors = descriptors->next;
+  while (lock_descriptors != nullptr) {
+    ::close(std::exchange(lock_descriptors->fd, -1));
+    lock_descriptors = lock_descriptors->next;
   }
-  pthread_mutex_unlock(&gate);
-  // A thread that forks in the middle of its own operation goes on with that in the child.
-  if (uses > 0) return;
+  pthread_mutex_unlock(&gate_mutex);
+  // A thread that forks during its own operation continues that operation in the child, with its locks.
+  if (nesting > 0) return;
   for (pthread_mutex_t* const mutex : {&sqlite_mutex, &params::parameter_mutex, &params::cache_mutex})
     pthread_mutex_init(mutex, nullptr);
   params::forget_connections_of_parent();
 }
 
-// Registered with the first use and not on load, so that the library has no constructor. The gate is held.
+// The first use registers the handlers, so that the library needs no constructor. The caller holds gate_mutex.
 void register_handlers() {
-  if (std::exchange(handlers_there, true)) return;
+  if (std::exchange(handlers_registered, true)) return;
   pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
 }
 
-void enter() {
-  pthread_mutex_lock(&gate);
+void begin_use() {
+  pthread_mutex_lock(&gate_mutex);
   register_handlers();
-  // Lets a fork() that waits go first; that one gives up after a while.
+  // A waiting fork() goes first. This loop ends, since a fork() waits for a limited time.
   while (forks_waiting > 0) {
-    pthread_mutex_unlock(&gate);
+    pthread_mutex_unlock(&gate_mutex);
     static_cast<void>(base::Deadline(1).pause(kPauseMicroseconds));
-    pthread_mutex_lock(&gate);
+    pthread_mutex_lock(&gate_mutex);
   }
-  ++threads_in_use;
-  pthread_mutex_unlock(&gate);
+  ++threads_using_sqlite;
+  pthread_mutex_unlock(&gate_mutex);
 }
 
-void leave() {
-  const base::LockGuard lock(gate);
-  --threads_in_use;
+void end_use() {
+  const base::LockGuard lock(gate_mutex);
+  --threads_using_sqlite;
 }
 
 }  // namespace
 
 SqliteUse::SqliteUse() {
-  if (uses++ == 0) enter();
+  if (nesting++ == 0) begin_use();
 }
 
 SqliteUse::~SqliteUse() {
-  if (--uses == 0) leave();
+  if (--nesting == 0) end_use();
 }
 
-SqlitePause::SqlitePause() : uses_(std::exchange(uses, 0)) {
-  if (uses_ > 0) leave();
+SqlitePause::SqlitePause() : nesting_(std::exchange(nesting, 0)) {
+  if (nesting_ > 0) end_use();
 }
 
 SqlitePause::~SqlitePause() {
-  if (uses_ > 0) enter();
-  uses = uses_;
+  if (nesting_ > 0) begin_use();
+  nesting = nesting_;
 }
 
-bool sqlite_usable() { return usable.load(std::memory_order_relaxed); }
+bool process_may_use_sqlite() { return process_may_use.load(std::memory_order_relaxed); }
 
-int open_closed_in_child(LockDescriptor& entry, const char* path, int flags, unsigned int mode) {
-  const base::LockGuard lock(gate);
+int open_lock_descriptor(LockDescriptor& entry, const char* path, int flags, unsigned int mode) {
+  const base::LockGuard lock(gate_mutex);
   register_handlers();
   entry.fd = base::retry_interrupted([=] { return ::open(path, flags, mode); });
-  if (entry.fd >= 0) entry.next = std::exchange(descriptors, &entry);
+  if (entry.fd >= 0) entry.next = std::exchange(lock_descriptors, &entry);
   return entry.fd;
 }
 
 void close_lock_descriptor(LockDescriptor& entry) {
-  const base::LockGuard lock(gate);
+  const base::LockGuard lock(gate_mutex);
   if (entry.fd < 0) return;
-  LockDescriptor** link = &descriptors;
+  LockDescriptor** link = &lock_descriptors;
   while (*link != &entry) link = &(*link)->next;
   *link = entry.next;
   ::close(std::exchange(entry.fd, -1));

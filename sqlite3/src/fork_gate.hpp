@@ -1,12 +1,12 @@
-// What keeps a fork() of the program and the work with SQLite apart.
+// The fork gate of the store: guards for calls of SQLite, and descriptors that a child must close.
 #ifndef KELO_SQLITE3_FORK_GATE_HPP
 #define KELO_SQLITE3_FORK_GATE_HPP
 
 namespace kelo::store {
 
-// While one lives, its thread may call SQLite. A fork() of another thread waits until none lives, for five
-// seconds at most: a child that was made in the middle of SQLite's work would find SQLite's own locks held.
-// They may be nested.
+// A thread holds this guard while it calls SQLite. A fork() in another thread waits until no guard exists, for five
+// seconds at most: otherwise the child could find SQLite's own locks held by threads that it does not have. Guards
+// may be nested.
 class [[nodiscard]] SqliteUse {
  public:
   SqliteUse();
@@ -15,7 +15,7 @@ class [[nodiscard]] SqliteUse {
   SqliteUse& operator=(const SqliteUse&) = delete;
 };
 
-// Suspends the thread's use of SQLite while it waits for a command, so that a fork() need not wait for that.
+// Suspends the guards of this thread while it waits for a command, so that a fork() does not wait for the command.
 class [[nodiscard]] SqlitePause {
  public:
   SqlitePause();
@@ -24,21 +24,22 @@ class [[nodiscard]] SqlitePause {
   SqlitePause& operator=(const SqlitePause&) = delete;
 
  private:
-  int uses_;
+  int nesting_;
 };
 
-// Whether this process may use SQLite through the library. It may not when it was forked although SQLite's
-// work had not come to an end in time.
-bool sqlite_usable();
+// Returns whether this process may use SQLite through the library. The result is false in a child whose fork() did
+// not wait until all calls of SQLite had ended.
+bool process_may_use_sqlite();
 
-// A descriptor that a child made by fork() must not keep, since the lock on its file would outlive the parent.
+// The descriptor of a lock. A child made by fork() must close it, since the lock would otherwise outlive the parent.
 struct LockDescriptor {
   int fd = -1;
   LockDescriptor* next = nullptr;
 };
 
-// Opens a file for `entry`, which a child closes and sets to -1. Returns the descriptor, or -1 with errno set.
-int open_closed_in_child(LockDescriptor& entry, const char* path, int flags, unsigned int mode);
+// Opens a file and stores its descriptor in `entry`. A child closes it and sets it to -1. Returns the descriptor, or
+// -1 with errno set.
+int open_lock_descriptor(LockDescriptor& entry, const char* path, int flags, unsigned int mode);
 
 void close_lock_descriptor(LockDescriptor& entry);
 

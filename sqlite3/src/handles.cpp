@@ -1,4 +1,4 @@
-// Opens connections, and runs statements on them.
+// Opens connections to databases and runs statements on them.
 #include "sqlite3/src/handles.hpp"
 
 #include <sys/stat.h>
@@ -13,8 +13,8 @@
 namespace kelo::store {
 namespace {
 
-// SQLite asks here whether it shall try once more to get a lock that another program holds. Its own waits would
-// be cut short by signals.
+// SQLite calls this when another program holds a lock. The result tells it whether to try again. SQLite's own wait is
+// too short when signals interrupt it.
 int wait_for_lock(void* /*context*/, int tries) {
   constexpr int kPatienceMilliseconds = 5000;
   constexpr int kPauseMicroseconds = 2000;
@@ -23,12 +23,12 @@ int wait_for_lock(void* /*context*/, int tries) {
   return deadline.pause(kPauseMicroseconds) ? 1 : 0;
 }
 
-Opening opened(int code, sqlite3* raw) {
+OpenResult opened(int code, sqlite3* raw) {
   if (code == SQLITE_OK) sqlite3_busy_handler(raw, wait_for_lock, nullptr);
-  return {code, Database(raw)};
+  return {code, Connection(raw)};
 }
 
-Opening open_with(const char* path, int flags) {
+OpenResult open_with(const char* path, int flags) {
   sqlite3* raw = nullptr;
   const int code = sqlite3_open_v2(path, &raw, flags, nullptr);
   return opened(code, raw);
@@ -36,31 +36,31 @@ Opening open_with(const char* path, int flags) {
 
 }  // namespace
 
-Opening open_for_one_thread(const char* path) {
+OpenResult open_for_one_thread(const char* path) {
   return open_with(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX);
 }
 
-Opening open_for_reading(const char* path) {
+OpenResult open_for_reading(const char* path) {
   struct stat status {};
-  // SQLite would wait until somebody writes into the pipe.
+  // SQLite would wait until another process opens the pipe for writing.
   if (stat(path, &status) == 0 && S_ISFIFO(status.st_mode)) return {SQLITE_CANTOPEN, nullptr};
   return open_with(path, SQLITE_OPEN_READONLY);
 }
 
-Opening open_for_writing(const char* path) {
+OpenResult open_for_writing(const char* path) {
   sqlite3* raw = nullptr;
   const int code = sqlite3_open(path, &raw);
   return opened(code, raw);
 }
 
-Database open_database(const char* caller, const char* path) {
-  Opening opening = open_for_writing(path);
+Connection open_database(const char* caller, const char* path) {
+  OpenResult opening = open_for_writing(path);
   if (opening.ok()) return std::move(opening.db);
   KELO_LOG_AS(caller, LOG_LVL_ERR, "sqlite3_open failed: %s\n", opening.text());
   return {};
 }
 
-int close_file(Database& db) {
+int close_file(Connection& db) {
   const int code = sqlite3_close(db.get());
   if (code == SQLITE_OK) static_cast<void>(db.release());
   return code;
@@ -94,7 +94,7 @@ Rows select_rows(sqlite3* db, const char* sql) {
   return result;
 }
 
-Preparation prepare(sqlite3* db, const char* sql) {
+PreparedStatement prepare(sqlite3* db, const char* sql) {
   sqlite3_stmt* statement = nullptr;
   const int code = sqlite3_prepare(db, sql, -1, &statement, nullptr);
   return {code, Statement(statement)};

@@ -1,4 +1,4 @@
-// Owning types for what SQLite hands out; its raw release calls appear only here.
+// Owning types for the objects of SQLite. Its release functions are called only here.
 #ifndef KELO_SQLITE3_HANDLES_HPP
 #define KELO_SQLITE3_HANDLES_HPP
 
@@ -8,17 +8,18 @@
 
 namespace kelo::store {
 
-struct DatabaseCloser {
+struct ConnectionCloser {
   void operator()(sqlite3* db) const { sqlite3_close(db); }
 };
-using Database = std::unique_ptr<sqlite3, DatabaseCloser>;
+using Connection = std::unique_ptr<sqlite3, ConnectionCloser>;
 
 struct StatementFinalizer {
   void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
 };
 using Statement = std::unique_ptr<sqlite3_stmt, StatementFinalizer>;
 
-// What a statement gave may outlive the operation: a fork() waits for its release, too, in which SQLite holds a lock.
+// SQLite holds a lock while it frees these. They may outlive the operation, so each release is a use of SQLite of its
+// own.
 struct TextFreer {
   void operator()(char* text) const;
 };
@@ -29,37 +30,37 @@ struct TableFreer {
 };
 using ResultCells = std::unique_ptr<char*, TableFreer>;
 
-// A connection that was asked for. A failed one may have a handle too: it knows SQLite's words for the failure.
-struct [[nodiscard]] Opening {
+// The result of opening a database. After a failure there may be a handle, which has SQLite's error message.
+struct [[nodiscard]] OpenResult {
   int code;
-  Database db;
+  Connection db;
 
   [[nodiscard]] bool ok() const { return code == SQLITE_OK; }
   [[nodiscard]] const char* text() const { return sqlite3_errmsg(db.get()); }
 };
 
-// Opens a file for reading and writing, creating it when it is missing. A file that another program holds is
-// waited for, five seconds at most, whatever signals arrive.
-Opening open_for_writing(const char* path);
+// Opens a file for reading and writing and makes it when it is missing. Statements wait for a file that another
+// program has locked, for five seconds at most, also when signals arrive.
+OpenResult open_for_writing(const char* path);
 
-// The same with a connection that has no lock of its own: only one thread at a time may use it.
-Opening open_for_one_thread(const char* path);
+// Does the same with a connection that has no mutex, so that only one thread at a time may use it.
+OpenResult open_for_one_thread(const char* path);
 
-// Opens a file that is there for reading alone.
-Opening open_for_reading(const char* path);
+// Opens an existing file only for reading.
+OpenResult open_for_reading(const char* path);
 
-// open_for_writing() whose failure is logged under `caller`. Empty then.
-Database open_database(const char* caller, const char* path);
+// Calls open_for_writing(). A failure is logged under `caller`, and the result is empty.
+Connection open_database(const char* caller, const char* path);
 
-// Closes a connection and returns SQLite's code; one that SQLite refuses to close stays open and owned.
-int close_file(Database& db);
+// Closes a connection and returns SQLite's code. When SQLite refuses, the connection stays open and in `db`.
+int close_file(Connection& db);
 
 struct [[nodiscard]] Outcome {
   int code;
   ErrorText error;
 
   [[nodiscard]] bool ok() const { return code == SQLITE_OK; }
-  // SQLite's own words for the failure.
+  // Returns SQLite's error message.
   [[nodiscard]] const char* text() const;
 };
 
@@ -72,7 +73,7 @@ struct [[nodiscard]] Rows {
   int rows = 0;
   int columns = 0;
 
-  // A cell's text; null for SQL's NULL.
+  // Returns the text of a cell, or null for SQL's NULL.
   [[nodiscard]] const char* cell(int row, int column) const {
     return cells.get()[(row + 1) * columns + column];
   }
@@ -80,14 +81,14 @@ struct [[nodiscard]] Rows {
 
 Rows select_rows(sqlite3* db, const char* sql);
 
-struct [[nodiscard]] Preparation {
+struct [[nodiscard]] PreparedStatement {
   int code;
   Statement statement;
 
   [[nodiscard]] bool ok() const { return code == SQLITE_OK; }
 };
 
-Preparation prepare(sqlite3* db, const char* sql);
+PreparedStatement prepare(sqlite3* db, const char* sql);
 
 }  // namespace kelo::store
 

@@ -1,4 +1,4 @@
-// Checks database files with SQLite's quick check.
+// Checks whether database files are damaged, with SQLite's quick check.
 #include "sqlite3/src/health.hpp"
 
 #include <cstring>
@@ -13,10 +13,10 @@ namespace {
 constexpr const char* kCaller = "check_database_health";
 
 int on_row(void* is_corrupted, int ncols, char** values, char** /*names*/) {
-  return take_check_row(static_cast<int*>(is_corrupted), ncols, values);
+  return apply_check_row(static_cast<int*>(is_corrupted), ncols, values);
 }
 
-Health refused_open(const Opening& opening) {
+Health refused_open(const OpenResult& opening) {
   const bool corrupt = opening.code == SQLITE_CORRUPT;
   if (corrupt) {
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "Database is corrupted upon opening: %s (Code: %d)\n", opening.text(),
@@ -44,7 +44,7 @@ Health failed_check(const char* path, const Outcome& check, int is_corrupted) {
 }  // namespace
 
 Health health_of(const char* path) {
-  const Opening opening = open_for_reading(path);
+  const OpenResult opening = open_for_reading(path);
   if (!opening.ok()) return refused_open(opening);
   int is_corrupted = 0;
   const Outcome check = execute(opening.db.get(), sql::kQuickCheck, on_row, &is_corrupted);
@@ -54,12 +54,12 @@ Health health_of(const char* path) {
 }
 
 bool is_database(const char* path) {
-  const Opening opening = open_for_reading(path);
+  const OpenResult opening = open_for_reading(path);
   return !opening.ok() || execute(opening.db.get(), sql::kReadSchema).code != SQLITE_NOTADB;
 }
 
-int take_check_row(int* is_corrupted, int ncols, char** values) {
-  // The reset per row is kept: callers' flag speaks of the last row that the check delivered.
+int apply_check_row(int* is_corrupted, int ncols, char** values) {
+  // Callers rely on it that each row resets the flag, so that it describes the last row.
   *is_corrupted = 0;
   for (int column = 0; column < ncols; ++column) {
     const char* const value = values[column];

@@ -1,4 +1,4 @@
-// Reads items, verifies them, and has damaged databases repaired on the way.
+// Reads items and verifies them. Damaged databases are repaired during the read.
 #include "sqlite3/src/item_read.hpp"
 
 #include <sys/stat.h>
@@ -17,8 +17,8 @@ namespace {
 
 constexpr const char* kRowCaller = "dm_read_db";
 
-// What a read of one file is worth: a value must match its checksum, and only the three named failures stay.
-int verified(int result, const void* value, std::uint32_t crc) {
+// A value must match its checksum. Callers get only three of the failures, and all others become a bad checksum.
+int verified_result(int result, const void* value, std::uint32_t crc) {
   switch (result) {
     case DM_SQLITE_FAILED:
     case DM_SQLITE_NOT_PREPARED:
@@ -33,10 +33,10 @@ int verified(int result, const void* value, std::uint32_t crc) {
 int read_verified(Operation& operation, const char* path, const ItemRead& item) {
   std::uint32_t crc = 0;
   const int result = read_row(operation, path, item, &crc);
-  return verified(result, item.buf, crc);
+  return verified_result(result, item.buf, crc);
 }
 
-// What changes with every repair of a file.
+// Every repair of a file changes at least one of these.
 struct FileStamp {
   std::uint64_t inode;
   std::int64_t seconds;
@@ -50,8 +50,8 @@ FileStamp stamp_of(const char* path) {
   return {status.st_ino, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
 }
 
-// Whether a failed read speaks of a backup that is of no use, beside a primary that may be.
-bool backup_is_lost(const char* path, int code) {
+// Returns whether a failed read means that the backup must be made again from the primary.
+bool backup_is_unusable(const char* path, int code) {
   if (!is_backup(path)) return false;
   return code == SQLITE_CORRUPT || code == SQLITE_NOTADB || (size_of(path) == 0 && size_of(DB_CONFIG) > 0);
 }
@@ -59,12 +59,13 @@ bool backup_is_lost(const char* path, int code) {
 }  // namespace
 
 int read_item(Operation& operation, const ItemRead& item) {
-  // The primary is read to find its corruption and have it repaired; the value comes from the backup. A longer
-  // value in the primary must not show after the backup's, since callers of the data manager are not told the
-  // length.
-  const auto aside = base::zeroed_array<char>(static_cast<std::size_t>(item.size));
+  // The primary is read only to find and repair its corruption. The value comes from the backup. The primary's value
+  // has a buffer of its own: the end of a longer value must not follow the backup's value in `buf`, since callers of
+  // the data manager do not learn the length.
+  const auto primary_value = base::zeroed_array<char>(static_cast<std::size_t>(item.size));
   const int primary =
-      read_verified(operation, DB_CONFIG, {item.table, item.key, aside ? aside.get() : item.buf, item.size});
+      read_verified(operation, DB_CONFIG,
+                    {item.table, item.key, primary_value ? primary_value.get() : item.buf, item.size});
   KELO_LOG_AS("dm_pal_read", LOG_LVL_DBUG, "rd ret  %d \n", primary);
   const int backup = read_verified(operation, DB_CONFIGBAK, item);
   if (backup > 0 || backup == DM_SQLITE_NOT_PREPARED || backup == DM_SQLITE_FAILED) return backup;
@@ -75,11 +76,11 @@ int read_row(Operation& operation, const char* path, const ItemRead& item, std::
   const SqlText select(sql::kSelectItem, item.table, item.key);
   for (bool repaired = false;;) {
     if (!operation) return DM_SQLITE_NOT_OPENED;
-    Database db = open_database(kRowCaller, path);
+    Connection db = open_database(kRowCaller, path);
     if (!db) return DM_SQLITE_NOT_OPENED;
-    const Preparation selected = prepare(db.get(), select.c_str());
+    const PreparedStatement selected = prepare(db.get(), select.c_str());
     if (selected.ok()) return fetch_value(kRowCaller, selected.statement.get(), item.buf, item.size, crc);
-    // What others repaired before nobody else was there is looked at once more.
+    // Another process may repair the file before this one gets exclusive access. The repaired file is read again.
     if (selected.code == SQLITE_CORRUPT && !operation.exclusive()) {
       const FileStamp seen = stamp_of(path);
       db.reset();
@@ -93,7 +94,7 @@ int read_row(Operation& operation, const char* path, const ItemRead& item, std::
       repaired = true;
       continue;
     }
-    if (backup_is_lost(path, selected.code) && operation.make_exclusive()) refresh_backup(kRowCaller);
+    if (backup_is_unusable(path, selected.code) && operation.make_exclusive()) refresh_backup(kRowCaller);
     return DM_SQLITE_NOT_PREPARED;
   }
 }

@@ -1,4 +1,4 @@
-// The verified read of an item.
+// The verified read of an item and the read of one row.
 #ifndef KELO_SQLITE3_ITEM_READ_HPP
 #define KELO_SQLITE3_ITEM_READ_HPP
 
@@ -8,7 +8,7 @@
 
 namespace kelo::store {
 
-// What is read: a key of a table, into at most `size` bytes.
+// A read of one key of a table. At most `size` bytes are stored in `buf`.
 struct ItemRead {
   const char* table;
   const char* key;
@@ -16,12 +16,11 @@ struct ItemRead {
   int size;
 };
 
-// Reads the primary, which may be repaired, and returns the backup's value: the number of bytes, or a code of
+// Reads the primary, which may repair it, and then the value of the backup. Returns the number of bytes or a code of
 // dm_sqlite_result.
 int read_item(Operation& operation, const ItemRead& item);
 
-// Reads one row's value and its stored checksum from a file, which may have the primary repaired, without verifying
-// it.
+// Reads the value of one row and its stored checksum, and does not compare them. The primary may be repaired.
 int read_row(Operation& operation, const char* path, const ItemRead& item, std::uint32_t* crc);
 
 }  // namespace kelo::store

@@ -1,4 +1,4 @@
-// Writes items so that a power cut, a full disk or a failing copy leaves the old value or the new one.
+// Writes items. After a power cut, on a full disk or after a failed copy, the old or the new value is there.
 #include "sqlite3/src/item_write.hpp"
 
 #include "base/file.hpp"
@@ -18,8 +18,8 @@ namespace {
 constexpr const char* kCaller = "dm_pal_write";
 constexpr const char* kRowCaller = "dm_write_db";
 
-// After a copy that failed the backup has all but this row, unless there is no backup at all: one of a single row
-// would hide every other item.
+// After a failed copy only this row is missing in the backup. When there is no backup, none is made: a backup with a
+// single row would hide every other item.
 void carry_row_to_backup(const Row& row) {
   if (size_of(DB_CONFIGBAK) == 0) return;
   const int written = write_row(DB_CONFIGBAK, row, OnCorruption::fail);
@@ -27,9 +27,9 @@ void carry_row_to_backup(const Row& row) {
               DB_CONFIGBAK, written);
 }
 
-// The backup of before is in the primary's place afterwards, with the new row, so that the next write copies a
-// whole primary again.
-void heal_primary(const Row& row) {
+// Replaces a corrupt primary by the backup and writes the new row into it, so that the next write can copy the
+// primary again.
+void repair_corrupt_primary(const Row& row) {
   if (!take_primary_from_backup(kCaller)) return;
   write_row(DB_CONFIG, row, OnCorruption::fail);
   static_cast<void>(base::sync_directory_of(DB_CONFIG));
@@ -39,7 +39,7 @@ void heal_primary(const Row& row) {
 
 int write_item(std::uint32_t id, const Row& row) {
   const JournalItem item = {row.table, id, row.key, static_cast<std::uint32_t>(row.type), row.len};
-  // A journal that cannot be written never stops the write itself.
+  // The item is written even when the journal cannot be.
   if (!record_in_journal(item, WS_READY)) {
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "dm_write_state_db  WS_READY failed: %d\n", DM_SQLITE_FAILED);
   }
@@ -48,15 +48,15 @@ int write_item(std::uint32_t id, const Row& row) {
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "dm_update_db: \n");
     return DM_SQLITE_FAILED;
   }
-  // The copy syncs the directory of the backup before it begins: the row must not be in the backup alone after a
-  // power cut.
+  // After a power cut the row must not be only in the backup. The copy syncs the backup's directory before it begins,
+  // so the directory of the primary needs a sync only when it is another one.
   if (!same_directory(DB_CONFIG, DB_CONFIGBAK)) static_cast<void>(base::sync_directory_of(DB_CONFIG));
-  // Only a healthy primary may replace the backup: the backup is what a corrupt primary is repaired from.
+  // Only a healthy primary may replace the backup, since a corrupt primary is repaired from the backup.
   const Health health = health_of(DB_CONFIG);
   if (health == Health::healthy && !copy_primary_over_backup(kCaller)) carry_row_to_backup(row);
   if (!same_directory(DB_CONFIGBAK, DB_STATE)) static_cast<void>(base::sync_directory_of(DB_CONFIGBAK));
-  // Recorded after the copy, so that a journal left here tells start-up to complete the backup. SQLite syncs the
-  // journal's directory on the way, where the other databases usually are as well.
+  // The state is recorded after the copy. When a crash leaves the journal like this, start-up completes the backup.
+  // SQLite syncs the journal's directory, in which the other databases usually are as well.
   if (!record_in_journal(item, WS_WRITE_DONE)) {
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "dm_write_state_db  WS_WRITE_DONE failed: %d\n", DM_SQLITE_FAILED);
     static_cast<void>(base::sync_directory_of(DB_STATE));
@@ -64,7 +64,7 @@ int write_item(std::uint32_t id, const Row& row) {
   if (!record_in_journal(item, WS_BACKUP_DONE)) {
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "dm_write_state_db  WS_BACKUP_DONE failed: %d\n", DM_SQLITE_FAILED);
   }
-  if (health == Health::corrupt) heal_primary(row);
+  if (health == Health::corrupt) repair_corrupt_primary(row);
   return 0;
 }
 
@@ -72,7 +72,7 @@ int write_row(const char* path, const Row& row, OnCorruption on_corruption) {
   if (is_primary(path) && !fill_empty_primary(kRowCaller)) return DM_SQLITE_FAILED;
   const SqlText create(sql::kCreateItems, row.table);
   for (bool repaired = false;; repaired = true) {
-    Database db = open_database(kRowCaller, path);
+    Connection db = open_database(kRowCaller, path);
     if (!db) return DM_SQLITE_NOT_OPENED;
     const Outcome created = execute(db.get(), create.c_str());
     if (created.ok()) {

@@ -1,4 +1,4 @@
-// The journalled write of an item. Every function wants the store exclusively.
+// The journalled write of an item and the write of one row. Callers have exclusive access to the store.
 #ifndef KELO_SQLITE3_ITEM_WRITE_HPP
 #define KELO_SQLITE3_ITEM_WRITE_HPP
 
@@ -8,14 +8,14 @@
 
 namespace kelo::store {
 
-// Writes the row into the primary and copies that over the backup, with the journal's steps around both. Returns 0,
-// or -1 when the primary could not be opened or given the item's table.
+// Writes the row into the primary and copies the primary over the backup. The journal records the steps. Returns 0,
+// or -1 when the primary could not be opened or the item's table could not be made.
 int write_item(std::uint32_t id, const Row& row);
 
 enum class OnCorruption { repair, fail };
 
-// Writes one row into a database file. Returns 0 once its table is there, -1 when that could not be made, -101 when
-// the file could not be opened.
+// Writes one row into a database file. Returns 0 when its table exists, -1 when the table could not be made, and -101
+// when the file could not be opened.
 int write_row(const char* path, const Row& row, OnCorruption on_corruption);
 
 }  // namespace kelo::store

@@ -1,4 +1,4 @@
-// Stores and reads the row of the write journal.
+// The write journal: stores and reads its one row.
 #include "sqlite3/src/journal.hpp"
 
 #include <algorithm>
@@ -14,13 +14,13 @@
 namespace kelo::store {
 namespace {
 
-constexpr const char* kWriter = "dm_write_state_db";
-constexpr const char* kReader = "dm_sqlite_check_database";
+constexpr const char* kWriteCaller = "dm_write_state_db";
+constexpr const char* kReadCaller = "dm_sqlite_check_database";
 
 bool lacks_column(const Outcome& failed) { return std::strstr(failed.text(), "no such column") != nullptr; }
 
-// A lock of another program says nothing about the file: such a journal is left to the next write.
-bool held_by_another(int code) { return code == SQLITE_BUSY || code == SQLITE_LOCKED; }
+// A lock of another program does not mean that the file is damaged, so the journal is not deleted then.
+bool is_locked_by_another(int code) { return code == SQLITE_BUSY || code == SQLITE_LOCKED; }
 
 bool add_columns(const char* caller, sqlite3* db) {
   if (add_missing_columns(db, sql::kJournalTable, sql::kJournalKey)) return true;
@@ -29,49 +29,51 @@ bool add_columns(const char* caller, sqlite3* db) {
 }
 
 void recreate_journal() {
-  KELO_LOG_AS(kWriter, LOG_LVL_ERR, "ret_pos is NULL, other error occured\n");
+  KELO_LOG_AS(kWriteCaller, LOG_LVL_ERR, "ret_pos is NULL, other error occured\n");
   const CommandText remove("rm -f %s", DB_STATE);
-  [[maybe_unused]] const int removed = base::run_shell(remove.c_str());  // the open below shows how it went
-  const Opening created = open_for_writing(DB_STATE);
-  if (!created.ok()) KELO_LOG_AS(kWriter, LOG_LVL_ERR, "Can't create database: %s\n", created.text());
-  KELO_LOG_AS(kWriter, LOG_LVL_DBUG, "Create database %s successfully\n", DB_STATE);
+  [[maybe_unused]] const int removed =
+      base::run_shell(remove.c_str());  // open_for_writing() shows whether it worked
+  const OpenResult created = open_for_writing(DB_STATE);
+  if (!created.ok()) KELO_LOG_AS(kWriteCaller, LOG_LVL_ERR, "Can't create database: %s\n", created.text());
+  KELO_LOG_AS(kWriteCaller, LOG_LVL_DBUG, "Create database %s successfully\n", DB_STATE);
 }
 
-bool update_row(Database& db, const char* update) {
+bool update_row(Connection& db, const char* update) {
   Outcome updated = execute(db.get(), update);
   if (updated.ok()) return true;
-  KELO_LOG_AS(kWriter, LOG_LVL_ERR, "szSql: %s, rc: %d, szErrMsg: %s\n", update, updated.code,
+  KELO_LOG_AS(kWriteCaller, LOG_LVL_ERR, "szSql: %s, rc: %d, szErrMsg: %s\n", update, updated.code,
               updated.text());
 
   if (lacks_column(updated)) {
-    if (add_columns(kWriter, db.get())) {
+    if (add_columns(kWriteCaller, db.get())) {
       updated = execute(db.get(), update);
       if (updated.ok()) return true;
-      KELO_LOG_AS(kWriter, LOG_LVL_ERR, "[%d] update error, %s\n", __LINE__, updated.text());
+      KELO_LOG_AS(kWriteCaller, LOG_LVL_ERR, "[%d] update error, %s\n", __LINE__, updated.text());
     }
-  } else if (!held_by_another(updated.code)) {
+  } else if (!is_locked_by_another(updated.code)) {
     db.reset();
     recreate_journal();
   }
-  KELO_LOG_AS(kWriter, LOG_LVL_ERR, "error when szSql: %s, rc: %d\n", update, updated.code);
+  KELO_LOG_AS(kWriteCaller, LOG_LVL_ERR, "error when szSql: %s, rc: %d\n", update, updated.code);
   return false;
 }
 
 bool insert_row(sqlite3* db, const char* insert) {
   const Outcome inserted = execute(db, insert);
-  if (!inserted.ok()) KELO_LOG_AS(kWriter, LOG_LVL_ERR, "[%d] insert error, %s\n", __LINE__, inserted.text());
+  if (!inserted.ok())
+    KELO_LOG_AS(kWriteCaller, LOG_LVL_ERR, "[%d] insert error, %s\n", __LINE__, inserted.text());
   return inserted.ok();
 }
 
 Rows select_row(sqlite3* db) {
-  KELO_LOG_AS(kReader, LOG_LVL_DBUG, "szSql %s\n", sql::kSelectJournal);
+  KELO_LOG_AS(kReadCaller, LOG_LVL_DBUG, "szSql %s\n", sql::kSelectJournal);
   Rows found = select_rows(db, sql::kSelectJournal);
   if (found.outcome.ok()) return found;
-  KELO_LOG_AS(kReader, LOG_LVL_WRN, "errmsg %s\n", found.outcome.text());
-  if (!lacks_column(found.outcome) || !add_columns(kReader, db)) return found;
+  KELO_LOG_AS(kReadCaller, LOG_LVL_WRN, "errmsg %s\n", found.outcome.text());
+  if (!lacks_column(found.outcome) || !add_columns(kReadCaller, db)) return found;
   found = select_rows(db, sql::kSelectJournal);
   if (found.outcome.ok()) {
-    KELO_LOG_AS(kReader, LOG_LVL_DBUG, "szSql select success, nRow, %d, nColumn: %d\n", found.rows,
+    KELO_LOG_AS(kReadCaller, LOG_LVL_DBUG, "szSql select success, nRow, %d, nColumn: %d\n", found.rows,
                 found.columns);
   }
   return found;
@@ -87,22 +89,22 @@ JournalledName name_of(const char* text) {
 int number_of(const char* text) { return static_cast<int>(std::strtol(text, nullptr, 10)); }
 
 void log_row(const JournalRow& row) {
-  KELO_LOG_AS(kReader, LOG_LVL_DBUG, "read item_table %s\n", row.table.data());
-  KELO_LOG_AS(kReader, LOG_LVL_DBUG, "read item_key %s\n", row.key.data());
-  KELO_LOG_AS(kReader, LOG_LVL_DBUG, "read id %d\n", static_cast<int>(row.id));
-  KELO_LOG_AS(kReader, LOG_LVL_DBUG, "read type %d\n", static_cast<int>(row.type));
-  KELO_LOG_AS(kReader, LOG_LVL_DBUG, "read len %d\n", row.len);
-  KELO_LOG_AS(kReader, LOG_LVL_DBUG, "read state %d\n", row.state);
+  KELO_LOG_AS(kReadCaller, LOG_LVL_DBUG, "read item_table %s\n", row.table.data());
+  KELO_LOG_AS(kReadCaller, LOG_LVL_DBUG, "read item_key %s\n", row.key.data());
+  KELO_LOG_AS(kReadCaller, LOG_LVL_DBUG, "read id %d\n", static_cast<int>(row.id));
+  KELO_LOG_AS(kReadCaller, LOG_LVL_DBUG, "read type %d\n", static_cast<int>(row.type));
+  KELO_LOG_AS(kReadCaller, LOG_LVL_DBUG, "read len %d\n", row.len);
+  KELO_LOG_AS(kReadCaller, LOG_LVL_DBUG, "read state %d\n", row.state);
 }
 
 }  // namespace
 
 bool record_in_journal(const JournalItem& item, int state) {
-  Database db = open_database(kWriter, DB_STATE);
+  Connection db = open_database(kWriteCaller, DB_STATE);
   if (!db) return false;
   const Outcome created = execute(db.get(), sql::kCreateJournal);
   if (!created.ok()) {
-    KELO_LOG_AS(kWriter, LOG_LVL_ERR, "[%d] create table error, %s\n", __LINE__, created.text());
+    KELO_LOG_AS(kWriteCaller, LOG_LVL_ERR, "[%d] create table error, %s\n", __LINE__, created.text());
     return false;
   }
   const auto id = static_cast<std::int32_t>(item.id);
@@ -119,12 +121,12 @@ bool record_in_journal(const JournalItem& item, int state) {
 
 std::optional<JournalRow> read_journal() {
   constexpr int kColumns = 6;
-  const Database db = open_database(kReader, DB_STATE);
+  const Connection db = open_database(kReadCaller, DB_STATE);
   if (!db) return {};
   const Rows found = select_row(db.get());
   if (!found.outcome.ok() || found.rows < 1 || found.columns < kColumns) return {};
   for (int column = 0; column < kColumns; ++column) {
-    if (found.cell(0, column) == nullptr) return {};  // as after a column was added to the row
+    if (found.cell(0, column) == nullptr) return {};  // a column that was added is NULL
   }
   const JournalRow row = {name_of(found.cell(0, 0)),
                           name_of(found.cell(0, 1)),

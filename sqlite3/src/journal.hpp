@@ -1,4 +1,4 @@
-// The write journal: the one row that says which write was last and how far it came.
+// The write journal: one row with the item of the last write and the state of that write.
 #ifndef KELO_SQLITE3_JOURNAL_HPP
 #define KELO_SQLITE3_JOURNAL_HPP
 
@@ -10,7 +10,7 @@
 
 namespace kelo::store {
 
-// The item that a write is about, as the journal tells it.
+// The item of a write.
 struct JournalItem {
   const char* table;
   std::uint32_t id;
@@ -19,11 +19,11 @@ struct JournalItem {
   int len;
 };
 
-// Stores the row. Failures are logged. A journal that cannot be updated for another reason than a missing column or
-// another program's lock is deleted and made anew, empty.
+// Stores the row and logs failures. When the update fails, and neither a missing column nor a lock of another program
+// is the reason, the journal is deleted and an empty one is made.
 [[nodiscard]] bool record_in_journal(const JournalItem& item, int state);
 
-// A table name or a key as the journal holds it; a longer one than an item can have reads as empty.
+// The name of a table or a key in the journal. It is empty when the stored text is longer than any name of an item.
 using JournalledName = std::array<char, 33>;
 
 struct JournalRow {
@@ -37,7 +37,8 @@ struct JournalRow {
   [[nodiscard]] JournalItem item() const { return {table.data(), id, key.data(), type, len}; }
 };
 
-// Reads the row, adding columns that an older release left out. Nothing, when there is none or a value is missing.
+// Reads the row and adds the columns that are missing in a journal of an older release. Returns nothing when there is
+// no row or a value is missing.
 std::optional<JournalRow> read_journal();
 
 }  // namespace kelo::store

@@ -1,4 +1,4 @@
-// Brings rows that the primary has lost back from the backup.
+// Restores rows that the primary has lost. They are taken from the backup.
 #include "sqlite3/src/mend.hpp"
 
 #include <fcntl.h>
@@ -32,20 +32,21 @@ bool same_bytes(const char* path, const char* other) {
   return true;
 }
 
-// Whether the value in column 0 matches the checksum in column 1. An empty value has no address.
-bool is_whole(sqlite3_stmt* row) {
+// Returns whether the value in column 0 matches the checksum in column 1. SQLite returns no address for an empty
+// value.
+bool matches_checksum(sqlite3_stmt* row) {
   const void* const value = sqlite3_column_blob(row, 0);
   const int len = sqlite3_column_bytes(row, 0);
   return value_crc(value == nullptr ? "" : value, len) == sqlite3_column_int(row, 1);
 }
 
-bool holds_whole(sqlite3* db, const char* table, const char* key) {
-  const Preparation selected = prepare(db, SqlText(sql::kSelectItem, table, key).c_str());
+bool has_undamaged(sqlite3* db, const char* table, const char* key) {
+  const PreparedStatement selected = prepare(db, SqlText(sql::kSelectItem, table, key).c_str());
   return selected.ok() && sqlite3_step(selected.statement.get()) == SQLITE_ROW &&
-         is_whole(selected.statement.get());
+         matches_checksum(selected.statement.get());
 }
 
-// A row that is not there at all was deleted by another program. One with another key has lost its own.
+// A row that does not exist was deleted by another program. A row with another key is damaged.
 bool has_row(sqlite3* db, const char* table, int row) {
   return select_rows(db, SqlText(sql::kSelectRow, table, row).c_str()).rows > 0;
 }
@@ -53,7 +54,7 @@ bool has_row(sqlite3* db, const char* table, int row) {
 void mend_table(const char* caller, sqlite3* primary, const char* table, sqlite3_stmt* rows) {
   while (sqlite3_step(rows) == SQLITE_ROW) {
     const auto* const key = reinterpret_cast<const char*>(sqlite3_column_text(rows, 2));
-    if (key == nullptr || !is_whole(rows) || holds_whole(primary, table, key) ||
+    if (key == nullptr || !matches_checksum(rows) || has_undamaged(primary, table, key) ||
         !has_row(primary, table, sqlite3_column_int(rows, 5)))
       continue;
     KELO_LOG_AS(caller, LOG_LVL_ERR, "%s lost %s %s, it is taken from %s\n", DB_CONFIG, table, key,
@@ -63,30 +64,30 @@ void mend_table(const char* caller, sqlite3* primary, const char* table, sqlite3
   }
 }
 
-// A table without one of its columns, or a file that says of itself that it is not to be written.
-bool is_useless(int code) {
+// The table has lost a column, or damage in the file makes SQLite treat it as read-only.
+bool needs_replacement(int code) {
   return code == SQLITE_ERROR || (code == SQLITE_READONLY && access(DB_CONFIG, W_OK) == 0);
 }
 
-// False when the primary would take no rows of a table.
+// Returns false when rows of a table cannot be written into the primary.
 bool mend_rows(const char* caller) {
-  const Opening primary = open_for_writing(DB_CONFIG);
-  const Opening backup = open_for_reading(DB_CONFIGBAK);
+  const OpenResult primary = open_for_writing(DB_CONFIG);
+  const OpenResult backup = open_for_reading(DB_CONFIGBAK);
   if (!primary.ok() || !backup.ok()) return true;
   const Rows tables = select_rows(backup.db.get(), sql::kSelectTables);
-  bool takes_rows = true;
+  bool writable = true;
   for (int table = 0; tables.outcome.ok() && table < tables.rows; ++table) {
     const char* const name = tables.cell(table, 0);
-    const Preparation rows = prepare(backup.db.get(), SqlText(sql::kSelectRows, name).c_str());
+    const PreparedStatement rows = prepare(backup.db.get(), SqlText(sql::kSelectRows, name).c_str());
     if (!rows.ok()) continue;
     const int code = execute(primary.db.get(), SqlText(sql::kTryUpdate, name).c_str()).code;
     if (code == SQLITE_OK) {
       mend_table(caller, primary.db.get(), name, rows.statement.get());
-    } else if (is_useless(code)) {
-      takes_rows = false;
+    } else if (needs_replacement(code)) {
+      writable = false;
     }
   }
-  return takes_rows;
+  return writable;
 }
 
 }  // namespace

@@ -6,8 +6,8 @@
 
 namespace kelo::store {
 
-// Guards the registration flag. It is taken before the store's lock. (Declared as hidden, it is reached directly and
-// not through a table that the loader fills.)
+// It also guards the registration flag. It is locked before the store's lock. The hidden visibility lets the code
+// address it directly, without a table that the loader fills.
 [[gnu::visibility("hidden")]] extern pthread_mutex_t sqlite_mutex;
 
 }  // namespace kelo::store

@@ -1,4 +1,4 @@
-// Begins operations on the configuration databases.
+// Begins operations on the configuration databases: locks the store and undoes interrupted copies.
 #include "sqlite3/src/operation.hpp"
 
 #include "kelo_utils/sqlite.h"
@@ -19,7 +19,7 @@ bool Operation::undo_interrupted_copies() {
   if (!lock_.locked() || (!copy_was_interrupted(DB_CONFIG) && !copy_was_interrupted(DB_CONFIGBAK)))
     return true;
   if (!lock_.make_exclusive()) return false;
-  ByteLock copies;
+  ByteRangeLock copies;
   if (!copies.wait_for_copies(DB_CONFIG)) {
     KELO_LOG_AS(caller_, LOG_LVL_ERR, "a cp that was left running works on %s, nothing was done\n",
                 DB_CONFIGBAK);

@@ -1,4 +1,4 @@
-// One operation on the configuration databases, under the lock that it holds for all of its steps.
+// An operation on the configuration databases, which holds the store's lock for all of its steps.
 #ifndef KELO_SQLITE3_OPERATION_HPP
 #define KELO_SQLITE3_OPERATION_HPP
 
@@ -8,15 +8,15 @@ namespace kelo::store {
 
 class [[nodiscard]] Operation {
  public:
-  // Takes the store's lock and puts back what an interrupted copy left. Failures are logged under `caller`.
+  // Takes the store's lock and undoes interrupted copies. Failures are logged under `caller`.
   Operation(const char* caller, Access access);
 
-  // Whether the operation may begin; otherwise it must not touch a file.
+  // Returns whether the operation may begin. Otherwise it must not touch a file.
   explicit operator bool() const { return ready_; }
   [[nodiscard]] bool exclusive() const { return lock_.exclusive(); }
 
-  // Sees to it that nobody else uses the store, for a repair. Others may have changed anything before this
-  // returns. False when that cannot be had in time: the operation must end then.
+  // Gets exclusive access to the store for a repair. Other processes may change the files before this returns.
+  // Returns false when the access was not available in time: the operation must end then.
   [[nodiscard]] bool make_exclusive();
 
  private:

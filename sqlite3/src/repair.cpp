@@ -1,4 +1,4 @@
-// Replaces damaged databases by good ones.
+// Replaces damaged databases by good copies.
 #include "sqlite3/src/repair.hpp"
 
 #include "base/file.hpp"
@@ -11,47 +11,48 @@
 namespace kelo::store {
 namespace {
 
-// Provisioned by other software of the device; the last source of recovery, never written here.
+// Other software of the device provides this file. It is the last source for a repair and is never written here.
 constexpr char kRecoveryCopy[] = "/kelonvbak/data/config.db";
 
-// An empty file passes SQLite's check, but has nothing to give. A transaction that a crash cut off is rolled
-// back first; the recovery copy belongs to others and is judged as it is.
-bool good_source(const char* path) {
+// An empty file passes SQLite's check, but it has no data to restore. The recovery copy belongs to other software, so
+// no interrupted transaction is rolled back in it.
+bool is_good_source(const char* path) {
   if (path != kRecoveryCopy) roll_back_cut_transaction(path);
   return health_of(path) == Health::healthy && size_of(path) > 0;
 }
 
-bool replace(const char* caller, const char* words, const char* source, const char* target) {
-  KELO_LOG_AS(caller, LOG_LVL_ERR, "%s %s %s", words, source, target);
+bool replace(const char* caller, const char* message, const char* source, const char* target) {
+  KELO_LOG_AS(caller, LOG_LVL_ERR, "%s %s %s", message, source, target);
   if (copy_database({DB_CONFIG, source, target, run_copy_command})) return true;
   KELO_LOG_AS(caller, LOG_LVL_ERR, "%s was not copied, %s is as it was\n", source, target);
   return false;
 }
 
-bool replace_primary(const char* caller, const char* words, const char* source) {
-  return replace(caller, words, source, DB_CONFIG) && base::sync_directory_of(DB_CONFIG);
+bool replace_primary(const char* caller, const char* message, const char* source) {
+  return replace(caller, message, source, DB_CONFIG) && base::sync_directory_of(DB_CONFIG);
 }
 
 constexpr const char* kPlainWords = "ERROR: cp";
 
 }  // namespace
 
-void repair_primary(const char* caller, RepairWords words, const char* damaged) {
-  if (good_source(DB_CONFIGBAK)) {
-    // A backup in which a read met corruption replaces no good primary, whatever the check says of it.
-    if (!is_backup(damaged) || !good_source(DB_CONFIG))
-      replace_primary(caller, words.from_backup, DB_CONFIGBAK);
+void repair_primary(const char* caller, RepairMessages message, const char* damaged) {
+  if (is_good_source(DB_CONFIGBAK)) {
+    // The backup may pass the check although a read has found corruption in it. It must not replace a good primary
+    // then.
+    if (!is_backup(damaged) || !is_good_source(DB_CONFIG))
+      replace_primary(caller, message.from_backup, DB_CONFIGBAK);
     return;
   }
-  if (!is_primary(damaged) && good_source(DB_CONFIG)) return;
-  if (good_source(kRecoveryCopy)) replace_primary(caller, words.from_recovery, kRecoveryCopy);
+  if (!is_primary(damaged) && is_good_source(DB_CONFIG)) return;
+  if (is_good_source(kRecoveryCopy)) replace_primary(caller, message.from_recovery, kRecoveryCopy);
 }
 
 bool take_primary_from_backup(const char* caller) {
-  return good_source(DB_CONFIGBAK) && replace_primary(caller, kPlainWords, DB_CONFIGBAK);
+  return is_good_source(DB_CONFIGBAK) && replace_primary(caller, kPlainWords, DB_CONFIGBAK);
 }
 
-void replace_useless_primary(const char* caller) {
+void replace_invalid_primary(const char* caller) {
   if (size_of(DB_CONFIG) > 0 && !is_database(DB_CONFIG)) take_primary_from_backup(caller);
 }
 
@@ -59,20 +60,20 @@ bool fill_empty_primary(const char* caller) {
   if (size_of(DB_CONFIG) > 0 || size_of(DB_CONFIGBAK) == 0) return true;
   roll_back_cut_transaction(DB_CONFIGBAK);
   Health health = health_of(DB_CONFIGBAK);
-  // SQLite's check calls a page damaged whose read failed, if only once.
+  // SQLite's check reports damage also when a single read of a page has failed, so the check is repeated.
   if (health == Health::corrupt) health = health_of(DB_CONFIGBAK);
   if (health == Health::healthy) return replace_primary(caller, kPlainWords, DB_CONFIGBAK);
-  // A backup that could not be looked at, for want of memory perhaps, may hold everything.
+  // A check that failed, for example for lack of memory, does not mean that the backup is useless.
   return health == Health::corrupt || !is_database(DB_CONFIGBAK);
 }
 
 bool copy_primary_over_backup(const char* caller) {
-  // Logged on the normal path, too: tools in the field look for this line.
+  // Tools in the field search for this line, so it is logged although nothing is wrong.
   return replace(caller, kPlainWords, DB_CONFIG, DB_CONFIGBAK);
 }
 
 void refresh_backup(const char* caller) {
-  if (good_source(DB_CONFIGBAK) || !good_source(DB_CONFIG)) return;
+  if (is_good_source(DB_CONFIGBAK) || !is_good_source(DB_CONFIG)) return;
   if (copy_primary_over_backup(caller)) static_cast<void>(base::sync_directory_of(DB_CONFIGBAK));
 }
 

@@ -1,38 +1,38 @@
-// Which database is good enough to replace which, and the replacing. Every function wants the store exclusively.
+// Repairs that replace a whole database file by another. Callers have exclusive access to the store.
 #ifndef KELO_SQLITE3_REPAIR_HPP
 #define KELO_SQLITE3_REPAIR_HPP
 
 namespace kelo::store {
 
-// What a repair says before it names its two files; the wording tells writes and reads apart in the field.
-struct RepairWords {
+// The texts that a repair logs before the names of its two files. In the field they tell writes from reads.
+struct RepairMessages {
   const char* from_backup;
   const char* from_recovery;
 };
-inline constexpr RepairWords kWriteRepair = {"ERROR: cp", "ERROR: cp"};
-inline constexpr RepairWords kReadRepair = {"error: DB_CONFIG is damaged cp",
-                                            "error: DB_CONFIG is damaged so cp"};
+inline constexpr RepairMessages kWriteRepair = {"ERROR: cp", "ERROR: cp"};
+inline constexpr RepairMessages kReadRepair = {"error: DB_CONFIG is damaged cp",
+                                               "error: DB_CONFIG is damaged so cp"};
 
-// Replaces the primary database by the first good one of the backup and the recovery copy, after `damaged` was
-// found corrupt; leaves it when neither is good. A good primary stays when it is the backup that was found corrupt,
-// and the recovery copy never replaces one. Logs under `caller`.
-void repair_primary(const char* caller, RepairWords words, const char* damaged);
+// Repairs the primary after `damaged` was found corrupt. The primary is replaced by the backup or, when that is not
+// good, by the recovery copy. It stays when neither is good. A good primary stays when the backup was found corrupt,
+// and the recovery copy never replaces a good primary. Lines are logged under `caller`.
+void repair_primary(const char* caller, RepairMessages message, const char* damaged);
 
-// Replaces the primary by the backup, if that is good. Whether the primary is whole now.
+// Replaces the primary by a good backup. Returns whether this was done.
 bool take_primary_from_backup(const char* caller);
 
-// Replaces a primary that is no SQLite database by the backup, if that is good.
-void replace_useless_primary(const char* caller);
+// Replaces a primary that is not an SQLite database by a good backup.
+void replace_invalid_primary(const char* caller);
 
-// Makes an empty or missing primary anew from a good backup before a row goes into it. False when that failed, or when
-// it could not be found out whether the backup is good: a row must not go in then, since the next copy would put it in
-// the place of all others.
+// Fills an empty or missing primary from a good backup before a row is written into it. Returns false when this
+// failed or when the backup could not be checked. The row must not be written then: the next copy over the backup
+// would delete all other rows.
 [[nodiscard]] bool fill_empty_primary(const char* caller);
 
-// Copies the primary over the backup and syncs the copy. False, which is logged, when the backup is as it was.
+// Copies the primary over the backup and syncs the copy. A failure is logged, and the backup is unchanged then.
 [[nodiscard]] bool copy_primary_over_backup(const char* caller);
 
-// Makes a damaged, empty or missing backup anew from the primary, if that is good.
+// Replaces a damaged, empty or missing backup by a good primary.
 void refresh_backup(const char* caller);
 
 }  // namespace kelo::store

@@ -1,4 +1,4 @@
-// Stores, finds and reads single rows.
+// Single rows of items and defaults: finds, stores and reads them.
 #include "sqlite3/src/row.hpp"
 
 #include <algorithm>
@@ -13,59 +13,60 @@
 namespace kelo::store {
 namespace {
 
-// Who stores a row, for the log lines.
-struct RowStep {
+// The words with which the steps of a write are logged.
+struct StepLabels {
   const char* function;
-  const char* code_label;  // comes before the result code: "rc: " or nothing
+  const char* code_label;  // is before the result code: "rc: " or empty
 };
 
-Statement prepare_adding_columns(const RowStep& step, sqlite3* db, const Row& row, const char* sql) {
+Statement prepare_adding_columns(const StepLabels& labels, sqlite3* db, const Row& row, const char* sql) {
   for (bool added = false;; added = true) {
-    Preparation prepared = prepare(db, sql);
+    PreparedStatement prepared = prepare(db, sql);
     if (prepared.ok()) return std::move(prepared.statement);
-    KELO_LOG_AS(step.function, LOG_LVL_ERR, "[%d] sqlite3_prepare error, %s%d\n", __LINE__, step.code_label,
-                prepared.code);
+    KELO_LOG_AS(labels.function, LOG_LVL_ERR, "[%d] sqlite3_prepare error, %s%d\n", __LINE__,
+                labels.code_label, prepared.code);
     if (added) return {};
     if (!add_missing_columns(db, row.table, row.key)) {
-      KELO_LOG_AS(step.function, LOG_LVL_ERR, "alter_table_add_column failed\n");
+      KELO_LOG_AS(labels.function, LOG_LVL_ERR, "alter_table_add_column failed\n");
       return {};
     }
   }
 }
 
-// Prepares `sql`, adding columns that the table lacks, binds the row's value and steps. Whether SQLite took it.
-bool run_row(const RowStep& step, sqlite3* db, const Row& row, const char* sql) {
-  const Statement statement = prepare_adding_columns(step, db, row, sql);
+// Runs `sql` with the row's value. Columns that the table lacks are added. Returns whether the statement succeeded.
+bool run_statement(const StepLabels& labels, sqlite3* db, const Row& row, const char* sql) {
+  const Statement statement = prepare_adding_columns(labels, db, row, sql);
   if (!statement) return false;
   const int bound = sqlite3_bind_blob(statement.get(), 1, row.value, row.len, SQLITE_STATIC);
   if (bound != SQLITE_OK) {
-    KELO_LOG_AS(step.function, LOG_LVL_ERR, "[%d] bind_blob error, %s%d\n", __LINE__, step.code_label, bound);
+    KELO_LOG_AS(labels.function, LOG_LVL_ERR, "[%d] bind_blob error, %s%d\n", __LINE__, labels.code_label,
+                bound);
     return false;
   }
   const int stepped = sqlite3_step(statement.get());
   if (stepped != SQLITE_DONE) {
-    KELO_LOG_AS(step.function, LOG_LVL_ERR, "%d step failed rc: %d\n", __LINE__, stepped);
+    KELO_LOG_AS(labels.function, LOG_LVL_ERR, "%d step failed rc: %d\n", __LINE__, stepped);
   }
   return stepped == SQLITE_DONE;
 }
 
-// The two ways to store a row, with the words that their failures are logged in.
+// The two statements that can store a row, and the words for their log lines.
 struct RowStatements {
-  RowStep update_step;
+  StepLabels update_labels;
   const SqlText& update;
-  RowStep insert_step;
+  StepLabels insert_labels;
   const SqlText& insert;
 };
 
-// Where it is not known whether the row is there, an insert might make a second one: the update tells, by the
-// number of rows that it changed.
+// When it is unknown whether the row exists, an insert could make a second one. So the row is updated first, and it
+// is inserted only when the update has changed no row.
 void update_or_insert(sqlite3* db, const Row& row, const RowStatements& statements) {
   const Presence presence = look_for_row(db, row.table, row.key);
   if (presence != Presence::absent) {
-    const bool updated = run_row(statements.update_step, db, row, statements.update.c_str());
+    const bool updated = run_statement(statements.update_labels, db, row, statements.update.c_str());
     if (!updated || presence == Presence::present || sqlite3_changes(db) > 0) return;
   }
-  run_row(statements.insert_step, db, row, statements.insert.c_str());
+  run_statement(statements.insert_labels, db, row, statements.insert.c_str());
 }
 
 }  // namespace
@@ -94,10 +95,10 @@ void store_item(sqlite3* db, const Row& row) {
 }
 
 void store_default(sqlite3* db, const Row& row) {
-  constexpr RowStep kStep = {"dm_update_def_record", ""};
+  constexpr StepLabels kLabels = {"dm_update_def_record", ""};
   const SqlText update(sql::kUpdateDefault, row.table, row.type, row.len, row.key);
   const SqlText insert(sql::kInsertDefault, row.table, row.key, row.type, row.len);
-  update_or_insert(db, row, {kStep, update, kStep, insert});
+  update_or_insert(db, row, {kLabels, update, kLabels, insert});
 }
 
 int fetch_value(const char* caller, sqlite3_stmt* select, void* buf, int size, std::uint32_t* second) {
@@ -116,7 +117,7 @@ int fetch_value(const char* caller, sqlite3_stmt* select, void* buf, int size, s
 }
 
 void remove_duplicate_rows(const char* path) {
-  const Opening opening = open_for_writing(path);
+  const OpenResult opening = open_for_writing(path);
   if (!opening.ok()) return;
   const Rows tables = select_rows(opening.db.get(), sql::kSelectTables);
   for (int table = 0; tables.outcome.ok() && table < tables.rows; ++table) {

@@ -1,4 +1,4 @@
-// Copies a database over another so that its old content is there until the new one is whole and synced.
+// The safe copy: the old content of the target exists until the new content is complete and synced.
 #include "sqlite3/src/safe_copy.hpp"
 
 #include <fcntl.h>
@@ -18,8 +18,8 @@ namespace {
 
 using base::Descriptor;
 
-// A path with an ending. A file that a link leads to may have a longer one, and is then not set aside.
-using LongPath = FixedText<256>;
+// A path with a suffix. The path that a symbolic link leads to may be too long: such a file is not copied.
+using PathWithSuffix = FixedText<256>;
 
 struct stat status_of(const char* path) {
   struct stat status {};
@@ -30,10 +30,10 @@ struct stat status_of(const char* path) {
   return status;
 }
 
-// The file that a path leads to in the end: what is set aside must lie in the same directory as that.
-class FinalPath {
+// The path of a file with symbolic links resolved. The target is set aside in the directory of the file itself.
+class ResolvedPath {
  public:
-  explicit FinalPath(const char* path) : path_(path) {
+  explicit ResolvedPath(const char* path) : path_(path) {
     char first = 0;
     if (readlink(path, &first, sizeof first) < 0) return;  // not a link
     resolved_.reset(realpath(path, nullptr));
@@ -46,125 +46,128 @@ class FinalPath {
   base::HeapPtr<char> resolved_;
 };
 
-// The names that a copy works with.
-struct Names {
-  explicit Names(const char* target)
-      : file(target), previous("%s-previous", file.c_str()), fresh("%s-new", file.c_str()) {}
+// The paths of a copy: the target, its old content, and the new file for the target.
+struct CopyNames {
+  explicit CopyNames(const char* target)
+      : file(target), previous("%s-previous", file.c_str()), replacement("%s-new", file.c_str()) {}
 
-  FinalPath file;
-  LongPath previous;
-  LongPath fresh;
+  ResolvedPath file;
+  PathWithSuffix previous;
+  PathWithSuffix replacement;
 };
 
-// What a crash leaves at any moment is either without "-previous", and then the file is whole, or with it, and
-// then that holds the old content: each name is on storage before the step that relies on it.
+// After a crash at any moment one of two things is true. When there is no "-previous", the target is complete. When
+// there is one, it has the old content. Each name is on storage before the step that relies on it.
 //
-// The new file is empty at first and takes the old one's place under its name, so that a `cp` of a process that
-// died writes where nobody looks.
-bool set_aside(const Names& names, const struct stat& old, bool& renamed) {
-  unlink(names.fresh.c_str());
-  Descriptor fresh = base::open_file(names.fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0600);
-  if (!fresh) return false;
-  static_cast<void>(fchown(fresh.get(), old.st_uid, old.st_gid) == 0);
-  static_cast<void>(fchmod(fresh.get(), old.st_mode & 07777));
+// The target is replaced by a new, empty file before the copy. A `cp` that a dead process has left running then
+// writes into a file that has no name any more.
+bool set_target_aside(const CopyNames& names, const struct stat& old, bool& renamed) {
+  unlink(names.replacement.c_str());
+  Descriptor replacement = base::open_file(names.replacement.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0600);
+  if (!replacement) return false;
+  static_cast<void>(fchown(replacement.get(), old.st_uid, old.st_gid) == 0);
+  static_cast<void>(fchmod(replacement.get(), old.st_mode & 07777));
   unlink(names.previous.c_str());
   renamed = false;
   if (link(names.file.c_str(), names.previous.c_str()) != 0) {
-    // A file system without hard links.
+    // The file system has no hard links.
     if (rename(names.file.c_str(), names.previous.c_str()) != 0) return false;
     renamed = true;
   }
-  return base::sync_directory_of(names.file.c_str()) && rename(names.fresh.c_str(), names.file.c_str()) == 0;
+  if (!base::sync_directory_of(names.file.c_str())) return false;
+  return rename(names.replacement.c_str(), names.file.c_str()) == 0;
 }
 
-void undo(const Names& names) {
+void restore_previous(const CopyNames& names) {
   const struct stat previous = status_of(names.previous.c_str());
   if (!S_ISREG(previous.st_mode)) {
-    // The file was not set aside yet, and still holds what it held.
+    // The file was not set aside yet and has its old content.
   } else if (previous.st_size == 0) {
     unlink(names.file.c_str());
     static_cast<void>(base::sync_directory_of(names.file.c_str()));
   } else {
     rename(names.previous.c_str(), names.file.c_str());
   }
-  // Two names of one file are not renamed.
+  // rename() does nothing when both names are links to the same file, so "-previous" may still exist.
   unlink(names.previous.c_str());
-  unlink(names.fresh.c_str());
+  unlink(names.replacement.c_str());
   static_cast<void>(base::sync_directory_of(names.file.c_str()));
 }
 
-bool run_copy(const CopyOrder& order) {
-  const CommandText command("cp %s %s", order.source, order.target);
-  ByteLock under_way;
-  under_way.announce_copy(order.store);
-  const bool done = order.run(command.c_str(), under_way);
-  under_way.leave_to_command();
+bool run_copy(const CopyRequest& request) {
+  const CommandText command("cp %s %s", request.source, request.target);
+  ByteRangeLock copy_lock;
+  copy_lock.announce_copy(request.store);
+  const bool done = request.run(command.c_str(), copy_lock);
+  copy_lock.leave_to_command();
   return done;
 }
 
-bool came_out_whole(const CopyOrder& order) {
-  if (size_of(order.source) != size_of(order.target)) return false;
-  const Descriptor copy = base::open_file(order.target, O_RDONLY);
+bool copy_is_complete(const CopyRequest& request) {
+  if (size_of(request.source) != size_of(request.target)) return false;
+  const Descriptor copy = base::open_file(request.target, O_RDONLY);
   return copy && fsync(copy.get()) == 0;
 }
 
-bool copy_with_undo(const CopyOrder& order) {
-  const Names names(order.target);
+bool copy_with_undo(const CopyRequest& request) {
+  const CopyNames names(request.target);
   const struct stat old = status_of(names.file.c_str());
-  // A pipe as the source would be waited for.
-  if (!S_ISREG(old.st_mode) || S_ISFIFO(status_of(order.source).st_mode) || names.previous.cut())
+  // `cp` would wait for data from a pipe.
+  if (!S_ISREG(old.st_mode) || S_ISFIFO(status_of(request.source).st_mode) || names.previous.cut())
     return false;
-  roll_back_cut_transaction(order.target);
-  // What SQLite could not roll back must not be rolled back into the copy.
-  unlink(LongPath("%s-journal", names.file.c_str()).c_str());
+  roll_back_cut_transaction(request.target);
+  // A journal that SQLite could not roll back must not be applied to the copy.
+  unlink(PathWithSuffix("%s-journal", names.file.c_str()).c_str());
   bool renamed = false;
-  if (!set_aside(names, old, renamed)) {
+  if (!set_target_aside(names, old, renamed)) {
     const bool read_only_directory = errno == EACCES || errno == EPERM || errno == EROFS;
-    undo(names);
-    // Where the directory takes no new names there is only the copy in place.
-    return read_only_directory && run_copy(order) && came_out_whole(order);
+    restore_previous(names);
+    // The directory cannot take new files, so the target is overwritten directly.
+    return read_only_directory && run_copy(request) && copy_is_complete(request);
   }
-  ByteLock steady;
-  // The old content must not keep its second name: the next operation would put it back.
-  if (steady.keep_writers_out(order.source) && run_copy(order) && came_out_whole(order) &&
+  ByteRangeLock source_lock;
+  // "-previous" must be deleted at the end, since the next operation would restore it.
+  if (source_lock.keep_writers_out(request.source) && run_copy(request) && copy_is_complete(request) &&
       (!renamed || base::sync_directory_of(names.file.c_str())) && unlink(names.previous.c_str()) == 0)
     return true;
-  undo(names);
+  restore_previous(names);
   return false;
 }
 
-// A file that is missing is made, so that there is something to set aside. It gets the mode that `cp` would give it.
-void make_missing(const CopyOrder& order) {
-  if (access(order.target, F_OK) == 0) return;
+// A missing target is made, so that it can be set aside. It gets the mode that `cp` would give it.
+void make_missing_target(const CopyRequest& request) {
+  if (access(request.target, F_OK) == 0) return;
   const Descriptor made =
-      base::open_file(order.target, O_WRONLY | O_CREAT, status_of(order.source).st_mode & 0777);
+      base::open_file(request.target, O_WRONLY | O_CREAT, status_of(request.source).st_mode & 0777);
 }
 
 }  // namespace
 
-bool copy_database(const CopyOrder& order) {
-  make_missing(order);
-  return copy_with_undo(order);
+bool copy_database(const CopyRequest& request) {
+  make_missing_target(request);
+  return copy_with_undo(request);
 }
 
 bool copy_was_interrupted(const char* target) {
-  const FinalPath file(target);
+  const ResolvedPath file(target);
   struct stat status {};
-  return lstat(LongPath("%s-previous", file.c_str()).c_str(), &status) == 0 && S_ISREG(status.st_mode);
+  return lstat(PathWithSuffix("%s-previous", file.c_str()).c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
 void undo_interrupted_copy(const char* target) {
-  if (copy_was_interrupted(target)) undo(Names(target));
+  if (copy_was_interrupted(target)) restore_previous(CopyNames(target));
 }
 
-bool unused_copy_is_there(const char* target) { return access(Names(target).fresh.c_str(), F_OK) == 0; }
+bool unused_copy_exists(const char* target) {
+  return access(CopyNames(target).replacement.c_str(), F_OK) == 0;
+}
 
-void remove_unused_copy(const char* target) { unlink(Names(target).fresh.c_str()); }
+void remove_unused_copy(const char* target) { unlink(CopyNames(target).replacement.c_str()); }
 
 void roll_back_cut_transaction(const char* path) {
-  const FinalPath file(path);
-  if (access(LongPath("%s-journal", file.c_str()).c_str(), F_OK) != 0) return;
-  const Opening opening = open_for_writing(path);
+  const ResolvedPath file(path);
+  if (access(PathWithSuffix("%s-journal", file.c_str()).c_str(), F_OK) != 0) return;
+  const OpenResult opening = open_for_writing(path);
   if (opening.ok()) static_cast<void>(execute(opening.db.get(), sql::kReadSchema));
 }
 

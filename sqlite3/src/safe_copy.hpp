@@ -1,4 +1,4 @@
-// Whole-file copies of a database that neither a power cut nor a full disk leaves half-made.
+// The safe copy of a database file, which is complete or undone after a power cut or on a full disk.
 #ifndef KELO_SQLITE3_SAFE_COPY_HPP
 #define KELO_SQLITE3_SAFE_COPY_HPP
 
@@ -6,42 +6,42 @@
 
 namespace kelo::store {
 
-// Runs a shell command, and tells whether it may have done its work. The command is to inherit `under_way`, which may
-// be left to it as soon as it has started.
-using RunCommand = bool (*)(const char* command, ByteLock& under_way);
+// Runs a shell command and returns whether it may have succeeded. The command inherits `copy_lock`. The function may
+// close its own descriptor of the lock when the command has started.
+using RunCommand = bool (*)(const char* command, ByteRangeLock& copy_lock);
 
-// How a copy is made, and under which lock. The caller holds the lock of `store` exclusively.
-struct CopyOrder {
-  const char* store;  // primary file of the store, which names the lock
+// The parameters of a copy. The caller holds the lock of `store` exclusively.
+struct CopyRequest {
+  const char* store;  // primary file of the store, from which the lock file has its name
   const char* source;
   const char* target;
   RunCommand run;
 };
 
-// Copies a database over another with the shell's `cp`, and syncs the copy. The target keeps its mode, its
-// owner and, where it is a symbolic link, that. While the copy is made, "<target>-previous" holds what the
-// target held before; an empty one says that there was nothing.
+// Copies a database over another with the shell's `cp` and syncs the copy. The target keeps its mode and its owner,
+// and it stays a symbolic link when it is one. During the copy "<target>-previous" has the old content of the target.
+// An empty "<target>-previous" means that the target did not exist.
 //
-// False when the copy did not come out whole: the target holds then what it held before. The caller syncs the
-// directory when it needs the end of the copy to survive a power cut.
-[[nodiscard]] bool copy_database(const CopyOrder& order);
+// Returns false when the copy is not complete: the target has its old content then. The caller syncs the directory
+// when the end of the copy must survive a power cut.
+[[nodiscard]] bool copy_database(const CopyRequest& request);
 
-// Whether a copy to `target` was interrupted by a crash.
+// Returns whether a crash interrupted a copy to `target`.
 bool copy_was_interrupted(const char* target);
 
-// Puts back what `target` held before a copy that was interrupted. The caller holds the store's lock exclusively,
-// and no command works on the file any more.
+// Restores the content that `target` had before an interrupted copy. The caller holds the store's lock exclusively,
+// and no command may be writing the file.
 void undo_interrupted_copy(const char* target);
 
-// The new file of a copy that a crash cut off before it had begun: whether it is there, and its removal. The caller
-// of the second holds the store's lock exclusively.
-bool unused_copy_is_there(const char* target);
+// These find and delete the new file that a crash left before its copy began. The caller of remove_unused_copy()
+// holds the store's lock exclusively.
+bool unused_copy_exists(const char* target);
 void remove_unused_copy(const char* target);
 
-// Has SQLite roll back a transaction that a crash cut off, if one lies beside `path`.
+// Makes SQLite roll back a transaction that a crash interrupted, when its journal exists.
 void roll_back_cut_transaction(const char* path);
 
-// Bytes of the file; 0 when it is missing, -1 when that cannot be told.
+// Returns the size of the file in bytes, 0 when it is missing, or -1 when that is unknown.
 long long size_of(const char* path);
 
 }  // namespace kelo::store

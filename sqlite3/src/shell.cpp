@@ -11,16 +11,16 @@
 
 namespace kelo::store {
 
-CommandEnd run_command(const char* command, std::span<char> output, ByteLock* under_way) {
+CommandResult run_command(const char* command, std::span<char> output, ByteRangeLock* copy_lock) {
   constexpr const char* kCaller = "dm_sqlite_system_cmd";
-  auto pipe = base::PipeStream::reading(command, under_way == nullptr ? -1 : under_way->descriptor());
+  auto pipe = base::PipeStream::reading(command, copy_lock == nullptr ? -1 : copy_lock->descriptor());
   if (!pipe) {
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "system command failed: (%d) %s\n", errno, std::strerror(errno));
     return {false, -1};
   }
-  if (under_way != nullptr) under_way->leave_to_command();
-  // A child that was forked while the pipe was made would keep it open, and the end of the output would not come
-  // before its own: from here on a fork() need not wait.
+  if (copy_lock != nullptr) copy_lock->leave_to_command();
+  // A child that was forked while the pipe was made would keep the pipe open, and the output would end only with that
+  // child. The pipe is made now, so a fork() no longer needs to wait.
   const SqlitePause pause;
   if (output.data() != nullptr) {
     const std::size_t count = pipe.read(output);
@@ -29,9 +29,9 @@ CommandEnd run_command(const char* command, std::span<char> output, ByteLock* un
   return {true, pipe.close()};
 }
 
-bool run_copy_command(const char* command, ByteLock& under_way) {
+bool run_copy_command(const char* command, ByteRangeLock& copy_lock) {
   std::array<char, 511> output{};
-  const CommandEnd end = run_command(command, output, &under_way);
+  const CommandResult end = run_command(command, output, &copy_lock);
   return end.started && (end.status == 0 || end.status == -1);
 }
 

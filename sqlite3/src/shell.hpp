@@ -8,17 +8,17 @@
 
 namespace kelo::store {
 
-// Runs a command and reads its standard output, as far as it fits. Returns the wait status (-1 when it cannot be
-// told, as in a program that ignores SIGCHLD); empty `started` when it could not be started, which is logged.
-struct CommandEnd {
+struct CommandResult {
   bool started;
-  int status;
+  int status;  // wait status; -1 when it is unknown, as in a program that ignores SIGCHLD
 };
-// The command inherits `under_way`, which is left to it as soon as it has started.
-CommandEnd run_command(const char* command, std::span<char> output, ByteLock* under_way = nullptr);
 
-// As a copy wants it: see RunCommand.
-bool run_copy_command(const char* command, ByteLock& under_way);
+// Runs a command and reads as much of its standard output as `output` can hold. A command that cannot be started is
+// logged. The command inherits `copy_lock`, and this process closes its own descriptor of the lock.
+CommandResult run_command(const char* command, std::span<char> output, ByteRangeLock* copy_lock = nullptr);
+
+// Runs the `cp` of a safe copy. Its type is RunCommand.
+bool run_copy_command(const char* command, ByteRangeLock& copy_lock);
 
 }  // namespace kelo::store
 

@@ -1,5 +1,5 @@
-// Every SQL text of the configuration databases, and the buffers that statements and commands are formatted in.
-// The texts are pointers: shared arrays would be found through a table that the loader has to fill.
+// The SQL texts of the configuration databases and the buffers for statements and commands.
+// The texts are pointers, since arrays shared by the sources would need a table that the loader fills.
 #ifndef KELO_SQLITE3_SQL_HPP
 #define KELO_SQLITE3_SQL_HPP
 
@@ -13,7 +13,7 @@ using CommandText = FixedText<128>;
 
 namespace sql {
 
-// Rows of items: id, key, type, len, crc, value.
+// Tables of items have the columns id, key, type, len, crc and value.
 inline constexpr const char* kCreateItems =
     "create table if not exists %s (id integer not null,key text not null,type integer not null,"
     "len integer not null,crc integer not null,value blob)";
@@ -23,23 +23,23 @@ inline constexpr const char* kInsertItem =
     "insert into %s (id, key, type, len, crc, value) values(%d, '%s',%d, %d, %d, ?)";
 inline constexpr const char* kSelectRows = "select value,crc,key,id,type,rowid from %s";
 inline constexpr const char* kSelectRow = "select 1 from %s where rowid=%d";
-// Changes nothing, and shows whether the table takes rows.
+// This changes nothing and fails when the table cannot be written.
 inline constexpr const char* kTryUpdate = "update %s set id=0,key=0,type=0,len=0,crc=0,value=0 where 0";
 inline constexpr const char* kSelectItem = "select value,crc from %s where key='%s' limit 1";
 
-// Rows of defaults: key, type, len, value.
+// Tables of defaults have the columns key, type, len and value.
 inline constexpr const char* kCreateDefaults =
     "create table if not exists %s (key text not null,type integer not null,len integer not null,value blob)";
 inline constexpr const char* kUpdateDefault = "update %s set type=%d, len=%d, value=:1 where key='%s'";
 inline constexpr const char* kInsertDefault =
     "insert into %s (key, type, len, value) values('%s', '%d', %d, ?)";
-// The same for many rows with one statement.
+// These are prepared once for many rows.
 inline constexpr const char* kUpdateDefaults = "update %s set type=?,len=?,value=? where key=?";
 inline constexpr const char* kInsertDefaults = "insert into %s (type,len,value,key) values(?,?,?,?)";
 inline constexpr const char* kSelectDefaults = "select type,len,value,key from %s";
 inline constexpr const char* kSelectDefault = "select value,type from %s where key='%s' limit 1";
 
-// The one row of the write journal.
+// The write journal has one row.
 inline constexpr const char* kJournalTable = "state";
 inline constexpr const char* kJournalKey = "write_state";
 inline constexpr const char* kCreateJournal =
@@ -53,15 +53,15 @@ inline constexpr const char* kInsertJournal =
 inline constexpr const char* kSelectJournal =
     "select item_table,item_key,id,type,len,state from state where key='write_state'";
 
-// Any table.
+// These are for tables of any kind.
 inline constexpr const char* kSelectExistence = "select 1 from %s where key='%s'";
 inline constexpr const char* kSelectIdAndType = "select id,type from %s where key='%s' limit 1";
 inline constexpr const char* kAddId = "alter table %s add column id integer";
 inline constexpr const char* kAddType = "alter table %s add column type integer";
 inline constexpr const char* kQuickCheck = "PRAGMA quick_check;";
-// Enough to have a transaction that was cut off rolled back.
+// Reading the schema is enough to make SQLite roll back an interrupted transaction.
 inline constexpr const char* kReadSchema = "select 1 from sqlite_master limit 1;";
-// Rows that share their key with another one of their table, and what leaves the newest of them.
+// These find a key that has several rows, and delete all but the newest row of each key.
 inline constexpr const char* kSelectDuplicate = "select key from %s group by key having count(*)>1 limit 1";
 inline constexpr const char* kDeleteDuplicates =
     "delete from %s where rowid not in (select max(rowid) from %s group by key)";

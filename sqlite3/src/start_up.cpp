@@ -1,4 +1,4 @@
-// Completes the write that a crash interrupted.
+// Completes a write that a crash interrupted.
 #include "sqlite3/src/start_up.hpp"
 
 #include <optional>
@@ -17,7 +17,7 @@ namespace {
 
 constexpr const char* kCaller = "dm_sqlite_check_database";
 
-// Carries the journalled item from the primary over to the backup, if the primary holds it undamaged.
+// Copies the journalled item from the primary to the backup when the primary has it undamaged.
 int complete_backup(Operation& operation, const JournalRow& journal) {
   const JournalItem item = journal.item();
   const auto value = base::zeroed_array<char>(static_cast<std::size_t>(item.len));
@@ -44,8 +44,7 @@ int complete_interrupted_write(Operation& operation) {
     KELO_LOG_AS(kCaller, LOG_LVL_DBUG, "dm_sqlite_check_database suc, no need sync\n");
     return 0;
   }
-  // A write that stopped before its row was complete is neither redone nor undone: the next write takes its
-  // place.
+  // A write that stopped before its row was complete is neither repeated nor undone. The next write replaces it.
   if (row->len < 1 || row->state != WS_WRITE_DONE) return 0;
   return complete_backup(operation, *row);
 }

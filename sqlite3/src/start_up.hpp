@@ -1,4 +1,4 @@
-// What the first registration of a process does about what an earlier one left.
+// The completion of a write that a crash interrupted, at the first registration of a process.
 #ifndef KELO_SQLITE3_START_UP_HPP
 #define KELO_SQLITE3_START_UP_HPP
 
@@ -6,8 +6,8 @@
 
 namespace kelo::store {
 
-// Carries the item of an interrupted write from the primary to the backup, when the journal says that the primary was
-// written. Returns 0 when there was nothing to do or it was done, -1 otherwise. Wants the store exclusively.
+// Copies the item of an interrupted write from the primary to the backup when the journal says that the primary was
+// written. Returns 0 on success or when there was nothing to do, and -1 otherwise. The caller has exclusive access.
 int complete_interrupted_write(Operation& operation);
 
 }  // namespace kelo::store

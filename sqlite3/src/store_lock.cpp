@@ -1,4 +1,4 @@
-// Takes and releases the lock that the processes of a store share.
+// The lock of a store, and locks on ranges of bytes of its files.
 #include "sqlite3/src/store_lock.hpp"
 
 #include <fcntl.h>
@@ -19,7 +19,7 @@ namespace {
 
 constexpr int kPatienceMilliseconds = 5000;
 
-// The bytes of the lock file that are locked, each for itself.
+// Each of these bytes of the lock file is a lock of its own.
 constexpr off_t kGateByte = 0;
 constexpr off_t kStoreByte = 1;
 constexpr off_t kCopyByte = 2;
@@ -37,8 +37,8 @@ struct flock range(short type, off_t start, off_t length) {
   return lock;
 }
 
-// The locks belong to the open file and not to the process, so that threads exclude each other as well, and
-// closing another descriptor of the file takes none away.
+// The locks belong to the open file and not to the process. So they work between threads as well, and closing another
+// descriptor of the file does not release them.
 bool try_lock(int fd, short type, off_t start, off_t length = 1) {
   struct flock lock = range(type, start, length);
   return base::retry_interrupted([&] { return fcntl(fd, F_OFD_SETLK, &lock); }) == 0;
@@ -54,37 +54,37 @@ bool lock_in_time(int fd, short type, off_t start, const base::Deadline& deadlin
   return true;
 }
 
-// Makes the lock file. Whoever may write the database may lock it, and nobody else: a lock that anybody can take and
-// keep would stop the store.
+// Makes the lock file. Only users who may write the database may lock it, since a lock that every user can hold would
+// let any of them stop the store.
 int make_lock_file(LockDescriptor& file, const char* path, int flags, const char* database) {
-  constexpr mode_t kUsualMode = 0644;  // SQLite's, for a database that is not there yet
+  constexpr mode_t kUsualMode = 0644;  // SQLite makes a missing database with it
   struct stat status {};
   const bool there = stat(database, &status) == 0;
   const mode_t writers = (there ? status.st_mode : kUsualMode) & 0222;
   const mode_t mode = writers | writers << 1;
-  if (open_closed_in_child(file, path, flags | O_CREAT | O_EXCL, mode) < 0) return -1;
-  static_cast<void>(fchmod(file.fd, mode));  // whatever the umask took away
+  if (open_lock_descriptor(file, path, flags | O_CREAT | O_EXCL, mode) < 0) return -1;
+  static_cast<void>(fchmod(file.fd, mode));  // the umask may have removed bits
   if (there && geteuid() == 0) static_cast<void>(fchown(file.fd, status.st_uid, status.st_gid) == 0);
   return file.fd;
 }
 
-// A process that may only read the database must not be the one that owns its lock file.
+// A process that may only read the database must not own its lock file.
 bool may_make_lock_file(const char* database) { return access(database, W_OK) == 0 || errno == ENOENT; }
 
 int open_lock_file(LockDescriptor& file, const char* database) {
   constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
   const LockPath path = lock_path(database);
   for (;;) {
-    if (open_closed_in_child(file, path.c_str(), kFlags, 0) >= 0 || errno != ENOENT) return file.fd;
+    if (open_lock_descriptor(file, path.c_str(), kFlags, 0) >= 0 || errno != ENOENT) return file.fd;
     if (!may_make_lock_file(database)) return -1;
     if (make_lock_file(file, path.c_str(), kFlags, database) >= 0) return file.fd;
     if (errno != EEXIST) return -1;
   }
 }
 
-// Whether SQLite itself will refuse to write where the lock file cannot be opened: then there is nothing to
-// lock, and its own failure is what the caller gets to see.
-bool nothing_to_write(int error, const char* database) {
+// Returns whether SQLite will refuse to write as well when the lock file could not be opened. Then no lock is needed,
+// and the caller gets SQLite's own failure.
+bool sqlite_will_refuse(int error, const char* database) {
   if (error == ENOENT || error == ENOTDIR || error == EROFS) return true;
   return (error == EACCES || error == EPERM) && access(lock_path(database).c_str(), F_OK) != 0;
 }
@@ -96,22 +96,22 @@ StoreLock::StoreLock(const char* caller, const char* database, Access access)
   held_ = take();
 }
 
-StoreLock::~StoreLock() { give_up(); }
+StoreLock::~StoreLock() { release(); }
 
 bool StoreLock::take() {
-  if (!sqlite_usable()) {
+  if (!process_may_use_sqlite()) {
     KELO_LOG_AS(caller_, LOG_LVL_ERR, "%s: forked during an operation, only a new program can use it\n",
                 database_);
     return false;
   }
   if (open_lock_file(file_, database_) < 0) {
-    if (!exclusive() || nothing_to_write(errno, database_)) return true;
+    if (!exclusive() || sqlite_will_refuse(errno, database_)) return true;
     KELO_LOG_AS(caller_, LOG_LVL_ERR, "%s-lock cannot be opened, nothing was done: %s\n", database_,
                 std::strerror(errno));
     return false;
   }
-  // Everybody passes the gate, where a writer waits until those who read have left: new ones cannot keep it
-  // out for ever. Usually nobody waits, and one call takes both bytes.
+  // Every operation locks the gate byte first. A writer holds it while it waits for the readers, so that new readers
+  // wait for the writer. When no process waits, one call locks both bytes.
   const base::Deadline deadline(kPatienceMilliseconds);
   const short type = exclusive() ? F_WRLCK : F_RDLCK;
   if (try_lock(file_.fd, type, kGateByte, kStoreByte + 1) ||
@@ -122,13 +122,13 @@ bool StoreLock::take() {
   }
   KELO_LOG_AS(caller_, LOG_LVL_ERR, "%s-lock was held by others for %d ms, nothing was done\n", database_,
               kPatienceMilliseconds);
-  give_up();
+  release();
   return false;
 }
 
-void StoreLock::give_up() {
+void StoreLock::release() {
   const base::ErrnoKeeper keep;
-  // A child that was made just now may still have the descriptor, so closing it alone would not do.
+  // A new child may still have the descriptor, so closing it here would not release the lock.
   if (file_.fd >= 0) static_cast<void>(try_lock(file_.fd, F_UNLCK, 0, 0));
   close_lock_descriptor(file_);
   held_ = false;
@@ -136,39 +136,39 @@ void StoreLock::give_up() {
 
 bool StoreLock::make_exclusive() {
   if (exclusive()) return held_;
-  give_up();
+  release();
   access_ = Access::exclusive;
   return held_ = take();
 }
 
-ByteLock::~ByteLock() {
-  // A child that was made just now may still have the descriptor.
+ByteRangeLock::~ByteRangeLock() {
+  // A new child may still have the descriptor, so closing it here would not release the lock.
   if (file_.fd >= 0) static_cast<void>(try_lock(file_.fd, F_UNLCK, start_, length_));
   close_lock_descriptor(file_);
 }
 
-void ByteLock::announce_copy(const char* store) {
+void ByteRangeLock::announce_copy(const char* store) {
   constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
-  if (open_closed_in_child(file_, lock_path(store).c_str(), kFlags, 0) < 0) return;
+  if (open_lock_descriptor(file_, lock_path(store).c_str(), kFlags, 0) < 0) return;
   if (!try_lock(file_.fd, F_WRLCK, kCopyByte)) close_lock_descriptor(file_);
 }
 
-void ByteLock::leave_to_command() { close_lock_descriptor(file_); }
+void ByteRangeLock::leave_to_command() { close_lock_descriptor(file_); }
 
-bool ByteLock::wait_for_copies(const char* store) {
+bool ByteRangeLock::wait_for_copies(const char* store) {
   constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
-  if (open_closed_in_child(file_, lock_path(store).c_str(), kFlags, 0) < 0) return true;
+  if (open_lock_descriptor(file_, lock_path(store).c_str(), kFlags, 0) < 0) return true;
   start_ = kCopyByte;
   length_ = 1;
   const base::Deadline deadline(kPatienceMilliseconds);
   return lock_in_time(file_.fd, F_WRLCK, start_, deadline);
 }
 
-bool ByteLock::keep_writers_out(const char* database) {
-  // Where SQLite keeps its shared locks, a part of the file's form that does not change.
+bool ByteRangeLock::keep_writers_out(const char* database) {
+  // SQLite puts its shared locks on these bytes. They are part of its file format and do not change.
   constexpr off_t kSharedFirst = 0x40000002;
   constexpr off_t kSharedSize = 510;
-  if (open_closed_in_child(file_, database, O_RDONLY | O_CLOEXEC | O_NONBLOCK, 0) < 0) return true;
+  if (open_lock_descriptor(file_, database, O_RDONLY | O_CLOEXEC | O_NONBLOCK, 0) < 0) return true;
   start_ = kSharedFirst;
   length_ = kSharedSize;
   const base::Deadline deadline(kPatienceMilliseconds);

@@ -1,4 +1,4 @@
-// Reads the version records.
+// The version records of the configuration and of the defaults database.
 #include "sqlite3/src/version.hpp"
 
 #include "sqlite3/src/defaults.hpp"

@@ -1,4 +1,4 @@
-// The version record: an item like any other, stored in the configuration and in the defaults database.
+// The version record, an item that is stored in the configuration and in the defaults database.
 #ifndef KELO_SQLITE3_VERSION_HPP
 #define KELO_SQLITE3_VERSION_HPP
 
@@ -14,7 +14,7 @@ inline constexpr std::uint32_t kVersion = SQL_VER;
 inline constexpr int kVersionLength = sizeof kVersion;
 [[gnu::visibility("hidden")]] extern const Row kVersionRow;
 
-// Read the stored versions: 4, or a code of dm_sqlite_result.
+// These read the stored versions. They return 4, the length of a version, or a code of dm_sqlite_result.
 int read_stored_version(Operation& operation, std::uint32_t* version);
 int read_defaults_version(std::uint32_t* version);
 

@@ -20,15 +20,15 @@ endfunction()
 
 set(safe_copy sqlite3/src/safe_copy.cpp)
 kelo_without(copy_sync ${safe_copy} "return copy && fsync(copy.get()) == 0;" "return static_cast<bool>(copy);")
-kelo_without(undo ${safe_copy} "if (copy_was_interrupted(target)) undo(Names(target));" "static_cast<void>(target);")
-kelo_without(set_aside_sync ${safe_copy} "return base::sync_directory_of(names.file.c_str()) && rename(" "return rename(")
+kelo_without(undo ${safe_copy} "if (copy_was_interrupted(target)) restore_previous(CopyNames(target));" "static_cast<void>(target);")
+kelo_without(set_aside_sync ${safe_copy} "if (!base::sync_directory_of(names.file.c_str())) return false;" "")
 kelo_without(commit_sync sqlite3/src/item_write.cpp "static_cast<void>(base::sync_directory_of(DB_STATE));" "")
 kelo_without(clean_sync sqlite3/src/clean.cpp "static_cast<void>(base::sync_directory_of(file.path));" "")
 kelo_without(parameter_sync sqlite3/src/parameters/connection.cpp
-  "{ static_cast<void>(base::sync_directory_of(path_of(which))); }" "{ static_cast<void>(which); }")
+  "{ static_cast<void>(base::sync_directory_of(path_of(database))); }" "{ static_cast<void>(database); }")
 kelo_without(restore_sync sqlite3/src/parameters/connection.cpp "base::sync_directory_of(kUserPath)" "true")
 kelo_without(backup_refresh sqlite3/src/repair.cpp
-  "if (good_source(DB_CONFIGBAK) || !good_source(DB_CONFIG)) return;" "return;")
+  "if (is_good_source(DB_CONFIGBAK) || !is_good_source(DB_CONFIG)) return;" "return;")
 kelo_without(update_first sqlite3/src/row.cpp "if (presence != Presence::absent) {" "if (presence == Presence::present) {")
 kelo_without(one_transaction sqlite3/src/defaults_together.cpp
   "if (!execute(db, \"begin immediate\").ok()) return false;" "")

@@ -1,4 +1,4 @@
-// Words the refusals of the exported functions.
+// Logs the refusals of the exported functions.
 #include "sqlite3/src/face/arguments.hpp"
 
 #include "log/library_log.hpp"

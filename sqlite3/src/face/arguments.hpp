@@ -1,4 +1,4 @@
-// What the exported functions of the back-end say about bad arguments.
+// The messages of the exported functions of the back-end about bad arguments.
 #ifndef KELO_SQLITE3_FACE_ARGUMENTS_HPP
 #define KELO_SQLITE3_FACE_ARGUMENTS_HPP
 
@@ -6,8 +6,8 @@
 
 namespace kelo::store {
 
-// Logs that an argument of `function` is null or negative, and returns DM_SQLITE_FAILED. The second form is worded
-// as most of the library words it.
+// These log that an argument of `function` is null or negative, and return DM_SQLITE_FAILED. refuse_null() uses the
+// message of most of the library.
 int refuse_arguments(const char* function);
 int refuse_null(const char* function);
 

@@ -1,4 +1,4 @@
-// The exported functions of registration, start-up and versions.
+// The exported functions for the registration of the back-end, its start-up and its versions.
 #include <atomic>
 
 #include "base/lock.hpp"
@@ -20,9 +20,9 @@ namespace {
 using kelo::base::LockGuard;
 using namespace kelo::store;
 
-// The clean flag is cleared when the clean has ended, well or not: a clean that failed must not leave the store mute
-// until the next boot.
-int clean_slot(const char* backup, int /*one*/, std::int32_t* clean_flag) {
+// The clean flag is cleared also after a clean that failed. Otherwise the data manager would not use the store until
+// the next boot.
+int clean_and_clear_flag(const char* backup, int /*one*/, std::int32_t* clean_flag) {
   const int result = dm_sqlite_clean(backup);
   if (clean_flag != nullptr) std::atomic_ref<std::int32_t>(*clean_flag).store(0, std::memory_order_release);
   return result;
@@ -30,7 +30,7 @@ int clean_slot(const char* backup, int /*one*/, std::int32_t* clean_flag) {
 
 constexpr kelo_dm_operations kOperations = {dm_sqlite_write,
                                             dm_sqlite_read,
-                                            clean_slot,
+                                            clean_and_clear_flag,
                                             dm_sqlite_def_db_const,
                                             dm_sqlite_def_db_read,
                                             dm_sqlite_read_CfgDB_version,
@@ -77,15 +77,15 @@ void log_unreadable_version(const char* caller, int result) {
   }
 }
 
-// Mends what no read or write has to do with: a primary that is no database, beside a good backup, and rows of one
-// key that an older release may have made.
-void mend_databases(const char* caller) {
-  replace_useless_primary(caller);
+// Repairs what reads and writes do not repair: a primary that is not a database, and several rows of one key, which
+// an older release may have made.
+void repair_at_start_up(const char* caller) {
+  replace_invalid_primary(caller);
   for (const char* const path : {DB_CONFIG, DB_CONFIGBAK, DB_STATE}) remove_duplicate_rows(path);
 }
 
-// The steps of the first registration in a process. False when the store could not be had: the next registration
-// makes up for them.
+// Does the work of the first registration in a process. Returns false when the store could not be locked: the next
+// registration repeats the work then.
 bool start_up(const char* caller) {
   Operation operation(caller, Access::exclusive);
   if (operation) {
@@ -97,7 +97,7 @@ bool start_up(const char* caller) {
     const VersionMatch match = compare_with_library(stored);
     log_match(caller, match, stored);
     if (match == VersionMatch::same) complete_interrupted_write(operation);
-    mend_databases(caller);
+    repair_at_start_up(caller);
   } else if (result == DM_SQLITE_NOT_PREPARED) {
     store_first_version(caller);
   } else {

@@ -1,4 +1,4 @@
-// The exported functions about whole databases: checks, journal, clean, export and shell commands.
+// The exported functions for checks, the journal, the clean, the export and shell commands.
 #include <unistd.h>
 
 #include <span>
@@ -18,7 +18,7 @@
 using namespace kelo::store;
 
 int dm_pal_check_db_exist() {
-  // A file that a crash left under its second name is put back first: it is there all the same.
+  // The operation restores a file that a crash has left under the name "-previous", so that it is found.
   const Operation operation(__func__, Access::shared);
   if (!operation || access(DB_CONFIG, F_OK) != 0 || access(DB_CONFIGBAK, F_OK) != 0) return DM_SQLITE_FAILED;
   KELO_LOG(LOG_LVL_WRN, "config && configbak all exist\n");
@@ -35,7 +35,7 @@ int check_database_health(const char* path) {
 }
 
 int integrity_check_callback(int* is_corrupted, int ncols, char** values, char** /*names*/) {
-  return take_check_row(is_corrupted, ncols, values);
+  return apply_check_row(is_corrupted, ncols, values);
 }
 
 int dm_record_exist(sqlite3* db, const char* table, const char* key) {

@@ -1,4 +1,4 @@
-// The exported functions of the defaults database, and what the data manager stores many defaults with.
+// The exported functions for the defaults database, and the write of many defaults for the data manager.
 #include "sqlite3/src/face/default_access.hpp"
 
 #include <atomic>
@@ -14,7 +14,7 @@ using namespace kelo::store;
 
 namespace {
 
-// Set once the version record has been written into the defaults database.
+// It is true when this process has written the version record into the defaults database.
 std::atomic<bool> defaults_version_written{false};
 
 int read_row_of_default(const ItemRead& item, std::uint32_t* type) {
@@ -30,7 +30,7 @@ int read_row_of_default(const ItemRead& item, std::uint32_t* type) {
 void kelo::store::write_many_defaults(std::span<dm::PendingDefault> defaults) {
   const Operation operation("dm_sqlite_def_db_const", Access::exclusive);
   if (!operation) {
-    defaults.front().done = true;  // it was tried, and the failure is logged
+    defaults.front().done = true;  // its single write would only log the same failure again
     return;
   }
   const auto rows = base::zeroed_array<DefaultRow>(defaults.size() + 1);
@@ -46,7 +46,7 @@ void kelo::store::write_many_defaults(std::span<dm::PendingDefault> defaults) {
   for (std::size_t i = 0; i < defaults.size(); ++i)
     defaults[i].done = rows[i == 0 ? 0 : i + version].state == DefaultRow::State::stored;
   if (rows[version].state == DefaultRow::State::stored) defaults_version_written = true;
-  // The single write of the first default tries the version again, and logs what is wrong with it.
+  // The single write of the first default writes the version again and logs its failure.
   if (!defaults_version_written) defaults.front().done = false;
 }
 

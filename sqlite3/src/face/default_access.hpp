@@ -1,4 +1,4 @@
-// How the back-end stores the defaults that the data manager hands over all at once.
+// The write of many defaults for the data manager.
 #ifndef KELO_SQLITE3_FACE_DEFAULT_ACCESS_HPP
 #define KELO_SQLITE3_FACE_DEFAULT_ACCESS_HPP
 
@@ -8,8 +8,9 @@
 
 namespace kelo::store {
 
-// Stores what it can in one transaction, under one lock, and the version record with the first default of the process.
-// Nothing is written of what is stored already. What it leaves is stored and logged by the single write.
+// Stores as many defaults as possible in one transaction, and the version record with the first default of the
+// process. Defaults that are stored already are not written. The data manager writes the rest one by one, which logs
+// failures.
 void write_many_defaults(std::span<dm::PendingDefault> defaults);
 
 }  // namespace kelo::store

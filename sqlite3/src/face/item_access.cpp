@@ -18,11 +18,11 @@ Row row_of(const char* table, std::uint32_t id, const char* key, std::uint32_t t
   return {table, static_cast<std::int32_t>(id), key, static_cast<std::int32_t>(type), value, len};
 }
 
-bool good(const char* table, const char* key, const void* bytes, int len) {
+bool arguments_are_valid(const char* table, const char* key, const void* bytes, int len) {
   return table != nullptr && key != nullptr && bytes != nullptr && len >= 0;
 }
 
-// A read of the default in another thread may just have put 0 there, for an item without one.
+// Another thread that reads the default of an item without one sets the type to 0.
 std::uint32_t type_of(kelo_dm_item_desc& item) {
   const std::int32_t type = std::atomic_ref(item.type).load(std::memory_order_relaxed);
   return static_cast<std::uint32_t>(type != 0 ? type : item.def_type);
@@ -30,14 +30,14 @@ std::uint32_t type_of(kelo_dm_item_desc& item) {
 
 int journalled_write(std::uint32_t id, const Row& row) {
   constexpr const char* kCaller = "dm_pal_write";
-  if (!good(row.table, row.key, row.value, row.len)) return refuse_arguments(kCaller);
+  if (!arguments_are_valid(row.table, row.key, row.value, row.len)) return refuse_arguments(kCaller);
   const Operation operation(kCaller, Access::exclusive);
   return operation ? write_item(id, row) : DM_SQLITE_FAILED;
 }
 
 int verified_read(const ItemRead& item) {
   constexpr const char* kCaller = "dm_pal_read";
-  if (!good(item.table, item.key, item.buf, item.size)) return refuse_arguments(kCaller);
+  if (!arguments_are_valid(item.table, item.key, item.buf, item.size)) return refuse_arguments(kCaller);
   Operation operation(kCaller, Access::shared);
   return operation ? read_item(operation, item) : DM_SQLITE_NOT_OPENED;
 }
@@ -57,7 +57,7 @@ int dm_pal_write(const char* table, uint32_t id, const char* key, uint32_t type,
 
 int dm_write_db(const char* db_path, const char* table, uint32_t id, const char* key, uint32_t type,
                 const void* value, int len) {
-  if (db_path == nullptr || !good(table, key, value, len)) return refuse_arguments(__func__);
+  if (db_path == nullptr || !arguments_are_valid(table, key, value, len)) return refuse_arguments(__func__);
   const Operation operation(__func__, Access::exclusive);
   if (!operation) return DM_SQLITE_NOT_OPENED;
   return write_row(db_path, row_of(table, id, key, type, value, len), OnCorruption::repair);
@@ -85,7 +85,7 @@ int dm_pal_read(const char* table, const char* key, void* buf, int len) {
 
 int dm_read_db(const char* db_path, const char* table, const char* key, void* buf, uint32_t* crc_out,
                int len) {
-  if (db_path == nullptr || !good(table, key, buf, len)) return refuse_arguments(__func__);
+  if (db_path == nullptr || !arguments_are_valid(table, key, buf, len)) return refuse_arguments(__func__);
   Operation operation(__func__, Access::shared);
   return operation ? read_row(operation, db_path, {table, key, buf, len}, crc_out) : DM_SQLITE_NOT_OPENED;
 }

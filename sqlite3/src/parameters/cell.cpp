@@ -1,4 +1,4 @@
-// Single cells of the user database.
+// The exported functions that read and write a single cell of the user database.
 #include "base/lock.hpp"
 #include "kelo_utils/sqlite.h"
 #include "log/library_log.hpp"
@@ -30,7 +30,7 @@ int kelo_db_update_value(const char* table, const char* name, const void* value,
   }
   const LockGuard lock(parameter_mutex);
   const Column column = {table, name};
-  // A text longer than a statement cannot be stored, so no more of it is looked at.
+  // The size of the value is unknown. A text longer than a statement cannot be stored, so no more of it is read.
   const bool stored = store_variable(__func__, UpdateSpacing::cell, column, type, value, kStatementSize);
   return stored ? 0 : KELO_DB_FAILED;
 }

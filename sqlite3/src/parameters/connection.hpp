@@ -1,4 +1,4 @@
-// The two parameter databases and the connection to one of them that is kept between operations.
+// The two parameter databases and the leases of their connections.
 #ifndef KELO_SQLITE3_PARAMETERS_CONNECTION_HPP
 #define KELO_SQLITE3_PARAMETERS_CONNECTION_HPP
 
@@ -11,41 +11,41 @@ namespace kelo::params {
 
 enum class Database { user, factory };
 
-const char* path_of(Database which);
+const char* path_of(Database database);
 
-// A connection taken out of what is kept for as long as the lease lives: nobody else can close it meanwhile, and no
-// process replaces the file. A row callback that runs on a connection and asks for the same database gets that
-// one again: another would wait for the locks of the first for ever.
-class [[nodiscard]] Lease {
+// Gives a connection to one thread. While the lease exists, no other thread can close the connection, and no process
+// replaces the file. A row callback that asks for the database of its own connection gets the same connection: a
+// second one would wait for the locks of the first and never get them.
+class [[nodiscard]] ConnectionLease {
  public:
-  // A missing user database is first made from the factory's. Failures are logged.
-  explicit Lease(Database which);
-  ~Lease();
-  Lease(const Lease&) = delete;
-  Lease& operator=(const Lease&) = delete;
+  // Makes a missing user database from the factory database. Failures are logged.
+  explicit ConnectionLease(Database database);
+  ~ConnectionLease();
+  ConnectionLease(const ConnectionLease&) = delete;
+  ConnectionLease& operator=(const ConnectionLease&) = delete;
 
   explicit operator bool() const { return db_ != nullptr; }
   [[nodiscard]] sqlite3* get() const { return db_; }
-  // Closes the connection instead of keeping it, unless it is lent.
+  // Closes the connection instead of caching it. A connection of an outer lease stays open.
   void close();
 
  private:
-  void own(store::Database db);
+  void adopt(store::Connection db);
 
-  Database which_;
+  Database database_;
   std::optional<store::StoreLock> lock_;
-  store::Database owned_;
+  store::Connection owned_;
   sqlite3* db_ = nullptr;
 };
 
-// Closes the user connection that is kept. SQLITE_BUSY when a statement runs on one; 0 when there is none.
+// Closes the cached user connection. Returns SQLITE_BUSY when a user connection is leased, and 0 when none is cached.
 int close_user_connection();
 
-// Has the end of the last change survive a power cut.
-void sync_database(Database which);
+// Makes the last change survive a power cut.
+void sync_database(Database database);
 
-// Copies the factory database over the user's. False when that did not come out whole: the user database holds what
-// it held before.
+// Copies the factory database over the user database. Returns false when the copy failed: the user database is
+// unchanged then.
 [[nodiscard]] bool copy_factory_to_user();
 
 }  // namespace kelo::params

@@ -1,4 +1,4 @@
-// The mutexes of the parameter databases.
+// The mutexes of the parameter databases, and their state after a fork().
 #ifndef KELO_SQLITE3_PARAMETERS_MUTEXES_HPP
 #define KELO_SQLITE3_PARAMETERS_MUTEXES_HPP
 
@@ -6,14 +6,14 @@
 
 namespace kelo::params {
 
-// Held for the whole of an operation on parameters, and taken before the lock that other processes share.
+// Serialises operations on parameters. It is locked before the lock that other processes share.
 [[gnu::visibility("hidden")]] extern pthread_mutex_t parameter_mutex;
 
-// Guards what is kept between operations. It is never held while a statement runs.
+// Guards the cached connections and the counts of leases. It is never held while a statement runs.
 [[gnu::visibility("hidden")]] extern pthread_mutex_t cache_mutex;
 
-// Forgets the connections of the process that forked: they are of no use in the child, and closing one there could
-// roll back what its owner has begun.
+// Drops the connections of the parent without closing them. To close one in the child could roll back a transaction
+// of the parent.
 void forget_connections_of_parent();
 
 }  // namespace kelo::params

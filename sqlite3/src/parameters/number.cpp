@@ -1,4 +1,4 @@
-// Reads the number that a cell's text begins with.
+// Reads decimal numbers from the texts of cells.
 #include "sqlite3/src/parameters/number.hpp"
 
 #include <limits>
@@ -19,14 +19,15 @@ std::uint64_t with_digit(std::uint64_t number, char digit) {
   return number * 10 + static_cast<std::uint64_t>(digit - '0');
 }
 
-// Takes a minus or plus sign off the front.
+// Skips a sign and returns whether it is a minus.
 bool take_sign(const char*& text) {
   const bool minus = *text == '-';
   if (minus || *text == '+') ++text;
   return minus;
 }
 
-// The power of ten behind the digits, 0 without one; far beyond what 64 bits hold it stays where it is.
+// Returns the exponent after the digits, or 0 when there is none. It stops growing when no 64-bit number can need
+// more.
 int exponent_of(const char* text) {
   constexpr int kFarBeyond = 100'000'000;
   if (*text != 'e' && *text != 'E') return 0;
@@ -37,31 +38,31 @@ int exponent_of(const char* text) {
   return minus ? -exponent : exponent;
 }
 
-// The leading digits of a number, as many as 64 bits hold, and the power of ten they stand at.
+// The first digits of a number, as many as fit into 64 bits. The number is multiplied by ten to the power.
 struct Digits {
   std::uint64_t number = 0;
   int power = 0;
-  bool cut = false;
+  bool cut = false;  // there are digits that did not fit
 };
 
 Digits take_digits(const char*& text) {
   Digits digits;
-  int behind_point = 0;
+  int after_point = 0;
   for (;; ++text) {
-    if (*text == '.' && behind_point == 0) {
-      behind_point = 1;
+    if (*text == '.' && after_point == 0) {
+      after_point = 1;
       continue;
     }
     if (!is_digit(*text)) return digits;
     digits.cut = digits.cut || !fits(digits.number, *text);
     if (!digits.cut) digits.number = with_digit(digits.number, *text);
-    digits.power += (digits.cut ? 1 : 0) - behind_point;
+    digits.power += (digits.cut ? 1 : 0) - after_point;
   }
 }
 
 std::uint64_t value_of(const Digits& digits, int power) {
   std::uint64_t number = digits.number;
-  // With the digit that did not fit, the number is beyond what one of zero could show.
+  // The digits that did not fit make the number greater than 64 bits can hold.
   if (power > 0 && digits.cut) return kGreatest;
   for (; power > 0 && number != 0; --power) {
     if (!fits(number, '0')) return kGreatest;

@@ -1,4 +1,4 @@
-// The number that a cell's text begins with.
+// Numbers in the texts of cells.
 #ifndef KELO_SQLITE3_PARAMETERS_NUMBER_HPP
 #define KELO_SQLITE3_PARAMETERS_NUMBER_HPP
 
@@ -6,8 +6,9 @@
 
 namespace kelo::params {
 
-// Reads a decimal number, whatever the locale: blanks, a sign, digits, a fraction that is dropped, an exponent.
-// 0 when there is none; what is above 64 bits gives their greatest value; a minus sign gives the complement.
+// Reads the decimal number at the start of `text`, independent of the locale: blanks, a sign, digits, a fraction and
+// an exponent. The fraction is dropped. Returns 0 when there is no number, the greatest value when 64 bits cannot
+// hold it, and the complement after a minus sign.
 std::uint64_t decimal_number(const char* text);
 
 }  // namespace kelo::params

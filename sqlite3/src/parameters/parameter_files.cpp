@@ -1,4 +1,4 @@
-// The parameter databases as a whole: any statement, the kept connection, the return to the factory settings.
+// The exported functions for whole parameter databases: any statement, the cached connection, the factory settings.
 #include "base/lock.hpp"
 #include "kelo_utils/sqlite.h"
 #include "log/library_log.hpp"
@@ -14,7 +14,7 @@ int kelo_db_exec_cmd(const char* sql, kelo_db_row_fn callback, void* arg, int wh
   }
   KELO_LOG(LOG_LVL_DBUG, "executeCommand sql_cmd:%s!!\n", sql);
   const Database database = which == kFactory ? Database::factory : Database::user;
-  const Lease connection(database);
+  const ConnectionLease connection(database);
   if (!connection) {
     KELO_LOG(LOG_LVL_ERR, "Error, db:%s open_sqlite_db return faild.\n", path_of(database));
     return KELO_DB_FAILED;

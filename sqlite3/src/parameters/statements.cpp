@@ -1,4 +1,4 @@
-// Runs the statements that read and write parameters.
+// Runs the statements that read and write parameters, and quotes their texts.
 #include "sqlite3/src/parameters/statements.hpp"
 
 #include <string_view>
@@ -13,17 +13,17 @@ namespace {
 using store::Outcome;
 using store::Rows;
 
-// SQLite takes a text in double quotes for a column where one has that name, and would store that column's
-// value. While this guard lives it refuses to, with SQLITE_AUTH.
-class TextsAreNoColumns {
+// SQLite treats a text in double quotes as a column when a column has that name, and would store that column's value.
+// While this guard exists, SQLite refuses such a statement with SQLITE_AUTH.
+class ColumnReadGuard {
  public:
-  explicit TextsAreNoColumns(sqlite3* db) : db_(db) { sqlite3_set_authorizer(db_, refuse_columns, nullptr); }
-  ~TextsAreNoColumns() { sqlite3_set_authorizer(db_, nullptr, nullptr); }
-  TextsAreNoColumns(const TextsAreNoColumns&) = delete;
-  TextsAreNoColumns& operator=(const TextsAreNoColumns&) = delete;
+  explicit ColumnReadGuard(sqlite3* db) : db_(db) { sqlite3_set_authorizer(db_, refuse_columns, nullptr); }
+  ~ColumnReadGuard() { sqlite3_set_authorizer(db_, nullptr, nullptr); }
+  ColumnReadGuard(const ColumnReadGuard&) = delete;
+  ColumnReadGuard& operator=(const ColumnReadGuard&) = delete;
 
  private:
-  // Triggers on the table are none of the statement's own text.
+  // A trigger on the table may read columns, since its text is not part of the statement.
   static int refuse_columns(void* /*context*/, int action, const char* /*table*/, const char* /*column*/,
                             const char* /*schema*/, const char* trigger) {
     return action == SQLITE_READ && trigger == nullptr ? SQLITE_DENY : SQLITE_OK;
@@ -32,9 +32,9 @@ class TextsAreNoColumns {
   sqlite3* db_;
 };
 
-// Writes the same statement with its text, which holds no double quote of its own, in single quotes. False where the
-// text would end those.
-bool write_in_single_quotes(StatementText& plain, const char* update) {
+// Writes the same statement with its text in single quotes. The text has no double quotes. Returns false when it has
+// a single quote, which would end it.
+bool write_in_single_quotes(StatementText& quoted, const char* update) {
   const std::string_view all = update;
   const std::size_t end = all.rfind('"');
   if (end == 0 || end == std::string_view::npos) return false;
@@ -42,19 +42,19 @@ bool write_in_single_quotes(StatementText& plain, const char* update) {
   if (begin == std::string_view::npos) return false;
   const std::string_view text(update + begin + 1, end - begin - 1);
   if (text.find('\'') != std::string_view::npos) return false;
-  plain.print("%.*s'%.*s'%s", static_cast<int>(begin), update, static_cast<int>(text.size()), text.data(),
-              update + end + 1);
+  quoted.print("%.*s'%.*s'%s", static_cast<int>(begin), update, static_cast<int>(text.size()), text.data(),
+               update + end + 1);
   return true;
 }
 
 Outcome run_update(sqlite3* db, const char* update) {
   Outcome outcome = [&] {
-    const TextsAreNoColumns guard(db);
+    const ColumnReadGuard guard(db);
     return store::execute(db, update);
   }();
   if (outcome.code == SQLITE_AUTH) {
-    StatementText plain;
-    if (write_in_single_quotes(plain, update)) return store::execute(db, plain.c_str());
+    StatementText quoted;
+    if (write_in_single_quotes(quoted, update)) return store::execute(db, quoted.c_str());
   }
   return outcome;
 }
@@ -65,14 +65,14 @@ Rows failed_search(int code) {
   return rows;
 }
 
-void end_statement(Lease& connection, Database which) {
-  if (which == Database::user) connection.close();
+void end_statement(ConnectionLease& connection, Database database) {
+  if (database == Database::user) connection.close();
 }
 
 }  // namespace
 
-Rows search_by_table(Database which, const StatementText& select) {
-  Lease connection(which);
+Rows search_by_table(Database database, const StatementText& select) {
+  ConnectionLease connection(database);
   if (!connection) {
     KELO_LOG(LOG_LVL_ERR, "Error, open_sqlite_db return faild.\n");
     return failed_search(SQLITE_CANTOPEN);
@@ -80,7 +80,7 @@ Rows search_by_table(Database which, const StatementText& select) {
   Rows found =
       select.cut() ? failed_search(SQLITE_TOOBIG) : store::select_rows(connection.get(), select.c_str());
   if (found.outcome.ok()) {
-    end_statement(connection, which);
+    end_statement(connection, database);
   } else {
     KELO_LOG(LOG_LVL_ERR, "Error, sqlite3_get_table run faild, sql_cmd:[%s], db err:[%s].\n", select.c_str(),
              found.outcome.text());
@@ -89,7 +89,7 @@ Rows search_by_table(Database which, const StatementText& select) {
 }
 
 bool update_item_to_db(const StatementText& update) {
-  Lease connection(Database::user);
+  ConnectionLease connection(Database::user);
   if (!connection) {
     KELO_LOG(LOG_LVL_ERR, "Error, db:%s open_sqlite_db return faild.\n", path_of(Database::user));
     return false;
@@ -105,10 +105,10 @@ bool update_item_to_db(const StatementText& update) {
   return true;
 }
 
-bool store_variable(const char* caller, UpdateSpacing form, Column column, std::uint32_t type,
+bool store_variable(const char* caller, UpdateSpacing spacing, Column column, std::uint32_t type,
                     const void* variable, std::uint32_t size) {
   StatementText update;
-  return write_update_of_variable(update, caller, form, column, type, variable, size) &&
+  return write_update_of_variable(update, caller, spacing, column, type, variable, size) &&
          store_column(caller, column, update);
 }
 

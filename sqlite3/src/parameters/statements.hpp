@@ -1,4 +1,4 @@
-// The statements that read and write parameters.
+// Runs the statements that read and write parameters.
 #ifndef KELO_SQLITE3_PARAMETERS_STATEMENTS_HPP
 #define KELO_SQLITE3_PARAMETERS_STATEMENTS_HPP
 
@@ -9,15 +9,15 @@
 
 namespace kelo::params {
 
-// Failures are logged. After a success no user connection is kept.
-store::Rows search_by_table(Database which, const StatementText& select);
+// These log failures. After a success they close the user connection.
+store::Rows search_by_table(Database database, const StatementText& select);
 bool update_item_to_db(const StatementText& update);
 
-// Stores a variable. Every failure is logged, under `caller` too.
-bool store_variable(const char* caller, UpdateSpacing form, Column column, std::uint32_t type,
+// Stores a variable. Every failure is logged, also under `caller`.
+bool store_variable(const char* caller, UpdateSpacing spacing, Column column, std::uint32_t type,
                     const void* variable, std::uint32_t size);
 
-// Runs the update of one column; its failure is logged under `caller` too.
+// Runs the update of one column. A failure is logged, also under `caller`.
 bool store_column(const char* caller, Column column, const StatementText& update);
 
 }  // namespace kelo::params

@@ -1,4 +1,4 @@
-// Whole tables of parameters: loading, writing back, reloading from the factory.
+// The exported functions that load, store and reload whole tables of parameters.
 #include <cstddef>
 
 #include "base/lock.hpp"
@@ -21,7 +21,7 @@ using kelo::store::Rows;
 
 constexpr int kEveryParameter = -1;
 
-bool usable(const char* caller, const kelo_db_query* query) {
+bool check_query(const char* caller, const kelo_db_query* query) {
   if (query == nullptr) {
     kelo::log::param_null(caller);
     return false;
@@ -83,7 +83,7 @@ bool reload(const char* caller, const char* table, const kelo_db_param& param) {
 }  // namespace
 
 int kelo_db_query_db_init_struct(const kelo_db_query* query) {
-  if (!usable(__func__, query)) return KELO_DB_FAILED;
+  if (!check_query(__func__, query)) return KELO_DB_FAILED;
   const LockGuard lock(parameter_mutex);
   int result = 0;
   for (const kelo_db_param* param = query->param_table; param->name != nullptr; ++param)
@@ -92,7 +92,7 @@ int kelo_db_query_db_init_struct(const kelo_db_query* query) {
 }
 
 int kelo_db_update_db_from_struct(const kelo_db_query* query, int param_id) {
-  if (!usable(__func__, query)) return KELO_DB_FAILED;
+  if (!check_query(__func__, query)) return KELO_DB_FAILED;
   const LockGuard lock(parameter_mutex);
   bool found = param_id == kEveryParameter;
   bool written = true;
@@ -105,7 +105,7 @@ int kelo_db_update_db_from_struct(const kelo_db_query* query, int param_id) {
 }
 
 int kelo_db_reload_value(const kelo_db_query* query, int param_id) {
-  if (!usable(__func__, query)) return KELO_DB_FAILED;
+  if (!check_query(__func__, query)) return KELO_DB_FAILED;
   const LockGuard lock(parameter_mutex);
   bool found = false;
   bool reloaded = true;

@@ -1,4 +1,4 @@
-// Turns the text of cells into variables, and variables into update statements.
+// Converts the texts of cells into variables, and variables into update statements.
 #include "sqlite3/src/parameters/types.hpp"
 
 #include <algorithm>
@@ -14,7 +14,7 @@ namespace {
 
 using base::TextBuilder;
 
-// Variables are copied byte by byte: a descriptor may point into a packed record.
+// Variables are copied by memcpy(), since they may be unaligned members of packed records.
 template <typename Number>
 Number number_in(const void* variable) {
   Number number{};
@@ -36,60 +36,60 @@ bool read_text(void* variable, std::uint32_t size, const char* text) {
   return true;
 }
 
-// A text that would end its own quotes, or that has no end within its variable, has no literal.
+// Returns false for a text with a double quote, which would end the literal, and for a text without a terminator.
 bool write_text(TextBuilder& update, const void* variable, std::uint32_t size) {
   const char* const text = static_cast<const char*>(variable);
-  const std::size_t room = std::min<std::size_t>(size, kStatementSize);
-  const std::size_t length = strnlen(text, room);
-  if (length == room || std::memchr(text, '"', length) != nullptr) return false;
+  const std::size_t limit = std::min<std::size_t>(size, kStatementSize);
+  const std::size_t length = strnlen(text, limit);
+  if (length == limit || std::memchr(text, '"', length) != nullptr) return false;
   update.print("\"%s\"", text);
   return true;
 }
 
-enum class Kind : std::uint8_t { unknown, bits_8, bits_32, bits_64, text };
+enum class VariableKind : std::uint8_t { unknown, bits_8, bits_32, bits_64, text };
 
-constexpr Kind kind_of(std::uint32_t type) {
+constexpr VariableKind kind_of(std::uint32_t type) {
   switch (type) {
     case KELO_DB_TYPE_8BIT_0:
     case KELO_DB_TYPE_8BIT_1:
-      return Kind::bits_8;
+      return VariableKind::bits_8;
     case KELO_DB_TYPE_32BIT_2:
     case KELO_DB_TYPE_32BIT_4:
     case KELO_DB_TYPE_32BIT_7:
-      return Kind::bits_32;
+      return VariableKind::bits_32;
     case KELO_DB_TYPE_64BIT:
-      return Kind::bits_64;
+      return VariableKind::bits_64;
     case KELO_DB_TYPE_TEXT:
-      return Kind::text;
+      return VariableKind::text;
     default:
-      return Kind::unknown;
+      return VariableKind::unknown;
   }
 }
 
-bool read(Kind kind, void* variable, std::uint32_t size, const char* text) {
+bool read(VariableKind kind, void* variable, std::uint32_t size, const char* text) {
   switch (kind) {
-    case Kind::bits_8:
+    case VariableKind::bits_8:
       return read_number<std::uint8_t>(variable, text);
-    case Kind::bits_32:
+    case VariableKind::bits_32:
       return read_number<std::uint32_t>(variable, text);
-    case Kind::bits_64:
+    case VariableKind::bits_64:
       return read_number<std::uint64_t>(variable, text);
-    case Kind::text:
+    case VariableKind::text:
       return read_text(variable, size, text);
     default:
       return false;
   }
 }
 
-bool write(TextBuilder& update, Kind kind, const void* variable, std::uint32_t size) {
+bool write(TextBuilder& update, VariableKind kind, const void* variable, std::uint32_t size) {
   switch (kind) {
-    case Kind::bits_8:
+    case VariableKind::bits_8:
       update.print("%d", number_in<std::uint8_t>(variable));
       return true;
-    case Kind::bits_32:
+    case VariableKind::bits_32:
       update.print("%d", number_in<std::int32_t>(variable));
       return true;
-    case Kind::bits_64:
+    case VariableKind::bits_64:
       update.print("%llu", static_cast<unsigned long long>(number_in<std::uint64_t>(variable)));
       return true;
     default:
@@ -97,17 +97,15 @@ bool write(TextBuilder& update, Kind kind, const void* variable, std::uint32_t s
   }
 }
 
-// Blanks between "set" and the name of the column.
-constexpr const char* kWideGap = "  ";
-
-const char* gap_of_table(Kind kind) { return kind == Kind::bits_64 ? kWideGap : " "; }
+// Updates have one or two blanks between "set" and the name of the column.
+constexpr const char* kTwoBlanks = "  ";
 
 void log_type(const char* caller, std::uint32_t type) {
   KELO_LOG_AS(caller, LOG_LVL_ERR, "Error, param_type:%d \n", static_cast<int>(type));
 }
 
-void begin_update(TextBuilder& update, const char* gap, Column column) {
-  update.print("update %s set%s%s = ", column.table, gap, column.name);
+void begin_update(TextBuilder& update, const char* blanks, Column column) {
+  update.print("update %s set%s%s = ", column.table, blanks, column.name);
 }
 
 bool end_update(const TextBuilder& update, const char* caller, Column column, bool written) {
@@ -125,21 +123,22 @@ bool read_variable(const char* caller, std::uint32_t type, void* variable, std::
   return false;
 }
 
-bool write_update_of_variable(StatementText& update, const char* caller, UpdateSpacing form, Column column,
+bool write_update_of_variable(StatementText& update, const char* caller, UpdateSpacing spacing, Column column,
                               std::uint32_t type, const void* variable, std::uint32_t size) {
-  const Kind kind = kind_of(type);
-  if (kind == Kind::unknown) {
+  const VariableKind kind = kind_of(type);
+  if (kind == VariableKind::unknown) {
     log_type(caller, type);
     return false;
   }
-  begin_update(update, form == UpdateSpacing::table ? gap_of_table(kind) : kWideGap, column);
+  const bool one_blank = spacing == UpdateSpacing::table && kind != VariableKind::bits_64;
+  begin_update(update, one_blank ? " " : kTwoBlanks, column);
   const bool written = write(update, kind, variable, size);
   return end_update(update.put(';'), caller, column, written);
 }
 
 bool write_update_of_factory_text(StatementText& update, const char* caller, Column column,
                                   const char* text) {
-  begin_update(update, kWideGap, column);
+  begin_update(update, kTwoBlanks, column);
   return end_update(update, caller, column, write_text(update, text == nullptr ? "" : text, kStatementSize));
 }
 

@@ -1,4 +1,4 @@
-// How a parameter's variable and the text of its cell turn into each other.
+// Conversions between the variable of a parameter and the text of its cell.
 #ifndef KELO_SQLITE3_PARAMETERS_TYPES_HPP
 #define KELO_SQLITE3_PARAMETERS_TYPES_HPP
 
@@ -12,28 +12,29 @@ namespace kelo::params {
 inline constexpr std::size_t kStatementSize = 256;
 using StatementText = store::FixedText<kStatementSize>;
 
-// Names one column of one table.
+// A column of a table.
 struct Column {
   const char* table;
   const char* name;
 };
 
-// Converts a cell's text, null for SQL's NULL, into a variable of `size` bytes. False, logged under `caller`,
-// when the type is not one of the table or has no room in the variable, which is then left alone.
+// Converts the text of a cell, which is null for SQL's NULL, into a variable of `size` bytes. Returns false, and logs
+// it under `caller`, when the type is unknown or the variable is too small. The variable is unchanged then.
 bool read_variable(const char* caller, std::uint32_t type, void* variable, std::uint32_t size,
                    const char* text);
 
+// The functions for tables and for single cells write update statements with different blanks.
 enum class UpdateSpacing { table, cell };
 
-// Writes the statement that stores a variable into `update`, which is empty. False, logged under `caller`, when there
-// is no such statement.
-bool write_update_of_variable(StatementText& update, const char* caller, UpdateSpacing form, Column column,
+// Writes the statement that stores a variable into the empty text `update`. Returns false, and logs it under
+// `caller`, when there is no such statement.
+bool write_update_of_variable(StatementText& update, const char* caller, UpdateSpacing spacing, Column column,
                               std::uint32_t type, const void* variable, std::uint32_t size);
 
-// The same with the statement that stores a factory text, whatever the type.
+// Does the same for a text from the factory database, with a parameter of any type.
 bool write_update_of_factory_text(StatementText& update, const char* caller, Column column, const char* text);
 
-// Logs that a column kept its value.
+// Logs that a column was not updated.
 void log_failed_update(const char* caller, Column column);
 
 }  // namespace kelo::params
