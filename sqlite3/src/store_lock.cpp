@@ -28,6 +28,12 @@ using LockPath = FixedText<128>;
 
 LockPath lock_path(const char* database) { return LockPath("%s-lock", database); }
 
+constexpr int kLockFileFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+
+int open_existing_lock_file(LockDescriptor& file, const char* database) {
+  return open_lock_descriptor(file, lock_path(database).c_str(), kLockFileFlags, 0);
+}
+
 struct flock range(short type, off_t start, off_t length) {
   struct flock lock {};
   lock.l_type = type;
@@ -56,13 +62,14 @@ bool lock_in_time(int fd, short type, off_t start, const base::Deadline& deadlin
 
 // Makes the lock file. Only users who may write the database may lock it, since a lock that every user can hold would
 // let any of them stop the store.
-int make_lock_file(LockDescriptor& file, const char* path, int flags, const char* database) {
+int make_lock_file(LockDescriptor& file, const char* database) {
   constexpr mode_t kUsualMode = 0644;  // SQLite makes a missing database with it
   struct stat status {};
   const bool there = stat(database, &status) == 0;
   const mode_t writers = (there ? status.st_mode : kUsualMode) & 0222;
   const mode_t mode = writers | writers << 1;
-  if (open_lock_descriptor(file, path, flags | O_CREAT | O_EXCL, mode) < 0) return -1;
+  if (open_lock_descriptor(file, lock_path(database).c_str(), kLockFileFlags | O_CREAT | O_EXCL, mode) < 0)
+    return -1;
   static_cast<void>(fchmod(file.fd, mode));  // the umask may have removed bits
   if (there && geteuid() == 0) static_cast<void>(fchown(file.fd, status.st_uid, status.st_gid) == 0);
   return file.fd;
@@ -72,12 +79,10 @@ int make_lock_file(LockDescriptor& file, const char* path, int flags, const char
 bool may_make_lock_file(const char* database) { return access(database, W_OK) == 0 || errno == ENOENT; }
 
 int open_lock_file(LockDescriptor& file, const char* database) {
-  constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
-  const LockPath path = lock_path(database);
   for (;;) {
-    if (open_lock_descriptor(file, path.c_str(), kFlags, 0) >= 0 || errno != ENOENT) return file.fd;
+    if (open_existing_lock_file(file, database) >= 0 || errno != ENOENT) return file.fd;
     if (!may_make_lock_file(database)) return -1;
-    if (make_lock_file(file, path.c_str(), kFlags, database) >= 0) return file.fd;
+    if (make_lock_file(file, database) >= 0) return file.fd;
     if (errno != EEXIST) return -1;
   }
 }
@@ -148,16 +153,14 @@ ByteRangeLock::~ByteRangeLock() {
 }
 
 void ByteRangeLock::announce_copy(const char* store) {
-  constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
-  if (open_lock_descriptor(file_, lock_path(store).c_str(), kFlags, 0) < 0) return;
+  if (open_existing_lock_file(file_, store) < 0) return;
   if (!try_lock(file_.fd, F_WRLCK, kCopyByte)) close_lock_descriptor(file_);
 }
 
 void ByteRangeLock::leave_to_command() { close_lock_descriptor(file_); }
 
 bool ByteRangeLock::wait_for_copies(const char* store) {
-  constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
-  if (open_lock_descriptor(file_, lock_path(store).c_str(), kFlags, 0) < 0) return true;
+  if (open_existing_lock_file(file_, store) < 0) return true;
   start_ = kCopyByte;
   length_ = 1;
   const base::Deadline deadline(kPatienceMilliseconds);
