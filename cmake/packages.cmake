@@ -1,7 +1,11 @@
 # Debian packages of the installed components: libkelo-utils0 with the shared library, libkelo-utils-dev, and
-# libkelo-utils0-dbgsym with the debug information taken out of the library. cmake/packages/make.sh makes them.
+# libkelo-utils0-dbgsym with the debug information taken out of the library; with KELO_BUILD_DOCS, libkelo-utils-doc
+# with the manual, which is the same for every machine. cmake/packages/make.sh makes them.
 set(CPACK_GENERATOR DEB)
 set(CPACK_COMPONENTS_ALL runtime development)
+if(KELO_BUILD_DOCS)
+  list(APPEND CPACK_COMPONENTS_ALL documentation)
+endif()
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_PACKAGE_CONTACT "Maintainers of libkelo_utils <maintainers@libkelo-utils.invalid>"
@@ -31,6 +35,12 @@ Headers, archives, pkg-config modules and the CMake package, to build daemons
 that link libkelo-utils0.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libkelo-utils0 (= ${PROJECT_VERSION}), libsqlite3-dev")
 
+set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_NAME libkelo-utils-doc)
+set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_SECTION doc)
+set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_DOCUMENTATION_DESCRIPTION "shared utility library of the router's daemons (manual)
+Every function, record and file format as HTML, and manual pages of section 3.")
+
 # The tools of the toolchain: those of the building machine cannot read a foreign library.
 set(CPACK_OBJCOPY_EXECUTABLE ${CMAKE_OBJCOPY})
 set(CPACK_READELF_EXECUTABLE ${CMAKE_READELF})
@@ -38,5 +48,6 @@ set(CPACK_KELO_STRIP ${CMAKE_STRIP})
 
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE
                                                 WORLD_READ WORLD_EXECUTE)
-set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/packages/strip_archives.cmake)
+set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/packages/strip_archives.cmake
+                            ${CMAKE_CURRENT_LIST_DIR}/packages/compress_pages.cmake)
 include(CPack)

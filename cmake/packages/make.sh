@@ -26,7 +26,9 @@ for package in "$build/packages"/*.*deb; do
   mkdir -p "$build/packages/mended"
   dpkg-deb --raw-extract "$package" "$tree"
   rm -f "$tree/DEBIAN/postinst" "$tree/DEBIAN/postrm"
-  sed -i -e '/^Package-Type:/d' -e '/^Maintainer:/a Multi-Arch: same' "$tree/DEBIAN/control"
+  same=same
+  ! grep -qx 'Architecture: all' "$tree/DEBIAN/control" || same=foreign
+  sed -i -e '/^Package-Type:/d' -e "/^Maintainer:/a Multi-Arch: $same" "$tree/DEBIAN/control"
   sed -i 's|  /.*/usr/lib/debug/|  usr/lib/debug/|' "$tree/DEBIAN/md5sums"
   find "$tree" -name '*.debug' -exec chmod 644 {} +
   # A file that is compressed in several threads differs from one that is compressed in a single thread.

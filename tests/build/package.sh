@@ -4,7 +4,7 @@
 # What is in them is for package_contents.sh to say.
 # shellcheck source=common.sh
 . "$(dirname -- "${BASH_SOURCE[0]}")/common.sh"
-for tool in dpkg-shlibdeps dpkg-architecture dpkg-deb cpack file; do
+for tool in dpkg-shlibdeps dpkg-architecture dpkg-deb cpack file doxygen; do
   command -v "$tool" > /dev/null || { echo "[  SKIPPED ] this machine makes no packages: no $tool" && exit 77; }
 done
 build=$WORK/package

@@ -17,7 +17,12 @@ wrong() {
   echo "$architecture: $*"
   failed=1
 }
-package() { echo "$folder/${1}_${version}_$architecture.deb"; }
+package() {
+  case $1 in
+    *-doc) echo "$folder/${1}_${version}_all.deb" ;;
+    *) echo "$folder/${1}_${version}_$architecture.deb" ;;
+  esac
+}
 
 # expect_files PACKAGE: the lines of standard input are its files, each with its mode.
 expect_files() {
@@ -43,13 +48,15 @@ expect_field() {
   [[ $value =~ ^$3$ ]] || wrong "$1: $2 is '$value', not '$3'"
 }
 
-for name in libkelo-utils0 libkelo-utils0-dbgsym libkelo-utils-dev; do
+for name in libkelo-utils0 libkelo-utils0-dbgsym libkelo-utils-dev libkelo-utils-doc; do
   [ -f "$(package $name)" ] || { echo "no $(package $name)" && exit 1; }
   dpkg-deb -x "$(package $name)" "$root"
   expect_field $name Package $name
   expect_field $name Version "${version//./\\.}"
-  expect_field $name Architecture "$architecture"
-  expect_field $name Multi-Arch same
+  case $name in
+    *-doc) expect_field $name Architecture all && expect_field $name Multi-Arch foreign ;;
+    *) expect_field $name Architecture "$architecture" && expect_field $name Multi-Arch same ;;
+  esac
   expect_field $name Source libkelo-utils
   expect_field $name Maintainer '.+ <.+@.+>'
 done
@@ -79,11 +86,27 @@ lrwxrwxrwx $own/libkelo_utils.so -> libkelo_utils.so.0
 -rw-r--r-- $own/cmake/kelo_utils/kelo_utils-targets.cmake
 -rw-r--r-- $own/cmake/kelo_utils/kelo_utils-targets-minsizerel.cmake
 END
+# Of the manual the start page, a page for each header and a manual page for each exported name are listed.
+manual=$(dpkg-deb -c "$(package libkelo-utils-doc)" | awk '!/^d/ { print $1, $2, substr($0, index($0, "./") + 2) }')
+html="-rw-r--r-- root/root usr/share/doc/libkelo-utils-doc/html"
+pages="-rw-r--r-- root/root usr/share/man/man3"
+wanted=$(
+  printf '%s\n' "$html/index.html"
+  (cd "$SOURCE_TREE/include/kelo_utils" && printf '%s\n' *.h) | sed "s|.*|$pages/&.3.gz|"
+  (cd "$SOURCE_TREE/include/kelo_utils" && printf '%s\n' *.h) | sed "s|_|__|g; s|\(.*\)\.h|$html/\1_8h.html|"
+  grep '^[A-Za-z_]' "$SOURCE_TREE/abi/exports.txt" | sed "s|.*|$pages/&.3.gz|; s|/strsep\.3|&kelo|"
+)
+missing=$(sort <<< "$wanted" | comm -23 - <(sort <<< "$manual"))
+[ -z "$missing" ] || wrong "libkelo-utils-doc lacks" "$missing"
+strange=$(grep -vE "^($html/.*|$pages/[A-Za-z0-9_.]+\.3(kelo)?\.gz)\$" <<< "$manual" || :)
+[ -z "$strange" ] || wrong "libkelo-utils-doc has" "$strange"
+find "$root/usr/share/man" -name '*.gz' -exec gzip -t {} + || wrong "manual pages that are not compressed"
 if grep -rlF -e "$SOURCE_TREE" -e "$BINARY_TREE" "$root"; then wrong "names the folders it was built in"; fi
 
 expect_control libkelo-utils0 control md5sums shlibs triggers
 expect_control libkelo-utils0-dbgsym control md5sums
 expect_control libkelo-utils-dev control md5sums
+expect_control libkelo-utils-doc control md5sums
 
 # --- Fields -------------------------------------------------------------------------------------------------
 
