@@ -319,9 +319,9 @@ KELO_API int oem_watch(const char* name, int line, const char* fmt, ...) KELO_PR
  * shell interprets quotes, dollar signs, back-quotes and backslashes in `msg`, and every character of `path`
  * that has a meaning for it. Pass plain text, never text from outside.
  *
- * The command is cut at 2047 characters, and the part that is left is run. `msg` and `path` of 2011
- * characters together are complete. When `path` is cut, a file of the shorter name is written. When `msg` is
- * cut, the shell finds no closing quote, complains on standard error and writes nothing.
+ * The command is cut at 2047 characters, and the part that is left is run. A `msg` and a `path` of at most
+ * 2011 characters together are complete. When `path` is cut, a file of the shorter name is written. When
+ * `msg` is cut, the shell finds no closing quote, complains on standard error and writes nothing.
  *
  * The command is run and logged as by kelo_system_call().
  *

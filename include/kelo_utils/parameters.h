@@ -62,8 +62,8 @@
  *
  * Connections: at most one is kept open between calls. A successful read or update of the user database
  * closes it. A failure, a read of the factory database and kelo_db_exec_cmd() leave it open. A connection to
- * a file that another process has replaced meanwhile is closed and not used again. When another program has
- * locked a file through SQLite, it is waited for, five seconds at most, whatever signals arrive.
+ * a file that another process has replaced meanwhile is closed and not used again. A function waits up to
+ * five seconds, whatever signals arrive, for a file that another program has locked through SQLite.
  *
  * Locks: one mutex of the process, the parameter lock, allows one function at a time. Only kelo_db_exec_cmd()
  * and kelo_db_restore_factory() do not take it. All processes share a second lock, on the file

@@ -27,8 +27,8 @@
  * works, the operation waits for it, too, for five seconds. A process that may not open the lock file reads
  * without the lock, repairs nothing, and may fail to read while another process writes.
  *
- * When another program holds a lock on a database through SQLite, it is waited for, five seconds at most, as
- * well.
+ * A function also waits, up to five seconds, for a lock that another program holds on a database through
+ * SQLite.
  *
  * The mutex of the slots: within one process the functions of a handle also share a mutex, and wait for it
  * without a limit. These are dm_sqlite_write(), dm_sqlite_read(), dm_sqlite_clean(), the version queries and
@@ -508,7 +508,8 @@ KELO_API int dm_sqlite_check_database(void);
  *               which then holds the address of the text. Type 6: the address of a pointer to `len` bytes.
  * @param len    length of the default in bytes, 0 or more.
  * @retval 0     stored.
- * @retval -1    `item` or `value` is null, or the type is another one.
+ * @retval -1    `item` or `value` is null, the type is another one, the length is negative, or the table
+ *               could not be created.
  * @retval -101  the database could not be opened, or the lock of the store was not available in time.
  * @par Blocking
  * It blocks for five file syncs, or more when the table is new, and up to five seconds for the lock of the
@@ -626,7 +627,10 @@ KELO_API int dm_sqlite_clean(const char* backup);
 KELO_API int dm_read_all_tabs_from_db(const char* db_path);
 
 /**
- * Exports the tables that one row of a result names: the row callback of the export. It takes no lock.
+ * Exports the tables that one row of a result names: the row callback of the export.
+ *
+ * The lines are added at the end of the file ::DB_EXPORT_CSV. When this file cannot be opened, nothing is
+ * written. No lock is taken.
  * @param db      the open database, a `struct sqlite3*`.
  * @param ncols   number of columns of the row.
  * @param values  the columns, which are names of tables. A null one is logged and skipped.
