@@ -1,6 +1,6 @@
-// The default hooks of the data manager, which do nothing: without a back-end there is no storage. They are weak and
-// alone in this file. A program that defines one of them gets the calls, whether it links the shared library or the
-// archive.
+// The default hooks of the data manager, which do nothing: without a back-end there is no storage.
+// They are weak and alone in this file, so that a program can define any of them. This works with the shared library and
+// with the archive.
 #include <cstdint>
 
 #include "kelo_utils/data_manager.h"

@@ -1,5 +1,5 @@
-// The data manager's hooks, which call the SQLite back-end. A daemon gets this object by linking kelo_utils_sqlite;
-// it is not part of the library.
+// The data manager's hooks, which call the SQLite back-end.
+// This object is not part of the library. A daemon gets it by linking kelo_utils_sqlite.
 #include <cstdint>
 
 #include "kelo_utils/sqlite.h"

@@ -16,7 +16,7 @@ int on_row(void* is_corrupted, int ncols, char** values, char** /*names*/) {
   return apply_check_row(static_cast<int*>(is_corrupted), ncols, values);
 }
 
-Health refused_open(const OpenResult& opening) {
+Health log_refused_open(const OpenResult& opening) {
   const bool corrupt = opening.code == SQLITE_CORRUPT;
   if (corrupt) {
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "Database is corrupted upon opening: %s (Code: %d)\n", opening.text(),
@@ -28,7 +28,7 @@ Health refused_open(const OpenResult& opening) {
   return corrupt ? Health::corrupt : Health::not_opened;
 }
 
-Health failed_check(const char* path, const Outcome& check, int is_corrupted) {
+Health log_failed_check(const char* path, const Outcome& check, int is_corrupted) {
   const char* const text = check.error ? check.error.get() : "Unknown error";
   const bool corrupt = check.code == SQLITE_CORRUPT;
   if (corrupt) {
@@ -45,10 +45,10 @@ Health failed_check(const char* path, const Outcome& check, int is_corrupted) {
 
 Health health_of(const char* path) {
   const OpenResult opening = open_for_reading(path);
-  if (!opening.ok()) return refused_open(opening);
+  if (!opening.ok()) return log_refused_open(opening);
   int is_corrupted = 0;
   const Outcome check = execute(opening.db.get(), sql::kQuickCheck, on_row, &is_corrupted);
-  if (!check.ok()) return failed_check(path, check, is_corrupted);
+  if (!check.ok()) return log_failed_check(path, check, is_corrupted);
   KELO_LOG_AS(kCaller, LOG_LVL_DBUG, "is_corrupted=%d\n", is_corrupted);
   return static_cast<Health>(is_corrupted);
 }

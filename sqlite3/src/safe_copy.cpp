@@ -59,8 +59,8 @@ struct CopyNames {
 // After a crash at any moment one of two things is true. When there is no "-previous", the target is complete. When
 // there is one, it has the old content. Each name is on storage before the step that relies on it.
 //
-// The target is replaced by a new, empty file before the copy. A `cp` that a dead process has left running then
-// writes into a file that has no name any more.
+// The copy writes into a new file with the name of the target. When a process has died and left its `cp` running, the
+// undo gives that name back to the old file. So `cp` writes into a file that has no name any more.
 bool set_target_aside(const CopyNames& names, const struct stat& old, bool& renamed) {
   unlink(names.replacement.c_str());
   Descriptor replacement = base::open_file(names.replacement.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0600);

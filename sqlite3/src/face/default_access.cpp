@@ -30,7 +30,7 @@ int read_row_of_default(const ItemRead& item, std::uint32_t* type) {
 void kelo::store::write_many_defaults(std::span<dm::PendingDefault> defaults) {
   const Operation operation("dm_sqlite_def_db_const", Access::exclusive);
   if (!operation) {
-    defaults.front().done = true;  // its single write would only log the same failure again
+    defaults.front().done = true;  // the operation has logged its failure already
     return;
   }
   const auto rows = base::zeroed_array<DefaultRow>(defaults.size() + 1);
