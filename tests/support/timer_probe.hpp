@@ -22,7 +22,7 @@ namespace kelo::tests {
 // A wait that takes this long has failed, on a machine under any load.
 inline constexpr std::chrono::seconds kPatience{60};
 
-inline constexpr kelo_timer_span kNever{3600, 0};
+inline constexpr kelo_timer_span kInAnHour{3600, 0};
 inline constexpr kelo_timer_span milliseconds(int count) {
   return {count / 1000, count % 1000 * 1000 * 1000};
 }
@@ -159,7 +159,7 @@ class HeldWorker {
 // A record that adds its name to `calls` whenever it is called, and whose timer ends with it.
 class NamedTimer {
  public:
-  NamedTimer(Calls& calls, int name, kelo_timer_span value = kNever, kelo_timer_span interval = {})
+  NamedTimer(Calls& calls, int name, kelo_timer_span value = kInAnHour, kelo_timer_span interval = {})
       : calls_(calls), name_(name) {
     info.value = value;
     info.interval = interval;

@@ -16,7 +16,7 @@ namespace {
 
 using kelo::tests::Calls;
 using kelo::tests::expire;
-using kelo::tests::kNever;
+using kelo::tests::kInAnHour;
 using kelo::tests::milliseconds;
 using kelo::tests::NamedTimer;
 using kelo::tests::pass_worker;
@@ -60,7 +60,7 @@ TEST_F(TimerCallback, StartsItsTimerAgain) {
 
 TEST_F(TimerCallback, ArmsItsTimerAnew) {
   Changing timer([](Changing& self) {
-    if (self.results.count() == 2) self.info.value = kNever;
+    if (self.results.count() == 2) self.info.value = kInAnHour;
     return kelo_timer_settime(&self.info);
   });
   EXPECT_TRUE(timer.results.wait_for(3));

@@ -1,4 +1,4 @@
-// The life of a timer's record: when nobody looks into it any more, so that it may be freed or used again.
+// The life of a timer's record: when it is not read any more, so that it may be freed or used again.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/syscall.h>
@@ -21,7 +21,7 @@ namespace {
 using kelo::tests::Calls;
 using kelo::tests::expire;
 using kelo::tests::HeldWorker;
-using kelo::tests::kNever;
+using kelo::tests::kInAnHour;
 using kelo::tests::milliseconds;
 using kelo::tests::NamedTimer;
 using kelo::tests::pass_worker;
@@ -137,7 +137,7 @@ TEST_F(TimerRecordLife, DeletedRecordIsNotCalledForItsLifeBefore) {
     ASSERT_TRUE(wait_until([&] { return !timer.is_armed(); }));
     expire(&timer.info);
     ASSERT_EQ(kelo_timer_delete(&timer.info), 0);
-    timer.info.value = kNever;
+    timer.info.value = kInAnHour;
     ASSERT_EQ(kelo_timer_create(&timer.info), 0);
     ASSERT_EQ(kelo_timer_start(&timer.info), 0);
   }

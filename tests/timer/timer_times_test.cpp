@@ -12,7 +12,7 @@
 namespace {
 
 using kelo::tests::Calls;
-using kelo::tests::kNever;
+using kelo::tests::kInAnHour;
 using kelo::tests::LogCapture;
 using kelo::tests::milliseconds;
 using kelo::tests::monotonic_now;
@@ -97,13 +97,13 @@ TEST_F(TimerTimes, PeriodsFollowTheFirstExpiry) {
 }
 
 TEST_F(TimerTimes, ZeroValueLeavesItUnarmed) {
-  for (const kelo_timer_span interval : {kelo_timer_span{0, 0}, kNever}) {
+  for (const kelo_timer_span interval : {kelo_timer_span{0, 0}, kInAnHour}) {
     NamedTimer timer(calls, 1, {0, 0}, interval);
     ASSERT_EQ(kelo_timer_create(&timer.info), 0);
     EXPECT_EQ(kelo_timer_start(&timer.info), 0);
     EXPECT_EQ(timer.info.state, TIMER_STATE_RUNNING);
     EXPECT_FALSE(timer.is_armed());
-    timer.info.value = kNever;
+    timer.info.value = kInAnHour;
     EXPECT_EQ(kelo_timer_settime(&timer.info), 0);
     EXPECT_TRUE(timer.is_armed());
     timer.info.value = {0, 0};
