@@ -1,10 +1,10 @@
-# The target `docs`: the manual in the folder docs of the build, as HTML and as manual pages. It fails where the
-# description of a public function has a gap, so that the target `lint` asks for it. cmake/docs/make.sh makes it.
+# The target `docs` makes the manual in the folder docs of the build, as HTML and as manual pages. It fails where the
+# description of a public function has a gap: for that the target `lint` depends on it.
 option(KELO_BUILD_DOCS "Build the manual, and install it" OFF)
 find_program(KELO_DOXYGEN doxygen)
 if(NOT KELO_DOXYGEN)
   if(KELO_BUILD_DOCS)
-    message(FATAL_ERROR "KELO_BUILD_DOCS wants doxygen")
+    message(FATAL_ERROR "KELO_BUILD_DOCS needs doxygen")
   endif()
   return()
 endif()

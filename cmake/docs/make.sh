@@ -15,7 +15,8 @@ version=$(sed -n 's/^project(kelo_utils VERSION \([0-9.]*\).*/\1/p' CMakeLists.t
   printf 'PROJECT_NUMBER = %s\nOUTPUT_DIRECTORY = "%s"\n' "$version" "$folder"
 } | doxygen -
 
-# Doxygen also makes pages of fields, constants and the pages of docs/.
+# Doxygen also makes manual pages of fields and constants, which have names as plain as `size`, and of the pages in
+# docs/. These are removed.
 exports=$folder/exports
 sed '/^#/d; /^$/d' abi/exports.txt > "$exports"
 cd "$folder/man/man3"
