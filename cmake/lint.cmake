@@ -1,7 +1,7 @@
 # The target `lint`: clang-tidy over every source of every target in the tree, several at a time. A source of several
-# targets is looked at once, with the flags of each. It is looked at again when its object in the first of them is
-# older than itself, a header or its flags, or when a .clang-tidy changed. It also makes the
-# manual, which fails on a gap in it.
+# targets is checked once, with the flags of each. It is checked again when its object in the first of them is older
+# than the source, a header or the flags, or when a .clang-tidy has changed. The manual is made, too: a gap in the
+# headers' comments fails.
 find_program(KELO_CLANG_TIDY clang-tidy)
 if(NOT KELO_CLANG_TIDY OR NOT CMAKE_GENERATOR MATCHES Ninja)
   return()
