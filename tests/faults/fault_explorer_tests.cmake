@@ -1,11 +1,12 @@
 # The fault explorer: the histories of the crash explorer in a program whose calls can be made to fail.
 set(fault_sources call_faults.cpp expectations.cpp experiment.cpp histories.cpp main.cpp obstacles.cpp surroundings.cpp)
 list(TRANSFORM fault_sources PREPEND faults/)
-add_executable(kelo_faults ${fault_sources} $<FILTER:$<TARGET_OBJECTS:kelo_crash_histories>,EXCLUDE,/main\.cpp>)
+add_executable(kelo_faults EXCLUDE_FROM_ALL ${fault_sources} $<FILTER:$<TARGET_OBJECTS:kelo_crash_histories>,EXCLUDE,/main\.cpp>)
 target_link_libraries(kelo_faults PRIVATE kelo_build_options kelo_crash_explorer kelo_utils_sqlite
                       $<TARGET_LINKER_FILE:kelo_utils_static> SQLite::SQLite3 Threads::Threads ${CMAKE_DL_LIBS})
 target_link_options(kelo_faults PRIVATE -rdynamic -Wl,--wrap=posix_spawnp,--wrap=waitpid,--wrap=sqlite3_get_table)
 add_dependencies(kelo_faults kelo_utils_static)
+add_dependencies(explorers kelo_faults)
 
 # kelo_fault_share(NAME EVERY ARGUMENT...): one of so many faults; none may lead to more than callers are told of.
 function(kelo_fault_share name every)
