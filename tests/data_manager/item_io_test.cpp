@@ -56,7 +56,7 @@ class ItemIo : public testing::Test {
   [[nodiscard]] std::vector<std::string> texts(std::string_view function) const {
     std::vector<std::string> found;
     for (const LogLine& line : capture_.lines())
-      if (line.function == function) found.push_back(std::to_string(line.level) + " " + line.text);
+      if (line.function == function) found.push_back(kelo::tests::level_name(line.level) + " " + line.text);
     return found;
   }
 
@@ -89,9 +89,9 @@ TEST_F(ItemIo, WriteStoresAndAnnounces) {
   EXPECT_EQ(3, events[0].len);
   EXPECT_EQ(std::this_thread::get_id(), events[0].thread);
   EXPECT_EQ(1U, events[0].calls_before) << "the storage comes first";
-  EXPECT_EQ((Texts{"0 hash:TAB KEY\n", "0 kelo_dm_is_run_clean: 0", "0 write cb ret:0"}),
+  EXPECT_EQ((Texts{"DBUG hash:TAB KEY\n", "DBUG kelo_dm_is_run_clean: 0", "DBUG write cb ret:0"}),
             texts("oem_dm_write"));
-  EXPECT_EQ(Texts{"1 DM_RD_MEM ret 4\n"}, texts("oem_dm_read"));
+  EXPECT_EQ(Texts{"INFO DM_RD_MEM ret 4\n"}, texts("oem_dm_read"));
 }
 
 TEST_F(ItemIo, WriteOfTheSameValueGoesThrough) {
@@ -141,8 +141,8 @@ TEST_F(ItemIo, WriteDbStoresAChangedValue) {
   EXPECT_EQ("abc", backend().calls[1].bytes);
   ASSERT_EQ(1U, events.size());
   EXPECT_EQ("abc", events[0].data);
-  EXPECT_EQ(Texts{"3 hash:TAB KEY\n"}, texts("oem_dm_read_db"));
-  EXPECT_EQ(Texts{"3 hash:TAB KEY\n"}, texts("oem_dm_write_db"));
+  EXPECT_EQ(Texts{"ERR hash:TAB KEY\n"}, texts("oem_dm_read_db"));
+  EXPECT_EQ(Texts{"ERR hash:TAB KEY\n"}, texts("oem_dm_write_db"));
 }
 
 TEST_F(ItemIo, WriteDbLeavesTheSameValueAlone) {
@@ -150,7 +150,7 @@ TEST_F(ItemIo, WriteDbLeavesTheSameValueAlone) {
   EXPECT_EQ(0, kelo_dm_write_db(handle_.get(), 7, "abc", 3));
   EXPECT_EQ(Texts{"read"}, slots());
   EXPECT_TRUE(events.empty());
-  EXPECT_EQ(Texts{"1 Try to write the same data\n"}, texts("oem_dm_write_db"));
+  EXPECT_EQ(Texts{"INFO Try to write the same data\n"}, texts("oem_dm_write_db"));
 }
 
 TEST_F(ItemIo, WriteDbComparesTheLengthWrittenOnly) {
@@ -169,7 +169,7 @@ TEST_F(ItemIo, WriteDbAfterAFailedRead) {
   EXPECT_EQ(0, kelo_dm_write_db(handle_.get(), 7, "\0\0\0", 3));
   EXPECT_EQ((Texts{"read", "write"}), slots()) << "a failed read is no zero value";
   EXPECT_EQ(1U, events.size());
-  EXPECT_EQ((Texts{"3 hash:TAB KEY\n", "3 oem_dm_read_db def value:7 not register!\n"}),
+  EXPECT_EQ((Texts{"ERR hash:TAB KEY\n", "ERR oem_dm_read_db def value:7 not register!\n"}),
             texts("oem_dm_read_db"));
 }
 
@@ -207,7 +207,7 @@ TEST_F(ItemIo, EmptyStoresNothingAndAnnouncesLengthZero) {
   ASSERT_EQ(1U, events.size());
   EXPECT_EQ(7, events[0].id);
   EXPECT_EQ(0, events[0].len);
-  EXPECT_EQ(Texts{"3 hash:TAB KEY\n"}, texts("oem_dm_empty"));
+  EXPECT_EQ(Texts{"ERR hash:TAB KEY\n"}, texts("oem_dm_empty"));
 }
 
 TEST_F(ItemIo, EmptyHandsOutAZeroWord) {
@@ -237,7 +237,7 @@ TEST_F(ItemIo, ReadReportsTheSizeAndLeavesTheBuffer) {
   buffer.fill('#');
   EXPECT_EQ(16, kelo_dm_read(handle_.get(), 7, buffer.data(), 16));
   EXPECT_EQ(std::string(16, '#'), std::string_view(buffer.data(), 16));
-  EXPECT_EQ(Texts{"1 DM_RD_MEM ret 16\n"}, texts("oem_dm_read"));
+  EXPECT_EQ(Texts{"INFO DM_RD_MEM ret 16\n"}, texts("oem_dm_read"));
   EXPECT_EQ(1, kelo_dm_read(handle_.get(), 8, buffer.data(), 1)) << "an unknown id is not looked up";
   EXPECT_EQ(INT_MAX, kelo_dm_read(handle_.get(), 7, buffer.data(), INT_MAX));
   EXPECT_TRUE(backend().calls.empty());
@@ -255,7 +255,7 @@ TEST_F(ItemIo, ReadDbFillsTheBuffer) {
   EXPECT_EQ(&table_[0].desc, backend().calls[0].item);
   EXPECT_EQ(buffer.data(), backend().calls[0].address);
   EXPECT_EQ(8, backend().calls[0].len);
-  EXPECT_EQ(Texts{"3 hash:TAB KEY\n"}, texts("oem_dm_read_db"));
+  EXPECT_EQ(Texts{"ERR hash:TAB KEY\n"}, texts("oem_dm_read_db"));
   backend().stored.clear();
   EXPECT_EQ(0, kelo_dm_read_db(handle_.get(), 7, buffer.data(), 8)) << "0 bytes are a success";
 }
@@ -284,7 +284,7 @@ TEST_F(ItemIo, ReadFromDbConfigFile) {
   ASSERT_EQ(1U, backend().calls.size());
   EXPECT_EQ("read", backend().calls[0].slot);
   EXPECT_EQ(2, backend().calls[0].len);
-  EXPECT_EQ(Texts{"1 hash:TAB KEY\n"}, texts("oem_dm_read_from_dbconfigfile"));
+  EXPECT_EQ(Texts{"INFO hash:TAB KEY\n"}, texts("oem_dm_read_from_dbconfigfile"));
 }
 
 TEST_F(ItemIo, ReadsWithoutAReadAreFatal) {
@@ -386,7 +386,7 @@ TEST_F(ItemIo, UnknownId) {
   EXPECT_TRUE(events.empty());
   for (const char* function :
        {"oem_dm_write", "oem_dm_write_db", "oem_dm_empty", "oem_dm_read_db", "oem_dm_read_from_dbconfigfile"})
-    EXPECT_EQ(Texts{"3 symLookup failed: 8\n"}, texts(function)) << function;
+    EXPECT_EQ(Texts{"ERR symLookup failed: 8\n"}, texts(function)) << function;
   EXPECT_EQ(5U, capture_.lines().size());
 }
 
@@ -486,12 +486,12 @@ TEST_F(ItemIo, WhileCleaningWritesAreLostAndReadsLeaveTheBuffer) {
     EXPECT_EQ("kept", std::string_view(buffer.data(), 4));
     EXPECT_TRUE(backend().calls.empty());
     EXPECT_TRUE(events.empty());
-    EXPECT_EQ((Texts{"0 hash:TAB KEY\n", "0 kelo_dm_is_run_clean: 1", "3 symLookup failed: 8\n"}),
+    EXPECT_EQ((Texts{"DBUG hash:TAB KEY\n", "DBUG kelo_dm_is_run_clean: 1", "ERR symLookup failed: 8\n"}),
               texts("oem_dm_write"));
-    EXPECT_EQ((Texts{"3 hash:TAB KEY\n", "3 hash:TAB KEY\n"}), texts("oem_dm_read_db"));
-    EXPECT_EQ(Texts{"3 hash:TAB KEY\n"}, texts("oem_dm_write_db"));
-    EXPECT_EQ(Texts{"3 hash:TAB KEY\n"}, texts("oem_dm_empty"));
-    EXPECT_EQ(Texts{"1 hash:TAB KEY\n"}, texts("oem_dm_read_from_dbconfigfile"));
+    EXPECT_EQ((Texts{"ERR hash:TAB KEY\n", "ERR hash:TAB KEY\n"}), texts("oem_dm_read_db"));
+    EXPECT_EQ(Texts{"ERR hash:TAB KEY\n"}, texts("oem_dm_write_db"));
+    EXPECT_EQ(Texts{"ERR hash:TAB KEY\n"}, texts("oem_dm_empty"));
+    EXPECT_EQ(Texts{"INFO hash:TAB KEY\n"}, texts("oem_dm_read_from_dbconfigfile"));
 
     EXPECT_EQ(0, kelo_dm_write_db(handle_.get(), 7, "\0\0", 2));
     EXPECT_EQ(1, capture_.count(LOG_LVL_INFO, "oem_dm_write_db", "Try to write the same data\n"))
@@ -509,7 +509,7 @@ TEST_F(ItemIo, NamesWithoutATerminator) {
   std::memset(table[0].desc.item_key, 'k', sizeof table[0].desc.item_key);
   ASSERT_EQ(0, kelo_dm_reg_def_items(table));
   EXPECT_EQ(0, kelo_dm_empty(handle_.get(), 9));
-  EXPECT_EQ(Texts{"3 hash:" + std::string(32, 't') + " " + std::string(32, 'k') + "\n"},
+  EXPECT_EQ(Texts{"ERR hash:" + std::string(32, 't') + " " + std::string(32, 'k') + "\n"},
             texts("oem_dm_empty"));
 }
 

@@ -49,16 +49,16 @@ TEST(SyncMem, UnknownIdReadsAsMinusOneAndLeavesTheBuffer) {
   const Read read = load(0x1203, 8);
   EXPECT_EQ(-1, read.length);
   EXPECT_EQ("########", read.buffer);
-  EXPECT_EQ(1, capture.count(3, "oem_dm_read_item_from_mem", "read_item:1203 from_mem fail!\n"))
+  EXPECT_EQ(1, capture.count(LOG_LVL_ERR, "oem_dm_read_item_from_mem", "read_item:1203 from_mem fail!\n"))
       << capture.dump();
 }
 
 TEST(SyncMem, FirstWriteAddsAndSaysSo) {
   const LogCapture capture;
   store(0xAB, "value");
-  EXPECT_EQ(
-      1, capture.count(3, "oem_dm_update_item_value_to_mem", "dm_update_item_value_to_mem:no item found \n"));
-  EXPECT_EQ(1, capture.count(0, "oem_dm_add_item_to_mem", " add_item: ab to_mem \n"));
+  EXPECT_EQ(1, capture.count(LOG_LVL_ERR, "oem_dm_update_item_value_to_mem",
+                             "dm_update_item_value_to_mem:no item found \n"));
+  EXPECT_EQ(1, capture.count(LOG_LVL_DBUG, "oem_dm_add_item_to_mem", " add_item: ab to_mem \n"));
   EXPECT_EQ(2u, capture.lines().size()) << capture.dump();
   EXPECT_EQ("value", value_of(0xAB));
 }
@@ -67,7 +67,7 @@ TEST(SyncMem, SecondWriteUpdatesAndSaysSo) {
   store(7, "first");
   const LogCapture capture;
   store(7, "longer second");
-  EXPECT_EQ(1, capture.count(0, "oem_dm_update_item_value_to_mem", " update_len: 13 to_mem \n"));
+  EXPECT_EQ(1, capture.count(LOG_LVL_DBUG, "oem_dm_update_item_value_to_mem", " update_len: 13 to_mem \n"));
   EXPECT_EQ(1u, capture.lines().size()) << capture.dump();
   EXPECT_EQ("longer second", value_of(7));
 }
@@ -76,7 +76,7 @@ TEST(SyncMem, ReadSaysIdAndLength) {
   store(0x10, "four");
   const LogCapture capture;
   load(0x10, 3);
-  EXPECT_EQ(1, capture.count(0, "oem_dm_read_item_from_mem", "read_item:10 from_mem len 3 !!\n"))
+  EXPECT_EQ(1, capture.count(LOG_LVL_DBUG, "oem_dm_read_item_from_mem", "read_item:10 from_mem len 3 !!\n"))
       << capture.dump();
 }
 
@@ -118,7 +118,7 @@ TEST(SyncMem, NullArgumentsOfAnAdditionAreLoggedAndAddNothing) {
   kelo_dm_wr_to_mem(9, nullptr, &length);
   const std::int32_t negative = -1;
   kelo_dm_wr_to_mem(9, "text", &negative);
-  EXPECT_EQ(3, capture.count(3, "oem_dm_add_item_to_mem", "kelo_dm_add_item_to_mem NULL\n"))
+  EXPECT_EQ(3, capture.count(LOG_LVL_ERR, "oem_dm_add_item_to_mem", "kelo_dm_add_item_to_mem NULL\n"))
       << capture.dump();
   EXPECT_EQ(-1, load(9, 4).length);
 }
@@ -131,7 +131,8 @@ TEST(SyncMem, NullArgumentsOfAnUpdateChangeNothing) {
   kelo_dm_wr_to_mem(9, "text", nullptr);
   kelo_dm_wr_to_mem(9, nullptr, &length);
   kelo_dm_wr_to_mem(9, "text", &negative);
-  EXPECT_EQ(3, capture.count_containing(3, "kelo_dm_update_item_value_to_mem NULL\n")) << capture.dump();
+  EXPECT_EQ(3, capture.count_containing(LOG_LVL_ERR, "kelo_dm_update_item_value_to_mem NULL\n"))
+      << capture.dump();
   EXPECT_EQ("kept", value_of(9));
 }
 
@@ -184,8 +185,8 @@ TEST(SyncMem, ThreadsThatFirstWriteTheSameIdEndWithOneItem) {
     });
   }
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(kIds, capture.count_containing(0, " add_item: "));
-  EXPECT_EQ(kIds * (kThreads - 1), capture.count_containing(0, " update_len: "));
+  EXPECT_EQ(kIds, capture.count_containing(LOG_LVL_DBUG, " add_item: "));
+  EXPECT_EQ(kIds * (kThreads - 1), capture.count_containing(LOG_LVL_DBUG, " update_len: "));
   for (int id = 0; id < kIds; ++id) ASSERT_EQ("value", value_of(id));
 }
 

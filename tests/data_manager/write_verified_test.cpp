@@ -67,7 +67,7 @@ class WriteVerified : public testing::Test {
     write(handle, id, "abc", 3);
     std::vector<std::string> found;
     for (const LogLine& line : capture.lines()) {
-      std::string text = std::to_string(line.level) + " " + line.function + " " + line.text;
+      std::string text = kelo::tests::level_name(line.level) + " " + line.function + " " + line.text;
       for (std::size_t at; (at = text.find("_verified")) != std::string::npos;) text.erase(at, 9);
       found.push_back(text);
     }
@@ -170,8 +170,8 @@ TEST_F(WriteVerified, WithoutAWriteIsFatal) {
 TEST_F(WriteVerified, LogsWhatThePlainWriteLogs) {
   backend().stored = "abc";
   EXPECT_THAT(lines_of(kelo_dm_write_verified, handle_.get(), 7),
-              ElementsAre("1 oem_dm_read DM_RD_MEM ret 4\n", "0 oem_dm_write hash:net ssid\n",
-                          "0 oem_dm_write kelo_dm_is_run_clean: 0", "0 oem_dm_write write cb ret:0"));
+              ElementsAre("INFO oem_dm_read DM_RD_MEM ret 4\n", "DBUG oem_dm_write hash:net ssid\n",
+                          "DBUG oem_dm_write kelo_dm_is_run_clean: 0", "DBUG oem_dm_write write cb ret:0"));
   for (const std::int32_t id : {7, 8})
     EXPECT_EQ(lines_of(kelo_dm_write, handle_.get(), id),
               lines_of(kelo_dm_write_verified, handle_.get(), id));

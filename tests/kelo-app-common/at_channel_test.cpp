@@ -32,8 +32,8 @@ using kelo::tests::Waits;
 using namespace std::string_literals;
 
 const std::string kFailure = "\r\nERROR\r\n";
-const std::string kInfo = "1 ";
-const std::string kDebug = "0 ";
+const std::string kInfo = "INFO ";
+const std::string kDebug = "DBUG ";
 
 // A modem that answers every command with these datagrams.
 Script always(const std::vector<std::string>& datagrams) {
@@ -78,7 +78,8 @@ class AtChannel : public testing::Test {
   // What was logged, each line behind its level.
   std::vector<std::string> logged() const {
     std::vector<std::string> texts;
-    for (const auto& line : log.lines()) texts.push_back(std::to_string(line.level) + " " + line.text);
+    for (const auto& line : log.lines())
+      texts.push_back(kelo::tests::level_name(line.level) + " " + line.text);
     return texts;
   }
 
@@ -297,7 +298,7 @@ TEST_F(AtChannel, FailsWithoutACommand) {
   char* const reply = kelo_util_send_at(nullptr);
   EXPECT_EQ(std::string(reply, KELO_AT_REPLY_SIZE), kFailure + std::string(KELO_AT_REPLY_SIZE - 9, '\0'));
   std::free(reply);
-  EXPECT_EQ(logged(), std::vector<std::string>{"3 kelo_util_send_at param NULL\n"});
+  EXPECT_EQ(logged(), std::vector<std::string>{"ERR kelo_util_send_at param NULL\n"});
 }
 
 TEST_F(AtChannel, OpensItsSocketCloseOnExec) {

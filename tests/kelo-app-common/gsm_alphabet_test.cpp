@@ -14,7 +14,6 @@
 #include "kelo_utils/log.h"
 #include "tests/support/exact_buffer.hpp"
 #include "tests/support/failing_heap.hpp"
-#include "tests/support/heap_free_log.hpp"
 #include "tests/support/log_capture.hpp"
 #include "tests/support/unicode_oracle.hpp"
 
@@ -22,7 +21,6 @@ namespace {
 
 using kelo::tests::bytes_of;
 using kelo::tests::ExactBuffer;
-using kelo::tests::HeapFreeLog;
 using kelo::tests::Iconv;
 using kelo::tests::kHostUtf16;
 using kelo::tests::LogCapture;
@@ -299,7 +297,7 @@ TEST(GsmPackedText, RefusesWhatItCannotConvert) {
 }
 
 TEST(GsmPackedText, LogsThatMemoryRanOut) {
-  const HeapFreeLog log;
+  LogCapture log;
   const ExactBuffer out(4);
   const Bytes octets = {'a'};
   int result = -1;
@@ -309,9 +307,8 @@ TEST(GsmPackedText, LogsThatMemoryRanOut) {
   }
   EXPECT_EQ(0, result);
   EXPECT_TRUE(out.untouched());
-  EXPECT_THAT(log.lines(), testing::MatchesRegex(
-                               ".*=ERR=.* oem_util_convert_gsm_def_alpha_string_to_utf8 [0-9]+ . Fail to "
-                               "allocate buffer for GSM alphabet to UTF8 conversion\n"));
+  kelo::tests::expect_lines(log, "oem_util_convert_gsm_def_alpha_string_to_utf8",
+                            {{LOG_LVL_ERR, "Fail to allocate buffer for GSM alphabet to UTF8 conversion\n"}});
 }
 
 }  // namespace

@@ -46,14 +46,14 @@ class Ping : public kelo::tests::OwnToolsFirst {
     std::vector<std::string> expected;
     for (int i = 1; i <= tries; ++i) {
       const bool answered = i == tries && status == "success";
-      if (!start.empty()) expected.push_back("0 oem_system_call_ex " + start);
-      if (!answered) expected.push_back("3 oem_system_call_ex " + failure);
-      if (!answered && !more.empty()) expected.push_back("3 oem_system_call_ex " + more);
-      expected.push_back("0 oem_ping_state >>>ping status:" + (answered ? status : "fail") + ">>>\n");
+      if (!start.empty()) expected.push_back("DBUG oem_system_call_ex " + start);
+      if (!answered) expected.push_back("ERR oem_system_call_ex " + failure);
+      if (!answered && !more.empty()) expected.push_back("ERR oem_system_call_ex " + more);
+      expected.push_back("DBUG oem_ping_state >>>ping status:" + (answered ? status : "fail") + ">>>\n");
     }
     std::vector<std::string> logged;
     for (const auto& line : log.lines())
-      logged.push_back(std::to_string(line.level) + " " + line.function + " " +
+      logged.push_back(kelo::tests::level_name(line.level) + " " + line.function + " " +
                        std::regex_replace(line.text, std::regex("errno: \\d+"), "errno: ?"));
     EXPECT_EQ(logged, expected);
     log.clear();

@@ -12,14 +12,12 @@
 #include "kelo_utils/log.h"
 #include "tests/support/exact_buffer.hpp"
 #include "tests/support/failing_heap.hpp"
-#include "tests/support/heap_free_log.hpp"
 #include "tests/support/log_capture.hpp"
 
 namespace {
 
 using kelo::tests::ExactBuffer;
 using kelo::tests::FailingHeap;
-using kelo::tests::HeapFreeLog;
 using kelo::tests::LogCapture;
 using testing::ElementsAre;
 using namespace std::string_literals;
@@ -226,7 +224,7 @@ TEST(Ussd7Bit, LeavesABufferOfNoBytesAlone) {
 }
 
 TEST(Ussd7Bit, LogsThatMemoryRanOut) {
-  const HeapFreeLog log;
+  const LogCapture log;
   const ExactBuffer out(4);
   const std::uint8_t octet = 'a';
   int result = -1;
@@ -236,11 +234,9 @@ TEST(Ussd7Bit, LogsThatMemoryRanOut) {
   }
   EXPECT_EQ(0, result);
   EXPECT_TRUE(out.untouched());
-  EXPECT_THAT(log.lines(), testing::MatchesRegex(
-                               ".*=ERR=.* oem_util_convert_gsm_def_alpha_string_to_utf8 [0-9]+ . Fail to "
-                               "allocate buffer for GSM alphabet to UTF8 conversion\n"
-                               ".* DBUG .* oem_util_convert_ussd_string_to_utf8 [0-9]+ . USSD DCS 7-bit "
-                               "str, hi 0 lo 15: ZZZZ\n"));
+  EXPECT_THAT(told(log), ElementsAre("E:Fail to allocate buffer for GSM alphabet to UTF8 conversion "
+                                     "@oem_util_convert_gsm_def_alpha_string_to_utf8",
+                                     "D:USSD DCS 7-bit str, hi 0 lo 15: ZZZZ"));
 }
 
 // ---- 8 bit ----
@@ -408,7 +404,7 @@ TEST(UssdUcs2, CountsItsResultInSixteenBits) {
 
 TEST(UssdUcs2, LogsThatMemoryRanOut) {
   for (const std::uint8_t dcs : {kUcs2, kUcs2AfterLanguage}) {
-    const HeapFreeLog log;
+    const LogCapture log;
     const ExactBuffer out(4);
     const std::uint8_t octets[] = {'a', 'b'};
     int result = -1;
@@ -418,8 +414,7 @@ TEST(UssdUcs2, LogsThatMemoryRanOut) {
     }
     EXPECT_EQ(0, result);
     EXPECT_TRUE(out.untouched());
-    EXPECT_THAT(log.lines(), testing::MatchesRegex(".*=ERR=.* oem_util_convert_ussd_string_to_utf8 [0-9]+ . "
-                                                   "USC2 to UTF8 conversion failed due to lack of memory\n"));
+    EXPECT_THAT(told(log), ElementsAre("E:USC2 to UTF8 conversion failed due to lack of memory"));
   }
 }
 

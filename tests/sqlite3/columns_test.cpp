@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "kelo_utils/log.h"
 #include "kelo_utils/sqlite.h"
 #include "tests/support/log_capture.hpp"
 
@@ -11,8 +12,6 @@ namespace {
 
 using kelo::tests::LogCapture;
 
-constexpr int kWarning = 2;
-constexpr int kError = 3;
 constexpr char kFunction[] = "alter_table_add_column";
 constexpr char kSelect[] = "szSql select id,type from net where key='ssid' limit 1\n";
 constexpr char kAlterId[] = "szSql alter table net add column id integer\n";
@@ -62,16 +61,16 @@ TEST_F(Columns, NullArgumentsAreRefused) {
   EXPECT_EQ(-1, alter_table_add_column(db_, nullptr, "ssid"));
   EXPECT_EQ(-1, alter_table_add_column(db_, "net", nullptr));
   const Texts warnings(3, "alter_table_add_column\n");
-  EXPECT_EQ(warnings, texts(kWarning));
-  EXPECT_EQ(Texts(3, "argv NULL\n"), texts(kError));
+  EXPECT_EQ(warnings, texts(LOG_LVL_WRN));
+  EXPECT_EQ(Texts(3, "argv NULL\n"), texts(LOG_LVL_ERR));
 }
 
 TEST_F(Columns, CompleteTableIsLeftAlone) {
   run("create table net (key text, id integer, type integer)");
   EXPECT_EQ(0, add());
   EXPECT_EQ("key id type ", columns("net"));
-  EXPECT_EQ((Texts{"alter_table_add_column\n", kSelect}), texts(kWarning)) << log_.dump();
-  EXPECT_TRUE(texts(kError).empty());
+  EXPECT_EQ((Texts{"alter_table_add_column\n", kSelect}), texts(LOG_LVL_WRN)) << log_.dump();
+  EXPECT_TRUE(texts(LOG_LVL_ERR).empty());
 }
 
 TEST_F(Columns, MissingIdIsAdded) {
@@ -79,8 +78,8 @@ TEST_F(Columns, MissingIdIsAdded) {
   EXPECT_EQ(0, add());
   EXPECT_EQ("key type id ", columns("net"));
   EXPECT_EQ((Texts{"alter_table_add_column\n", kSelect, "no such column: id\n", kAlterId, kSelect}),
-            texts(kWarning));
-  EXPECT_TRUE(texts(kError).empty());
+            texts(LOG_LVL_WRN));
+  EXPECT_TRUE(texts(LOG_LVL_ERR).empty());
 }
 
 TEST_F(Columns, MissingTypeIsAdded) {
@@ -88,7 +87,7 @@ TEST_F(Columns, MissingTypeIsAdded) {
   EXPECT_EQ(0, add());
   EXPECT_EQ("key id type ", columns("net"));
   EXPECT_EQ((Texts{"alter_table_add_column\n", kSelect, "no such column: type\n", kAlterType, kSelect}),
-            texts(kWarning));
+            texts(LOG_LVL_WRN));
 }
 
 TEST_F(Columns, IdIsAddedBeforeType) {
@@ -97,8 +96,8 @@ TEST_F(Columns, IdIsAddedBeforeType) {
   EXPECT_EQ("key value id type ", columns("net"));
   EXPECT_EQ((Texts{"alter_table_add_column\n", kSelect, "no such column: id\n", kAlterId, kSelect,
                    "no such column: type\n", kAlterType, kSelect}),
-            texts(kWarning));
-  EXPECT_TRUE(texts(kError).empty());
+            texts(LOG_LVL_WRN));
+  EXPECT_TRUE(texts(LOG_LVL_ERR).empty());
 }
 
 TEST_F(Columns, ThirdFailedSelectEndsTheAttempts) {
@@ -107,29 +106,30 @@ TEST_F(Columns, ThirdFailedSelectEndsTheAttempts) {
   EXPECT_EQ("value id type ", columns("net")) << "the two columns stay";
   EXPECT_EQ((Texts{"alter_table_add_column\n", kSelect, "no such column: id\n", kAlterId, kSelect,
                    "no such column: type\n", kAlterType, kSelect, "no such column: key\n"}),
-            texts(kWarning));
-  EXPECT_EQ(Texts{"cnt error 3\n"}, texts(kError));
+            texts(LOG_LVL_WRN));
+  EXPECT_EQ(Texts{"cnt error 3\n"}, texts(LOG_LVL_ERR));
 }
 
 TEST_F(Columns, OtherComplaintEndsAtOnce) {
   EXPECT_EQ(-1, add());
-  EXPECT_EQ((Texts{"alter_table_add_column\n", kSelect, "no such table: net\n"}), texts(kWarning));
-  EXPECT_TRUE(texts(kError).empty());
+  EXPECT_EQ((Texts{"alter_table_add_column\n", kSelect, "no such table: net\n"}), texts(LOG_LVL_WRN));
+  EXPECT_TRUE(texts(LOG_LVL_ERR).empty());
 }
 
 TEST_F(Columns, FailingAlterEndsTheCall) {
   run("create table base (key text); create view net as select key from base");
   EXPECT_EQ(-1, add());
-  EXPECT_EQ((Texts{"alter_table_add_column\n", kSelect, "no such column: id\n", kAlterId}), texts(kWarning));
-  EXPECT_EQ(1, log_.count_matching(kError, R"(\[\d+\] update error, Cannot add a column to a view\n)"))
+  EXPECT_EQ((Texts{"alter_table_add_column\n", kSelect, "no such column: id\n", kAlterId}),
+            texts(LOG_LVL_WRN));
+  EXPECT_EQ(1, log_.count_matching(LOG_LVL_ERR, R"(\[\d+\] update error, Cannot add a column to a view\n)"))
       << log_.dump();
-  EXPECT_EQ(1U, texts(kError).size());
+  EXPECT_EQ(1U, texts(LOG_LVL_ERR).size());
 }
 
 TEST_F(Columns, ColumnWhoseNameBeginsWithIdCountsAsId) {
   run("create table net (key text, type integer, id integer)");
   EXPECT_EQ(-1, alter_table_add_column(db_, "net", "ssid' and idx='1"));
-  EXPECT_EQ(1, log_.count_matching(kError, R"(\[\d+\] update error, duplicate column name: id\n)"))
+  EXPECT_EQ(1, log_.count_matching(LOG_LVL_ERR, R"(\[\d+\] update error, duplicate column name: id\n)"))
       << log_.dump();
 }
 
@@ -140,7 +140,7 @@ TEST_F(Columns, ComplaintIsCutAt128Characters) {
     const std::string table(length - prefix.size(), 'x');
     EXPECT_EQ(-1, alter_table_add_column(db_, table.c_str(), "ssid"));
     const std::string complaint = (prefix + table).substr(0, 128) + "\n";
-    EXPECT_EQ(1, log_.count(kWarning, kFunction, complaint)) << log_.dump();
+    EXPECT_EQ(1, log_.count(LOG_LVL_WRN, kFunction, complaint)) << log_.dump();
     log_.clear();
   }
 }
@@ -152,27 +152,27 @@ TEST_F(Columns, ComplaintIsSearchedOnlyWithinThe128Characters) {
 
   const std::string within = "\"" + std::string(last_fit, 'x') + bait + "\"";
   EXPECT_EQ(-1, alter_table_add_column(db_, within.c_str(), "ssid"));
-  EXPECT_EQ(1U, texts(kError).size()) << "the column was not tried: " << log_.dump();
+  EXPECT_EQ(1U, texts(LOG_LVL_ERR).size()) << "the column was not tried: " << log_.dump();
   log_.clear();
 
   const std::string behind = "\"" + std::string(last_fit + 1, 'x') + bait + "\"";
   EXPECT_EQ(-1, alter_table_add_column(db_, behind.c_str(), "ssid"));
-  EXPECT_TRUE(texts(kError).empty()) << log_.dump();
-  EXPECT_EQ(0, log_.count_containing(kWarning, "alter table")) << log_.dump();
+  EXPECT_TRUE(texts(LOG_LVL_ERR).empty()) << log_.dump();
+  EXPECT_EQ(0, log_.count_containing(LOG_LVL_WRN, "alter table")) << log_.dump();
 }
 
 TEST_F(Columns, StatementIsCutAtItsBuffer) {
   const std::string table(600, 'x');
   EXPECT_EQ(-1, alter_table_add_column(db_, table.c_str(), "ssid"));
   const std::string select = "szSql " + ("select id,type from " + table).substr(0, 511) + "\n";
-  EXPECT_EQ(1, log_.count(kWarning, kFunction, select)) << log_.dump();
+  EXPECT_EQ(1, log_.count(LOG_LVL_WRN, kFunction, select)) << log_.dump();
 }
 
 TEST_F(Columns, JournalTableIsServedToo) {
   run("create table state (key text, item_table text, item_key text, len integer, state integer)");
   EXPECT_EQ(0, alter_table_add_column(db_, "state", "write_state"));
   EXPECT_EQ("key item_table item_key len state id type ", columns("state"));
-  EXPECT_EQ(1, log_.count(kWarning, kFunction, "szSql alter table state add column type integer\n"));
+  EXPECT_EQ(1, log_.count(LOG_LVL_WRN, kFunction, "szSql alter table state add column type integer\n"));
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "kelo_utils/log.h"
 #include "kelo_utils/sqlite.h"
 #include "tests/support/database.hpp"
 #include "tests/support/descriptors.hpp"
@@ -21,7 +22,6 @@ using kelo::tests::Fault;
 using kelo::tests::LogCapture;
 using kelo::tests::open_descriptors;
 
-constexpr int kError = 3;
 constexpr char kMark = '\x5A';
 constexpr std::uint32_t kUnset = 0xDEADBEEF;
 
@@ -44,9 +44,10 @@ class DefaultsRead : public testing::Test {
   int read(std::vector<char>& buffer) {
     return dm_read_def_db("net", "ssid", &type_, buffer.data(), static_cast<int>(buffer.size()));
   }
-  int logged(const char* message) const { return log_.count(kError, "dm_read_def_db", message); }
+  int logged(const char* message) const { return log_.count(LOG_LVL_ERR, "dm_read_def_db", message); }
   int prepare_errors(int code) const {
-    return log_.count_matching(kError, R"(\[\d+\] sqlite3_prepare error, )" + std::to_string(code) + "\n");
+    return log_.count_matching(LOG_LVL_ERR,
+                               R"(\[\d+\] sqlite3_prepare error, )" + std::to_string(code) + "\n");
   }
   testing::AssertionResult untouched(const std::vector<char>& buffer) const {
     if (type_ != kUnset) return testing::AssertionFailure() << "type " << type_;
@@ -211,7 +212,7 @@ class DefaultsSlot : public DefaultsRead {
 TEST_F(DefaultsSlot, NullDescriptorIsRefused) {
   auto buffer = buffer_of(8);
   EXPECT_EQ(-1, dm_sqlite_def_db_read(7, nullptr, buffer.data(), 8));
-  EXPECT_EQ(1, log_.count(kError, "dm_sqlite_def_db_read", "dm_sqlite_def_db_read param NULL\n"))
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_sqlite_def_db_read", "dm_sqlite_def_db_read param NULL\n"))
       << log_.dump();
   EXPECT_TRUE(untouched(buffer));
 }

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <string>
 
+#include "kelo_utils/log.h"
 #include "kelo_utils/sqlite.h"
 #include "tests/support/database.hpp"
 #include "tests/support/log_capture.hpp"
@@ -14,7 +15,6 @@ using kelo::tests::LogCapture;
 using kelo::tests::read_file;
 using kelo::tests::write_file;
 
-constexpr int kWarning = 2;
 constexpr char kAllExist[] = "config && configbak all exist\n";
 
 // A directory name of `length` characters that ends in "/".
@@ -154,7 +154,7 @@ TEST_F(Existence, BothFiles) {
   write_file(DB_CONFIG, "");
   write_file(DB_CONFIGBAK, "");
   EXPECT_EQ(0, dm_pal_check_db_exist());
-  EXPECT_EQ(1, log_.count(kWarning, "dm_pal_check_db_exist", kAllExist)) << log_.dump();
+  EXPECT_EQ(1, log_.count(LOG_LVL_WRN, "dm_pal_check_db_exist", kAllExist)) << log_.dump();
   EXPECT_EQ(1U, log_.lines().size());
 }
 

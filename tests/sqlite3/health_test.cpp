@@ -7,6 +7,7 @@
 #include <set>
 #include <string>
 
+#include "kelo_utils/log.h"
 #include "kelo_utils/sqlite.h"
 #include "tests/support/database.hpp"
 #include "tests/support/descriptors.hpp"
@@ -19,8 +20,6 @@ using kelo::tests::Fault;
 using kelo::tests::LogCapture;
 using kelo::tests::open_descriptors;
 
-constexpr int kDebug = 0;
-constexpr int kError = 3;
 constexpr char kFunction[] = "check_database_health";
 constexpr char kCallback[] = "integrity_check_callback";
 constexpr char kPath[] = "/data/some.db";
@@ -47,7 +46,8 @@ TEST(QuickCheckCallback, AnythingElseSetsTheFlagAndIsLogged) {
   const LogCapture log;
   for (const char* const text : {"Page 3: never used", "OK", "ok ", "o", ""}) {
     EXPECT_EQ(1, deliver<1>(0, {text})) << text;
-    EXPECT_EQ(1, log.count(kError, kCallback, std::string("[ERROR] Corruption detected: ") + text + "\n"))
+    EXPECT_EQ(1,
+              log.count(LOG_LVL_ERR, kCallback, std::string("[ERROR] Corruption detected: ") + text + "\n"))
         << log.dump();
   }
   EXPECT_EQ(5U, log.lines().size());
@@ -65,7 +65,7 @@ TEST(QuickCheckCallback, OneBadColumnOfSeveralIsEnough) {
   const LogCapture log;
   EXPECT_EQ(1, deliver<3>(0, {"bad", "ok", "ok"}));
   EXPECT_EQ(1, deliver<3>(0, {"ok", "bad", "worse"}));
-  EXPECT_EQ(1, log.count(kError, kCallback, "[ERROR] Corruption detected: worse\n"));
+  EXPECT_EQ(1, log.count(LOG_LVL_ERR, kCallback, "[ERROR] Corruption detected: worse\n"));
   EXPECT_EQ(3U, log.lines().size()) << log.dump();
 }
 
@@ -110,14 +110,14 @@ class Health : public testing::Test {
 
 TEST_F(Health, NullPathIsRefused) {
   EXPECT_EQ(-1, check_database_health(nullptr));
-  EXPECT_EQ(1, log_.count(kError, kFunction, "check_database_health param NULL\n")) << log_.dump();
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, kFunction, "check_database_health param NULL\n")) << log_.dump();
 }
 
 TEST_F(Health, SoundFileIsHealthy) {
   make_database();
   const std::string before = kelo::tests::read_file(kPath);
   EXPECT_EQ(0, check_database_health(kPath));
-  EXPECT_TRUE(ends_with_flag(kDebug, 0));
+  EXPECT_TRUE(ends_with_flag(LOG_LVL_DBUG, 0));
   EXPECT_EQ(1U, log_.lines().size()) << log_.dump();
   EXPECT_EQ(before, kelo::tests::read_file(kPath));
 }
@@ -135,25 +135,25 @@ TEST_F(Health, EmptyFileIsHealthy) {
 
 TEST_F(Health, MissingFileCannotBeOpenedAndIsNotMade) {
   EXPECT_EQ(-1, check_database_health(kPath));
-  EXPECT_EQ(1, log_.count(kError, kFunction, "Open failed: unable to open database file (Code: 14)\n"))
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, kFunction, "Open failed: unable to open database file (Code: 14)\n"))
       << log_.dump();
-  EXPECT_TRUE(ends_with_flag(kError, 0));
+  EXPECT_TRUE(ends_with_flag(LOG_LVL_ERR, 0));
   EXPECT_EQ(2U, log_.lines().size());
   EXPECT_NE(0, access(kPath, F_OK));
 }
 
 TEST_F(Health, FolderCannotBeOpened) {
   EXPECT_EQ(-1, check_database_health("/data"));
-  EXPECT_TRUE(ends_with_flag(kError, 0));
+  EXPECT_TRUE(ends_with_flag(LOG_LVL_ERR, 0));
 }
 
 TEST_F(Health, ForeignFileFailsTheCheckItself) {
   kelo::tests::write_file(kPath, std::string(3 * kPageSize, 'x'));
   EXPECT_EQ(-2, check_database_health(kPath));
-  EXPECT_EQ(1, log_.count(kError, kFunction,
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, kFunction,
                           "/data/some.db Quick check error: file is not a database (Code: 26)\n"))
       << log_.dump();
-  EXPECT_TRUE(ends_with_flag(kError, 0));
+  EXPECT_TRUE(ends_with_flag(LOG_LVL_ERR, 0));
   EXPECT_EQ(2U, log_.lines().size());
 }
 
@@ -161,10 +161,10 @@ TEST_F(Health, CutFileIsCorrupt) {
   make_database();
   ASSERT_EQ(0, truncate(kPath, kPageSize));
   EXPECT_EQ(1, check_database_health(kPath));
-  EXPECT_EQ(1, log_.count(kError, kFunction,
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, kFunction,
                           "/data/some.db corruption detected: database disk image is malformed (Code: 11)\n"))
       << log_.dump();
-  EXPECT_TRUE(ends_with_flag(kError, 1));
+  EXPECT_TRUE(ends_with_flag(LOG_LVL_ERR, 1));
   EXPECT_EQ(2U, log_.lines().size());
 }
 
@@ -173,9 +173,9 @@ TEST_F(Health, ProblemFoundByTheCheckIsCorrupt) {
   constexpr std::size_t kFreePageCount = 36;  // in the file header; there are none
   kelo::tests::overwrite_file(kPath, kFreePageCount, std::string_view("\0\0\0\5", 4));
   EXPECT_EQ(1, check_database_health(kPath));
-  EXPECT_EQ(1, log_.count_containing(kError, "[ERROR] Corruption detected: ")) << log_.dump();
+  EXPECT_EQ(1, log_.count_containing(LOG_LVL_ERR, "[ERROR] Corruption detected: ")) << log_.dump();
   EXPECT_EQ(kCallback, log_.lines().front().function);
-  EXPECT_TRUE(ends_with_flag(kDebug, 1)) << "the check itself went well";
+  EXPECT_TRUE(ends_with_flag(LOG_LVL_DBUG, 1)) << "the check itself went well";
   EXPECT_EQ(2U, log_.lines().size());
 }
 
@@ -183,7 +183,7 @@ TEST_F(Health, ProblemThatEndsTheCheckIsCorrupt) {
   make_database();
   kelo::tests::overwrite_file(kPath, kPageSize, std::string(kPageSize, '\xFF'));  // the table's leaf
   EXPECT_EQ(1, check_database_health(kPath));
-  EXPECT_TRUE(ends_with_flag(kError, 1));
+  EXPECT_TRUE(ends_with_flag(LOG_LVL_ERR, 1));
 }
 
 // A value that a later release forbids is a problem row of its own.
@@ -194,18 +194,18 @@ TEST_F(Health, EveryProblemIsLogged) {
                            "pragma writable_schema=on;"
                            "update sqlite_master set sql='create table net (key text, value blob not null)'");
   EXPECT_EQ(1, check_database_health(kPath));
-  EXPECT_EQ(3, log_.count(kError, kCallback, "[ERROR] Corruption detected: NULL value in net.value\n"))
+  EXPECT_EQ(3, log_.count(LOG_LVL_ERR, kCallback, "[ERROR] Corruption detected: NULL value in net.value\n"))
       << log_.dump();
-  EXPECT_TRUE(ends_with_flag(kDebug, 1));
+  EXPECT_TRUE(ends_with_flag(LOG_LVL_DBUG, 1));
 }
 
 TEST_F(Health, FileCalledCorruptOnOpeningIsCorrupt) {
   make_database();
   const Fault fault({.call = "sqlite3_open_v2", .code = SQLITE_CORRUPT, .text = kPath});
   EXPECT_EQ(1, check_database_health(kPath));
-  EXPECT_EQ(1, log_.count_matching(kError, "Database is corrupted upon opening: .* \\(Code: 11\\)\n"))
+  EXPECT_EQ(1, log_.count_matching(LOG_LVL_ERR, "Database is corrupted upon opening: .* \\(Code: 11\\)\n"))
       << log_.dump();
-  EXPECT_TRUE(ends_with_flag(kError, 1));
+  EXPECT_TRUE(ends_with_flag(LOG_LVL_ERR, 1));
   EXPECT_EQ(2U, log_.lines().size());
   EXPECT_EQ(kFunction, log_.lines().front().function);
 }
@@ -213,22 +213,24 @@ TEST_F(Health, FileCalledCorruptOnOpeningIsCorrupt) {
 TEST_F(Health, OpeningWithoutAHandleIsReportedToo) {
   const Fault fault({.call = "sqlite3_open_v2", .code = SQLITE_NOMEM, .null_handle = true});
   EXPECT_EQ(-1, check_database_health(kPath));
-  EXPECT_EQ(1, log_.count(kError, kFunction, "Open failed: out of memory (Code: 7)\n")) << log_.dump();
-  EXPECT_TRUE(ends_with_flag(kError, 0));
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, kFunction, "Open failed: out of memory (Code: 7)\n")) << log_.dump();
+  EXPECT_TRUE(ends_with_flag(LOG_LVL_ERR, 0));
 }
 
 TEST_F(Health, FailureWithoutATextIsAnUnknownError) {
   make_database();
   const Fault other({.call = "sqlite3_exec", .code = SQLITE_IOERR, .at = 1, .null_error = true});
   EXPECT_EQ(-2, check_database_health(kPath));
-  EXPECT_EQ(1, log_.count(kError, kFunction, "/data/some.db Quick check error: Unknown error (Code: 10)\n"))
+  EXPECT_EQ(1,
+            log_.count(LOG_LVL_ERR, kFunction, "/data/some.db Quick check error: Unknown error (Code: 10)\n"))
       << log_.dump();
-  EXPECT_TRUE(ends_with_flag(kError, 0));
+  EXPECT_TRUE(ends_with_flag(LOG_LVL_ERR, 0));
   const Fault corrupt({.call = "sqlite3_exec", .code = SQLITE_CORRUPT, .at = 1, .null_error = true});
   EXPECT_EQ(1, check_database_health(kPath));
-  EXPECT_EQ(1, log_.count(kError, kFunction, "/data/some.db corruption detected: Unknown error (Code: 11)\n"))
+  EXPECT_EQ(
+      1, log_.count(LOG_LVL_ERR, kFunction, "/data/some.db corruption detected: Unknown error (Code: 11)\n"))
       << log_.dump();
-  EXPECT_TRUE(ends_with_flag(kError, 1));
+  EXPECT_TRUE(ends_with_flag(LOG_LVL_ERR, 1));
 }
 
 TEST_F(Health, FileHeldByAnotherProcessIsWaitedForAndNotCalledCorrupt) {
@@ -239,8 +241,8 @@ TEST_F(Health, FileHeldByAnotherProcessIsWaitedForAndNotCalledCorrupt) {
   const kelo::tests::ShortBusyTimeout short_wait(1);
   EXPECT_EQ(-2, check_database_health(kPath));
   EXPECT_TRUE(short_wait.was_asked_for());
-  EXPECT_EQ(1,
-            log_.count(kError, kFunction, "/data/some.db Quick check error: database is locked (Code: 5)\n"))
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, kFunction,
+                          "/data/some.db Quick check error: database is locked (Code: 5)\n"))
       << log_.dump();
   sqlite3_close(holder);
   EXPECT_EQ(0, check_database_health(kPath));

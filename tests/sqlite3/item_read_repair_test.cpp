@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <string>
 
+#include "kelo_utils/log.h"
 #include "kelo_utils/sqlite.h"
 #include "tests/support/database.hpp"
 #include "tests/support/sqlite_faults.hpp"
@@ -21,8 +22,6 @@ using kelo::tests::read_file;
 using kelo::tests::ReadRow;
 using Buffer = kelo::tests::MarkedBuffer;
 
-constexpr int kDebug = 0;
-constexpr int kError = 3;
 constexpr char kRecovery[] = "/kelonvbak/data/config.db";
 constexpr char kFromBackup[] = "error: DB_CONFIG is damaged cp /data/configbak.db /data/config.db";
 constexpr char kFromRecovery[] =
@@ -36,9 +35,10 @@ class Repair : public ReadRow {
   }
   static void provide_recovery() { put(kRecovery, "ssid", "recovered"); }
 
-  int repairs() const { return log_.count_containing(kError, "DB_CONFIG is damaged"); }
+  int repairs() const { return log_.count_containing(LOG_LVL_ERR, "DB_CONFIG is damaged"); }
   int health_checks() const {
-    return log_.count_containing(kDebug, "is_corrupted=0\n") + log_.count_containing(kError, "is_corrupted=");
+    return log_.count_containing(LOG_LVL_DBUG, "is_corrupted=0\n") +
+           log_.count_containing(LOG_LVL_ERR, "is_corrupted=");
   }
 };
 
@@ -191,7 +191,7 @@ TEST_F(Repair, CopyThatCannotBeStartedLeavesTheFileAndTheReadIsRepeated) {
   const Fault fault({.call = "popen", .code = EMFILE});
   Buffer buffer(16);
   EXPECT_EQ(-100, read(buffer));
-  EXPECT_EQ(1, log_.count_containing(kError, "system command failed: ")) << log_.dump();
+  EXPECT_EQ(1, log_.count_containing(LOG_LVL_ERR, "system command failed: ")) << log_.dump();
   EXPECT_EQ(2, prepare_errors(SQLITE_CORRUPT));
   EXPECT_EQ(primary, read_file(DB_CONFIG));
 }

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "kelo_utils/data_manager.h"
+#include "kelo_utils/log.h"
 #include "kelo_utils/sqlite.h"
 #include "tests/support/database.hpp"
 #include "tests/support/log_capture.hpp"
@@ -33,8 +34,6 @@ using kelo::tests::read_file;
 using kelo::tests::ReadRow;
 using Buffer = kelo::tests::MarkedBuffer;
 
-constexpr int kDebug = 0;
-constexpr int kError = 3;
 constexpr char kRecovery[] = "/kelonvbak/data/config.db";
 constexpr char kFromBackup[] = "error: DB_CONFIG is damaged cp /data/configbak.db /data/config.db";
 constexpr char kFromRecovery[] =
@@ -215,7 +214,7 @@ class VerifiedRead : public testing::Test {
   // What the read of the primary came to, as its log line says.
   testing::AssertionResult primary_came_to(int result) const {
     const std::string text = "rd ret  " + std::to_string(result) + " \n";
-    if (log_.count(kDebug, "dm_pal_read", text) == 1) return testing::AssertionSuccess();
+    if (log_.count(LOG_LVL_DBUG, "dm_pal_read", text) == 1) return testing::AssertionSuccess();
     return testing::AssertionFailure() << "no " << text << log_.dump();
   }
   static void put_both(std::string_view value) {
@@ -233,7 +232,7 @@ TEST_F(VerifiedRead, BadArgumentsAreRefused) {
   EXPECT_EQ(-1, dm_pal_read("net", nullptr, buffer.data(), 16));
   EXPECT_EQ(-1, dm_pal_read("net", "ssid", nullptr, 16));
   EXPECT_EQ(-1, dm_pal_read("net", "ssid", buffer.data(), -1));
-  EXPECT_EQ(4, log_.count(kError, "dm_pal_read", "dm_pal_read NULL\n")) << log_.dump();
+  EXPECT_EQ(4, log_.count(LOG_LVL_ERR, "dm_pal_read", "dm_pal_read NULL\n")) << log_.dump();
   EXPECT_EQ(4U, log_.lines().size());
   EXPECT_TRUE(buffer.untouched_from(0));
 }
@@ -367,7 +366,7 @@ TEST_F(VerifiedRead, CorruptPrimaryIsRepairedFromTheBackup) {
   Buffer buffer(16);
   EXPECT_EQ(8, read(buffer));
   EXPECT_TRUE(primary_came_to(8));
-  EXPECT_EQ(1, log_.count(kError, "dm_read_db", kFromBackup));
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_read_db", kFromBackup));
   EXPECT_EQ(read_file(DB_CONFIGBAK), read_file(DB_CONFIG));
 }
 
@@ -378,7 +377,7 @@ TEST_F(VerifiedRead, CorruptBackupEndsTheReadAndIsRenewed) {
   Buffer buffer(16);
   EXPECT_EQ(-100, read(buffer));
   EXPECT_TRUE(primary_came_to(8));
-  EXPECT_EQ(0, log_.count(kError, "dm_read_db", kFromRecovery)) << log_.dump();
+  EXPECT_EQ(0, log_.count(LOG_LVL_ERR, "dm_read_db", kFromRecovery)) << log_.dump();
   EXPECT_EQ(read_file(DB_CONFIG), read_file(DB_CONFIGBAK));
   EXPECT_EQ(8, read(buffer));
 }
@@ -392,7 +391,7 @@ TEST_F(VerifiedRead, BothFilesCorruptEndsWithARepairedPrimary) {
   Buffer buffer(16);
   EXPECT_EQ(-100, read(buffer));
   EXPECT_TRUE(primary_came_to(5));
-  EXPECT_EQ(1, log_.count(kError, "dm_read_db", kFromRecovery)) << log_.dump();
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_read_db", kFromRecovery)) << log_.dump();
   EXPECT_EQ(read_file(kRecovery), read_file(DB_CONFIGBAK));
 }
 
@@ -447,7 +446,7 @@ TEST_F(VerifiedRead, BackupThatCannotBeOpenedIsTriedTwice) {
   Buffer buffer(16);
   EXPECT_EQ(-101, read(buffer));
   EXPECT_EQ(2, fault.failed());
-  EXPECT_EQ(2, log_.count_containing(kError, "sqlite3_open failed: ")) << log_.dump();
+  EXPECT_EQ(2, log_.count_containing(LOG_LVL_ERR, "sqlite3_open failed: ")) << log_.dump();
 }
 
 // What the second try of the backup finds is the result, whatever it is.
@@ -493,7 +492,7 @@ class ReadSlot : public VerifiedRead {};
 TEST_F(ReadSlot, NullDescriptorIsRefused) {
   Buffer buffer(16);
   EXPECT_EQ(-1, dm_sqlite_read(7, nullptr, buffer.data(), 16));
-  EXPECT_EQ(1, log_.count(kError, "dm_sqlite_read", "dm_sqlite_read param NULL\n")) << log_.dump();
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_sqlite_read", "dm_sqlite_read param NULL\n")) << log_.dump();
   EXPECT_TRUE(buffer.untouched_from(0));
 }
 
@@ -504,7 +503,7 @@ TEST_F(ReadSlot, DescriptorNamesTheRow) {
   EXPECT_EQ(8, dm_sqlite_read(7, &desc, buffer.data(), 16));
   EXPECT_EQ(8, dm_sqlite_read(0, &desc, buffer.data(), 16)) << "the id is not used";
   EXPECT_EQ(kValue, buffer.first(kLength));
-  EXPECT_EQ(2, log_.count(kDebug, "dm_sqlite_read", "tab:net, key:ssid \n")) << log_.dump();
+  EXPECT_EQ(2, log_.count(LOG_LVL_DBUG, "dm_sqlite_read", "tab:net, key:ssid \n")) << log_.dump();
   EXPECT_STREQ("net", desc.item_table);
   EXPECT_STREQ("ssid", desc.item_key);
   EXPECT_EQ(6, desc.type);
@@ -557,7 +556,8 @@ TEST_F(ReadByKey, NullArgumentsHaveACodeOfTheirOwn) {
   EXPECT_EQ(-3, dm_pal_read_by_key(nullptr, "ssid", buffer.data(), 16));
   EXPECT_EQ(-3, dm_pal_read_by_key("net", nullptr, buffer.data(), 16));
   EXPECT_EQ(-3, dm_pal_read_by_key("net", "ssid", nullptr, 16));
-  EXPECT_EQ(3, log_.count(kError, "dm_pal_read_by_key", "dm_pal_read_by_key param NULL\n")) << log_.dump();
+  EXPECT_EQ(3, log_.count(LOG_LVL_ERR, "dm_pal_read_by_key", "dm_pal_read_by_key param NULL\n"))
+      << log_.dump();
   EXPECT_EQ(3U, log_.lines().size());
   EXPECT_TRUE(buffer.untouched_from(0));
 }
@@ -565,7 +565,7 @@ TEST_F(ReadByKey, NullArgumentsHaveACodeOfTheirOwn) {
 TEST_F(ReadByKey, NegativeLengthIsRefusedByTheReadItself) {
   Buffer buffer(16);
   EXPECT_EQ(-1, dm_pal_read_by_key("net", "ssid", buffer.data(), -1));
-  EXPECT_EQ(1, log_.count(kError, "dm_pal_read", "dm_pal_read NULL\n")) << log_.dump();
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_pal_read", "dm_pal_read NULL\n")) << log_.dump();
 }
 
 TEST_F(ReadByKey, ReadsAndFailsLikeTheVerifiedRead) {

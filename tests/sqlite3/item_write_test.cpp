@@ -48,8 +48,6 @@ using kelo::tests::reference_crc;
 using kelo::tests::scalar;
 using kelo::tests::ShortBusyTimeout;
 
-constexpr int kDebug = 0;
-constexpr int kError = 3;
 constexpr char kRecovery[] = "/kelonvbak/data/config.db";
 constexpr char kCreateItems[] =
     "create table if not exists net (id integer not null,key text not null,type integer not null,len integer "
@@ -137,10 +135,10 @@ TEST_F(ItemWrite, LongValueIsStoredWholeInBothFiles) {
 TEST_F(ItemWrite, LogOfANormalWrite) {
   EXPECT_EQ(0, write_item("ssid", "home"));
   // This line is an error's only in name.
-  EXPECT_EQ(Texts{std::string("ERROR: ") + kCopyToBackup}, texts(kError, "dm_pal_write"));
-  EXPECT_EQ(1, log_.count_containing(kError, "")) << log_.dump();
-  EXPECT_EQ(1, log_.count(kDebug, "check_database_health", "is_corrupted=0\n")) << log_.dump();
-  EXPECT_EQ(1, log_.count(kDebug, "dm_sqlite_system_cmd", "read_len=0\n")) << log_.dump();
+  EXPECT_EQ(Texts{std::string("ERROR: ") + kCopyToBackup}, texts(LOG_LVL_ERR, "dm_pal_write"));
+  EXPECT_EQ(1, log_.count_containing(LOG_LVL_ERR, "")) << log_.dump();
+  EXPECT_EQ(1, log_.count(LOG_LVL_DBUG, "check_database_health", "is_corrupted=0\n")) << log_.dump();
+  EXPECT_EQ(1, log_.count(LOG_LVL_DBUG, "dm_sqlite_system_cmd", "read_len=0\n")) << log_.dump();
 }
 
 TEST_F(ItemWrite, NullArgumentsAndNegativeLength) {
@@ -149,7 +147,7 @@ TEST_F(ItemWrite, NullArgumentsAndNegativeLength) {
   EXPECT_EQ(-1, dm_pal_write("net", 7, "ssid", 5, nullptr, 4));
   EXPECT_EQ(-1, dm_pal_write("net", 7, "ssid", 5, nullptr, 0));
   EXPECT_EQ(-1, dm_pal_write("net", 7, "ssid", 5, "home", -1));
-  EXPECT_EQ(5, log_.count(kError, "dm_pal_write", "dm_pal_write NULL\n")) << log_.dump();
+  EXPECT_EQ(5, log_.count(LOG_LVL_ERR, "dm_pal_write", "dm_pal_write NULL\n")) << log_.dump();
   EXPECT_EQ(5U, log_.lines().size());
   EXPECT_TRUE(files_in("/data").empty()) << "a refused write left a file";
 }
@@ -160,8 +158,8 @@ TEST_F(ItemWrite, PrimaryThatCannotBeOpened) {
   fs::remove(DB_CONFIG);
   fs::create_directory(DB_CONFIG);
   EXPECT_EQ(-1, write_item("ssid", "cabin"));
-  EXPECT_EQ(Texts{"dm_update_db: \n"}, texts(kError, "dm_pal_write")) << log_.dump();
-  EXPECT_EQ(Texts{"sqlite3_open failed: unable to open database file\n"}, texts(kError, "dm_write_db"));
+  EXPECT_EQ(Texts{"dm_update_db: \n"}, texts(LOG_LVL_ERR, "dm_pal_write")) << log_.dump();
+  EXPECT_EQ(Texts{"sqlite3_open failed: unable to open database file\n"}, texts(LOG_LVL_ERR, "dm_write_db"));
   EXPECT_EQ(WS_READY, journal_state(DB_STATE));
   EXPECT_EQ("home", scalar(DB_CONFIGBAK, "select value from net"));
 }
@@ -172,7 +170,7 @@ TEST_F(ItemWrite, JournalFailuresDoNotStopIt) {
   EXPECT_EQ((Texts{"dm_write_state_db  WS_READY failed: -1\n", std::string("ERROR: ") + kCopyToBackup,
                    "dm_write_state_db  WS_WRITE_DONE failed: -1\n",
                    "dm_write_state_db  WS_BACKUP_DONE failed: -1\n"}),
-            texts(kError, "dm_pal_write"));
+            texts(LOG_LVL_ERR, "dm_pal_write"));
   EXPECT_EQ("home", scalar(DB_CONFIGBAK, "select value from net"));
 }
 
@@ -184,10 +182,10 @@ TEST_F(ItemWrite, OneFailingJournalStepIsNamed) {
     log_.clear();
     const Fault fault({.call = "sqlite3_exec", .code = SQLITE_BUSY, .text = kSteps[i]});
     EXPECT_EQ(0, write_item("ssid", "cabin"));
-    EXPECT_EQ(1, log_.count(kError, "dm_pal_write",
+    EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_pal_write",
                             "dm_write_state_db  " + std::string(kNames[i]) + " failed: -1\n"))
         << log_.dump();
-    EXPECT_EQ(1, log_.count_containing(kError, " failed: -1\n")) << log_.dump();
+    EXPECT_EQ(1, log_.count_containing(LOG_LVL_ERR, " failed: -1\n")) << log_.dump();
   }
 }
 
@@ -195,7 +193,7 @@ TEST_F(ItemWrite, RowFailuresAreReportedAsSuccess) {
   write_item("ssid", "home");
   const Fault fault({.call = "sqlite3_step", .code = SQLITE_FULL, .text = "update net"});
   EXPECT_EQ(0, write_item("ssid", "cabin"));
-  EXPECT_EQ(1, log_.count_matching(kError, R"(\d+ step failed rc: 13\n)")) << log_.dump();
+  EXPECT_EQ(1, log_.count_matching(LOG_LVL_ERR, R"(\d+ step failed rc: 13\n)")) << log_.dump();
   EXPECT_EQ(WS_BACKUP_DONE, journal_state(DB_STATE)) << "the journal advances all the same";
   EXPECT_EQ("home", scalar(DB_CONFIGBAK, "select value from net"));
 }
@@ -221,7 +219,7 @@ TEST_F(ItemWrite, UnhealthyPrimaryIsNotCopiedButReplaced) {
       << trace.dump();
   EXPECT_EQ(backup, read_file(DB_CONFIGBAK));
   EXPECT_EQ(WS_BACKUP_DONE, journal_state(DB_STATE));
-  EXPECT_EQ(Texts{"ERROR: cp /data/configbak.db /data/config.db"}, texts(kError, "dm_pal_write"));
+  EXPECT_EQ(Texts{"ERROR: cp /data/configbak.db /data/config.db"}, texts(LOG_LVL_ERR, "dm_pal_write"));
   EXPECT_EQ(0, write_item("mask", "/24"));
   EXPECT_EQ("cabin", scalar(DB_CONFIGBAK, "select value from net where key='ssid'"));
 }
@@ -245,9 +243,9 @@ TEST_F(ItemWrite, CopyThatCannotBeStartedCarriesTheRowAlone) {
   EXPECT_EQ("0", scalar(DB_CONFIGBAK, "select count(*) from witness")) << "the backup was replaced";
   EXPECT_EQ("cabin", scalar(DB_CONFIGBAK, "select value from net"));
   EXPECT_EQ((Texts{"config.db", "config.db-lock", "configbak.db", "state.db"}), files_in("/data"));
-  EXPECT_EQ(1, log_.count(kError, "dm_pal_write",
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_pal_write",
                           "/data/config.db was not copied, /data/configbak.db is as it was\n"));
-  EXPECT_EQ(1, log_.count(kError, "dm_pal_write",
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_pal_write",
                           "only the row of net ssid was written to /data/configbak.db: 0\n"));
   EXPECT_EQ(WS_BACKUP_DONE, journal_state(DB_STATE));
 }
@@ -320,7 +318,8 @@ TEST_F(ItemWrite, CommandIsCutAtItsRoom) {
   ASSERT_EQ(130U, command.size());
   EXPECT_EQ(command.substr(0, 127),
             trace.calls().at(static_cast<std::size_t>(trace.position("popen", "cp"))).text);
-  EXPECT_EQ(1, log_.count(kError, "dm_pal_write", "ERROR: " + command)) << "the line has room for all of it";
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_pal_write", "ERROR: " + command))
+      << "the line has room for all of it";
   EXPECT_EQ("home", scalar(primary, "select value from net"));
 }
 
@@ -465,7 +464,7 @@ TEST_F(ItemWrite, RowWriteNullArgumentsAndNegativeLength) {
   EXPECT_EQ(-1, dm_write_db(DB_CONFIG, "net", 7, nullptr, 5, "home", 4));
   EXPECT_EQ(-1, dm_write_db(DB_CONFIG, "net", 7, "ssid", 5, nullptr, 4));
   EXPECT_EQ(-1, dm_write_db(DB_CONFIG, "net", 7, "ssid", 5, "home", -1));
-  EXPECT_EQ(5, log_.count(kError, "dm_write_db", "dm_write_db NULL\n")) << log_.dump();
+  EXPECT_EQ(5, log_.count(LOG_LVL_ERR, "dm_write_db", "dm_write_db NULL\n")) << log_.dump();
   EXPECT_EQ(5U, log_.lines().size());
   EXPECT_FALSE(file_exists(DB_CONFIG));
 }
@@ -477,14 +476,14 @@ TEST_F(ItemWrite, RowWriteTouchesOneFile) {
 
 TEST_F(ItemWrite, RowWriteIntoAFileThatCannotBeOpened) {
   EXPECT_EQ(-101, dm_write_db("/nowhere/one.db", "net", 7, "ssid", 5, "home", 4));
-  EXPECT_EQ(1, log_.count(kError, "dm_write_db", "sqlite3_open failed: unable to open database file\n"));
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_write_db", "sqlite3_open failed: unable to open database file\n"));
   EXPECT_EQ(1U, log_.lines().size()) << log_.dump();
 }
 
 TEST_F(ItemWrite, RowWriteWithoutMemoryForTheHandle) {
   const Fault fault({.call = "sqlite3_open", .code = SQLITE_NOMEM, .null_handle = true});
   EXPECT_EQ(-101, dm_write_db(DB_CONFIG, "net", 7, "ssid", 5, "home", 4));
-  EXPECT_EQ(1, log_.count(kError, "dm_write_db", "sqlite3_open failed: out of memory\n")) << log_.dump();
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_write_db", "sqlite3_open failed: out of memory\n")) << log_.dump();
 }
 
 // Every failure to make the table but a corrupt file ends the write without a repair.
@@ -508,7 +507,8 @@ TEST_F(ItemWrite, TableThatCannotBeMade) {
 
 TEST_F(ItemWrite, TableNameThatIsNone) {
   EXPECT_EQ(-1, dm_write_db(DB_CONFIG, "no name", 7, "ssid", 5, "home", 4));
-  EXPECT_EQ(1, log_.count_containing(kError, "create table error rc=1, near \"name\": syntax error, szSql: "))
+  EXPECT_EQ(
+      1, log_.count_containing(LOG_LVL_ERR, "create table error rc=1, near \"name\": syntax error, szSql: "))
       << log_.dump();
 }
 
@@ -542,7 +542,9 @@ class Repair : public ItemWrite {
     fs::copy_file(DB_CONFIG, kRecovery);
     execute_sql(kRecovery, "update net set value=x'6f6c64'");
   }
-  int create_errors() { return log_.count_matching(kError, R"(\[\d+\] create table error rc=11, [\s\S]*)"); }
+  int create_errors() {
+    return log_.count_matching(LOG_LVL_ERR, R"(\[\d+\] create table error rc=11, [\s\S]*)");
+  }
 };
 
 TEST_F(Repair, FromTheBackup) {
@@ -552,12 +554,12 @@ TEST_F(Repair, FromTheBackup) {
   EXPECT_EQ(0, write_item("mask", "/24"));
   EXPECT_EQ((Items{row_of("ssid", "home"), row_of("mask", "/24")}), item_rows(DB_CONFIG, "net"));
   EXPECT_EQ(read_file(DB_CONFIG), read_file(DB_CONFIGBAK));
-  ASSERT_EQ(2U, texts(kError, "dm_write_db").size()) << log_.dump();
+  ASSERT_EQ(2U, texts(LOG_LVL_ERR, "dm_write_db").size()) << log_.dump();
   EXPECT_EQ(1, create_errors());
   EXPECT_NE(std::string::npos,
-            texts(kError, "dm_write_db")[0].find(
+            texts(LOG_LVL_ERR, "dm_write_db")[0].find(
                 std::string("rc=11, database disk image is malformed, szSql: ") + kCreateItems));
-  EXPECT_EQ(std::string("ERROR: ") + kCopyFromBackup, texts(kError, "dm_write_db")[1]);
+  EXPECT_EQ(std::string("ERROR: ") + kCopyFromBackup, texts(LOG_LVL_ERR, "dm_write_db")[1]);
   EXPECT_EQ(1, trace.count("popen", kCopyFromBackup));
   EXPECT_EQ(1, trace.count("popen", kCopyToBackup));
   EXPECT_EQ(2, trace.count("popen"));
@@ -572,7 +574,8 @@ TEST_F(Repair, FromTheRecoveryCopyWhenTheBackupIsCorrupt) {
   EXPECT_EQ(0, write_item("mask", "/24"));
   EXPECT_EQ("old", scalar(DB_CONFIG, "select value from net where key='ssid'"));
   EXPECT_EQ("/24", scalar(DB_CONFIGBAK, "select value from net where key='mask'"));
-  EXPECT_EQ(1, log_.count(kError, "dm_write_db", std::string("ERROR: ") + kCopyFromRecovery)) << log_.dump();
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_write_db", std::string("ERROR: ") + kCopyFromRecovery))
+      << log_.dump();
   EXPECT_EQ(recovery, read_file(kRecovery)) << "the recovery copy is never written";
 }
 
@@ -593,7 +596,7 @@ TEST_F(Repair, WithoutASourceIsTriedAgainAllTheSame) {
   EXPECT_EQ(0, trace.count("popen"));
   EXPECT_EQ(2, trace.count("sqlite3_exec", "create table if not exists net")) << trace.dump();
   EXPECT_EQ(2, create_errors()) << log_.dump();
-  EXPECT_EQ(Texts{"dm_update_db: \n"}, texts(kError, "dm_pal_write"));
+  EXPECT_EQ(Texts{"dm_update_db: \n"}, texts(LOG_LVL_ERR, "dm_pal_write"));
   EXPECT_EQ(primary, read_file(DB_CONFIG));
   EXPECT_EQ(WS_READY, journal_state(DB_STATE));
 }
@@ -644,7 +647,8 @@ TEST_F(Repair, IsNotMadeOfAFileThatIsNoDatabase) {
   const CallTrace trace;
   EXPECT_EQ(-1, write_item("mask", "/24"));
   EXPECT_EQ(0, trace.count("popen"));
-  EXPECT_EQ(1, log_.count_containing(kError, "create table error rc=26, file is not a database, szSql: "))
+  EXPECT_EQ(1,
+            log_.count_containing(LOG_LVL_ERR, "create table error rc=26, file is not a database, szSql: "))
       << log_.dump();
   EXPECT_EQ("home", scalar(DB_CONFIGBAK, "select value from net"));
 }
@@ -667,7 +671,7 @@ TEST_F(Repair, OfMovedFiles) {
   kelo::tests::corrupt_schema(DB_CONFIG);
   EXPECT_EQ(0, write_item("mask", "/24"));
   EXPECT_EQ("moved", scalar("/data/a/config.db", "select value from net where key='ssid'"));
-  EXPECT_EQ(1, log_.count(kError, "dm_write_db", "ERROR: cp /data/b/configbak.db /data/a/config.db"));
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_write_db", "ERROR: cp /data/b/configbak.db /data/a/config.db"));
 }
 
 // --- Files that another process holds ----------------------------------------------------------------------
@@ -680,7 +684,7 @@ TEST_F(ItemWrite, APrimaryHeldForAMomentIsWaitedFor) {
   EXPECT_EQ(0, write_item("ssid", "cabin"));
   EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1500));
   EXPECT_EQ(Items{row_of("ssid", "cabin")}, item_rows(DB_CONFIGBAK, "net"));
-  EXPECT_EQ(1, log_.count_containing(kError, "")) << log_.dump();
+  EXPECT_EQ(1, log_.count_containing(LOG_LVL_ERR, "")) << log_.dump();
 }
 
 TEST_F(ItemWrite, APrimaryHeldForLongIsLeftAlone) {
@@ -693,7 +697,8 @@ TEST_F(ItemWrite, APrimaryHeldForLongIsLeftAlone) {
     EXPECT_EQ(-1, write_item("ssid", "cabin"));
   }
   EXPECT_TRUE(patience.was_asked_for());
-  EXPECT_EQ(1, log_.count_containing(kError, "create table error rc=5, database is locked")) << log_.dump();
+  EXPECT_EQ(1, log_.count_containing(LOG_LVL_ERR, "create table error rc=5, database is locked"))
+      << log_.dump();
   EXPECT_EQ(0, trace.count("popen"));
   EXPECT_EQ("home", scalar(DB_CONFIG, "select value from net"));
 }
@@ -713,7 +718,7 @@ TEST_F(ItemWrite, SlotWritesWhatTheDescriptorSays) {
   EXPECT_EQ(0, dm_sqlite_write(7, &item, "home", 4));
   EXPECT_EQ(Items{row_of("ssid", "home")}, item_rows(DB_CONFIGBAK, "net"));
   EXPECT_EQ("tab:net, key:ssid \n", log_.lines().at(0).text);
-  EXPECT_EQ(1, log_.count(kDebug, "dm_sqlite_write", "tab:net, key:ssid \n")) << log_.dump();
+  EXPECT_EQ(1, log_.count(LOG_LVL_DBUG, "dm_sqlite_write", "tab:net, key:ssid \n")) << log_.dump();
 }
 
 TEST_F(ItemWrite, SlotTakesNamesOfThirtyOneCharacters) {
@@ -729,14 +734,14 @@ TEST_F(ItemWrite, SlotPassesResultsOn) {
   kelo_dm_item_desc item = descriptor("net", "ssid", 5);
   EXPECT_EQ(-1, dm_sqlite_write(7, &item, nullptr, 4));
   EXPECT_EQ(-1, dm_sqlite_write(7, &item, "home", -1));
-  EXPECT_EQ(2, log_.count(kError, "dm_pal_write", "dm_pal_write NULL\n")) << log_.dump();
+  EXPECT_EQ(2, log_.count(LOG_LVL_ERR, "dm_pal_write", "dm_pal_write NULL\n")) << log_.dump();
   // The lock was given back each time.
   EXPECT_EQ(0, dm_sqlite_write(7, &item, "home", 4));
 }
 
 TEST_F(ItemWrite, SlotWithoutDescriptor) {
   EXPECT_EQ(-1, dm_sqlite_write(7, nullptr, "home", 4));
-  EXPECT_EQ(1, log_.count(kError, "dm_sqlite_write", "dm_sqlite_write param NULL\n")) << log_.dump();
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_sqlite_write", "dm_sqlite_write param NULL\n")) << log_.dump();
   EXPECT_EQ(1U, log_.lines().size());
 }
 
@@ -834,7 +839,7 @@ TEST_F(ItemWrite, SlotsExcludeEachOther) {
   });
   while (reader_id == 0 || (!ended && !sleeps(reader_id))) std::this_thread::yield();
   EXPECT_FALSE(ended) << "the read did not wait for the write";
-  EXPECT_EQ(0, log_.count_containing(kDebug, "rd ret")) << log_.dump();
+  EXPECT_EQ(0, log_.count_containing(LOG_LVL_DBUG, "rd ret")) << log_.dump();
   kelo::tests::write_file("/tmp/go_on", "");
   writer.join();
   reader.join();

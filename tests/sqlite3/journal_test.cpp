@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "kelo_utils/log.h"
 #include "kelo_utils/sqlite.h"
 #include "tests/support/database.hpp"
 #include "tests/support/descriptors.hpp"
@@ -27,9 +28,6 @@ using kelo::tests::LogCapture;
 using kelo::tests::open_descriptors;
 using kelo::tests::ShortBusyTimeout;
 
-constexpr int kDebug = 0;
-constexpr int kWarning = 2;
-constexpr int kError = 3;
 constexpr char kFunction[] = "dm_write_state_db";
 constexpr char kColumns[] = "alter_table_add_column";
 
@@ -90,7 +88,7 @@ TEST_F(Journal, LargeNumbersAreStoredAsNegativeOnes) {
 TEST_F(Journal, NullArguments) {
   EXPECT_EQ(-1, dm_write_state_db(nullptr, 7, "ssid", 5, 4, WS_READY));
   EXPECT_EQ(-1, dm_write_state_db("net", 7, nullptr, 5, 4, WS_READY));
-  EXPECT_EQ(2, log_.count(kError, kFunction, "dm_write_state_db NULL\n")) << log_.dump();
+  EXPECT_EQ(2, log_.count(LOG_LVL_ERR, kFunction, "dm_write_state_db NULL\n")) << log_.dump();
   EXPECT_EQ(2U, log_.lines().size());
   EXPECT_FALSE(file_exists(DB_STATE));
 }
@@ -98,13 +96,13 @@ TEST_F(Journal, NullArguments) {
 TEST_F(Journal, FileThatCannotBeOpened) {
   sqlite_reg_store_area("/nowhere/", nullptr);
   EXPECT_EQ(-1, record(WS_READY));
-  expect_only_line(kError, "sqlite3_open failed: unable to open database file\n");
+  expect_only_line(LOG_LVL_ERR, "sqlite3_open failed: unable to open database file\n");
 }
 
 TEST_F(Journal, OpenWithoutMemory) {
   const Fault fault({.call = "sqlite3_open", .code = SQLITE_NOMEM, .null_handle = true});
   EXPECT_EQ(-1, record(WS_READY));
-  expect_only_line(kError, "sqlite3_open failed: out of memory\n");
+  expect_only_line(LOG_LVL_ERR, "sqlite3_open failed: out of memory\n");
 }
 
 TEST_F(Journal, TableThatCannotBeCreated) {
@@ -112,7 +110,7 @@ TEST_F(Journal, TableThatCannotBeCreated) {
   const std::string before = kelo::tests::read_file(DB_STATE);
   const CallTrace trace;
   EXPECT_EQ(-1, record(WS_READY));
-  expect_only_line(kError, R"(\[\d+\] create table error, file is not a database\n)");
+  expect_only_line(LOG_LVL_ERR, R"(\[\d+\] create table error, file is not a database\n)");
   EXPECT_EQ(0, trace.count("system")) << "only a failing update deletes the journal";
   EXPECT_EQ(before, kelo::tests::read_file(DB_STATE));
 }
@@ -121,7 +119,7 @@ TEST_F(Journal, RowThatCannotBeInserted) {
   const Fault fault({.call = "sqlite3_exec", .code = SQLITE_FULL, .text = "insert into state"});
   const CallTrace trace;
   EXPECT_EQ(-1, record(WS_READY));
-  expect_only_line(kError, R"(\[\d+\] insert error, database or disk is full\n)");
+  expect_only_line(LOG_LVL_ERR, R"(\[\d+\] insert error, database or disk is full\n)");
   EXPECT_EQ(1, fault.failed());
   EXPECT_EQ(0, trace.count("system"));
   EXPECT_EQ(std::nullopt, journal_row(DB_STATE));
@@ -131,7 +129,7 @@ TEST_F(Journal, RowThatCannotBeInserted) {
 TEST_F(Journal, ExistenceThatCannotBeAsked) {
   const Fault fault({.call = "sqlite3_get_table", .code = SQLITE_IOERR});
   EXPECT_EQ(0, record(WS_READY));
-  EXPECT_EQ(1, log_.count_matching(kError, R"(\[\d+\] get table existence error: disk I/O error\n)"))
+  EXPECT_EQ(1, log_.count_matching(LOG_LVL_ERR, R"(\[\d+\] get table existence error: disk I/O error\n)"))
       << log_.dump();
   EXPECT_EQ("dm_record_exist", log_.lines()[0].function);
   EXPECT_EQ(WS_READY, kelo::tests::journal_state(DB_STATE));
@@ -144,12 +142,12 @@ TEST_F(Journal, MissingIdIsAdded) {
                "'write_state','lan','mask',6,16,102");
   EXPECT_EQ(0, record(WS_WRITE_DONE));
   EXPECT_EQ((JournalRow{"write_state", "net", 7, "ssid", 5, 4, 101}), journal_row(DB_STATE));
-  EXPECT_EQ(1, log_.count(kError, kFunction,
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, kFunction,
                           std::string("szSql: ") + kUpdate + ", rc: 1, szErrMsg: no such column: id\n"))
       << log_.dump();
-  EXPECT_EQ(1, log_.count(kWarning, kColumns, "szSql alter table state add column id integer\n"))
+  EXPECT_EQ(1, log_.count(LOG_LVL_WRN, kColumns, "szSql alter table state add column id integer\n"))
       << log_.dump();
-  EXPECT_EQ(1, log_.count_containing(kError, "")) << log_.dump();
+  EXPECT_EQ(1, log_.count_containing(LOG_LVL_ERR, "")) << log_.dump();
 }
 
 TEST_F(Journal, MissingTypeIsAdded) {
@@ -157,7 +155,7 @@ TEST_F(Journal, MissingTypeIsAdded) {
                "'write_state','lan',8,'mask',16,102");
   EXPECT_EQ(0, record(WS_WRITE_DONE));
   EXPECT_EQ((JournalRow{"write_state", "net", 7, "ssid", 5, 4, 101}), journal_row(DB_STATE));
-  EXPECT_EQ(1, log_.count(kWarning, kColumns, "szSql alter table state add column type integer\n"))
+  EXPECT_EQ(1, log_.count(LOG_LVL_WRN, kColumns, "szSql alter table state add column type integer\n"))
       << log_.dump();
 }
 
@@ -173,10 +171,11 @@ TEST_F(Journal, AnotherMissingColumnCannotBeAdded) {
                "'write_state','lan',8,'mask',6,102");
   const CallTrace trace;
   EXPECT_EQ(-1, record(WS_WRITE_DONE));
-  EXPECT_EQ(1, log_.count_matching(kError, R"(\[\d+\] update error, no such column: len\n)")) << log_.dump();
-  EXPECT_EQ(1, log_.count(kError, kFunction, std::string("error when szSql: ") + kUpdate + ", rc: 1\n"))
+  EXPECT_EQ(1, log_.count_matching(LOG_LVL_ERR, R"(\[\d+\] update error, no such column: len\n)"))
       << log_.dump();
-  EXPECT_EQ(3, log_.count_containing(kError, "")) << log_.dump();
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, kFunction, std::string("error when szSql: ") + kUpdate + ", rc: 1\n"))
+      << log_.dump();
+  EXPECT_EQ(3, log_.count_containing(LOG_LVL_ERR, "")) << log_.dump();
   EXPECT_EQ(0, trace.count("system")) << "the journal is kept";
   EXPECT_EQ("102", kelo::tests::scalar(DB_STATE, "select state from state"));
 }
@@ -187,10 +186,10 @@ TEST_F(Journal, ColumnThatCannotBeAdded) {
   const Fault fault({.call = "sqlite3_exec", .code = SQLITE_FULL, .text = "alter table state"});
   const CallTrace trace;
   EXPECT_EQ(-1, record(WS_WRITE_DONE));
-  EXPECT_EQ(1, log_.count_matching(kError, R"(\[\d+\] update error, database or disk is full\n)"))
+  EXPECT_EQ(1, log_.count_matching(LOG_LVL_ERR, R"(\[\d+\] update error, database or disk is full\n)"))
       << log_.dump();
-  EXPECT_EQ(1, log_.count(kError, kFunction, "alter_table_add_column failed\n")) << log_.dump();
-  EXPECT_EQ(1, log_.count(kError, kFunction, std::string("error when szSql: ") + kUpdate + ", rc: 1\n"))
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, kFunction, "alter_table_add_column failed\n")) << log_.dump();
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, kFunction, std::string("error when szSql: ") + kUpdate + ", rc: 1\n"))
       << log_.dump();
   EXPECT_EQ(0, trace.count("system"));
   EXPECT_EQ("102", kelo::tests::scalar(DB_STATE, "select state from state"));
@@ -220,7 +219,7 @@ TEST_F(BrokenJournal, IsDeletedAndMadeAnew) {
   Texts texts;
   for (const auto& line : log_.lines()) {
     EXPECT_EQ(kFunction, line.function);
-    EXPECT_EQ(line.text.starts_with("Create database") ? kDebug : kError, line.level);
+    EXPECT_EQ(line.text.starts_with("Create database") ? LOG_LVL_DBUG : LOG_LVL_ERR, line.level);
     texts.push_back(line.text);
   }
   const std::string update = kUpdate;
@@ -239,16 +238,18 @@ TEST_F(BrokenJournal, ThatCannotBeMadeAnew) {
   const Fault fault({.call = "sqlite3_open", .code = SQLITE_NOMEM, .at = 2, .null_handle = true});
   EXPECT_EQ(-1, record(WS_WRITE_DONE));
   EXPECT_EQ(1, fault.failed());
-  EXPECT_EQ(1, log_.count(kError, kFunction, "Can't create database: out of memory\n")) << log_.dump();
-  EXPECT_EQ(1, log_.count(kDebug, kFunction, "Create database /data/state.db successfully\n")) << log_.dump();
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, kFunction, "Can't create database: out of memory\n")) << log_.dump();
+  EXPECT_EQ(1, log_.count(LOG_LVL_DBUG, kFunction, "Create database /data/state.db successfully\n"))
+      << log_.dump();
   EXPECT_FALSE(file_exists(DB_STATE));
   EXPECT_EQ(0, record(WS_WRITE_DONE)) << "the next write makes it";
 }
 
 TEST_F(BrokenJournal, TheRestOfAWriteUsesTheFreshFile) {
   EXPECT_EQ(0, dm_pal_write("net", 7, "ssid", 5, "home", 4));
-  EXPECT_EQ(1, log_.count(kError, "dm_pal_write", "dm_write_state_db  WS_READY failed: -1\n")) << log_.dump();
-  EXPECT_EQ(0, log_.count_containing(kError, "WS_WRITE_DONE failed")) << log_.dump();
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_pal_write", "dm_write_state_db  WS_READY failed: -1\n"))
+      << log_.dump();
+  EXPECT_EQ(0, log_.count_containing(LOG_LVL_ERR, "WS_WRITE_DONE failed")) << log_.dump();
   EXPECT_EQ((JournalRow{"write_state", "net", 7, "ssid", 5, 4, 102}), journal_row(DB_STATE));
 }
 
@@ -269,7 +270,7 @@ TEST_F(Journal, FailureWithoutText) {
   const Fault fault(
       {.call = "sqlite3_exec", .code = SQLITE_MISUSE, .text = "update state", .null_error = true});
   EXPECT_EQ(-1, record(WS_WRITE_DONE));
-  EXPECT_EQ(1, log_.count_containing(kError, "rc: 21, szErrMsg: bad parameter or other API misuse\n"))
+  EXPECT_EQ(1, log_.count_containing(LOG_LVL_ERR, "rc: 21, szErrMsg: bad parameter or other API misuse\n"))
       << log_.dump();
 }
 
@@ -304,27 +305,29 @@ class HeldJournal : public Journal {
     }
     EXPECT_EQ(0, trace.count("system")) << trace.dump();
     EXPECT_EQ(before, kelo::tests::read_file(DB_STATE));
-    EXPECT_EQ(0, log_.count_containing(kError, "ret_pos is NULL")) << log_.dump();
+    EXPECT_EQ(0, log_.count_containing(LOG_LVL_ERR, "ret_pos is NULL")) << log_.dump();
   }
 };
 
 TEST_F(HeldJournal, Exclusively) {
   expect_kept_while("begin exclusive");
-  expect_only_line(kError, R"(\[\d+\] create table error, database is locked\n)");
+  expect_only_line(LOG_LVL_ERR, R"(\[\d+\] create table error, database is locked\n)");
 }
 
 TEST_F(HeldJournal, ForWriting) {
   expect_kept_while("begin immediate");
   const std::string update = kUpdate;
-  EXPECT_EQ(1, log_.count(kError, kFunction, "szSql: " + update + ", rc: 5, szErrMsg: database is locked\n"))
+  EXPECT_EQ(
+      1, log_.count(LOG_LVL_ERR, kFunction, "szSql: " + update + ", rc: 5, szErrMsg: database is locked\n"))
       << log_.dump();
-  EXPECT_EQ(1, log_.count(kError, kFunction, "error when szSql: " + update + ", rc: 5\n")) << log_.dump();
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, kFunction, "error when szSql: " + update + ", rc: 5\n"))
+      << log_.dump();
   EXPECT_EQ(2U, log_.lines().size()) << log_.dump();
 }
 
 TEST_F(HeldJournal, ForReading) {
   expect_kept_while("begin; select * from state");
-  EXPECT_EQ(1, log_.count_containing(kError, "rc: 5, szErrMsg: database is locked\n")) << log_.dump();
+  EXPECT_EQ(1, log_.count_containing(LOG_LVL_ERR, "rc: 5, szErrMsg: database is locked\n")) << log_.dump();
 }
 
 TEST_F(HeldJournal, AWriteGoesOnWithoutIt) {
@@ -335,8 +338,8 @@ TEST_F(HeldJournal, AWriteGoesOnWithoutIt) {
     EXPECT_EQ(0, dm_pal_write("net", 7, "ssid", 5, "home", 4));
   }
   for (const char* const state : {"WS_READY", "WS_WRITE_DONE", "WS_BACKUP_DONE"}) {
-    EXPECT_EQ(
-        1, log_.count(kError, "dm_pal_write", "dm_write_state_db  " + std::string(state) + " failed: -1\n"))
+    EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_pal_write",
+                            "dm_write_state_db  " + std::string(state) + " failed: -1\n"))
         << log_.dump();
   }
   EXPECT_EQ(0, trace.count("system"));
@@ -369,7 +372,7 @@ TEST_F(Journal, LongerStatementsAreCut) {
   EXPECT_EQ(-1, dm_write_state_db("net", 7, key.c_str(), 5, 4, WS_READY));
   EXPECT_EQ(511U,
             trace.calls().at(static_cast<std::size_t>(trace.position("sqlite3_exec", "insert"))).text.size());
-  expect_only_line(kError, R"(\[\d+\] insert error, incomplete input\n)");
+  expect_only_line(LOG_LVL_ERR, R"(\[\d+\] insert error, incomplete input\n)");
 }
 
 TEST_F(Journal, NoDescriptorIsLeftOpen) {

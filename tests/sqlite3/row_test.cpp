@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "kelo_utils/log.h"
 #include "kelo_utils/sqlite.h"
 #include "tests/support/database.hpp"
 #include "tests/support/log_capture.hpp"
@@ -27,9 +28,6 @@ using kelo::tests::kEveryTime;
 using kelo::tests::LogCapture;
 using kelo::tests::reference_crc;
 
-constexpr int kDebug = 0;
-constexpr int kWarning = 2;
-constexpr int kError = 3;
 constexpr char kStep[] = "dm_update_record";
 constexpr char kPath[] = "/data/rows.db";
 constexpr char kInsertFragment[] = "insert into net";
@@ -69,7 +67,7 @@ TEST_F(Existence, AsksWithItsStatement) {
 
 TEST_F(Existence, OfATableThatIsNotThere) {
   EXPECT_EQ(0, dm_record_exist(db_, "net", "ssid"));
-  EXPECT_EQ(1, log_.count_matching(kError, R"(\[\d+\] get table existence error: SQL logic error\n)"))
+  EXPECT_EQ(1, log_.count_matching(LOG_LVL_ERR, R"(\[\d+\] get table existence error: SQL logic error\n)"))
       << log_.dump();
   ASSERT_EQ(1U, log_.lines().size());
   EXPECT_EQ("dm_record_exist", log_.lines()[0].function);
@@ -80,7 +78,7 @@ TEST_F(Existence, ThatCannotBeAsked) {
   const Fault fault({.call = "sqlite3_get_table", .code = SQLITE_CORRUPT});
   EXPECT_EQ(0, dm_record_exist(db_, "net", "ssid"));
   EXPECT_EQ(1, log_.count_matching(
-                   kError, R"(\[\d+\] get table existence error: database disk image is malformed\n)"))
+                   LOG_LVL_ERR, R"(\[\d+\] get table existence error: database disk image is malformed\n)"))
       << log_.dump();
 }
 
@@ -88,7 +86,7 @@ TEST_F(Existence, NullArguments) {
   EXPECT_EQ(0, dm_record_exist(nullptr, "net", "ssid"));
   EXPECT_EQ(0, dm_record_exist(db_, nullptr, "ssid"));
   EXPECT_EQ(0, dm_record_exist(db_, "net", nullptr));
-  EXPECT_EQ(3, log_.count(kError, "dm_record_exist", "dm_record_exist param NULL\n")) << log_.dump();
+  EXPECT_EQ(3, log_.count(LOG_LVL_ERR, "dm_record_exist", "dm_record_exist param NULL\n")) << log_.dump();
   EXPECT_EQ(3U, log_.lines().size());
 }
 
@@ -97,7 +95,7 @@ TEST_F(Existence, StatementIsCutAtItsRoom) {
   const CallTrace trace;
   EXPECT_EQ(0, dm_record_exist(db_, "net", std::string(600, 'k').c_str()));
   EXPECT_EQ(511U, trace.calls().at(0).text.size());
-  EXPECT_EQ(1, log_.count_containing(kError, "get table existence error")) << log_.dump();
+  EXPECT_EQ(1, log_.count_containing(LOG_LVL_ERR, "get table existence error")) << log_.dump();
 }
 
 // --- Storing a row -----------------------------------------------------------------------------------------
@@ -149,7 +147,7 @@ TEST_F(RowStorage, ChecksumIsLogged) {
   EXPECT_EQ(0, store("home"));
   std::array<char, 32> text{};
   std::snprintf(text.data(), text.size(), "wr crc: 0x%x\n", static_cast<unsigned>(reference_crc("home")));
-  EXPECT_EQ(1, log_.count(kDebug, kStep, text.data())) << log_.dump();
+  EXPECT_EQ(1, log_.count(LOG_LVL_DBUG, kStep, text.data())) << log_.dump();
   EXPECT_EQ(1U, log_.lines().size()) << log_.dump();
 }
 
@@ -244,7 +242,7 @@ class FailingStep : public RowStorage, public testing::WithParamInterface<Way> {
   }
   void expect_function_of_errors() {
     for (const auto& line : log_.lines()) {
-      if (line.level == kError && line.text.find("update error") == std::string::npos) {
+      if (line.level == LOG_LVL_ERR && line.text.find("update error") == std::string::npos) {
         EXPECT_EQ(kStep, line.function) << line;
       }
     }
@@ -255,17 +253,17 @@ class FailingStep : public RowStorage, public testing::WithParamInterface<Way> {
 
 TEST_P(FailingStep, PreparationFailsOnce) {
   EXPECT_EQ(0, store_with({.call = "sqlite3_prepare", .code = SQLITE_ERROR}));
-  EXPECT_EQ(1, log_.count_matching(kError, prepare_error(1))) << log_.dump();
-  EXPECT_EQ(1, log_.count(kWarning, "alter_table_add_column", "alter_table_add_column\n")) << log_.dump();
-  EXPECT_EQ(1, log_.count_containing(kError, "")) << log_.dump();
+  EXPECT_EQ(1, log_.count_matching(LOG_LVL_ERR, prepare_error(1))) << log_.dump();
+  EXPECT_EQ(1, log_.count(LOG_LVL_WRN, "alter_table_add_column", "alter_table_add_column\n")) << log_.dump();
+  EXPECT_EQ(1, log_.count_containing(LOG_LVL_ERR, "")) << log_.dump();
   expect_function_of_errors();
   EXPECT_EQ(Items{row_of("home")}, item_rows(kPath, "net"));
 }
 
 TEST_P(FailingStep, PreparationFailsTwice) {
   EXPECT_EQ(0, store_with({.call = "sqlite3_prepare", .code = SQLITE_NOMEM, .times = kEveryTime}));
-  EXPECT_EQ(2, log_.count_matching(kError, prepare_error(7))) << log_.dump();
-  EXPECT_EQ(2, log_.count_containing(kError, "")) << log_.dump();
+  EXPECT_EQ(2, log_.count_matching(LOG_LVL_ERR, prepare_error(7))) << log_.dump();
+  EXPECT_EQ(2, log_.count_containing(LOG_LVL_ERR, "")) << log_.dump();
   expect_function_of_errors();
   EXPECT_EQ(before_, item_rows(kPath, "net"));
 }
@@ -273,9 +271,9 @@ TEST_P(FailingStep, PreparationFailsTwice) {
 TEST_P(FailingStep, ColumnsCannotBeAdded) {
   const Fault select({.call = "sqlite3_exec", .code = SQLITE_IOERR, .text = "select id,type"});
   EXPECT_EQ(0, store_with({.call = "sqlite3_prepare", .code = SQLITE_ERROR}));
-  EXPECT_EQ(1, log_.count_matching(kError, prepare_error(1))) << log_.dump();
-  EXPECT_EQ(1, log_.count(kError, kStep, "alter_table_add_column failed\n")) << log_.dump();
-  EXPECT_EQ(2, log_.count_containing(kError, "")) << log_.dump();
+  EXPECT_EQ(1, log_.count_matching(LOG_LVL_ERR, prepare_error(1))) << log_.dump();
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, kStep, "alter_table_add_column failed\n")) << log_.dump();
+  EXPECT_EQ(2, log_.count_containing(LOG_LVL_ERR, "")) << log_.dump();
   expect_function_of_errors();
   EXPECT_EQ(before_, item_rows(kPath, "net"));
 }
@@ -283,10 +281,10 @@ TEST_P(FailingStep, ColumnsCannotBeAdded) {
 TEST_P(FailingStep, ValueCannotBeBound) {
   const CallTrace trace;
   EXPECT_EQ(0, store_with({.call = "sqlite3_bind_blob", .code = SQLITE_TOOBIG}));
-  EXPECT_EQ(
-      1, log_.count_matching(kError, R"(\[\d+\] bind_blob error, )" + std::string(GetParam().label) + "18\n"))
+  EXPECT_EQ(1, log_.count_matching(LOG_LVL_ERR,
+                                   R"(\[\d+\] bind_blob error, )" + std::string(GetParam().label) + "18\n"))
       << log_.dump();
-  EXPECT_EQ(1, log_.count_containing(kError, "")) << log_.dump();
+  EXPECT_EQ(1, log_.count_containing(LOG_LVL_ERR, "")) << log_.dump();
   expect_function_of_errors();
   EXPECT_EQ(0, trace.count("sqlite3_step")) << "stepped without a value";
   EXPECT_EQ(before_, item_rows(kPath, "net"));
@@ -296,9 +294,9 @@ TEST_P(FailingStep, StepFails) {
   for (const int code : {SQLITE_FULL, SQLITE_ROW, SQLITE_OK}) {
     log_.clear();
     EXPECT_EQ(0, store_with({.call = "sqlite3_step", .code = code}));
-    EXPECT_EQ(1, log_.count_matching(kError, R"(\d+ step failed rc: )" + std::to_string(code) + "\n"))
+    EXPECT_EQ(1, log_.count_matching(LOG_LVL_ERR, R"(\d+ step failed rc: )" + std::to_string(code) + "\n"))
         << log_.dump();
-    EXPECT_EQ(1, log_.count_containing(kError, "")) << log_.dump();
+    EXPECT_EQ(1, log_.count_containing(LOG_LVL_ERR, "")) << log_.dump();
     expect_function_of_errors();
     EXPECT_EQ(before_, item_rows(kPath, "net"));
   }
@@ -313,7 +311,7 @@ TEST_F(RowStorage, RefusedRow) {
               "create table net (id integer,key text,type integer,len integer check (len < 4),crc integer,"
               "value blob)");
   EXPECT_EQ(0, store("home"));
-  EXPECT_EQ(1, log_.count_matching(kError, R"(\d+ step failed rc: (1|19|275)\n)")) << log_.dump();
+  EXPECT_EQ(1, log_.count_matching(LOG_LVL_ERR, R"(\d+ step failed rc: (1|19|275)\n)")) << log_.dump();
   EXPECT_EQ(Items{}, item_rows(kPath, "net"));
 }
 
@@ -342,8 +340,8 @@ TEST_P(OldTables, InsertAddsTheColumns) {
   make_table();
   EXPECT_EQ(0, store("home"));
   EXPECT_EQ(Items{row_of("home")}, item_rows(kPath, "net"));
-  EXPECT_EQ(1, log_.count_matching(kError, R"(\[\d+\] sqlite3_prepare error, 1\n)")) << log_.dump();
-  EXPECT_EQ(GetParam().added, log_.count_containing(kWarning, "szSql alter table net add column"))
+  EXPECT_EQ(1, log_.count_matching(LOG_LVL_ERR, R"(\[\d+\] sqlite3_prepare error, 1\n)")) << log_.dump();
+  EXPECT_EQ(GetParam().added, log_.count_containing(LOG_LVL_WRN, "szSql alter table net add column"))
       << log_.dump();
 }
 
@@ -352,7 +350,7 @@ TEST_P(OldTables, UpdateAddsTheColumns) {
   execute_sql(kPath, std::string("insert into net values (") + GetParam().values + ")");
   EXPECT_EQ(0, store("home"));
   EXPECT_EQ(Items{row_of("home")}, item_rows(kPath, "net"));
-  EXPECT_EQ(1, log_.count_matching(kError, R"(\[\d+\] sqlite3_prepare error, rc: 1\n)")) << log_.dump();
+  EXPECT_EQ(1, log_.count_matching(LOG_LVL_ERR, R"(\[\d+\] sqlite3_prepare error, rc: 1\n)")) << log_.dump();
 }
 
 TEST_P(OldTables, OtherRowsStay) {
@@ -370,9 +368,9 @@ TEST_P(OldTables, ColumnThatCannotBeAdded) {
   make_table();
   const Fault fault({.call = "sqlite3_exec", .code = SQLITE_FULL, .text = "alter table net"});
   EXPECT_EQ(0, store("home"));
-  EXPECT_EQ(1, log_.count_matching(kError, R"(\[\d+\] update error, database or disk is full\n)"))
+  EXPECT_EQ(1, log_.count_matching(LOG_LVL_ERR, R"(\[\d+\] update error, database or disk is full\n)"))
       << log_.dump();
-  EXPECT_EQ(1, log_.count(kError, kStep, "alter_table_add_column failed\n")) << log_.dump();
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, kStep, "alter_table_add_column failed\n")) << log_.dump();
   EXPECT_EQ("0", kelo::tests::scalar(kPath, "select count(*) from net"));
 }
 
@@ -394,7 +392,7 @@ TEST_F(RowStorage, StatementsThatFitAreStored) {
     EXPECT_EQ(0, dm_write_db(kPath, "net", 7, key.c_str(), 5, "home", 4));
     EXPECT_EQ("home", kelo::tests::scalar(kPath, "select value from net where key='" + key + "'"));
   }
-  EXPECT_EQ(0, log_.count_containing(kError, "")) << log_.dump();
+  EXPECT_EQ(0, log_.count_containing(LOG_LVL_ERR, "")) << log_.dump();
 }
 
 TEST_F(RowStorage, LongerStatementsAreCut) {
@@ -404,13 +402,13 @@ TEST_F(RowStorage, LongerStatementsAreCut) {
   EXPECT_EQ(
       511U,
       trace.calls().at(static_cast<std::size_t>(trace.position("sqlite3_prepare", "insert"))).text.size());
-  EXPECT_EQ(2, log_.count_matching(kError, R"(\[\d+\] sqlite3_prepare error, 1\n)")) << log_.dump();
+  EXPECT_EQ(2, log_.count_matching(LOG_LVL_ERR, R"(\[\d+\] sqlite3_prepare error, 1\n)")) << log_.dump();
   EXPECT_EQ("0", kelo::tests::scalar(kPath, "select count(*) from net"));
 }
 
 TEST_F(RowStorage, KeyLongerThanEveryStatement) {
   EXPECT_EQ(0, dm_write_db(kPath, "net", 7, std::string(600, 'k').c_str(), 5, "home", 4));
-  EXPECT_EQ(1, log_.count(kError, kStep, "alter_table_add_column failed\n")) << log_.dump();
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, kStep, "alter_table_add_column failed\n")) << log_.dump();
   EXPECT_EQ("0", kelo::tests::scalar(kPath, "select count(*) from net"));
 }
 
@@ -440,7 +438,7 @@ TEST_F(RowStorage, FetchOfAnEmptyOrMissingValueTouchesNothing) {
     EXPECT_EQ('#', buffer);
     EXPECT_EQ(77U, crc);
   }
-  EXPECT_EQ(1, log_.count(kError, "dm_read_db", "sqlite3_step error 101\n")) << log_.dump();
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_read_db", "sqlite3_step error 101\n")) << log_.dump();
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include <string_view>
 #include <thread>
 
+#include "kelo_utils/log.h"
 #include "kelo_utils/sqlite.h"
 #include "tests/support/database.hpp"
 #include "tests/support/descriptors.hpp"
@@ -25,8 +26,6 @@ using kelo::tests::Fault;
 using kelo::tests::LogCapture;
 using kelo::tests::open_descriptors;
 
-constexpr int kDebug = 0;
-constexpr int kError = 3;
 constexpr char kFunction[] = "dm_sqlite_system_cmd";
 
 class Shell : public testing::Test {
@@ -43,14 +42,14 @@ class Shell : public testing::Test {
 TEST_F(Shell, NullCommand) {
   EXPECT_EQ(-1, dm_sqlite_system_cmd(nullptr, output_.data(), 16));
   EXPECT_EQ("####", output(4));
-  EXPECT_EQ(1, log_.count(kError, kFunction, "dm_sqlite_system_cmd NULL\n")) << log_.dump();
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, kFunction, "dm_sqlite_system_cmd NULL\n")) << log_.dump();
   EXPECT_EQ(1U, log_.lines().size());
 }
 
 TEST_F(Shell, OutputIsReadWithoutTerminator) {
   EXPECT_EQ(0, dm_sqlite_system_cmd("echo hello", output_.data(), 255));
   EXPECT_EQ("hello\n##", output(8));
-  EXPECT_EQ(1, log_.count(kDebug, kFunction, "read_len=6\n")) << log_.dump();
+  EXPECT_EQ(1, log_.count(LOG_LVL_DBUG, kFunction, "read_len=6\n")) << log_.dump();
   EXPECT_EQ(1U, log_.lines().size());
 }
 
@@ -62,7 +61,8 @@ TEST_F(Shell, OutputStopsAtTheGivenSize) {
     EXPECT_EQ(0, dm_sqlite_system_cmd("printf 0123456789", output_.data(), size));
     const std::size_t read = std::min<std::size_t>(size, kLength);
     EXPECT_EQ(std::string("0123456789").substr(0, read) + "##", output(read + 2));
-    EXPECT_EQ(1, log_.count(kDebug, kFunction, "read_len=" + std::to_string(read) + "\n")) << log_.dump();
+    EXPECT_EQ(1, log_.count(LOG_LVL_DBUG, kFunction, "read_len=" + std::to_string(read) + "\n"))
+        << log_.dump();
   }
 }
 
@@ -91,14 +91,14 @@ TEST_F(Shell, ExitStatusIsNotExamined) {
   EXPECT_EQ(0, dm_sqlite_system_cmd("", output_.data(), 16));
   EXPECT_EQ(0, dm_sqlite_system_cmd("no-such-command 2> /dev/null", output_.data(), 16));
   EXPECT_EQ("##", output(2));
-  EXPECT_EQ(4, log_.count(kDebug, kFunction, "read_len=0\n")) << log_.dump();
+  EXPECT_EQ(4, log_.count(LOG_LVL_DBUG, kFunction, "read_len=0\n")) << log_.dump();
 }
 
 TEST_F(Shell, PipeThatCannotBeMade) {
   const Fault fault({.call = "popen", .code = EMFILE});
   EXPECT_EQ(-1, dm_sqlite_system_cmd("echo hello", output_.data(), 16));
   EXPECT_EQ("####", output(4));
-  EXPECT_EQ(1, log_.count(kError, kFunction, "system command failed: (24) Too many open files\n"))
+  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, kFunction, "system command failed: (24) Too many open files\n"))
       << log_.dump();
   EXPECT_EQ(1U, log_.lines().size());
 }

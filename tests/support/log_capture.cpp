@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
+#include <cstring>
 #include <mutex>
 #include <regex>
 #include <sstream>
@@ -14,8 +16,11 @@ namespace kelo::tests {
 namespace {
 
 std::mutex mutex;
-std::vector<std::string> caught;
+// One line after the other, each with its terminator. A test may have let the heap run out, so it is not used.
+std::array<char, std::size_t{64} << 20U> caught;
+std::size_t caught_size = 0;
 std::vector<LogLine> taken_apart;  // as many from the front as were asked for
+std::size_t taken_apart_size = 0;  // what they take of the above
 
 LogLine take_apart(const std::string& line) {
   static constexpr std::array<std::string_view, 5> kTags = {" DBUG", " INFO", "-WRN-", "=ERR=", "*CRT*"};
@@ -31,12 +36,19 @@ LogLine take_apart(const std::string& line) {
 // The thread that logs may have a small stack: taking a line apart waits until somebody asks.
 void keep(const char* line) {
   const std::scoped_lock lock(mutex);
-  caught.emplace_back(line);
+  const std::size_t size = std::strlen(line) + 1;
+  if (size > caught.size() - caught_size) std::abort();
+  std::memcpy(caught.data() + caught_size, line, size);
+  caught_size += size;
 }
 
 std::vector<LogLine> caught_lines() {
   const std::scoped_lock lock(mutex);
-  while (taken_apart.size() < caught.size()) taken_apart.push_back(take_apart(caught[taken_apart.size()]));
+  while (taken_apart_size < caught_size) {
+    const std::string line = caught.data() + taken_apart_size;
+    taken_apart.push_back(take_apart(line));
+    taken_apart_size += line.size() + 1;
+  }
   return taken_apart;
 }
 
@@ -48,8 +60,14 @@ int count_lines(Predicate predicate) {
 
 }  // namespace
 
+std::string level_name(int level) {
+  static constexpr std::array<const char*, 5> kNames = {"DBUG", "INFO", "WRN", "ERR", "CRT"};
+  return level < 0 ? "NONE" : kNames.at(static_cast<std::size_t>(level));
+}
+
 std::ostream& operator<<(std::ostream& out, const LogLine& line) {
-  return out << line.level << ' ' << line.function << ' ' << line.source_line << " \"" << line.text << '"';
+  return out << level_name(line.level) << ' ' << line.function << ' ' << line.source_line << " \""
+             << line.text << '"';
 }
 
 LogCapture::LogCapture() {
@@ -68,7 +86,8 @@ std::vector<LogLine> LogCapture::lines() const { return caught_lines(); }
 
 void LogCapture::clear() {
   const std::scoped_lock lock(mutex);
-  caught.clear();
+  caught_size = 0;
+  taken_apart_size = 0;
   taken_apart.clear();
 }
 

@@ -17,6 +17,8 @@ struct LogLine {
   std::string text;
 };
 
+// "ERR" for LOG_LVL_ERR and so on; "NONE" for -1.
+std::string level_name(int level);
 std::ostream& operator<<(std::ostream& out, const LogLine& line);
 
 // From construction to destruction every line of every level is kept. One at a time in a process.

@@ -73,7 +73,7 @@ inline std::vector<std::string> all_lines(const LogCapture& log, int lowest_leve
   std::vector<std::string> lines;
   for (const LogLine& line : log.lines()) {
     if (line.level < lowest_level) continue;
-    lines.push_back(std::to_string(line.level) + " " + line.function + ": " +
+    lines.push_back(level_name(line.level) + " " + line.function + ": " +
                     std::regex_replace(line.text, address, "azResult:*"));
   }
   return lines;

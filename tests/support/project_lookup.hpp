@@ -36,19 +36,19 @@ inline std::string terminated(const std::string& name, std::size_t size) {
 
 // The lines that each step logs.
 inline std::string found(const std::string& name) {
-  return "0 __oem_get_project_name_cmdline|Project Name: " + name;
+  return "DBUG __oem_get_project_name_cmdline|Project Name: " + name;
 }
 inline std::string failed() {
-  return "3 __oem_get_project_name_cmdline|get project name from cmdline failed";
+  return "ERR __oem_get_project_name_cmdline|get project name from cmdline failed";
 }
 inline std::string no_key(const std::string& line) {
-  return "3 odm_get_value_from_string|Could not find oem.project in " + line;
+  return "ERR odm_get_value_from_string|Could not find oem.project in " + line;
 }
 inline std::string no_value(const std::string& line) {
-  return "3 odm_get_value_from_string|Only containe space in " + line;
+  return "ERR odm_get_value_from_string|Only containe space in " + line;
 }
-inline std::string taken(const std::string& chunk) { return "0 get_project_para|Project Name: " + chunk; }
-inline std::string no_marker() { return "3 get_project_para|can't not match project"; }
+inline std::string taken(const std::string& chunk) { return "DBUG get_project_para|Project Name: " + chunk; }
+inline std::string no_marker() { return "ERR get_project_para|can't not match project"; }
 
 // A test begins without a command line and without a boot file. It leaves no descriptor behind.
 class ProjectLookup : public testing::Test {
@@ -82,7 +82,7 @@ class ProjectLookup : public testing::Test {
     std::vector<std::string> lines;
     for (const auto& line : log.lines()) {
       EXPECT_EQ(line.text.back(), '\n');
-      lines.push_back(std::to_string(line.level) + ' ' + line.function + '|' +
+      lines.push_back(level_name(line.level) + ' ' + line.function + '|' +
                       line.text.substr(0, line.text.size() - 1));
     }
     log.clear();

@@ -64,11 +64,11 @@ void expect_timers_to_work() {
 void expect_lines(const LogCapture& log, const std::vector<std::string>& expected) {
   std::vector<std::string> lines;
   for (const auto& line : log.lines())
-    lines.push_back(std::to_string(line.level) + ' ' + line.function + ' ' + line.text);
+    lines.push_back(kelo::tests::level_name(line.level) + ' ' + line.function + ' ' + line.text);
   EXPECT_EQ(lines, expected);
 }
 
-const std::string kHandlerLine = "0 timer_sigaction_init timer handler init!\n";
+const std::string kHandlerLine = "DBUG timer_sigaction_init timer handler init!\n";
 
 TEST(TimerInit, StartsOneWorkerAndInstallsTheHandler) {
   in_fresh_process([] {
@@ -90,7 +90,7 @@ TEST(TimerInit, SecondCallWarnsAndDoesNothing) {
     pthread_mutex_lock(&free_mutex);
     const LogCapture log;
     kelo_timer_init();
-    expect_lines(log, {std::string("2 ") + kInit + " oem_timer_init is already done\n"});
+    expect_lines(log, {std::string("WRN ") + kInit + " oem_timer_init is already done\n"});
     EXPECT_EQ(threads(), before);
     EXPECT_EQ(pthread_mutex_trylock(&free_mutex), EBUSY);
     expect_timers_to_work();
@@ -128,7 +128,7 @@ TEST(TimerInit, NoThreadAttributesNothingStarted) {
       const Fault fault({"pthread_attr_init", ENOMEM});
       kelo_timer_init();
     }
-    expect_lines(log, {std::string("3 ") + kInit + " oem_timer_init init thread attribute failed\n"});
+    expect_lines(log, {std::string("ERR ") + kInit + " oem_timer_init init thread attribute failed\n"});
     EXPECT_EQ(threads(), before);
     EXPECT_FALSE(handler_is_installed());
     kelo_timer_init();
@@ -153,7 +153,7 @@ TEST(TimerInit, GoesOnWithoutAnAttribute) {
         kelo_timer_init();
         EXPECT_EQ(fault.seen(), 1);
       }
-      expect_lines(log, {std::string("3 ") + kInit + ' ' + step.text, kHandlerLine});
+      expect_lines(log, {std::string("ERR ") + kInit + ' ' + step.text, kHandlerLine});
       EXPECT_EQ(threads(), before + 1);
       expect_timers_to_work();
     });
@@ -168,7 +168,7 @@ TEST(TimerInit, ExpiriesWaitForAWorkerThatStartsLater) {
       const Fault fault({"pthread_create", EAGAIN});
       kelo_timer_init();
     }
-    expect_lines(log, {std::string("3 ") + kInit + " oem_timer_init create thread failed\n", kHandlerLine});
+    expect_lines(log, {std::string("ERR ") + kInit + " oem_timer_init create thread failed\n", kHandlerLine});
     EXPECT_EQ(threads(), before);
     pthread_mutex_lock(&free_mutex);
 
@@ -209,7 +209,7 @@ TEST(TimerInit, LogsAHandlerThatCannotBeInstalled) {
       kelo_timer_init();
       EXPECT_EQ(fault.seen(), 1);
     }
-    expect_lines(log, {kHandlerLine, "3 timer_sigaction_init failed to sigaction SIGUSR1\n"});
+    expect_lines(log, {kHandlerLine, "ERR timer_sigaction_init failed to sigaction SIGUSR1\n"});
     EXPECT_EQ(threads(), before + 1);
     EXPECT_FALSE(handler_is_installed());
   });

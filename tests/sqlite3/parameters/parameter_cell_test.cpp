@@ -52,13 +52,14 @@ TEST_F(ParameterCell, IsWrittenInEveryRow) {
 TEST_F(ParameterCell, UpdateLogsItsStatement) {
   const std::uint8_t value = 11;
   EXPECT_EQ(kelo_db_update_value("wifi", "channel", &value, 1), 0);
-  EXPECT_THAT(lines(),
-              ElementsAre("0 update_item_to_db: sqlite3_exec sql_cmd:[update wifi set  channel = 11;].\n"));
+  EXPECT_THAT(
+      lines(),
+      ElementsAre("DBUG update_item_to_db: sqlite3_exec sql_cmd:[update wifi set  channel = 11;].\n"));
   log.clear();
   EXPECT_EQ(kelo_db_update_value("wifi", "ssid", "home", 6), 0);
   EXPECT_THAT(
       lines(),
-      ElementsAre("0 update_item_to_db: sqlite3_exec sql_cmd:[update wifi set  ssid = \"home\";].\n"));
+      ElementsAre("DBUG update_item_to_db: sqlite3_exec sql_cmd:[update wifi set  ssid = \"home\";].\n"));
 }
 
 TEST_F(ParameterCell, FactoryIsLeftAlone) {
@@ -78,8 +79,8 @@ TEST_F(ParameterCell, NullArgumentsAreRefused) {
   EXPECT_EQ(kelo_db_update_value("wifi", "channel", nullptr, 0), -1);
   EXPECT_EQ(value, 90);
   EXPECT_THAT(trace.calls(), IsEmpty());
-  const std::string get = "3 oem_db_get_value: kelo_db_get_value param NULL\n";
-  const std::string update = "3 oem_db_update_value: kelo_db_update_value param NULL\n";
+  const std::string get = "ERR oem_db_get_value: kelo_db_get_value param NULL\n";
+  const std::string update = "ERR oem_db_update_value: kelo_db_update_value param NULL\n";
   EXPECT_THAT(lines(), ElementsAre(get, get, get, update, update, update));
 }
 
@@ -88,11 +89,12 @@ TEST_F(ParameterCell, MissingColumnFails) {
   EXPECT_EQ(kelo_db_update_value("wifi", "none", "x", 6), -1);
   EXPECT_THAT(
       lines(),
-      ElementsAre("3 search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select none from wifi ;], "
-                  "db err:[no such column: none].\n",
-                  "0 update_item_to_db: sqlite3_exec sql_cmd:[update wifi set  none = \"x\";].\n",
-                  "3 update_item_to_db: Error, sql_cmd err info:[no such column: none].\n",
-                  "3 oem_db_update_value: Error, tbl_name:wifi update key:[none] failed.\n"));
+      ElementsAre(
+          "ERR search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select none from wifi ;], "
+          "db err:[no such column: none].\n",
+          "DBUG update_item_to_db: sqlite3_exec sql_cmd:[update wifi set  none = \"x\";].\n",
+          "ERR update_item_to_db: Error, sql_cmd err info:[no such column: none].\n",
+          "ERR oem_db_update_value: Error, tbl_name:wifi update key:[none] failed.\n"));
 }
 
 TEST_F(ParameterCell, MissingTableFails) {
@@ -100,16 +102,17 @@ TEST_F(ParameterCell, MissingTableFails) {
   EXPECT_EQ(kelo_db_update_value("none", "ssid", "x", 6), -1);
   EXPECT_THAT(
       errors(),
-      ElementsAre("3 search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select ssid from none ;], "
-                  "db err:[no such table: none].\n",
-                  "3 update_item_to_db: Error, sql_cmd err info:[no such table: none].\n",
-                  "3 oem_db_update_value: Error, tbl_name:none update key:[ssid] failed.\n"));
+      ElementsAre(
+          "ERR search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select ssid from none ;], "
+          "db err:[no such table: none].\n",
+          "ERR update_item_to_db: Error, sql_cmd err info:[no such table: none].\n",
+          "ERR oem_db_update_value: Error, tbl_name:none update key:[ssid] failed.\n"));
 }
 
 TEST_F(ParameterCell, TableWithoutARowGivesNoValueAndStaysEmpty) {
   execute_sql(kUserFile, "delete from wifi");
   EXPECT_EQ(failing_get("wifi", "ssid"), -1);
-  EXPECT_THAT(lines(), ElementsAre("3 oem_db_get_value: Error, db:" + kUserFile +
+  EXPECT_THAT(lines(), ElementsAre("ERR oem_db_get_value: Error, db:" + kUserFile +
                                    " search_by_table return failed.\n"));
   EXPECT_EQ(kelo_db_update_value("wifi", "ssid", "x", 6), 0);
   EXPECT_THAT(user_row(), IsEmpty());
@@ -129,7 +132,7 @@ TEST_F(ParameterCell, SelectFillsItsBufferAndIsNeverCut) {
   EXPECT_EQ(failing_get((longest + "t").c_str(), "ssid"), -1);
   EXPECT_EQ(trace.count("sqlite3_get_table"), 0);
   EXPECT_THAT(lines(),
-              ElementsAre("3 search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select ssid "
+              ElementsAre("ERR search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select ssid "
                           "from " +
                           longest + "t ], db err:[string or blob too big].\n"));
 }
@@ -140,8 +143,8 @@ TEST_F(ParameterCell, UpdateOfALongNameIsNeverCut) {
   const std::uint8_t value = 1;
   EXPECT_EQ(kelo_db_update_value("wifi", name.c_str(), &value, 0), -1);
   EXPECT_THAT(trace.calls(), IsEmpty());
-  EXPECT_THAT(lines(),
-              ElementsAre("3 oem_db_update_value: Error, tbl_name:wifi update key:[" + name + "] failed.\n"));
+  EXPECT_THAT(lines(), ElementsAre("ERR oem_db_update_value: Error, tbl_name:wifi update key:[" + name +
+                                   "] failed.\n"));
 }
 
 TEST_F(ParameterCell, FailureOfSqliteIsReportedInItsWords) {
@@ -162,12 +165,12 @@ TEST_F(ParameterCell, FailureOfSqliteIsReportedInItsWords) {
     EXPECT_EQ(kelo_db_update_value("wifi", "ssid", "x", 6), -1);
   }
   const std::string search =
-      "3 search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select ssid from wifi ;], db err:[";
-  const std::string failed = "3 oem_db_update_value: Error, tbl_name:wifi update key:[ssid] failed.\n";
+      "ERR search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select ssid from wifi ;], db err:[";
+  const std::string failed = "ERR oem_db_update_value: Error, tbl_name:wifi update key:[ssid] failed.\n";
   EXPECT_THAT(errors(),
               ElementsAre(search + "disk on fire].\n", search + "out of memory].\n",
-                          "3 update_item_to_db: Error, sql_cmd err info:[disk is full].\n", failed,
-                          "3 update_item_to_db: Error, sql_cmd err info:[out of memory].\n", failed));
+                          "ERR update_item_to_db: Error, sql_cmd err info:[disk is full].\n", failed,
+                          "ERR update_item_to_db: Error, sql_cmd err info:[out of memory].\n", failed));
   EXPECT_EQ(cell("ssid"), "factory");
 }
 

@@ -17,8 +17,8 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 const std::string kCopy = "cp " + kFactoryFile + " " + kUserFile;
-const std::string kUserMissing = "3 open_sqlite_db: Error, db:" + kUserFile + " couldn't access.\n";
-const std::string kFactoryMissing = "3 open_sqlite_db: Error, db:" + kFactoryFile + " couldn't access.\n";
+const std::string kUserMissing = "ERR open_sqlite_db: Error, db:" + kUserFile + " couldn't access.\n";
+const std::string kFactoryMissing = "ERR open_sqlite_db: Error, db:" + kFactoryFile + " couldn't access.\n";
 
 class ParameterConnection : public ParameterTest {
  protected:
@@ -47,8 +47,8 @@ TEST_F(ParameterConnection, MissingUserDatabaseIsMadeFromTheFactory) {
   EXPECT_EQ(get_channel(channel), 0);
   EXPECT_EQ(channel, 36);
   EXPECT_EQ(read_file(kUserFile), read_file(kFactoryFile));
-  EXPECT_THAT(lines(), ElementsAre(kUserMissing, "0 oem_system_call: System call: " + kCopy + "\n",
-                                   "0 oem_system_call: run shell script successfully result=0.\n"));
+  EXPECT_THAT(lines(), ElementsAre(kUserMissing, "DBUG oem_system_call: System call: " + kCopy + "\n",
+                                   "DBUG oem_system_call: run shell script successfully result=0.\n"));
 }
 
 TEST_F(ParameterConnection, MissingUserDatabaseIsMadeBeforeTheFactoryIsRead) {
@@ -65,7 +65,7 @@ TEST_F(ParameterConnection, BothDatabasesMissingIsLogged) {
   EXPECT_EQ(channel, 90);
   EXPECT_EQ(trace.count("system"), 0);
   EXPECT_THAT(lines(), ElementsAre(kUserMissing, kFactoryMissing,
-                                   "3 search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select "
+                                   "ERR search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select "
                                    "channel from wifi ;], db err:[no such table: wifi].\n"));
   EXPECT_EQ(read_file(kUserFile), "") << "SQLite makes an empty file";
 }
@@ -74,10 +74,11 @@ TEST_F(ParameterConnection, FailedCopyOfTheFactoryIsLogged) {
   std::filesystem::remove(kUserFile);
   const Fault fault({.call = "system", .code = 256});
   EXPECT_EQ(get_channel(channel), -1);
-  EXPECT_THAT(errors(),
-              ElementsAre(kUserMissing, "3 oem_system_call: run shell script fail=256, script exit code: 1\n",
-                          "3 search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select "
-                          "channel from wifi ;], db err:[no such table: wifi].\n"));
+  EXPECT_THAT(
+      errors(),
+      ElementsAre(kUserMissing, "ERR oem_system_call: run shell script fail=256, script exit code: 1\n",
+                  "ERR search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select "
+                  "channel from wifi ;], db err:[no such table: wifi].\n"));
 }
 
 TEST_F(ParameterConnection, MissingFolderCannotBeOpened) {
@@ -87,17 +88,17 @@ TEST_F(ParameterConnection, MissingFolderCannotBeOpened) {
   EXPECT_EQ(run("select 1", 1), -1);
   EXPECT_EQ(channel, 90);
   const std::string user =
-      "3 open_sqlite_db: Error, db:" + kUserFile + " open failed:unable to open database file.\n";
+      "ERR open_sqlite_db: Error, db:" + kUserFile + " open failed:unable to open database file.\n";
   EXPECT_THAT(
       errors(),
       ElementsAre(
-          kUserMissing, kFactoryMissing, user, "3 search_by_table: Error, open_sqlite_db return faild.\n",
+          kUserMissing, kFactoryMissing, user, "ERR search_by_table: Error, open_sqlite_db return faild.\n",
           kUserMissing, kFactoryMissing, user,
-          "3 update_item_to_db: Error, db:" + kUserFile + " open_sqlite_db return faild.\n",
-          "3 oem_db_update_value: Error, tbl_name:wifi update key:[channel] failed.\n", kUserMissing,
+          "ERR update_item_to_db: Error, db:" + kUserFile + " open_sqlite_db return faild.\n",
+          "ERR oem_db_update_value: Error, tbl_name:wifi update key:[channel] failed.\n", kUserMissing,
           kFactoryMissing,
-          "3 open_sqlite_db: Error, db:" + kFactoryFile + " open failed:unable to open database file.\n",
-          "3 oem_db_exec_cmd: Error, db:" + kFactoryFile + " open_sqlite_db return faild.\n"));
+          "ERR open_sqlite_db: Error, db:" + kFactoryFile + " open failed:unable to open database file.\n",
+          "ERR oem_db_exec_cmd: Error, db:" + kFactoryFile + " open_sqlite_db return faild.\n"));
   std::filesystem::rename("/data/elsewhere", kParameterFolder);
 }
 
@@ -107,10 +108,11 @@ TEST_F(ParameterConnection, MissingFactoryCannotBeReloadedFrom) {
   const kelo_db_query query = {"wifi", params};
   EXPECT_EQ(kelo_db_reload_value(&query, 1), -1);
   EXPECT_EQ(channel, 90);
-  EXPECT_THAT(errors(), ElementsAre("3 search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select "
-                                    "channel from wifi;], db err:[no such table: wifi].\n",
-                                    "3 oem_db_reload_value: Error, db:" + kFactoryFile +
-                                        " search_by_table return failed.\n"));
+  EXPECT_THAT(errors(),
+              ElementsAre("ERR search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select "
+                          "channel from wifi;], db err:[no such table: wifi].\n",
+                          "ERR oem_db_reload_value: Error, db:" + kFactoryFile +
+                              " search_by_table return failed.\n"));
 }
 
 TEST_F(ParameterConnection, FileThatWentAwayIsForgotten) {
@@ -139,10 +141,10 @@ TEST_F(ParameterConnection, UserFileThatIsNoDatabaseFails) {
   EXPECT_EQ(channel, 90);
   EXPECT_THAT(
       errors(),
-      ElementsAre("3 search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select channel from "
+      ElementsAre("ERR search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select channel from "
                   "wifi ;], db err:[file is not a database].\n",
-                  "3 update_item_to_db: Error, sql_cmd err info:[file is not a database].\n",
-                  "3 oem_db_update_value: Error, tbl_name:wifi update key:[channel] failed.\n"));
+                  "ERR update_item_to_db: Error, sql_cmd err info:[file is not a database].\n",
+                  "ERR oem_db_update_value: Error, tbl_name:wifi update key:[channel] failed.\n"));
 }
 
 TEST_F(ParameterConnection, FactoryFileThatIsNoDatabaseFails) {
@@ -152,19 +154,20 @@ TEST_F(ParameterConnection, FactoryFileThatIsNoDatabaseFails) {
   EXPECT_EQ(kelo_db_reload_value(&query, 1), -1);
   EXPECT_EQ(channel, 90);
   EXPECT_EQ(cell("channel"), "36");
-  EXPECT_THAT(errors(), ElementsAre("3 search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select "
-                                    "channel from wifi;], db err:[file is not a database].\n",
-                                    "3 oem_db_reload_value: Error, db:" + kFactoryFile +
-                                        " search_by_table return failed.\n"));
+  EXPECT_THAT(errors(),
+              ElementsAre("ERR search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select "
+                          "channel from wifi;], db err:[file is not a database].\n",
+                          "ERR oem_db_reload_value: Error, db:" + kFactoryFile +
+                              " search_by_table return failed.\n"));
 }
 
 TEST_F(ParameterConnection, FolderInPlaceOfAFileCannotBeOpened) {
   std::filesystem::remove(kUserFile);
   std::filesystem::create_directory(kUserFile);
   EXPECT_EQ(get_channel(channel), -1);
-  EXPECT_THAT(errors(), ElementsAre("3 open_sqlite_db: Error, db:" + kUserFile +
+  EXPECT_THAT(errors(), ElementsAre("ERR open_sqlite_db: Error, db:" + kUserFile +
                                         " open failed:unable to open database file.\n",
-                                    "3 search_by_table: Error, open_sqlite_db return faild.\n"));
+                                    "ERR search_by_table: Error, open_sqlite_db return faild.\n"));
   std::filesystem::remove(kUserFile);
 }
 
@@ -176,8 +179,8 @@ TEST_F(ParameterConnection, ReadOnlyFileIsReadAndNotWritten) {
   EXPECT_EQ(cell("channel"), "36");
   EXPECT_THAT(
       errors(),
-      ElementsAre("3 update_item_to_db: Error, sql_cmd err info:[attempt to write a readonly database].\n",
-                  "3 oem_db_update_value: Error, tbl_name:wifi update key:[channel] failed.\n"));
+      ElementsAre("ERR update_item_to_db: Error, sql_cmd err info:[attempt to write a readonly database].\n",
+                  "ERR oem_db_update_value: Error, tbl_name:wifi update key:[channel] failed.\n"));
 }
 
 TEST_F(ParameterConnection, LockedFileIsWaitedForAndFails) {
@@ -189,10 +192,10 @@ TEST_F(ParameterConnection, LockedFileIsWaitedForAndFails) {
   EXPECT_TRUE(short_wait.was_asked_for());
   EXPECT_THAT(
       errors(),
-      ElementsAre("3 search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select channel from "
+      ElementsAre("ERR search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select channel from "
                   "wifi ;], db err:[database is locked].\n",
-                  "3 update_item_to_db: Error, sql_cmd err info:[database is locked].\n",
-                  "3 oem_db_update_value: Error, tbl_name:wifi update key:[channel] failed.\n"));
+                  "ERR update_item_to_db: Error, sql_cmd err info:[database is locked].\n",
+                  "ERR oem_db_update_value: Error, tbl_name:wifi update key:[channel] failed.\n"));
 }
 
 TEST_F(ParameterConnection, FileLockedForAWhileIsWaitedFor) {

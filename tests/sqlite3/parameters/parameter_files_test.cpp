@@ -60,7 +60,7 @@ TEST_F(ParameterFiles, CommandHandsOverItsRows) {
   EXPECT_EQ(kelo_db_exec_cmd("select channel, note from wifi", collect, &rows, 0), 0);
   EXPECT_THAT(rows, ElementsAre("channel=36 note=blank ", "channel=7 note=NULL "));
   EXPECT_THAT(lines(),
-              ElementsAre("0 oem_db_exec_cmd: executeCommand sql_cmd:select channel, note from wifi!!\n"));
+              ElementsAre("DBUG oem_db_exec_cmd: executeCommand sql_cmd:select channel, note from wifi!!\n"));
 }
 
 TEST_F(ParameterFiles, CommandRunsOnTheFactoryForOneAlone) {
@@ -84,19 +84,19 @@ TEST_F(ParameterFiles, NullCommandIsRefused) {
   const CallTrace trace;
   EXPECT_EQ(kelo_db_exec_cmd(nullptr, nullptr, nullptr, 0), -1);
   EXPECT_THAT(trace.calls(), IsEmpty());
-  EXPECT_THAT(lines(), ElementsAre("3 oem_db_exec_cmd: kelo_db_exec_cmd param NULL\n"));
+  EXPECT_THAT(lines(), ElementsAre("ERR oem_db_exec_cmd: kelo_db_exec_cmd param NULL\n"));
 }
 
 TEST_F(ParameterFiles, FailingCommandKeepsWhatCameBeforeIt) {
   EXPECT_EQ(run("update wifi set channel = 9; update none set x = 1; update wifi set users = 1"), -1);
   EXPECT_THAT(user_row(), ElementsAre("1|9|32|5000000000|factory|blank"));
-  EXPECT_THAT(errors(), ElementsAre("3 oem_db_exec_cmd: Error, sql_cmd err info:[no such table: none].\n"));
+  EXPECT_THAT(errors(), ElementsAre("ERR oem_db_exec_cmd: Error, sql_cmd err info:[no such table: none].\n"));
 }
 
 TEST_F(ParameterFiles, FailureWithoutATextIsReportedToo) {
   const Fault fault({.call = "sqlite3_exec", .code = SQLITE_NOMEM, .null_error = true});
   EXPECT_EQ(run("select 1"), -1);
-  EXPECT_THAT(errors(), ElementsAre("3 oem_db_exec_cmd: Error, sql_cmd err info:[out of memory].\n"));
+  EXPECT_THAT(errors(), ElementsAre("ERR oem_db_exec_cmd: Error, sql_cmd err info:[out of memory].\n"));
 }
 
 TEST_F(ParameterFiles, CallbackEndsItsStatement) {
@@ -104,7 +104,7 @@ TEST_F(ParameterFiles, CallbackEndsItsStatement) {
   int calls = 0;
   EXPECT_EQ(for_each_row("select channel from wifi", [&] { return ++calls; }), -1);
   EXPECT_EQ(calls, 1);
-  EXPECT_THAT(errors(), ElementsAre("3 oem_db_exec_cmd: Error, sql_cmd err info:[query aborted].\n"));
+  EXPECT_THAT(errors(), ElementsAre("ERR oem_db_exec_cmd: Error, sql_cmd err info:[query aborted].\n"));
 }
 
 TEST_F(ParameterFiles, TransactionSpansCommands) {
@@ -225,8 +225,8 @@ TEST_F(ParameterFiles, RestoreCopiesTheFactory) {
   execute_sql(kUserFile, "update wifi set channel = 1; create table own (x)");
   EXPECT_EQ(kelo_db_restore_factory(), 1);
   EXPECT_EQ(read_file(kUserFile), read_file(kFactoryFile));
-  EXPECT_THAT(lines(), ElementsAre("0 oem_system_call: System call: " + kCopy + "\n",
-                                   "0 oem_system_call: run shell script successfully result=0.\n"));
+  EXPECT_THAT(lines(), ElementsAre("DBUG oem_system_call: System call: " + kCopy + "\n",
+                                   "DBUG oem_system_call: run shell script successfully result=0.\n"));
 }
 
 TEST_F(ParameterFiles, RestoreMakesAMissingUserDatabase) {
@@ -240,7 +240,7 @@ TEST_F(ParameterFiles, RestoreWithoutAFactoryFails) {
   std::filesystem::remove(kFactoryFile);
   EXPECT_EQ(kelo_db_restore_factory(), 0);
   EXPECT_EQ(cell("channel"), "1");
-  EXPECT_THAT(errors(), ElementsAre("3 oem_system_call: run shell script fail=256, script exit code: 1\n"));
+  EXPECT_THAT(errors(), ElementsAre("ERR oem_system_call: run shell script fail=256, script exit code: 1\n"));
 }
 
 TEST_F(ParameterFiles, RestoreThatCannotBeginKeepsTheUsersFile) {
@@ -287,7 +287,7 @@ TEST_F(ParameterFiles, RestoreLeavesTheDescriptorOfTheLockToItsCommand) {
 TEST_F(ParameterFiles, RestoreThatCouldNotStartFails) {
   const Fault fault({.call = "system", .code = -1});
   EXPECT_EQ(kelo_db_restore_factory(), 0);
-  EXPECT_THAT(errors(), ElementsAre("3 oem_system_call: system error!\n"));
+  EXPECT_THAT(errors(), ElementsAre("ERR oem_system_call: system error!\n"));
 }
 
 TEST_F(ParameterFiles, RestoreForgetsWhatTheKeptConnectionKnew) {

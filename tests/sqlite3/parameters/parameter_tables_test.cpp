@@ -44,8 +44,9 @@ class ParameterTables : public ParameterTest {
 };
 
 std::string rc_lines_of(const std::string& select, int rc, int rows) {
-  return "0 oem_db_query_db_init_struct: rc:" + std::to_string(rc) + ", search_by_table sql_cmd:" + select +
-         "\n0 oem_db_query_db_init_struct: rc:" + std::to_string(rc) +
+  return "DBUG oem_db_query_db_init_struct: rc:" + std::to_string(rc) +
+         ", search_by_table sql_cmd:" + select +
+         "\nDBUG oem_db_query_db_init_struct: rc:" + std::to_string(rc) +
          ",  search_by_table azResult:*, nrow:" + std::to_string(rows) + "\n";
 }
 
@@ -71,15 +72,16 @@ TEST_F(ParameterTables, NullArgumentsAreRefused) {
   EXPECT_EQ(kelo_db_reload_value(&no_name, 1), -1);
   EXPECT_EQ(kelo_db_reload_value(&no_array, 1), -1);
   EXPECT_THAT(trace.calls(), IsEmpty());
-  EXPECT_THAT(lines(),
-              ElementsAre("3 oem_db_query_db_init_struct: kelo_db_query_db_init_struct param NULL\n",
-                          "3 oem_db_query_db_init_struct: " + kNullTable,
-                          "3 oem_db_query_db_init_struct: " + kNullTable,
-                          "3 oem_db_update_db_from_struct: kelo_db_update_db_from_struct param NULL\n",
-                          "3 oem_db_update_db_from_struct: " + kNullTable,
-                          "3 oem_db_update_db_from_struct: " + kNullTable,
-                          "3 oem_db_reload_value: kelo_db_reload_value param NULL\n",
-                          "3 oem_db_reload_value: " + kNullTable, "3 oem_db_reload_value: " + kNullTable));
+  EXPECT_THAT(
+      lines(),
+      ElementsAre("ERR oem_db_query_db_init_struct: kelo_db_query_db_init_struct param NULL\n",
+                  "ERR oem_db_query_db_init_struct: " + kNullTable,
+                  "ERR oem_db_query_db_init_struct: " + kNullTable,
+                  "ERR oem_db_update_db_from_struct: kelo_db_update_db_from_struct param NULL\n",
+                  "ERR oem_db_update_db_from_struct: " + kNullTable,
+                  "ERR oem_db_update_db_from_struct: " + kNullTable,
+                  "ERR oem_db_reload_value: kelo_db_reload_value param NULL\n",
+                  "ERR oem_db_reload_value: " + kNullTable, "ERR oem_db_reload_value: " + kNullTable));
 }
 
 TEST_F(ParameterTables, EmptyTableOfParametersIsNoFailure) {
@@ -98,19 +100,19 @@ TEST_F(ParameterTables, EntryWithoutAVariableIsRefusedAndTheOthersAreServed) {
   EXPECT_EQ(wifi.enabled, 1);
   EXPECT_EQ(wifi.users, 32);
   EXPECT_THAT(errors(),
-              ElementsAre("3 oem_db_query_db_init_struct: kelo_db_query_db_init_struct param NULL\n"));
+              ElementsAre("ERR oem_db_query_db_init_struct: kelo_db_query_db_init_struct param NULL\n"));
   log.clear();
   wifi.users = 7;
   EXPECT_EQ(kelo_db_update_db_from_struct(&wifi.query, -1), -1);
   EXPECT_EQ(cell("users"), "7");
   EXPECT_EQ(cell("channel"), "36");
   EXPECT_THAT(errors(),
-              ElementsAre("3 oem_db_update_db_from_struct: kelo_db_update_db_from_struct param NULL\n"));
+              ElementsAre("ERR oem_db_update_db_from_struct: kelo_db_update_db_from_struct param NULL\n"));
   log.clear();
   set_cell("channel", "1");
   EXPECT_EQ(kelo_db_reload_value(&wifi.query, 2), -1);
   EXPECT_EQ(cell("channel"), "1");
-  EXPECT_THAT(errors(), ElementsAre("3 oem_db_reload_value: kelo_db_reload_value param NULL\n"));
+  EXPECT_THAT(errors(), ElementsAre("ERR oem_db_reload_value: kelo_db_reload_value param NULL\n"));
 }
 
 // --- Loading --------------------------------------------------------------------------------------------
@@ -144,16 +146,16 @@ TEST_F(ParameterTables, LoadWithoutARowKeepsTheVariables) {
   EXPECT_THAT(errors(), IsEmpty());
 }
 
-TEST_F(ParameterTables, LoadGoesOnBehindAMissingColumn) {
+TEST_F(ParameterTables, LoadGoesOnAfterAMissingColumn) {
   wifi.params[1].name = "none";
   EXPECT_EQ(kelo_db_query_db_init_struct(&wifi.query), -1);
   EXPECT_EQ(wifi.channel, 91);
   EXPECT_EQ(wifi.users, 32);
   const std::string search =
-      "3 search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select none from wifi], db err:[no "
+      "ERR search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select none from wifi], db err:[no "
       "such "
       "column: none].\n";
-  const std::string load = "3 oem_db_query_db_init_struct: Error, db:" + kUserFile +
+  const std::string load = "ERR oem_db_query_db_init_struct: Error, db:" + kUserFile +
                            " search_by_table return failed. sql_cmd:select none from wifi\n";
   EXPECT_THAT(errors(), ElementsAre(search, load));
   EXPECT_NE(joined(lines()).find(search + rc_lines_of("select none from wifi", 1, 0) + load),
@@ -174,7 +176,7 @@ TEST_F(ParameterTables, LoadOfAnUnsupportedTypeKeepsTheVariable) {
   EXPECT_EQ(kelo_db_query_db_init_struct(&wifi.query), -1);
   EXPECT_EQ(wifi.channel, 91);
   EXPECT_EQ(wifi.users, 32);
-  EXPECT_THAT(errors(), ElementsAre("3 oem_db_query_db_init_struct: Error, param_type:3 \n"));
+  EXPECT_THAT(errors(), ElementsAre("ERR oem_db_query_db_init_struct: Error, param_type:3 \n"));
 }
 
 TEST_F(ParameterTables, LoadWithoutAConnectionFails) {
@@ -183,10 +185,10 @@ TEST_F(ParameterTables, LoadWithoutAConnectionFails) {
   wifi.params[1].name = nullptr;
   EXPECT_EQ(kelo_db_query_db_init_struct(&wifi.query), -1);
   EXPECT_EQ(wifi, Wifi());
-  EXPECT_EQ(joined(lines()), "3 open_sqlite_db: Error, db:" + kUserFile + " open failed:out of memory.\n" +
-                                 "3 search_by_table: Error, open_sqlite_db return faild.\n" +
+  EXPECT_EQ(joined(lines()), "ERR open_sqlite_db: Error, db:" + kUserFile + " open failed:out of memory.\n" +
+                                 "ERR search_by_table: Error, open_sqlite_db return faild.\n" +
                                  rc_lines_of("select enabled from wifi", 14, 0) +
-                                 "3 oem_db_query_db_init_struct: Error, db:" + kUserFile +
+                                 "ERR oem_db_query_db_init_struct: Error, db:" + kUserFile +
                                  " search_by_table return failed. sql_cmd:select enabled from wifi\n");
 }
 
@@ -195,7 +197,7 @@ TEST_F(ParameterTables, LoadWithoutAConnectionFails) {
 TEST_F(ParameterTables, WriteBackStoresEveryVariable) {
   EXPECT_EQ(kelo_db_update_db_from_struct(&wifi.query, -1), 0);
   EXPECT_THAT(user_row(), ElementsAre("90|91|92|93|preset|blank"));
-  const std::string run = "0 update_item_to_db: sqlite3_exec sql_cmd:[update wifi set ";
+  const std::string run = "DBUG update_item_to_db: sqlite3_exec sql_cmd:[update wifi set ";
   EXPECT_THAT(lines(),
               ElementsAre(run + "enabled = 90;].\n", run + "channel = 91;].\n", run + "users = 92;].\n",
                           run + " bands = 93;].\n", run + "ssid = \"preset\";].\n"));
@@ -220,7 +222,7 @@ TEST_F(ParameterTables, WriteBackOfAnUnknownIdentifierFails) {
   EXPECT_THAT(lines(), IsEmpty());
 }
 
-TEST_F(ParameterTables, WriteBackGoesOnBehindAFailure) {
+TEST_F(ParameterTables, WriteBackGoesOnAfterAFailure) {
   wifi.params[0].name = "none";
   wifi.params[2].type = 3;
   std::memcpy(wifi.ssid.data(), "a\"b", 4);
@@ -228,10 +230,10 @@ TEST_F(ParameterTables, WriteBackGoesOnBehindAFailure) {
   EXPECT_THAT(user_row(), ElementsAre("1|91|32|93|factory|blank"));
   EXPECT_THAT(
       errors(),
-      ElementsAre("3 update_item_to_db: Error, sql_cmd err info:[no such column: none].\n",
-                  "3 oem_db_update_db_from_struct: Error, tbl_name:wifi update key:[none] failed.\n",
-                  "3 oem_db_update_db_from_struct: Error, param_type:3 \n",
-                  "3 oem_db_update_db_from_struct: Error, tbl_name:wifi update key:[ssid] failed.\n"));
+      ElementsAre("ERR update_item_to_db: Error, sql_cmd err info:[no such column: none].\n",
+                  "ERR oem_db_update_db_from_struct: Error, tbl_name:wifi update key:[none] failed.\n",
+                  "ERR oem_db_update_db_from_struct: Error, param_type:3 \n",
+                  "ERR oem_db_update_db_from_struct: Error, tbl_name:wifi update key:[ssid] failed.\n"));
 }
 
 TEST_F(ParameterTables, TextWithoutItsTerminatorIsRefused) {
@@ -246,7 +248,7 @@ TEST_F(ParameterTables, TextWithoutItsTerminatorIsRefused) {
   EXPECT_EQ(kelo_db_update_db_from_struct(&wifi.query, 5), -1);
   EXPECT_EQ(cell("ssid"), "xxxxxxx");
   const std::string failed =
-      "3 oem_db_update_db_from_struct: Error, tbl_name:wifi update key:[ssid] failed.\n";
+      "ERR oem_db_update_db_from_struct: Error, tbl_name:wifi update key:[ssid] failed.\n";
   EXPECT_THAT(errors(), ElementsAre(failed, failed, failed));
 }
 
@@ -264,7 +266,7 @@ TEST_F(ParameterTables, LongTextFillsItsStatement) {
   EXPECT_EQ(cell("ssid"), std::string(kLongest, 'x'));
   EXPECT_THAT(
       lines(),
-      ElementsAre("3 oem_db_update_db_from_struct: Error, tbl_name:wifi update key:[ssid] failed.\n"));
+      ElementsAre("ERR oem_db_update_db_from_struct: Error, tbl_name:wifi update key:[ssid] failed.\n"));
 }
 
 TEST_F(ParameterTables, WhatIsWrittenBackLoadsAgain) {
@@ -275,7 +277,7 @@ TEST_F(ParameterTables, WhatIsWrittenBackLoadsAgain) {
   loaded.users = 0;
   loaded.bands = 0;
   EXPECT_EQ(kelo_db_query_db_init_struct(&loaded.query), 0);
-  loaded.ssid.back() = '\x5A';  // behind the text there are zeros now
+  loaded.ssid.back() = '\x5A';  // after the text there are zeros now
   EXPECT_EQ(loaded, written);
 }
 
@@ -290,15 +292,16 @@ TEST_F(ParameterTables, ReloadCopiesTheFactoryValue) {
   EXPECT_EQ(cell("channel"), "36");
   EXPECT_EQ(cell("typeof(channel)"), "integer");
   EXPECT_EQ(cell("ssid"), "mine");
-  const std::string reload = "0 oem_db_reload_value: ";
-  EXPECT_THAT(lines(),
-              ElementsAre(reload + "id = 2,i = 0,param_table[i].param_id= 1\n",
-                          reload + "id = 2,i = 1,param_table[i].param_id= 2\n",
-                          reload + "tbl_name = wifi,key = channel\n",
-                          "0 update_item_to_db: sqlite3_exec sql_cmd:[update wifi set  channel = \"36\"].\n",
-                          reload + "id = 2,i = 2,param_table[i].param_id= 3\n",
-                          reload + "id = 2,i = 3,param_table[i].param_id= 4\n",
-                          reload + "id = 2,i = 4,param_table[i].param_id= 5\n"));
+  const std::string reload = "DBUG oem_db_reload_value: ";
+  EXPECT_THAT(
+      lines(),
+      ElementsAre(reload + "id = 2,i = 0,param_table[i].param_id= 1\n",
+                  reload + "id = 2,i = 1,param_table[i].param_id= 2\n",
+                  reload + "tbl_name = wifi,key = channel\n",
+                  "DBUG update_item_to_db: sqlite3_exec sql_cmd:[update wifi set  channel = \"36\"].\n",
+                  reload + "id = 2,i = 2,param_table[i].param_id= 3\n",
+                  reload + "id = 2,i = 3,param_table[i].param_id= 4\n",
+                  reload + "id = 2,i = 4,param_table[i].param_id= 5\n"));
 }
 
 TEST_F(ParameterTables, ReloadSelectsFromTheFactory) {
@@ -350,7 +353,7 @@ TEST_F(ParameterTables, ReloadWithoutAFactoryRowChangesNothing) {
   EXPECT_EQ(kelo_db_reload_value(&wifi.query, 2), -1);
   EXPECT_EQ(wifi, Wifi());
   EXPECT_EQ(user_row(), before);
-  EXPECT_THAT(errors(), ElementsAre("3 oem_db_reload_value: Error, db:" + kFactoryFile +
+  EXPECT_THAT(errors(), ElementsAre("ERR oem_db_reload_value: Error, db:" + kFactoryFile +
                                     " search_by_table return failed.\n"));
 }
 
@@ -362,9 +365,10 @@ TEST_F(ParameterTables, ReloadOfAColumnThatTheFactoryLacksChangesNothing) {
   EXPECT_EQ(user_row(), before);
   EXPECT_THAT(
       errors(),
-      ElementsAre("3 search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select channel from "
-                  "wifi;], db err:[no such column: channel].\n",
-                  "3 oem_db_reload_value: Error, db:" + kFactoryFile + " search_by_table return failed.\n"));
+      ElementsAre(
+          "ERR search_by_table: Error, sqlite3_get_table run faild, sql_cmd:[select channel from "
+          "wifi;], db err:[no such column: channel].\n",
+          "ERR oem_db_reload_value: Error, db:" + kFactoryFile + " search_by_table return failed.\n"));
 }
 
 TEST_F(ParameterTables, ReloadOfAnUnsupportedTypeChangesNothing) {
@@ -373,8 +377,8 @@ TEST_F(ParameterTables, ReloadOfAnUnsupportedTypeChangesNothing) {
   EXPECT_EQ(kelo_db_reload_value(&wifi.query, 2), -1);
   EXPECT_EQ(wifi, Wifi());
   EXPECT_EQ(cell("channel"), "1");
-  EXPECT_THAT(errors(), ElementsAre("3 oem_db_reload_value: Error, param_type:3 \n",
-                                    "3 oem_db_reload_value: Error, PARAM TYPE SETING ERROR.\n"));
+  EXPECT_THAT(errors(), ElementsAre("ERR oem_db_reload_value: Error, param_type:3 \n",
+                                    "ERR oem_db_reload_value: Error, PARAM TYPE SETING ERROR.\n"));
 }
 
 TEST_F(ParameterTables, ReloadOfATextThatCannotBeStoredChangesNothing) {
@@ -386,7 +390,7 @@ TEST_F(ParameterTables, ReloadOfATextThatCannotBeStoredChangesNothing) {
     EXPECT_EQ(wifi, Wifi());
     EXPECT_EQ(cell("ssid"), "mine");
     EXPECT_THAT(errors(),
-                ElementsAre("3 oem_db_reload_value: Error, tbl_name:wifi update key:[ssid] failed.\n"));
+                ElementsAre("ERR oem_db_reload_value: Error, tbl_name:wifi update key:[ssid] failed.\n"));
   }
   const std::string longest(255 - 18 - 8, 'x');
   set_cell("ssid", "'" + longest + "'", kFactoryFile);
@@ -401,8 +405,8 @@ TEST_F(ParameterTables, ReloadIntoADatabaseThatCannotBeWrittenFails) {
   EXPECT_EQ(wifi.channel, 36) << "the variable has the factory value";
   EXPECT_EQ(cell("channel"), "1");
   EXPECT_THAT(errors(),
-              ElementsAre("3 update_item_to_db: Error, sql_cmd err info:[full].\n",
-                          "3 oem_db_reload_value: Error, tbl_name:wifi update key:[channel] failed.\n"));
+              ElementsAre("ERR update_item_to_db: Error, sql_cmd err info:[full].\n",
+                          "ERR oem_db_reload_value: Error, tbl_name:wifi update key:[channel] failed.\n"));
 }
 
 }  // namespace

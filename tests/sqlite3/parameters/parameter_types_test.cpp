@@ -165,7 +165,7 @@ TEST_F(ParameterTypes, TextVariableOfNoBytesIsRefused) {
   const ExactBuffer variable(4);
   EXPECT_EQ(kelo_db_get_value("wifi", "ssid", variable.data(), 6, 0), -1);
   EXPECT_TRUE(variable.untouched());
-  EXPECT_THAT(errors(), ElementsAre("3 oem_db_get_value: Error, param_type:6 \n"));
+  EXPECT_THAT(errors(), ElementsAre("ERR oem_db_get_value: Error, param_type:6 \n"));
 }
 
 TEST_F(ParameterTypes, UnsupportedTypesAreRefused) {
@@ -178,8 +178,8 @@ TEST_F(ParameterTypes, UnsupportedTypesAreRefused) {
     EXPECT_EQ(kelo_db_update_value("wifi", "channel", variable.data(), type), -1);
     EXPECT_THAT(trace.calls(), IsEmpty());
     const std::string number = std::to_string(static_cast<int>(type));
-    EXPECT_THAT(errors(), ElementsAre("3 oem_db_get_value: Error, param_type:" + number + " \n",
-                                      "3 oem_db_update_value: Error, param_type:" + number + " \n"));
+    EXPECT_THAT(errors(), ElementsAre("ERR oem_db_get_value: Error, param_type:" + number + " \n",
+                                      "ERR oem_db_update_value: Error, param_type:" + number + " \n"));
   }
   EXPECT_EQ(cell("channel"), "36");
 }
@@ -225,7 +225,7 @@ TEST_F(ParameterTypes, TextThatNamesAColumnWithAnApostropheIsRefused) {
   EXPECT_EQ(user_row(), before);
   EXPECT_THAT(errors(),
               ElementsAre(testing::HasSubstr("update_item_to_db: Error, sql_cmd err info:[access to wifi."),
-                          "3 oem_db_update_value: Error, tbl_name:wifi update key:[ssid] failed.\n"));
+                          "ERR oem_db_update_value: Error, tbl_name:wifi update key:[ssid] failed.\n"));
 }
 
 TEST_F(ParameterTypes, TextWithADoubleQuoteIsRefused) {
@@ -236,7 +236,7 @@ TEST_F(ParameterTypes, TextWithADoubleQuoteIsRefused) {
     EXPECT_EQ(write_text(text), -1) << text;
     EXPECT_THAT(trace.calls(), IsEmpty());
     EXPECT_THAT(lines(),
-                ElementsAre("3 oem_db_update_value: Error, tbl_name:wifi update key:[ssid] failed.\n"));
+                ElementsAre("ERR oem_db_update_value: Error, tbl_name:wifi update key:[ssid] failed.\n"));
   }
   EXPECT_EQ(user_row(), before);
 }
@@ -253,7 +253,7 @@ TEST_F(ParameterTypes, StatementFillsItsBufferAndIsNeverCut) {
     EXPECT_EQ(write_text(std::string(length, 'y')), -1) << length;
     EXPECT_THAT(trace.calls(), IsEmpty());
     EXPECT_THAT(lines(),
-                ElementsAre("3 oem_db_update_value: Error, tbl_name:wifi update key:[ssid] failed.\n"));
+                ElementsAre("ERR oem_db_update_value: Error, tbl_name:wifi update key:[ssid] failed.\n"));
   }
   EXPECT_EQ(cell("ssid"), longest);
 }
