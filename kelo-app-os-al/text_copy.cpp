@@ -23,7 +23,7 @@ std::size_t character_size(char lead) {
   return kCharacterSizes[static_cast<std::size_t>(std::countl_one(static_cast<std::uint8_t>(lead)))];
 }
 
-enum class Utf8Fit { kWhole, kCut, kIllFormed };
+enum class Utf8Fit { whole, cut, ill_formed };
 
 struct Utf8Prefix {
   Utf8Fit fit;
@@ -43,11 +43,11 @@ Utf8Prefix whole_characters(const char* text, std::size_t room) {
       continue;
     }
     const std::size_t size = character_size(text[length]);
-    if (size == 0) return {Utf8Fit::kIllFormed, 0};
-    if (size > fitting - length) return {Utf8Fit::kCut, length};
+    if (size == 0) return {Utf8Fit::ill_formed, 0};
+    if (size > fitting - length) return {Utf8Fit::cut, length};
     length += size;
   }
-  return {Utf8Fit::kWhole, length};
+  return {Utf8Fit::whole, length};
 }
 
 // Copies the part of the text that fits into `size` bytes with a terminator. Returns the length of the source.
@@ -93,5 +93,5 @@ int kelo_utf8_Copy(char* destination, const char* source, std::size_t size, std:
   std::memcpy(destination, source, prefix.length);
   destination[prefix.length] = '\0';
   if (copied != nullptr) *copied = prefix.length;
-  return prefix.fit == Utf8Fit::kCut ? -1 : 0;
+  return prefix.fit == Utf8Fit::cut ? -1 : 0;
 }

@@ -42,31 +42,31 @@ void start_diag_channel_locked(int enable) {
   if (lock.acquired()) start_diag_channel(enable);
 }
 
-enum class Delivery { kDropped, kPrinted, kHandToChannel };
+enum class Delivery { dropped, printed, hand_to_channel };
 
 Delivery deliver(int level, char* buf, const char* func, int line, const char* fmt, va_list arguments) {
   const LogLock lock;
   if (!lock.acquired())
-    return Delivery::kDropped;  // the print callback or the start of the channel has logged
+    return Delivery::dropped;  // the print callback or the start of the channel has logged
   const int enable = log_tool_enable.load(std::memory_order_relaxed);
   start_diag_channel(enable);
   // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the caller has called va_start, which the analyzer misses
   std::vsnprintf(buf, KELO_LOG_BUFFER_SIZE, fmt, arguments);
-  if (enable != 0) return Delivery::kHandToChannel;
+  if (enable != 0) return Delivery::hand_to_channel;
   const char* const text = kelo::log::compose_local_line({lock.process(), level, func, line, buf});
   if (const kelo_print_fn print = log_print_fn.load(std::memory_order_acquire)) {
     print(text);
   } else {
     kelo::log::print_line(text);
   }
-  return Delivery::kPrinted;
+  return Delivery::printed;
 }
 
 void send(kelo::log::Site site, int level, const char* func, const char* fmt, va_list arguments) {
   if (!kelo::log::passes(level)) return;
   const kelo::base::ErrnoKeeper keep;
   std::array<char, KELO_LOG_BUFFER_SIZE> text;
-  if (deliver(level, text.data(), func, site.line(), fmt, arguments) != Delivery::kHandToChannel) return;
+  if (deliver(level, text.data(), func, site.line(), fmt, arguments) != Delivery::hand_to_channel) return;
   const kelo::log::SourcePath path = kelo::log::source_path(site.file());
   const LogDiagDescriptor descriptor = {site.line(), KELO_LOG_DIAG_SUBSYSTEM, level >= 0 ? 1U << level : 0U,
                                         KELO_LOG_DIAG_FORMAT, path.c_str()};
@@ -121,7 +121,7 @@ int kelo_log_printf(int level, char* buf, const char* func, int line, const char
   va_start(arguments, fmt);
   const Delivery delivery = deliver(level, buf, func, line, fmt, arguments);
   va_end(arguments);
-  return delivery == Delivery::kHandToChannel ? 1 : 0;
+  return delivery == Delivery::hand_to_channel ? 1 : 0;
 }
 
 void kelo_set_log_level(int level) {

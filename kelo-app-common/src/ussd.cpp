@@ -76,17 +76,17 @@ int decode_ucs2(const Message& message, std::size_t language_size) {
   return static_cast<std::uint16_t>(converted);  // the length of text has sixteen bits for callers
 }
 
-enum class Coding : std::uint8_t { kSeptets, kOctets, kUcs2, kUcs2AfterLanguage };
+enum class Coding : std::uint8_t { septets, octets, ucs2, ucs2_after_language };
 
 int decode(const Message& message, Coding coding) {
   switch (coding) {
-    case Coding::kSeptets:
+    case Coding::septets:
       return decode_septets(message);
-    case Coding::kOctets:
+    case Coding::octets:
       return decode_octets(message);
-    case Coding::kUcs2:
+    case Coding::ucs2:
       return decode_ucs2(message, 0);
-    case Coding::kUcs2AfterLanguage:
+    case Coding::ucs2_after_language:
       return decode_ucs2(message, 2);
   }
   return 0;
@@ -101,18 +101,18 @@ struct CodingGroup {
 
 // Schemes that belong to no group are not supported.
 constexpr std::array<CodingGroup, 12> kCodingGroups = {{
-    {0xF0, 0x00, Coding::kSeptets},  // text in a language
-    {0xFF, 0x10, Coding::kSeptets},  // text after its language
-    {0xFF, 0x11, Coding::kUcs2AfterLanguage},
-    {0xE0, 0x20, Coding::kSeptets},  // text in further languages
-    {0xCC, 0x40, Coding::kSeptets},  // general data coding
-    {0xCC, 0x44, Coding::kOctets},
-    {0xCC, 0x48, Coding::kUcs2},
-    {0xFC, 0x90, Coding::kSeptets},  // messages with a user data header
-    {0xFC, 0x94, Coding::kOctets},
-    {0xFC, 0x98, Coding::kUcs2},
-    {0xF4, 0xF0, Coding::kSeptets},  // message classes
-    {0xF4, 0xF4, Coding::kOctets},
+    {0xF0, 0x00, Coding::septets},  // text in a language
+    {0xFF, 0x10, Coding::septets},  // text after its language
+    {0xFF, 0x11, Coding::ucs2_after_language},
+    {0xE0, 0x20, Coding::septets},  // text in further languages
+    {0xCC, 0x40, Coding::septets},  // general data coding
+    {0xCC, 0x44, Coding::octets},
+    {0xCC, 0x48, Coding::ucs2},
+    {0xFC, 0x90, Coding::septets},  // messages with a user data header
+    {0xFC, 0x94, Coding::octets},
+    {0xFC, 0x98, Coding::ucs2},
+    {0xF4, 0xF0, Coding::septets},  // message classes
+    {0xF4, 0xF4, Coding::octets},
 }};
 
 }  // namespace
