@@ -32,24 +32,24 @@ bool replace_primary(const char* caller, const char* message, const char* source
   return replace(caller, message, source, DB_CONFIG) && base::sync_directory_of(DB_CONFIG);
 }
 
-constexpr const char* kPlainWords = "ERROR: cp";
+constexpr const char* kPlainMessage = "ERROR: cp";
 
 }  // namespace
 
-void repair_primary(const char* caller, RepairMessages message, const char* damaged) {
+void repair_primary(const char* caller, RepairMessages messages, const char* damaged) {
   if (is_good_source(DB_CONFIGBAK)) {
     // The backup may pass the check although a read has found corruption in it. It must not replace a good primary
     // then.
     if (!is_backup(damaged) || !is_good_source(DB_CONFIG))
-      replace_primary(caller, message.from_backup, DB_CONFIGBAK);
+      replace_primary(caller, messages.from_backup, DB_CONFIGBAK);
     return;
   }
   if (!is_primary(damaged) && is_good_source(DB_CONFIG)) return;
-  if (is_good_source(kRecoveryCopy)) replace_primary(caller, message.from_recovery, kRecoveryCopy);
+  if (is_good_source(kRecoveryCopy)) replace_primary(caller, messages.from_recovery, kRecoveryCopy);
 }
 
 bool take_primary_from_backup(const char* caller) {
-  return is_good_source(DB_CONFIGBAK) && replace_primary(caller, kPlainWords, DB_CONFIGBAK);
+  return is_good_source(DB_CONFIGBAK) && replace_primary(caller, kPlainMessage, DB_CONFIGBAK);
 }
 
 void replace_invalid_primary(const char* caller) {
@@ -62,14 +62,14 @@ bool fill_empty_primary(const char* caller) {
   Health health = health_of(DB_CONFIGBAK);
   // SQLite's check reports damage also when a single read of a page has failed, so the check is repeated.
   if (health == Health::corrupt) health = health_of(DB_CONFIGBAK);
-  if (health == Health::healthy) return replace_primary(caller, kPlainWords, DB_CONFIGBAK);
+  if (health == Health::healthy) return replace_primary(caller, kPlainMessage, DB_CONFIGBAK);
   // A check that failed, for example for lack of memory, does not mean that the backup is useless.
   return health == Health::corrupt || !is_database(DB_CONFIGBAK);
 }
 
 bool copy_primary_over_backup(const char* caller) {
   // Tools in the field search for this line, so it is logged although nothing is wrong.
-  return replace(caller, kPlainWords, DB_CONFIG, DB_CONFIGBAK);
+  return replace(caller, kPlainMessage, DB_CONFIG, DB_CONFIGBAK);
 }
 
 void refresh_backup(const char* caller) {

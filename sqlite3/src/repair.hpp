@@ -16,7 +16,7 @@ inline constexpr RepairMessages kReadRepair = {"error: DB_CONFIG is damaged cp",
 // Repairs the primary after `damaged` was found corrupt. The primary is replaced by the backup or, when that is not
 // good, by the recovery copy. It stays when neither is good. A good primary stays when the backup was found corrupt,
 // and the recovery copy never replaces a good primary. Lines are logged under `caller`.
-void repair_primary(const char* caller, RepairMessages message, const char* damaged);
+void repair_primary(const char* caller, RepairMessages messages, const char* damaged);
 
 // Replaces the primary by a good backup. Returns whether this was done.
 bool take_primary_from_backup(const char* caller);
