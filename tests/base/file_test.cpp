@@ -1,4 +1,4 @@
-// The directory that holds a file, brought to the storage.
+// The sync of the directory that holds a file.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>

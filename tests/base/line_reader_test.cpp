@@ -116,7 +116,7 @@ TEST(LineReader, TakesAFailedReadForTheEnd) {
   EXPECT_TRUE(reader.failed());
 }
 
-TEST(LineReader, RemembersAFailedReadBehindOneThatSucceeds) {
+TEST(LineReader, RemembersAFailedReadAfterOneThatSucceeds) {
   const Pipe pipe;
   fcntl(pipe.read_end.get(), F_SETFL, O_NONBLOCK);
   std::array<char, 16> storage;

@@ -200,7 +200,7 @@ void read_digits(const std::string& digits) {
                                    reinterpret_cast<std::uint8_t*>(to), static_cast<std::uint32_t>(pairs));
   };
   expect_everywhere(digits, pairs, {is_whole ? static_cast<long>(pairs) : -1, bytes}, read);
-  // One that ends before its length.
+  // A text that ends before its length.
   const std::string cut = digits.substr(0, digits.size() / 3) + '\0';
   if (cut.size() <= digits.size()) expect_everywhere(cut, pairs, {-1, plain_bytes(cut)}, read);
 }

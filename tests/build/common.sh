@@ -35,8 +35,8 @@ expect_needed() {
   [ "$found" = "$1" ] || { echo "$(basename "$3"): needs $2: $found, not $1" && failed=1; }
 }
 
-# compile_with MODULE OUTPUT COMMAND...: COMMAND with the flags of the pkg-config MODULE behind it.
-# In `static_flag` stands --static for the archives.
+# compile_with MODULE OUTPUT COMMAND...: COMMAND followed by the flags of the pkg-config MODULE.
+# `static_flag` is --static for the archives.
 compile_with() {
   local module=$1 output=$2 flags
   shift 2

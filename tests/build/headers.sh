@@ -21,7 +21,7 @@ for path in "$include"/kelo_utils/*.h; do
   fi
 done
 
-# After preprocessing KELO_API is an attribute, and a declaration's name stands before its first "(" or "[".
+# After preprocessing KELO_API is an attribute, and a declaration's name is before its first "(" or "[".
 declared=$("$cc" -E -P -x c -std=c99 -I "$include" "$include/kelo_utils/kelo_utils.h" | tr '\n' ' ' | tr ';' '\n' \
   | sed -n 's/.*__attribute__((visibility("default")))//p' | sed -E 's/[[(].*//; s/ *$//; s/.*[ *]//' | sort)
 listed=$(grep -E '^[A-Za-z_]' "$exports" | sort)

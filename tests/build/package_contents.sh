@@ -31,7 +31,7 @@ expect_files() {
   if dpkg-deb -c "$(package "$1")" | grep '^d' | grep -v '^drwxr-xr-x root/root '; then wrong "$1: modes of folders"; fi
 }
 
-# expect_control PACKAGE NAME...: what stands beside its files.
+# expect_control PACKAGE NAME...: what is beside its files.
 expect_control() {
   local name=$1
   shift

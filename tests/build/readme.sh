@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The example daemon in the README compiles as it stands there, without a warning, and does what it says. Every
+# The example daemon in the README compiles as it is there, without a warning, and does what it says. Every
 # link of the README and of the pages in docs/ leads to something, and the README leads to every header and page. The
 # tests that the page of promises names are there.
 # shellcheck source=common.sh

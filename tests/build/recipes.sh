@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The recipes of other build systems: they parse, build with the options that the README names, and their packages
 # hold what an installation lays down.
-# shellcheck disable=SC2016 # what stands in single quotes are variables of the recipes
+# shellcheck disable=SC2016 # what is in single quotes are variables of the recipes
 # shellcheck source=common.sh
 . "$(dirname -- "${BASH_SOURCE[0]}")/common.sh"
 # OpenWrt has no place for a blank in a path, which the tree's own may hold: its package is copied to one without.

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Each record of the public headers, and each of its fields, stands in the list of pinned layouts; no record holds a
+# Each record of the public headers, and each of its fields, is in the list of pinned layouts; no record holds a
 # type whose size is another on the next C library or compiler. Usage: records.sh CC INCLUDE-FOLDER PINS
 set -euo pipefail
 cc=$1 include=$2 pins=$3
@@ -39,7 +39,7 @@ found=$(for header in "$include"/kelo_utils/*.h; do
 done)
 if grep '^!' <<< "$found"; then failed=1; fi
 if grep -E ' .*\b(long|off_t|time_t|clock_t|timespec|timeval|itimerspec|mode_t|wchar_t|enum)\b' <<< "$found"; then
-  echo "a type whose size varies stands in a public record" && failed=1
+  echo "a type whose size varies is in a public record" && failed=1
 fi
 
 listed=$(sed -nE 's/^PIN_SIZE\(([a-zA-Z_0-9]+),.*/\1/p; s/^PIN_FIELD\(([a-zA-Z_0-9]+), ([a-z_0-9]+),.*/\1 \2/p' "$pins" | sort)

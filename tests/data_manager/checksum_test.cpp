@@ -99,7 +99,7 @@ TEST(Checksum, PartialByteCountsFromItsTop) {
   EXPECT_EQ(0U, checksum(&low, 1, 0));
 }
 
-// The address sanitizer sees a read behind a block of exactly the bytes that hold the bits.
+// The address sanitizer sees a read beyond a block of exactly the bytes that hold the bits.
 TEST(Checksum, ReadsOnlyTheBytesThatHoldTheBits) {
   for (std::size_t bits = 1; bits <= 64; ++bits) {
     const std::size_t bytes = (bits + 7) / 8;

@@ -1,5 +1,5 @@
 // fork() without exec while threads use what the data manager holds in memory. Whatever is wrong shows as a
-// child that hangs, so every wait has its end, or as a value that nobody wrote.
+// child that hangs, so every wait has its end, or as a value that was never written.
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <unistd.h>

@@ -121,7 +121,7 @@ TEST_F(ItemIo, WriteWithoutAWriteIsFatal) {
 
 TEST_F(ItemIo, LongestLength) {
   EXPECT_EQ(0, kelo_dm_write(handle_.get(), 7, "abc", 3));
-  backend().write_result = 9;  // so that nobody announces the bytes
+  backend().write_result = 9;  // so that no change is announced
   std::vector<char> data(64);
   EXPECT_EQ(9, kelo_dm_write(handle_.get(), 7, data.data(), INT_MAX));
   EXPECT_EQ(INT_MAX, backend().calls.back().len);

@@ -92,7 +92,7 @@ TEST(Registry, RowsOfACppTable) {
   EXPECT_EQ(kSecret, pointed_at<std::uint8_t>(table[2]));
 }
 
-TEST(Registry, ScalarsStandInTheFirstBytesOfTheirField) {
+TEST(Registry, ScalarsAreInTheFirstBytesOfTheirField) {
   static const kelo_dm_item table[] = {
       KELO_DM_ITEM(1, "T", "A", KELO_DM_TYPE_SCALAR1, 0x7E, 1),
       KELO_DM_ITEM(2, "T", "B", KELO_DM_TYPE_SCALAR2, -1500, 2),
@@ -167,7 +167,7 @@ TEST(Registry, UnknownIdsAreLoggedInFull) {
   EXPECT_EQ(1, capture.count(LOG_LVL_ERR, "symLookup failed: 2147483647\n"));
 }
 
-TEST(Registry, RowsBehindTheEndAreNotSeen) {
+TEST(Registry, RowsAfterTheEndAreNotSeen) {
   std::vector<kelo_dm_item> items = three_items();
   items[1].id = -1;
   EXPECT_EQ(0, kelo_dm_reg_def_items(items.data()));

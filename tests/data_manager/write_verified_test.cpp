@@ -1,4 +1,4 @@
-// kelo_dm_write_verified(): the write that tells the truth.
+// kelo_dm_write_verified(): a write whose success means that the value is stored.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>

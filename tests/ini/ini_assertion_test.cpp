@@ -32,7 +32,7 @@ void expect_assertion(const std::string& operation, const std::function<void()>&
   EXPECT_NE(ended.standard_error.find("Assertion"), std::string::npos) << ended.standard_error;
 }
 
-TEST(IniAssertion, EndsTheProcessWhereTheDefaultStandsInTheBuffer) {
+TEST(IniAssertion, EndsTheProcessWhereTheDefaultIsInTheBuffer) {
   write_file(kSettings, "k=value\n");
   const ExactBuffer buffer("default", 16);
   for (const char* const inside : {buffer.data(), buffer.data() + 3}) {

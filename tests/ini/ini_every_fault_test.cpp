@@ -87,7 +87,7 @@ TEST_P(IniEveryFault, LeavesTheOldFileOrTheNewOne) {
   }
 }
 
-// The storage is full behind any number of writes, and stays so.
+// The storage is full after any number of writes, and stays so.
 TEST_P(IniEveryFault, FailsWhenTheStorageIsFull) {
   for (int at = 1;; ++at) {
     restore();

@@ -37,7 +37,7 @@ TEST(IniLimits, ReadsALongerLineAsSeveral) {
   }
 }
 
-TEST(IniLimits, FindsKeysAndSectionsBehindTheFirst511Bytes) {
+TEST(IniLimits, FindsKeysAndSectionsAfterTheFirst511Bytes) {
   const std::string first = "k=" + std::string(509, ' ');
   ASSERT_EQ(first.size(), 511U);
   write_file(kSettings, first + "l=1" + std::string(86, ' ') + "\n");

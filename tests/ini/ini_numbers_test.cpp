@@ -188,7 +188,7 @@ TEST(IniNumbers, WritesWholeNumbers) {
   for (const auto& [number, text] : cases) EXPECT_EQ(written(number), "k=" + text + "\n");
 }
 
-TEST(IniNumbers, WritesSixDigitsBehindThePoint) {
+TEST(IniNumbers, WritesSixDigitsAfterThePoint) {
   const std::vector<std::pair<float, std::string>> cases = {
       {0.0F, "0.000000"},
       {-0.0F, "-0.000000"},

@@ -88,7 +88,7 @@ class IniPowerCut : public testing::TestWithParam<Change> {
     EXPECT_TRUE(now == GetParam().before || now == new_) << literal(now);
   }
 
-  // The next change is made in full, whatever was left behind.
+  // The next change is made in full, whatever was left.
   static void expect_usable() {
     EXPECT_EQ(ini_puts("net", "ip", "172.16.254.254", kPath), 1);
     char ip[32] = "";

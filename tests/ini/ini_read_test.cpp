@@ -64,7 +64,7 @@ TEST_F(IniRead, CutsADefaultToItsBuffer) {
   }
 }
 
-TEST_F(IniRead, CutsAQuotedValueBehindItsQuotes) {
+TEST_F(IniRead, CutsAQuotedValueAfterItsQuotes) {
   write_file(kSettings, R"(k="\"abc")");
   const ExactBuffer buffer(3);
   EXPECT_EQ(ini_gets(nullptr, "k", nullptr, buffer.data(), 3, kSettings), 2);

@@ -63,7 +63,7 @@ TEST(IniRewrite, WritesTheLineAnew) {
                 {"[ S]\n\tKey\t=1\r\n\r\n", " s", "kEY", "[ S]\nkEY=new value\n\r\n"}});
 }
 
-TEST(IniRewrite, AddsAKeyBehindTheLastLineOfItsSection) {
+TEST(IniRewrite, AddsAKeyAfterTheLastLineOfItsSection) {
   expect_files({{"[s]\na=1\n[t]\nk=2\n", "s", "k", "[s]\na=1\nk=new value\n[t]\nk=2\n"},
                 {"[s]\na=1\n\n; of t\n[t]\n", "s", "k", "[s]\na=1\n\n; of t\nk=new value\n[t]\n"},
                 {"[s]\n[t]\n", "s", "k", "[s]\nk=new value\n[t]\n"},
@@ -84,7 +84,7 @@ TEST(IniRewrite, AddsAKeyToTheNamelessSection) {
                 {"\n", nullptr, "k", "\nk=new value\n"}});
 }
 
-TEST(IniRewrite, BeginsALineOfItsOwnBehindALastLineWithoutNewline) {
+TEST(IniRewrite, BeginsALineOfItsOwnAfterALastLineWithoutNewline) {
   expect_files({{"a=1", nullptr, "k", "a=1\nk=new value\n"},
                 {"[s]", "s", "k", "[s]\nk=new value\n"},
                 {"[s]\na=1", "s", "k", "[s]\na=1\nk=new value\n"},

@@ -31,7 +31,7 @@ TEST(IniSyntax, FindsAKeyOfASectionWhateverTheCase) {
   EXPECT_EQ(value_of("NET", "Ip"), "1.2.3.4");
 }
 
-TEST(IniSyntax, WaitsForNobodyAtAPipe) {
+TEST(IniSyntax, DoesNotWaitAtAPipe) {
   std::remove(kSettings);
   ASSERT_EQ(mkfifo(kSettings, 0600), 0);
   alarm(60);  // ends the test
@@ -71,7 +71,7 @@ TEST(IniSyntax, SeparatesAtTheFirstEqualsSignOrElseTheFirstColon) {
   EXPECT_EQ(value_of(nullptr, ""), "o");
 }
 
-TEST(IniSyntax, FindsTheSeparatorBehindACommentCharacter) {
+TEST(IniSyntax, FindsTheSeparatorAfterACommentCharacter) {
   write_file(kSettings, "a: b ; c=d\ne#f=g\n");
   EXPECT_EQ(value_of(nullptr, "a"), kAbsent);
   EXPECT_EQ(value_of(nullptr, "a: b ; c"), "d");

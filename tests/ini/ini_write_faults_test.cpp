@@ -57,7 +57,7 @@ class IniWriteFaults : public testing::Test {
 };
 
 // The calls of a change by a copy, in their order: open, fstat, read; open of the copy; pread and write of
-// what is in front, write of the line, pread and write of what is behind; fsync, rename, open and fsync of
+// what is before it, write of the line, pread and write of what is after it; fsync, rename, open and fsync of
 // the directory.
 TEST_F(IniWriteFaults, KeepsTheFileWhenACopyFails) {
   const struct {

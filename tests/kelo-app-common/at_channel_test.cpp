@@ -75,7 +75,7 @@ class AtChannel : public testing::Test {
     return send("AT");
   }
 
-  // What was logged, each line behind its level.
+  // What was logged, each line after its level.
   std::vector<std::string> logged() const {
     std::vector<std::string> texts;
     for (const auto& line : log.lines())
@@ -226,18 +226,18 @@ TEST_F(AtChannel, CountsADatagramOfNoBytesAsAnAttempt) {
   EXPECT_EQ(reply_to({"", "", "", "OK\r\n"}), kFailure);
 }
 
-TEST_F(AtChannel, LooksAtNothingBehindANul) {
+TEST_F(AtChannel, LooksAtNothingAfterANul) {
   EXPECT_EQ(reply_to({"line\0\r\nOK\r\n"s, "\r\nOK\r\n"}), kFailure);
   EXPECT_EQ(log.count(LOG_LVL_INFO, "recvfrom[1,0] 11 bytes:[11, line]\n"), 1) << log.dump();
   EXPECT_EQ(log.count(LOG_LVL_INFO, "recvfrom[2,11] 6 bytes:[17, line]\n"), 1) << log.dump();
 }
 
-TEST_F(AtChannel, ReturnsWhatArrivedBehindANul) {
+TEST_F(AtChannel, ReturnsWhatArrivedAfterANul) {
   const Modem modem(always({"\r\nOK\r\n\0tail"s}));
   EXPECT_EQ(buffer_of("AT").substr(0, 12), "\r\nOK\r\n\0tail\0"s);
 }
 
-TEST_F(AtChannel, DropsWhatIsBehindANulWithTheEcho) {
+TEST_F(AtChannel, DropsWhatIsAfterANulWithTheEcho) {
   const Modem modem(always({"AT\r\r\nli\0ne"s, "\r\nOK\r\n"}));
   EXPECT_EQ(buffer_of("AT"), "li\r\nOK\r\n" + std::string(KELO_AT_REPLY_SIZE - 8, '\0'));
   EXPECT_EQ(log.count(LOG_LVL_INFO, "recvfrom[2,2] 6 bytes:[8, li\r\nOK\r\n]\n"), 1) << log.dump();

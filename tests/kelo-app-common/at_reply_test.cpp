@@ -72,7 +72,7 @@ Stripped stripped(const std::string& reply, const char* sent, std::size_t room =
   const std::string bytes = buffer.bytes();
   const std::size_t length = std::strlen(buffer.data());
   if (!found) return {false, bytes.substr(0, reply.size())};
-  EXPECT_EQ(bytes.find_first_not_of('\0', length), std::string::npos) << "not zeros behind the text";
+  EXPECT_EQ(bytes.find_first_not_of('\0', length), std::string::npos) << "not zeros after the text";
   return {true, bytes.substr(0, length)};
 }
 
@@ -81,7 +81,7 @@ struct EchoCase {
   const char* rest;
 };
 
-TEST(StripEcho, DropsTheEchoAndTheLineEndsBehindIt) {
+TEST(StripEcho, DropsTheEchoAndTheLineEndsAfterIt) {
   for (const auto& [reply, rest] :
        std::initializer_list<EchoCase>{{"AT+CGSN\r\r\n123\r\nOK\r\n", "123\r\nOK\r\n"},
                                        {"AT+CGSN\rOK\r\n", "OK\r\n"},
@@ -110,7 +110,7 @@ TEST(StripEcho, LeavesAReplyWithoutTheEchoAlone) {
   }
 }
 
-TEST(StripEcho, SeesNothingBehindANul) {
+TEST(StripEcho, SeesNothingAfterANul) {
   using namespace std::string_literals;
   EXPECT_FALSE(stripped("x\0AT\rOK\r\n"s, "AT\r").found);
   EXPECT_EQ(stripped("x\0AT\rOK\r\n"s, "AT\r").reply, "x\0AT\rOK\r\n"s);
@@ -159,7 +159,7 @@ TEST(FinalResult, AreLookedForInThisOrder) {
   EXPECT_FALSE(ends(""));
 }
 
-TEST(FinalResult, CountAtTheStartAndBehindALineEnd) {
+TEST(FinalResult, CountAtTheStartAndAfterALineEnd) {
   for (std::size_t k = 0; k < kFinalResults.size(); ++k) {
     const std::string result = kFinalResults[k];
     for (const std::string before : {"", "\r", "\n", "\r\n", "abc\r\n", "abc\r", "abc\n", "\r\n\r\n"}) {
@@ -196,7 +196,7 @@ TEST(FinalResult, MayFollowOneThatDoesNotCount) {
   EXPECT_TRUE(ends("+CREG: 0\r\nNO CARRIER\r\n"));
 }
 
-TEST(FinalResult, CountRightBehindOneThatDoesNot) {
+TEST(FinalResult, CountRightAfterOneThatDoesNot) {
   EXPECT_TRUE(ends("x33"));
   EXPECT_TRUE(ends("xERRORERROR"));
   EXPECT_FALSE(ends("x3x3"));

@@ -1,4 +1,4 @@
-// A directory that is to be there from now on.
+// A directory that is made where it is missing.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -95,7 +95,7 @@ TEST_F(CheckedDirectory, TakesSlashesAsTheyCome) {
   expect_made("b//c", {"b", "b/", "b//c"});
 }
 
-TEST_F(CheckedDirectory, IsAnErrorBehindTwoSlashesAtTheEnd) {
+TEST_F(CheckedDirectory, IsAnErrorAfterTwoSlashesAtTheEnd) {
   expect_failure("a//", {"a", "a/"});
   EXPECT_TRUE(fs::is_directory("a"));
   expect_there("a//");

@@ -115,7 +115,7 @@ kelo::tests::ChildResult allocate_in_child(std::int32_t type, int calls) {
   });
 }
 
-TEST(CommandAllocationOfNoKnownSize, AbortsBehindTheMessage) {
+TEST(CommandAllocationOfNoKnownSize, AbortsAfterTheMessage) {
   for (const std::int32_t type :
        {INT32_MIN, -1, 1, 2, 3, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, INT32_MAX}) {
     const auto child = allocate_in_child(type, 100);

@@ -1,4 +1,3 @@
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -85,7 +84,7 @@ Converted unpack_and_map(const Bytes& octets, int packed_len, std::size_t size) 
   return {length, out.bytes()};
 }
 
-// The text, its terminator, and untouched bytes behind it.
+// The text, its terminator, and untouched bytes after it.
 void expect_text(const std::string& text, std::size_t size, const Converted& result) {
   ASSERT_EQ(static_cast<int>(text.size()), result.length);
   std::string expected = text + '\0';
@@ -223,7 +222,7 @@ TEST(GsmPackedText, ConvertsHelloHello) {
 }
 
 // Packed seven in eight: "abc\rdef" and a carriage return as padding.
-TEST(GsmPackedText, LeavesOutCarriageReturnsWhereverTheyStand) {
+TEST(GsmPackedText, LeavesOutCarriageReturnsWhereverTheyAre) {
   const Bytes octets = {0x61, 0xF1, 0xB8, 0x41, 0x2E, 0x9B, 0x1B};
   const LogCapture log;
   expect_text("abcdef", 16, unpack_and_map(octets, 7, 16));
@@ -267,7 +266,7 @@ TEST(GsmPackedText, NeedsAtMost511Bytes) {
 TEST(GsmPackedText, ReadsLengthsModulo256) {
   for (const auto& [given, read] :
        {std::pair{257, 1}, {300, 44}, {512, 256}, {65536, 256}, {65537, 1}, {INT32_MAX, 255}}) {
-    const Bytes octets(static_cast<std::size_t>(read), 0x00);  // nothing behind what is read
+    const Bytes octets(static_cast<std::size_t>(read), 0x00);  // nothing after what is read
     const auto septets = static_cast<std::size_t>(read * 8 / 7);
     expect_text(std::string(std::min<std::size_t>(septets, 255), '@'), 600,
                 unpack_and_map(octets, given, 600));

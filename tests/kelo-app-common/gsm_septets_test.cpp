@@ -84,7 +84,7 @@ Unpacked unpack(const Bytes& octets, int out_max, std::size_t room) {
   return unpack(octets, out_max, room, static_cast<int>(octets.size()));
 }
 
-// The first `most` septets, and untouched bytes behind them up to `room`.
+// The first `most` septets, and untouched bytes after them up to `room`.
 void expect_unpacked(const Bytes& septets, std::size_t most, std::size_t room, const Unpacked& result) {
   const std::size_t count = std::min(septets.size(), most);
   ASSERT_EQ(static_cast<int>(count), result.count);
@@ -178,7 +178,7 @@ TEST(UssdUnpack, ReadsLengthsModulo256) {
                                                                {65536, 256},
                                                                {65537, 1},
                                                                {INT32_MAX, 255}}) {
-    const Bytes octets = random_bytes(read);  // nothing behind what is read
+    const Bytes octets = random_bytes(read);  // nothing after what is read
     expect_unpacked(slowly_unpacked(octets), 255, 255, unpack(octets, 255, 255, given));
     if (HasFatalFailure()) FAIL() << given;
   }

@@ -158,7 +158,7 @@ TEST_F(IntegerFile, IsReadInPieces) {
   log.clear();
 }
 
-TEST_F(IntegerFile, IsReadBehindASignal) {
+TEST_F(IntegerFile, IsReadAfterASignal) {
   write_file(kPath, "12");
   const Fault fault({.call = "read", .code = EINTR, .times = 2});
   EXPECT_EQ(kelo_util_get_file_int_value(kPath), 12);
@@ -239,7 +239,7 @@ TEST_F(IntegerFile, IsWrittenAtOnceAndForcedToTheStorage) {
   EXPECT_EQ(second.seen(), 1);
 }
 
-TEST_F(IntegerFile, IsWrittenBehindShortWritesAndSignals) {
+TEST_F(IntegerFile, IsWrittenAfterShortWritesAndSignals) {
   const Writes writes(2);
   const Fault fault({.call = "write", .code = EINTR, .at = 2, .times = 3});
   EXPECT_EQ(kelo_util_set_file_int_value(kPath, -1234), 0);
@@ -287,7 +287,7 @@ TEST_F(IntegerFile, IsNotWrittenWhenItCannotBeForcedToTheStorage) {
   }
 }
 
-TEST_F(IntegerFile, IsForcedToTheStorageBehindASignal) {
+TEST_F(IntegerFile, IsForcedToTheStorageAfterASignal) {
   const Fault fault({.call = "fsync", .code = EINTR, .times = 2});
   EXPECT_EQ(kelo_util_set_file_int_value(kPath, 5), 0);
   EXPECT_EQ(fault.seen(), 3);

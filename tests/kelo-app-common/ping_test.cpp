@@ -80,7 +80,7 @@ TEST_F(Ping, IsTriedUntilItIsAnswered) {
   }
 }
 
-TEST_F(Ping, IsGivenUpBehindTheThirdTry) {
+TEST_F(Ping, IsGivenUpAfterTheThirdTry) {
   make_ping("exit 1");
   EXPECT_EQ(kelo_ping_state("host"), -1);
   EXPECT_EQ(runs(), "-c 2 -W 3 host\n-c 2 -W 3 host\n-c 2 -W 3 host\n");
@@ -112,7 +112,7 @@ TEST_F(Ping, FailsWithoutAProcess) {
   expect_tries(3, "fail", kStart, "system command failed\n", kNotStarted);
 }
 
-TEST_F(Ping, GoesOnBehindAProcessThatWasNotToBeHad) {
+TEST_F(Ping, GoesOnAfterAProcessThatDidNotStart) {
   make_ping("exit 0");
   const Fault fault({.call = "popen", .code = EAGAIN});
   EXPECT_EQ(kelo_ping_state("host"), 0);
@@ -143,7 +143,7 @@ TEST_F(Ping, RunsNothingForAHostThatTheShellWouldActOn) {
   EXPECT_EQ(runs(), "");
 }
 
-TEST_F(Ping, HandsAnyOtherHostToTheShellAsItStands) {
+TEST_F(Ping, HandsAnyOtherHostToTheShellAsItIs) {
   make_ping("exit 0");
   EXPECT_EQ(kelo_ping_state("-I 'wan 0' fe80::1"), 0);
   EXPECT_EQ(runs(), "-c 2 -W 3 -I wan 0 fe80::1\n");

@@ -42,7 +42,7 @@ class BootFileName : public kelo::tests::ProjectLookup {
   }
 };
 
-TEST_F(BootFileName, IsTheWordBehindTheEqualsSign) {
+TEST_F(BootFileName, IsTheWordAfterTheEqualsSign) {
   for (const auto& [contents, name] : {std::pair{"project=XYZ"s, "XYZ"s},
                                        {"project=XYZ\n", "XYZ"},
                                        {"project=XYZ 1\n", "XYZ"},
@@ -103,7 +103,7 @@ TEST_F(BootFileName, MayFillAChunk) {
   EXPECT_EQ(look_up_in_boot_file("project=" + name, 4096).buffer, terminated(name, 4096));
   const Result longer = look_up_in_boot_file("project=" + name + "more", 4096);
   EXPECT_EQ(longer.code, 0);
-  EXPECT_EQ(longer.buffer, terminated(name, 4096)) << "the chunk behind it is not part of the name";
+  EXPECT_EQ(longer.buffer, terminated(name, 4096)) << "the chunk after it is not part of the name";
   EXPECT_THAT(longer.log, ElementsAre(no_key(""), failed(), taken("project=" + name)));
 }
 
@@ -158,7 +158,7 @@ TEST_F(BootFileName, IsAlsoMadeOfWhatAShortChunkLeavesOfTheOneBefore) {
   EXPECT_EQ(result.buffer, terminated("XYZ", 16));
   EXPECT_THAT(result.log,
               ElementsAre(no_key(""), failed(), no_marker(), taken("project=XYZ\n" + first.substr(12))));
-  EXPECT_EQ(look_up_in_boot_file(first + "pro\0"s).code, -1) << "a NUL hides what is behind it";
+  EXPECT_EQ(look_up_in_boot_file(first + "pro\0"s).code, -1) << "a NUL hides what follows it";
 }
 
 TEST_F(BootFileName, NeedsAFileThatHoldsSomething) {

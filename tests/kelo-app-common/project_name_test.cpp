@@ -40,7 +40,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using ProjectName = kelo::tests::ProjectLookup;
 
-TEST_F(ProjectName, StandsBetweenOtherWords) {
+TEST_F(ProjectName, IsFoundBetweenOtherWords) {
   const Result result = look_up_in("quiet kelo.project=ABC panic=1\n");
   EXPECT_EQ(result.code, 0);
   EXPECT_EQ(result.buffer, terminated("ABC", 16));
@@ -67,7 +67,7 @@ TEST_F(ProjectName, IsNotThatOfTheOtherKey) {
   EXPECT_THAT(vendor.log, ElementsAre(no_key("kelo.project=ABC"), failed()));
 }
 
-TEST_F(ProjectName, StandsBehindAnySeparators) {
+TEST_F(ProjectName, IsFoundAfterAnySeparators) {
   for (const char* const separators : {"=", " ", "\t", "", " = ", "==", "= ", "=\t", "\t = =  \t"}) {
     const Result result = look_up_in("kelo.project"s + separators + "ABC");
     EXPECT_EQ(result.code, 0) << separators;

@@ -114,7 +114,7 @@ TEST(Ucs2ToUtf8, CutsTheTextWithADebugMessageAndKeepsWholeCharacters) {
   }
 }
 
-TEST(Ucs2ToUtf8, KeepsWhatStandsBeforeATextCutOff) {
+TEST(Ucs2ToUtf8, KeepsWhatIsBeforeATextCutOff) {
   for (const std::string& source : {bytes_of({'a', 'b'}) + '\0', bytes_of({'a', 'b', 0xD800}),
                                     bytes_of({'a', 'b', 0xDBFF}) + '\xDC', bytes_of({'a', 'b'}) + 'c'}) {
     const LogCapture log;
@@ -295,7 +295,7 @@ TEST(Utf8ToUcs2, KeepsTwoOfThreeCharactersInSixBytes) {
   EXPECT_EQ(1, log.count(LOG_LVL_ERR, kToUcs2, truncated_at(6))) << log.dump();
 }
 
-TEST(Utf8ToUcs2, KeepsWhatStandsBeforeAnIllFormedOrCutOffSequence) {
+TEST(Utf8ToUcs2, KeepsWhatIsBeforeAnIllFormedOrCutOffSequence) {
   for (const std::string& sequence : {"\xFF"s, "\xFFzzzzz"s, "\x80"s, "\xC3"s, "\xE2\x82"s, "\xC0\x80"s,
                                       "\xED\xA0\x80"s, "\xF4\x90\x80\x80"s}) {
     const LogCapture log;

@@ -47,7 +47,7 @@ struct Decoded {
   std::vector<std::string> log;
 };
 
-// Decodes `data`, behind which nothing can be read, in a buffer of `size` bytes.
+// Decodes `data`, beyond which nothing can be read, in a buffer of `size` bytes.
 Decoded decode(std::uint8_t dcs, const std::string& data, std::size_t size) {
   const LogCapture log;
   const ExactBuffer from(data.size());
@@ -61,7 +61,7 @@ Decoded decode(std::uint8_t dcs, const std::string& data, std::size_t size) {
 
 std::string untouched(std::size_t size) { return std::string(size, ExactBuffer::kUntouched); }
 
-// A text with its terminator, and untouched bytes behind it.
+// A text with its terminator, and untouched bytes after it.
 std::string terminated(const std::string& text, std::size_t size) {
   const std::string bytes = text + '\0';
   return bytes + untouched(size - bytes.size());
@@ -81,7 +81,7 @@ TEST(UssdStringIsAscii, IsTrueBelow128AtEveryPlace) {
 
 TEST(UssdStringIsAscii, IsTrueForTheEmptyText) {
   EXPECT_EQ(1, kelo_util_UssdStringIsAscii(ExactBuffer("").data()));
-  EXPECT_EQ(1, kelo_util_UssdStringIsAscii("\0\xFF")) << "behind the terminator";
+  EXPECT_EQ(1, kelo_util_UssdStringIsAscii("\0\xFF")) << "after the terminator";
 }
 
 TEST(UssdStringIsAscii, IsFalseForANullPointer) {

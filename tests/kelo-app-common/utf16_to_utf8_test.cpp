@@ -65,7 +65,7 @@ Outcome convert(std::string_view source_bytes, std::size_t room, int mode) {
 bool is_high(std::uint16_t unit) { return unit / 1024 == 54; }
 bool is_low(std::uint16_t unit) { return unit / 1024 == 55; }
 
-// The conversion as its contract says it, character by character. `half` is a byte behind the last unit.
+// The conversion as its contract says it, character by character. `half` is a byte after the last unit.
 Outcome expected(const Units& units, bool half, std::size_t room, int mode) {
   Outcome outcome{KELO_UNICODE_COMPLETE, 0, ""};
   std::size_t i = 0;
@@ -156,7 +156,7 @@ TEST(Utf16ToUtf8, ReportsAHighSurrogateAtTheEndAsExhaustedInBothModes) {
 // ---- Every result at every place ----
 
 // All texts of up to three characters at the bounds of each class, in every room, in both modes, with and
-// without half a unit behind.
+// without half a unit at the end.
 TEST(Utf16ToUtf8, StopsWhereAndAsItsContractSays) {
   constexpr std::array<std::uint16_t, 14> kBounds = {0,      0x7F,   0x80,   0x7FF,  0x800,  0xD7FF, 0xD800,
                                                      0xDBFF, 0xDC00, 0xDFFF, 0xE000, 0xFEFF, 0xFFFD, 0xFFFF};

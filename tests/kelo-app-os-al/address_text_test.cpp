@@ -58,7 +58,7 @@ void expect_one_line(const LogCapture& log, int level, const char* function, con
 
 // ---- ConvertIPv4ArrayToStr ----
 
-TEST(Ipv4ArrayToText, WritesTheTextAndZerosBehindIt) {
+TEST(Ipv4ArrayToText, WritesTheTextAndZerosAfterIt) {
   for (const std::size_t size : {16U, 17U, 64U}) {
     const ExactBuffer text(size);
     EXPECT_EQ(ConvertIPv4ArrayToStr(kAddress.data(), text.data(), static_cast<std::int32_t>(size)), 0);
@@ -149,7 +149,7 @@ constexpr Ipv6Text kIpv6Texts[] = {
      "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff"},
 };
 
-TEST(Ipv6ToText, WritesTheCompressedFormAndZerosBehindIt) {
+TEST(Ipv6ToText, WritesTheCompressedFormAndZerosAfterIt) {
   for (const Ipv6Text& example : kIpv6Texts) {
     for (const std::size_t size : {46U, 47U, 100U}) {
       const ExactBuffer text(size);

@@ -130,7 +130,7 @@ TEST_F(DumpRoute, EndsAtAnAttributeThatCannotBe) {
   }
 }
 
-TEST_F(DumpRoute, ReadsAGatewayBehindAnAttributeOfOddLength) {
+TEST_F(DumpRoute, ReadsAGatewayAfterAnAttributeOfOddLength) {
   expect_gateway(route().add(RTA_PRIORITY, "odd..").add(RTA_GATEWAY, address_bytes(kGateway)), kGateway);
 }
 

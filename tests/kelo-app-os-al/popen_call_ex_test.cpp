@@ -126,7 +126,7 @@ TEST_F(PopenCallEx, KeepsSixCharactersInAnEightByteResult) {
   expect_lines(log, kCall, {{LOG_LVL_DBUG, "abcdefghij\n\n"}});
 }
 
-TEST_F(PopenCallEx, EndsTheReadingOfOneByteBehindTheFirstLine) {
+TEST_F(PopenCallEx, EndsTheReadingOfOneByteAfterTheFirstLine) {
   EXPECT_EQ(captured("echo a; echo b", 1), zeros(1));
   expect_lines(log, kCall, {{LOG_LVL_DBUG, "a\n\n"}, {LOG_LVL_DBUG, "len=0,0\n"}});
 }
@@ -155,7 +155,7 @@ TEST_F(PopenCallEx, ReadsALongLineInPiecesOf510) {
                 {LOG_LVL_DBUG, "x\n"}});
 }
 
-TEST_F(PopenCallEx, KeepsOfALineWhatStandsBeforeAZeroByte) {
+TEST_F(PopenCallEx, KeepsOfALineWhatIsBeforeAZeroByte) {
   EXPECT_EQ(captured("printf 'a\\0b\\nc\\n'; exit 3", 8), "ac\n" + zeros(5));
   expect_lines(log, kCall, {{LOG_LVL_DBUG, "a\n"}, {LOG_LVL_DBUG, "c\n\n"}});
 }

@@ -138,7 +138,7 @@ TEST_F(PopenCall, RunsTheCommandToItsEndWithoutAResult) {
       {{LOG_LVL_DBUG, "popen call: sleep 0.1; echo done > /tmp/ran success. result string:(null)\n"}});
 }
 
-TEST_F(PopenCall, KeepsOfALineWhatStandsBeforeAZeroByte) {
+TEST_F(PopenCall, KeepsOfALineWhatIsBeforeAZeroByte) {
   EXPECT_EQ(captured("printf 'a\\0b\\nc\\n\\0d\\ne'", 16), "ac\ne" + zeros(12));
   expect_lines(log, kCall,
                {{LOG_LVL_DBUG, "Line string:a"},
@@ -182,7 +182,7 @@ TEST_F(PopenCall, CapturesALargeOutputByteForByte) {
   EXPECT_EQ(captured("seq 1 200000", size), expected.substr(0, expected.size() - last.size()) + zeros(7));
 }
 
-// What nobody logs takes a way of its own.
+// Lines below the log's level take another path.
 TEST_F(PopenCall, CapturesTheSameWithoutLogging) {
   const std::vector<std::string> commands = {"printf 'ab\\ncd\\n'",      "echo abcdef",
                                              "printf 'a\\n\\n\\nb\\nc'", "printf 'a\\nb\\0c\\n\\0\\nd\\n'",

@@ -64,7 +64,7 @@ TEST_F(ProcessCount, CountsNoProcessWithGrepInItsLine) {
   EXPECT_EQ(kelo_check_process_exist("grep"), 0);
 }
 
-TEST_F(ProcessCount, HandsTheNameToTheShellAsItStands) {
+TEST_F(ProcessCount, HandsTheNameToTheShellAsItIs) {
   list_processes("a b\na\nA\n");
   EXPECT_EQ(kelo_check_process_exist("'a b'"), 1);
   EXPECT_EQ(kelo_check_process_exist("-i a"), 3);

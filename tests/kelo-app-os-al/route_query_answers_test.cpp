@@ -1,5 +1,4 @@
 // The gateway query on answers that a kernel seldom or never gives.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
@@ -58,7 +57,7 @@ class Answer : public GatewayQuery {
     EXPECT_EQ(log.lines().back().text, "IPv6 gateway via " + expected + "\n") << log.dump();
   }
 
-  // Nothing is found, and the lines behind the first one are these errors.
+  // Nothing is found, and the lines after the first one are these errors.
   void expect_none(const std::string& datagram,
                    const std::vector<std::pair<std::string, std::string>>& errors) {
     calls.datagram = datagram;
@@ -88,7 +87,7 @@ TEST_F(Answer, GivesTheFirstGateway) {
   expect_gateway(route().bytes() + route_via(kGateway).bytes() + route_via("2001:db8::9").bytes());
 }
 
-TEST_F(Answer, GoesOnBehindMessagesThatAreNoRoutes) {
+TEST_F(Answer, GoesOnAfterMessagesThatAreNoRoutes) {
   expect_gateway(NetlinkMessage(NLMSG_NOOP, 0).bytes() + NetlinkMessage(NLMSG_DONE, 0).append(0).bytes() +
                  route_via(kGateway).bytes());
   EXPECT_EQ(log.count(LOG_LVL_ERR, kRoute, "Wrong message length:16:-12:28\n"), 1);
@@ -288,7 +287,7 @@ class ChildQuery {
   pid_t child_ = -1;
 };
 
-TEST(ForeignAnswer, KeepsTheQueryAsleepForEver) {
+TEST(ForeignAnswer, KeepsTheQueryWaitingForEver) {
   const ChildQuery query([](std::uint32_t port) { send_datagram(port, route_via(kGateway).bytes()); });
   for (int interruptions = 0; interruptions < 2; ++interruptions) {
     ASSERT_TRUE(query.falls_asleep());

@@ -55,7 +55,7 @@ TEST_F(SupervisedCall, StartsTheProgramOfEachKnownWord) {
   }
 }
 
-TEST_F(SupervisedCall, StartsAPathOfAProgramFolderAsItStands) {
+TEST_F(SupervisedCall, StartsAPathOfAProgramFolderAsItIs) {
   for (const std::string path : {"/opt/tools/bin/x", "/system/bin/x", "/usr/bin/x", "/sbin/x", "/usr/sbin/x",
                                  "/bin", "tools/binary", "/opt/sbinaries/x", "../bin/iptables"}) {
     std::string expected("[");

@@ -131,7 +131,7 @@ TEST_F(SupervisedChild, CapturesALargeOutputByteForByte) {
   EXPECT_EQ(run_supervised(script, expected.size() + 1).output, expected);
 }
 
-TEST_F(SupervisedChild, KeepsZeroBytesAndTerminatesBehindThem) {
+TEST_F(SupervisedChild, KeepsZeroBytesAndTerminatesAfterThem) {
   std::array<char, 8> output;
   output.fill('#');
   const std::string script = make_script("zeros", "printf 'a\\0b'");
@@ -268,7 +268,7 @@ TEST_F(SupervisedChild, CountsAByteOnTheWatchPipeAsASignOfLife) {
   EXPECT_GE(kept.seconds, 2.5);
 }
 
-TEST_F(SupervisedChild, KeepsWatchingBehindAByteOnTheWatchPipe) {
+TEST_F(SupervisedChild, KeepsWatchingAfterAByteOnTheWatchPipe) {
   const Outcome kept = run_supervised(make_script(
       "watch", std::string(kFindWatchPipe) + "printf x > /proc/$$/fd/$watch\n"
                                              "(sleep 0.5; echo > /tmp/late) > /dev/null 2>&1 &\n"));
@@ -276,7 +276,7 @@ TEST_F(SupervisedChild, KeepsWatchingBehindAByteOnTheWatchPipe) {
   EXPECT_TRUE(std::filesystem::exists("/tmp/late"));
 }
 
-TEST_F(SupervisedChild, CapturesWhatIsPrintedBehindTheEndOfTheWatchPipe) {
+TEST_F(SupervisedChild, CapturesWhatIsPrintedAfterTheEndOfTheWatchPipe) {
   const Outcome late = run_supervised(
       make_script("watch", std::string(kFindWatchPipe) +
                                "eval \"exec $watch>&-\"\n[ ! -e /proc/$$/fd/$watch ] || exit 8\n"

@@ -40,8 +40,8 @@ constexpr int kRunners = 2;
 std::atomic<long> lines{0};
 std::atomic<bool> done{false};
 
-// Some lines in a row and a short rest, all day long: without the rest the log's lock, which favours nobody,
-// would leave the runners next to nothing.
+// Four lines and a short pause, again and again: without the pause the log's lock, which is not fair, would
+// leave the runners hardly any time.
 void log_until_done() {
   while (!done) {
     for (int i = 0; i < 4; ++i) KELO_LOG(LOG_LVL_INFO, "line %d\n", i);

@@ -87,7 +87,7 @@ TEST_F(SystemCall, RunsAnEmptyCommand) {
   EXPECT_EQ(call_ex(""), 0);
 }
 
-TEST_F(SystemCall, HandsTheTextToTheShellAsItStands) {
+TEST_F(SystemCall, HandsTheTextToTheShellAsItIs) {
   EXPECT_EQ(call("printf '%s|' 'a b' \"$((1+1))\" > /tmp/a; test \"$(cat /tmp/a)\" = 'a b|2|'"), 0);
   EXPECT_EQ(call_ex("printf '%s|' 'a b' \"$((1+1))\" > /tmp/b; cmp /tmp/a /tmp/b"), 0);
 }
@@ -169,7 +169,7 @@ TEST_F(SystemCall, CutsAFormattedCommandAndRunsTheRest) {
   EXPECT_STREQ(terminator.data(), "");
 }
 
-TEST_F(SystemCall, LeavesWhatStandsBehindAFormattedCommand) {
+TEST_F(SystemCall, LeavesWhatFollowsAFormattedCommand) {
   const ExactBuffer buffer(8);
   EXPECT_EQ(kelo_system_call_var_arg(buffer.data(), 8, "true"), 0);
   EXPECT_EQ(buffer.bytes(), std::string("true\0ZZZ", 8));

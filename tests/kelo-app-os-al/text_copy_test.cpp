@@ -192,7 +192,7 @@ const std::vector<Utf8Case>& utf8_cases() {
 
 TEST(Utf8Copy, CopiesWholeCharactersAtEverySize) {
   for (const Utf8Case& item : utf8_cases()) {
-    const ExactBuffer source(item.source);  // nothing lies behind the terminator
+    const ExactBuffer source(item.source);  // nothing follows the terminator
     for (std::size_t size = 1; size <= item.source.size() + 3; ++size) {
       std::string expected;
       bool all = !item.cut_by_the_end;

@@ -60,13 +60,13 @@ TEST(ReplaceStr, AgreesWithAPlainReplacement) {
   }
 }
 
-TEST(ReplaceStr, LeavesTheTailOfTheOldTextBehindAShorterOne) {
+TEST(ReplaceStr, LeavesTheTailOfTheOldTextAfterAShorterOne) {
   const ExactBuffer buffer("abcdef");
   EXPECT_EQ(0, replace_str(buffer.data(), "cd", "X"));
   EXPECT_STREQ("abXeff", buffer.data());
 }
 
-TEST(ReplaceStr, WritesNoTerminatorBehindALongerOne) {
+TEST(ReplaceStr, WritesNoTerminatorAfterALongerOne) {
   const ExactBuffer buffer("abcdef", 9);
   EXPECT_EQ(0, replace_str(buffer.data(), "cd", "WXYZ"));
   EXPECT_EQ("abWXYZef"s + ExactBuffer::kUntouched, buffer.bytes());
@@ -84,7 +84,7 @@ TEST(ReplaceStr, WorksOnTheFirst1023Characters) {
   }
 }
 
-TEST(ReplaceStr, ChangesNothingBehindTheFirst1023Characters) {
+TEST(ReplaceStr, ChangesNothingAfterTheFirst1023Characters) {
   for (const std::size_t at : {1020u, 1021u, 1022u, 1023u, 1024u, 1500u}) {
     const std::string text = std::string(at, 'a') + "##" + std::string(10, 'b');
     const ExactBuffer buffer(text);

@@ -1,5 +1,5 @@
 // Files of 3 GiB, whose sizes and offsets a 32-bit off_t does not hold. They are holes but for their beginning, and
-// take no room.
+// take no space.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>

@@ -1,4 +1,4 @@
-// How a linked list comes to be, by itself or on its first use, and how it ends.
+// How a linked list is made, by its own call or on its first use, and how it ends.
 #include <gtest/gtest.h>
 #include <pthread.h>
 

@@ -95,7 +95,7 @@ TEST_F(ListWithoutBack, PushFrontTakesItsItemForTheBack) {
   EXPECT_EQ(4U, list.size);
 }
 
-TEST_F(ListWithoutBack, HiddenElementsLeaveACountThatNothingStandsFor) {
+TEST_F(ListWithoutBack, HiddenElementsLeaveACountThatIsTooHigh) {
   list_push_front(&list, &x);
   list_push_back(&list, &y);
   EXPECT_EQ(&x, list_pop_front(&list));

@@ -31,7 +31,7 @@ TEST_F(LinkedList, PushFrontPutsBeforeAll) {
   expect_sound(other, {&y});
 }
 
-TEST_F(LinkedList, PushBackPutsBehindAll) {
+TEST_F(LinkedList, PushBackPutsAfterAll) {
   x.next = &y;
   list_push_back(&list, &x);
   expect_sound(list, {&a, &b, &c, &d, &x});
@@ -94,7 +94,7 @@ TEST_F(LinkedList, PushBeforePutsInFrontOfTheGivenElement) {
   expect_sound(list, {&x, &a, &b, &c, &y, &d});
 }
 
-TEST_F(LinkedList, PushAfterPutsBehindTheGivenElement) {
+TEST_F(LinkedList, PushAfterPutsAfterTheGivenElement) {
   list_push_after(&list, &x, &a);
   expect_sound(list, {&a, &x, &b, &c, &d});
   list_push_after(&list, &y, &d);
@@ -171,7 +171,7 @@ TEST_F(LinkedList, MergeOfTwoEmptyListsLeavesThemEmpty) {
   list_destroy(&third);
 }
 
-TEST_F(LinkedList, SplitMovesTheElementAndAllBehindIt) {
+TEST_F(LinkedList, SplitMovesTheElementAndAllAfterIt) {
   list_split(&list, &c, &other);
   expect_sound(list, {&a, &b});
   expect_sound(other, {&c, &d});
@@ -183,7 +183,7 @@ TEST_F(LinkedList, SplitAtTheBackMovesOneElement) {
   expect_sound(other, {&d});
 }
 
-TEST_F(LinkedList, SplitBehindTheFrontKeepsOneElement) {
+TEST_F(LinkedList, SplitAfterTheFrontKeepsOneElement) {
   list_split(&list, &b, &other);
   expect_sound(list, {&a});
   expect_sound(other, {&b, &c, &d});

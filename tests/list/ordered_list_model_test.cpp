@@ -251,7 +251,7 @@ TEST(OrderedListThreads, EveryParcelArrivesOnceAndInOrder) {
   ordered_list_destroy(&list);
 }
 
-TEST(OrderedListThreads, ElementsOfSeveralThreadsStandSorted) {
+TEST(OrderedListThreads, ElementsOfSeveralThreadsAreSorted) {
   constexpr std::size_t kThreads = 4;
   std::array<std::array<ordered_list_link_type, 300>, kThreads> links = {};
   ordered_list_type list = {};

@@ -79,7 +79,7 @@ struct Ordering {
   std::int32_t direction;
   std::int32_t placement;
   std::vector<std::uint32_t> weights;  // pushed in this order
-  std::vector<std::size_t> places;     // the pushes, as they stand from front to back
+  std::vector<std::size_t> places;     // the pushes, from front to back
 };
 
 constexpr std::uint32_t kMost = UINT32_MAX;
@@ -193,7 +193,7 @@ TEST_F(OrderedList, PushAmongUnsortedElementsLooksAtTheBackFirst) {
   ordered_list_destroy(&descending);
 }
 
-TEST_F(OrderedList, PushAfterPutsBehindTheGivenElement) {
+TEST_F(OrderedList, PushAfterPutsAfterTheGivenElement) {
   x.weight = 99;
   ordered_list_push_after(&list, &x, &a);
   expect_sound(list, {&a, &x, &b, &c, &d});
@@ -303,7 +303,7 @@ TEST_F(OrderedList, SearchHoldsTheLockAcrossTheWalk) {
   EXPECT_FALSE(shut_to_others(list.lock));
 }
 
-TEST_F(OrderedList, SplitMovesTheElementAndAllBehindIt) {
+TEST_F(OrderedList, SplitMovesTheElementAndAllAfterIt) {
   ordered_list_split(&list, &c, &other);
   expect_sound(list, {&a, &b});
   expect_sound(other, {&c, &d});

@@ -237,7 +237,7 @@ void send_text(const char* text) {
   msg_sprintf(&site, static_cast<int>(getpid()), "f", text);
 }
 
-// Nobody takes the records of the threads, so that one of them waits within syslog(3) when the process forks.
+// No daemon takes the records of the threads, so that one of them waits within syslog(3) when the process forks.
 TEST_F(DiagStandIn, ChildLogsWhileAThreadWaitsForTheDaemon) {
   std::atomic<int> sent{0};
   std::atomic<bool> stop{false};

@@ -60,7 +60,7 @@ void count_line(const char* line) {
   line_given = line;
 }
 
-// A scratch buffer of the exact size, with guard bytes behind it.
+// A scratch buffer of the exact size, with guard bytes after it.
 struct Scratch {
   static constexpr char kPreset = '\x5a';
   std::array<char, KELO_LOG_BUFFER_SIZE + 16> bytes;
@@ -122,12 +122,12 @@ TEST_F(Setters, SwitchKeepsEveryValueAndTheFileItsInverse) {
     EXPECT_EQ(c.enable, kelo_get_log_tool_enable());
     EXPECT_EQ(c.content, read_file(kSwitchFile)) << c.enable;
     EXPECT_EQ(1, syncs) << c.enable;
-    EXPECT_EQ(c.content, switch_file_at_sync) << "the sync comes behind the write, for " << c.enable;
+    EXPECT_EQ(c.content, switch_file_at_sync) << "the sync comes after the write, for " << c.enable;
   }
 }
 
 TEST_F(Setters, SwitchFileIsCutToOneByte) {
-  std::ofstream(kSwitchFile) << "what stood here before\n";
+  std::ofstream(kSwitchFile) << "what was here before\n";
   kelo_set_log_tool_enable(0);
   EXPECT_EQ("1", read_file(kSwitchFile));
 }

@@ -109,7 +109,7 @@ std::string line_of(int level, const char* function, int source_line, const std:
   return log_msg;
 }
 
-// What the line should be, behind the stamp that it has.
+// What the line should be after the stamp that it has.
 std::string expected(const char* tag, const std::string& thread_name, const std::string& shown_function,
                      int source_line, const std::string& text) {
   return std::string(str_t) + " : " + tag + " | [" + std::to_string(getpid()) + " | " +

@@ -559,7 +559,7 @@ std::binary_semaphore child_ended{0};
 TEST_F(BeforeTheFirstLine, AnotherThreadMayLogItDuringAFork) {
   static constexpr auto kAwaitTheLine = [] {
     fork_began.release();
-    // A C library that lets nobody register while a handler runs keeps the line back until the fork is over.
+    // A C library that allows no registration while a handler runs keeps the line back until the fork is over.
     (void)line_began.try_acquire_for(std::chrono::seconds(2));
   };
   ASSERT_EQ(0, pthread_atfork(kAwaitTheLine, nullptr, nullptr));

@@ -77,7 +77,7 @@ std::string command_of(const CallTrace& trace) {
                                                                             : "not one: " + trace.dump();
 }
 
-TEST_F(MessageFile, MessageIsAppendedBehindItsStamp) {
+TEST_F(MessageFile, MessageIsAppendedAfterItsStamp) {
   EXPECT_EQ(kelo_write_msg2file(kPath, "first"), 0);
   EXPECT_EQ(kelo_write_msg2file(kPath, "second one"), 0);
   EXPECT_EQ(kelo_write_msg2file(kPath, ""), 0);
@@ -246,7 +246,7 @@ TEST_F(MessageFile, FormattedMessageCarriesTheFunction) {
   EXPECT_STREQ(buffer.data(), "battery 5%");
   EXPECT_EQ(read_file(kPath), stamp() + "oem_dm_write: battery 5%\n");
   EXPECT_EQ(command_of(trace), "echo \"" + stamp() + "oem_dm_write: battery 5%\" >> /tmp/messages");
-  // Nothing is written behind the terminator.
+  // Nothing is written after the terminator.
   EXPECT_EQ(buffer.bytes().substr(11), std::string(KELO_LOG_BUFFER_SIZE - 11, ExactBuffer::kUntouched));
 }
 

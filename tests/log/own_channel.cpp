@@ -22,7 +22,7 @@ std::vector<ChannelRecord> channel_records() {
 
 }  // namespace kelo::tests
 
-// Both leave an errno of their own behind, as a platform library may.
+// Both set an errno of their own, as a platform library may.
 
 int Diag_LSM_Init(char* environment) {
   using kelo::tests::channel;

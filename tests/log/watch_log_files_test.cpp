@@ -84,12 +84,12 @@ TEST_F(WatchFiles, SizeDecides) {
   }
 }
 
-TEST_F(WatchFiles, RecordGoesBehindWhatIsThere) {
+TEST_F(WatchFiles, RecordGoesAfterWhatIsThere) {
   arrange(1048576, kMissing);
   EXPECT_EQ(oem_watch("f", 1, "t"), 0);
-  EXPECT_EQ(behind(kWatchA, 1048576), record(1));
+  EXPECT_EQ(after(kWatchA, 1048576), record(1));
   EXPECT_EQ(oem_watch("f", 2, "t"), 0);
-  EXPECT_EQ(behind(kWatchA, 1048576), record(1));
+  EXPECT_EQ(after(kWatchA, 1048576), record(1));
   EXPECT_EQ(read_file(kWatchB), record(2));
 }
 
@@ -160,13 +160,13 @@ TEST_F(WatchFiles, FileThatCannotBeEmptiedIsReportedAndWritten) {
         EXPECT_EQ(oem_watch("f", 1, "t"), 0);
       }
       EXPECT_EQ(output.take(), std::string("trunk ") + path + " file failed!!!\n");
-      EXPECT_EQ(behind(path, kFull), record(1));
+      EXPECT_EQ(after(path, kFull), record(1));
       EXPECT_EQ(std::filesystem::file_size(path == kWatchA ? kWatchB : kWatchA), kFull);
     }
   });
 }
 
-TEST_F(WatchFiles, RecordGoesBehindTwoGibibytes) {
+TEST_F(WatchFiles, RecordGoesAfterTwoGibibytes) {
   in_own_process([] {
     constexpr std::intmax_t kSize = 3000000000;
     arrange(kSize, kFull);
@@ -230,7 +230,7 @@ void write_records(char writer) {
   }
 }
 
-// Every line of both files is a whole record, and each writer's stand in their order.
+// Every line of both files is a whole record, and each writer's are in their order.
 void expect_whole_records(const std::string& writers) {
   std::map<char, int> next;
   std::istringstream lines(read_file(kWatchA) + (std::filesystem::exists(kWatchB) ? read_file(kWatchB) : ""));
@@ -269,7 +269,7 @@ TEST_F(WatchFiles, RecordsOfThreadsAreWhole) {
   expect_whole_records("abc");
 }
 
-// Both may empty a file at once: nothing but the files' content is at stake.
+// Both may empty a file at once: no more than the files' content can be lost.
 TEST_F(WatchFiles, ThreadsMayEmptyTheFilesTogether) {
   in_own_process([] {
     arrange(kFull, kFull);

@@ -43,7 +43,7 @@ TEST_F(WatchLog, RecordIsUptimeNameLineAndText) {
   EXPECT_FALSE(std::filesystem::exists(kWatchB));
 }
 
-TEST_F(WatchLog, RecordsStandOneBehindTheOther) {
+TEST_F(WatchLog, RecordsFollowOneAnother) {
   EXPECT_EQ(oem_watch("first", 1, "%s-%d%%", "a", 5), 0);
   set_uptime("124.00 99.00\n");
   EXPECT_EQ(oem_watch("kelo_second", -2, "%s", ""), 0);

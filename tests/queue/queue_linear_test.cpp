@@ -138,8 +138,8 @@ std::atomic<bool> other_thread_had_the_lock;
 int comparisons;
 constexpr int kComparisonLimit = 50'000'000;
 
-// Starts a thread that wants the lock, and never lets the walk end before that thread had its turn: behind
-// the tail comes the old head again.
+// Starts a thread that waits for the lock, and lets the walk end only when that thread has had it: after the
+// tail comes the old head again.
 int walk_until_other_thread_had_the_lock(q_link_type* link, const void* /*param*/) {
   if (comparisons++ == 0)
     other_thread = std::thread([] {
@@ -216,7 +216,7 @@ TEST_F(QueueLinear, DeleteDownToOneMakesTheHeadTheTailAgain) {
   expect_sound(q, {&a});
 }
 
-TEST_F(QueueLinear, PutBehindAStaleTailIsCountedButNotReachableFromTheHead) {
+TEST_F(QueueLinear, PutAfterAStaleTailIsCountedButNotReachableFromTheHead) {
   delete_wanted({&c});
   q_put(&q, &x);
   EXPECT_EQ(&x, c.next_ptr);

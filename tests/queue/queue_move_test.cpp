@@ -22,7 +22,7 @@ using kelo::tests::waits_for_lock;
 
 class QueueMove : public QueueOfThree {};
 
-TEST_F(QueueMove, MovePutsAllElementsBehindTheOthers) {
+TEST_F(QueueMove, MovePutsAllElementsAfterTheOthers) {
   q_type source;
   q_link_type d;
   init_with(source, {&x, &y, &d});

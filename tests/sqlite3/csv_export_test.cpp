@@ -167,7 +167,7 @@ TEST_F(CsvExportTest, AnEmptyKeyIsAnEmptyField) {
   EXPECT_EQ(export_row("", KELO_DM_TYPE_SCALAR3, little_endian(7)), ",4,3,7," + kLineEnd);
 }
 
-// Such a key stands in the length's place, where it is too long for a length: the length is written in the
+// Such a key is in the length's place, where it is too long for a length: the length is written in the
 // type's place, and the type in the value's.
 TEST_F(CsvExportTest, ALongerKeyMovesTheColumns) {
   EXPECT_EQ(export_row(std::string(32, 'k'), KELO_DM_TYPE_SCALAR3, little_endian(7)),
@@ -256,7 +256,7 @@ TEST_P(LongTextTest, ALineEndsAfter512Bytes) {
   EXPECT_LE(line.size(), kLineSize);
 }
 
-// "k,500,5," and the comma behind the text take nine bytes, the line end three.
+// "k,500,5," and the comma after the text take nine bytes, the line end three.
 INSTANTIATE_TEST_SUITE_P(Lengths, LongTextTest,
                          testing::Values(LongText{"OneLess", 499}, LongText{"Exactly", 500},
                                          LongText{"CommaCut", 501}, LongText{"TextCut", 502},

@@ -330,7 +330,7 @@ TEST_F(VerifiedRead, ChecksumCoversAsManyBitsAsTheValueHasBytes) {
   put(DB_CONFIG, "ssid", {kValue, kLength});
   Buffer buffer(16);
   put_row(DB_CONFIGBAK, "ssid", std::string_view("\x01WIRELES", kLength), crc);
-  EXPECT_EQ(8, read(buffer)) << "bits behind the eighth are not covered";
+  EXPECT_EQ(8, read(buffer)) << "bits after the eighth are not covered";
   EXPECT_EQ("\x01WIRELES", buffer.first(kLength));
   put_row(DB_CONFIGBAK, "ssid", std::string_view("\x03wireles", kLength), crc);
   EXPECT_EQ(-102, read(buffer));
@@ -449,7 +449,7 @@ TEST_F(VerifiedRead, BackupThatCannotBeOpenedIsTriedTwice) {
   EXPECT_EQ(2, log_.count_containing(LOG_LVL_ERR, "sqlite3_open failed: ")) << log_.dump();
 }
 
-// What the second try of the backup finds is the result, whatever it is.
+// The second try of the backup decides the result.
 TEST_F(VerifiedRead, SecondTryOfTheBackupDecides) {
   const auto read_failing_once = [this](Buffer& buffer) {
     const Fault fault({.call = "sqlite3_open", .code = SQLITE_CANTOPEN, .text = DB_CONFIGBAK});

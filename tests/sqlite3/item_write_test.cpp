@@ -305,7 +305,7 @@ TEST_F(ItemWrite, TheCopyLeavesNoDescriptorToTheChildrenOfOtherThreads) {
   EXPECT_FALSE(seen);
 }
 
-// Arrays that a daemon filled to their last byte: the command is cut to its room and hits another file.
+// Arrays that a daemon filled to their last byte: the command is cut to the size of its buffer and hits another file.
 TEST_F(ItemWrite, CommandIsCutAtItsRoom) {
   const std::string primary = "/data/" + std::string(57, 'p');
   const std::string backup = "/data/" + std::string(57, 'b');

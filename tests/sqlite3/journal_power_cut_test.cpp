@@ -105,7 +105,7 @@ std::string journal_state() {
 // One history whose every moment may be the last before a power cut.
 struct History {
   const char* name;
-  std::function<void()> before;           // makes the files as they stand when the power is still on
+  std::function<void()> before;           // makes the files as they are while the power is still on
   std::function<void()> act;              // runs with the power failing at some point
   std::vector<std::string> also_allowed;  // how the written item may read besides old and new
 };

@@ -165,7 +165,7 @@ INSTANTIATE_TEST_SUITE_P(
                     StoredVersion{"Negative", 0x80000000, {"sqlite_reg\n", kUpdate}}),
     [](const auto& instance) { return std::string(instance.param.name); });
 
-TEST_F(RegistrationTest, AShorterVersionCountsWithZerosBehindIt) {
+TEST_F(RegistrationTest, AShorterVersionCountsWithZerosAfterIt) {
   const std::uint8_t one_byte = 7;
   ASSERT_EQ(dm_pal_write(SQL_VER_TAB, SQL_VER_ID, SQL_VER_KEY, KELO_DM_TYPE_SCALAR3, &one_byte, 1), 0);
   register_afresh();

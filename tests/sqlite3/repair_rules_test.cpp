@@ -280,7 +280,7 @@ TEST_F(StoreRepairRules, ACopyOverABackupWithAJournalIsWhole) {
   EXPECT_EQ(scalar(DB_CONFIGBAK, "pragma integrity_check"), "ok");
 }
 
-TEST_F(StoreRepairRules, APrimaryMadeAnewIsNotSpoiltByAJournalLeftBehind) {
+TEST_F(StoreRepairRules, APrimaryMadeAnewIsNotSpoiltByAnOldJournal) {
   cut_off_a_write(DB_CONFIG);
   fs::remove(DB_CONFIG);
   EXPECT_EQ(put("fresh", "row"), 0);

@@ -463,7 +463,7 @@ TEST_F(Corruption, CutShort) {
   run("cut in a page", between);
 }
 
-// Bits behind the covered ones are the caller's risk: the store returns them as they are.
+// Bits after the covered ones are the caller's risk: the store returns them as they are.
 TEST_F(Corruption, FlippedBitOfAValueIsSeenExactlyWhereTheChecksumCovers) {
   const std::string& value = world().current.at(world().target);
   const std::size_t start = world().config.find(value);

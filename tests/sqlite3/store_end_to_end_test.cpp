@@ -1,4 +1,4 @@
-// A daemon's view of the store: the data manager with the SQLite back-end behind it, on real files.
+// A daemon's view of the store: the data manager with the SQLite back-end, on real files.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -153,7 +153,7 @@ class Daemon {
 
 class StoreEndToEndTest : public testing::Test {
  protected:
-  // A daemon's life in a process of its own. What it expects in vain is reported here.
+  // A daemon's life in a process of its own. Its failed expectations are reported here.
   static void live(const std::function<void(Daemon&)>& life) {
     const ChildResult child = run_in_child([&] {
       Daemon daemon;
@@ -213,7 +213,7 @@ TEST_F(StoreEndToEndTest, AnUnwrittenItemHasNoCurrentValue) {
   daemon.expect_none();
 }
 
-TEST_F(StoreEndToEndTest, TheVersionsMatchOnceBothDatabasesStand) {
+TEST_F(StoreEndToEndTest, TheVersionsMatchOnceBothDatabasesExist) {
   Daemon daemon;
   int matched = 77;
   EXPECT_EQ(kelo_dm_check_db_version_match(&matched), 0);

@@ -1,5 +1,5 @@
-// A child made by fork without exec while other threads use the library: it inherits no lock that nobody
-// gives back.
+// A child made by fork without exec while other threads use the library: it inherits no lock that stays
+// held.
 #include <gtest/gtest.h>
 #include <unistd.h>
 

@@ -240,7 +240,7 @@ TEST_F(StoreLock, IsFreeWhenItsHolderAndTheCopyAreKilled) {
             4.0);
 }
 
-// The copy that a killed daemon left behind goes on later. Until then others may have to wait for it in vain,
+// The copy that a killed daemon started goes on later. Until then others may wait for it without success,
 // but what they read and what is acknowledged to them is right.
 TEST_F(StoreLock, IsNotSpoiltByTheCopyOfAKilledDaemon) {
   HangingDaemon other(write_new_value);

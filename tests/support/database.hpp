@@ -1,4 +1,4 @@
-// Looks at database files, and changes them, behind the library's back: plain SQLite and plain file calls.
+// Looks at database files, and changes them, without the library: plain SQLite and plain file calls.
 // Whatever a helper cannot do is a failure of the running test.
 #ifndef KELO_TESTS_DATABASE_HPP
 #define KELO_TESTS_DATABASE_HPP
@@ -72,7 +72,7 @@ void write_file(const std::string& path, std::string_view bytes);
 void overwrite_file(const std::string& path, std::size_t offset, std::string_view bytes);
 
 // Makes a file that SQLite opens but calls corrupt (code 11) as soon as its schema is read: the header
-// stands, the first page behind it does not.
+// is good, the first page after it is not.
 void corrupt_schema(const std::string& path);
 // Makes a file that SQLite calls "not a database" (code 26).
 void make_no_database(const std::string& path);

@@ -1,4 +1,4 @@
-// A page of memory between two that nobody may touch: a read or write outside of it ends the test program.
+// A page of memory between two that cannot be accessed: a read or write outside of it ends the test program.
 #ifndef KELO_TESTS_SUPPORT_GUARDED_PAGE_HPP
 #define KELO_TESTS_SUPPORT_GUARDED_PAGE_HPP
 

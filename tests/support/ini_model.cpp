@@ -82,7 +82,7 @@ std::string without_quotes(const std::string& value) {
   return text;
 }
 
-// A line's text ends at a zero byte and begins behind its blanks.
+// A line's text ends at a zero byte and begins after its blanks.
 std::string text_of(const std::string& line) {
   return without_leading_blanks(line.substr(0, line.find('\0')));
 }

@@ -1,4 +1,4 @@
-// For tests of functions that start programs: whatever they do, nothing stays behind.
+// For tests of functions that start programs: they leave no process and no descriptor.
 #ifndef KELO_TESTS_LEAVES_NOTHING_HPP
 #define KELO_TESTS_LEAVES_NOTHING_HPP
 

@@ -29,7 +29,7 @@ inline constexpr Lookup kOemLookup = kelo_get_project_name_cmdline_oem_version;
 
 inline std::string untouched(std::size_t count) { return std::string(count, ExactBuffer::kUntouched); }
 
-// A name with its terminator, and untouched bytes behind it.
+// A name with its terminator, and untouched bytes after it.
 inline std::string terminated(const std::string& name, std::size_t size) {
   return name + '\0' + untouched(size - name.size() - 1);
 }
@@ -50,7 +50,7 @@ inline std::string no_value(const std::string& line) {
 inline std::string taken(const std::string& chunk) { return "DBUG get_project_para|Project Name: " + chunk; }
 inline std::string no_marker() { return "ERR get_project_para|can't not match project"; }
 
-// A test begins without a command line and without a boot file. It leaves no descriptor behind.
+// A test begins without a command line and without a boot file. It leaves no descriptor open.
 class ProjectLookup : public testing::Test {
  protected:
   struct Result {
@@ -65,7 +65,7 @@ class ProjectLookup : public testing::Test {
   }
   void TearDown() override { EXPECT_EQ(open_descriptors(), descriptors_before_); }
 
-  // What a lookup leaves in a buffer of `size` bytes, behind which nothing can be written.
+  // What a lookup leaves in a buffer of `size` bytes, beyond which nothing can be written.
   Result look_up(std::size_t size = 16, Lookup lookup = kLookup) {
     const ExactBuffer buffer(size);
     const int code = lookup(buffer.data(), static_cast<std::int32_t>(size));

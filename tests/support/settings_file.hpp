@@ -27,7 +27,7 @@ inline std::string value_of(const char* section, const char* key, const std::str
   return buffer.data();
 }
 
-// The value that the text behind the separator stands for.
+// The value that the text after the separator means.
 inline std::string value_of_text(std::string_view text) {
   write_file(kSettings, "k=" + std::string(text) + "\n");
   return value_of(nullptr, "k");

@@ -1,4 +1,4 @@
-// Rows of items put there behind the store's back, and what tests of their reading share.
+// Rows of items put there without the store, and what tests of their reading share.
 #ifndef KELO_TESTS_STORED_ROWS_HPP
 #define KELO_TESTS_STORED_ROWS_HPP
 

@@ -67,8 +67,8 @@ class WatchLog : public testing::Test {
     std::filesystem::resize_file(path, size);
   }
 
-  // What stands behind the first `size` bytes of a file.
-  static std::string behind(const char* path, std::size_t size) {
+  // What follows the first `size` bytes of a file.
+  static std::string after(const char* path, std::size_t size) {
     const std::string bytes = read_file(path);
     return bytes.size() < size ? "shorter: " + std::to_string(bytes.size()) : bytes.substr(size);
   }

@@ -397,7 +397,7 @@ TEST(Symtab, WalkSkipsEmptyBuckets) {
   EXPECT_THAT(walk(table), ElementsAre("=", "Z", "<"));
 }
 
-TEST(Symtab, WalkEndsBehindTheLastBucket) {
+TEST(Symtab, WalkEndsAfterTheLastBucket) {
   const Table table(3);
   enter(table, "b");
   EXPECT_STREQ("b", name_of(symFirst(table)));
@@ -508,7 +508,7 @@ TEST(Symtab, OneWalkForAllTables) {
   enter_all(wide, {"Z", "<"});
   enter_all(narrow, {"a", "b"});
   EXPECT_STREQ("Z", name_of(symFirst(wide)));
-  // A walk that stands behind the last bucket of the table it is asked for has ended.
+  // A walk that is beyond the last bucket of the table it is asked for has ended.
   EXPECT_EQ(nullptr, symNext(narrow));
   EXPECT_STREQ("a", name_of(symFirst(narrow)));
   EXPECT_STREQ("b", name_of(symNext(wide)));
@@ -567,7 +567,7 @@ TEST(Symtab, ATableWithoutBucketsHoldsNothing) {
 TEST(Symtab, EnterWithoutMemoryLeavesTheTableUnchanged) {
   const Table table(3);
   enter_all(table, {"c", "f"});
-  for (const char* const name : {"i", "a"}) {     // behind a chain, in an empty bucket
+  for (const char* const name : {"i", "a"}) {     // after a chain, in an empty bucket
     for (int served = 0; served < 2; ++served) {  // neither the entry nor the name, the entry alone
       value_t value = valueString("text", VALUE_FLAG_COPY);
       const sym_t* entered = nullptr;

@@ -296,7 +296,7 @@ TEST(TimerInit, ForkedChildLeavesRefusalsToItsParent) {
   });
 }
 
-// Its parent's worker is nobody whom the child could send expiries to.
+// The child cannot send expiries to its parent's worker.
 TEST(TimerInit, ForkedChildCreatesTimersBeforeItStartsItsOwn) {
   in_fresh_process([] {
     kelo_timer_init();

@@ -220,7 +220,7 @@ TEST_F(TimerRefusal, IsServedBesideATimerThatNeverStopsExpiring) {
   EXPECT_LT(endless.rounds, 1000);
 }
 
-// Nobody wakes the worker then.
+// The worker is not woken then.
 TEST_F(TimerRefusal, OneThatTheWorkerTakesInACallbackIsServed) {
   struct Refusing {
     kelo_timer_info* refused;

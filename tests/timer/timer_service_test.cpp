@@ -151,7 +151,7 @@ TEST_F(TimerService, NoWakeUpIsLost) {
   }
 }
 
-// An expiry that the handler took between a look at what waits and the sleep behind it would wake nobody.
+// An expiry that the handler took between a look at what waits and the sleep after it would wake no thread.
 TEST_F(TimerService, WorkerSleepsWithTheSignalBlocked) {
   ASSERT_TRUE(wait_until([] { return sleeps > 0; }));
   HandSent record(calls, 1);

@@ -124,7 +124,7 @@ pid_t worker_thread() {
   return worker.names().at(0);
 }
 
-TEST(TimerSignals, WorkerAsleepLeavesThoseBlockedLaterToASignalDescriptor) {
+TEST(TimerSignals, SleepingWorkerLeavesThoseBlockedLaterToASignalDescriptor) {
   in_fresh_process([] {
     kelo_timer_init();
     const pid_t worker = worker_thread();

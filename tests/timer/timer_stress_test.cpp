@@ -193,7 +193,7 @@ class SelfDriven {
  public:
   SelfDriven() { renew(); }
 
-  // Its last callback, made while nobody drives any more, deletes the timer.
+  // Its last callback, made once `driving` is false, deletes the timer.
   void check() {
     EXPECT_TRUE(wait_until([this] { return ended_.load(); }));
     EXPECT_EQ(failures_, 0);

@@ -1,4 +1,4 @@
-# The crash explorer's fixed share of the suite, and the proof that it finds what it is there to find.
+# The crash explorer's fixed share of the suite, and the proof that it finds missing protections.
 set(crash_seed 1)
 
 # kelo_crash_share(NAME STATES HISTORY...): so many unique states of each history, none of which may break a promise.

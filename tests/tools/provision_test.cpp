@@ -82,7 +82,7 @@ TEST(Provision, SettingsOfTheExampleLoad) {
 }
 
 // docs/parameters.md shows these bytes.
-TEST(Provision, RowOfTheExampleStandsInItsPage) {
+TEST(Provision, RowOfTheExampleIsInItsPage) {
   ASSERT_EQ(run_provision(kParameterFolder).status, 0);
   constexpr std::string_view kRecord =
       "\x19\x01\x07\x09\x19\x1f\x01\x01\x01"

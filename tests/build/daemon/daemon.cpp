@@ -1,4 +1,4 @@
-// A daemon that stores one setting and hears of its change, when there is a storage back-end to store it.
+// A daemon that stores one setting and is told of its change, when there is a storage back-end to store it.
 #include <cstdio>
 #include <string>
 

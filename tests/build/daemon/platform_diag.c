@@ -1,4 +1,4 @@
-/* Stands for the platform's diagnostic library: it prints what it is handed. */
+/* Takes the place of the platform's diagnostic library: it prints what it is handed. */
 #include <stdarg.h>
 #include <stdio.h>
 

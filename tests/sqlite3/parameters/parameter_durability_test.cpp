@@ -129,7 +129,7 @@ TEST_F(ParameterDurability, AFirstCopyThatIsKilledIsMadeAgain) {
   EXPECT_EQ(next_start(), kAllFactory);
 }
 
-// Whoever loads while another daemon restores gets a whole file, or nothing when the wait for one is over.
+// A daemon that loads while another one restores gets a whole file, or nothing when the wait for one is over.
 TEST_F(ParameterDurability, ARestoreIsNeverSeenHalfDone) {
   HangingDaemon daemon([] { return kelo_db_restore_factory() == 1; });
   const auto begin = std::chrono::steady_clock::now();

@@ -1,4 +1,4 @@
-// Parameters in several threads: what waits for whom, and connections that nobody closes under another.
+// Parameters in several threads: which operation waits for which, and connections that stay open while they are used.
 #include <pthread.h>
 #include <sqlite3.h>
 #include <sys/syscall.h>

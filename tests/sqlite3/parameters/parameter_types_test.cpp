@@ -184,7 +184,7 @@ TEST_F(ParameterTypes, UnsupportedTypesAreRefused) {
   EXPECT_EQ(cell("channel"), "36");
 }
 
-TEST_F(ParameterTypes, TextIsWrittenAsItStands) {
+TEST_F(ParameterTypes, TextIsWrittenAsItIs) {
   for (const char* const text : {"", "plain", "it's", "a;b", "-- x", "per%cent %s", "back\\slash",
                                  "line\nbreak", "Z\xC3\xBCrich", "\xFF\xFE"}) {
     EXPECT_EQ(write_text(text), 0) << text;
@@ -242,7 +242,7 @@ TEST_F(ParameterTypes, TextWithADoubleQuoteIsRefused) {
 }
 
 TEST_F(ParameterTypes, StatementFillsItsBufferAndIsNeverCut) {
-  // 19 bytes, "wifi" and "ssid" stand around the text
+  // 19 bytes, "wifi" and "ssid" are around the text
   const std::string longest(255 - 19 - 8, 'x');
   EXPECT_EQ(write_text(longest), 0);
   EXPECT_EQ(cell("ssid"), longest);
