@@ -40,9 +40,9 @@ std::uint32_t checksum(const void* data, std::size_t bit_count, std::uint32_t se
 }
 
 TEST(Checksum, TableHoldsTheRemainderOfEveryByte) {
-  EXPECT_EQ(0U, kelo_dm_crc32_table[0]);
-  EXPECT_EQ(kPolynomial, kelo_dm_crc32_table[1]);
-  EXPECT_EQ(0xB1F740B4U, kelo_dm_crc32_table[255]);
+  EXPECT_EQ(kelo_dm_crc32_table[0], 0U);
+  EXPECT_EQ(kelo_dm_crc32_table[1], kPolynomial);
+  EXPECT_EQ(kelo_dm_crc32_table[255], 0xB1F740B4U);
   for (unsigned byte = 0; byte < 256; ++byte) {
     const std::vector<std::uint8_t> one = {static_cast<std::uint8_t>(byte)};
     EXPECT_EQ(divide(one, 8, 0), kelo_dm_crc32_table[byte]) << byte;
@@ -50,26 +50,26 @@ TEST(Checksum, TableHoldsTheRemainderOfEveryByte) {
 }
 
 TEST(Checksum, NullDataIsMinusOne) {
-  EXPECT_EQ(-1, kelo_dm_Crc32Calc(nullptr, 8, 0));
-  EXPECT_EQ(-1, kelo_dm_Crc32Calc(nullptr, 0, 7));
+  EXPECT_EQ(kelo_dm_Crc32Calc(nullptr, 8, 0), -1);
+  EXPECT_EQ(kelo_dm_Crc32Calc(nullptr, 0, 7), -1);
 }
 
 TEST(Checksum, NoBitsLeaveTheSeed) {
   const std::uint8_t byte = 0xFF;
-  EXPECT_EQ(0U, checksum(&byte, 0, 0));
-  EXPECT_EQ(0xDEADBEEFU, checksum(&byte, 0, 0xDEADBEEF));
+  EXPECT_EQ(checksum(&byte, 0, 0), 0U);
+  EXPECT_EQ(checksum(&byte, 0, 0xDEADBEEF), 0xDEADBEEFU);
 }
 
 TEST(Checksum, OneByteIsItsTableEntry) {
   const std::uint8_t byte = 0x01;
-  EXPECT_EQ(0x04C11DB7, kelo_dm_Crc32Calc(&byte, 8, 0));
+  EXPECT_EQ(kelo_dm_Crc32Calc(&byte, 8, 0), 0x04C11DB7);
 }
 
 // The published check values of two catalogued variants that differ in the seed and a final inversion only.
 TEST(Checksum, KnownCheckValues) {
   constexpr std::string_view kDigits = "123456789";
-  EXPECT_EQ(0x0376E6E7U, checksum(kDigits.data(), 72, 0xFFFFFFFF));
-  EXPECT_EQ(0x765E7680U, ~checksum(kDigits.data(), 72, 0));
+  EXPECT_EQ(checksum(kDigits.data(), 72, 0xFFFFFFFF), 0x0376E6E7U);
+  EXPECT_EQ(~checksum(kDigits.data(), 72, 0), 0x765E7680U);
 }
 
 TEST(Checksum, EveryBitCountUpTo4096) {
@@ -94,9 +94,9 @@ TEST(Checksum, PartsMakeTheWhole) {
 
 TEST(Checksum, PartialByteCountsFromItsTop) {
   const std::uint8_t high = 0x80;
-  EXPECT_EQ(kPolynomial, checksum(&high, 1, 0));
+  EXPECT_EQ(checksum(&high, 1, 0), kPolynomial);
   const std::uint8_t low = 0x7F;
-  EXPECT_EQ(0U, checksum(&low, 1, 0));
+  EXPECT_EQ(checksum(&low, 1, 0), 0U);
 }
 
 // The address sanitizer sees a read beyond a block of exactly the bytes that hold the bits.
@@ -109,7 +109,7 @@ TEST(Checksum, ReadsOnlyTheBytesThatHoldTheBits) {
     EXPECT_EQ(divide(copy, bits, 0), checksum(exact.get(), bits, 0)) << bits;
   }
   const std::unique_ptr<std::uint8_t[]> none(new std::uint8_t[0]);
-  EXPECT_EQ(3U, checksum(none.get(), 0, 3));
+  EXPECT_EQ(checksum(none.get(), 0, 3), 3U);
 }
 
 // Stored records carry the checksum of as many bits as they have bytes.

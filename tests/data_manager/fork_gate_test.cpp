@@ -110,7 +110,7 @@ class MemoryFork : public testing::Test {
 TEST_F(MemoryFork, ChildrenUseAllItemsWhileThreadsDo) {
   add_all_items();
   const Busy threads({write_items, write_the_first, read_the_first});
-  for (int i = 0; i < kForks; ++i) ASSERT_EQ(ChildEnd::good, fork_bounded(uses_all_items)) << "fork " << i;
+  for (int i = 0; i < kForks; ++i) ASSERT_EQ(fork_bounded(uses_all_items), ChildEnd::good) << "fork " << i;
 }
 
 TEST_F(MemoryFork, TwoThreadsForkWhileOthersWrite) {
@@ -124,7 +124,7 @@ TEST_F(MemoryFork, TwoThreadsForkWhileOthersWrite) {
         if (fork_bounded(uses_all_items) != ChildEnd::good) ++bad;
     });
   for (std::thread& forker : forkers) forker.join();
-  EXPECT_EQ(0, bad);
+  EXPECT_EQ(bad, 0);
 }
 
 TEST_F(MemoryFork, ChildrenAddItemsWhileThreadsDo) {
@@ -153,7 +153,7 @@ TEST_F(MemoryFork, ChildrenAddItemsWhileThreadsDo) {
       write_value(kOfChild, 1);
       return reads_whole(kOfChild);
     });
-    ASSERT_EQ(ChildEnd::good, end) << "fork " << i;
+    ASSERT_EQ(end, ChildEnd::good) << "fork " << i;
   }
 }
 
@@ -161,15 +161,16 @@ TEST_F(MemoryFork, ChildrenOfChildrenUseTheItems) {
   add_all_items();
   const Busy threads({write_the_first, read_the_first});
   for (int i = 0; i < kForks / 10; ++i)
-    ASSERT_EQ(ChildEnd::good, fork_bounded([] {
+    ASSERT_EQ(fork_bounded([] {
                 return uses_all_items() && fork_bounded(uses_all_items) == ChildEnd::good && uses_all_items();
-              }))
+              }),
+              ChildEnd::good)
         << "fork " << i;
 }
 
 TEST_F(MemoryFork, ParentGoesOnAtOnce) {
   add_all_items();
-  EXPECT_EQ(ChildEnd::good, fork_bounded(uses_all_items));
+  EXPECT_EQ(fork_bounded(uses_all_items), ChildEnd::good);
   const auto start = std::chrono::steady_clock::now();
   std::thread([] { EXPECT_TRUE(uses_all_items()); }).join();
   EXPECT_TRUE(uses_all_items());
@@ -189,19 +190,19 @@ void fork_with_handlers() {
   const Busy threads({write_the_first, read_the_first, read_the_first});
   for (int i = 0; i < kForks / 3; ++i) {
     const auto start = std::chrono::steady_clock::now();
-    ASSERT_EQ(ChildEnd::good, fork_bounded(uses_all_items)) << "fork " << i;
+    ASSERT_EQ(fork_bounded(uses_all_items), ChildEnd::good) << "fork " << i;
     ASSERT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
   }
 }
 
 TEST_F(MemoryFork, HandlersOfTheProgramMayUseItems) {
   add_all_items();
-  ASSERT_EQ(0, pthread_atfork(use_an_item, use_an_item, use_an_item));
+  ASSERT_EQ(pthread_atfork(use_an_item, use_an_item, use_an_item), 0);
   fork_with_handlers();
 }
 
 TEST_F(MemoryFork, HandlersThatWereThereFirstMayUseItems) {
-  ASSERT_EQ(0, pthread_atfork(use_an_item, use_an_item, use_an_item));
+  ASSERT_EQ(pthread_atfork(use_an_item, use_an_item, use_an_item), 0);
   add_all_items();
   fork_with_handlers();
 }
@@ -210,12 +211,13 @@ std::mutex of_program;
 std::binary_semaphore fork_began{0};
 
 TEST_F(MemoryFork, HandlerMayWaitForAThreadThatWrites) {
-  ASSERT_EQ(0, pthread_atfork(
-                   [] {
-                     fork_began.release();
-                     of_program.lock();
-                   },
-                   [] { of_program.unlock(); }, [] { of_program.unlock(); }));
+  ASSERT_EQ(pthread_atfork(
+                [] {
+                  fork_began.release();
+                  of_program.lock();
+                },
+                [] { of_program.unlock(); }, [] { of_program.unlock(); }),
+            0);
   add_all_items();  // from here on the handler above runs after the library's
   std::binary_semaphore lock_is_held{0};
   std::binary_semaphore child_ended{0};
@@ -229,7 +231,7 @@ TEST_F(MemoryFork, HandlerMayWaitForAThreadThatWrites) {
     child_ended.acquire();  // a sanitizer of the child would miss the end of a thread that has ended
   });
   lock_is_held.acquire();
-  EXPECT_EQ(ChildEnd::good, fork_bounded(uses_all_items));
+  EXPECT_EQ(fork_bounded(uses_all_items), ChildEnd::good);
   child_ended.release();
   writer.join();
   EXPECT_TRUE(uses_all_items());
@@ -270,11 +272,12 @@ TEST_F(ListFork, ChildrenWalkAndGrowTheListWhileAThreadWalksIt) {
   for (int i = 0; i < 100; ++i) register_three(0);
   const Busy threads({[](unsigned) { walk_defaults(); }});
   for (int i = 0; i < kForks; ++i)
-    ASSERT_EQ(ChildEnd::good, fork_bounded([] {
+    ASSERT_EQ(fork_bounded([] {
                 if (walk_defaults() != 300) return false;
                 register_three(0);
                 return walk_defaults() == 303;
-              }))
+              }),
+              ChildEnd::good)
         << "fork " << i;
 }
 
@@ -292,7 +295,7 @@ TEST_F(ListFork, ChildrenWalkAndGrowTheListWhileAThreadGrowsIt) {
       register_three(0);
       return stored >= known && walk_defaults() == stored + 3;
     });
-    ASSERT_EQ(ChildEnd::good, end) << "fork " << i;
+    ASSERT_EQ(end, ChildEnd::good) << "fork " << i;
   }
 }
 

@@ -140,7 +140,7 @@ std::vector<int> rooms() {
 class ItemGet : public testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(0, kelo_dm_reg_def_items(items));
+    ASSERT_EQ(kelo_dm_reg_def_items(items), 0);
     handle_->read = read_next;
   }
 
@@ -153,8 +153,8 @@ TEST_F(ItemGet, StoredValueComesWithItsLength) {
   backend().stored = "cabin";
   EXPECT_EQ(found("cabin", 16), get(kText, 16));
   EXPECT_EQ(found("cabin", 5), get(kText, 5)) << "a buffer that is just large enough";
-  ASSERT_EQ(2, backend().count("read"));
-  EXPECT_EQ(1U, backend().calls[0].id);
+  ASSERT_EQ(backend().count("read"), 2);
+  EXPECT_EQ(backend().calls[0].id, 1U);
   EXPECT_EQ(&items[0].desc, backend().calls[0].item);
 }
 
@@ -203,16 +203,16 @@ TEST_F(ItemGet, BadArgumentsAreRefused) {
   const LogCapture capture;
   char buffer[4] = "###";
   std::int32_t len = kLengthUntouched;
-  EXPECT_EQ(-3, kelo_dm_get(nullptr, kText, buffer, 4, &len));
-  EXPECT_EQ(-3, kelo_dm_get(handle_.get(), kText, nullptr, 4, &len));
-  EXPECT_EQ(-3, kelo_dm_get(handle_.get(), kText, buffer, 4, nullptr));
-  EXPECT_EQ(-3, kelo_dm_get(handle_.get(), kText, buffer, 0, &len));
-  EXPECT_EQ(-3, kelo_dm_get(handle_.get(), kText, buffer, -1, &len));
-  EXPECT_EQ(5, capture.count(LOG_LVL_ERR, "oem_dm_get", "kelo_dm_get param NULL\n")) << capture.dump();
-  EXPECT_EQ(-3, kelo_dm_get(handle_.get(), 99, buffer, 4, &len));
-  EXPECT_EQ(1, capture.count(LOG_LVL_ERR, "oem_dm_get", "symLookup failed: 99\n"));
-  EXPECT_EQ(kLengthUntouched, len);
-  EXPECT_STREQ("###", buffer);
+  EXPECT_EQ(kelo_dm_get(nullptr, kText, buffer, 4, &len), -3);
+  EXPECT_EQ(kelo_dm_get(handle_.get(), kText, nullptr, 4, &len), -3);
+  EXPECT_EQ(kelo_dm_get(handle_.get(), kText, buffer, 4, nullptr), -3);
+  EXPECT_EQ(kelo_dm_get(handle_.get(), kText, buffer, 0, &len), -3);
+  EXPECT_EQ(kelo_dm_get(handle_.get(), kText, buffer, -1, &len), -3);
+  EXPECT_EQ(capture.count(LOG_LVL_ERR, "oem_dm_get", "kelo_dm_get param NULL\n"), 5) << capture.dump();
+  EXPECT_EQ(kelo_dm_get(handle_.get(), 99, buffer, 4, &len), -3);
+  EXPECT_EQ(capture.count(LOG_LVL_ERR, "oem_dm_get", "symLookup failed: 99\n"), 1);
+  EXPECT_EQ(len, kLengthUntouched);
+  EXPECT_STREQ(buffer, "###");
   EXPECT_TRUE(backend().calls.empty());
 }
 
@@ -227,7 +227,7 @@ TEST_F(ItemGet, DamagedValueIsNotTheDefault) {
   const LogCapture capture;
   backend().read_failure = -102;
   EXPECT_EQ(untouched(-4, 8), get(kText, 8));
-  EXPECT_EQ(1, capture.count(LOG_LVL_ERR, "oem_dm_get", "read cb ret:-102\n")) << capture.dump();
+  EXPECT_EQ(capture.count(LOG_LVL_ERR, "oem_dm_get", "read cb ret:-102\n"), 1) << capture.dump();
 }
 
 TEST_F(ItemGet, StorageThatCannotBeReadIsNotTheDefault) {
@@ -236,7 +236,7 @@ TEST_F(ItemGet, StorageThatCannotBeReadIsNotTheDefault) {
     backend().read_failure = failure;
     EXPECT_EQ(untouched(-5, 8), get(kText, 8)) << failure;
   }
-  EXPECT_EQ(6, capture.count_containing(LOG_LVL_ERR, "read cb ret:"));
+  EXPECT_EQ(capture.count_containing(LOG_LVL_ERR, "read cb ret:"), 6);
 }
 
 TEST_F(ItemGet, MissingTableIsTheDefaultWhenTheStorageIsSound) {
@@ -259,7 +259,7 @@ TEST_F(ItemGet, ReadThatFoundNothingIsRepeatedOnce) {
     next_results = {nothing, nothing};
     EXPECT_EQ(found("home", 8), get(kText, 8)) << nothing;
   }
-  EXPECT_EQ(8, backend().count("read"));
+  EXPECT_EQ(backend().count("read"), 8);
 }
 
 TEST_F(ItemGet, LongValuesAreReadWhole) {
@@ -304,7 +304,7 @@ TEST_F(ItemGet, WithoutMemoryNothingIsSaid) {
   std::int32_t len = 0;
   for (int allocations = 0; allocations <= 3; ++allocations) {
     const FailingHeap heap(allocations);
-    EXPECT_EQ(-5, kelo_dm_get(handle_.get(), kText, buffer, 8, &len)) << allocations;
+    EXPECT_EQ(kelo_dm_get(handle_.get(), kText, buffer, 8, &len), -5) << allocations;
   }
 }
 
@@ -317,7 +317,7 @@ TEST_F(ItemGet, LogsTheItemAtTheLowestLevel) {
   const LogCapture capture;
   backend().stored = "cabin";
   get(kText, 8);
-  EXPECT_EQ(1, capture.count(LOG_LVL_DBUG, "oem_dm_get", "hash:net text\n")) << capture.dump();
+  EXPECT_EQ(capture.count(LOG_LVL_DBUG, "oem_dm_get", "hash:net text\n"), 1) << capture.dump();
   EXPECT_THAT(capture.lines(), SizeIs(1));
 }
 
@@ -325,9 +325,9 @@ TEST_F(ItemGet, CanBeCalledFromC99) {
   backend().stored = "cabin";
   char buffer[8] = "";
   std::int32_t len = 0;
-  EXPECT_EQ(0, get_from_c99(handle_.get(), kText, buffer, 8, &len));
-  EXPECT_EQ(5, len);
-  EXPECT_STREQ("cabin", buffer);
+  EXPECT_EQ(get_from_c99(handle_.get(), kText, buffer, 8, &len), 0);
+  EXPECT_EQ(len, 5);
+  EXPECT_STREQ(buffer, "cabin");
 }
 
 // --- With the SQLite back-end --------------------------------------------------------------------------
@@ -341,7 +341,7 @@ class ItemGetFromSqlite : public ItemGet {
   }
 
   void write(std::int32_t id, std::string_view value) {
-    ASSERT_EQ(0, kelo_dm_write(handle_.get(), id, value.data(), static_cast<std::int32_t>(value.size())));
+    ASSERT_EQ(kelo_dm_write(handle_.get(), id, value.data(), static_cast<std::int32_t>(value.size())), 0);
   }
 };
 
@@ -357,7 +357,7 @@ TEST_F(ItemGetFromSqlite, DefaultUntilAValueIsStored) {
 
 TEST_F(ItemGetFromSqlite, DefaultAfterAnEmptiedValueAndAfterAClean) {
   write(kText, "cabin");
-  ASSERT_EQ(0, kelo_dm_empty(handle_.get(), kText));
+  ASSERT_EQ(kelo_dm_empty(handle_.get(), kText), 0);
   EXPECT_EQ(found("home", 8), get(kText, 8));
   write(kText, "cabin");
   kelo_dm_clean(handle_.get(), nullptr);

@@ -48,8 +48,8 @@ int record_event(std::int32_t id, const void* data, std::int32_t len) {
 class ItemIo : public testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(0, kelo_dm_reg_def_items(table_));
-    ASSERT_EQ(0, kelo_dm_reg_event_callback(record_event));
+    ASSERT_EQ(kelo_dm_reg_def_items(table_), 0);
+    ASSERT_EQ(kelo_dm_reg_event_callback(record_event), 0);
   }
 
   // The messages of one function at one level, in order.
@@ -75,32 +75,32 @@ class ItemIo : public testing::Test {
 using Texts = std::vector<std::string>;
 
 TEST_F(ItemIo, WriteStoresAndAnnounces) {
-  EXPECT_EQ(0, kelo_dm_write(handle_.get(), 7, "abc", 3));
-  ASSERT_EQ(1U, backend().calls.size());
+  EXPECT_EQ(kelo_dm_write(handle_.get(), 7, "abc", 3), 0);
+  ASSERT_EQ(backend().calls.size(), 1U);
   const BackendCall& call = backend().calls[0];
-  EXPECT_EQ("write", call.slot);
-  EXPECT_EQ(7U, call.id);
+  EXPECT_EQ(call.slot, "write");
+  EXPECT_EQ(call.id, 7U);
   EXPECT_EQ(&table_[0].desc, call.item);
-  EXPECT_EQ("abc", call.bytes);
-  EXPECT_EQ(3, call.len);
-  ASSERT_EQ(1U, events.size());
-  EXPECT_EQ(7, events[0].id);
-  EXPECT_EQ("abc", events[0].data);
-  EXPECT_EQ(3, events[0].len);
+  EXPECT_EQ(call.bytes, "abc");
+  EXPECT_EQ(call.len, 3);
+  ASSERT_EQ(events.size(), 1U);
+  EXPECT_EQ(events[0].id, 7);
+  EXPECT_EQ(events[0].data, "abc");
+  EXPECT_EQ(events[0].len, 3);
   EXPECT_EQ(std::this_thread::get_id(), events[0].thread);
-  EXPECT_EQ(1U, events[0].calls_before) << "the storage comes first";
-  EXPECT_EQ((Texts{"DBUG hash:TAB KEY\n", "DBUG kelo_dm_is_run_clean: 0", "DBUG write cb ret:0"}),
-            texts("oem_dm_write"));
-  EXPECT_EQ(Texts{"INFO DM_RD_MEM ret 4\n"}, texts("oem_dm_read"));
+  EXPECT_EQ(events[0].calls_before, 1U) << "the storage comes first";
+  EXPECT_EQ(texts("oem_dm_write"),
+            (Texts{"DBUG hash:TAB KEY\n", "DBUG kelo_dm_is_run_clean: 0", "DBUG write cb ret:0"}));
+  EXPECT_EQ(texts("oem_dm_read"), Texts{"INFO DM_RD_MEM ret 4\n"});
 }
 
 TEST_F(ItemIo, WriteOfTheSameValueGoesThrough) {
   backend().stored = "abc";
-  EXPECT_EQ(0, kelo_dm_write(handle_.get(), 7, "abc", 3));
-  EXPECT_EQ(0, kelo_dm_write(handle_.get(), 7, "abc", 3));
-  EXPECT_EQ((Texts{"write", "write"}), slots());
-  EXPECT_EQ(2U, events.size());
-  EXPECT_EQ(0, capture_.count(LOG_LVL_INFO, "Try to write the same data\n"));
+  EXPECT_EQ(kelo_dm_write(handle_.get(), 7, "abc", 3), 0);
+  EXPECT_EQ(kelo_dm_write(handle_.get(), 7, "abc", 3), 0);
+  EXPECT_EQ(slots(), (Texts{"write", "write"}));
+  EXPECT_EQ(events.size(), 2U);
+  EXPECT_EQ(capture_.count(LOG_LVL_INFO, "Try to write the same data\n"), 0);
 }
 
 TEST_F(ItemIo, WriteErrorIsPassedOnWithoutAnEvent) {
@@ -111,7 +111,7 @@ TEST_F(ItemIo, WriteErrorIsPassedOnWithoutAnEvent) {
     EXPECT_EQ(error, kelo_dm_empty(handle_.get(), 7));
   }
   EXPECT_TRUE(events.empty());
-  EXPECT_EQ(1, capture_.count(LOG_LVL_DBUG, "oem_dm_write", "write cb ret:5"));
+  EXPECT_EQ(capture_.count(LOG_LVL_DBUG, "oem_dm_write", "write cb ret:5"), 1);
 }
 
 TEST_F(ItemIo, WriteWithoutAWriteIsFatal) {
@@ -120,57 +120,57 @@ TEST_F(ItemIo, WriteWithoutAWriteIsFatal) {
 }
 
 TEST_F(ItemIo, LongestLength) {
-  EXPECT_EQ(0, kelo_dm_write(handle_.get(), 7, "abc", 3));
+  EXPECT_EQ(kelo_dm_write(handle_.get(), 7, "abc", 3), 0);
   backend().write_result = 9;  // so that no change is announced
   std::vector<char> data(64);
-  EXPECT_EQ(9, kelo_dm_write(handle_.get(), 7, data.data(), INT_MAX));
-  EXPECT_EQ(INT_MAX, backend().calls.back().len);
-  EXPECT_EQ(1, capture_.count_containing(LOG_LVL_INFO, "DM_RD_MEM")) << "only that of the first write";
-  EXPECT_EQ(9, kelo_dm_write_db(handle_.get(), 7, data.data(), INT_MAX));
-  EXPECT_EQ((Texts{"write", "write", "write"}), slots()) << "nothing to compare without room for one more";
-  EXPECT_EQ(9, kelo_dm_write(handle_.get(), 7, data.data(), INT_MAX - 1));
-  EXPECT_EQ(1, capture_.count(LOG_LVL_INFO, "DM_RD_MEM ret 2147483647\n"));
+  EXPECT_EQ(kelo_dm_write(handle_.get(), 7, data.data(), INT_MAX), 9);
+  EXPECT_EQ(backend().calls.back().len, INT_MAX);
+  EXPECT_EQ(capture_.count_containing(LOG_LVL_INFO, "DM_RD_MEM"), 1) << "only that of the first write";
+  EXPECT_EQ(kelo_dm_write_db(handle_.get(), 7, data.data(), INT_MAX), 9);
+  EXPECT_EQ(slots(), (Texts{"write", "write", "write"})) << "nothing to compare without room for one more";
+  EXPECT_EQ(kelo_dm_write(handle_.get(), 7, data.data(), INT_MAX - 1), 9);
+  EXPECT_EQ(capture_.count(LOG_LVL_INFO, "DM_RD_MEM ret 2147483647\n"), 1);
 }
 
 TEST_F(ItemIo, WriteDbStoresAChangedValue) {
   backend().stored = "abd";
-  EXPECT_EQ(0, kelo_dm_write_db(handle_.get(), 7, "abc", 3));
-  ASSERT_EQ((Texts{"read", "write"}), slots());
-  EXPECT_EQ(4, backend().calls[0].len) << "room for one byte more";
+  EXPECT_EQ(kelo_dm_write_db(handle_.get(), 7, "abc", 3), 0);
+  ASSERT_EQ(slots(), (Texts{"read", "write"}));
+  EXPECT_EQ(backend().calls[0].len, 4) << "room for one byte more";
   EXPECT_EQ(&table_[0].desc, backend().calls[1].item);
-  EXPECT_EQ("abc", backend().calls[1].bytes);
-  ASSERT_EQ(1U, events.size());
-  EXPECT_EQ("abc", events[0].data);
-  EXPECT_EQ(Texts{"ERR hash:TAB KEY\n"}, texts("oem_dm_read_db"));
-  EXPECT_EQ(Texts{"ERR hash:TAB KEY\n"}, texts("oem_dm_write_db"));
+  EXPECT_EQ(backend().calls[1].bytes, "abc");
+  ASSERT_EQ(events.size(), 1U);
+  EXPECT_EQ(events[0].data, "abc");
+  EXPECT_EQ(texts("oem_dm_read_db"), Texts{"ERR hash:TAB KEY\n"});
+  EXPECT_EQ(texts("oem_dm_write_db"), Texts{"ERR hash:TAB KEY\n"});
 }
 
 TEST_F(ItemIo, WriteDbLeavesTheSameValueAlone) {
   backend().stored = "abc";
-  EXPECT_EQ(0, kelo_dm_write_db(handle_.get(), 7, "abc", 3));
-  EXPECT_EQ(Texts{"read"}, slots());
+  EXPECT_EQ(kelo_dm_write_db(handle_.get(), 7, "abc", 3), 0);
+  EXPECT_EQ(slots(), Texts{"read"});
   EXPECT_TRUE(events.empty());
-  EXPECT_EQ(Texts{"INFO Try to write the same data\n"}, texts("oem_dm_write_db"));
+  EXPECT_EQ(texts("oem_dm_write_db"), Texts{"INFO Try to write the same data\n"});
 }
 
 TEST_F(ItemIo, WriteDbComparesTheLengthWrittenOnly) {
   backend().stored = "abcdef";
-  EXPECT_EQ(0, kelo_dm_write_db(handle_.get(), 7, "abc", 3));
-  EXPECT_EQ(Texts{"read"}, slots()) << "a longer stored value that begins so is the same";
+  EXPECT_EQ(kelo_dm_write_db(handle_.get(), 7, "abc", 3), 0);
+  EXPECT_EQ(slots(), Texts{"read"}) << "a longer stored value that begins so is the same";
   backend().stored = "ab";
-  EXPECT_EQ(0, kelo_dm_write_db(handle_.get(), 7, "ab\0", 3));
-  EXPECT_EQ((Texts{"read", "read"}), slots()) << "missing bytes count as zero";
-  EXPECT_EQ(0, kelo_dm_write_db(handle_.get(), 7, "abc", 3));
-  EXPECT_EQ((Texts{"read", "read", "read", "write"}), slots());
+  EXPECT_EQ(kelo_dm_write_db(handle_.get(), 7, "ab\0", 3), 0);
+  EXPECT_EQ(slots(), (Texts{"read", "read"})) << "missing bytes count as zero";
+  EXPECT_EQ(kelo_dm_write_db(handle_.get(), 7, "abc", 3), 0);
+  EXPECT_EQ(slots(), (Texts{"read", "read", "read", "write"}));
 }
 
 TEST_F(ItemIo, WriteDbAfterAFailedRead) {
   backend().read_failure = -102;
-  EXPECT_EQ(0, kelo_dm_write_db(handle_.get(), 7, "\0\0\0", 3));
-  EXPECT_EQ((Texts{"read", "write"}), slots()) << "a failed read is no zero value";
-  EXPECT_EQ(1U, events.size());
-  EXPECT_EQ((Texts{"ERR hash:TAB KEY\n", "ERR oem_dm_read_db def value:7 not register!\n"}),
-            texts("oem_dm_read_db"));
+  EXPECT_EQ(kelo_dm_write_db(handle_.get(), 7, "\0\0\0", 3), 0);
+  EXPECT_EQ(slots(), (Texts{"read", "write"})) << "a failed read is no zero value";
+  EXPECT_EQ(events.size(), 1U);
+  EXPECT_EQ(texts("oem_dm_read_db"),
+            (Texts{"ERR hash:TAB KEY\n", "ERR oem_dm_read_db def value:7 not register!\n"}));
 }
 
 TEST_F(ItemIo, WriteDbWithoutMemoryForTheComparison) {
@@ -182,7 +182,7 @@ TEST_F(ItemIo, WriteDbWithoutMemoryForTheComparison) {
     const FailingHeap none(0);
     result = kelo_dm_write_db(handle_.get(), 7, "abc", 3);
   }
-  EXPECT_EQ(4, result) << "the value was compared";
+  EXPECT_EQ(result, 4) << "the value was compared";
   EXPECT_TRUE(backend().calls.empty());
 }
 
@@ -197,17 +197,17 @@ TEST_F(ItemIo, WriteDbWithoutAWriteIsFatal) {
 }
 
 TEST_F(ItemIo, EmptyStoresNothingAndAnnouncesLengthZero) {
-  EXPECT_EQ(0, kelo_dm_empty(handle_.get(), 7));
-  ASSERT_EQ(1U, backend().calls.size());
-  EXPECT_EQ("write", backend().calls[0].slot);
-  EXPECT_EQ(7U, backend().calls[0].id);
+  EXPECT_EQ(kelo_dm_empty(handle_.get(), 7), 0);
+  ASSERT_EQ(backend().calls.size(), 1U);
+  EXPECT_EQ(backend().calls[0].slot, "write");
+  EXPECT_EQ(backend().calls[0].id, 7U);
   EXPECT_EQ(&table_[0].desc, backend().calls[0].item);
-  EXPECT_NE(nullptr, backend().calls[0].address);
-  EXPECT_EQ(0, backend().calls[0].len);
-  ASSERT_EQ(1U, events.size());
-  EXPECT_EQ(7, events[0].id);
-  EXPECT_EQ(0, events[0].len);
-  EXPECT_EQ(Texts{"ERR hash:TAB KEY\n"}, texts("oem_dm_empty"));
+  EXPECT_NE(backend().calls[0].address, nullptr);
+  EXPECT_EQ(backend().calls[0].len, 0);
+  ASSERT_EQ(events.size(), 1U);
+  EXPECT_EQ(events[0].id, 7);
+  EXPECT_EQ(events[0].len, 0);
+  EXPECT_EQ(texts("oem_dm_empty"), Texts{"ERR hash:TAB KEY\n"});
 }
 
 TEST_F(ItemIo, EmptyHandsOutAZeroWord) {
@@ -222,8 +222,8 @@ TEST_F(ItemIo, EmptyHandsOutAZeroWord) {
     if (word == 0) events.push_back({id, {}, len, {}, 0});
     return 0;
   });
-  EXPECT_EQ(0, kelo_dm_empty(handle_.get(), 7));
-  EXPECT_EQ(1U, events.size());
+  EXPECT_EQ(kelo_dm_empty(handle_.get(), 7), 0);
+  EXPECT_EQ(events.size(), 1U);
 }
 
 TEST_F(ItemIo, EmptyWithoutAWriteIsFatal) {
@@ -235,11 +235,11 @@ TEST_F(ItemIo, ReadReportsTheSizeAndLeavesTheBuffer) {
   backend().stored = "abc";
   std::array<char, 16> buffer;
   buffer.fill('#');
-  EXPECT_EQ(16, kelo_dm_read(handle_.get(), 7, buffer.data(), 16));
+  EXPECT_EQ(kelo_dm_read(handle_.get(), 7, buffer.data(), 16), 16);
   EXPECT_EQ(std::string(16, '#'), std::string_view(buffer.data(), 16));
-  EXPECT_EQ(Texts{"INFO DM_RD_MEM ret 16\n"}, texts("oem_dm_read"));
-  EXPECT_EQ(1, kelo_dm_read(handle_.get(), 8, buffer.data(), 1)) << "an unknown id is not looked up";
-  EXPECT_EQ(INT_MAX, kelo_dm_read(handle_.get(), 7, buffer.data(), INT_MAX));
+  EXPECT_EQ(texts("oem_dm_read"), Texts{"INFO DM_RD_MEM ret 16\n"});
+  EXPECT_EQ(kelo_dm_read(handle_.get(), 8, buffer.data(), 1), 1) << "an unknown id is not looked up";
+  EXPECT_EQ(kelo_dm_read(handle_.get(), 7, buffer.data(), INT_MAX), INT_MAX);
   EXPECT_TRUE(backend().calls.empty());
 }
 
@@ -247,44 +247,44 @@ TEST_F(ItemIo, ReadDbFillsTheBuffer) {
   backend().stored = "abc";
   std::array<char, 8> buffer;
   buffer.fill('#');
-  EXPECT_EQ(0, kelo_dm_read_db(handle_.get(), 7, buffer.data(), 8));
+  EXPECT_EQ(kelo_dm_read_db(handle_.get(), 7, buffer.data(), 8), 0);
   EXPECT_EQ("abc#####", std::string_view(buffer.data(), 8));
-  ASSERT_EQ(1U, backend().calls.size());
-  EXPECT_EQ("read", backend().calls[0].slot);
-  EXPECT_EQ(7U, backend().calls[0].id);
+  ASSERT_EQ(backend().calls.size(), 1U);
+  EXPECT_EQ(backend().calls[0].slot, "read");
+  EXPECT_EQ(backend().calls[0].id, 7U);
   EXPECT_EQ(&table_[0].desc, backend().calls[0].item);
   EXPECT_EQ(buffer.data(), backend().calls[0].address);
-  EXPECT_EQ(8, backend().calls[0].len);
-  EXPECT_EQ(Texts{"ERR hash:TAB KEY\n"}, texts("oem_dm_read_db"));
+  EXPECT_EQ(backend().calls[0].len, 8);
+  EXPECT_EQ(texts("oem_dm_read_db"), Texts{"ERR hash:TAB KEY\n"});
   backend().stored.clear();
-  EXPECT_EQ(0, kelo_dm_read_db(handle_.get(), 7, buffer.data(), 8)) << "0 bytes are a success";
+  EXPECT_EQ(kelo_dm_read_db(handle_.get(), 7, buffer.data(), 8), 0) << "0 bytes are a success";
 }
 
 TEST_F(ItemIo, ReadDbFailure) {
   static kelo_dm_item table[] = {KELO_DM_ITEM(-2, "TAB", "MINUS", KELO_DM_TYPE_SCALAR3, 0, 4), KELO_DM_END};
-  ASSERT_EQ(0, kelo_dm_reg_def_items(table));
+  ASSERT_EQ(kelo_dm_reg_def_items(table), 0);
   char byte = '#';
   for (const int failure : {-1, -100, -101, -102, INT_MIN}) {
     backend().read_failure = failure;
-    EXPECT_EQ(-3, kelo_dm_read_db(handle_.get(), -2, &byte, 1));
-    EXPECT_EQ(3, kelo_dm_read_from_dbconfigfile(handle_.get(), -2, &byte, 1));
+    EXPECT_EQ(kelo_dm_read_db(handle_.get(), -2, &byte, 1), -3);
+    EXPECT_EQ(kelo_dm_read_from_dbconfigfile(handle_.get(), -2, &byte, 1), 3);
   }
-  EXPECT_EQ('#', byte);
+  EXPECT_EQ(byte, '#');
   EXPECT_EQ(
-      5, capture_.count(LOG_LVL_ERR, "oem_dm_read_db", "oem_dm_read_db def value:fffffffe not register!\n"));
-  EXPECT_EQ(5, capture_.count_containing(LOG_LVL_ERR, "not register"));
+      capture_.count(LOG_LVL_ERR, "oem_dm_read_db", "oem_dm_read_db def value:fffffffe not register!\n"), 5);
+  EXPECT_EQ(capture_.count_containing(LOG_LVL_ERR, "not register"), 5);
 }
 
 TEST_F(ItemIo, ReadFromDbConfigFile) {
   backend().stored = "abc";
   std::array<char, 2> buffer;
   buffer.fill('#');
-  EXPECT_EQ(0, kelo_dm_read_from_dbconfigfile(handle_.get(), 7, buffer.data(), 2));
+  EXPECT_EQ(kelo_dm_read_from_dbconfigfile(handle_.get(), 7, buffer.data(), 2), 0);
   EXPECT_EQ("ab", std::string_view(buffer.data(), 2));
-  ASSERT_EQ(1U, backend().calls.size());
-  EXPECT_EQ("read", backend().calls[0].slot);
-  EXPECT_EQ(2, backend().calls[0].len);
-  EXPECT_EQ(Texts{"INFO hash:TAB KEY\n"}, texts("oem_dm_read_from_dbconfigfile"));
+  ASSERT_EQ(backend().calls.size(), 1U);
+  EXPECT_EQ(backend().calls[0].slot, "read");
+  EXPECT_EQ(backend().calls[0].len, 2);
+  EXPECT_EQ(texts("oem_dm_read_from_dbconfigfile"), Texts{"INFO hash:TAB KEY\n"});
 }
 
 TEST_F(ItemIo, ReadsWithoutAReadAreFatal) {
@@ -363,10 +363,10 @@ TEST_F(ItemIo, BadArguments) {
       capture_.clear();
       char byte = '#';
       EXPECT_EQ(refusal.result, refusal.bad_calls[i](handle_.get(), &byte));
-      EXPECT_EQ('#', byte);
-      EXPECT_EQ(1U, capture_.lines().size());
+      EXPECT_EQ(byte, '#');
+      EXPECT_EQ(capture_.lines().size(), 1U);
       EXPECT_EQ(
-          1, capture_.count(LOG_LVL_ERR, refusal.function, std::string(refusal.complaint) + " param NULL\n"))
+          capture_.count(LOG_LVL_ERR, refusal.function, std::string(refusal.complaint) + " param NULL\n"), 1)
           << capture_.dump();
     }
   }
@@ -376,26 +376,26 @@ TEST_F(ItemIo, BadArguments) {
 
 TEST_F(ItemIo, UnknownId) {
   char byte = '#';
-  EXPECT_EQ(-3, kelo_dm_write(handle_.get(), 8, &byte, 1));
-  EXPECT_EQ(-3, kelo_dm_write_db(handle_.get(), 8, &byte, 1));
-  EXPECT_EQ(-3, kelo_dm_empty(handle_.get(), 8));
-  EXPECT_EQ(-3, kelo_dm_read_db(handle_.get(), 8, &byte, 1));
-  EXPECT_EQ(3, kelo_dm_read_from_dbconfigfile(handle_.get(), 8, &byte, 1));
-  EXPECT_EQ('#', byte);
+  EXPECT_EQ(kelo_dm_write(handle_.get(), 8, &byte, 1), -3);
+  EXPECT_EQ(kelo_dm_write_db(handle_.get(), 8, &byte, 1), -3);
+  EXPECT_EQ(kelo_dm_empty(handle_.get(), 8), -3);
+  EXPECT_EQ(kelo_dm_read_db(handle_.get(), 8, &byte, 1), -3);
+  EXPECT_EQ(kelo_dm_read_from_dbconfigfile(handle_.get(), 8, &byte, 1), 3);
+  EXPECT_EQ(byte, '#');
   EXPECT_TRUE(backend().calls.empty());
   EXPECT_TRUE(events.empty());
   for (const char* function :
        {"oem_dm_write", "oem_dm_write_db", "oem_dm_empty", "oem_dm_read_db", "oem_dm_read_from_dbconfigfile"})
-    EXPECT_EQ(Texts{"ERR symLookup failed: 8\n"}, texts(function)) << function;
-  EXPECT_EQ(5U, capture_.lines().size());
+    EXPECT_EQ(texts(function), Texts{"ERR symLookup failed: 8\n"}) << function;
+  EXPECT_EQ(capture_.lines().size(), 5U);
 }
 
 TEST_F(ItemIo, CacheCallsReportTheLengthOnly) {
   std::array<char, 4> buffer = {'k', 'e', 'p', 't'};
-  EXPECT_EQ(4, kelo_dm_cache_write(handle_.get(), buffer.data(), 4));
-  EXPECT_EQ(1, kelo_dm_cache_write(nullptr, buffer.data(), 1));
-  EXPECT_EQ(4, kelo_dm_cache_read(handle_.get(), buffer.data(), 4));
-  EXPECT_EQ(INT_MAX, kelo_dm_cache_read(nullptr, buffer.data(), INT_MAX));
+  EXPECT_EQ(kelo_dm_cache_write(handle_.get(), buffer.data(), 4), 4);
+  EXPECT_EQ(kelo_dm_cache_write(nullptr, buffer.data(), 1), 1);
+  EXPECT_EQ(kelo_dm_cache_read(handle_.get(), buffer.data(), 4), 4);
+  EXPECT_EQ(kelo_dm_cache_read(nullptr, buffer.data(), INT_MAX), INT_MAX);
   EXPECT_EQ("kept", std::string_view(buffer.data(), 4));
   EXPECT_TRUE(backend().calls.empty());
   EXPECT_TRUE(events.empty());
@@ -405,13 +405,13 @@ TEST_F(ItemIo, CacheCallsReportTheLengthOnly) {
 TEST_F(ItemIo, NewCallbackReplacesTheOld) {
   static int second_calls = 0;
   EXPECT_EQ(
-      0, kelo_dm_reg_event_callback([](std::int32_t, const void*, std::int32_t) { return ++second_calls; }));
-  EXPECT_EQ(0, kelo_dm_write(handle_.get(), 7, "abc", 3));
+      kelo_dm_reg_event_callback([](std::int32_t, const void*, std::int32_t) { return ++second_calls; }), 0);
+  EXPECT_EQ(kelo_dm_write(handle_.get(), 7, "abc", 3), 0);
   EXPECT_TRUE(events.empty());
-  EXPECT_EQ(1, second_calls);
-  EXPECT_EQ(-3, kelo_dm_reg_event_callback(nullptr));
-  EXPECT_EQ(0, kelo_dm_write(handle_.get(), 7, "abc", 3));
-  EXPECT_EQ(2, second_calls) << "a refused callback leaves the old one";
+  EXPECT_EQ(second_calls, 1);
+  EXPECT_EQ(kelo_dm_reg_event_callback(nullptr), -3);
+  EXPECT_EQ(kelo_dm_write(handle_.get(), 7, "abc", 3), 0);
+  EXPECT_EQ(second_calls, 2) << "a refused callback leaves the old one";
 }
 
 TEST_F(ItemIo, CallbackMayWrite) {
@@ -422,49 +422,49 @@ TEST_F(ItemIo, CallbackMayWrite) {
     if (++depth < 3) kelo_dm_write(handle, 7, "nested", 6);
     return 0;
   });
-  EXPECT_EQ(0, kelo_dm_write(handle_.get(), 7, "abc", 3));
-  EXPECT_EQ(3, backend().count("write"));
+  EXPECT_EQ(kelo_dm_write(handle_.get(), 7, "abc", 3), 0);
+  EXPECT_EQ(backend().count("write"), 3);
 }
 
 TEST(ItemIoStart, NoCallbackAtFirst) {
   static kelo_dm_item table[] = {KELO_DM_ITEM(7, "TAB", "KEY", KELO_DM_TYPE_STRING, 0, 0), KELO_DM_END};
-  ASSERT_EQ(0, kelo_dm_reg_def_items(table));
+  ASSERT_EQ(kelo_dm_reg_def_items(table), 0);
   const RecordingHandle handle;
-  EXPECT_EQ(0, kelo_dm_write(handle.get(), 7, "abc", 3));
-  EXPECT_EQ(0, kelo_dm_write_db(handle.get(), 7, "abc", 3));
-  EXPECT_EQ(0, kelo_dm_empty(handle.get(), 7));
-  EXPECT_EQ(3, backend().count("write"));
+  EXPECT_EQ(kelo_dm_write(handle.get(), 7, "abc", 3), 0);
+  EXPECT_EQ(kelo_dm_write_db(handle.get(), 7, "abc", 3), 0);
+  EXPECT_EQ(kelo_dm_empty(handle.get(), 7), 0);
+  EXPECT_EQ(backend().count("write"), 3);
 }
 
 TEST_F(ItemIo, CleanRunsTheBackEnd) {
   backend().clean_result = -1;
-  EXPECT_EQ(-1, kelo_dm_clean(handle_.get(), "keep a copy"));
-  EXPECT_EQ("keep a copy", backend().clean_backup);
-  EXPECT_EQ(1, backend().clean_second_argument);
-  EXPECT_EQ(1, backend().clean_flag_seen);
+  EXPECT_EQ(kelo_dm_clean(handle_.get(), "keep a copy"), -1);
+  EXPECT_EQ(backend().clean_backup, "keep a copy");
+  EXPECT_EQ(backend().clean_second_argument, 1);
+  EXPECT_EQ(backend().clean_flag_seen, 1);
   backend().clean_result = 6;
-  EXPECT_EQ(6, kelo_dm_clean(handle_.get(), nullptr));
-  EXPECT_EQ("(null)", backend().clean_backup);
+  EXPECT_EQ(kelo_dm_clean(handle_.get(), nullptr), 6);
+  EXPECT_EQ(backend().clean_backup, "(null)");
   EXPECT_TRUE(capture_.lines().empty()) << capture_.dump();
 }
 
 TEST_F(ItemIo, CleanWithoutABackEnd) {
-  EXPECT_EQ(0, kelo_dm_clean(nullptr, nullptr));
+  EXPECT_EQ(kelo_dm_clean(nullptr, nullptr), 0);
   handle_->clean = nullptr;
-  EXPECT_EQ(0, kelo_dm_clean(handle_.get(), nullptr));
-  EXPECT_EQ(0, kelo_dm_write(handle_.get(), 7, "abc", 3));
-  EXPECT_EQ(1, backend().count("write")) << "the flag was raised for nothing";
+  EXPECT_EQ(kelo_dm_clean(handle_.get(), nullptr), 0);
+  EXPECT_EQ(kelo_dm_write(handle_.get(), 7, "abc", 3), 0);
+  EXPECT_EQ(backend().count("write"), 1) << "the flag was raised for nothing";
 }
 
 TEST_F(ItemIo, SecondCleanDoesNothing) {
   backend().cleaning_ends = false;
   backend().clean_result = 6;
-  EXPECT_EQ(6, kelo_dm_clean(handle_.get(), nullptr));
-  EXPECT_EQ(0, kelo_dm_clean(handle_.get(), nullptr));
-  EXPECT_EQ(1, backend().count("clean"));
+  EXPECT_EQ(kelo_dm_clean(handle_.get(), nullptr), 6);
+  EXPECT_EQ(kelo_dm_clean(handle_.get(), nullptr), 0);
+  EXPECT_EQ(backend().count("clean"), 1);
   end_cleaning();
-  EXPECT_EQ(6, kelo_dm_clean(handle_.get(), nullptr));
-  EXPECT_EQ(2, backend().count("clean"));
+  EXPECT_EQ(kelo_dm_clean(handle_.get(), nullptr), 6);
+  EXPECT_EQ(backend().count("clean"), 2);
   end_cleaning();
 }
 
@@ -476,29 +476,29 @@ TEST_F(ItemIo, WhileCleaningWritesAreLostAndReadsLeaveTheBuffer) {
     capture_.clear();
     handle_->write = nullptr;  // an empty slot matters only when it is needed
     handle_->read = nullptr;
-    EXPECT_EQ(0, kelo_dm_write(handle_.get(), 7, "abc", 3));
-    EXPECT_EQ(0, kelo_dm_write_db(handle_.get(), 7, "abc", 3));
-    EXPECT_EQ(0, kelo_dm_empty(handle_.get(), 7));
-    EXPECT_EQ(0, kelo_dm_read_db(handle_.get(), 7, buffer.data(), 4));
-    EXPECT_EQ(3, kelo_dm_read_from_dbconfigfile(handle_.get(), 7, buffer.data(), 4));
-    EXPECT_EQ(4, kelo_dm_read(handle_.get(), 7, buffer.data(), 4));
-    EXPECT_EQ(-3, kelo_dm_write(handle_.get(), 8, "abc", 3)) << "arguments and ids are checked first";
+    EXPECT_EQ(kelo_dm_write(handle_.get(), 7, "abc", 3), 0);
+    EXPECT_EQ(kelo_dm_write_db(handle_.get(), 7, "abc", 3), 0);
+    EXPECT_EQ(kelo_dm_empty(handle_.get(), 7), 0);
+    EXPECT_EQ(kelo_dm_read_db(handle_.get(), 7, buffer.data(), 4), 0);
+    EXPECT_EQ(kelo_dm_read_from_dbconfigfile(handle_.get(), 7, buffer.data(), 4), 3);
+    EXPECT_EQ(kelo_dm_read(handle_.get(), 7, buffer.data(), 4), 4);
+    EXPECT_EQ(kelo_dm_write(handle_.get(), 8, "abc", 3), -3) << "arguments and ids are checked first";
     EXPECT_EQ("kept", std::string_view(buffer.data(), 4));
     EXPECT_TRUE(backend().calls.empty());
     EXPECT_TRUE(events.empty());
-    EXPECT_EQ((Texts{"DBUG hash:TAB KEY\n", "DBUG kelo_dm_is_run_clean: 1", "ERR symLookup failed: 8\n"}),
-              texts("oem_dm_write"));
-    EXPECT_EQ((Texts{"ERR hash:TAB KEY\n", "ERR hash:TAB KEY\n"}), texts("oem_dm_read_db"));
-    EXPECT_EQ(Texts{"ERR hash:TAB KEY\n"}, texts("oem_dm_write_db"));
-    EXPECT_EQ(Texts{"ERR hash:TAB KEY\n"}, texts("oem_dm_empty"));
-    EXPECT_EQ(Texts{"INFO hash:TAB KEY\n"}, texts("oem_dm_read_from_dbconfigfile"));
+    EXPECT_EQ(texts("oem_dm_write"),
+              (Texts{"DBUG hash:TAB KEY\n", "DBUG kelo_dm_is_run_clean: 1", "ERR symLookup failed: 8\n"}));
+    EXPECT_EQ(texts("oem_dm_read_db"), (Texts{"ERR hash:TAB KEY\n", "ERR hash:TAB KEY\n"}));
+    EXPECT_EQ(texts("oem_dm_write_db"), Texts{"ERR hash:TAB KEY\n"});
+    EXPECT_EQ(texts("oem_dm_empty"), Texts{"ERR hash:TAB KEY\n"});
+    EXPECT_EQ(texts("oem_dm_read_from_dbconfigfile"), Texts{"INFO hash:TAB KEY\n"});
 
-    EXPECT_EQ(0, kelo_dm_write_db(handle_.get(), 7, "\0\0", 2));
-    EXPECT_EQ(1, capture_.count(LOG_LVL_INFO, "oem_dm_write_db", "Try to write the same data\n"))
+    EXPECT_EQ(kelo_dm_write_db(handle_.get(), 7, "\0\0", 2), 0);
+    EXPECT_EQ(capture_.count(LOG_LVL_INFO, "oem_dm_write_db", "Try to write the same data\n"), 1)
         << "the unread value counts as zero bytes";
   }
   const RecordingHandle whole;
-  EXPECT_EQ(0, kelo_dm_read_db(whole.get(), 7, buffer.data(), 4));
+  EXPECT_EQ(kelo_dm_read_db(whole.get(), 7, buffer.data(), 4), 0);
   EXPECT_EQ("abct", std::string_view(buffer.data(), 4));
 }
 
@@ -507,10 +507,10 @@ TEST_F(ItemIo, NamesWithoutATerminator) {
   static kelo_dm_item table[] = {KELO_DM_ITEM(9, "", "", KELO_DM_TYPE_SCALAR3, 0, 4), KELO_DM_END};
   std::memset(table[0].desc.item_table, 't', sizeof table[0].desc.item_table);
   std::memset(table[0].desc.item_key, 'k', sizeof table[0].desc.item_key);
-  ASSERT_EQ(0, kelo_dm_reg_def_items(table));
-  EXPECT_EQ(0, kelo_dm_empty(handle_.get(), 9));
-  EXPECT_EQ(Texts{"ERR hash:" + std::string(32, 't') + " " + std::string(32, 'k') + "\n"},
-            texts("oem_dm_empty"));
+  ASSERT_EQ(kelo_dm_reg_def_items(table), 0);
+  EXPECT_EQ(kelo_dm_empty(handle_.get(), 9), 0);
+  EXPECT_EQ(texts("oem_dm_empty"),
+            Texts{"ERR hash:" + std::string(32, 't') + " " + std::string(32, 'k') + "\n"});
 }
 
 // The shape of an asynchronous back-end: one thread is let into the clean, another one ends it.
@@ -532,11 +532,11 @@ TEST_F(ItemIo, OneOfManyThreadsCleans) {
       kelo_dm_read_db(handle_.get(), 7, &byte, 1);
     });
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(1, cleans.load());
-  EXPECT_EQ(1, sixes.load());
+  EXPECT_EQ(cleans.load(), 1);
+  EXPECT_EQ(sixes.load(), 1);
   EXPECT_TRUE(backend().calls.empty());
   std::thread([] { std::atomic_ref(*flag.load()).store(0); }).join();
-  EXPECT_EQ(6, kelo_dm_clean(handle_.get(), nullptr));
+  EXPECT_EQ(kelo_dm_clean(handle_.get(), nullptr), 6);
 }
 
 // Many threads write and read one item while the callback is exchanged.
@@ -566,8 +566,8 @@ TEST_F(ItemIo, CallsFromManyThreads) {
     kelo_dm_reg_event_callback(count_first);
   }
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(400, writes.load());
-  EXPECT_EQ(400, first.load() + second.load());
+  EXPECT_EQ(writes.load(), 400);
+  EXPECT_EQ(first.load() + second.load(), 400);
 }
 
 }  // namespace

@@ -44,7 +44,7 @@ std::string set_pair(std::string_view list, std::string_view key, std::string_vi
   const std::unique_ptr<char[]> out(new char[size]);
   const std::string_view text = kelo::dm::set_pair(list, pair, {out.get(), size});
   EXPECT_EQ(out.get(), text.data());
-  EXPECT_EQ('\0', text.data()[text.size()]);
+  EXPECT_EQ(text.data()[text.size()], '\0');
   return std::string(text);
 }
 
@@ -58,42 +58,42 @@ Pairs all_pairs(std::string_view list) {
 }
 
 TEST(KeyValueText, AppendsANewKey) {
-  EXPECT_EQ("a,1;", set_pair("", "a", "1"));
-  EXPECT_EQ("a,1;b,2;c,3;", set_pair("a,1;b,2;", "c", "3"));
-  EXPECT_EQ("ssid,home;channel,6;", set_pair("ssid,home;", "channel", "6"));
+  EXPECT_EQ(set_pair("", "a", "1"), "a,1;");
+  EXPECT_EQ(set_pair("a,1;b,2;", "c", "3"), "a,1;b,2;c,3;");
+  EXPECT_EQ(set_pair("ssid,home;", "channel", "6"), "ssid,home;channel,6;");
 }
 
 TEST(KeyValueText, ReplacesInPlace) {
-  EXPECT_EQ("a,9;b,2;", set_pair("a,1;b,2;", "a", "9"));
-  EXPECT_EQ("a,1;b,long value;", set_pair("a,1;b,2;", "b", "long value"));
-  EXPECT_EQ("a,1;b,x;c,3;", set_pair("a,1;b,22222;c,3;", "b", "x"));
+  EXPECT_EQ(set_pair("a,1;b,2;", "a", "9"), "a,9;b,2;");
+  EXPECT_EQ(set_pair("a,1;b,2;", "b", "long value"), "a,1;b,long value;");
+  EXPECT_EQ(set_pair("a,1;b,22222;c,3;", "b", "x"), "a,1;b,x;c,3;");
 }
 
 TEST(KeyValueText, FindsTheKeyInsideALongerOne) {
-  EXPECT_EQ("ba,9;", set_pair("ba,5;", "a", "9"));
-  EXPECT_EQ("ba,9;a,1;", set_pair("ba,5;a,1;", "a", "9"));
+  EXPECT_EQ(set_pair("ba,5;", "a", "9"), "ba,9;");
+  EXPECT_EQ(set_pair("ba,5;a,1;", "a", "9"), "ba,9;a,1;");
 }
 
 TEST(KeyValueText, AKeyNeedsItsComma) {
-  EXPECT_EQ("ab,1;a,9;", set_pair("ab,1;", "a", "9"));
-  EXPECT_EQ("x,a;a,9;", set_pair("x,a;", "a", "9"));
-  EXPECT_EQ("aaab,1;aa,2;", set_pair("aaab,1;", "aa", "2"));
-  EXPECT_EQ("baa,2;", set_pair("baa,1;", "aa", "2"));
-  EXPECT_EQ("aaa,2;", set_pair("aaa,1;", "aa", "2")) << "the second place has the comma";
+  EXPECT_EQ(set_pair("ab,1;", "a", "9"), "ab,1;a,9;");
+  EXPECT_EQ(set_pair("x,a;", "a", "9"), "x,a;a,9;");
+  EXPECT_EQ(set_pair("aaab,1;", "aa", "2"), "aaab,1;aa,2;");
+  EXPECT_EQ(set_pair("baa,1;", "aa", "2"), "baa,2;");
+  EXPECT_EQ(set_pair("aaa,1;", "aa", "2"), "aaa,2;") << "the second place has the comma";
 }
 
 TEST(KeyValueText, TextWithoutItsLastSemicolon) {
-  EXPECT_EQ("a,9;", set_pair("a,1", "a", "9"));
-  EXPECT_EQ("a,1b,2;", set_pair("a,1", "b", "2"));
-  EXPECT_EQ("aa,2;", set_pair("a", "a", "2")) << "a key at the very end has no comma";
+  EXPECT_EQ(set_pair("a,1", "a", "9"), "a,9;");
+  EXPECT_EQ(set_pair("a,1", "b", "2"), "a,1b,2;");
+  EXPECT_EQ(set_pair("a", "a", "2"), "aa,2;") << "a key at the very end has no comma";
 }
 
 TEST(KeyValueText, TakesPairsApart) {
-  EXPECT_EQ((Pairs{{"a", "1"}, {"b", "2"}}), all_pairs("a,1;b,2;"));
-  EXPECT_EQ((Pairs{{"a", "1"}, {"b", "2"}}), all_pairs("a,1;b,2"));
-  EXPECT_EQ((Pairs{{"a", "1,2"}}), all_pairs("a,1,2;")) << "the first comma divides";
-  EXPECT_EQ((Pairs{{"a", ""}, {"", "1"}, {"b", ""}}), all_pairs("a;,1;b,;"));
-  EXPECT_EQ((Pairs{{"a", "1"}}), all_pairs("a,1;;b,2;")) << "an empty pair ends the list";
+  EXPECT_EQ(all_pairs("a,1;b,2;"), (Pairs{{"a", "1"}, {"b", "2"}}));
+  EXPECT_EQ(all_pairs("a,1;b,2"), (Pairs{{"a", "1"}, {"b", "2"}}));
+  EXPECT_EQ(all_pairs("a,1,2;"), (Pairs{{"a", "1,2"}})) << "the first comma divides";
+  EXPECT_EQ(all_pairs("a;,1;b,;"), (Pairs{{"a", ""}, {"", "1"}, {"b", ""}}));
+  EXPECT_EQ(all_pairs("a,1;;b,2;"), (Pairs{{"a", "1"}})) << "an empty pair ends the list";
   EXPECT_EQ(Pairs{}, all_pairs(""));
   EXPECT_EQ(Pairs{}, all_pairs(";a,1;"));
 }
@@ -130,7 +130,7 @@ class KeyValues : public testing::Test {
  protected:
   void SetUp() override {
     static kelo_dm_item table[] = {KELO_DM_ITEM(7, "TAB", "KEY", KELO_DM_TYPE_STRING, 0, 0), KELO_DM_END};
-    ASSERT_EQ(0, kelo_dm_reg_def_items(table));
+    ASSERT_EQ(kelo_dm_reg_def_items(table), 0);
   }
 
   std::int32_t write(const std::string& key, const std::string& value) {
@@ -150,133 +150,133 @@ class KeyValues : public testing::Test {
 };
 
 TEST_F(KeyValues, WriteStoresThePairAlone) {
-  EXPECT_EQ(0, write("a", "1"));
-  EXPECT_EQ(4, out_len_);
-  ASSERT_EQ(1U, backend().calls.size());
-  EXPECT_EQ("write", backend().calls[0].slot);
-  EXPECT_EQ(7U, backend().calls[0].id);
-  EXPECT_EQ("a,1;", backend().calls[0].bytes);
-  EXPECT_EQ(1, said(LOG_LVL_DBUG, "write key: a, value: 1\n"));
-  EXPECT_EQ(1, capture_.count(LOG_LVL_INFO, "oem_dm_read", "DM_RD_MEM ret 1024\n"));
-  EXPECT_EQ(1, said(LOG_LVL_DBUG, "final str, write to db: a,1;\n"));
+  EXPECT_EQ(write("a", "1"), 0);
+  EXPECT_EQ(out_len_, 4);
+  ASSERT_EQ(backend().calls.size(), 1U);
+  EXPECT_EQ(backend().calls[0].slot, "write");
+  EXPECT_EQ(backend().calls[0].id, 7U);
+  EXPECT_EQ(backend().calls[0].bytes, "a,1;");
+  EXPECT_EQ(said(LOG_LVL_DBUG, "write key: a, value: 1\n"), 1);
+  EXPECT_EQ(capture_.count(LOG_LVL_INFO, "oem_dm_read", "DM_RD_MEM ret 1024\n"), 1);
+  EXPECT_EQ(said(LOG_LVL_DBUG, "final str, write to db: a,1;\n"), 1);
 
   backend().stored = "a,1;";
-  EXPECT_EQ(0, write("bb", "22"));
-  EXPECT_EQ(6, out_len_);
-  EXPECT_EQ("bb,22;", backend().calls.at(1).bytes) << "each write starts from an empty list";
+  EXPECT_EQ(write("bb", "22"), 0);
+  EXPECT_EQ(out_len_, 6);
+  EXPECT_EQ(backend().calls.at(1).bytes, "bb,22;") << "each write starts from an empty list";
 }
 
 TEST_F(KeyValues, ReadFindsNoPairs) {
   backend().stored = "a,1;b,2;";
   Rows rows;
-  EXPECT_EQ(0, rows.read(handle_.get()));
-  EXPECT_EQ(0, rows.count);
-  EXPECT_EQ('#', rows.keys[0][0]);
-  EXPECT_EQ('#', rows.values[0][0]);
+  EXPECT_EQ(rows.read(handle_.get()), 0);
+  EXPECT_EQ(rows.count, 0);
+  EXPECT_EQ(rows.keys[0][0], '#');
+  EXPECT_EQ(rows.values[0][0], '#');
   EXPECT_TRUE(backend().calls.empty());
-  EXPECT_EQ(1, read_said(LOG_LVL_DBUG, "read from db: \n"));
-  EXPECT_EQ(1, read_said(LOG_LVL_DBUG, "key-value pairs num: 0\n"));
+  EXPECT_EQ(read_said(LOG_LVL_DBUG, "read from db: \n"), 1);
+  EXPECT_EQ(read_said(LOG_LVL_DBUG, "key-value pairs num: 0\n"), 1);
 }
 
 TEST_F(KeyValues, LengthsOfKeyAndValue) {
-  EXPECT_EQ(3, write("", "1"));
-  EXPECT_EQ(3, write("a", ""));
-  EXPECT_EQ(3, write("", ""));
-  EXPECT_EQ(3, write(std::string(300, 'k'), std::string(213, 'v')));
-  EXPECT_EQ(3, write("k", std::string(5000, 'v')));
-  EXPECT_EQ(5, said(LOG_LVL_ERR, "length of key or value error\n"));
-  EXPECT_EQ(-7, out_len_);
+  EXPECT_EQ(write("", "1"), 3);
+  EXPECT_EQ(write("a", ""), 3);
+  EXPECT_EQ(write("", ""), 3);
+  EXPECT_EQ(write(std::string(300, 'k'), std::string(213, 'v')), 3);
+  EXPECT_EQ(write("k", std::string(5000, 'v')), 3);
+  EXPECT_EQ(said(LOG_LVL_ERR, "length of key or value error\n"), 5);
+  EXPECT_EQ(out_len_, -7);
   EXPECT_TRUE(backend().calls.empty());
-  EXPECT_EQ(1, said(LOG_LVL_DBUG, "write key: a, value: \n")) << "what was asked for is logged before";
+  EXPECT_EQ(said(LOG_LVL_DBUG, "write key: a, value: \n"), 1) << "what was asked for is logged before";
 
-  EXPECT_EQ(0, write(std::string(300, 'k'), std::string(212, 'v')));
-  EXPECT_EQ(514, out_len_);
-  EXPECT_EQ(0, write(std::string(511, 'k'), "v"));
-  EXPECT_EQ(5, said(LOG_LVL_ERR, "length of key or value error\n"));
+  EXPECT_EQ(write(std::string(300, 'k'), std::string(212, 'v')), 0);
+  EXPECT_EQ(out_len_, 514);
+  EXPECT_EQ(write(std::string(511, 'k'), "v"), 0);
+  EXPECT_EQ(said(LOG_LVL_ERR, "length of key or value error\n"), 5);
 }
 
 TEST_F(KeyValues, NullArguments) {
-  EXPECT_EQ(3, kelo_dm_write_key_value_pairs(handle_.get(), 7, nullptr, "1", &out_len_));
-  EXPECT_EQ(3, kelo_dm_write_key_value_pairs(handle_.get(), 7, "a", nullptr, &out_len_));
-  EXPECT_EQ(3, kelo_dm_write_key_value_pairs(handle_.get(), 7, "a", "1", nullptr));
-  EXPECT_EQ(3, said(LOG_LVL_ERR, "kelo_dm_write_key_value_pairs param NULL\n"));
+  EXPECT_EQ(kelo_dm_write_key_value_pairs(handle_.get(), 7, nullptr, "1", &out_len_), 3);
+  EXPECT_EQ(kelo_dm_write_key_value_pairs(handle_.get(), 7, "a", nullptr, &out_len_), 3);
+  EXPECT_EQ(kelo_dm_write_key_value_pairs(handle_.get(), 7, "a", "1", nullptr), 3);
+  EXPECT_EQ(said(LOG_LVL_ERR, "kelo_dm_write_key_value_pairs param NULL\n"), 3);
   char keys[1][256] = {"#"};
   char values[1][256] = {"#"};
   std::int32_t count = -7;
-  EXPECT_EQ(3, kelo_dm_read_key_value_pairs(handle_.get(), 7, nullptr, values, &count));
-  EXPECT_EQ(3, kelo_dm_read_key_value_pairs(handle_.get(), 7, keys, nullptr, &count));
-  EXPECT_EQ(3, kelo_dm_read_key_value_pairs(handle_.get(), 7, keys, values, nullptr));
-  EXPECT_EQ(3, read_said(LOG_LVL_ERR, "kelo_dm_read_key_value_pairs param NULL\n"));
-  EXPECT_EQ(6U, capture_.lines().size());
-  EXPECT_EQ(-7, out_len_);
-  EXPECT_EQ(-7, count);
+  EXPECT_EQ(kelo_dm_read_key_value_pairs(handle_.get(), 7, nullptr, values, &count), 3);
+  EXPECT_EQ(kelo_dm_read_key_value_pairs(handle_.get(), 7, keys, nullptr, &count), 3);
+  EXPECT_EQ(kelo_dm_read_key_value_pairs(handle_.get(), 7, keys, values, nullptr), 3);
+  EXPECT_EQ(read_said(LOG_LVL_ERR, "kelo_dm_read_key_value_pairs param NULL\n"), 3);
+  EXPECT_EQ(capture_.lines().size(), 6U);
+  EXPECT_EQ(out_len_, -7);
+  EXPECT_EQ(count, -7);
   EXPECT_TRUE(backend().calls.empty());
 }
 
 TEST_F(KeyValues, NullHandleIsAFailedRead) {
-  EXPECT_EQ(-3, kelo_dm_write_key_value_pairs(nullptr, 7, "a", "1", &out_len_));
-  EXPECT_EQ(-7, out_len_);
-  EXPECT_EQ(1, said(LOG_LVL_ERR, "read db failed\n"));
+  EXPECT_EQ(kelo_dm_write_key_value_pairs(nullptr, 7, "a", "1", &out_len_), -3);
+  EXPECT_EQ(out_len_, -7);
+  EXPECT_EQ(said(LOG_LVL_ERR, "read db failed\n"), 1);
   Rows rows;
-  EXPECT_EQ(-3, rows.read(nullptr));
-  EXPECT_EQ(0, rows.count);
-  EXPECT_EQ('#', rows.keys[0][0]);
-  EXPECT_EQ(1, read_said(LOG_LVL_ERR, "read db failed\n"));
-  EXPECT_EQ(2, capture_.count(LOG_LVL_ERR, "oem_dm_read", "oem_dm_read param NULL\n"));
+  EXPECT_EQ(rows.read(nullptr), -3);
+  EXPECT_EQ(rows.count, 0);
+  EXPECT_EQ(rows.keys[0][0], '#');
+  EXPECT_EQ(read_said(LOG_LVL_ERR, "read db failed\n"), 1);
+  EXPECT_EQ(capture_.count(LOG_LVL_ERR, "oem_dm_read", "oem_dm_read param NULL\n"), 2);
 }
 
 TEST_F(KeyValues, WriteErrorIsPassedOn) {
   backend().write_result = 5;
-  EXPECT_EQ(5, write("a", "1"));
-  EXPECT_EQ(4, out_len_) << "the length is known before the write";
-  EXPECT_EQ(1, said(LOG_LVL_ERR, "write db failed\n"));
-  EXPECT_EQ(-3, kelo_dm_write_key_value_pairs(handle_.get(), 8, "a", "1", &out_len_)) << "unknown id";
-  EXPECT_EQ(2, said(LOG_LVL_ERR, "write db failed\n"));
+  EXPECT_EQ(write("a", "1"), 5);
+  EXPECT_EQ(out_len_, 4) << "the length is known before the write";
+  EXPECT_EQ(said(LOG_LVL_ERR, "write db failed\n"), 1);
+  EXPECT_EQ(kelo_dm_write_key_value_pairs(handle_.get(), 8, "a", "1", &out_len_), -3) << "unknown id";
+  EXPECT_EQ(said(LOG_LVL_ERR, "write db failed\n"), 2);
 }
 
 // ---- the calls with a read that finds a text ----
 
 TEST_F(KeyValues, TextInMemoryIsEdited) {
   text_in_memory = "a,1;b,2;";
-  EXPECT_EQ(0, write("a", "9"));
-  EXPECT_EQ(8, out_len_);
-  EXPECT_EQ("a,9;b,2;", backend().calls.at(0).bytes);
-  EXPECT_EQ(0, write("c", "3"));
-  EXPECT_EQ(12, out_len_);
-  EXPECT_EQ("a,1;b,2;c,3;", backend().calls.at(1).bytes);
-  EXPECT_EQ(1, said(LOG_LVL_DBUG, "final str, write to db: a,1;b,2;c,3;\n"));
+  EXPECT_EQ(write("a", "9"), 0);
+  EXPECT_EQ(out_len_, 8);
+  EXPECT_EQ(backend().calls.at(0).bytes, "a,9;b,2;");
+  EXPECT_EQ(write("c", "3"), 0);
+  EXPECT_EQ(out_len_, 12);
+  EXPECT_EQ(backend().calls.at(1).bytes, "a,1;b,2;c,3;");
+  EXPECT_EQ(said(LOG_LVL_DBUG, "final str, write to db: a,1;b,2;c,3;\n"), 1);
   text_in_memory = "ba,5;";
-  EXPECT_EQ(0, write("a", "9"));
-  EXPECT_EQ("ba,9;", backend().calls.at(2).bytes);
+  EXPECT_EQ(write("a", "9"), 0);
+  EXPECT_EQ(backend().calls.at(2).bytes, "ba,9;");
 }
 
 TEST_F(KeyValues, TextInMemoryIsUnpacked) {
   text_in_memory = "a,1;b,2;";
   Rows rows(2);
-  EXPECT_EQ(0, rows.read(handle_.get()));
-  EXPECT_EQ(2, rows.count);
-  EXPECT_STREQ("a", rows.keys[0].data());
-  EXPECT_STREQ("1", rows.values[0].data());
-  EXPECT_STREQ("b", rows.keys[1].data());
-  EXPECT_STREQ("2", rows.values[1].data());
-  EXPECT_EQ(1, read_said(LOG_LVL_DBUG, "read from db: a,1;b,2;\n"));
-  EXPECT_EQ(1, read_said(LOG_LVL_DBUG, "key: a, value: 1\n"));
-  EXPECT_EQ(1, read_said(LOG_LVL_DBUG, "key: b, value: 2\n"));
-  EXPECT_EQ(1, read_said(LOG_LVL_DBUG, "key-value pairs num: 2\n"));
+  EXPECT_EQ(rows.read(handle_.get()), 0);
+  EXPECT_EQ(rows.count, 2);
+  EXPECT_STREQ(rows.keys[0].data(), "a");
+  EXPECT_STREQ(rows.values[0].data(), "1");
+  EXPECT_STREQ(rows.keys[1].data(), "b");
+  EXPECT_STREQ(rows.values[1].data(), "2");
+  EXPECT_EQ(read_said(LOG_LVL_DBUG, "read from db: a,1;b,2;\n"), 1);
+  EXPECT_EQ(read_said(LOG_LVL_DBUG, "key: a, value: 1\n"), 1);
+  EXPECT_EQ(read_said(LOG_LVL_DBUG, "key: b, value: 2\n"), 1);
+  EXPECT_EQ(read_said(LOG_LVL_DBUG, "key-value pairs num: 2\n"), 1);
 }
 
 TEST_F(KeyValues, ListThatWouldGrowTooLong) {
   text_in_memory = std::string(1020, 'x');
-  EXPECT_EQ(0, write("a", "1"));  // 1 + 1 + 2 + 1020 bytes
-  EXPECT_EQ(1024, out_len_);
-  EXPECT_EQ(0, said(LOG_LVL_ERR, "ERROR: the length of db str out of DM_MAX_KEY_VALUE_STRLEN\n"));
+  EXPECT_EQ(write("a", "1"), 0);  // 1 + 1 + 2 + 1020 bytes
+  EXPECT_EQ(out_len_, 1024);
+  EXPECT_EQ(said(LOG_LVL_ERR, "ERROR: the length of db str out of DM_MAX_KEY_VALUE_STRLEN\n"), 0);
   text_in_memory = std::string(1021, 'x');
-  EXPECT_EQ(3, write("a", "1"));
-  EXPECT_EQ(1024, out_len_) << "untouched";
-  EXPECT_EQ(1, backend().count("write"));
-  EXPECT_EQ(1, said(LOG_LVL_ERR, "ERROR: the length of db str out of DM_MAX_KEY_VALUE_STRLEN\n"));
+  EXPECT_EQ(write("a", "1"), 3);
+  EXPECT_EQ(out_len_, 1024) << "untouched";
+  EXPECT_EQ(backend().count("write"), 1);
+  EXPECT_EQ(said(LOG_LVL_ERR, "ERROR: the length of db str out of DM_MAX_KEY_VALUE_STRLEN\n"), 1);
   text_in_memory = "a,1;" + std::string(1017, 'x');
-  EXPECT_EQ(3, write("a", "2")) << "refused although the replacement would fit";
+  EXPECT_EQ(write("a", "2"), 3) << "refused although the replacement would fit";
 }
 
 TEST_F(KeyValues, TextThatFillsTheBuffer) {
@@ -284,28 +284,28 @@ TEST_F(KeyValues, TextThatFillsTheBuffer) {
   while (text.size() < DM_MAX_KEY_VALUE_STRLEN) text += "k;";
   text_in_memory = text;
   Rows rows;  // the address sanitizer sees a row too many
-  EXPECT_EQ(0, rows.read(handle_.get()));
-  EXPECT_EQ(KELO_DM_KEY_VALUE_ROWS, rows.count);
-  EXPECT_STREQ("k", rows.keys[511].data());
-  EXPECT_STREQ("", rows.values[511].data());
-  EXPECT_EQ(3, write("a", "1"));
+  EXPECT_EQ(rows.read(handle_.get()), 0);
+  EXPECT_EQ(rows.count, KELO_DM_KEY_VALUE_ROWS);
+  EXPECT_STREQ(rows.keys[511].data(), "k");
+  EXPECT_STREQ(rows.values[511].data(), "");
+  EXPECT_EQ(write("a", "1"), 3);
 }
 
 TEST_F(KeyValues, LongKeysAndValuesAreCutToTheirRows) {
   text_in_memory = std::string(255, 'k') + "," + std::string(255, 'v') + ";" + std::string(256, 'K') + "," +
                    std::string(250, 'V') + ";";
   Rows rows(2);
-  EXPECT_EQ(0, rows.read(handle_.get()));
-  EXPECT_EQ(2, rows.count);
-  EXPECT_EQ(std::string(255, 'k'), rows.keys[0].data());
-  EXPECT_EQ(std::string(255, 'v'), rows.values[0].data());
-  EXPECT_EQ(std::string(255, 'K'), rows.keys[1].data());
-  EXPECT_EQ(std::string(250, 'V'), rows.values[1].data());
+  EXPECT_EQ(rows.read(handle_.get()), 0);
+  EXPECT_EQ(rows.count, 2);
+  EXPECT_EQ(rows.keys[0].data(), std::string(255, 'k'));
+  EXPECT_EQ(rows.values[0].data(), std::string(255, 'v'));
+  EXPECT_EQ(rows.keys[1].data(), std::string(255, 'K'));
+  EXPECT_EQ(rows.values[1].data(), std::string(250, 'V'));
 
   text_in_memory = "k," + std::string(256, 'v') + ";";
   Rows cut(1);
-  EXPECT_EQ(0, cut.read(handle_.get()));
-  EXPECT_EQ(std::string(255, 'v'), cut.values[0].data());
+  EXPECT_EQ(cut.read(handle_.get()), 0);
+  EXPECT_EQ(cut.values[0].data(), std::string(255, 'v'));
 }
 
 }  // namespace

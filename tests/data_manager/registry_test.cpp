@@ -65,20 +65,20 @@ const kelo_dm_item_desc* registered(std::int32_t id) {
 }
 
 TEST(Registry, RowsOfACTable) {
-  EXPECT_EQ(1203, c_table[0].id);
-  EXPECT_STREQ("NET_TAB", c_table[0].desc.item_table);
-  EXPECT_STREQ("CHANNEL", c_table[0].desc.item_key);
-  EXPECT_EQ(3, c_table[0].desc.def_type);
+  EXPECT_EQ(c_table[0].id, 1203);
+  EXPECT_STREQ(c_table[0].desc.item_table, "NET_TAB");
+  EXPECT_STREQ(c_table[0].desc.item_key, "CHANNEL");
+  EXPECT_EQ(c_table[0].desc.def_type, 3);
   EXPECT_TRUE(holds<std::int32_t>(c_table[0], 6));
-  EXPECT_EQ(4, c_table[0].desc.len);
-  EXPECT_EQ(5, c_table[1].desc.def_type);
-  EXPECT_STREQ("home", pointed_at<char>(c_table[1]));
-  EXPECT_EQ(4, c_table[1].desc.len);
-  EXPECT_EQ(6, c_table[2].desc.def_type);
-  EXPECT_EQ(0, std::memcmp(pointed_at<void>(c_table[2]), "\xDE\xAD\xBE", 3));
-  EXPECT_EQ(3, c_table[2].desc.len);
+  EXPECT_EQ(c_table[0].desc.len, 4);
+  EXPECT_EQ(c_table[1].desc.def_type, 5);
+  EXPECT_STREQ(pointed_at<char>(c_table[1]), "home");
+  EXPECT_EQ(c_table[1].desc.len, 4);
+  EXPECT_EQ(c_table[2].desc.def_type, 6);
+  EXPECT_EQ(std::memcmp(pointed_at<void>(c_table[2]), "\xDE\xAD\xBE", 3), 0);
+  EXPECT_EQ(c_table[2].desc.len, 3);
   EXPECT_TRUE(holds<std::int8_t>(c_table[3], -2));
-  EXPECT_EQ(-1, c_table[4].id);
+  EXPECT_EQ(c_table[4].id, -1);
 }
 
 // The macros make constants, so a table needs no code to run before main().
@@ -88,8 +88,8 @@ TEST(Registry, RowsOfACppTable) {
                                  {3, {"T", "M", 0, KELO_DM_BYTES(kSecret), KELO_DM_TYPE_BUFFER, 4}},
                                  KELO_DM_END};
   EXPECT_TRUE(holds<std::uint32_t>(table[0], 0xFFFFFFFFU));
-  EXPECT_STREQ("text", pointed_at<char>(table[1]));
-  EXPECT_EQ(kSecret, pointed_at<std::uint8_t>(table[2]));
+  EXPECT_STREQ(pointed_at<char>(table[1]), "text");
+  EXPECT_EQ(pointed_at<std::uint8_t>(table[2]), kSecret);
 }
 
 TEST(Registry, ScalarsAreInTheFirstBytesOfTheirField) {
@@ -108,37 +108,37 @@ TEST(Registry, ScalarsAreInTheFirstBytesOfTheirField) {
 
 TEST(Registry, NullTable) {
   const LogCapture capture;
-  EXPECT_EQ(-3, kelo_dm_reg_def_items(nullptr));
-  EXPECT_EQ(1, capture.count(LOG_LVL_ERR, "oem_dm_reg_def_items", "kelo_dm_reg_def_items param NULL\n"))
+  EXPECT_EQ(kelo_dm_reg_def_items(nullptr), -3);
+  EXPECT_EQ(capture.count(LOG_LVL_ERR, "oem_dm_reg_def_items", "kelo_dm_reg_def_items param NULL\n"), 1)
       << capture.dump();
-  EXPECT_EQ(0, symOpen(64)) << "the id map was opened for a null table";
+  EXPECT_EQ(symOpen(64), 0) << "the id map was opened for a null table";
 }
 
 TEST(Registry, TableWithoutItemsOpensTheMapOnly) {
   const LogCapture capture;
   kelo_dm_item end = KELO_DM_END;
-  EXPECT_EQ(0, kelo_dm_reg_def_items(&end));
-  EXPECT_EQ(1, symOpen(64)) << "the id map does not hold the first table";
-  EXPECT_EQ(-1, kelo_dm_construct_def_database(0));
-  EXPECT_EQ(1, capture.count(LOG_LVL_DBUG, "oem_dm_construct_def_database", "tmp_cnt 0!\n"));
+  EXPECT_EQ(kelo_dm_reg_def_items(&end), 0);
+  EXPECT_EQ(symOpen(64), 1) << "the id map does not hold the first table";
+  EXPECT_EQ(kelo_dm_construct_def_database(0), -1);
+  EXPECT_EQ(capture.count(LOG_LVL_DBUG, "oem_dm_construct_def_database", "tmp_cnt 0!\n"), 1);
 }
 
 TEST(Registry, MapThatCannotBeOpened) {
   const LogCapture capture;
   std::vector<kelo_dm_item> items = three_items();
   id_map_fails = true;
-  EXPECT_EQ(-4, kelo_dm_reg_def_items(items.data()));
-  EXPECT_EQ(1, capture.count(LOG_LVL_ERR, "oem_dm_reg_def_items", "oem_dm_def_reg_map_symtab open failed\n"));
-  EXPECT_EQ(-1, kelo_dm_construct_def_database(0));
+  EXPECT_EQ(kelo_dm_reg_def_items(items.data()), -4);
+  EXPECT_EQ(capture.count(LOG_LVL_ERR, "oem_dm_reg_def_items", "oem_dm_def_reg_map_symtab open failed\n"), 1);
+  EXPECT_EQ(kelo_dm_construct_def_database(0), -1);
   id_map_fails = false;
-  EXPECT_EQ(0, kelo_dm_reg_def_items(items.data()));
+  EXPECT_EQ(kelo_dm_reg_def_items(items.data()), 0);
   EXPECT_EQ(&items[0].desc, registered(5));
 }
 
 TEST(Registry, NothingIsFoundBeforeRegistration) {
   const LogCapture capture;
-  EXPECT_EQ(nullptr, registered(5));
-  EXPECT_EQ(1, capture.count(LOG_LVL_ERR, "oem_dm_write", "symLookup failed: 5\n")) << capture.dump();
+  EXPECT_EQ(registered(5), nullptr);
+  EXPECT_EQ(capture.count(LOG_LVL_ERR, "oem_dm_write", "symLookup failed: 5\n"), 1) << capture.dump();
 }
 
 TEST(Registry, ItemsAreFoundByTheirIds) {
@@ -146,93 +146,93 @@ TEST(Registry, ItemsAreFoundByTheirIds) {
   items[0].id = INT_MIN;
   items[1].id = INT_MAX;
   items[2].id = -2;
-  EXPECT_EQ(0, kelo_dm_reg_def_items(items.data()));
+  EXPECT_EQ(kelo_dm_reg_def_items(items.data()), 0);
   EXPECT_EQ(&items[0].desc, registered(INT_MIN));
-  EXPECT_EQ(static_cast<std::uint32_t>(INT_MIN), backend().calls.at(0).id);
+  EXPECT_EQ(backend().calls.at(0).id, static_cast<std::uint32_t>(INT_MIN));
   EXPECT_EQ(&items[1].desc, registered(INT_MAX));
   EXPECT_EQ(&items[2].desc, registered(-2));
-  EXPECT_EQ(0xFFFFFFFEU, backend().calls.at(0).id);
-  EXPECT_EQ(nullptr, registered(2));
-  EXPECT_EQ(nullptr, registered(0));
-  EXPECT_EQ(nullptr, registered(-1));
+  EXPECT_EQ(backend().calls.at(0).id, 0xFFFFFFFEU);
+  EXPECT_EQ(registered(2), nullptr);
+  EXPECT_EQ(registered(0), nullptr);
+  EXPECT_EQ(registered(-1), nullptr);
 }
 
 TEST(Registry, UnknownIdsAreLoggedInFull) {
   const LogCapture capture;
   kelo_dm_item end = KELO_DM_END;
-  ASSERT_EQ(0, kelo_dm_reg_def_items(&end));
-  EXPECT_EQ(nullptr, registered(INT_MIN));
-  EXPECT_EQ(nullptr, registered(INT_MAX));
-  EXPECT_EQ(1, capture.count(LOG_LVL_ERR, "symLookup failed: -2147483648\n"));
-  EXPECT_EQ(1, capture.count(LOG_LVL_ERR, "symLookup failed: 2147483647\n"));
+  ASSERT_EQ(kelo_dm_reg_def_items(&end), 0);
+  EXPECT_EQ(registered(INT_MIN), nullptr);
+  EXPECT_EQ(registered(INT_MAX), nullptr);
+  EXPECT_EQ(capture.count(LOG_LVL_ERR, "symLookup failed: -2147483648\n"), 1);
+  EXPECT_EQ(capture.count(LOG_LVL_ERR, "symLookup failed: 2147483647\n"), 1);
 }
 
 TEST(Registry, RowsAfterTheEndAreNotSeen) {
   std::vector<kelo_dm_item> items = three_items();
   items[1].id = -1;
-  EXPECT_EQ(0, kelo_dm_reg_def_items(items.data()));
+  EXPECT_EQ(kelo_dm_reg_def_items(items.data()), 0);
   EXPECT_EQ(&items[0].desc, registered(5));
-  EXPECT_EQ(nullptr, registered(7));
+  EXPECT_EQ(registered(7), nullptr);
 }
 
 TEST(Registry, ItemsStayWhenTheFirstUserOfTheTablesForgetsThemAll) {
   const kelo::tests::LastingAllocations forgotten_handles;
   std::vector<kelo_dm_item> items = three_items();
-  ASSERT_EQ(0, kelo_dm_reg_def_items(items.data()));
-  EXPECT_EQ(0, symSubOpen());
+  ASSERT_EQ(kelo_dm_reg_def_items(items.data()), 0);
+  EXPECT_EQ(symSubOpen(), 0);
   EXPECT_EQ(&items[0].desc, registered(5));
 
   const sym_fd own_table = symOpen(4);
-  EXPECT_EQ(0, own_table) << "all handles were forgotten";
-  EXPECT_EQ(nullptr, symLookup(own_table, "5"));
+  EXPECT_EQ(own_table, 0) << "all handles were forgotten";
+  EXPECT_EQ(symLookup(own_table, "5"), nullptr);
   std::vector<kelo_dm_item> more = three_items();
   more[1].id = 8;
-  ASSERT_EQ(0, kelo_dm_reg_def_items(more.data()));
+  ASSERT_EQ(kelo_dm_reg_def_items(more.data()), 0);
   EXPECT_EQ(&more[0].desc, registered(5));
   EXPECT_EQ(&items[1].desc, registered(6));
   EXPECT_EQ(&more[1].desc, registered(8));
-  EXPECT_EQ(nullptr, symLookup(own_table, "8")) << "an item went into a table of the program";
+  EXPECT_EQ(symLookup(own_table, "8"), nullptr) << "an item went into a table of the program";
   symClose(own_table);
   EXPECT_EQ(&more[0].desc, registered(5));
 }
 
 TEST(Registry, ItemsStayWhenAProgramClosesATableThatIsNotItsOwn) {
   std::vector<kelo_dm_item> items = three_items();
-  ASSERT_EQ(0, kelo_dm_reg_def_items(items.data()));
+  ASSERT_EQ(kelo_dm_reg_def_items(items.data()), 0);
   for (sym_fd sd = 0; sd < 3; ++sd) symClose(sd);
   EXPECT_EQ(&items[0].desc, registered(5));
   std::vector<kelo_dm_item> more = three_items();
-  ASSERT_EQ(0, kelo_dm_reg_def_items(more.data()));
+  ASSERT_EQ(kelo_dm_reg_def_items(more.data()), 0);
   EXPECT_EQ(&more[2].desc, registered(7));
 }
 
 TEST(Registry, MapIsAnOpenTable) {
   std::vector<kelo_dm_item> items = three_items();
-  ASSERT_EQ(0, kelo_dm_reg_def_items(items.data()));
+  ASSERT_EQ(kelo_dm_reg_def_items(items.data()), 0);
   const sym_t* const entry = symLookup(0, "5");
-  ASSERT_NE(nullptr, entry);
+  ASSERT_NE(entry, nullptr);
   EXPECT_EQ(&items[0].desc, entry->content.payload.symbol);
-  EXPECT_EQ(0, entry->arg);
+  EXPECT_EQ(entry->arg, 0);
 }
 
 TEST(Registry, TypeIsTakenFromTheDeclaredType) {
   std::vector<kelo_dm_item> items = three_items();
   for (kelo_dm_item& item : items) item.desc.type = 99;
-  EXPECT_EQ(0, kelo_dm_reg_def_items(items.data()));
-  EXPECT_EQ(3, items[0].desc.type);
-  EXPECT_EQ(5, items[1].desc.type);
-  EXPECT_EQ(6, items[2].desc.type);
-  EXPECT_EQ(99, items[3].desc.type) << "the end of the table was changed";
+  EXPECT_EQ(kelo_dm_reg_def_items(items.data()), 0);
+  EXPECT_EQ(items[0].desc.type, 3);
+  EXPECT_EQ(items[1].desc.type, 5);
+  EXPECT_EQ(items[2].desc.type, 6);
+  EXPECT_EQ(items[3].desc.type, 99) << "the end of the table was changed";
 }
 
 TEST(Registry, LaterItemWithTheSameIdIsFound) {
   std::vector<kelo_dm_item> items = three_items();
   items[1].id = 5;
-  EXPECT_EQ(0, kelo_dm_reg_def_items(items.data()));
+  EXPECT_EQ(kelo_dm_reg_def_items(items.data()), 0);
   EXPECT_EQ(&items[1].desc, registered(5));
 
   std::vector<kelo_dm_item> more = three_items();
-  EXPECT_EQ(0, kelo_dm_reg_def_items(more.data()));
+  EXPECT_EQ(kelo_dm_reg_def_items(more.data()), 0);
   EXPECT_EQ(&more[0].desc, registered(5));
   EXPECT_EQ(&more[1].desc, registered(6));
 }
@@ -243,7 +243,7 @@ TEST(Registry, ThousandItems) {
   for (int id = 0; id < 1000; ++id)
     items.push_back(KELO_DM_ITEM(id * 7 - 3500, "TAB", "KEY", KELO_DM_TYPE_SCALAR3, id, 4));
   items.push_back(KELO_DM_END);
-  ASSERT_EQ(0, kelo_dm_reg_def_items(items.data()));
+  ASSERT_EQ(kelo_dm_reg_def_items(items.data()), 0);
   for (std::size_t i = 0; i + 1 < items.size(); ++i)
     ASSERT_EQ(&items[i].desc, registered(items[i].id)) << items[i].id;
 }
@@ -251,10 +251,10 @@ TEST(Registry, ThousandItems) {
 TEST(Registry, NoMemoryForTheListIsFatal) {
   std::vector<kelo_dm_item> items = three_items();
   kelo_dm_item end = KELO_DM_END;
-  ASSERT_EQ(0, kelo_dm_reg_def_items(&end));
+  ASSERT_EQ(kelo_dm_reg_def_items(&end), 0);
   {
     const FailingHeap none(0);
-    EXPECT_EQ(0, kelo_dm_reg_def_items(&end)) << "a table without items needs no memory";
+    EXPECT_EQ(kelo_dm_reg_def_items(&end), 0) << "a table without items needs no memory";
   }
   KELO_EXPECT_FATAL({
     const FailingHeap none(0);
@@ -265,17 +265,17 @@ TEST(Registry, NoMemoryForTheListIsFatal) {
 TEST(Registry, HandleStartsEmptyAndGoesThroughTheHook) {
   hook_fills_operations = false;
   kelo_dm_handle* const handle = kelo_dm_reg(-77);
-  EXPECT_EQ(-77, handle->id);
-  EXPECT_EQ(std::vector<std::int32_t>{-77}, hook_ids);
+  EXPECT_EQ(handle->id, -77);
+  EXPECT_EQ(hook_ids, std::vector<std::int32_t>{-77});
   const kelo_dm_operations empty = {};
-  EXPECT_EQ(0, std::memcmp(&empty, &handle->operations, sizeof empty));
-  EXPECT_EQ(0, kelo_dm_unreg(handle));
+  EXPECT_EQ(std::memcmp(&empty, &handle->operations, sizeof empty), 0);
+  EXPECT_EQ(kelo_dm_unreg(handle), 0);
 
   hook_fills_operations = true;
   kelo_dm_handle* const filled = kelo_dm_reg(3);
-  EXPECT_NE(nullptr, filled->operations.read_def_items_db_version);
-  EXPECT_EQ((std::vector<std::int32_t>{-77, 3}), hook_ids);
-  EXPECT_EQ(0, kelo_dm_unreg(filled));
+  EXPECT_NE(filled->operations.read_def_items_db_version, nullptr);
+  EXPECT_EQ(hook_ids, (std::vector<std::int32_t>{-77, 3}));
+  EXPECT_EQ(kelo_dm_unreg(filled), 0);
 }
 
 TEST(Registry, NoMemoryForAHandleIsFatal) {
@@ -287,16 +287,16 @@ TEST(Registry, NoMemoryForAHandleIsFatal) {
 
 TEST(Registry, UnregisterNull) {
   const LogCapture capture;
-  EXPECT_EQ(-1, kelo_dm_unreg(nullptr));
-  EXPECT_EQ(1, capture.count(LOG_LVL_ERR, "oem_dm_unreg", "kelo_dm_unreg param NULL\n"));
+  EXPECT_EQ(kelo_dm_unreg(nullptr), -1);
+  EXPECT_EQ(capture.count(LOG_LVL_ERR, "oem_dm_unreg", "kelo_dm_unreg param NULL\n"), 1);
 }
 
 TEST(Registry, ConstructWithoutItems) {
   const LogCapture capture;
-  EXPECT_EQ(-1, kelo_dm_construct_def_database(9));
-  EXPECT_EQ(std::vector<std::int32_t>{9}, hook_ids) << "the storage is registered first";
-  EXPECT_EQ(1, capture.count(LOG_LVL_DBUG, "oem_dm_construct_def_database", "tmp_cnt 0!\n"));
-  EXPECT_EQ(0, capture.count_containing(LOG_LVL_DBUG, "tmp_cnt--"));
+  EXPECT_EQ(kelo_dm_construct_def_database(9), -1);
+  EXPECT_EQ(hook_ids, std::vector<std::int32_t>{9}) << "the storage is registered first";
+  EXPECT_EQ(capture.count(LOG_LVL_DBUG, "oem_dm_construct_def_database", "tmp_cnt 0!\n"), 1);
+  EXPECT_EQ(capture.count_containing(LOG_LVL_DBUG, "tmp_cnt--"), 0);
 }
 
 TEST(Registry, ConstructStoresEveryDefaultInOrder) {
@@ -304,43 +304,43 @@ TEST(Registry, ConstructStoresEveryDefaultInOrder) {
   std::vector<kelo_dm_item> items = three_items();
   items[1].id = 5;
   std::vector<kelo_dm_item> more = three_items();
-  ASSERT_EQ(0, kelo_dm_reg_def_items(items.data()));
-  ASSERT_EQ(0, kelo_dm_reg_def_items(more.data()));
-  ASSERT_EQ(0, kelo_dm_reg_def_items(more.data()));
+  ASSERT_EQ(kelo_dm_reg_def_items(items.data()), 0);
+  ASSERT_EQ(kelo_dm_reg_def_items(more.data()), 0);
+  ASSERT_EQ(kelo_dm_reg_def_items(more.data()), 0);
   items[2].desc.type = 99;
   backend().write_result = -1;  // ignored
-  EXPECT_EQ(0, kelo_dm_construct_def_database(4));
+  EXPECT_EQ(kelo_dm_construct_def_database(4), 0);
 
-  EXPECT_EQ(std::vector<std::int32_t>{4}, hook_ids);
-  ASSERT_EQ(9U, backend().calls.size());
+  EXPECT_EQ(hook_ids, std::vector<std::int32_t>{4});
+  ASSERT_EQ(backend().calls.size(), 9U);
   for (std::size_t i = 0; i < 9; ++i) {
     const kelo_dm_item& item = i < 3 ? items[i] : more[i % 3];
     const kelo::tests::BackendCall& call = backend().calls[i];
-    EXPECT_EQ("def_db_const", call.slot);
+    EXPECT_EQ(call.slot, "def_db_const");
     EXPECT_EQ(static_cast<std::uint32_t>(item.id), call.id);
     EXPECT_EQ(&item.desc, call.item);
     EXPECT_EQ(&item.desc.def_value, call.address);
     EXPECT_EQ(item.desc.len, call.len);
   }
-  EXPECT_EQ(6, items[2].desc.type) << "the declared type counts again";
-  EXPECT_EQ(1, capture.count(LOG_LVL_DBUG, "oem_dm_construct_def_database", "tmp_cnt 9!\n"));
-  EXPECT_EQ(1, capture.count(LOG_LVL_DBUG, "oem_dm_construct_def_database", "tmp_cnt-- 0!\n"));
+  EXPECT_EQ(items[2].desc.type, 6) << "the declared type counts again";
+  EXPECT_EQ(capture.count(LOG_LVL_DBUG, "oem_dm_construct_def_database", "tmp_cnt 9!\n"), 1);
+  EXPECT_EQ(capture.count(LOG_LVL_DBUG, "oem_dm_construct_def_database", "tmp_cnt-- 0!\n"), 1);
 }
 
 TEST(Registry, ConstructWhileCleaning) {
   const LogCapture capture;
   std::vector<kelo_dm_item> items = three_items();
-  ASSERT_EQ(0, kelo_dm_reg_def_items(items.data()));
+  ASSERT_EQ(kelo_dm_reg_def_items(items.data()), 0);
   const RecordingHandle handle;
   const Cleaning cleaning(handle);
-  EXPECT_EQ(0, kelo_dm_construct_def_database(4));
+  EXPECT_EQ(kelo_dm_construct_def_database(4), 0);
   EXPECT_TRUE(backend().calls.empty());
-  EXPECT_EQ(1, capture.count(LOG_LVL_DBUG, "tmp_cnt-- 0!\n"));
+  EXPECT_EQ(capture.count(LOG_LVL_DBUG, "tmp_cnt-- 0!\n"), 1);
 }
 
 TEST(Registry, ConstructWithoutBackEndIsFatal) {
   std::vector<kelo_dm_item> items = three_items();
-  ASSERT_EQ(0, kelo_dm_reg_def_items(items.data()));
+  ASSERT_EQ(kelo_dm_reg_def_items(items.data()), 0);
   hook_fills_operations = false;
   KELO_EXPECT_FATAL(kelo_dm_construct_def_database(4));
 }
@@ -349,14 +349,14 @@ TEST(Registry, DefaultIsHandedToTheStorage) {
   const RecordingHandle handle;
   kelo_dm_item_desc item = {};
   backend().write_result = 17;
-  EXPECT_EQ(17, kelo_dm_def_items_write(handle.get(), -5, &item, "value", 5));
-  ASSERT_EQ(1U, backend().calls.size());
-  EXPECT_EQ("def_db_const", backend().calls[0].slot);
-  EXPECT_EQ(0xFFFFFFFBU, backend().calls[0].id);
+  EXPECT_EQ(kelo_dm_def_items_write(handle.get(), -5, &item, "value", 5), 17);
+  ASSERT_EQ(backend().calls.size(), 1U);
+  EXPECT_EQ(backend().calls[0].slot, "def_db_const");
+  EXPECT_EQ(backend().calls[0].id, 0xFFFFFFFBU);
   EXPECT_EQ(&item, backend().calls[0].item);
-  EXPECT_EQ("value", backend().calls[0].bytes);
-  EXPECT_EQ(17, kelo_dm_def_items_write(handle.get(), 5, &item, "value", -1)) << "lengths are the storage's";
-  EXPECT_EQ(-1, backend().calls.at(1).len);
+  EXPECT_EQ(backend().calls[0].bytes, "value");
+  EXPECT_EQ(kelo_dm_def_items_write(handle.get(), 5, &item, "value", -1), 17) << "lengths are the storage's";
+  EXPECT_EQ(backend().calls.at(1).len, -1);
 }
 
 TEST(Registry, DefaultIsReadFromTheStorage) {
@@ -364,15 +364,15 @@ TEST(Registry, DefaultIsReadFromTheStorage) {
   kelo_dm_item_desc item = {};
   std::array<char, 8> buffer{};
   backend().stored = "value";
-  EXPECT_EQ(5, kelo_dm_def_items_read(handle.get(), 5, &item, buffer.data(), 8));
-  EXPECT_STREQ("value", buffer.data());
-  ASSERT_EQ(1U, backend().calls.size());
-  EXPECT_EQ("def_db_read", backend().calls[0].slot);
-  EXPECT_EQ(5U, backend().calls[0].id);
+  EXPECT_EQ(kelo_dm_def_items_read(handle.get(), 5, &item, buffer.data(), 8), 5);
+  EXPECT_STREQ(buffer.data(), "value");
+  ASSERT_EQ(backend().calls.size(), 1U);
+  EXPECT_EQ(backend().calls[0].slot, "def_db_read");
+  EXPECT_EQ(backend().calls[0].id, 5U);
   EXPECT_EQ(&item, backend().calls[0].item);
-  EXPECT_EQ(8, backend().calls[0].len);
+  EXPECT_EQ(backend().calls[0].len, 8);
   backend().read_failure = -101;
-  EXPECT_EQ(-101, kelo_dm_def_items_read(handle.get(), 5, &item, buffer.data(), 8));
+  EXPECT_EQ(kelo_dm_def_items_read(handle.get(), 5, &item, buffer.data(), 8), -101);
 }
 
 TEST(Registry, BadArgumentsOfTheDefaultCalls) {
@@ -380,14 +380,14 @@ TEST(Registry, BadArgumentsOfTheDefaultCalls) {
   const RecordingHandle handle;
   kelo_dm_item_desc item = {};
   std::array<char, 4> buffer = {'k', 'e', 'p', 't'};
-  EXPECT_EQ(-3, kelo_dm_def_items_write(nullptr, 5, &item, "v", 1));
-  EXPECT_EQ(-3, kelo_dm_def_items_write(handle.get(), 5, nullptr, "v", 1));
-  EXPECT_EQ(-3, kelo_dm_def_items_write(handle.get(), 5, &item, nullptr, 1));
-  EXPECT_EQ(3, capture.count(LOG_LVL_ERR, "oem_dm_def_items_write", "kelo_dm_def_items_write param NULL\n"));
-  EXPECT_EQ(-3, kelo_dm_def_items_read(nullptr, 5, &item, buffer.data(), 4));
-  EXPECT_EQ(-3, kelo_dm_def_items_read(handle.get(), 5, nullptr, buffer.data(), 4));
-  EXPECT_EQ(-3, kelo_dm_def_items_read(handle.get(), 5, &item, nullptr, 4));
-  EXPECT_EQ(3, capture.count(LOG_LVL_ERR, "oem_dm_def_items_read", "kelo_dm_def_items_read param NULL\n"));
+  EXPECT_EQ(kelo_dm_def_items_write(nullptr, 5, &item, "v", 1), -3);
+  EXPECT_EQ(kelo_dm_def_items_write(handle.get(), 5, nullptr, "v", 1), -3);
+  EXPECT_EQ(kelo_dm_def_items_write(handle.get(), 5, &item, nullptr, 1), -3);
+  EXPECT_EQ(capture.count(LOG_LVL_ERR, "oem_dm_def_items_write", "kelo_dm_def_items_write param NULL\n"), 3);
+  EXPECT_EQ(kelo_dm_def_items_read(nullptr, 5, &item, buffer.data(), 4), -3);
+  EXPECT_EQ(kelo_dm_def_items_read(handle.get(), 5, nullptr, buffer.data(), 4), -3);
+  EXPECT_EQ(kelo_dm_def_items_read(handle.get(), 5, &item, nullptr, 4), -3);
+  EXPECT_EQ(capture.count(LOG_LVL_ERR, "oem_dm_def_items_read", "kelo_dm_def_items_read param NULL\n"), 3);
   EXPECT_EQ("kept", std::string_view(buffer.data(), 4));
   EXPECT_TRUE(backend().calls.empty());
 }
@@ -399,17 +399,17 @@ TEST(Registry, DefaultCallsRestWhileCleaning) {
   std::array<char, 4> buffer = {'k', 'e', 'p', 't'};
   backend().write_result = -1;
   backend().stored = "lost";
-  EXPECT_EQ(0, kelo_dm_def_items_write(handle.get(), 5, &item, "v", 1));
-  EXPECT_EQ(0, kelo_dm_def_items_read(handle.get(), 5, &item, buffer.data(), 4));
+  EXPECT_EQ(kelo_dm_def_items_write(handle.get(), 5, &item, "v", 1), 0);
+  EXPECT_EQ(kelo_dm_def_items_read(handle.get(), 5, &item, buffer.data(), 4), 0);
   EXPECT_EQ("kept", std::string_view(buffer.data(), 4));
   EXPECT_TRUE(backend().calls.empty());
-  EXPECT_EQ(-3, kelo_dm_def_items_write(handle.get(), 5, &item, nullptr, 1)) << "arguments are checked first";
+  EXPECT_EQ(kelo_dm_def_items_write(handle.get(), 5, &item, nullptr, 1), -3) << "arguments are checked first";
 
   // An empty slot matters only when it is needed.
   handle->def_db_const = nullptr;
   handle->def_db_read = nullptr;
-  EXPECT_EQ(0, kelo_dm_def_items_write(handle.get(), 5, &item, "v", 1));
-  EXPECT_EQ(0, kelo_dm_def_items_read(handle.get(), 5, &item, buffer.data(), 4));
+  EXPECT_EQ(kelo_dm_def_items_write(handle.get(), 5, &item, "v", 1), 0);
+  EXPECT_EQ(kelo_dm_def_items_read(handle.get(), 5, &item, buffer.data(), 4), 0);
 }
 
 TEST(Registry, EmptyDefaultSlotsAreFatal) {
@@ -428,14 +428,14 @@ TEST(Registry, CompareId) {
   kelo_dm_item_node node = {{}, &item};
   kelo_dm_item_node hollow = {};
   std::int32_t id = 5;
-  EXPECT_EQ(1, kelo_dm_compare_id(&node.link, &id));
-  EXPECT_EQ(0, kelo_dm_compare_id(&hollow.link, &id));
+  EXPECT_EQ(kelo_dm_compare_id(&node.link, &id), 1);
+  EXPECT_EQ(kelo_dm_compare_id(&hollow.link, &id), 0);
   id = 6;
-  EXPECT_EQ(0, kelo_dm_compare_id(&node.link, &id));
+  EXPECT_EQ(kelo_dm_compare_id(&node.link, &id), 0);
   EXPECT_TRUE(capture.lines().empty());
-  EXPECT_EQ(0, kelo_dm_compare_id(nullptr, &id));
-  EXPECT_EQ(0, kelo_dm_compare_id(&node.link, nullptr));
-  EXPECT_EQ(2, capture.count(LOG_LVL_ERR, "oem_dm_compare_id", "kelo_dm_compare_id param NULL\n"));
+  EXPECT_EQ(kelo_dm_compare_id(nullptr, &id), 0);
+  EXPECT_EQ(kelo_dm_compare_id(&node.link, nullptr), 0);
+  EXPECT_EQ(capture.count(LOG_LVL_ERR, "oem_dm_compare_id", "kelo_dm_compare_id param NULL\n"), 2);
 }
 
 TEST(Registry, CompareIdSearchesAQueueOfItems) {
@@ -450,7 +450,7 @@ TEST(Registry, CompareIdSearchesAQueueOfItems) {
   const std::int32_t wanted = 6;
   EXPECT_EQ(&nodes[1].link, q_linear_search(&queue, kelo_dm_compare_id, &wanted));
   const std::int32_t unknown = 8;
-  EXPECT_EQ(nullptr, q_linear_search(&queue, kelo_dm_compare_id, &unknown));
+  EXPECT_EQ(q_linear_search(&queue, kelo_dm_compare_id, &unknown), nullptr);
   q_destroy(&queue);
 }
 

@@ -47,36 +47,37 @@ std::string value_of(std::int32_t id) {
 TEST(SyncMem, UnknownIdReadsAsMinusOneAndLeavesTheBuffer) {
   const LogCapture capture;
   const Read read = load(0x1203, 8);
-  EXPECT_EQ(-1, read.length);
-  EXPECT_EQ("########", read.buffer);
-  EXPECT_EQ(1, capture.count(LOG_LVL_ERR, "oem_dm_read_item_from_mem", "read_item:1203 from_mem fail!\n"))
+  EXPECT_EQ(read.length, -1);
+  EXPECT_EQ(read.buffer, "########");
+  EXPECT_EQ(capture.count(LOG_LVL_ERR, "oem_dm_read_item_from_mem", "read_item:1203 from_mem fail!\n"), 1)
       << capture.dump();
 }
 
 TEST(SyncMem, FirstWriteAddsAndSaysSo) {
   const LogCapture capture;
   store(0xAB, "value");
-  EXPECT_EQ(1, capture.count(LOG_LVL_ERR, "oem_dm_update_item_value_to_mem",
-                             "dm_update_item_value_to_mem:no item found \n"));
-  EXPECT_EQ(1, capture.count(LOG_LVL_DBUG, "oem_dm_add_item_to_mem", " add_item: ab to_mem \n"));
-  EXPECT_EQ(2u, capture.lines().size()) << capture.dump();
-  EXPECT_EQ("value", value_of(0xAB));
+  EXPECT_EQ(capture.count(LOG_LVL_ERR, "oem_dm_update_item_value_to_mem",
+                          "dm_update_item_value_to_mem:no item found \n"),
+            1);
+  EXPECT_EQ(capture.count(LOG_LVL_DBUG, "oem_dm_add_item_to_mem", " add_item: ab to_mem \n"), 1);
+  EXPECT_EQ(capture.lines().size(), 2u) << capture.dump();
+  EXPECT_EQ(value_of(0xAB), "value");
 }
 
 TEST(SyncMem, SecondWriteUpdatesAndSaysSo) {
   store(7, "first");
   const LogCapture capture;
   store(7, "longer second");
-  EXPECT_EQ(1, capture.count(LOG_LVL_DBUG, "oem_dm_update_item_value_to_mem", " update_len: 13 to_mem \n"));
-  EXPECT_EQ(1u, capture.lines().size()) << capture.dump();
-  EXPECT_EQ("longer second", value_of(7));
+  EXPECT_EQ(capture.count(LOG_LVL_DBUG, "oem_dm_update_item_value_to_mem", " update_len: 13 to_mem \n"), 1);
+  EXPECT_EQ(capture.lines().size(), 1u) << capture.dump();
+  EXPECT_EQ(value_of(7), "longer second");
 }
 
 TEST(SyncMem, ReadSaysIdAndLength) {
   store(0x10, "four");
   const LogCapture capture;
   load(0x10, 3);
-  EXPECT_EQ(1, capture.count(LOG_LVL_DBUG, "oem_dm_read_item_from_mem", "read_item:10 from_mem len 3 !!\n"))
+  EXPECT_EQ(capture.count(LOG_LVL_DBUG, "oem_dm_read_item_from_mem", "read_item:10 from_mem len 3 !!\n"), 1)
       << capture.dump();
 }
 
@@ -84,10 +85,10 @@ TEST(SyncMem, ShorterValueReplacesTheWholeOfALongerOne) {
   store(1, "0123456789");
   store(1, "abcd");
   const Read read = load(1, 16);
-  EXPECT_EQ(4, read.length);
-  EXPECT_EQ("abcd############", read.buffer);
+  EXPECT_EQ(read.length, 4);
+  EXPECT_EQ(read.buffer, "abcd############");
   store(1, "ABCDEFGHIJ");
-  EXPECT_EQ("ABCDEFGHIJ", value_of(1));
+  EXPECT_EQ(value_of(1), "ABCDEFGHIJ");
 }
 
 class Room : public testing::TestWithParam<std::int32_t> {};
@@ -98,17 +99,17 @@ TEST_P(Room, BoundsTheCopy) {
   const Read read = load(1, room);
   EXPECT_EQ(std::min(room, 10), read.length);
   const auto copied = static_cast<std::size_t>(std::max(read.length, 0));
-  EXPECT_EQ(std::string("0123456789").substr(0, copied), read.buffer.substr(0, copied));
-  EXPECT_EQ(std::string(read.buffer.size() - copied, '#'), read.buffer.substr(copied));
+  EXPECT_EQ(read.buffer.substr(0, copied), std::string("0123456789").substr(0, copied));
+  EXPECT_EQ(read.buffer.substr(copied), std::string(read.buffer.size() - copied, '#'));
 }
 INSTANTIATE_TEST_SUITE_P(AtBelowAndAbove, Room, testing::Values(-1, 0, 1, 6, 9, 10, 11, 64));
 
 TEST(SyncMem, EmptyValueIsAValue) {
   store(5, "");
-  EXPECT_EQ(0, load(5, 4).length);
+  EXPECT_EQ(load(5, 4).length, 0);
   store(5, "x");
   store(5, "");
-  EXPECT_EQ(0, load(5, 4).length);
+  EXPECT_EQ(load(5, 4).length, 0);
 }
 
 TEST(SyncMem, NullArgumentsOfAnAdditionAreLoggedAndAddNothing) {
@@ -118,9 +119,9 @@ TEST(SyncMem, NullArgumentsOfAnAdditionAreLoggedAndAddNothing) {
   kelo_dm_wr_to_mem(9, nullptr, &length);
   const std::int32_t negative = -1;
   kelo_dm_wr_to_mem(9, "text", &negative);
-  EXPECT_EQ(3, capture.count(LOG_LVL_ERR, "oem_dm_add_item_to_mem", "kelo_dm_add_item_to_mem NULL\n"))
+  EXPECT_EQ(capture.count(LOG_LVL_ERR, "oem_dm_add_item_to_mem", "kelo_dm_add_item_to_mem NULL\n"), 3)
       << capture.dump();
-  EXPECT_EQ(-1, load(9, 4).length);
+  EXPECT_EQ(load(9, 4).length, -1);
 }
 
 TEST(SyncMem, NullArgumentsOfAnUpdateChangeNothing) {
@@ -131,9 +132,9 @@ TEST(SyncMem, NullArgumentsOfAnUpdateChangeNothing) {
   kelo_dm_wr_to_mem(9, "text", nullptr);
   kelo_dm_wr_to_mem(9, nullptr, &length);
   kelo_dm_wr_to_mem(9, "text", &negative);
-  EXPECT_EQ(3, capture.count_containing(LOG_LVL_ERR, "kelo_dm_update_item_value_to_mem NULL\n"))
+  EXPECT_EQ(capture.count_containing(LOG_LVL_ERR, "kelo_dm_update_item_value_to_mem NULL\n"), 3)
       << capture.dump();
-  EXPECT_EQ("kept", value_of(9));
+  EXPECT_EQ(value_of(9), "kept");
 }
 
 TEST(SyncMem, NullArgumentsOfAReadDoNothing) {
@@ -141,10 +142,10 @@ TEST(SyncMem, NullArgumentsOfAReadDoNothing) {
   const LogCapture capture;
   std::int32_t length = 4;
   kelo_dm_rd_from_mem(9, nullptr, &length);
-  EXPECT_EQ(4, length);
+  EXPECT_EQ(length, 4);
   char buffer[4] = {'#', '#', '#', '#'};
   kelo_dm_rd_from_mem(9, buffer, nullptr);
-  EXPECT_EQ('#', buffer[0]);
+  EXPECT_EQ(buffer[0], '#');
   EXPECT_TRUE(capture.lines().empty()) << capture.dump();
 }
 
@@ -185,9 +186,9 @@ TEST(SyncMem, ThreadsThatFirstWriteTheSameIdEndWithOneItem) {
     });
   }
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(kIds, capture.count_containing(LOG_LVL_DBUG, " add_item: "));
+  EXPECT_EQ(capture.count_containing(LOG_LVL_DBUG, " add_item: "), kIds);
   EXPECT_EQ(kIds * (kThreads - 1), capture.count_containing(LOG_LVL_DBUG, " update_len: "));
-  for (int id = 0; id < kIds; ++id) ASSERT_EQ("value", value_of(id));
+  for (int id = 0; id < kIds; ++id) ASSERT_EQ(value_of(id), "value");
 }
 
 TEST(SyncMem, AReaderNeverSeesHalfAValue) {
@@ -221,9 +222,9 @@ TEST(SyncMem, WithoutMemoryForAnItemTheValueIsDropped) {
   EXPECT_NE(std::string::npos, last_line.find("=ERR="));
   EXPECT_NE(std::string::npos, last_line.find("oem_dm_construct_queue_from_kvl "));
   EXPECT_NE(std::string::npos, last_line.find("| oem_MALLOC fail!\r\n"));
-  EXPECT_EQ("none", value_of(1));
+  EXPECT_EQ(value_of(1), "none");
   store(1, "value");
-  EXPECT_EQ("value", value_of(1));
+  EXPECT_EQ(value_of(1), "value");
 }
 
 TEST(SyncMem, WithoutMemoryForTheTableTheValueIsDropped) {
@@ -232,7 +233,7 @@ TEST(SyncMem, WithoutMemoryForTheTableTheValueIsDropped) {
     const kelo::tests::FailingHeap heap(2);  // the item and its value
     kelo_dm_wr_to_mem(1, "value", &length);
   }
-  EXPECT_EQ("none", value_of(1));
+  EXPECT_EQ(value_of(1), "none");
 }
 
 // Runs `body` where the heap fails after `calls` allocations, and returns how it ended.
@@ -247,13 +248,13 @@ kelo::tests::ChildResult without_memory(int calls, const std::function<void()>& 
 TEST(SyncMem, WithoutMemoryForAValueTheProcessEnds) {
   const std::int32_t length = 5;
   const auto added = without_memory(1, [&] { kelo_dm_wr_to_mem(1, "value", &length); });
-  EXPECT_EQ(SIGABRT, added.signal);
-  EXPECT_EQ(0u, added.standard_output.find("data_manager/kelo_dm_sync_mem.c, line: "))
+  EXPECT_EQ(added.signal, SIGABRT);
+  EXPECT_EQ(added.standard_output.find("data_manager/kelo_dm_sync_mem.c, line: "), 0u)
       << added.standard_output;
   store(1, "abc");
   const auto grown = without_memory(0, [&] { kelo_dm_wr_to_mem(1, "value", &length); });
-  EXPECT_EQ(SIGABRT, grown.signal);
-  EXPECT_EQ(0u, grown.standard_output.find("data_manager/kelo_dm_sync_mem.c, line: "))
+  EXPECT_EQ(grown.signal, SIGABRT);
+  EXPECT_EQ(grown.standard_output.find("data_manager/kelo_dm_sync_mem.c, line: "), 0u)
       << grown.standard_output;
 }
 
@@ -266,7 +267,7 @@ TEST(SyncMem, AnUpdateThatFitsTheBlockAllocatesNothing) {
   char buffer[10];
   std::int32_t room = sizeof buffer;
   kelo_dm_rd_from_mem(1, buffer, &room);
-  EXPECT_EQ(0, std::memcmp(buffer, "ABCDEFGHIJ", 10));
+  EXPECT_EQ(std::memcmp(buffer, "ABCDEFGHIJ", 10), 0);
 }
 
 }  // namespace

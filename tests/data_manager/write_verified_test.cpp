@@ -45,8 +45,8 @@ kelo_dm_item items[] = {KELO_DM_TEXT_ITEM(7, "net", "ssid", "home"), KELO_DM_END
 class WriteVerified : public testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(0, kelo_dm_reg_def_items(items));
-    ASSERT_EQ(0, kelo_dm_reg_event_callback(record_event));
+    ASSERT_EQ(kelo_dm_reg_def_items(items), 0);
+    ASSERT_EQ(kelo_dm_reg_event_callback(record_event), 0);
   }
 
   std::int32_t write(std::string_view value) {
@@ -79,31 +79,31 @@ class WriteVerified : public testing::Test {
 
 TEST_F(WriteVerified, ValueThatIsReadBackIsAnnounced) {
   backend().stored = "abc";
-  EXPECT_EQ(0, write("abc"));
+  EXPECT_EQ(write("abc"), 0);
   EXPECT_THAT(slots(), ElementsAre("write", "read"));
-  EXPECT_EQ(7U, backend().calls[0].id);
+  EXPECT_EQ(backend().calls[0].id, 7U);
   EXPECT_EQ(&items[0].desc, backend().calls[0].item);
-  EXPECT_EQ("abc", backend().calls[0].bytes);
-  EXPECT_EQ(3, backend().calls[0].len);
-  EXPECT_EQ(7U, backend().calls[1].id);
+  EXPECT_EQ(backend().calls[0].bytes, "abc");
+  EXPECT_EQ(backend().calls[0].len, 3);
+  EXPECT_EQ(backend().calls[1].id, 7U);
   EXPECT_EQ(&items[0].desc, backend().calls[1].item);
-  EXPECT_EQ(4, backend().calls[1].len) << "room for one byte more";
+  EXPECT_EQ(backend().calls[1].len, 4) << "room for one byte more";
   EXPECT_THAT(events, ElementsAre("7 abc"));
 }
 
 TEST_F(WriteVerified, AnotherValueReadBackIsAFailure) {
   for (const char* const other : {"abd", "ab", "abcd", ""}) {
     backend().stored = other;
-    EXPECT_EQ(-1, write("abc")) << other;
+    EXPECT_EQ(write("abc"), -1) << other;
   }
-  EXPECT_EQ(4, backend().count("write"));
+  EXPECT_EQ(backend().count("write"), 4);
   EXPECT_TRUE(events.empty());
 }
 
 TEST_F(WriteVerified, FailedReadIsAFailure) {
   for (const int failure : {-1, -100, -101, -102, INT_MIN}) {
     backend().read_failure = failure;
-    EXPECT_EQ(-1, write("abc")) << failure;
+    EXPECT_EQ(write("abc"), -1) << failure;
   }
   EXPECT_TRUE(events.empty());
 }
@@ -112,22 +112,22 @@ TEST_F(WriteVerified, RefusedWriteIsAFailureWhateverIsRead) {
   backend().stored = "abc";
   for (const int refusal : {5, -101, -3, INT_MIN}) {
     backend().write_result = refusal;
-    EXPECT_EQ(-1, write("abc")) << refusal;
+    EXPECT_EQ(write("abc"), -1) << refusal;
   }
-  EXPECT_EQ(0, backend().count("read"));
+  EXPECT_EQ(backend().count("read"), 0);
   EXPECT_TRUE(events.empty());
 }
 
 TEST_F(WriteVerified, BadArgumentsAreRefused) {
   const LogCapture capture;
-  EXPECT_EQ(-3, kelo_dm_write_verified(nullptr, 7, "abc", 3));
-  EXPECT_EQ(-3, kelo_dm_write_verified(handle_.get(), 7, nullptr, 3));
-  EXPECT_EQ(-3, kelo_dm_write_verified(handle_.get(), 7, "abc", 0));
-  EXPECT_EQ(-3, kelo_dm_write_verified(handle_.get(), 7, "abc", -1));
-  EXPECT_EQ(4, capture.count(LOG_LVL_ERR, "oem_dm_write_verified", "kelo_dm_write_verified param NULL\n"))
+  EXPECT_EQ(kelo_dm_write_verified(nullptr, 7, "abc", 3), -3);
+  EXPECT_EQ(kelo_dm_write_verified(handle_.get(), 7, nullptr, 3), -3);
+  EXPECT_EQ(kelo_dm_write_verified(handle_.get(), 7, "abc", 0), -3);
+  EXPECT_EQ(kelo_dm_write_verified(handle_.get(), 7, "abc", -1), -3);
+  EXPECT_EQ(capture.count(LOG_LVL_ERR, "oem_dm_write_verified", "kelo_dm_write_verified param NULL\n"), 4)
       << capture.dump();
-  EXPECT_EQ(-3, kelo_dm_write_verified(handle_.get(), 8, "abc", 3));
-  EXPECT_EQ(1, capture.count(LOG_LVL_ERR, "oem_dm_write_verified", "symLookup failed: 8\n"));
+  EXPECT_EQ(kelo_dm_write_verified(handle_.get(), 8, "abc", 3), -3);
+  EXPECT_EQ(capture.count(LOG_LVL_ERR, "oem_dm_write_verified", "symLookup failed: 8\n"), 1);
   EXPECT_TRUE(backend().calls.empty());
   EXPECT_TRUE(events.empty());
 }
@@ -135,7 +135,7 @@ TEST_F(WriteVerified, BadArgumentsAreRefused) {
 TEST_F(WriteVerified, WhileCleaningNothingIsWritten) {
   backend().stored = "abc";
   const Cleaning cleaning(handle_);
-  EXPECT_EQ(-1, write("abc"));
+  EXPECT_EQ(write("abc"), -1);
   EXPECT_TRUE(backend().calls.empty());
   EXPECT_TRUE(events.empty());
 }
@@ -148,7 +148,7 @@ TEST_F(WriteVerified, WithoutMemoryNothingIsWritten) {
     const FailingHeap none(0);
     result = write("abc");
   }
-  EXPECT_EQ(-1, result);
+  EXPECT_EQ(result, -1);
   EXPECT_TRUE(backend().calls.empty());
   EXPECT_TRUE(events.empty());
 }
@@ -182,8 +182,8 @@ TEST_F(WriteVerified, LogsWhatThePlainWriteLogs) {
 
 TEST_F(WriteVerified, CanBeCalledFromC99) {
   backend().stored = "abc";
-  EXPECT_EQ(0, write_from_c99(handle_.get(), 7, "abc", 3));
-  EXPECT_EQ(-1, write_from_c99(handle_.get(), 7, "abd", 3));
+  EXPECT_EQ(write_from_c99(handle_.get(), 7, "abc", 3), 0);
+  EXPECT_EQ(write_from_c99(handle_.get(), 7, "abd", 3), -1);
 }
 
 // --- With the SQLite back-end --------------------------------------------------------------------------
@@ -202,31 +202,31 @@ class WriteVerifiedToSqlite : public WriteVerified {
 };
 
 TEST_F(WriteVerifiedToSqlite, StoredValueIsThere) {
-  EXPECT_EQ(0, write("cabin"));
-  EXPECT_EQ("cabin", read());
-  EXPECT_EQ(0, write("a longer name"));
-  EXPECT_EQ("a longer name", read());
-  EXPECT_EQ(0, write("cab"));
-  EXPECT_EQ("cab", read());
-  EXPECT_EQ(0, write("cab")) << "the same again";
+  EXPECT_EQ(write("cabin"), 0);
+  EXPECT_EQ(read(), "cabin");
+  EXPECT_EQ(write("a longer name"), 0);
+  EXPECT_EQ(read(), "a longer name");
+  EXPECT_EQ(write("cab"), 0);
+  EXPECT_EQ(read(), "cab");
+  EXPECT_EQ(write("cab"), 0) << "the same again";
   EXPECT_THAT(events, ElementsAre("7 cabin", "7 a longer name", "7 cab", "7 cab"));
 }
 
 TEST_F(WriteVerifiedToSqlite, ValueWithZeroBytesAndLongOne) {
-  EXPECT_EQ(0, write(std::string_view("\0\0\0", 3)));
-  EXPECT_EQ(0, write(std::string(70000, 'x')));
-  EXPECT_EQ(2U, events.size());
+  EXPECT_EQ(write(std::string_view("\0\0\0", 3)), 0);
+  EXPECT_EQ(write(std::string(70000, 'x')), 0);
+  EXPECT_EQ(events.size(), 2U);
 }
 
 TEST_F(WriteVerifiedToSqlite, RowThatSqliteRefusesIsNoSuccess) {
-  ASSERT_EQ(0, write("cabin"));
+  ASSERT_EQ(write("cabin"), 0);
   events.clear();
   const kelo::tests::Fault fault(
       {.call = "sqlite3_step", .code = SQLITE_FULL, .text = "update net", .times = kelo::tests::kEveryTime});
-  EXPECT_EQ(0, kelo_dm_write(handle_.get(), 7, "hut", 3)) << "accepted, which is all that its 0 says";
+  EXPECT_EQ(kelo_dm_write(handle_.get(), 7, "hut", 3), 0) << "accepted, which is all that its 0 says";
   events.clear();
-  EXPECT_EQ(-1, write("hut"));
-  EXPECT_EQ("cabin", read());
+  EXPECT_EQ(write("hut"), -1);
+  EXPECT_EQ(read(), "cabin");
   EXPECT_TRUE(events.empty());
 }
 

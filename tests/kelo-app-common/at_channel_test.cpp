@@ -296,7 +296,7 @@ TEST_F(AtChannel, FailsWithALongerCommand) {
 
 TEST_F(AtChannel, FailsWithoutACommand) {
   char* const reply = kelo_util_send_at(nullptr);
-  EXPECT_EQ(std::string(reply, KELO_AT_REPLY_SIZE), kFailure + std::string(KELO_AT_REPLY_SIZE - 9, '\0'));
+  EXPECT_EQ(kFailure + std::string(KELO_AT_REPLY_SIZE - 9, '\0'), std::string(reply, KELO_AT_REPLY_SIZE));
   std::free(reply);
   EXPECT_EQ(logged(), std::vector<std::string>{"ERR kelo_util_send_at param NULL\n"});
 }

@@ -43,7 +43,7 @@ class CheckedDirectory : public testing::Test {
     oem_create_and_check_directory(text.data());
     expect_lines(log, kFunction, {{level, "Directory " + path + " " + outcome + ".\n"}});
     EXPECT_EQ(asked_for.names, directories) << path;
-    EXPECT_EQ(std::string(text.data()), path);
+    EXPECT_EQ(path, std::string(text.data()));
   }
 
   void expect_made(const std::string& path, const std::vector<std::string>& directories) {

@@ -157,7 +157,7 @@ TEST_F(CommandRecord, LeavesAPayloadThatItDoesNotOwnAsItWas) {
     void** const payload = payload_of_pointers();
     const std::vector<void*> before(payload, payload + kWords);
     freed_with(type, payload);
-    EXPECT_EQ(std::vector<void*>(payload, payload + kWords), before) << type;
+    EXPECT_EQ(before, std::vector<void*>(payload, payload + kWords)) << type;
   }
 }
 

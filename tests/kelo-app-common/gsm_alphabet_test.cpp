@@ -89,7 +89,7 @@ void expect_text(const std::string& text, std::size_t size, const Converted& res
   ASSERT_EQ(static_cast<int>(text.size()), result.length);
   std::string expected = text + '\0';
   expected.resize(size, ExactBuffer::kUntouched);
-  ASSERT_EQ(expected, result.buffer);
+  ASSERT_EQ(result.buffer, expected);
 }
 
 std::mt19937& generator() {
@@ -134,11 +134,12 @@ TEST(GsmAlphabet, LeavesOutAndLogsCarriageReturns) {
   const LogCapture log;
   expect_text("ab", 8, map({13, 'a', 13, 13, 'b', 13}, 8));
   for (const int index : {0, 2, 3, 5}) {
-    EXPECT_EQ(1, log.count(LOG_LVL_DBUG, kMapName,
-                           "ignored CR charecter at index = " + std::to_string(index) + "\n"))
+    EXPECT_EQ(
+        log.count(LOG_LVL_DBUG, kMapName, "ignored CR charecter at index = " + std::to_string(index) + "\n"),
+        1)
         << log.dump();
   }
-  EXPECT_EQ(4u, log.lines().size()) << log.dump();
+  EXPECT_EQ(log.lines().size(), 4u) << log.dump();
 }
 
 TEST(GsmAlphabet, StopsAtTheEndOfTheBuffer) {
@@ -186,8 +187,8 @@ TEST(GsmAlphabet, CountsItsResultInSixteenBits) {
 TEST(GsmAlphabet, TakesTheWholeAddressSpaceForASize) {
   const ExactBuffer out(3);
   const Bytes septets = {'o', 'k'};
-  EXPECT_EQ(2, kelo_util_convert_gsm8bit_alpha_string_to_utf8(septets.data(), 2, out.data(), SIZE_MAX));
-  EXPECT_STREQ("ok", out.data());
+  EXPECT_EQ(kelo_util_convert_gsm8bit_alpha_string_to_utf8(septets.data(), 2, out.data(), SIZE_MAX), 2);
+  EXPECT_STREQ(out.data(), "ok");
 }
 
 TEST(GsmAlphabet, RefusesWhatItCannotConvert) {
@@ -195,12 +196,13 @@ TEST(GsmAlphabet, RefusesWhatItCannotConvert) {
   const Bytes septets = {'a'};
   const auto refused = [&](const std::uint8_t* from, int count, char* to, std::size_t size) {
     const LogCapture log;
-    EXPECT_EQ(0, kelo_util_convert_gsm8bit_alpha_string_to_utf8(from, count, to, size));
-    EXPECT_EQ(1, log.count(LOG_LVL_ERR, kMapName,
-                           "Invalid parameters for GSM alphabet to UTF8 conversion, input len = " +
-                               std::to_string(count) + "\n"))
+    EXPECT_EQ(kelo_util_convert_gsm8bit_alpha_string_to_utf8(from, count, to, size), 0);
+    EXPECT_EQ(log.count(LOG_LVL_ERR, kMapName,
+                        "Invalid parameters for GSM alphabet to UTF8 conversion, input len = " +
+                            std::to_string(count) + "\n"),
+              1)
         << log.dump();
-    EXPECT_EQ(1u, log.lines().size());
+    EXPECT_EQ(log.lines().size(), 1u);
   };
   refused(nullptr, 1, out.data(), 4);
   refused(septets.data(), 1, nullptr, 4);
@@ -226,8 +228,8 @@ TEST(GsmPackedText, LeavesOutCarriageReturnsWhereverTheyAre) {
   const Bytes octets = {0x61, 0xF1, 0xB8, 0x41, 0x2E, 0x9B, 0x1B};
   const LogCapture log;
   expect_text("abcdef", 16, unpack_and_map(octets, 7, 16));
-  EXPECT_EQ(1, log.count(LOG_LVL_DBUG, kMapName, "ignored CR charecter at index = 3\n")) << log.dump();
-  EXPECT_EQ(1u, log.lines().size()) << "the padding never reaches the mapping: " << log.dump();
+  EXPECT_EQ(log.count(LOG_LVL_DBUG, kMapName, "ignored CR charecter at index = 3\n"), 1) << log.dump();
+  EXPECT_EQ(log.lines().size(), 1u) << "the padding never reaches the mapping: " << log.dump();
 }
 
 TEST(GsmPackedText, AgreesWithTheTwoStepsAtEveryLengthAndSize) {
@@ -279,12 +281,13 @@ TEST(GsmPackedText, RefusesWhatItCannotConvert) {
   const Bytes octets = {'a'};
   const auto refused = [&](const std::uint8_t* from, int length, char* to, std::size_t size) {
     const LogCapture log;
-    EXPECT_EQ(0, kelo_util_convert_gsm_def_alpha_string_to_utf8(from, length, to, size));
-    EXPECT_EQ(1, log.count(LOG_LVL_ERR, kUnpackName,
-                           "Invalid parameters for GSM alphabet to UTF8 conversion, input len = " +
-                               std::to_string(length) + "\n"))
+    EXPECT_EQ(kelo_util_convert_gsm_def_alpha_string_to_utf8(from, length, to, size), 0);
+    EXPECT_EQ(log.count(LOG_LVL_ERR, kUnpackName,
+                        "Invalid parameters for GSM alphabet to UTF8 conversion, input len = " +
+                            std::to_string(length) + "\n"),
+              1)
         << log.dump();
-    EXPECT_EQ(1u, log.lines().size());
+    EXPECT_EQ(log.lines().size(), 1u);
   };
   refused(nullptr, 1, out.data(), 4);
   refused(octets.data(), 1, nullptr, 4);
@@ -304,7 +307,7 @@ TEST(GsmPackedText, LogsThatMemoryRanOut) {
     const kelo::tests::FailingHeap heap(0);
     result = kelo_util_convert_gsm_def_alpha_string_to_utf8(octets.data(), 1, out.data(), 4);
   }
-  EXPECT_EQ(0, result);
+  EXPECT_EQ(result, 0);
   EXPECT_TRUE(out.untouched());
   kelo::tests::expect_lines(log, "oem_util_convert_gsm_def_alpha_string_to_utf8",
                             {{LOG_LVL_ERR, "Fail to allocate buffer for GSM alphabet to UTF8 conversion\n"}});

@@ -90,15 +90,15 @@ void expect_unpacked(const Bytes& septets, std::size_t most, std::size_t room, c
   ASSERT_EQ(static_cast<int>(count), result.count);
   std::string expected = as_text(septets).substr(0, count);
   expected.resize(room, ExactBuffer::kUntouched);
-  ASSERT_EQ(expected, result.buffer);
+  ASSERT_EQ(result.buffer, expected);
 }
 
 TEST(UssdUnpack, UnpacksTenSeptetsFromNineOctets) {
   const Bytes octets = {0xE8, 0x32, 0x9B, 0xFD, 0x46, 0x97, 0xD9, 0xEC, 0x37};
   const Unpacked result = unpack(octets, 20, 20);
-  EXPECT_EQ(10, result.count);
-  EXPECT_EQ("hellohello", result.buffer.substr(0, 10));
-  EXPECT_EQ(std::string(10, ExactBuffer::kUntouched), result.buffer.substr(10)) << "no terminator";
+  EXPECT_EQ(result.count, 10);
+  EXPECT_EQ(result.buffer.substr(0, 10), "hellohello");
+  EXPECT_EQ(result.buffer.substr(10), std::string(10, ExactBuffer::kUntouched)) << "no terminator";
 }
 
 TEST(UssdUnpack, KnowsEverySeptetAtEveryPosition) {
@@ -157,7 +157,7 @@ TEST(UssdUnpack, TakesALimitAbove254OrBelow0For255) {
 TEST(UssdUnpack, WritesNothingAtLimit0) {
   const ExactBuffer out(1);
   const Bytes octets = {0x41};
-  EXPECT_EQ(0, kelo_util_ussd_unpack(bytes_of(out), 0, octets.data(), 1));
+  EXPECT_EQ(kelo_util_ussd_unpack(bytes_of(out), 0, octets.data(), 1), 0);
   EXPECT_TRUE(out.untouched());
 }
 
@@ -188,7 +188,7 @@ TEST(UssdUnpack, ReadsNothingOfALengthBelow1) {
   const ExactBuffer out(255);
   const ExactBuffer octets(0);
   for (const int length : {0, -1, -255, -256, -257, INT32_MIN}) {
-    EXPECT_EQ(0, kelo_util_ussd_unpack(bytes_of(out), 255, bytes_of(octets), length)) << length;
+    EXPECT_EQ(kelo_util_ussd_unpack(bytes_of(out), 255, bytes_of(octets), length), 0) << length;
   }
   EXPECT_TRUE(out.untouched());
 }
@@ -221,16 +221,16 @@ TEST(UssdUnpack, LosesACarriageReturnOnlyAtTheEndOfFullOctets) {
 
 TEST(UssdUnpack, DropsThePaddingAlsoWhereTheLimitDoes) {
   const Bytes octets = packed(Bytes(8, kCarriageReturn));
-  for (const int limit : {7, 8, 9}) EXPECT_EQ(7, unpack(octets, limit, 9).count) << limit;
+  for (const int limit : {7, 8, 9}) EXPECT_EQ(unpack(octets, limit, 9).count, 7) << limit;
 }
 
 TEST(UssdUnpack, ReturnsZeroForANullPointerSilently) {
   const LogCapture log;
   const ExactBuffer out(8);
   const Bytes octets = {0x41};
-  EXPECT_EQ(0, kelo_util_ussd_unpack(nullptr, 8, octets.data(), 1));
-  EXPECT_EQ(0, kelo_util_ussd_unpack(bytes_of(out), 8, nullptr, 1));
-  EXPECT_EQ(0, kelo_util_ussd_unpack(nullptr, 8, nullptr, 1));
+  EXPECT_EQ(kelo_util_ussd_unpack(nullptr, 8, octets.data(), 1), 0);
+  EXPECT_EQ(kelo_util_ussd_unpack(bytes_of(out), 8, nullptr, 1), 0);
+  EXPECT_EQ(kelo_util_ussd_unpack(nullptr, 8, nullptr, 1), 0);
   EXPECT_TRUE(out.untouched());
   EXPECT_TRUE(log.lines().empty()) << log.dump();
 }

@@ -97,8 +97,8 @@ TEST(Latin1ToUtf8, RefusesABufferOfLessThanTwiceTheLength) {
       const LogCapture log;
       const Converted refused = {0, std::string(size, ExactBuffer::kUntouched)};
       ASSERT_EQ(refused, convert(text, size)) << size;
-      ASSERT_EQ(1, log.count(LOG_LVL_ERR, kFunction, kTooSmall)) << log.dump();
-      ASSERT_EQ(1u, log.lines().size()) << log.dump();
+      ASSERT_EQ(log.count(LOG_LVL_ERR, kFunction, kTooSmall), 1) << log.dump();
+      ASSERT_EQ(log.lines().size(), 1u) << log.dump();
     }
   }
 }
@@ -113,8 +113,8 @@ TEST(Latin1ToUtf8, AcceptsABufferOfTwiceTheLength) {
 TEST(Latin1ToUtf8, LeavesOutAnExtendedCharacterWithoutRoomForTheTerminator) {
   const LogCapture log;
   EXPECT_EQ(terminated("", 2), convert("\xE9", 2));
-  EXPECT_EQ(1, log.count(LOG_LVL_INFO, kFunction, ignored_character(0, 1, 0, 2))) << log.dump();
-  EXPECT_EQ(1u, log.lines().size()) << log.dump();
+  EXPECT_EQ(log.count(LOG_LVL_INFO, kFunction, ignored_character(0, 1, 0, 2)), 1) << log.dump();
+  EXPECT_EQ(log.lines().size(), 1u) << log.dump();
 }
 
 TEST(Latin1ToUtf8, PlacesAnExtendedCharacterWithRoomForTheTerminator) {
@@ -126,8 +126,8 @@ TEST(Latin1ToUtf8, PlacesAnExtendedCharacterWithRoomForTheTerminator) {
 TEST(Latin1ToUtf8, LeavesOutTheLastOfAllExtendedCharacters) {
   const LogCapture log;
   EXPECT_EQ(terminated("\xC2\x80\xC3\xBF", 6), convert("\x80\xFF\xE9", 6));
-  EXPECT_EQ(1, log.count(LOG_LVL_INFO, kFunction, ignored_character(2, 3, 4, 6))) << log.dump();
-  EXPECT_EQ(1u, log.lines().size()) << log.dump();
+  EXPECT_EQ(log.count(LOG_LVL_INFO, kFunction, ignored_character(2, 3, 4, 6)), 1) << log.dump();
+  EXPECT_EQ(log.lines().size(), 1u) << log.dump();
   EXPECT_EQ(terminated("\xC2\x80\xC3\xBF\xC3\xA9", 7), convert("\x80\xFF\xE9", 7));
 }
 
@@ -135,15 +135,15 @@ TEST(Latin1ToUtf8, DropsCarriageReturns) {
   const LogCapture log;
   EXPECT_EQ(terminated("ab\xC3\xA9", 12), convert("\ra\rb\xE9\r", 12));
   for (const std::size_t index : {0U, 2U, 5U}) {
-    EXPECT_EQ(1, log.count(LOG_LVL_INFO, kFunction, ignored_return(index))) << log.dump();
+    EXPECT_EQ(log.count(LOG_LVL_INFO, kFunction, ignored_return(index)), 1) << log.dump();
   }
-  EXPECT_EQ(3u, log.lines().size()) << log.dump();
+  EXPECT_EQ(log.lines().size(), 3u) << log.dump();
 }
 
 TEST(Latin1ToUtf8, TakesTheRoomOfACarriageReturnForAnExtendedCharacter) {
   const LogCapture log;
   EXPECT_EQ(terminated("\xC3\xA9", 4), convert("\r\xE9", 4));
-  EXPECT_EQ(1u, log.lines().size()) << log.dump();
+  EXPECT_EQ(log.lines().size(), 1u) << log.dump();
 }
 
 TEST(Latin1ToUtf8, ConvertsTextOfMoreThan65535Bytes) {
@@ -160,9 +160,9 @@ TEST(Latin1ToUtf8, ReportsInvalidParametersAndWritesNothing) {
   const ExactBuffer out(4);
   const auto refused = [](const char* source, std::size_t length, char* target, std::size_t size) {
     const LogCapture log;
-    EXPECT_EQ(0, kelo_util_ss_ascii_to_utf8(source, length, target, size));
-    EXPECT_EQ(1, log.count(LOG_LVL_ERR, kFunction, invalid(source, target))) << log.dump();
-    EXPECT_EQ(1u, log.lines().size()) << log.dump();
+    EXPECT_EQ(kelo_util_ss_ascii_to_utf8(source, length, target, size), 0);
+    EXPECT_EQ(log.count(LOG_LVL_ERR, kFunction, invalid(source, target)), 1) << log.dump();
+    EXPECT_EQ(log.lines().size(), 1u) << log.dump();
   };
   refused(nullptr, 1, out.data(), 4);
   refused(text.data(), 1, nullptr, 4);
@@ -182,9 +182,9 @@ TEST(Latin1ToUtf8, RefusesALengthWhoseDoubleIsTooLarge) {
   const ExactBuffer text = exactly("a");
   const ExactBuffer out(4);
   for (const std::size_t length : {kBeyondAnyArray - 1, kBeyondAnyArray / 2, kBeyondAnyArray / 2 + 1}) {
-    EXPECT_EQ(0, kelo_util_ss_ascii_to_utf8(text.data(), length, out.data(), 4));
+    EXPECT_EQ(kelo_util_ss_ascii_to_utf8(text.data(), length, out.data(), 4), 0);
   }
-  EXPECT_EQ(3, log.count(LOG_LVL_ERR, kFunction, kTooSmall)) << log.dump();
+  EXPECT_EQ(log.count(LOG_LVL_ERR, kFunction, kTooSmall), 3) << log.dump();
   EXPECT_TRUE(out.untouched());
 }
 
@@ -194,8 +194,8 @@ TEST(Latin1ToUtf8, RefusesATextWhoseLengthNoIntMayHold) {
   const LogCapture log;
   const ExactBuffer text = exactly("a");
   const ExactBuffer out(4);
-  EXPECT_EQ(0, kelo_util_ss_ascii_to_utf8(text.data(), 0x40000000, out.data(), 0x80000000));
-  EXPECT_EQ(1, log.count(LOG_LVL_ERR, kFunction, kTooSmall)) << log.dump();
+  EXPECT_EQ(kelo_util_ss_ascii_to_utf8(text.data(), 0x40000000, out.data(), 0x80000000), 0);
+  EXPECT_EQ(log.count(LOG_LVL_ERR, kFunction, kTooSmall), 1) << log.dump();
   EXPECT_TRUE(out.untouched());
 }
 #endif
@@ -204,7 +204,7 @@ TEST(Latin1ToUtf8, KeepsErrno) {
   const LogCapture log;
   errno = E2BIG;
   convert("\r\xE9", 4);
-  EXPECT_EQ(E2BIG, errno);
+  EXPECT_EQ(errno, E2BIG);
 }
 
 }  // namespace

@@ -55,19 +55,19 @@ TEST(Ucs2Overrun, IsReportedAndTheTextEndsWithItsBuffer) {
   const LogCapture log;
   const ExactBuffer out(4);
   const std::uint8_t ucs2[2] = {'a', 0};
-  EXPECT_EQ(3, kelo_util_convert_ucs2_to_utf8(ucs2, 2, out.data(), 4));
-  EXPECT_EQ(std::string("ZZZ\0", 4), out.bytes());
-  EXPECT_EQ(1, log.count(LOG_LVL_ERR, "oem_util_convert_ucs2_to_utf8", kOverrun + "3\n")) << log.dump();
-  EXPECT_EQ(1u, log.lines().size()) << log.dump();
-  EXPECT_EQ(KELO_UNICODE_LENIENT, seen_flags);
+  EXPECT_EQ(kelo_util_convert_ucs2_to_utf8(ucs2, 2, out.data(), 4), 3);
+  EXPECT_EQ(out.bytes(), std::string("ZZZ\0", 4));
+  EXPECT_EQ(log.count(LOG_LVL_ERR, "oem_util_convert_ucs2_to_utf8", kOverrun + "3\n"), 1) << log.dump();
+  EXPECT_EQ(log.lines().size(), 1u) << log.dump();
+  EXPECT_EQ(seen_flags, KELO_UNICODE_LENIENT);
 }
 
 TEST(Ucs2Overrun, IsNoneAtTheBoundOfTheBuffer) {
   const LogCapture log;
   const ExactBuffer out(8);
   const std::uint8_t ucs2[2] = {'a', 0};
-  EXPECT_EQ(7, kelo_util_convert_ucs2_to_utf8(ucs2, 2, out.data(), 8));
-  EXPECT_EQ(std::string("ZZZZZZZ\0", 8), out.bytes());
+  EXPECT_EQ(kelo_util_convert_ucs2_to_utf8(ucs2, 2, out.data(), 8), 7);
+  EXPECT_EQ(out.bytes(), std::string("ZZZZZZZ\0", 8));
   EXPECT_TRUE(log.lines().empty()) << log.dump();
 }
 
@@ -78,20 +78,20 @@ TEST(Ucs2Overrun, IsReportedByTheOtherDirectionToo) {
     const std::size_t room = size < 2 ? 0 : size - 2;
     EXPECT_EQ(static_cast<int>(room),
               kelo_util_convert_utf8_to_ucs2("a", 1, reinterpret_cast<std::uint8_t*>(out.data()), size));
-    EXPECT_EQ(std::string(room, 'Z') + std::string(size - room, '\0'), out.bytes());
-    EXPECT_EQ(1,
-              log.count(LOG_LVL_ERR, "oem_util_convert_utf8_to_ucs2", kOverrun + std::to_string(room) + "\n"))
+    EXPECT_EQ(out.bytes(), std::string(room, 'Z') + std::string(size - room, '\0'));
+    EXPECT_EQ(log.count(LOG_LVL_ERR, "oem_util_convert_utf8_to_ucs2", kOverrun + std::to_string(room) + "\n"),
+              1)
         << log.dump();
-    EXPECT_EQ(1u, log.lines().size()) << log.dump();
-    EXPECT_EQ(KELO_UNICODE_STRICT, seen_flags);
+    EXPECT_EQ(log.lines().size(), 1u) << log.dump();
+    EXPECT_EQ(seen_flags, KELO_UNICODE_STRICT);
   }
 }
 
 TEST(Ucs2Overrun, IsNoneAtTheBoundOfTheBufferInTheOtherDirection) {
   const LogCapture log;
   const ExactBuffer out(9);
-  EXPECT_EQ(7, kelo_util_convert_utf8_to_ucs2("a", 1, reinterpret_cast<std::uint8_t*>(out.data()), 9));
-  EXPECT_EQ("ZZZZZZZ" + std::string(2, '\0'), out.bytes());
+  EXPECT_EQ(kelo_util_convert_utf8_to_ucs2("a", 1, reinterpret_cast<std::uint8_t*>(out.data()), 9), 7);
+  EXPECT_EQ(out.bytes(), "ZZZZZZZ" + std::string(2, '\0'));
   EXPECT_TRUE(log.lines().empty()) << log.dump();
 }
 
@@ -102,9 +102,9 @@ TEST(Ucs2Overrun, IsKeptFromLengthsThatNoIntHolds) {
   auto* const bytes = reinterpret_cast<std::uint8_t*>(out.data());
   constexpr std::size_t kMost = INT_MAX;
   for (const std::size_t size : {kMost - 1, kMost, kMost + 1, 2 * kMost + 2, 4 * kMost}) {
-    EXPECT_EQ(kClaimed, kelo_util_convert_ucs2_to_utf8(bytes, 2, out.data(), size));
+    EXPECT_EQ(kelo_util_convert_ucs2_to_utf8(bytes, 2, out.data(), size), kClaimed);
     EXPECT_EQ(std::min(size, kMost) - 1, seen_room) << size;
-    EXPECT_EQ(kClaimed, kelo_util_convert_utf8_to_ucs2("a", 1, bytes, size));
+    EXPECT_EQ(kelo_util_convert_utf8_to_ucs2("a", 1, bytes, size), kClaimed);
     EXPECT_EQ(std::min(size, kMost) - 2, seen_room) << size;
   }
 }

@@ -83,17 +83,17 @@ TEST(Ucs2ToUtf8, ConvertsEveryUnit) {
 
 TEST(Ucs2ToUtf8, ConvertsAnUnpairedSurrogateToThreeBytes) {
   const LogCapture log;
-  EXPECT_EQ((Decoded{4, "\xED\xA0\x80x\0"s}), decode(bytes_of({0xD800, 'x'}), 5));
-  EXPECT_EQ((Decoded{3, "\xED\xBF\xBF\0"s}), decode(bytes_of({0xDFFF}), 4));
+  EXPECT_EQ(decode(bytes_of({0xD800, 'x'}), 5), (Decoded{4, "\xED\xA0\x80x\0"s}));
+  EXPECT_EQ(decode(bytes_of({0xDFFF}), 4), (Decoded{3, "\xED\xBF\xBF\0"s}));
   EXPECT_TRUE(log.lines().empty()) << log.dump();
 }
 
 TEST(Ucs2ToUtf8, MakesOneCharacterOfASurrogatePair) {
-  EXPECT_EQ((Decoded{4, "\xF0\x9F\x98\x80\0"s}), decode(bytes_of({0xD83D, 0xDE00}), 5));
+  EXPECT_EQ(decode(bytes_of({0xD83D, 0xDE00}), 5), (Decoded{4, "\xF0\x9F\x98\x80\0"s}));
 }
 
 TEST(Ucs2ToUtf8, ConvertsZeroUnitsWithinTheText) {
-  EXPECT_EQ((Decoded{3, "a\0b\0"s}), decode(bytes_of({'a', 0, 'b'}), 4));
+  EXPECT_EQ(decode(bytes_of({'a', 0, 'b'}), 4), (Decoded{3, "a\0b\0"s}));
 }
 
 TEST(Ucs2ToUtf8, CutsTheTextWithADebugMessageAndKeepsWholeCharacters) {
@@ -106,7 +106,7 @@ TEST(Ucs2ToUtf8, CutsTheTextWithADebugMessageAndKeepsWholeCharacters) {
     for (const std::string& prefix : prefixes) {
       if (prefix.size() < size) fitting = prefix;
     }
-    EXPECT_EQ((Decoded{static_cast<int>(fitting.size()), terminated(fitting, size)}), decode(source, size))
+    EXPECT_EQ(decode(source, size), (Decoded{static_cast<int>(fitting.size()), terminated(fitting, size)}))
         << size;
     const bool cut = size < 11;
     EXPECT_EQ(cut ? 1 : 0, log.count(LOG_LVL_DBUG, kToUtf8, truncated_at(size))) << size << log.dump();
@@ -118,17 +118,17 @@ TEST(Ucs2ToUtf8, KeepsWhatIsBeforeATextCutOff) {
   for (const std::string& source : {bytes_of({'a', 'b'}) + '\0', bytes_of({'a', 'b', 0xD800}),
                                     bytes_of({'a', 'b', 0xDBFF}) + '\xDC', bytes_of({'a', 'b'}) + 'c'}) {
     const LogCapture log;
-    EXPECT_EQ((Decoded{2, terminated("ab", 9)}), decode(source, 9));
-    EXPECT_EQ(1, log.count(LOG_LVL_ERR, kToUtf8, kToUtf8Error)) << log.dump();
-    EXPECT_EQ(1u, log.lines().size()) << log.dump();
+    EXPECT_EQ(decode(source, 9), (Decoded{2, terminated("ab", 9)}));
+    EXPECT_EQ(log.count(LOG_LVL_ERR, kToUtf8, kToUtf8Error), 1) << log.dump();
+    EXPECT_EQ(log.lines().size(), 1u) << log.dump();
   }
 }
 
 TEST(Ucs2ToUtf8, ReadsNothingOfALoneByte) {
   const LogCapture log;
-  EXPECT_EQ((Decoded{0, terminated("", 4)}), decode("a", 4));
-  EXPECT_EQ(1, log.count(LOG_LVL_ERR, kToUtf8, kToUtf8Error)) << log.dump();
-  EXPECT_EQ(1u, log.lines().size()) << log.dump();
+  EXPECT_EQ(decode("a", 4), (Decoded{0, terminated("", 4)}));
+  EXPECT_EQ(log.count(LOG_LVL_ERR, kToUtf8, kToUtf8Error), 1) << log.dump();
+  EXPECT_EQ(log.lines().size(), 1u) << log.dump();
 }
 
 TEST(Ucs2ToUtf8, ConvertsTextOfMoreThan65535Bytes) {
@@ -151,10 +151,10 @@ TEST(Ucs2ToUtf8, ReportsNoTextAndTerminates) {
         Case{bytes_at(source), kBeyondAnyArray}}) {
     const LogCapture log;
     const ExactBuffer out(3);
-    EXPECT_EQ(0, kelo_util_convert_ucs2_to_utf8(ucs2, byte_len, out.data(), 3));
+    EXPECT_EQ(kelo_util_convert_ucs2_to_utf8(ucs2, byte_len, out.data(), 3), 0);
     EXPECT_EQ(terminated("", 3), out.bytes());
-    EXPECT_EQ(1, log.count(LOG_LVL_ERR, kToUtf8, kToUtf8Error)) << log.dump();
-    EXPECT_EQ(1u, log.lines().size()) << log.dump();
+    EXPECT_EQ(log.count(LOG_LVL_ERR, kToUtf8, kToUtf8Error), 1) << log.dump();
+    EXPECT_EQ(log.lines().size(), 1u) << log.dump();
   }
 }
 
@@ -163,51 +163,51 @@ TEST(Ucs2ToUtf8, WritesNothingIntoABufferOfNoBytes) {
   for (const std::size_t size : {std::size_t{0}, kNegative, kBeyondAnyArray}) {
     const LogCapture log;
     const ExactBuffer out(1);
-    EXPECT_EQ(0, kelo_util_convert_ucs2_to_utf8(bytes_at(source), 2, out.data(), size));
+    EXPECT_EQ(kelo_util_convert_ucs2_to_utf8(bytes_at(source), 2, out.data(), size), 0);
     EXPECT_TRUE(out.untouched());
-    EXPECT_EQ(1, log.count(LOG_LVL_DBUG, kToUtf8, truncated_at(size))) << log.dump();
-    EXPECT_EQ(1u, log.lines().size()) << log.dump();
+    EXPECT_EQ(log.count(LOG_LVL_DBUG, kToUtf8, truncated_at(size)), 1) << log.dump();
+    EXPECT_EQ(log.lines().size(), 1u) << log.dump();
   }
 }
 
 TEST(Ucs2ToUtf8, WritesNothingIntoABufferOfNoBytesForNoText) {
   const LogCapture log;
   const ExactBuffer out(0);
-  EXPECT_EQ(0, kelo_util_convert_ucs2_to_utf8(nullptr, 2, out.data(), 0));
-  EXPECT_EQ(1, log.count(LOG_LVL_ERR, kToUtf8, kToUtf8Error)) << log.dump();
-  EXPECT_EQ(1u, log.lines().size()) << log.dump();
+  EXPECT_EQ(kelo_util_convert_ucs2_to_utf8(nullptr, 2, out.data(), 0), 0);
+  EXPECT_EQ(log.count(LOG_LVL_ERR, kToUtf8, kToUtf8Error), 1) << log.dump();
+  EXPECT_EQ(log.lines().size(), 1u) << log.dump();
 }
 
 TEST(Ucs2ToUtf8, TerminatesABufferOfOneByte) {
   const LogCapture log;
-  EXPECT_EQ((Decoded{0, "\0"s}), decode(bytes_of({'a'}), 1));
-  EXPECT_EQ(1, log.count(LOG_LVL_DBUG, kToUtf8, truncated_at(1))) << log.dump();
+  EXPECT_EQ(decode(bytes_of({'a'}), 1), (Decoded{0, "\0"s}));
+  EXPECT_EQ(log.count(LOG_LVL_DBUG, kToUtf8, truncated_at(1)), 1) << log.dump();
 }
 
 TEST(Ucs2ToUtf8, ReportsANullBuffer) {
   const ExactBuffer source = exactly(bytes_of({'a'}));
   for (const std::size_t size : {0U, 5U}) {
     const LogCapture log;
-    EXPECT_EQ(0, kelo_util_convert_ucs2_to_utf8(bytes_at(source), 2, nullptr, size));
-    EXPECT_EQ(1, log.count(LOG_LVL_DBUG, kToUtf8, truncated_at(size))) << log.dump();
-    EXPECT_EQ(1, log.count(LOG_LVL_ERR, kToUtf8, kToUtf8Null)) << log.dump();
-    EXPECT_EQ(2u, log.lines().size()) << log.dump();
+    EXPECT_EQ(kelo_util_convert_ucs2_to_utf8(bytes_at(source), 2, nullptr, size), 0);
+    EXPECT_EQ(log.count(LOG_LVL_DBUG, kToUtf8, truncated_at(size)), 1) << log.dump();
+    EXPECT_EQ(log.count(LOG_LVL_ERR, kToUtf8, kToUtf8Null), 1) << log.dump();
+    EXPECT_EQ(log.lines().size(), 2u) << log.dump();
   }
 }
 
 TEST(Ucs2ToUtf8, ReportsANullTextAndANullBuffer) {
   const LogCapture log;
-  EXPECT_EQ(0, kelo_util_convert_ucs2_to_utf8(nullptr, 2, nullptr, 5));
-  EXPECT_EQ(1, log.count(LOG_LVL_ERR, kToUtf8, kToUtf8Error)) << log.dump();
-  EXPECT_EQ(1, log.count(LOG_LVL_ERR, kToUtf8, kToUtf8Null)) << log.dump();
-  EXPECT_EQ(2u, log.lines().size()) << log.dump();
+  EXPECT_EQ(kelo_util_convert_ucs2_to_utf8(nullptr, 2, nullptr, 5), 0);
+  EXPECT_EQ(log.count(LOG_LVL_ERR, kToUtf8, kToUtf8Error), 1) << log.dump();
+  EXPECT_EQ(log.count(LOG_LVL_ERR, kToUtf8, kToUtf8Null), 1) << log.dump();
+  EXPECT_EQ(log.lines().size(), 2u) << log.dump();
 }
 
 TEST(Ucs2ToUtf8, KeepsErrno) {
   const LogCapture log;
   errno = E2BIG;
   decode("a", 1);
-  EXPECT_EQ(E2BIG, errno);
+  EXPECT_EQ(errno, E2BIG);
 }
 
 // ---- kelo_util_convert_utf8_to_ucs2 ----
@@ -258,7 +258,7 @@ TEST(Utf8ToUcs2, ConvertsEveryUnit) {
 }
 
 TEST(Utf8ToUcs2, ConvertsAnAccentedLetterIntoFourBytes) {
-  EXPECT_EQ((Encoded{2, "\xE9\0\0\0"s}), encode("\xC3\xA9", 4));
+  EXPECT_EQ(encode("\xC3\xA9", 4), (Encoded{2, "\xE9\0\0\0"s}));
 }
 
 TEST(Utf8ToUcs2, MakesAPairOfACharacterAboveTheUnits) {
@@ -292,7 +292,7 @@ TEST(Utf8ToUcs2, CutsTheTextWithAnErrorAndKeepsWholeCharacters) {
 TEST(Utf8ToUcs2, KeepsTwoOfThreeCharactersInSixBytes) {
   const LogCapture log;
   EXPECT_EQ(ended({'a', 'b'}, 6), encode("abc", 6));
-  EXPECT_EQ(1, log.count(LOG_LVL_ERR, kToUcs2, truncated_at(6))) << log.dump();
+  EXPECT_EQ(log.count(LOG_LVL_ERR, kToUcs2, truncated_at(6)), 1) << log.dump();
 }
 
 TEST(Utf8ToUcs2, KeepsWhatIsBeforeAnIllFormedOrCutOffSequence) {
@@ -300,8 +300,8 @@ TEST(Utf8ToUcs2, KeepsWhatIsBeforeAnIllFormedOrCutOffSequence) {
                                       "\xED\xA0\x80"s, "\xF4\x90\x80\x80"s}) {
     const LogCapture log;
     EXPECT_EQ(ended({'a', 'b'}, 40), encode("ab" + sequence, 40)) << testing::PrintToString(sequence);
-    EXPECT_EQ(1, log.count(LOG_LVL_ERR, kToUcs2, kToUcs2Error)) << log.dump();
-    EXPECT_EQ(1u, log.lines().size()) << log.dump();
+    EXPECT_EQ(log.count(LOG_LVL_ERR, kToUcs2, kToUcs2Error), 1) << log.dump();
+    EXPECT_EQ(log.lines().size(), 1u) << log.dump();
   }
 }
 
@@ -315,11 +315,11 @@ TEST(Utf8ToUcs2, ConvertsTextOfMoreThan65535Bytes) {
 TEST(Utf8ToUcs2, WritesAsMuchOfTheTerminatorAsFits) {
   for (const std::size_t size : {0U, 1U}) {
     const LogCapture log;
-    EXPECT_EQ((Encoded{0, std::string(size, '\0')}), encode("", size));
+    EXPECT_EQ(encode("", size), (Encoded{0, std::string(size, '\0')}));
     EXPECT_TRUE(log.lines().empty()) << log.dump();
-    EXPECT_EQ((Encoded{0, std::string(size, '\0')}), encode("a", size));
-    EXPECT_EQ(1, log.count(LOG_LVL_ERR, kToUcs2, truncated_at(size))) << log.dump();
-    EXPECT_EQ(1u, log.lines().size()) << log.dump();
+    EXPECT_EQ(encode("a", size), (Encoded{0, std::string(size, '\0')}));
+    EXPECT_EQ(log.count(LOG_LVL_ERR, kToUcs2, truncated_at(size)), 1) << log.dump();
+    EXPECT_EQ(log.lines().size(), 1u) << log.dump();
   }
 }
 
@@ -328,22 +328,22 @@ TEST(Utf8ToUcs2, TakesASizeThatNoArrayHasForNone) {
     const LogCapture log;
     const ExactBuffer source = exactly("a");
     const ExactBuffer out(2);
-    EXPECT_EQ(0, kelo_util_convert_utf8_to_ucs2(source.data(), 1, room_of(out), size));
+    EXPECT_EQ(kelo_util_convert_utf8_to_ucs2(source.data(), 1, room_of(out), size), 0);
     EXPECT_TRUE(out.untouched());
-    EXPECT_EQ(1, log.count(LOG_LVL_ERR, kToUcs2, truncated_at(size))) << log.dump();
-    EXPECT_EQ(1u, log.lines().size()) << log.dump();
+    EXPECT_EQ(log.count(LOG_LVL_ERR, kToUcs2, truncated_at(size)), 1) << log.dump();
+    EXPECT_EQ(log.lines().size(), 1u) << log.dump();
 
-    EXPECT_EQ(0, kelo_util_convert_utf8_to_ucs2(source.data(), size, room_of(out), 2));
-    EXPECT_EQ("\0\0"s, out.bytes());
-    EXPECT_EQ(1u, log.lines().size()) << log.dump();
+    EXPECT_EQ(kelo_util_convert_utf8_to_ucs2(source.data(), size, room_of(out), 2), 0);
+    EXPECT_EQ(out.bytes(), "\0\0"s);
+    EXPECT_EQ(log.lines().size(), 1u) << log.dump();
   }
 }
 
 TEST(Utf8ToUcs2, WritesAtAnyAddress) {
   const ExactBuffer out(9);
   const ExactBuffer source = exactly("abc");
-  EXPECT_EQ(6, kelo_util_convert_utf8_to_ucs2(source.data(), 3, room_of(out) + 1, 8));
-  EXPECT_EQ(std::string(1, ExactBuffer::kUntouched) + bytes_of({'a', 'b', 'c', 0}), out.bytes());
+  EXPECT_EQ(kelo_util_convert_utf8_to_ucs2(source.data(), 3, room_of(out) + 1, 8), 6);
+  EXPECT_EQ(out.bytes(), std::string(1, ExactBuffer::kUntouched) + bytes_of({'a', 'b', 'c', 0}));
 }
 
 TEST(Utf8ToUcs2, ReportsNullPointersAndWritesNothing) {
@@ -351,12 +351,13 @@ TEST(Utf8ToUcs2, ReportsNullPointersAndWritesNothing) {
   const ExactBuffer out(4);
   const auto refused = [](const char* utf8, std::uint8_t* ucs2) {
     const LogCapture log;
-    EXPECT_EQ(0, kelo_util_convert_utf8_to_ucs2(utf8, 1, ucs2, 4));
+    EXPECT_EQ(kelo_util_convert_utf8_to_ucs2(utf8, 1, ucs2, 4), 0);
     EXPECT_EQ(
-        1, log.count(LOG_LVL_ERR, kToUcs2,
-                     "Invalid parameters. utf8str: " + as_text(utf8) + ", ucs2str: " + as_text(ucs2) + "\n"))
+        log.count(LOG_LVL_ERR, kToUcs2,
+                  "Invalid parameters. utf8str: " + as_text(utf8) + ", ucs2str: " + as_text(ucs2) + "\n"),
+        1)
         << log.dump();
-    EXPECT_EQ(1u, log.lines().size()) << log.dump();
+    EXPECT_EQ(log.lines().size(), 1u) << log.dump();
   };
   refused(nullptr, room_of(out));
   refused(source.data(), nullptr);
@@ -368,7 +369,7 @@ TEST(Utf8ToUcs2, KeepsErrno) {
   const LogCapture log;
   errno = E2BIG;
   encode("\xFF", 1);
-  EXPECT_EQ(E2BIG, errno);
+  EXPECT_EQ(errno, E2BIG);
 }
 
 }  // namespace

@@ -34,7 +34,7 @@ std::vector<std::string> told(const LogCapture& log) {
   std::vector<std::string> lines;
   for (const auto& line : log.lines()) {
     const std::string level = line.level == LOG_LVL_DBUG ? "D:" : line.level == LOG_LVL_ERR ? "E:" : "?:";
-    EXPECT_EQ('\n', line.text.back());
+    EXPECT_EQ(line.text.back(), '\n');
     lines.push_back(level + line.text.substr(0, line.text.size() - 1));
     if (line.function != "oem_util_convert_ussd_string_to_utf8") lines.back() += " @" + line.function;
   }
@@ -80,13 +80,13 @@ TEST(UssdStringIsAscii, IsTrueBelow128AtEveryPlace) {
 }
 
 TEST(UssdStringIsAscii, IsTrueForTheEmptyText) {
-  EXPECT_EQ(1, kelo_util_UssdStringIsAscii(ExactBuffer("").data()));
-  EXPECT_EQ(1, kelo_util_UssdStringIsAscii("\0\xFF")) << "after the terminator";
+  EXPECT_EQ(kelo_util_UssdStringIsAscii(ExactBuffer("").data()), 1);
+  EXPECT_EQ(kelo_util_UssdStringIsAscii("\0\xFF"), 1) << "after the terminator";
 }
 
 TEST(UssdStringIsAscii, IsFalseForANullPointer) {
   const LogCapture log;
-  EXPECT_EQ(0, kelo_util_UssdStringIsAscii(nullptr));
+  EXPECT_EQ(kelo_util_UssdStringIsAscii(nullptr), 0);
   EXPECT_THAT(told(log), ElementsAre("E:kelo_util_UssdStringIsAscii param NULL @oem_util_UssdStringIsAscii"));
 }
 
@@ -140,20 +140,20 @@ TEST(UssdDecoding, FollowsEveryCodingScheme) {
     for (int low = 0; low < 16; ++low) {
       const Decoded expected = expected_of(coding_of(high, low), high, low);
       const Decoded result = decode(static_cast<std::uint8_t>(16 * high + low), "\0H\0i"s, 16);
-      EXPECT_EQ(expected.length, result.length) << high << ' ' << low;
-      EXPECT_EQ(expected.buffer, result.buffer) << high << ' ' << low;
-      EXPECT_EQ(expected.log, result.log) << high << ' ' << low;
+      EXPECT_EQ(result.length, expected.length) << high << ' ' << low;
+      EXPECT_EQ(result.buffer, expected.buffer) << high << ' ' << low;
+      EXPECT_EQ(result.log, expected.log) << high << ' ' << low;
     }
   }
 }
 
 TEST(UssdDecoding, KnowsTheseSchemes) {
-  EXPECT_EQ("a"s, decode(0x0F, "a", 2).buffer.c_str());
-  EXPECT_EQ(1, decode(0x44, "a", 3).length);
-  EXPECT_EQ(2, decode(0x48, "\0H\0i"s, 3).length);
-  EXPECT_EQ(0, decode(0x4C, "a", 3).length);
-  EXPECT_EQ(0, decode(0x80, "a", 3).length);
-  EXPECT_EQ(1, decode(0xF4, "a", 3).length);
+  EXPECT_EQ(decode(0x0F, "a", 2).buffer.c_str(), "a"s);
+  EXPECT_EQ(decode(0x44, "a", 3).length, 1);
+  EXPECT_EQ(decode(0x48, "\0H\0i"s, 3).length, 2);
+  EXPECT_EQ(decode(0x4C, "a", 3).length, 0);
+  EXPECT_EQ(decode(0x80, "a", 3).length, 0);
+  EXPECT_EQ(decode(0xF4, "a", 3).length, 1);
 }
 
 TEST(UssdDecoding, RefusesWhatItCannotDecode) {
@@ -161,7 +161,7 @@ TEST(UssdDecoding, RefusesWhatItCannotDecode) {
   const std::uint8_t octet = 'a';
   const auto refused = [](std::uint8_t dcs, const std::uint8_t* data, int len, char* to, std::size_t size) {
     const LogCapture log;
-    EXPECT_EQ(0, kelo_util_convert_ussd_string_to_utf8(dcs, data, len, to, size));
+    EXPECT_EQ(kelo_util_convert_ussd_string_to_utf8(dcs, data, len, to, size), 0);
     EXPECT_THAT(told(log), ElementsAre("E:FATAL : CHECK FAILED"));
   };
   for (const std::uint8_t dcs : {k7Bit, k8Bit, kUcs2, kUcs2AfterLanguage, kUnsupported}) {
@@ -180,7 +180,7 @@ constexpr char kHelloHello[] = "\xE8\x32\x9B\xFD\x46\x97\xD9\xEC\x37";
 
 TEST(Ussd7Bit, DecodesAndShowsTheText) {
   const Decoded result = decode(k7Bit, kHelloHello, 12);
-  EXPECT_EQ(10, result.length);
+  EXPECT_EQ(result.length, 10);
   EXPECT_EQ(terminated("hellohello", 12), result.buffer);
   EXPECT_THAT(result.log, ElementsAre("D:USSD DCS 7-bit str, hi 0 lo 15: hellohello"));
 }
@@ -205,7 +205,7 @@ TEST(Ussd7Bit, CountsOctetsModulo256) {
 TEST(Ussd7Bit, ShowsTheOldBufferWhenNothingIsLeftToDecode) {
   for (const std::size_t length : {0u, 256u, 512u, 65536u}) {
     const Decoded result = decode(k7Bit, std::string(length, 'a'), 4);
-    EXPECT_EQ(0, result.length);
+    EXPECT_EQ(result.length, 0);
     EXPECT_EQ(untouched(4), result.buffer);
     EXPECT_THAT(result.log,
                 ElementsAre("E:Invalid parameters for GSM alphabet to UTF8 conversion, input len = 0 "
@@ -216,7 +216,7 @@ TEST(Ussd7Bit, ShowsTheOldBufferWhenNothingIsLeftToDecode) {
 
 TEST(Ussd7Bit, LeavesABufferOfNoBytesAlone) {
   const Decoded result = decode(k7Bit, kHelloHello, 0);
-  EXPECT_EQ(0, result.length);
+  EXPECT_EQ(result.length, 0);
   EXPECT_THAT(result.log,
               ElementsAre("E:Invalid parameters for GSM alphabet to UTF8 conversion, input len = 9 "
                           "@oem_util_convert_gsm_def_alpha_string_to_utf8",
@@ -232,7 +232,7 @@ TEST(Ussd7Bit, LogsThatMemoryRanOut) {
     const FailingHeap heap(0);
     result = kelo_util_convert_ussd_string_to_utf8(k7Bit, &octet, 1, out.data(), 4);
   }
-  EXPECT_EQ(0, result);
+  EXPECT_EQ(result, 0);
   EXPECT_TRUE(out.untouched());
   EXPECT_THAT(told(log), ElementsAre("E:Fail to allocate buffer for GSM alphabet to UTF8 conversion "
                                      "@oem_util_convert_gsm_def_alpha_string_to_utf8",
@@ -245,7 +245,7 @@ TEST(Ussd8Bit, NeedsTwoBytesMoreThanTheText) {
   const std::string text = "0123456789";
   for (std::size_t size = 0; size <= 11; ++size) {
     const Decoded refused = decode(k8Bit, text, size);
-    EXPECT_EQ(0, refused.length) << size;
+    EXPECT_EQ(refused.length, 0) << size;
     EXPECT_EQ(untouched(size), refused.buffer);
     EXPECT_THAT(refused.log,
                 ElementsAre("D:USSD DCS 8-bit str, hi 4 lo 4: " + untouched(size),
@@ -253,7 +253,7 @@ TEST(Ussd8Bit, NeedsTwoBytesMoreThanTheText) {
   }
   for (std::size_t size = 12; size <= 14; ++size) {
     const Decoded copied = decode(k8Bit, text, size);
-    EXPECT_EQ(10, copied.length) << size;
+    EXPECT_EQ(copied.length, 10) << size;
     EXPECT_EQ(terminated(text, size), copied.buffer);
     EXPECT_THAT(copied.log, ElementsAre("D:USSD DCS 8-bit str, hi 4 lo 4: " + untouched(size)));
   }
@@ -263,7 +263,7 @@ TEST(Ussd8Bit, CopiesEveryByteAsItIs) {
   std::string text;
   for (int byte = 0; byte < 256; ++byte) text += static_cast<char>(byte);
   const Decoded result = decode(k8Bit, text, 258);
-  EXPECT_EQ(256, result.length);
+  EXPECT_EQ(result.length, 256);
   EXPECT_EQ(terminated(text, 258), result.buffer);
 }
 
@@ -273,15 +273,15 @@ TEST(Ussd8Bit, NeedsTwoBytesForTheEmptyText) {
   EXPECT_THAT(decode(k8Bit, "", 1).log, ElementsAre("D:USSD DCS 8-bit str, hi 4 lo 4: Z",
                                                     "E:Destination buffer (sz 1) less than required 1"));
   EXPECT_EQ(terminated("", 2), decode(k8Bit, "", 2).buffer);
-  EXPECT_EQ(0, decode(k8Bit, "", 2).length);
+  EXPECT_EQ(decode(k8Bit, "", 2).length, 0);
 }
 
 TEST(Ussd8Bit, ShowsWhatTheBufferHeldBefore) {
   const LogCapture log;
   const ExactBuffer out("before", 16);
   const std::uint8_t octet = 'a';
-  EXPECT_EQ(1, kelo_util_convert_ussd_string_to_utf8(k8Bit, &octet, 1, out.data(), out.size()));
-  EXPECT_STREQ("a", out.data());
+  EXPECT_EQ(kelo_util_convert_ussd_string_to_utf8(k8Bit, &octet, 1, out.data(), out.size()), 1);
+  EXPECT_STREQ(out.data(), "a");
   EXPECT_THAT(told(log), ElementsAre("D:USSD DCS 8-bit str, hi 4 lo 4: before"));
 }
 
@@ -301,8 +301,8 @@ TEST(Ussd8Bit, TakesAnySizeThatABufferMayClaim) {
     const LogCapture log;
     const ExactBuffer out("old", 5);
     const std::uint8_t octet = 'a';
-    EXPECT_EQ(1, kelo_util_convert_ussd_string_to_utf8(k8Bit, &octet, 1, out.data(), size));
-    EXPECT_STREQ("a", out.data());
+    EXPECT_EQ(kelo_util_convert_ussd_string_to_utf8(k8Bit, &octet, 1, out.data(), size), 1);
+    EXPECT_STREQ(out.data(), "a");
     EXPECT_THAT(told(log), ElementsAre("D:USSD DCS 8-bit str, hi 4 lo 4: old"));
   }
 }
@@ -319,38 +319,38 @@ std::string truncated_to(std::size_t size) {
 TEST(UssdUcs2, TakesTheHighByteFirst) {
   // e with acute accent, the euro sign, a face beyond 16 bits
   const Decoded result = decode(kUcs2, "\x00\xE9\x20\xAC\xD8\x3D\xDE\x00"s, 16);
-  EXPECT_EQ(9, result.length);
+  EXPECT_EQ(result.length, 9);
   EXPECT_EQ(terminated("\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", 16), result.buffer);
 }
 
 TEST(UssdUcs2, CutsTheTextToTheBuffer) {
   const Decoded exact = decode(kUcs2, "\0H\0i"s, 3);
-  EXPECT_EQ(2, exact.length);
-  EXPECT_EQ("Hi\0"s, exact.buffer);
+  EXPECT_EQ(exact.length, 2);
+  EXPECT_EQ(exact.buffer, "Hi\0"s);
   const Decoded cut = decode(kUcs2, "\0H\0i"s, 2);
-  EXPECT_EQ(1, cut.length);
-  EXPECT_EQ("H\0"s, cut.buffer);
+  EXPECT_EQ(cut.length, 1);
+  EXPECT_EQ(cut.buffer, "H\0"s);
   EXPECT_THAT(cut.log,
               ElementsAre("D:ussd string size = 4", truncated_to(2), "D:USSD DCS UCS2 str, hi 4 lo 8: H"));
   const Decoded one = decode(kUcs2, "\0H\0i"s, 1);
-  EXPECT_EQ(0, one.length);
-  EXPECT_EQ("\0"s, one.buffer);
+  EXPECT_EQ(one.length, 0);
+  EXPECT_EQ(one.buffer, "\0"s);
 }
 
 TEST(UssdUcs2, LeavesABufferOfNoBytesAlone) {
   const Decoded result = decode(kUcs2, "\0H\0i"s, 0);
-  EXPECT_EQ(0, result.length);
+  EXPECT_EQ(result.length, 0);
   EXPECT_THAT(result.log,
               ElementsAre("D:ussd string size = 4", truncated_to(0), "D:USSD DCS UCS2 str, hi 4 lo 8: "));
 }
 
 TEST(UssdUcs2, LeavesOutHalfAUnitAtTheEnd) {
   const Decoded one = decode(kUcs2, "\0"s, 4);
-  EXPECT_EQ(0, one.length);
+  EXPECT_EQ(one.length, 0);
   EXPECT_EQ(terminated("", 4), one.buffer);
   EXPECT_THAT(one.log, ElementsAre("D:ussd string size = 1", kUcs2Error, "D:USSD DCS UCS2 str, hi 4 lo 8: "));
   const Decoded three = decode(kUcs2, "\0HA"s, 4);
-  EXPECT_EQ(1, three.length);
+  EXPECT_EQ(three.length, 1);
   EXPECT_EQ(terminated("H", 4), three.buffer);
   EXPECT_THAT(three.log,
               ElementsAre("D:ussd string size = 3", kUcs2Error, "D:USSD DCS UCS2 str, hi 4 lo 8: H"));
@@ -358,7 +358,7 @@ TEST(UssdUcs2, LeavesOutHalfAUnitAtTheEnd) {
 
 TEST(UssdUcs2, HasNoTextInNoBytes) {
   const Decoded result = decode(kUcs2, "", 4);
-  EXPECT_EQ(0, result.length);
+  EXPECT_EQ(result.length, 0);
   EXPECT_EQ(terminated("", 4), result.buffer);
   EXPECT_THAT(result.log,
               ElementsAre("D:ussd string size = 0", kUcs2Error, "D:USSD DCS UCS2 str, hi 4 lo 8: "));
@@ -366,7 +366,7 @@ TEST(UssdUcs2, HasNoTextInNoBytes) {
 
 TEST(UssdUcs2, ConvertsTheLanguageUnswapped) {
   const Decoded result = decode(kUcs2AfterLanguage, "en\0H\0i"s, 16);
-  EXPECT_EQ(5, result.length);
+  EXPECT_EQ(result.length, 5);
   EXPECT_EQ(terminated("\xE6\xB9\xA5Hi", 16), result.buffer) << "U+6E65 stands for the language";
   EXPECT_THAT(result.log, ElementsAre("D:ussd string size preceded by language = 6",
                                       "D:USSD DCS UCS2 str, hi 1 lo 1: \xE6\xB9\xA5Hi"));
@@ -383,7 +383,7 @@ TEST(UssdUcs2, TakesALanguageThatIsCutOff) {
   const std::vector<std::string> expected = {"", "", "\xE6\xB9\xA5", "\xE6\xB9\xA5", "\xE6\xB9\xA5H"};
   for (std::size_t length = 0; length < expected.size(); ++length) {
     const Decoded result = decode(kUcs2AfterLanguage, text.substr(0, length), 8);
-    EXPECT_EQ(static_cast<int>(expected[length].size()), result.length) << length;
+    EXPECT_EQ(result.length, static_cast<int>(expected[length].size())) << length;
     EXPECT_EQ(terminated(expected[length], 8), result.buffer) << length;
     const bool error = length == 0 || length % 2 == 1;
     EXPECT_EQ(lines(static_cast<int>(length), expected[length], error), result.log) << length;
@@ -412,7 +412,7 @@ TEST(UssdUcs2, LogsThatMemoryRanOut) {
       const FailingHeap heap(0);
       result = kelo_util_convert_ussd_string_to_utf8(dcs, octets, 2, out.data(), 4);
     }
-    EXPECT_EQ(0, result);
+    EXPECT_EQ(result, 0);
     EXPECT_TRUE(out.untouched());
     EXPECT_THAT(told(log), ElementsAre("E:USC2 to UTF8 conversion failed due to lack of memory"));
   }

@@ -57,7 +57,7 @@ Outcome convert(std::string_view source_bytes, std::size_t room, int mode) {
   const int result = kelo_util_ConvertUTF16toUTF8(&from, units_at(source.data() + source.size()), &to,
                                                   bytes_at(target.data() + room), mode);
   const auto written = static_cast<std::size_t>(reinterpret_cast<char*>(to) - target.data());
-  EXPECT_EQ(std::string(room - written, ExactBuffer::kUntouched), target.bytes().substr(written));
+  EXPECT_EQ(target.bytes().substr(written), std::string(room - written, ExactBuffer::kUntouched));
   return {result, static_cast<std::size_t>(reinterpret_cast<const char*>(from) - source.data()),
           target.bytes().substr(0, written)};
 }
@@ -108,9 +108,9 @@ TEST(Utf16ToUtf8, ConvertsEveryScalarValueAloneAsIconvDoes) {
     const std::string utf8 = iconv.convert(source);
     ASSERT_EQ(utf8_of(code), utf8);
     for (const int mode : kModes) {
-      ASSERT_EQ((Outcome{KELO_UNICODE_COMPLETE, source.size(), utf8}), convert(source, utf8.size(), mode))
+      ASSERT_EQ(convert(source, utf8.size(), mode), (Outcome{KELO_UNICODE_COMPLETE, source.size(), utf8}))
           << code;
-      ASSERT_EQ((Outcome{KELO_UNICODE_TARGET_EXHAUSTED, 0, ""}), convert(source, utf8.size() - 1, mode))
+      ASSERT_EQ(convert(source, utf8.size() - 1, mode), (Outcome{KELO_UNICODE_TARGET_EXHAUSTED, 0, ""}))
           << code;
     }
   }
@@ -132,23 +132,23 @@ TEST(Utf16ToUtf8, ConvertsAllScalarValuesInOneTextAsIconvDoes) {
 TEST(Utf16ToUtf8, TakesEveryUnpairedSurrogateAsItsModeSays) {
   for (std::uint32_t unit = 0xD800; unit <= 0xDFFF; ++unit) {
     const std::string source = bytes_of({static_cast<std::uint16_t>(unit), 'x'});
-    ASSERT_EQ((Outcome{KELO_UNICODE_COMPLETE, 4, utf8_of(unit) + "x"}),
-              convert(source, 4, KELO_UNICODE_LENIENT));
-    ASSERT_EQ((Outcome{KELO_UNICODE_SOURCE_ILLEGAL, 0, ""}), convert(source, 4, KELO_UNICODE_STRICT));
+    ASSERT_EQ(convert(source, 4, KELO_UNICODE_LENIENT),
+              (Outcome{KELO_UNICODE_COMPLETE, 4, utf8_of(unit) + "x"}));
+    ASSERT_EQ(convert(source, 4, KELO_UNICODE_STRICT), (Outcome{KELO_UNICODE_SOURCE_ILLEGAL, 0, ""}));
   }
-  EXPECT_EQ("\xED\xA0\x80", utf8_of(0xD800));
-  EXPECT_EQ("\xED\xBF\xBF", utf8_of(0xDFFF));
+  EXPECT_EQ(utf8_of(0xD800), "\xED\xA0\x80");
+  EXPECT_EQ(utf8_of(0xDFFF), "\xED\xBF\xBF");
 }
 
 TEST(Utf16ToUtf8, ReportsAHighSurrogateAtTheEndAsExhaustedInBothModes) {
   for (std::uint32_t unit = 0xD800; unit <= 0xDFFF; ++unit) {
     const Units units = {'x', static_cast<std::uint16_t>(unit)};
     for (const int mode : kModes) {
-      ASSERT_EQ(expected(units, false, 9, mode), convert(bytes_of(units), 9, mode)) << unit;
+      ASSERT_EQ(convert(bytes_of(units), 9, mode), expected(units, false, 9, mode)) << unit;
     }
     if (unit < 0xDC00) {
-      ASSERT_EQ((Outcome{KELO_UNICODE_SOURCE_EXHAUSTED, 2, "x"}),
-                convert(bytes_of(units), 9, KELO_UNICODE_LENIENT));
+      ASSERT_EQ(convert(bytes_of(units), 9, KELO_UNICODE_LENIENT),
+                (Outcome{KELO_UNICODE_SOURCE_EXHAUSTED, 2, "x"}));
     }
   }
 }
@@ -172,9 +172,9 @@ TEST(Utf16ToUtf8, StopsWhereAndAsItsContractSays) {
     for (const int mode : kModes) {
       for (std::size_t room = 0; room <= size_in_utf8(units) + 1; ++room) {
         const std::string source = bytes_of(units);
-        ASSERT_EQ(expected(units, false, room, mode), convert(source, room, mode))
+        ASSERT_EQ(convert(source, room, mode), expected(units, false, room, mode))
             << testing::PrintToString(units);
-        ASSERT_EQ(expected(units, true, room, mode), convert(source + '\x5A', room, mode))
+        ASSERT_EQ(convert(source + '\x5A', room, mode), expected(units, true, room, mode))
             << testing::PrintToString(units);
       }
     }
@@ -191,7 +191,7 @@ TEST(Utf16ToUtf8, StopsAtTheSamePlaceInARun) {
         units[place] = odd;
         for (std::size_t room = 0; room <= size_in_utf8(units); ++room) {
           for (const int mode : kModes) {
-            ASSERT_EQ(expected(units, false, room, mode), convert(bytes_of(units), room, mode))
+            ASSERT_EQ(convert(bytes_of(units), room, mode), expected(units, false, room, mode))
                 << filler << ' ' << odd << ' ' << place << ' ' << room;
           }
         }
@@ -204,8 +204,8 @@ TEST(Utf16ToUtf8, ConvertsRunsOfEveryLength) {
   for (const std::uint16_t filler : Units{0x41, 0xE9, 0x20AC}) {
     for (std::size_t length = 0; length <= 67; ++length) {
       const Units units(length, filler);
-      ASSERT_EQ(expected(units, false, 999, KELO_UNICODE_STRICT),
-                convert(bytes_of(units), utf8_of(filler).size() * length, KELO_UNICODE_STRICT));
+      ASSERT_EQ(convert(bytes_of(units), utf8_of(filler).size() * length, KELO_UNICODE_STRICT),
+                expected(units, false, 999, KELO_UNICODE_STRICT));
     }
   }
 }
@@ -213,7 +213,7 @@ TEST(Utf16ToUtf8, ConvertsRunsOfEveryLength) {
 TEST(Utf16ToUtf8, TakesEveryOtherFlagForLenient) {
   const std::string source = bytes_of({0xDC00});
   for (const int flags : {1, 2, -1, 256, 1 << 30}) {
-    EXPECT_EQ((Outcome{KELO_UNICODE_COMPLETE, 2, "\xED\xB0\x80"}), convert(source, 3, flags)) << flags;
+    EXPECT_EQ(convert(source, 3, flags), (Outcome{KELO_UNICODE_COMPLETE, 2, "\xED\xB0\x80"})) << flags;
   }
 }
 
@@ -238,9 +238,9 @@ TEST(Utf16ToUtf8, ReadsAndWritesAtAnyAddress) {
       const ExactBuffer target(target_offset + utf8.size());
       const std::uint16_t* from = units_at(source.data() + source_offset);
       std::uint8_t* to = bytes_at(target.data() + target_offset);
-      EXPECT_EQ(KELO_UNICODE_COMPLETE,
-                kelo_util_ConvertUTF16toUTF8(&from, units_at(source.data() + source.size()), &to,
-                                             bytes_at(target.data() + target.size()), KELO_UNICODE_STRICT));
+      EXPECT_EQ(kelo_util_ConvertUTF16toUTF8(&from, units_at(source.data() + source.size()), &to,
+                                             bytes_at(target.data() + target.size()), KELO_UNICODE_STRICT),
+                KELO_UNICODE_COMPLETE);
       EXPECT_EQ(std::string(target_offset, ExactBuffer::kUntouched) + utf8, target.bytes());
     }
   }
@@ -251,10 +251,10 @@ TEST(Utf16ToUtf8, TakesAnEndBeforeItsStartForEmpty) {
   const ExactBuffer target(8);
   const std::uint16_t* from = units_at(source.data() + 2);
   std::uint8_t* to = bytes_at(target.data() + 4);
-  EXPECT_EQ(KELO_UNICODE_COMPLETE, kelo_util_ConvertUTF16toUTF8(&from, units_at(source.data()), &to,
-                                                                bytes_at(target.data() + 8), 0));
-  EXPECT_EQ(KELO_UNICODE_TARGET_EXHAUSTED, kelo_util_ConvertUTF16toUTF8(&from, units_at(source.data() + 4),
-                                                                        &to, bytes_at(target.data()), 0));
+  EXPECT_EQ(kelo_util_ConvertUTF16toUTF8(&from, units_at(source.data()), &to, bytes_at(target.data() + 8), 0),
+            KELO_UNICODE_COMPLETE);
+  EXPECT_EQ(kelo_util_ConvertUTF16toUTF8(&from, units_at(source.data() + 4), &to, bytes_at(target.data()), 0),
+            KELO_UNICODE_TARGET_EXHAUSTED);
   EXPECT_EQ(units_at(source.data() + 2), from);
   EXPECT_EQ(bytes_at(target.data() + 4), to);
   EXPECT_TRUE(target.untouched());
@@ -265,12 +265,12 @@ TEST(Utf16ToUtf8, TakesNullForAnEmptyTextAndBuffer) {
   const std::string source = bytes_of({'a'});
   const std::uint16_t* from = nullptr;
   std::uint8_t* to = nullptr;
-  EXPECT_EQ(KELO_UNICODE_COMPLETE, kelo_util_ConvertUTF16toUTF8(&from, nullptr, &to, nullptr, 0));
+  EXPECT_EQ(kelo_util_ConvertUTF16toUTF8(&from, nullptr, &to, nullptr, 0), KELO_UNICODE_COMPLETE);
   from = units_at(source.data());
-  EXPECT_EQ(KELO_UNICODE_TARGET_EXHAUSTED,
-            kelo_util_ConvertUTF16toUTF8(&from, units_at(source.data() + 2), &to, nullptr, 0));
+  EXPECT_EQ(kelo_util_ConvertUTF16toUTF8(&from, units_at(source.data() + 2), &to, nullptr, 0),
+            KELO_UNICODE_TARGET_EXHAUSTED);
   EXPECT_EQ(units_at(source.data()), from);
-  EXPECT_EQ(nullptr, to);
+  EXPECT_EQ(to, nullptr);
   EXPECT_TRUE(log.lines().empty()) << log.dump();
 }
 
@@ -285,18 +285,18 @@ TEST(Utf16ToUtf8, RefusesNullPointersAndChangesNothing) {
   std::uint8_t* no_target = nullptr;
 
   const LogCapture log;
-  EXPECT_EQ(KELO_UNICODE_SOURCE_ILLEGAL,
-            kelo_util_ConvertUTF16toUTF8(nullptr, source_end, &to, target_end, 1));
-  EXPECT_EQ(KELO_UNICODE_SOURCE_ILLEGAL,
-            kelo_util_ConvertUTF16toUTF8(&no_source, source_end, &to, target_end, 1));
-  EXPECT_EQ(KELO_UNICODE_SOURCE_ILLEGAL,
-            kelo_util_ConvertUTF16toUTF8(&from, source_end, nullptr, target_end, 1));
-  EXPECT_EQ(KELO_UNICODE_SOURCE_ILLEGAL,
-            kelo_util_ConvertUTF16toUTF8(&from, source_end, &no_target, target_end, 1));
+  EXPECT_EQ(kelo_util_ConvertUTF16toUTF8(nullptr, source_end, &to, target_end, 1),
+            KELO_UNICODE_SOURCE_ILLEGAL);
+  EXPECT_EQ(kelo_util_ConvertUTF16toUTF8(&no_source, source_end, &to, target_end, 1),
+            KELO_UNICODE_SOURCE_ILLEGAL);
+  EXPECT_EQ(kelo_util_ConvertUTF16toUTF8(&from, source_end, nullptr, target_end, 1),
+            KELO_UNICODE_SOURCE_ILLEGAL);
+  EXPECT_EQ(kelo_util_ConvertUTF16toUTF8(&from, source_end, &no_target, target_end, 1),
+            KELO_UNICODE_SOURCE_ILLEGAL);
   EXPECT_EQ(
-      4, log.count(LOG_LVL_ERR, "oem_util_ConvertUTF16toUTF8", "kelo_util_ConvertUTF16toUTF8 param NULL\n"))
+      log.count(LOG_LVL_ERR, "oem_util_ConvertUTF16toUTF8", "kelo_util_ConvertUTF16toUTF8 param NULL\n"), 4)
       << log.dump();
-  EXPECT_EQ(4u, log.lines().size()) << log.dump();
+  EXPECT_EQ(log.lines().size(), 4u) << log.dump();
   EXPECT_EQ(units_at(source.data()), from);
   EXPECT_EQ(bytes_at(target.data()), to);
   EXPECT_TRUE(target.untouched());
@@ -305,7 +305,7 @@ TEST(Utf16ToUtf8, RefusesNullPointersAndChangesNothing) {
 TEST(Utf16ToUtf8, KeepsErrno) {
   errno = E2BIG;
   convert(bytes_of({0xD800}), 0, KELO_UNICODE_STRICT);
-  EXPECT_EQ(E2BIG, errno);
+  EXPECT_EQ(errno, E2BIG);
 }
 
 }  // namespace

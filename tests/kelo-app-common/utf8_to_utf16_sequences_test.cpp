@@ -112,10 +112,10 @@ TEST(Utf8Sequences, ConvertsEveryScalarValueAloneAsIconvDoes) {
     const std::string units = iconv.convert(source);
     ASSERT_EQ(bytes_of(utf16_of(code)), units);
     for (const int mode : kModes) {
-      ASSERT_EQ((Utf8Outcome{KELO_UNICODE_COMPLETE, source.size(), units}),
-                convert_utf8(source, units.size(), mode));
-      ASSERT_EQ((Utf8Outcome{KELO_UNICODE_TARGET_EXHAUSTED, 0, ""}),
-                convert_utf8(source, units.size() - 1, mode));
+      ASSERT_EQ(convert_utf8(source, units.size(), mode),
+                (Utf8Outcome{KELO_UNICODE_COMPLETE, source.size(), units}));
+      ASSERT_EQ(convert_utf8(source, units.size() - 1, mode),
+                (Utf8Outcome{KELO_UNICODE_TARGET_EXHAUSTED, 0, ""}));
     }
   }
 }
@@ -187,7 +187,7 @@ TEST(Utf8Sequences, ConvertsSequencesOfFourBytesAsItsContractSays) {
         for (const char fourth : kBytes) {
           const std::string text = {static_cast<char>(lead), static_cast<char>(second), third, fourth};
           for (const int mode : kModes) {
-            ASSERT_EQ(expected(text, 8), convert_utf8(text, 8, mode)) << testing::PrintToString(text);
+            ASSERT_EQ(convert_utf8(text, 8, mode), expected(text, 8)) << testing::PrintToString(text);
           }
         }
       }
@@ -218,7 +218,7 @@ TEST(Utf8Sequences, ConvertsRandomTextsAsItsContractSays) {
     }
     const std::size_t room = random() % 50;
     for (const int mode : kModes) {
-      ASSERT_EQ(expected(text, room), convert_utf8(text, room, mode)) << testing::PrintToString(text);
+      ASSERT_EQ(convert_utf8(text, room, mode), expected(text, room)) << testing::PrintToString(text);
     }
   }
 }
@@ -250,7 +250,7 @@ TEST(Utf8Sequences, StopsWhereAndAsItsContractSaysAtEveryCutOfSourceAndTarget) {
           const std::string text = whole.substr(0, length);
           for (std::size_t room = 0; room <= 13; ++room) {
             for (const int mode : kModes) {
-              ASSERT_EQ(expected(text, room), convert_utf8(text, room, mode)) << testing::PrintToString(text);
+              ASSERT_EQ(convert_utf8(text, room, mode), expected(text, room)) << testing::PrintToString(text);
             }
           }
         }
@@ -270,7 +270,7 @@ TEST(Utf8Sequences, StopsAtTheSamePlaceInARun) {
         for (std::size_t i = 0; i < 11; ++i) text += i == place ? odd : filler;
         for (std::size_t room = 0; room <= 26; ++room) {
           for (const int mode : kModes) {
-            ASSERT_EQ(expected(text, room), convert_utf8(text, room, mode)) << testing::PrintToString(text);
+            ASSERT_EQ(convert_utf8(text, room, mode), expected(text, room)) << testing::PrintToString(text);
           }
         }
       }

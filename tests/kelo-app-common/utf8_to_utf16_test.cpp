@@ -34,8 +34,8 @@ using namespace std::string_literals;
 TEST(Utf8ToUtf16, RefusesSurrogatesInBothModes) {
   for (std::uint32_t unit = 0xD800; unit <= 0xDFFF; ++unit) {
     for (const int mode : kModes) {
-      ASSERT_EQ((Utf8Outcome{KELO_UNICODE_SOURCE_ILLEGAL, 1, bytes_of({'a'})}),
-                convert_utf8("a" + utf8_of(unit), 4, mode));
+      ASSERT_EQ(convert_utf8("a" + utf8_of(unit), 4, mode),
+                (Utf8Outcome{KELO_UNICODE_SOURCE_ILLEGAL, 1, bytes_of({'a'})}));
     }
   }
 }
@@ -43,10 +43,10 @@ TEST(Utf8ToUtf16, RefusesSurrogatesInBothModes) {
 TEST(Utf8ToUtf16, RefusesValuesAboveTheLastCharacterInBothModes) {
   for (const int mode : kModes) {
     for (const std::string& value : {"\xF4\x90\x80\x80"s, "\xF5\x80\x80\x80"s, "\xF7\xBF\xBF\xBF"s}) {
-      EXPECT_EQ((Utf8Outcome{KELO_UNICODE_SOURCE_ILLEGAL, 0, ""}), convert_utf8(value + "a", 4, mode));
+      EXPECT_EQ(convert_utf8(value + "a", 4, mode), (Utf8Outcome{KELO_UNICODE_SOURCE_ILLEGAL, 0, ""}));
     }
-    EXPECT_EQ((Utf8Outcome{KELO_UNICODE_COMPLETE, 4, bytes_of({0xDBFF, 0xDFFF})}),
-              convert_utf8("\xF4\x8F\xBF\xBF", 4, mode));
+    EXPECT_EQ(convert_utf8("\xF4\x8F\xBF\xBF", 4, mode),
+              (Utf8Outcome{KELO_UNICODE_COMPLETE, 4, bytes_of({0xDBFF, 0xDFFF})}));
   }
 }
 
@@ -72,8 +72,8 @@ TEST(Utf8ToUtf16, RefusesIllFormedSequencesInBothModes) {
                                       "\xFE\x80\x80\x80\x80\x80"s,
                                       "\xFF\x80\x80\x80\x80\x80"s}) {
     for (const int mode : kModes) {
-      EXPECT_EQ((Utf8Outcome{KELO_UNICODE_SOURCE_ILLEGAL, 2, bytes_of({'a', 'b'})}),
-                convert_utf8("ab" + sequence + "cdefg", 40, mode))
+      EXPECT_EQ(convert_utf8("ab" + sequence + "cdefg", 40, mode),
+                (Utf8Outcome{KELO_UNICODE_SOURCE_ILLEGAL, 2, bytes_of({'a', 'b'})}))
           << testing::PrintToString(sequence);
     }
   }
@@ -85,8 +85,8 @@ TEST(Utf8ToUtf16, ReportsASequenceCutOffByTheEndAsExhausted) {
         "\xFC\x84\x80\x80\x80\x80"s, "\xFF\xFF\xFF\xFF\xFF\xFF"s, "\xE2\x28\xA1"s}) {
     for (std::size_t left = 1; left < sequence.size(); ++left) {
       for (const int mode : kModes) {
-        EXPECT_EQ((Utf8Outcome{KELO_UNICODE_SOURCE_EXHAUSTED, 1, bytes_of({'a'})}),
-                  convert_utf8("a" + sequence.substr(0, left), 40, mode));
+        EXPECT_EQ(convert_utf8("a" + sequence.substr(0, left), 40, mode),
+                  (Utf8Outcome{KELO_UNICODE_SOURCE_EXHAUSTED, 1, bytes_of({'a'})}));
       }
     }
   }
@@ -94,9 +94,9 @@ TEST(Utf8ToUtf16, ReportsASequenceCutOffByTheEndAsExhausted) {
 
 TEST(Utf8ToUtf16, CountsTheSourceFirstWhenBothFail) {
   for (const int mode : kModes) {
-    EXPECT_EQ((Utf8Outcome{KELO_UNICODE_SOURCE_ILLEGAL, 0, ""}), convert_utf8("\x80", 0, mode));
-    EXPECT_EQ((Utf8Outcome{KELO_UNICODE_SOURCE_EXHAUSTED, 0, ""}), convert_utf8("\xC3", 0, mode));
-    EXPECT_EQ((Utf8Outcome{KELO_UNICODE_SOURCE_ILLEGAL, 0, ""}), convert_utf8("\xED\xA0\x80", 0, mode));
+    EXPECT_EQ(convert_utf8("\x80", 0, mode), (Utf8Outcome{KELO_UNICODE_SOURCE_ILLEGAL, 0, ""}));
+    EXPECT_EQ(convert_utf8("\xC3", 0, mode), (Utf8Outcome{KELO_UNICODE_SOURCE_EXHAUSTED, 0, ""}));
+    EXPECT_EQ(convert_utf8("\xED\xA0\x80", 0, mode), (Utf8Outcome{KELO_UNICODE_SOURCE_ILLEGAL, 0, ""}));
   }
 }
 
@@ -104,9 +104,9 @@ TEST(Utf8ToUtf16, ConvertsRunsOfEveryLength) {
   for (const std::uint16_t filler : std::vector<std::uint16_t>{0x41, 0xE9, 0x20AC}) {
     std::string text;
     for (std::size_t length = 0; length <= 67; ++length) {
-      ASSERT_EQ((Utf8Outcome{KELO_UNICODE_COMPLETE, text.size(),
-                             bytes_of(std::vector<std::uint16_t>(length, filler))}),
-                convert_utf8(text, 2 * length, KELO_UNICODE_STRICT));
+      ASSERT_EQ(convert_utf8(text, 2 * length, KELO_UNICODE_STRICT),
+                (Utf8Outcome{KELO_UNICODE_COMPLETE, text.size(),
+                             bytes_of(std::vector<std::uint16_t>(length, filler))}));
       text += utf8_of(filler);
     }
   }
@@ -114,10 +114,10 @@ TEST(Utf8ToUtf16, ConvertsRunsOfEveryLength) {
 
 TEST(Utf8ToUtf16, TakesEveryOtherFlagToo) {
   for (const int flags : {1, 2, -1, 256, 1 << 30}) {
-    EXPECT_EQ((Utf8Outcome{KELO_UNICODE_COMPLETE, 3, bytes_of({0x20AC})}),
-              convert_utf8("\xE2\x82\xAC", 2, flags))
+    EXPECT_EQ(convert_utf8("\xE2\x82\xAC", 2, flags),
+              (Utf8Outcome{KELO_UNICODE_COMPLETE, 3, bytes_of({0x20AC})}))
         << flags;
-    EXPECT_EQ((Utf8Outcome{KELO_UNICODE_SOURCE_ILLEGAL, 0, ""}), convert_utf8("\xED\xB0\x80", 2, flags))
+    EXPECT_EQ(convert_utf8("\xED\xB0\x80", 2, flags), (Utf8Outcome{KELO_UNICODE_SOURCE_ILLEGAL, 0, ""}))
         << flags;
   }
 }
@@ -133,9 +133,9 @@ TEST(Utf8ToUtf16, ReadsAndWritesAtAnyAddress) {
       const ExactBuffer target(target_offset + units.size());
       const std::uint8_t* from = bytes_at(source.data() + source_offset);
       std::uint16_t* to = units_at(target.data() + target_offset);
-      EXPECT_EQ(KELO_UNICODE_COMPLETE,
-                kelo_util_ConvertUTF8toUTF16(&from, bytes_at(source.data() + source.size()), &to,
-                                             units_at(target.data() + target.size()), KELO_UNICODE_STRICT));
+      EXPECT_EQ(kelo_util_ConvertUTF8toUTF16(&from, bytes_at(source.data() + source.size()), &to,
+                                             units_at(target.data() + target.size()), KELO_UNICODE_STRICT),
+                KELO_UNICODE_COMPLETE);
       EXPECT_EQ(std::string(target_offset, ExactBuffer::kUntouched) + units, target.bytes());
     }
   }
@@ -146,10 +146,10 @@ TEST(Utf8ToUtf16, TakesAnEndBeforeItsStartForEmpty) {
   const ExactBuffer target(8);
   const std::uint8_t* from = bytes_at(source.data() + 1);
   std::uint16_t* to = units_at(target.data() + 4);
-  EXPECT_EQ(KELO_UNICODE_COMPLETE, kelo_util_ConvertUTF8toUTF16(&from, bytes_at(source.data()), &to,
-                                                                units_at(target.data() + 8), 0));
-  EXPECT_EQ(KELO_UNICODE_TARGET_EXHAUSTED, kelo_util_ConvertUTF8toUTF16(&from, bytes_at(source.data() + 2),
-                                                                        &to, units_at(target.data()), 0));
+  EXPECT_EQ(kelo_util_ConvertUTF8toUTF16(&from, bytes_at(source.data()), &to, units_at(target.data() + 8), 0),
+            KELO_UNICODE_COMPLETE);
+  EXPECT_EQ(kelo_util_ConvertUTF8toUTF16(&from, bytes_at(source.data() + 2), &to, units_at(target.data()), 0),
+            KELO_UNICODE_TARGET_EXHAUSTED);
   EXPECT_EQ(bytes_at(source.data() + 1), from);
   EXPECT_EQ(units_at(target.data() + 4), to);
   EXPECT_TRUE(target.untouched());
@@ -159,12 +159,12 @@ TEST(Utf8ToUtf16, TakesNullForAnEmptyTextAndBuffer) {
   const LogCapture log;
   const std::uint8_t* from = nullptr;
   std::uint16_t* to = nullptr;
-  EXPECT_EQ(KELO_UNICODE_COMPLETE, kelo_util_ConvertUTF8toUTF16(&from, nullptr, &to, nullptr, 0));
+  EXPECT_EQ(kelo_util_ConvertUTF8toUTF16(&from, nullptr, &to, nullptr, 0), KELO_UNICODE_COMPLETE);
   const ExactBuffer source = exactly("a");
   from = bytes_at(source.data());
-  EXPECT_EQ(KELO_UNICODE_TARGET_EXHAUSTED, kelo_util_ConvertUTF8toUTF16(&from, from + 1, &to, nullptr, 0));
+  EXPECT_EQ(kelo_util_ConvertUTF8toUTF16(&from, from + 1, &to, nullptr, 0), KELO_UNICODE_TARGET_EXHAUSTED);
   EXPECT_EQ(bytes_at(source.data()), from);
-  EXPECT_EQ(nullptr, to);
+  EXPECT_EQ(to, nullptr);
   EXPECT_TRUE(log.lines().empty()) << log.dump();
 }
 
@@ -179,18 +179,18 @@ TEST(Utf8ToUtf16, RefusesNullPointersAndChangesNothing) {
   std::uint16_t* no_target = nullptr;
 
   const LogCapture log;
-  EXPECT_EQ(KELO_UNICODE_SOURCE_ILLEGAL,
-            kelo_util_ConvertUTF8toUTF16(nullptr, source_end, &to, target_end, 0));
-  EXPECT_EQ(KELO_UNICODE_SOURCE_ILLEGAL,
-            kelo_util_ConvertUTF8toUTF16(&no_source, source_end, &to, target_end, 0));
-  EXPECT_EQ(KELO_UNICODE_SOURCE_ILLEGAL,
-            kelo_util_ConvertUTF8toUTF16(&from, source_end, nullptr, target_end, 0));
-  EXPECT_EQ(KELO_UNICODE_SOURCE_ILLEGAL,
-            kelo_util_ConvertUTF8toUTF16(&from, source_end, &no_target, target_end, 0));
+  EXPECT_EQ(kelo_util_ConvertUTF8toUTF16(nullptr, source_end, &to, target_end, 0),
+            KELO_UNICODE_SOURCE_ILLEGAL);
+  EXPECT_EQ(kelo_util_ConvertUTF8toUTF16(&no_source, source_end, &to, target_end, 0),
+            KELO_UNICODE_SOURCE_ILLEGAL);
+  EXPECT_EQ(kelo_util_ConvertUTF8toUTF16(&from, source_end, nullptr, target_end, 0),
+            KELO_UNICODE_SOURCE_ILLEGAL);
+  EXPECT_EQ(kelo_util_ConvertUTF8toUTF16(&from, source_end, &no_target, target_end, 0),
+            KELO_UNICODE_SOURCE_ILLEGAL);
   EXPECT_EQ(
-      4, log.count(LOG_LVL_ERR, "oem_util_ConvertUTF8toUTF16", "kelo_util_ConvertUTF8toUTF16 param NULL\n"))
+      log.count(LOG_LVL_ERR, "oem_util_ConvertUTF8toUTF16", "kelo_util_ConvertUTF8toUTF16 param NULL\n"), 4)
       << log.dump();
-  EXPECT_EQ(4u, log.lines().size()) << log.dump();
+  EXPECT_EQ(log.lines().size(), 4u) << log.dump();
   EXPECT_EQ(bytes_at(source.data()), from);
   EXPECT_EQ(units_at(target.data()), to);
   EXPECT_TRUE(target.untouched());
@@ -199,7 +199,7 @@ TEST(Utf8ToUtf16, RefusesNullPointersAndChangesNothing) {
 TEST(Utf8ToUtf16, KeepsErrno) {
   errno = E2BIG;
   convert_utf8("\xFF", 0, KELO_UNICODE_STRICT);
-  EXPECT_EQ(E2BIG, errno);
+  EXPECT_EQ(errno, E2BIG);
 }
 
 }  // namespace

@@ -28,9 +28,9 @@ using kelo::tests::pair_of;
 TEST(DecToHex, KnowsSixteenDigits) {
   for (int value = -300; value <= 300; ++value) {
     const char expected = value >= 0 && value <= 15 ? "0123456789ABCDEF"[value] : '\0';
-    EXPECT_EQ(expected, DecToHex(value)) << value;
+    EXPECT_EQ(DecToHex(value), expected) << value;
   }
-  for (const int value : {INT_MIN, INT_MIN + 15, INT_MAX, 0x10000}) EXPECT_EQ('\0', DecToHex(value)) << value;
+  for (const int value : {INT_MIN, INT_MIN + 15, INT_MAX, 0x10000}) EXPECT_EQ(DecToHex(value), '\0') << value;
 }
 
 // ---- kelo_hex_HexaToInteger ----
@@ -56,26 +56,26 @@ TEST(HexaToInteger, ReadsNumbersOfEveryLength) {
 }
 
 TEST(HexaToInteger, KeepsToPositiveNumbers) {
-  EXPECT_EQ(2147483647, kelo_hex_HexaToInteger("7FFFFFFF"));
-  EXPECT_EQ(0x7FFFFFF, kelo_hex_HexaToInteger("7ffffff"));
-  EXPECT_EQ(0x8000000, kelo_hex_HexaToInteger("8000000"));
-  EXPECT_EQ(-1, kelo_hex_HexaToInteger("80000000"));
-  EXPECT_EQ(-1, kelo_hex_HexaToInteger("FFFFFFFF"));
-  EXPECT_EQ(-1, kelo_hex_HexaToInteger("100000000"));
-  EXPECT_EQ(-1, kelo_hex_HexaToInteger("7FFFFFFF0"));
-  EXPECT_EQ(-1, kelo_hex_HexaToInteger("1000000000000000000000001"));
-  EXPECT_EQ(-1, kelo_hex_HexaToInteger("12G"));
-  EXPECT_EQ(-1, kelo_hex_HexaToInteger("0x12"));
-  EXPECT_EQ(0, kelo_hex_HexaToInteger(""));
-  EXPECT_EQ(0x12, kelo_hex_HexaToInteger("000000000012"));
+  EXPECT_EQ(kelo_hex_HexaToInteger("7FFFFFFF"), 2147483647);
+  EXPECT_EQ(kelo_hex_HexaToInteger("7ffffff"), 0x7FFFFFF);
+  EXPECT_EQ(kelo_hex_HexaToInteger("8000000"), 0x8000000);
+  EXPECT_EQ(kelo_hex_HexaToInteger("80000000"), -1);
+  EXPECT_EQ(kelo_hex_HexaToInteger("FFFFFFFF"), -1);
+  EXPECT_EQ(kelo_hex_HexaToInteger("100000000"), -1);
+  EXPECT_EQ(kelo_hex_HexaToInteger("7FFFFFFF0"), -1);
+  EXPECT_EQ(kelo_hex_HexaToInteger("1000000000000000000000001"), -1);
+  EXPECT_EQ(kelo_hex_HexaToInteger("12G"), -1);
+  EXPECT_EQ(kelo_hex_HexaToInteger("0x12"), -1);
+  EXPECT_EQ(kelo_hex_HexaToInteger(""), 0);
+  EXPECT_EQ(kelo_hex_HexaToInteger("000000000012"), 0x12);
 }
 
 TEST(HexaToInteger, LogsANullPointer) {
   const LogCapture log;
-  EXPECT_EQ(-1, kelo_hex_HexaToInteger(nullptr));
-  EXPECT_EQ(1, log.count(LOG_LVL_ERR, "oem_hex_HexaToInteger", "kelo_hex_HexaToInteger param NULL\n"))
+  EXPECT_EQ(kelo_hex_HexaToInteger(nullptr), -1);
+  EXPECT_EQ(log.count(LOG_LVL_ERR, "oem_hex_HexaToInteger", "kelo_hex_HexaToInteger param NULL\n"), 1)
       << log.dump();
-  EXPECT_EQ(1u, log.lines().size());
+  EXPECT_EQ(log.lines().size(), 1u);
 }
 
 // ---- htoi ----
@@ -112,30 +112,30 @@ TEST(Htoi, ReadsNoFurtherThanTheTerminator) {
 }
 
 TEST(Htoi, CountsLettersBeyondFOn) {
-  EXPECT_EQ(32, htoi("0x1g"));
-  EXPECT_EQ(16, htoi("g"));
-  EXPECT_EQ(35, htoi("Z"));
-  EXPECT_EQ(0x12, htoi("12 34"));
-  EXPECT_EQ(0, htoi(""));
-  EXPECT_EQ(0, htoi("0x"));
-  EXPECT_EQ(33 * 16, htoi("x0"));
+  EXPECT_EQ(htoi("0x1g"), 32);
+  EXPECT_EQ(htoi("g"), 16);
+  EXPECT_EQ(htoi("Z"), 35);
+  EXPECT_EQ(htoi("12 34"), 0x12);
+  EXPECT_EQ(htoi(""), 0);
+  EXPECT_EQ(htoi("0x"), 0);
+  EXPECT_EQ(htoi("x0"), 33 * 16);
 }
 
 TEST(Htoi, KeepsTheLow32Bits) {
-  EXPECT_EQ(INT_MAX, htoi("7fffffff"));
-  EXPECT_EQ(INT_MIN, htoi("80000000"));
-  EXPECT_EQ(-1, htoi("0xFFFFFFFF"));
-  EXPECT_EQ(0, htoi("100000000"));
-  EXPECT_EQ(0x23456789, htoi("123456789"));
+  EXPECT_EQ(htoi("7fffffff"), INT_MAX);
+  EXPECT_EQ(htoi("80000000"), INT_MIN);
+  EXPECT_EQ(htoi("0xFFFFFFFF"), -1);
+  EXPECT_EQ(htoi("100000000"), 0);
+  EXPECT_EQ(htoi("123456789"), 0x23456789);
   const std::string long_text(1000, 'z');
   EXPECT_EQ(leniently(long_text), htoi(long_text.c_str()));
 }
 
 TEST(Htoi, LogsANullPointer) {
   const LogCapture log;
-  EXPECT_EQ(0, htoi(nullptr));
-  EXPECT_EQ(1, log.count(LOG_LVL_ERR, "htoi", "htoi param NULL\n")) << log.dump();
-  EXPECT_EQ(1u, log.lines().size());
+  EXPECT_EQ(htoi(nullptr), 0);
+  EXPECT_EQ(log.count(LOG_LVL_ERR, "htoi", "htoi param NULL\n"), 1) << log.dump();
+  EXPECT_EQ(log.lines().size(), 1u);
 }
 
 }  // namespace

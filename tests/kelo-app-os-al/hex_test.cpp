@@ -58,11 +58,11 @@ std::string too_small(std::uint32_t size, std::uint32_t count) {
 void expect_too_small(const std::uint8_t* bytes, std::uint32_t count, const ExactBuffer& text,
                       std::uint32_t size) {
   LogCapture log;
-  EXPECT_EQ(-1, hex_BinaryToString(bytes, count, text.data(), size)) << count << " into " << size;
+  EXPECT_EQ(hex_BinaryToString(bytes, count, text.data(), size), -1) << count << " into " << size;
   EXPECT_TRUE(log.lines().empty()) << log.dump();
-  EXPECT_EQ(-1, kelo_hex_BinaryToString(bytes, count, text.data(), size)) << count << " into " << size;
-  EXPECT_EQ(1, log.count(LOG_LVL_ERR, "oem_hex_BinaryToString", too_small(size, count))) << log.dump();
-  EXPECT_EQ(1u, log.lines().size());
+  EXPECT_EQ(kelo_hex_BinaryToString(bytes, count, text.data(), size), -1) << count << " into " << size;
+  EXPECT_EQ(log.count(LOG_LVL_ERR, "oem_hex_BinaryToString", too_small(size, count)), 1) << log.dump();
+  EXPECT_EQ(log.lines().size(), 1u);
   EXPECT_TRUE(text.untouched()) << count << " into " << size;
 }
 
@@ -73,8 +73,8 @@ TEST(BinaryToString, WritesWhatPrintfWrites) {
       const std::string expected = printed_digits(bytes);
       for (const Write write : kWriters) {
         std::array<char, 5> text;
-        ASSERT_EQ(4, write(reinterpret_cast<const std::uint8_t*>(bytes.data()), 2, text.data(), text.size()));
-        ASSERT_EQ(expected, text.data());
+        ASSERT_EQ(write(reinterpret_cast<const std::uint8_t*>(bytes.data()), 2, text.data(), text.size()), 4);
+        ASSERT_EQ(text.data(), expected);
       }
     }
   }
@@ -111,14 +111,14 @@ TEST(BinaryToString, LogsANullPointer) {
   LogCapture log;
   const ExactBuffer bytes(1);
   const ExactBuffer text(3);
-  EXPECT_EQ(-1, hex_BinaryToString(nullptr, 1, text.data(), 3));
-  EXPECT_EQ(-1, hex_BinaryToString(bytes_of(bytes), 1, nullptr, 3));
-  EXPECT_EQ(2, log.count(LOG_LVL_ERR, "hex_BinaryToString", "hex_BinaryToString param NULL\n")) << log.dump();
-  EXPECT_EQ(-1, kelo_hex_BinaryToString(nullptr, 1, text.data(), 3));
-  EXPECT_EQ(-1, kelo_hex_BinaryToString(bytes_of(bytes), 1, nullptr, 3));
-  EXPECT_EQ(2, log.count(LOG_LVL_ERR, "oem_hex_BinaryToString", "kelo_hex_BinaryToString param NULL\n"))
+  EXPECT_EQ(hex_BinaryToString(nullptr, 1, text.data(), 3), -1);
+  EXPECT_EQ(hex_BinaryToString(bytes_of(bytes), 1, nullptr, 3), -1);
+  EXPECT_EQ(log.count(LOG_LVL_ERR, "hex_BinaryToString", "hex_BinaryToString param NULL\n"), 2) << log.dump();
+  EXPECT_EQ(kelo_hex_BinaryToString(nullptr, 1, text.data(), 3), -1);
+  EXPECT_EQ(kelo_hex_BinaryToString(bytes_of(bytes), 1, nullptr, 3), -1);
+  EXPECT_EQ(log.count(LOG_LVL_ERR, "oem_hex_BinaryToString", "kelo_hex_BinaryToString param NULL\n"), 2)
       << log.dump();
-  EXPECT_EQ(4u, log.lines().size());
+  EXPECT_EQ(log.lines().size(), 4u);
   EXPECT_TRUE(text.untouched());
 }
 
@@ -168,12 +168,13 @@ TEST(StringToBinary, ReadsWhatFits) {
         EXPECT_TRUE(log.lines().empty()) << log.dump();
       } else {
         EXPECT_TRUE(bytes.untouched());
-        EXPECT_EQ(1, log.count(LOG_LVL_DBUG, kReader,
-                               "The stringLength (" + std::to_string(length) +
-                                   ") is too long to convert into a byte array of length (" +
-                                   std::to_string(size) + ")\n"))
+        EXPECT_EQ(log.count(LOG_LVL_DBUG, kReader,
+                            "The stringLength (" + std::to_string(length) +
+                                ") is too long to convert into a byte array of length (" +
+                                std::to_string(size) + ")\n"),
+                  1)
             << log.dump();
-        EXPECT_EQ(1u, log.lines().size());
+        EXPECT_EQ(log.lines().size(), 1u);
       }
     }
   }
@@ -185,13 +186,14 @@ TEST(StringToBinary, RefusesAnOddLengthFirst) {
     for (const std::string& digits : {"1"s, "123"s, "zz1"s}) {
       log.clear();
       const ExactBuffer bytes(size);
-      EXPECT_EQ(-1, read_bytes(digits, bytes));
+      EXPECT_EQ(read_bytes(digits, bytes), -1);
       EXPECT_TRUE(bytes.untouched());
-      EXPECT_EQ(1, log.count(LOG_LVL_DBUG, kReader,
-                             "The input stringLength=" + std::to_string(digits.size()) +
-                                 " is not a multiple of 2\n"))
+      EXPECT_EQ(
+          log.count(LOG_LVL_DBUG, kReader,
+                    "The input stringLength=" + std::to_string(digits.size()) + " is not a multiple of 2\n"),
+          1)
           << log.dump();
-      EXPECT_EQ(1u, log.lines().size());
+      EXPECT_EQ(log.lines().size(), 1u);
     }
   }
 }
@@ -205,12 +207,12 @@ TEST(StringToBinary, KeepsTheBytesBeforeACharacterThatIsNoDigit) {
       std::string text = digits;
       text[at] = bad;
       const ExactBuffer bytes(4);
-      EXPECT_EQ(-1, read_bytes(text, bytes));
+      EXPECT_EQ(read_bytes(text, bytes), -1);
       const std::string before = scanned_bytes(digits.substr(0, at / 2 * 2));
       EXPECT_EQ(before + std::string(4 - before.size(), ExactBuffer::kUntouched), bytes.bytes()) << text;
-      EXPECT_EQ(1, log.count(LOG_LVL_DBUG, kReader, "Invalid string to convert (" + text + ")\n"))
+      EXPECT_EQ(log.count(LOG_LVL_DBUG, kReader, "Invalid string to convert (" + text + ")\n"), 1)
           << log.dump();
-      EXPECT_EQ(1u, log.lines().size());
+      EXPECT_EQ(log.lines().size(), 1u);
     }
   }
 }
@@ -219,7 +221,7 @@ TEST(StringToBinary, StopsAtTheEndOfATextShorterThanItsLength) {
   for (const std::string& digits : {""s, "1"s, "12"s, "123"s}) {
     const ExactBuffer text(digits);
     const ExactBuffer bytes(4);
-    EXPECT_EQ(-1, kelo_hex_StringToBinary(text.data(), 8, bytes_of(bytes), 4)) << digits;
+    EXPECT_EQ(kelo_hex_StringToBinary(text.data(), 8, bytes_of(bytes), 4), -1) << digits;
   }
 }
 
@@ -227,15 +229,15 @@ TEST(StringToBinary, RefusesHugeLengths) {
   const ExactBuffer text("12");
   const ExactBuffer bytes(1);
   for (const std::uint32_t length : {0x80000000u, 0xFFFFFFFEu, 0xFFFFFFFFu})
-    EXPECT_EQ(-1, kelo_hex_StringToBinary(text.data(), length, bytes_of(bytes), 1)) << length;
+    EXPECT_EQ(kelo_hex_StringToBinary(text.data(), length, bytes_of(bytes), 1), -1) << length;
   EXPECT_TRUE(bytes.untouched());
 }
 
 TEST(StringToBinary, LogsNoMoreThanItsLengthOfAText) {
   const LogCapture log;
   const ExactBuffer bytes(2);
-  EXPECT_EQ(-1, kelo_hex_StringToBinary("12zz5678", 4, bytes_of(bytes), 2));
-  EXPECT_EQ(1, log.count(LOG_LVL_DBUG, kReader, "Invalid string to convert (12zz)\n")) << log.dump();
+  EXPECT_EQ(kelo_hex_StringToBinary("12zz5678", 4, bytes_of(bytes), 2), -1);
+  EXPECT_EQ(log.count(LOG_LVL_DBUG, kReader, "Invalid string to convert (12zz)\n"), 1) << log.dump();
 }
 
 TEST(StringToBinary, LogsATextThatEndsBeforeItsLengthUpToItsEnd) {
@@ -244,9 +246,9 @@ TEST(StringToBinary, LogsATextThatEndsBeforeItsLengthUpToItsEnd) {
     log.clear();
     const ExactBuffer exact(text);
     const ExactBuffer bytes(10);
-    EXPECT_EQ(-1, kelo_hex_StringToBinary(exact.data(), 20, bytes_of(bytes), 10)) << text;
+    EXPECT_EQ(kelo_hex_StringToBinary(exact.data(), 20, bytes_of(bytes), 10), -1) << text;
     EXPECT_EQ(scanned_bytes(text.substr(0, text.size() / 2 * 2)), bytes.bytes().substr(0, text.size() / 2));
-    EXPECT_EQ(1, log.count(LOG_LVL_DBUG, kReader, "Invalid string to convert (" + text + ")\n"))
+    EXPECT_EQ(log.count(LOG_LVL_DBUG, kReader, "Invalid string to convert (" + text + ")\n"), 1)
         << log.dump();
   }
 }
@@ -255,18 +257,18 @@ TEST(StringToBinary, LogsALongTextUpToTheLengthOfALine) {
   const LogCapture log;
   const ExactBuffer text = unterminated(std::string(10000, 'z'));
   const ExactBuffer bytes(5000);
-  EXPECT_EQ(-1, kelo_hex_StringToBinary(text.data(), 10000, bytes_of(bytes), 5000));
-  EXPECT_EQ(1, log.count_containing(LOG_LVL_DBUG, "Invalid string to convert (" + std::string(3000, 'z')));
+  EXPECT_EQ(kelo_hex_StringToBinary(text.data(), 10000, bytes_of(bytes), 5000), -1);
+  EXPECT_EQ(log.count_containing(LOG_LVL_DBUG, "Invalid string to convert (" + std::string(3000, 'z')), 1);
 }
 
 TEST(StringToBinary, LogsANullPointer) {
   const LogCapture log;
   const ExactBuffer bytes(1);
-  EXPECT_EQ(-1, kelo_hex_StringToBinary(nullptr, 2, bytes_of(bytes), 1));
-  EXPECT_EQ(-1, kelo_hex_StringToBinary("12", 2, nullptr, 1));
+  EXPECT_EQ(kelo_hex_StringToBinary(nullptr, 2, bytes_of(bytes), 1), -1);
+  EXPECT_EQ(kelo_hex_StringToBinary("12", 2, nullptr, 1), -1);
   EXPECT_TRUE(bytes.untouched());
-  EXPECT_EQ(2, log.count(LOG_LVL_ERR, kReader, "kelo_hex_StringToBinary param NULL\n")) << log.dump();
-  EXPECT_EQ(2u, log.lines().size());
+  EXPECT_EQ(log.count(LOG_LVL_ERR, kReader, "kelo_hex_StringToBinary param NULL\n"), 2) << log.dump();
+  EXPECT_EQ(log.lines().size(), 2u);
 }
 
 // ---- kelo_change_hexstr_to_str ----
@@ -279,7 +281,7 @@ TEST(ChangeHexstrToStr, ReadsAllOrNothing) {
     EXPECT_EQ(good ? 0 : -1, kelo_change_hexstr_to_str(digits.data(), bytes_of(bytes))) << text;
     std::string expected = good ? scanned_bytes(text) : "";
     expected.resize(bytes.size(), ExactBuffer::kUntouched);
-    EXPECT_EQ(expected, bytes.bytes()) << text;
+    EXPECT_EQ(bytes.bytes(), expected) << text;
   }
 }
 
@@ -300,16 +302,16 @@ TEST(ChangeHexstrToStr, FillsABlockOfHalfTheLength) {
     const ExactBuffer bytes(count);
     std::string text;
     for (std::size_t i = 0; i < count; ++i) text += "e7";
-    EXPECT_EQ(0, kelo_change_hexstr_to_str(text.c_str(), bytes_of(bytes)));
-    EXPECT_EQ(std::string(count, '\xE7'), bytes.bytes());
+    EXPECT_EQ(kelo_change_hexstr_to_str(text.c_str(), bytes_of(bytes)), 0);
+    EXPECT_EQ(bytes.bytes(), std::string(count, '\xE7'));
   }
 }
 
 TEST(ChangeHexstrToStr, ReturnsAFailureForANullPointerSilently) {
   const LogCapture log;
   const ExactBuffer bytes(1);
-  EXPECT_EQ(-1, kelo_change_hexstr_to_str(nullptr, bytes_of(bytes)));
-  EXPECT_EQ(-1, kelo_change_hexstr_to_str("12", nullptr));
+  EXPECT_EQ(kelo_change_hexstr_to_str(nullptr, bytes_of(bytes)), -1);
+  EXPECT_EQ(kelo_change_hexstr_to_str("12", nullptr), -1);
   EXPECT_TRUE(bytes.untouched());
   EXPECT_TRUE(log.lines().empty()) << log.dump();
 }

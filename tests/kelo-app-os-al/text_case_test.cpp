@@ -90,10 +90,10 @@ TEST(StartsAndEndsWith, AgreeWithAPlainComparison) {
 TEST(StartsAndEndsWith, ReturnZeroForANullPointerSilently) {
   const LogCapture log;
   for (const int ignore_case : {0, 1}) {
-    EXPECT_EQ(0, starts_with(nullptr, "a", ignore_case));
-    EXPECT_EQ(0, starts_with("a", nullptr, ignore_case));
-    EXPECT_EQ(0, ends_with(nullptr, "a", ignore_case));
-    EXPECT_EQ(0, ends_with("a", nullptr, ignore_case));
+    EXPECT_EQ(starts_with(nullptr, "a", ignore_case), 0);
+    EXPECT_EQ(starts_with("a", nullptr, ignore_case), 0);
+    EXPECT_EQ(ends_with(nullptr, "a", ignore_case), 0);
+    EXPECT_EQ(ends_with("a", nullptr, ignore_case), 0);
   }
   EXPECT_TRUE(log.lines().empty()) << log.dump();
 }
@@ -105,8 +105,8 @@ TEST(ToLowerCase, ChangesTheAsciiCapitalsOnly) {
     const bool capital = character >= 65 && character <= 90;
     EXPECT_EQ(capital ? character + 32 : character, tolowercase(character)) << character;
   }
-  EXPECT_EQ(INT_MAX, tolowercase(INT_MAX));
-  EXPECT_EQ(INT_MIN, tolowercase(INT_MIN));
+  EXPECT_EQ(tolowercase(INT_MAX), INT_MAX);
+  EXPECT_EQ(tolowercase(INT_MIN), INT_MIN);
 }
 
 // ---- kelo_string_toupper ----
@@ -129,10 +129,10 @@ TEST(StringToUpper, LeavesEveryByteAbove127Alone) {
 
 TEST(StringToUpper, LogsANullPointer) {
   const LogCapture log;
-  EXPECT_EQ(nullptr, kelo_string_toupper(nullptr));
-  EXPECT_EQ(1, log.count(LOG_LVL_ERR, "oem_string_toupper", "kelo_string_toupper param NULL\n"))
+  EXPECT_EQ(kelo_string_toupper(nullptr), nullptr);
+  EXPECT_EQ(log.count(LOG_LVL_ERR, "oem_string_toupper", "kelo_string_toupper param NULL\n"), 1)
       << log.dump();
-  EXPECT_EQ(1u, log.lines().size());
+  EXPECT_EQ(log.lines().size(), 1u);
 }
 
 }  // namespace

@@ -54,22 +54,22 @@ TEST(Strlcpy, CopiesWhatFitsAndReturnsTheLengthOfTheSource) {
 
 TEST(Strlcpy, KeepsThreeOfSixCharactersInFourBytes) {
   const ExactBuffer destination(4);
-  EXPECT_EQ(6u, kelo_strlcpy(destination.data(), "abcdef", 4));
-  EXPECT_STREQ("abc", destination.data());
+  EXPECT_EQ(kelo_strlcpy(destination.data(), "abcdef", 4), 6u);
+  EXPECT_STREQ(destination.data(), "abc");
 }
 
 TEST(Strlcpy, WritesNothingAtSizeZero) {
   const ExactBuffer destination(1);
-  EXPECT_EQ(3u, kelo_strlcpy(destination.data(), "abc", 0));
+  EXPECT_EQ(kelo_strlcpy(destination.data(), "abc", 0), 3u);
   EXPECT_TRUE(destination.untouched());
 }
 
 TEST(Strlcpy, ReturnsZeroForANullPointerSilently) {
   const LogCapture log;
   const ExactBuffer destination(4);
-  EXPECT_EQ(0u, kelo_strlcpy(nullptr, "abc", 4));
-  EXPECT_EQ(0u, kelo_strlcpy(destination.data(), nullptr, 4));
-  EXPECT_EQ(0u, kelo_strlcpy(nullptr, nullptr, 4));
+  EXPECT_EQ(kelo_strlcpy(nullptr, "abc", 4), 0u);
+  EXPECT_EQ(kelo_strlcpy(destination.data(), nullptr, 4), 0u);
+  EXPECT_EQ(kelo_strlcpy(nullptr, nullptr, 4), 0u);
   EXPECT_TRUE(destination.untouched());
   EXPECT_TRUE(log.lines().empty()) << log.dump();
 }
@@ -99,16 +99,16 @@ TEST(Strlcat, LeavesABufferWithoutATerminatorAlone) {
 
 TEST(Strlcat, ReturnsTheLengthOfTheSourceAtSizeZero) {
   const ExactBuffer destination("head");
-  EXPECT_EQ(4u, kelo_strlcat(destination.data(), "tail", 0));
-  EXPECT_STREQ("head", destination.data());
+  EXPECT_EQ(kelo_strlcat(destination.data(), "tail", 0), 4u);
+  EXPECT_STREQ(destination.data(), "head");
 }
 
 TEST(Strlcat, ReturnsZeroForANullPointerSilently) {
   const LogCapture log;
   const ExactBuffer destination("head", 16);
-  EXPECT_EQ(0u, kelo_strlcat(nullptr, "abc", 16));
-  EXPECT_EQ(0u, kelo_strlcat(destination.data(), nullptr, 16));
-  EXPECT_STREQ("head", destination.data());
+  EXPECT_EQ(kelo_strlcat(nullptr, "abc", 16), 0u);
+  EXPECT_EQ(kelo_strlcat(destination.data(), nullptr, 16), 0u);
+  EXPECT_STREQ(destination.data(), "head");
   EXPECT_TRUE(log.lines().empty()) << log.dump();
 }
 
@@ -122,7 +122,7 @@ TEST(StringMemcpy, FillsTheFieldWithTextAndZeros) {
       kelo_string_memcpy(destination.data(), source.data(), n);
       std::string expected = text.substr(0, n);
       expected.resize(n, '\0');
-      EXPECT_EQ(expected + ExactBuffer::kUntouched, destination.bytes()) << n;
+      EXPECT_EQ(destination.bytes(), expected + ExactBuffer::kUntouched) << n;
     }
   }
 }
@@ -141,8 +141,8 @@ TEST(StringMemcpy, LogsANullPointerAndDoesNothing) {
   kelo_string_memcpy(nullptr, "abc", 4);
   kelo_string_memcpy(nullptr, nullptr, 0);
   EXPECT_TRUE(destination.untouched());
-  EXPECT_EQ(3, log.count(LOG_LVL_ERR, "oem_string_memcpy", "Invalid string parameter.\n")) << log.dump();
-  EXPECT_EQ(3u, log.lines().size());
+  EXPECT_EQ(log.count(LOG_LVL_ERR, "oem_string_memcpy", "Invalid string parameter.\n"), 3) << log.dump();
+  EXPECT_EQ(log.lines().size(), 3u);
 }
 
 // ---- kelo_utf8_NumBytesInChar ----
@@ -154,7 +154,7 @@ TEST(Utf8NumBytesInChar, KnowsEveryByte) {
     if (byte >= 0xC0 && byte <= 0xDF) expected = 2;
     if (byte >= 0xE0 && byte <= 0xEF) expected = 3;
     if (byte >= 0xF0 && byte <= 0xF7) expected = 4;
-    EXPECT_EQ(expected, kelo_utf8_NumBytesInChar(static_cast<char>(byte))) << byte;
+    EXPECT_EQ(kelo_utf8_NumBytesInChar(static_cast<char>(byte)), expected) << byte;
   }
 }
 
@@ -207,8 +207,8 @@ TEST(Utf8Copy, CopiesWholeCharactersAtEverySize) {
       std::size_t copied = kMarker;
       EXPECT_EQ(all ? 0 : -1, kelo_utf8_Copy(destination.data(), source.data(), size, &copied))
           << item.source << " into " << size;
-      EXPECT_EQ(expected.size(), copied) << item.source << " into " << size;
-      EXPECT_EQ(expected, destination.data()) << item.source << " into " << size;
+      EXPECT_EQ(copied, expected.size()) << item.source << " into " << size;
+      EXPECT_EQ(destination.data(), expected) << item.source << " into " << size;
     }
   }
 }
@@ -216,9 +216,9 @@ TEST(Utf8Copy, CopiesWholeCharactersAtEverySize) {
 TEST(Utf8Copy, LeavesOutACharacterOfThreeBytesInABufferOfThree) {
   const ExactBuffer destination(3);
   std::size_t copied = kMarker;
-  EXPECT_EQ(-1, kelo_utf8_Copy(destination.data(), "\xE2\x82\xAC", 3, &copied));
-  EXPECT_STREQ("", destination.data());
-  EXPECT_EQ(0u, copied);
+  EXPECT_EQ(kelo_utf8_Copy(destination.data(), "\xE2\x82\xAC", 3, &copied), -1);
+  EXPECT_STREQ(destination.data(), "");
+  EXPECT_EQ(copied, 0u);
 }
 
 TEST(Utf8Copy, MakesTheCopyEmptyAtAByteThatStartsNoCharacter) {
@@ -230,9 +230,9 @@ TEST(Utf8Copy, MakesTheCopyEmptyAtAByteThatStartsNoCharacter) {
       for (const std::size_t size : {head.size() + 1, head.size() + 2, head.size() + 10}) {
         const ExactBuffer destination(size);
         std::size_t copied = kMarker;
-        EXPECT_EQ(0, kelo_utf8_Copy(destination.data(), source.data(), size, &copied)) << byte;
-        EXPECT_EQ('\0', *destination.data()) << byte;
-        EXPECT_EQ(0u, copied) << byte;
+        EXPECT_EQ(kelo_utf8_Copy(destination.data(), source.data(), size, &copied), 0) << byte;
+        EXPECT_EQ(*destination.data(), '\0') << byte;
+        EXPECT_EQ(copied, 0u) << byte;
       }
     }
   }
@@ -241,18 +241,18 @@ TEST(Utf8Copy, MakesTheCopyEmptyAtAByteThatStartsNoCharacter) {
 TEST(Utf8Copy, StopsBeforeABadByteThatItDoesNotReach) {
   const ExactBuffer destination(2);
   std::size_t copied = kMarker;
-  EXPECT_EQ(-1, kelo_utf8_Copy(destination.data(), "ab\x80", 2, &copied));
-  EXPECT_STREQ("a", destination.data());
-  EXPECT_EQ(1u, copied);
+  EXPECT_EQ(kelo_utf8_Copy(destination.data(), "ab\x80", 2, &copied), -1);
+  EXPECT_STREQ(destination.data(), "a");
+  EXPECT_EQ(copied, 1u);
 }
 
 TEST(Utf8Copy, NeedsNoCount) {
   const ExactBuffer destination(3);
-  EXPECT_EQ(0, kelo_utf8_Copy(destination.data(), "ab", 3, nullptr));
-  EXPECT_STREQ("ab", destination.data());
-  EXPECT_EQ(-1, kelo_utf8_Copy(destination.data(), "abc", 3, nullptr));
-  EXPECT_EQ(0, kelo_utf8_Copy(destination.data(), "\x80", 3, nullptr));
-  EXPECT_STREQ("", destination.data());
+  EXPECT_EQ(kelo_utf8_Copy(destination.data(), "ab", 3, nullptr), 0);
+  EXPECT_STREQ(destination.data(), "ab");
+  EXPECT_EQ(kelo_utf8_Copy(destination.data(), "abc", 3, nullptr), -1);
+  EXPECT_EQ(kelo_utf8_Copy(destination.data(), "\x80", 3, nullptr), 0);
+  EXPECT_STREQ(destination.data(), "");
 }
 
 void expect_fatal(char* destination, const char* source, std::size_t size) {
@@ -260,7 +260,7 @@ void expect_fatal(char* destination, const char* source, std::size_t size) {
     std::size_t copied = 0;
     kelo_utf8_Copy(destination, source, size, &copied);
   });
-  EXPECT_EQ(SIGABRT, child.signal);
+  EXPECT_EQ(child.signal, SIGABRT);
   EXPECT_TRUE(std::regex_match(child.standard_output,
                                std::regex(R"(kelo-app-os-al/kelo_app_os_al\.c, line: [1-9][0-9]*\n)")))
       << child.standard_output;

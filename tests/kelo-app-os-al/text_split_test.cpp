@@ -40,8 +40,8 @@ void expect_replaced(const std::string& text, const std::string& pattern, const 
   const std::string expected = replaced(buffer.bytes(), text, pattern, replacement);
   const ExactBuffer exact_pattern(pattern);
   const ExactBuffer exact_replacement(replacement);
-  EXPECT_EQ(0, replace_str(buffer.data(), exact_pattern.data(), exact_replacement.data()));
-  EXPECT_EQ(expected, buffer.bytes()) << text << ' ' << pattern << ' ' << replacement;
+  EXPECT_EQ(replace_str(buffer.data(), exact_pattern.data(), exact_replacement.data()), 0);
+  EXPECT_EQ(buffer.bytes(), expected) << text << ' ' << pattern << ' ' << replacement;
 }
 
 TEST(ReplaceStr, AgreesWithAPlainReplacement) {
@@ -51,7 +51,7 @@ TEST(ReplaceStr, AgreesWithAPlainReplacement) {
     for (const std::string& pattern : patterns) {
       if (text.find(pattern) == std::string::npos) {
         const ExactBuffer buffer(text);
-        EXPECT_EQ(-1, replace_str(buffer.data(), pattern.c_str(), "x")) << text << ' ' << pattern;
+        EXPECT_EQ(replace_str(buffer.data(), pattern.c_str(), "x"), -1) << text << ' ' << pattern;
         EXPECT_EQ(text, buffer.data());
         continue;
       }
@@ -62,14 +62,14 @@ TEST(ReplaceStr, AgreesWithAPlainReplacement) {
 
 TEST(ReplaceStr, LeavesTheTailOfTheOldTextAfterAShorterOne) {
   const ExactBuffer buffer("abcdef");
-  EXPECT_EQ(0, replace_str(buffer.data(), "cd", "X"));
-  EXPECT_STREQ("abXeff", buffer.data());
+  EXPECT_EQ(replace_str(buffer.data(), "cd", "X"), 0);
+  EXPECT_STREQ(buffer.data(), "abXeff");
 }
 
 TEST(ReplaceStr, WritesNoTerminatorAfterALongerOne) {
   const ExactBuffer buffer("abcdef", 9);
-  EXPECT_EQ(0, replace_str(buffer.data(), "cd", "WXYZ"));
-  EXPECT_EQ("abWXYZef"s + ExactBuffer::kUntouched, buffer.bytes());
+  EXPECT_EQ(replace_str(buffer.data(), "cd", "WXYZ"), 0);
+  EXPECT_EQ(buffer.bytes(), "abWXYZef"s + ExactBuffer::kUntouched);
 }
 
 TEST(ReplaceStr, WorksOnTheFirst1023Characters) {
@@ -88,24 +88,24 @@ TEST(ReplaceStr, ChangesNothingAfterTheFirst1023Characters) {
   for (const std::size_t at : {1020u, 1021u, 1022u, 1023u, 1024u, 1500u}) {
     const std::string text = std::string(at, 'a') + "##" + std::string(10, 'b');
     const ExactBuffer buffer(text);
-    EXPECT_EQ(0, replace_str(buffer.data(), "##", "XY")) << at;
+    EXPECT_EQ(replace_str(buffer.data(), "##", "XY"), 0) << at;
     std::string expected = text;
     if (at < kMostCharacters) expected[at] = 'X';
     if (at + 1 < kMostCharacters) expected[at + 1] = 'Y';
-    EXPECT_EQ(expected, buffer.data()) << at;
+    EXPECT_EQ(buffer.data(), expected) << at;
   }
 }
 
 TEST(ReplaceStr, ReturnsAFailureForANullPointer) {
   const LogCapture log;
   const ExactBuffer buffer("abc");
-  EXPECT_EQ(-1, replace_str(buffer.data(), nullptr, "x"));
-  EXPECT_EQ(-1, replace_str(buffer.data(), "b", nullptr));
+  EXPECT_EQ(replace_str(buffer.data(), nullptr, "x"), -1);
+  EXPECT_EQ(replace_str(buffer.data(), "b", nullptr), -1);
   EXPECT_TRUE(log.lines().empty()) << log.dump();
-  EXPECT_EQ(-1, replace_str(nullptr, "b", "x"));
-  EXPECT_STREQ("abc", buffer.data());
-  EXPECT_EQ(1, log.count(LOG_LVL_ERR, "replace_str", "replace_str param NULL\n")) << log.dump();
-  EXPECT_EQ(1u, log.lines().size());
+  EXPECT_EQ(replace_str(nullptr, "b", "x"), -1);
+  EXPECT_STREQ(buffer.data(), "abc");
+  EXPECT_EQ(log.count(LOG_LVL_ERR, "replace_str", "replace_str param NULL\n"), 1) << log.dump();
+  EXPECT_EQ(log.lines().size(), 1u);
 }
 
 // ---- strsep ----
@@ -137,12 +137,12 @@ TEST(Strsep, AgreesWithAPlainSearch) {
         EXPECT_EQ(buffer.data() + begin, rest) << text;
         const char* const token = strsep(&rest, set.data());
         ASSERT_EQ(buffer.data() + begin, token) << text;
-        EXPECT_EQ(expected, token) << text;
+        EXPECT_EQ(token, expected) << text;
         begin += expected.size() + 1;
       }
-      EXPECT_EQ(nullptr, rest) << text;
-      EXPECT_EQ(nullptr, strsep(&rest, set.data())) << text;
-      EXPECT_EQ(nullptr, rest) << text;
+      EXPECT_EQ(rest, nullptr) << text;
+      EXPECT_EQ(strsep(&rest, set.data()), nullptr) << text;
+      EXPECT_EQ(rest, nullptr) << text;
     }
   }
 }
@@ -150,14 +150,14 @@ TEST(Strsep, AgreesWithAPlainSearch) {
 TEST(Strsep, LeavesATextWithoutDelimitersUnwritten) {
   static const char kReadOnly[] = "abc";
   char* rest = const_cast<char*>(kReadOnly);
-  EXPECT_EQ(kReadOnly, strsep(&rest, ","));
-  EXPECT_EQ(nullptr, rest);
+  EXPECT_EQ(strsep(&rest, ","), kReadOnly);
+  EXPECT_EQ(rest, nullptr);
 }
 
 TEST(Strsep, ReturnsNullForANullTextSilently) {
   const LogCapture log;
   char* rest = nullptr;
-  EXPECT_EQ(nullptr, strsep(&rest, ","));
+  EXPECT_EQ(strsep(&rest, ","), nullptr);
   EXPECT_TRUE(log.lines().empty()) << log.dump();
 }
 
@@ -167,11 +167,11 @@ TEST(Strsep, LogsANullPointer) {
   char* (*const volatile call)(char**, const char*) = strsep;
   const ExactBuffer buffer("a,b");
   char* rest = buffer.data();
-  EXPECT_EQ(nullptr, call(nullptr, ","));
-  EXPECT_EQ(nullptr, call(&rest, nullptr));
+  EXPECT_EQ(call(nullptr, ","), nullptr);
+  EXPECT_EQ(call(&rest, nullptr), nullptr);
   EXPECT_EQ(buffer.data(), rest);
-  EXPECT_EQ(2, log.count(LOG_LVL_ERR, "strsep", "strsep param NULL\n")) << log.dump();
-  EXPECT_EQ(2u, log.lines().size());
+  EXPECT_EQ(log.count(LOG_LVL_ERR, "strsep", "strsep param NULL\n"), 2) << log.dump();
+  EXPECT_EQ(log.lines().size(), 2u);
 }
 
 // ---- split_string_to_array ----
@@ -201,8 +201,8 @@ TEST(SplitStringToArray, AgreesWithAPlainSearch) {
 }
 
 TEST(SplitStringToArray, SkipsEmptyTokensOnDemand) {
-  EXPECT_EQ((std::vector<std::string>{"a", "", "b"}), split("a,,b", ",", 0, 3));
-  EXPECT_EQ((std::vector<std::string>{"a", "b"}), split("a,,b", ",", 1, 2));
+  EXPECT_EQ(split("a,,b", ",", 0, 3), (std::vector<std::string>{"a", "", "b"}));
+  EXPECT_EQ(split("a,,b", ",", 1, 2), (std::vector<std::string>{"a", "b"}));
 }
 
 TEST(SplitStringToArray, ReturnsAFailureForANullPointer) {
@@ -210,14 +210,14 @@ TEST(SplitStringToArray, ReturnsAFailureForANullPointer) {
   const ExactBuffer buffer("a,b");
   char mark = 'm';
   char* array[2] = {&mark, &mark};
-  EXPECT_EQ(-1, split_string_to_array(nullptr, ",", array, 0));
-  EXPECT_EQ(-1, split_string_to_array(buffer.data(), ",", nullptr, 0));
+  EXPECT_EQ(split_string_to_array(nullptr, ",", array, 0), -1);
+  EXPECT_EQ(split_string_to_array(buffer.data(), ",", nullptr, 0), -1);
   EXPECT_TRUE(log.lines().empty()) << log.dump();
-  EXPECT_EQ(-1, split_string_to_array(buffer.data(), nullptr, array, 0));
-  EXPECT_EQ(1, log.count(LOG_LVL_ERR, "split_string_to_array", "split_string_to_array param NULL\n"))
+  EXPECT_EQ(split_string_to_array(buffer.data(), nullptr, array, 0), -1);
+  EXPECT_EQ(log.count(LOG_LVL_ERR, "split_string_to_array", "split_string_to_array param NULL\n"), 1)
       << log.dump();
-  EXPECT_EQ(1u, log.lines().size());
-  EXPECT_STREQ("a,b", buffer.data());
+  EXPECT_EQ(log.lines().size(), 1u);
+  EXPECT_STREQ(buffer.data(), "a,b");
   EXPECT_EQ(&mark, array[0]);
 }
 

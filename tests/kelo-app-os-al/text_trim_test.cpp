@@ -64,12 +64,12 @@ TEST(TrimString, ClassifiesBytesAbove127AsPositiveValues) {
   classified.clear();
   const ExactBuffer buffer("\x80\xFF");
   kelo_trim_string(buffer.data());
-  EXPECT_EQ((std::set<int>{0x80, 0xFF}), classified);
+  EXPECT_EQ(classified, (std::set<int>{0x80, 0xFF}));
 }
 
 TEST(TrimString, ReturnsNullForNullSilently) {
   const LogCapture log;
-  EXPECT_EQ(nullptr, kelo_trim_string(nullptr));
+  EXPECT_EQ(kelo_trim_string(nullptr), nullptr);
   EXPECT_TRUE(log.lines().empty()) << log.dump();
 }
 
@@ -86,7 +86,7 @@ TEST(AtParamStrip, CutsTheSetFromBothEndsWithoutMovingTheRest) {
       std::string expected = text.substr(0, skipped) + kept;
       expected.resize(text.size() + 1, '\0');
       EXPECT_EQ(buffer.data() + skipped, begin) << '[' << text << "] [" << set << ']';
-      EXPECT_EQ(expected, buffer.bytes()) << '[' << text << "] [" << set << ']';
+      EXPECT_EQ(buffer.bytes(), expected) << '[' << text << "] [" << set << ']';
     }
   }
 }
@@ -99,12 +99,12 @@ TEST(AtParamStrip, ReturnsTheTerminatorOfATextOfSetCharacters) {
 TEST(AtParamStrip, LogsANullPointer) {
   const LogCapture log;
   const ExactBuffer buffer("\"a\"");
-  EXPECT_EQ(nullptr, kelo_at_param_strip(nullptr, " "));
-  EXPECT_EQ(nullptr, kelo_at_param_strip(buffer.data(), nullptr));
-  EXPECT_STREQ("\"a\"", buffer.data());
-  EXPECT_EQ(2, log.count(LOG_LVL_ERR, "oem_at_param_strip", "kelo_at_param_strip param NULL\n"))
+  EXPECT_EQ(kelo_at_param_strip(nullptr, " "), nullptr);
+  EXPECT_EQ(kelo_at_param_strip(buffer.data(), nullptr), nullptr);
+  EXPECT_STREQ(buffer.data(), "\"a\"");
+  EXPECT_EQ(log.count(LOG_LVL_ERR, "oem_at_param_strip", "kelo_at_param_strip param NULL\n"), 2)
       << log.dump();
-  EXPECT_EQ(2u, log.lines().size());
+  EXPECT_EQ(log.lines().size(), 2u);
 }
 
 // ---- kelo_strip_quotes_out ----
@@ -144,11 +144,11 @@ TEST(StripQuotesOut, AgreesWithAPlainReaderAtEverySize) {
       log.clear();
       const ExactBuffer output(size);
       const QuotesResult expected = read_quotes(input, size);
-      EXPECT_EQ(expected.result, kelo_strip_quotes_out(source.data(), output.data(), size)) << input << size;
-      EXPECT_EQ(expected.output, output.bytes()) << input << " into " << size;
-      EXPECT_EQ(expected.message.empty() ? 0u : 1u, log.lines().size()) << input << " into " << size;
+      EXPECT_EQ(kelo_strip_quotes_out(source.data(), output.data(), size), expected.result) << input << size;
+      EXPECT_EQ(output.bytes(), expected.output) << input << " into " << size;
+      EXPECT_EQ(log.lines().size(), expected.message.empty() ? 0u : 1u) << input << " into " << size;
       if (!expected.message.empty()) {
-        EXPECT_EQ(1, log.count(LOG_LVL_ERR, kFunction, expected.message)) << input << log.dump();
+        EXPECT_EQ(log.count(LOG_LVL_ERR, kFunction, expected.message), 1) << input << log.dump();
       }
     }
   }
@@ -158,7 +158,7 @@ TEST(StripQuotesOut, CopiesWhatIsQuoted) {
   for (const std::string& text : {""s, "a"s, "cabin"s, "\\"s, "\xC3\xA4"s}) {
     const ExactBuffer input('"' + text + '"');
     const ExactBuffer output(text.size() + 1);
-    EXPECT_EQ(1, kelo_strip_quotes_out(input.data(), output.data(), output.size())) << text;
+    EXPECT_EQ(kelo_strip_quotes_out(input.data(), output.data(), output.size()), 1) << text;
     EXPECT_EQ(text, output.data());
   }
 }
@@ -166,9 +166,9 @@ TEST(StripQuotesOut, CopiesWhatIsQuoted) {
 void expect_refusal(const char* input, std::size_t size, const std::string& message) {
   const LogCapture log;
   const ExactBuffer output(size);
-  EXPECT_EQ(0, kelo_strip_quotes_out(input, output.data(), size)) << input;
-  EXPECT_EQ(1, log.count(LOG_LVL_ERR, kFunction, message)) << input << log.dump();
-  EXPECT_EQ(1u, log.lines().size()) << log.dump();
+  EXPECT_EQ(kelo_strip_quotes_out(input, output.data(), size), 0) << input;
+  EXPECT_EQ(log.count(LOG_LVL_ERR, kFunction, message), 1) << input << log.dump();
+  EXPECT_EQ(log.lines().size(), 1u) << log.dump();
 }
 
 TEST(StripQuotesOut, SaysWhyItRefuses) {
@@ -185,11 +185,11 @@ TEST(StripQuotesOut, SaysWhyItRefuses) {
 TEST(StripQuotesOut, LogsANullPointer) {
   const LogCapture log;
   const ExactBuffer output(4);
-  EXPECT_EQ(0, kelo_strip_quotes_out(nullptr, output.data(), 4));
-  EXPECT_EQ(0, kelo_strip_quotes_out("\"a\"", nullptr, 4));
+  EXPECT_EQ(kelo_strip_quotes_out(nullptr, output.data(), 4), 0);
+  EXPECT_EQ(kelo_strip_quotes_out("\"a\"", nullptr, 4), 0);
   EXPECT_TRUE(output.untouched());
-  EXPECT_EQ(2, log.count(LOG_LVL_ERR, kFunction, "kelo_strip_quotes_out param NULL\n")) << log.dump();
-  EXPECT_EQ(2u, log.lines().size());
+  EXPECT_EQ(log.count(LOG_LVL_ERR, kFunction, "kelo_strip_quotes_out param NULL\n"), 2) << log.dump();
+  EXPECT_EQ(log.lines().size(), 2u);
 }
 
 }  // namespace

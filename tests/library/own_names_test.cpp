@@ -26,9 +26,9 @@ int exit_status(const std::string& program) {
 
 // The exit status is the line of the claim that failed.
 TEST(OwnNames, ChangeNothingInTheLibrary) {
-  ASSERT_EQ(0, exit_status("own_names_program"));
+  ASSERT_EQ(exit_status("own_names_program"), 0);
   for (const char* const path : {DB_CONFIG, DB_CONFIGBAK}) {
-    EXPECT_EQ(0, check_database_health(path)) << path;
+    EXPECT_EQ(check_database_health(path), 0) << path;
     const ItemRow row = {7, "SSID", KELO_DM_TYPE_STRING, 5, reference_crc("cabin"), "cabin"};
     EXPECT_THAT(item_rows(path, "NET_TAB"), ElementsAre(row)) << path;
   }

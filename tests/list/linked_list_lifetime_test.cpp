@@ -32,9 +32,9 @@ TEST(LinkedListInit, MakesAnEmptyListOfAnyMemory) {
 TEST(LinkedListInit, LockIsNotRecursive) {
   list_type list;
   list_init(&list);
-  EXPECT_EQ(0, pthread_mutex_lock(&list.lock));
-  EXPECT_EQ(EBUSY, pthread_mutex_trylock(&list.lock));
-  EXPECT_EQ(0, pthread_mutex_unlock(&list.lock));
+  EXPECT_EQ(pthread_mutex_lock(&list.lock), 0);
+  EXPECT_EQ(pthread_mutex_trylock(&list.lock), EBUSY);
+  EXPECT_EQ(pthread_mutex_unlock(&list.lock), 0);
   list_destroy(&list);
 }
 
@@ -50,13 +50,13 @@ TEST(LinkedListInit, EveryOperationInitialisesWhatIsNotFlagged) {
   const std::vector<FirstUse> uses = {
       {"push_front", [&](list_type& l, list_type&) { list_push_front(&l, &item); }},
       {"push_back", [&](list_type& l, list_type&) { list_push_back(&l, &item); }},
-      {"pop_front", [&](list_type& l, list_type&) { EXPECT_EQ(nullptr, list_pop_front(&l)); }},
-      {"pop_back", [&](list_type& l, list_type&) { EXPECT_EQ(nullptr, list_pop_back(&l)); }},
-      {"size", [&](list_type& l, list_type&) { EXPECT_EQ(0U, list_size(&l)); }},
-      {"peek_front", [&](list_type& l, list_type&) { EXPECT_EQ(nullptr, list_peek_front(&l)); }},
-      {"peek_back", [&](list_type& l, list_type&) { EXPECT_EQ(nullptr, list_peek_back(&l)); }},
-      {"peek_next", [&](list_type& l, list_type&) { EXPECT_EQ(nullptr, list_peek_next(&l, &stranger)); }},
-      {"peek_prev", [&](list_type& l, list_type&) { EXPECT_EQ(nullptr, list_peek_prev(&l, &stranger)); }},
+      {"pop_front", [&](list_type& l, list_type&) { EXPECT_EQ(list_pop_front(&l), nullptr); }},
+      {"pop_back", [&](list_type& l, list_type&) { EXPECT_EQ(list_pop_back(&l), nullptr); }},
+      {"size", [&](list_type& l, list_type&) { EXPECT_EQ(list_size(&l), 0U); }},
+      {"peek_front", [&](list_type& l, list_type&) { EXPECT_EQ(list_peek_front(&l), nullptr); }},
+      {"peek_back", [&](list_type& l, list_type&) { EXPECT_EQ(list_peek_back(&l), nullptr); }},
+      {"peek_next", [&](list_type& l, list_type&) { EXPECT_EQ(list_peek_next(&l, &stranger), nullptr); }},
+      {"peek_prev", [&](list_type& l, list_type&) { EXPECT_EQ(list_peek_prev(&l, &stranger), nullptr); }},
       {"push_before", [&](list_type& l, list_type&) { list_push_before(&l, &item, &stranger); }},
       {"pop_item", [&](list_type& l, list_type&) { list_pop_item(&l, &stranger); }},
       {"search", [&](list_type& l, list_type&) { list_linear_search(&l, none, nullptr); }},
@@ -89,10 +89,10 @@ TEST(LinkedListInit, PushAfterInitialisesToo) {
   list_link_type item = {};
   list_link_type stranger = {};
   list_push_after(&list, &item, &stranger);
-  EXPECT_EQ(1, list.initialised);
-  EXPECT_EQ(1U, list.size);
+  EXPECT_EQ(list.initialised, 1);
+  EXPECT_EQ(list.size, 1U);
   EXPECT_EQ(&item, stranger.next);
-  EXPECT_EQ(nullptr, list.front);
+  EXPECT_EQ(list.front, nullptr);
   list_destroy(&list);
 }
 
@@ -105,10 +105,10 @@ TEST_F(LinkedListLifetime, InitialisedListKeepsItsElements) {
 
 TEST_F(LinkedListLifetime, DestroyZeroesTheHeaderAndLeavesTheElements) {
   list_destroy(&list);
-  EXPECT_EQ(nullptr, list.front);
-  EXPECT_EQ(nullptr, list.back);
-  EXPECT_EQ(0U, list.size);
-  EXPECT_EQ(0, list.initialised);
+  EXPECT_EQ(list.front, nullptr);
+  EXPECT_EQ(list.back, nullptr);
+  EXPECT_EQ(list.size, 0U);
+  EXPECT_EQ(list.initialised, 0);
   EXPECT_EQ(&b, a.next);
   EXPECT_EQ(&d, c.next);
 }
@@ -123,12 +123,12 @@ TEST(LinkedListDestroy, ZeroesAHeaderThatWasNeverUsed) {
   list_type list;
   std::memset(&list, 0x5a, sizeof list);
   list_destroy(&list);
-  EXPECT_EQ(nullptr, list.front);
-  EXPECT_EQ(nullptr, list.back);
-  EXPECT_EQ(0U, list.size);
-  EXPECT_EQ(0, list.initialised);
+  EXPECT_EQ(list.front, nullptr);
+  EXPECT_EQ(list.back, nullptr);
+  EXPECT_EQ(list.size, 0U);
+  EXPECT_EQ(list.initialised, 0);
   list_destroy(&list);
-  EXPECT_EQ(0U, list_size(&list));
+  EXPECT_EQ(list_size(&list), 0U);
   list_destroy(&list);
 }
 

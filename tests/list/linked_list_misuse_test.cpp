@@ -36,9 +36,9 @@ class ListWithoutBack : public testing::Test {
 };
 
 TEST_F(ListWithoutBack, KeepsSizeAndElements) {
-  EXPECT_EQ(nullptr, list_peek_back(&list));
-  EXPECT_EQ(2U, list_size(&list));
-  EXPECT_EQ((ListLinks{&a, &b}), chain(list.front));
+  EXPECT_EQ(list_peek_back(&list), nullptr);
+  EXPECT_EQ(list_size(&list), 2U);
+  EXPECT_EQ(chain(list.front), (ListLinks{&a, &b}));
   expect_sound(empty, {});
 }
 
@@ -55,18 +55,18 @@ TEST_F(ListWithoutBack, MergeOfElementsFindsTheLastElement) {
 
 TEST_F(ListWithoutBack, MergeOfAnEmptyListChangesNothingMore) {
   list_merge(&list, &empty);
-  EXPECT_EQ((ListLinks{&a, &b}), chain(list.front));
-  EXPECT_EQ(2U, list.size);
-  EXPECT_EQ(nullptr, list.back);
+  EXPECT_EQ(chain(list.front), (ListLinks{&a, &b}));
+  EXPECT_EQ(list.size, 2U);
+  EXPECT_EQ(list.back, nullptr);
 }
 
 TEST_F(ListWithoutBack, CanBeMergedIntoAnother) {
   list_type third = {};
   append(third, {&x});
   list_merge(&third, &list);
-  EXPECT_EQ((ListLinks{&x, &a, &b}), chain(third.front));
-  EXPECT_EQ(nullptr, third.back);
-  EXPECT_EQ(3U, third.size);
+  EXPECT_EQ(chain(third.front), (ListLinks{&x, &a, &b}));
+  EXPECT_EQ(third.back, nullptr);
+  EXPECT_EQ(third.size, 3U);
   expect_sound(list, {});
   list_destroy(&third);
 }
@@ -78,21 +78,21 @@ TEST_F(ListWithoutBack, PopFrontRunsItEmpty) {
 }
 
 TEST_F(ListWithoutBack, PopBackGivesNothingMendsTheBackAndCountsDown) {
-  EXPECT_EQ(nullptr, list_pop_back(&list));
-  EXPECT_EQ((ListLinks{&a, &b}), chain(list.front));
+  EXPECT_EQ(list_pop_back(&list), nullptr);
+  EXPECT_EQ(chain(list.front), (ListLinks{&a, &b}));
   EXPECT_EQ(&b, list.back);
-  EXPECT_EQ(1U, list.size);
+  EXPECT_EQ(list.size, 1U);
 }
 
 TEST_F(ListWithoutBack, PushFrontTakesItsItemForTheBack) {
   list_push_front(&list, &x);
-  EXPECT_EQ((ListLinks{&x, &a, &b}), chain(list.front));
+  EXPECT_EQ(chain(list.front), (ListLinks{&x, &a, &b}));
   EXPECT_EQ(&x, list.back);
-  EXPECT_EQ(3U, list.size);
+  EXPECT_EQ(list.size, 3U);
   list_push_back(&list, &y);
-  EXPECT_EQ((ListLinks{&x, &y}), chain(list.front));
+  EXPECT_EQ(chain(list.front), (ListLinks{&x, &y}));
   EXPECT_EQ(&y, list.back);
-  EXPECT_EQ(4U, list.size);
+  EXPECT_EQ(list.size, 4U);
 }
 
 TEST_F(ListWithoutBack, HiddenElementsLeaveACountThatIsTooHigh) {
@@ -100,43 +100,43 @@ TEST_F(ListWithoutBack, HiddenElementsLeaveACountThatIsTooHigh) {
   list_push_back(&list, &y);
   EXPECT_EQ(&x, list_pop_front(&list));
   EXPECT_EQ(&y, list_pop_front(&list));
-  EXPECT_EQ(nullptr, list_pop_front(&list));
-  EXPECT_EQ(2U, list_size(&list));
+  EXPECT_EQ(list_pop_front(&list), nullptr);
+  EXPECT_EQ(list_size(&list), 2U);
   list_push_back(&list, &x);
-  EXPECT_EQ((ListLinks{&x}), chain(list.front));
+  EXPECT_EQ(chain(list.front), (ListLinks{&x}));
   EXPECT_EQ(&x, list.back);
-  EXPECT_EQ(3U, list.size);
+  EXPECT_EQ(list.size, 3U);
   EXPECT_EQ(&x, list_pop_front(&list));
-  EXPECT_EQ(nullptr, list_pop_back(&list));
-  EXPECT_EQ(1U, list_size(&list));
+  EXPECT_EQ(list_pop_back(&list), nullptr);
+  EXPECT_EQ(list_size(&list), 1U);
 }
 
 TEST_F(ListWithoutBack, PopBackAfterPushFrontEmptiesTheListButForItsCount) {
   list_push_front(&list, &x);
   EXPECT_EQ(&x, list_pop_back(&list));
-  EXPECT_EQ(nullptr, list.front);
-  EXPECT_EQ(nullptr, list.back);
-  EXPECT_EQ(2U, list.size);
+  EXPECT_EQ(list.front, nullptr);
+  EXPECT_EQ(list.back, nullptr);
+  EXPECT_EQ(list.size, 2U);
 }
 
 TEST_F(ListWithoutBack, ElementsCanBeInsertedTakenOutAndLookedAt) {
   list_push_after(&list, &x, &b);
   EXPECT_EQ(&b, list_peek_prev(&list, &x));
   list_push_before(&list, &y, &b);
-  EXPECT_EQ((ListLinks{&a, &y, &b, &x}), chain(list.front));
+  EXPECT_EQ(chain(list.front), (ListLinks{&a, &y, &b, &x}));
   list_pop_item(&list, &x);
   list_pop_item(&list, &a);
-  EXPECT_EQ((ListLinks{&y, &b}), chain(list.front));
-  EXPECT_EQ(nullptr, list.back);
-  EXPECT_EQ(2U, list.size);
+  EXPECT_EQ(chain(list.front), (ListLinks{&y, &b}));
+  EXPECT_EQ(list.back, nullptr);
+  EXPECT_EQ(list.size, 2U);
 }
 
 TEST_F(ListWithoutBack, SplitHandsTheMissingBackOn) {
   list_split(&list, &b, &empty);
   expect_sound(list, {&a});
-  EXPECT_EQ((ListLinks{&b}), chain(empty.front));
-  EXPECT_EQ(nullptr, empty.back);
-  EXPECT_EQ(1U, empty.size);
+  EXPECT_EQ(chain(empty.front), (ListLinks{&b}));
+  EXPECT_EQ(empty.back, nullptr);
+  EXPECT_EQ(empty.size, 1U);
 }
 
 class LinkedListMisuse : public ListOfFour {};
@@ -145,14 +145,14 @@ TEST_F(LinkedListMisuse, ElementsThatAreNotInTheListChangeNothing) {
   append(other, {&x});
   const std::vector<std::function<void()>> calls = {
       [&] { list_push_before(&list, &y, &x); }, [&] { list_pop_item(&list, &x); },
-      [&] { list_split(&list, &x, &other); },   [&] { EXPECT_EQ(nullptr, list_peek_prev(&list, &x)); },
+      [&] { list_split(&list, &x, &other); },   [&] { EXPECT_EQ(list_peek_prev(&list, &x), nullptr); },
       [&] { list_pop_item(&other, &y); },       [&] { list_push_before(&other, &y, &a); },
   };
   for (const auto& call : calls) {
     call();
     expect_sound(list, {&a, &b, &c, &d});
     expect_sound(other, {&x});
-    EXPECT_EQ(nullptr, y.next);
+    EXPECT_EQ(y.next, nullptr);
     EXPECT_FALSE(shut_to_others(list.lock));
     EXPECT_FALSE(shut_to_others(other.lock));
   }
@@ -181,16 +181,16 @@ TEST_F(LinkedListMisuse, ListMergedWithItselfOrSplitIntoItselfStays) {
 
 TEST_F(LinkedListMisuse, BackThatIsNotInTheChainIsNotTakenOut) {
   list.back = &x;
-  EXPECT_EQ(nullptr, list_pop_back(&list));
-  EXPECT_EQ((ListLinks{&a, &b, &c, &d}), chain(list.front));
+  EXPECT_EQ(list_pop_back(&list), nullptr);
+  EXPECT_EQ(chain(list.front), (ListLinks{&a, &b, &c, &d}));
   EXPECT_EQ(&x, list.back);
-  EXPECT_EQ(4U, list.size);
+  EXPECT_EQ(list.size, 4U);
 }
 
 TEST_F(LinkedListMisuse, SizeZeroHidesTheElementsFromRemoval) {
   list.size = 0;
-  EXPECT_EQ(nullptr, list_pop_front(&list));
-  EXPECT_EQ(nullptr, list_pop_back(&list));
+  EXPECT_EQ(list_pop_front(&list), nullptr);
+  EXPECT_EQ(list_pop_back(&list), nullptr);
   EXPECT_EQ(&a, list_peek_front(&list));
   list_push_back(&list, &x);
   expect_sound(list, {&x});

@@ -131,7 +131,7 @@ class Pair {
     const bool front = below(2) == 0;
     list_link_type* const got = front ? list_pop_front(&list) : list_pop_back(&list);
     if (model.empty()) {
-      EXPECT_EQ(nullptr, got);
+      EXPECT_EQ(got, nullptr);
       return;
     }
     EXPECT_EQ(front ? model.front() : model.back(), got);
@@ -160,7 +160,7 @@ class Pair {
 
   void search(list_type& list, Model& model, std::size_t place) {
     for (list_link_type* const absent : spare_)
-      EXPECT_EQ(nullptr, list_linear_search(&list, is_param, absent));
+      EXPECT_EQ(list_linear_search(&list, is_param, absent), nullptr);
     if (model.empty()) return;
     EXPECT_EQ(model[place], list_linear_search(&list, is_param, model[place]));
   }
@@ -213,11 +213,11 @@ TEST(LinkedListThreads, EveryParcelArrivesOnceAndInOrder) {
       EXPECT_LE(list_size(&list), static_cast<unsigned>(kAllParcels));
       list_peek_front(&list);
       list_peek_back(&list);
-      EXPECT_EQ(nullptr, list_linear_search(&list, is_param, nullptr));
+      EXPECT_EQ(list_linear_search(&list, is_param, nullptr), nullptr);
     }
   });
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(kAllParcels, taken);
+  EXPECT_EQ(taken, kAllParcels);
   expect_sound(list, {});
   list_destroy(&list);
 }
@@ -237,7 +237,7 @@ TEST(LinkedListThreads, BatchesMergedFromOwnListsArriveInOrder) {
     });
   threads.emplace_back([&] { consume([&] { return list_pop_front(&list); }, taken); });
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(kAllParcels, taken);
+  EXPECT_EQ(taken, kAllParcels);
   expect_sound(list, {});
   for (list_type& batch : batches) list_destroy(&batch);
   list_destroy(&list);

@@ -59,17 +59,17 @@ TEST_F(LinkedList, PopBackTakesTheElementsInReverse) {
 }
 
 TEST_F(LinkedList, EmptyListHasNothingToGive) {
-  EXPECT_EQ(nullptr, list_pop_front(&other));
-  EXPECT_EQ(nullptr, list_pop_back(&other));
-  EXPECT_EQ(nullptr, list_peek_front(&other));
-  EXPECT_EQ(nullptr, list_peek_back(&other));
-  EXPECT_EQ(nullptr, list_peek_prev(&other, &x));
-  EXPECT_EQ(0U, list_size(&other));
+  EXPECT_EQ(list_pop_front(&other), nullptr);
+  EXPECT_EQ(list_pop_back(&other), nullptr);
+  EXPECT_EQ(list_peek_front(&other), nullptr);
+  EXPECT_EQ(list_peek_back(&other), nullptr);
+  EXPECT_EQ(list_peek_prev(&other, &x), nullptr);
+  EXPECT_EQ(list_size(&other), 0U);
   expect_sound(other, {});
 }
 
 TEST_F(LinkedList, SizeAndPeeksLeaveTheListAsItIs) {
-  EXPECT_EQ(4U, list_size(&list));
+  EXPECT_EQ(list_size(&list), 4U);
   EXPECT_EQ(&a, list_peek_front(&list));
   EXPECT_EQ(&d, list_peek_back(&list));
   expect_sound(list, {&a, &b, &c, &d});
@@ -78,13 +78,13 @@ TEST_F(LinkedList, SizeAndPeeksLeaveTheListAsItIs) {
 TEST_F(LinkedList, PeekNextWalksToTheEnd) {
   EXPECT_EQ(&b, list_peek_next(&list, &a));
   EXPECT_EQ(&c, list_peek_next(&list, &b));
-  EXPECT_EQ(nullptr, list_peek_next(&list, &d));
+  EXPECT_EQ(list_peek_next(&list, &d), nullptr);
 }
 
 TEST_F(LinkedList, PeekPrevWalksToTheFront) {
   EXPECT_EQ(&c, list_peek_prev(&list, &d));
   EXPECT_EQ(&a, list_peek_prev(&list, &b));
-  EXPECT_EQ(nullptr, list_peek_prev(&list, &a));
+  EXPECT_EQ(list_peek_prev(&list, &a), nullptr);
 }
 
 TEST_F(LinkedList, PushBeforePutsInFrontOfTheGivenElement) {
@@ -127,16 +127,16 @@ int is_wanted(list_link_type* element, const void* param) {
 TEST_F(LinkedList, SearchStopsAtTheFirstMatch) {
   Search search = {&c, {}};
   EXPECT_EQ(&c, list_linear_search(&list, is_wanted, &search));
-  EXPECT_EQ((ListLinks{&a, &b, &c}), search.seen);
+  EXPECT_EQ(search.seen, (ListLinks{&a, &b, &c}));
   expect_sound(list, {&a, &b, &c, &d});
 }
 
 TEST_F(LinkedList, SearchWithoutAMatchSeesAll) {
   Search search = {&x, {}};
-  EXPECT_EQ(nullptr, list_linear_search(&list, is_wanted, &search));
-  EXPECT_EQ((ListLinks{&a, &b, &c, &d}), search.seen);
+  EXPECT_EQ(list_linear_search(&list, is_wanted, &search), nullptr);
+  EXPECT_EQ(search.seen, (ListLinks{&a, &b, &c, &d}));
   search.seen.clear();
-  EXPECT_EQ(nullptr, list_linear_search(&other, is_wanted, &search));
+  EXPECT_EQ(list_linear_search(&other, is_wanted, &search), nullptr);
   EXPECT_EQ(ListLinks{}, search.seen);
 }
 
@@ -292,7 +292,7 @@ TEST_F(LinkedList, NullArgumentsAreAnsweredNeutrallyInSilence) {
   expect_neutral(calls, [&] { return shut_to_others(list.lock) || shut_to_others(other.lock); });
   expect_sound(list, {&a, &b, &c, &d});
   expect_sound(other, {&y});
-  EXPECT_EQ(nullptr, x.next);
+  EXPECT_EQ(x.next, nullptr);
 }
 
 }  // namespace

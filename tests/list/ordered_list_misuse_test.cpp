@@ -39,15 +39,15 @@ TEST(OrderedListInit, EveryLockedOperationInitialisesWhatIsNotFlagged) {
   Link item = {};
   const std::vector<FirstUse> uses = {
       {"push", [&](List& l, List&) { ordered_list_push(&l, &item, 1); }},
-      {"pop_front", [](List& l, List&) { EXPECT_EQ(nullptr, ordered_list_pop_front(&l)); }},
-      {"pop_back", [](List& l, List&) { EXPECT_EQ(nullptr, ordered_list_pop_back(&l)); }},
-      {"size", [](List& l, List&) { EXPECT_EQ(0U, ordered_list_size(&l)); }},
-      {"peek_front", [](List& l, List&) { EXPECT_EQ(nullptr, ordered_list_peek_front(&l)); }},
-      {"peek_back", [](List& l, List&) { EXPECT_EQ(nullptr, ordered_list_peek_back(&l)); }},
-      {"peek_next", [&](List& l, List&) { EXPECT_EQ(nullptr, ordered_list_peek_next(&l, &item)); }},
-      {"peek_prev", [&](List& l, List&) { EXPECT_EQ(nullptr, ordered_list_peek_prev(&l, &item)); }},
+      {"pop_front", [](List& l, List&) { EXPECT_EQ(ordered_list_pop_front(&l), nullptr); }},
+      {"pop_back", [](List& l, List&) { EXPECT_EQ(ordered_list_pop_back(&l), nullptr); }},
+      {"size", [](List& l, List&) { EXPECT_EQ(ordered_list_size(&l), 0U); }},
+      {"peek_front", [](List& l, List&) { EXPECT_EQ(ordered_list_peek_front(&l), nullptr); }},
+      {"peek_back", [](List& l, List&) { EXPECT_EQ(ordered_list_peek_back(&l), nullptr); }},
+      {"peek_next", [&](List& l, List&) { EXPECT_EQ(ordered_list_peek_next(&l, &item), nullptr); }},
+      {"peek_prev", [&](List& l, List&) { EXPECT_EQ(ordered_list_peek_prev(&l, &item), nullptr); }},
       {"pop_item", [&](List& l, List&) { ordered_list_pop_item(&l, &item); }},
-      {"search", [](List& l, List&) { EXPECT_EQ(nullptr, ordered_list_linear_search(&l, is_any, nullptr)); }},
+      {"search", [](List& l, List&) { EXPECT_EQ(ordered_list_linear_search(&l, is_any, nullptr), nullptr); }},
       {"split list", [&](List& l, List& ready) { ordered_list_split(&l, &item, &ready); }},
       {"split dst", [&](List& l, List& ready) { ordered_list_split(&ready, &item, &l); }},
   };
@@ -62,7 +62,7 @@ TEST(OrderedListInit, EveryLockedOperationInitialisesWhatIsNotFlagged) {
       first.use(list, ready);
       SCOPED_TRACE(first.name);
       expect_sound(list, std::strcmp(first.name, "push") == 0 ? OrderedLinks{&item} : OrderedLinks{});
-      EXPECT_EQ(4097, list.order);
+      EXPECT_EQ(list.order, 4097);
       EXPECT_FALSE(shut_to_others(list.lock));
       ordered_list_destroy(&list);
       ordered_list_destroy(&ready);
@@ -73,22 +73,22 @@ TEST(OrderedListInit, EveryLockedOperationInitialisesWhatIsNotFlagged) {
 TEST(OrderedListInit, InitialisedListKeepsItsOrder) {
   List list;
   ordered_list_init(&list, 2, 8192);
-  EXPECT_EQ(0U, ordered_list_size(&list));
-  EXPECT_EQ(8194, list.order);
+  EXPECT_EQ(ordered_list_size(&list), 0U);
+  EXPECT_EQ(list.order, 8194);
   ordered_list_destroy(&list);
 }
 
 TEST_F(OrderedListLock, InsertionsBesideAnElementNeitherInitialiseNorLock) {
-  EXPECT_EQ(0, pthread_mutex_lock(&list.lock));
+  EXPECT_EQ(pthread_mutex_lock(&list.lock), 0);
   ordered_list_push_after(&list, &x, &b);
   ordered_list_push_before(&list, &y, &b);
-  EXPECT_EQ(0, pthread_mutex_unlock(&list.lock));
+  EXPECT_EQ(pthread_mutex_unlock(&list.lock), 0);
   expect_sound(list, {&a, &y, &b, &x, &c, &d});
   Link item = {};
   ordered_list_push_after(&other, &item, &x);
   ordered_list_push_before(&other, &item, &x);
-  EXPECT_EQ(0, other.initialised);
-  EXPECT_EQ(nullptr, other.front);
+  EXPECT_EQ(other.initialised, 0);
+  EXPECT_EQ(other.front, nullptr);
 }
 
 TEST_F(OrderedListLock, EveryOtherOperationWaitsForIt) {
@@ -144,8 +144,8 @@ TEST_F(OrderedListMisuse, ElementsThatAreNotInTheListChangeNothing) {
     SCOPED_TRACE(i);
     expect_sound(list, {&a, &b, &c, &d});
     expect_sound(other, {&x});
-    EXPECT_EQ(nullptr, y.next);
-    EXPECT_EQ(nullptr, y.prev);
+    EXPECT_EQ(y.next, nullptr);
+    EXPECT_EQ(y.prev, nullptr);
     EXPECT_FALSE(shut_to_others(list.lock));
     EXPECT_FALSE(shut_to_others(other.lock));
   }
@@ -213,7 +213,7 @@ TEST_F(OrderedListMisuse, NullArgumentsChangeNothingInSilence) {
   expect_neutral(calls, [&] { return shut_to_others(list.lock) || shut_to_others(other.lock); });
   expect_sound(list, {&a, &b, &c, &d});
   expect_sound(other, {&y});
-  EXPECT_EQ(77U, x.weight);
+  EXPECT_EQ(x.weight, 77U);
 }
 
 }  // namespace

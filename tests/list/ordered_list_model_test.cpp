@@ -155,7 +155,7 @@ class Pair {
     const bool front = below(2) == 0;
     ordered_list_link_type* const link = front ? ordered_list_pop_front(&list) : ordered_list_pop_back(&list);
     if (model.empty()) {
-      EXPECT_EQ(nullptr, link);
+      EXPECT_EQ(link, nullptr);
       return;
     }
     const auto end = front ? model.begin() : std::prev(model.end());
@@ -185,10 +185,10 @@ class Pair {
 
   void search(ordered_list_type& list, Model& model) {
     for (ordered_list_link_type* const absent : spare_)
-      EXPECT_EQ(nullptr, ordered_list_linear_search(&list, is_param, absent));
+      EXPECT_EQ(ordered_list_linear_search(&list, is_param, absent), nullptr);
     if (model.empty()) return;
     ordered_list_link_type* const wanted = any(model)->second;
-    EXPECT_EQ(wanted, ordered_list_linear_search(&list, is_param, wanted));
+    EXPECT_EQ(ordered_list_linear_search(&list, is_param, wanted), wanted);
   }
 
   void split() {
@@ -242,11 +242,11 @@ TEST(OrderedListThreads, EveryParcelArrivesOnceAndInOrder) {
       EXPECT_LE(ordered_list_size(&list), static_cast<unsigned>(kAllParcels));
       ordered_list_peek_front(&list);
       ordered_list_peek_back(&list);
-      EXPECT_EQ(nullptr, ordered_list_linear_search(&list, is_param, nullptr));
+      EXPECT_EQ(ordered_list_linear_search(&list, is_param, nullptr), nullptr);
     }
   });
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(kAllParcels, taken);
+  EXPECT_EQ(taken, kAllParcels);
   expect_sound(list, {});
   ordered_list_destroy(&list);
 }
@@ -270,7 +270,7 @@ TEST(OrderedListThreads, ElementsOfSeveralThreadsAreSorted) {
     });
   for (std::thread& thread : threads) thread.join();
   const OrderedLinks sorted = kelo::tests::chain(list.front, 2000);
-  EXPECT_EQ(1200U, sorted.size());
+  EXPECT_EQ(sorted.size(), 1200U);
   for (std::size_t i = 1; i < sorted.size(); ++i) EXPECT_LE(sorted[i - 1]->weight, sorted[i]->weight);
   expect_sound(list, sorted);
   ordered_list_destroy(&list);

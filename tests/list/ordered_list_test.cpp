@@ -36,11 +36,11 @@ TEST(OrderedListInit, MakesAnEmptyListOfAnyMemory) {
   std::memset(&list, 0xa5, sizeof list);
   ordered_list_init(&list, 2, 8192);
   expect_sound(list, {});
-  EXPECT_EQ(8194, list.order);
+  EXPECT_EQ(list.order, 8194);
   EXPECT_FALSE(shut_to_others(list.lock));
-  EXPECT_EQ(0, pthread_mutex_lock(&list.lock));
-  EXPECT_EQ(EBUSY, pthread_mutex_trylock(&list.lock));
-  EXPECT_EQ(0, pthread_mutex_unlock(&list.lock));
+  EXPECT_EQ(pthread_mutex_lock(&list.lock), 0);
+  EXPECT_EQ(pthread_mutex_trylock(&list.lock), EBUSY);
+  EXPECT_EQ(pthread_mutex_unlock(&list.lock), 0);
   ordered_list_destroy(&list);
 }
 
@@ -48,11 +48,11 @@ TEST_F(OrderedList, DestroyZeroesFrontSizeAndFlagOnly) {
   ordered_list_init(&other, 2, 8192);
   ordered_list_push(&other, &x, 1);
   ordered_list_destroy(&other);
-  EXPECT_EQ(nullptr, other.front);
+  EXPECT_EQ(other.front, nullptr);
   EXPECT_EQ(&x, other.back);
-  EXPECT_EQ(0U, other.size);
-  EXPECT_EQ(8194, other.order);
-  EXPECT_EQ(0, other.initialised);
+  EXPECT_EQ(other.size, 0U);
+  EXPECT_EQ(other.order, 8194);
+  EXPECT_EQ(other.initialised, 0);
 }
 
 TEST_F(OrderedList, DestroyedListIsMadeAnewWithTheOrderOfAZeroedOne) {
@@ -61,17 +61,17 @@ TEST_F(OrderedList, DestroyedListIsMadeAnewWithTheOrderOfAZeroedOne) {
   ordered_list_destroy(&other);
   ordered_list_push(&other, &x, 7);
   expect_sound(other, {&x});
-  EXPECT_EQ(4097, other.order);
+  EXPECT_EQ(other.order, 4097);
 }
 
 TEST(OrderedListDestroy, ZeroesAHeaderThatWasNeverUsed) {
   ordered_list_type list;
   std::memset(&list, 0x5a, sizeof list);
   ordered_list_destroy(&list);
-  EXPECT_EQ(nullptr, list.front);
-  EXPECT_EQ(0U, list.size);
-  EXPECT_EQ(0, list.initialised);
-  EXPECT_EQ(0U, ordered_list_size(&list));
+  EXPECT_EQ(list.front, nullptr);
+  EXPECT_EQ(list.size, 0U);
+  EXPECT_EQ(list.initialised, 0);
+  EXPECT_EQ(ordered_list_size(&list), 0U);
   ordered_list_destroy(&list);
 }
 
@@ -133,7 +133,7 @@ TEST(OrderedListPush, ZeroedListIsAscendingWithNewBeforeEquals) {
   ordered_list_push(&list, &links[2], 5);
   ordered_list_push(&list, &links[3], 1);
   expect_sound(list, {&links[3], &links[1], &links[2], &links[0]});
-  EXPECT_EQ(4097, list.order);
+  EXPECT_EQ(list.order, 4097);
   ordered_list_destroy(&list);
 }
 
@@ -151,7 +151,7 @@ TEST(OrderedListPush, ListOfAnotherOrderTakesNothing) {
     ordered_list_push(&list, &item, 9);
     SCOPED_TRACE(list.order);
     expect_sound(list, {});
-    EXPECT_EQ(9U, item.weight);
+    EXPECT_EQ(item.weight, 9U);
     EXPECT_EQ(&item, item.next);
     EXPECT_EQ(&item, item.prev);
     EXPECT_FALSE(shut_to_others(list.lock));
@@ -199,7 +199,7 @@ TEST_F(OrderedList, PushAfterPutsAfterTheGivenElement) {
   expect_sound(list, {&a, &x, &b, &c, &d});
   ordered_list_push_after(&list, &y, &d);
   expect_sound(list, {&a, &x, &b, &c, &d, &y});
-  EXPECT_EQ(99U, x.weight);
+  EXPECT_EQ(x.weight, 99U);
 }
 
 TEST_F(OrderedList, PushBeforePutsInFrontOfTheGivenElement) {
@@ -208,7 +208,7 @@ TEST_F(OrderedList, PushBeforePutsInFrontOfTheGivenElement) {
   expect_sound(list, {&x, &a, &b, &c, &d});
   ordered_list_push_before(&list, &y, &d);
   expect_sound(list, {&x, &a, &b, &c, &y, &d});
-  EXPECT_EQ(99U, x.weight);
+  EXPECT_EQ(x.weight, 99U);
 }
 
 TEST_F(OrderedList, PopFrontTakesTheElementsInTheirOrder) {
@@ -219,7 +219,7 @@ TEST_F(OrderedList, PopFrontTakesTheElementsInTheirOrder) {
   EXPECT_EQ(&c, ordered_list_pop_front(&list));
   EXPECT_EQ(&d, ordered_list_pop_front(&list));
   expect_sound(list, {});
-  EXPECT_EQ(nullptr, ordered_list_pop_front(&list));
+  EXPECT_EQ(ordered_list_pop_front(&list), nullptr);
   expect_sound(list, {});
 }
 
@@ -231,7 +231,7 @@ TEST_F(OrderedList, PopBackTakesTheElementsInReverse) {
   EXPECT_EQ(&b, ordered_list_pop_back(&list));
   EXPECT_EQ(&a, ordered_list_pop_back(&list));
   expect_sound(list, {});
-  EXPECT_EQ(nullptr, ordered_list_pop_back(&list));
+  EXPECT_EQ(ordered_list_pop_back(&list), nullptr);
   expect_sound(list, {});
 }
 
@@ -249,20 +249,20 @@ TEST_F(OrderedList, PopItemTakesAnElementFromAnyPlace) {
 }
 
 TEST_F(OrderedList, SizeAndPeeksLeaveTheListAsItIs) {
-  EXPECT_EQ(4U, ordered_list_size(&list));
+  EXPECT_EQ(ordered_list_size(&list), 4U);
   EXPECT_EQ(&a, ordered_list_peek_front(&list));
   EXPECT_EQ(&d, ordered_list_peek_back(&list));
   EXPECT_EQ(&b, ordered_list_peek_next(&list, &a));
-  EXPECT_EQ(nullptr, ordered_list_peek_next(&list, &d));
+  EXPECT_EQ(ordered_list_peek_next(&list, &d), nullptr);
   EXPECT_EQ(&c, ordered_list_peek_prev(&list, &d));
-  EXPECT_EQ(nullptr, ordered_list_peek_prev(&list, &a));
+  EXPECT_EQ(ordered_list_peek_prev(&list, &a), nullptr);
   expect_sound(list, {&a, &b, &c, &d});
 }
 
 TEST_F(OrderedList, EmptyListHasNothingToShow) {
-  EXPECT_EQ(0U, ordered_list_size(&other));
-  EXPECT_EQ(nullptr, ordered_list_peek_front(&other));
-  EXPECT_EQ(nullptr, ordered_list_peek_back(&other));
+  EXPECT_EQ(ordered_list_size(&other), 0U);
+  EXPECT_EQ(ordered_list_peek_front(&other), nullptr);
+  EXPECT_EQ(ordered_list_peek_back(&other), nullptr);
   expect_sound(other, {});
 }
 
@@ -280,16 +280,16 @@ int is_wanted(ordered_list_link_type* element, const void* param) {
 TEST_F(OrderedList, SearchStopsAtTheFirstMatch) {
   Search search = {&c, {}};
   EXPECT_EQ(&c, ordered_list_linear_search(&list, is_wanted, &search));
-  EXPECT_EQ((OrderedLinks{&a, &b, &c}), search.seen);
+  EXPECT_EQ(search.seen, (OrderedLinks{&a, &b, &c}));
   expect_sound(list, {&a, &b, &c, &d});
 }
 
 TEST_F(OrderedList, SearchWithoutAMatchSeesAll) {
   Search search = {&x, {}};
-  EXPECT_EQ(nullptr, ordered_list_linear_search(&list, is_wanted, &search));
-  EXPECT_EQ((OrderedLinks{&a, &b, &c, &d}), search.seen);
+  EXPECT_EQ(ordered_list_linear_search(&list, is_wanted, &search), nullptr);
+  EXPECT_EQ(search.seen, (OrderedLinks{&a, &b, &c, &d}));
   search.seen.clear();
-  EXPECT_EQ(nullptr, ordered_list_linear_search(&other, is_wanted, &search));
+  EXPECT_EQ(ordered_list_linear_search(&other, is_wanted, &search), nullptr);
   EXPECT_EQ(OrderedLinks{}, search.seen);
 }
 
@@ -307,7 +307,7 @@ TEST_F(OrderedList, SplitMovesTheElementAndAllAfterIt) {
   ordered_list_split(&list, &c, &other);
   expect_sound(list, {&a, &b});
   expect_sound(other, {&c, &d});
-  EXPECT_EQ(nullptr, c.prev);
+  EXPECT_EQ(c.prev, nullptr);
 }
 
 TEST_F(OrderedList, SplitAtTheEnds) {
@@ -325,8 +325,8 @@ TEST_F(OrderedList, SplitOverwritesTheElementsOfTheDestinationAndKeepsItsOrder) 
   ordered_list_push(&other, &y, 2);
   ordered_list_split(&list, &c, &other);
   expect_sound(other, {&c, &d});
-  EXPECT_EQ(8194, other.order);
-  EXPECT_EQ(4097, list.order);
+  EXPECT_EQ(other.order, 8194);
+  EXPECT_EQ(list.order, 4097);
   EXPECT_EQ(&x, y.next);
 }
 

@@ -98,53 +98,53 @@ class DiagStandIn : public testing::Test {
 
 constexpr int kUser = 1 << 3;  // the facility of a program that names none
 
-TEST_F(DiagStandIn, StartSucceeds) { EXPECT_NE(0, Diag_LSM_Init(nullptr)); }
+TEST_F(DiagStandIn, StartSucceeds) { EXPECT_NE(Diag_LSM_Init(nullptr), 0); }
 
 TEST_F(DiagStandIn, PriorityPerLevel) {
   KELO_LOG(LOG_LVL_DBUG, "debug");
-  EXPECT_EQ(kUser | 7, priority_of("TestBody", "debug"));
+  EXPECT_EQ(priority_of("TestBody", "debug"), kUser | 7);
   KELO_LOG(LOG_LVL_INFO, "information");
-  EXPECT_EQ(kUser | 6, priority_of("TestBody", "information"));
+  EXPECT_EQ(priority_of("TestBody", "information"), kUser | 6);
   KELO_LOG(LOG_LVL_WRN, "warning");
-  EXPECT_EQ(kUser | 4, priority_of("TestBody", "warning"));
+  EXPECT_EQ(priority_of("TestBody", "warning"), kUser | 4);
   KELO_LOG(LOG_LVL_ERR, "error");
-  EXPECT_EQ(kUser | 3, priority_of("TestBody", "error"));
+  EXPECT_EQ(priority_of("TestBody", "error"), kUser | 3);
   KELO_LOG(LOG_LVL_CRT, "critical");
-  EXPECT_EQ(kUser | 2, priority_of("TestBody", "critical"));
+  EXPECT_EQ(priority_of("TestBody", "critical"), kUser | 2);
   KELO_LOG(LOG_LVL_EMR, "emergency");
-  EXPECT_EQ(kUser | 0, priority_of("TestBody", "emergency"));
+  EXPECT_EQ(priority_of("TestBody", "emergency"), kUser | 0);
   KELO_LOG(-1, "always");
-  EXPECT_EQ(kUser | 5, priority_of("TestBody", "always"));
+  EXPECT_EQ(priority_of("TestBody", "always"), kUser | 5);
   EXPECT_EQ(std::nullopt, peer_.take()) << "one record per message";
 }
 
 TEST_F(DiagStandIn, MaskOfNoLevelIsANotice) {
   const LogDiagDescriptor descriptor = {1, KELO_LOG_DIAG_SUBSYSTEM, 0x06, KELO_LOG_DIAG_FORMAT, "file.c"};
   msg_sprintf(&descriptor, static_cast<int>(getpid()), "f", "two levels");
-  EXPECT_EQ(kUser | 5, priority_of("f", "two levels"));
+  EXPECT_EQ(priority_of("f", "two levels"), kUser | 5);
 }
 
 TEST_F(DiagStandIn, LibraryMessage) {
-  EXPECT_EQ(-1, kelo_dm_unreg(nullptr));
-  EXPECT_EQ(kUser | 3, priority_of("kelo_dm_unreg", "kelo_dm_unreg param NULL\n"));
+  EXPECT_EQ(kelo_dm_unreg(nullptr), -1);
+  EXPECT_EQ(priority_of("kelo_dm_unreg", "kelo_dm_unreg param NULL\n"), kUser | 3);
 }
 
 TEST_F(DiagStandIn, TextIsNotAFormat) {
   KELO_LOG(LOG_LVL_ERR, "%s", "100%s %n");
-  EXPECT_EQ(kUser | 3, priority_of("TestBody", "100%s %n"));
+  EXPECT_EQ(priority_of("TestBody", "100%s %n"), kUser | 3);
 }
 
 TEST_F(DiagStandIn, LongestMessage) {
   const std::string text(KELO_LOG_BUFFER_SIZE - 1, 'm');
   KELO_LOG(LOG_LVL_ERR, "%s", text.c_str());
-  EXPECT_EQ(kUser | 3, priority_of("TestBody", text));
+  EXPECT_EQ(priority_of("TestBody", text), kUser | 3);
 }
 
 TEST_F(DiagStandIn, NothingIsPrintedLocally) {
   kelo::tests::StdoutCapture capture;
   KELO_LOG(LOG_LVL_ERR, "text");
-  EXPECT_EQ("", capture.take());
-  EXPECT_STREQ("", log_msg);
+  EXPECT_EQ(capture.take(), "");
+  EXPECT_STREQ(log_msg, "");
 }
 
 TEST_F(DiagStandIn, SuppressedAndLocalMessagesSendNothing) {
@@ -160,11 +160,11 @@ TEST_F(DiagStandIn, KeepsErrno) {
   const LogDiagDescriptor descriptor = {1, KELO_LOG_DIAG_SUBSYSTEM, 0x08, KELO_LOG_DIAG_FORMAT, "file.c"};
   errno = EBUSY;
   msg_sprintf(&descriptor, static_cast<int>(getpid()), "f", "text");
-  EXPECT_EQ(EBUSY, errno);
-  EXPECT_EQ(kUser | 3, priority_of("f", "text"));
+  EXPECT_EQ(errno, EBUSY);
+  EXPECT_EQ(priority_of("f", "text"), kUser | 3);
   peer_.leave();
   msg_sprintf(&descriptor, static_cast<int>(getpid()), "f", "to nobody");
-  EXPECT_EQ(EBUSY, errno);
+  EXPECT_EQ(errno, EBUSY);
 }
 
 TEST_F(DiagStandIn, MayBeCalledFromThePrintCallback) {
@@ -174,18 +174,18 @@ TEST_F(DiagStandIn, MayBeCalledFromThePrintCallback) {
     msg_sprintf(&descriptor, static_cast<int>(getpid()), "f", line);
   });
   KELO_LOG(LOG_LVL_ERR, "text");
-  EXPECT_EQ(kUser | 3, priority_of("f", log_msg));
+  EXPECT_EQ(priority_of("f", log_msg), kUser | 3);
 }
 
 TEST(DiagStandInAlone, MissingPeerIsNoHarm) {
   alarm(120);
-  ASSERT_NE(0, access(kLogSocket, F_OK));
+  ASSERT_NE(access(kLogSocket, F_OK), 0);
   errno = EBUSY;
   KELO_LOG(LOG_LVL_ERR, "text");
-  EXPECT_EQ(EBUSY, errno);
+  EXPECT_EQ(errno, EBUSY);
   const LogDiagDescriptor descriptor = {1, KELO_LOG_DIAG_SUBSYSTEM, 0x08, KELO_LOG_DIAG_FORMAT, "file.c"};
   msg_sprintf(&descriptor, static_cast<int>(getpid()), "f", "text");
-  EXPECT_EQ(EBUSY, errno) << "also when syslog(3) finds nobody";
+  EXPECT_EQ(errno, EBUSY) << "also when syslog(3) finds nobody";
 }
 
 // --- Forks -------------------------------------------------------------------------------------------------
@@ -228,7 +228,7 @@ TEST_F(DiagStandIn, ChildrenLogWhileThreadsDo) {
   reader.join();
   while (const std::optional<std::string> record = peer_.take())
     if (record->find("from the child") != std::string::npos) ++from_children;
-  EXPECT_EQ(kForks, from_children);
+  EXPECT_EQ(from_children, kForks);
   EXPECT_LT(kForks, received);
 }
 
@@ -248,7 +248,7 @@ TEST_F(DiagStandIn, ChildLogsWhileAThreadWaitsForTheDaemon) {
     before = sent;
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
   }
-  EXPECT_EQ(ChildEnd::good, fork_bounded([this] {
+  EXPECT_EQ(fork_bounded([this] {
               unlink(kLogSocket);
               SyslogPeer own;
               peer_ = std::move(own);
@@ -260,7 +260,8 @@ TEST_F(DiagStandIn, ChildLogsWhileAThreadWaitsForTheDaemon) {
                        send_text("from the grandchild");
                        return priority_of("f", "from the grandchild") == (kUser | 3);
                      }) == ChildEnd::good;
-            }));
+            }),
+            ChildEnd::good);
   stop = true;
   while (peer_.take()) {
   }
@@ -269,12 +270,13 @@ TEST_F(DiagStandIn, ChildLogsWhileAThreadWaitsForTheDaemon) {
 
 TEST_F(DiagStandIn, ChildOfAQuietParentCallsSyslog) {
   send_text("from the parent");
-  EXPECT_EQ(kUser | 3, priority_of("f", "from the parent"));
+  EXPECT_EQ(priority_of("f", "from the parent"), kUser | 3);
   openlog("ident", 0, LOG_DAEMON);
-  EXPECT_EQ(ChildEnd::good, fork_bounded([this] {
+  EXPECT_EQ(fork_bounded([this] {
               send_text("from the child");
               return priority_of("f", "from the child") == (LOG_DAEMON | 3);
-            }));
+            }),
+            ChildEnd::good);
 }
 
 }  // namespace

@@ -93,8 +93,8 @@ using Threads = KeloLog;
 // --- Setters and getters -----------------------------------------------------------------------------------
 
 TEST_F(Setters, InitialState) {
-  EXPECT_EQ(LOG_LVL_INFO, kelo_get_log_level());
-  EXPECT_EQ(1, kelo_get_log_tool_enable());
+  EXPECT_EQ(kelo_get_log_level(), LOG_LVL_INFO);
+  EXPECT_EQ(kelo_get_log_tool_enable(), 1);
   EXPECT_EQ(std::string(KELO_LOG_LINE_SIZE, '\0'), std::string(log_msg, sizeof log_msg));
   EXPECT_EQ(std::string(KELO_LOG_STAMP_SIZE, '\0'), std::string(str_t, sizeof str_t));
 }
@@ -107,7 +107,7 @@ TEST_F(Setters, LevelTakesOneToFourAndElseZero) {
   for (const int level : {0, 5, 6, -1, -3, 255, 256, INT_MAX, INT_MIN}) {
     kelo_set_log_level(LOG_LVL_CRT);
     kelo_set_log_level(level);
-    EXPECT_EQ(0, kelo_get_log_level()) << level;
+    EXPECT_EQ(kelo_get_log_level(), 0) << level;
   }
 }
 
@@ -121,7 +121,7 @@ TEST_F(Setters, SwitchKeepsEveryValueAndTheFileItsInverse) {
     kelo_set_log_tool_enable(c.enable);
     EXPECT_EQ(c.enable, kelo_get_log_tool_enable());
     EXPECT_EQ(c.content, read_file(kSwitchFile)) << c.enable;
-    EXPECT_EQ(1, syncs) << c.enable;
+    EXPECT_EQ(syncs, 1) << c.enable;
     EXPECT_EQ(c.content, switch_file_at_sync) << "the sync comes after the write, for " << c.enable;
   }
 }
@@ -129,24 +129,24 @@ TEST_F(Setters, SwitchKeepsEveryValueAndTheFileItsInverse) {
 TEST_F(Setters, SwitchFileIsCutToOneByte) {
   std::ofstream(kSwitchFile) << "what was here before\n";
   kelo_set_log_tool_enable(0);
-  EXPECT_EQ("1", read_file(kSwitchFile));
+  EXPECT_EQ(read_file(kSwitchFile), "1");
 }
 
 TEST_F(Setters, SwitchChangesWhenItsFileCannotBeMade) {
-  ASSERT_EQ(0, chmod("/data", 0555));
+  ASSERT_EQ(chmod("/data", 0555), 0);
   kelo_set_log_tool_enable(0);
-  EXPECT_EQ(0, kelo_get_log_tool_enable());
-  EXPECT_NE(0, access(kSwitchFile, F_OK));
-  EXPECT_EQ(0, syncs);
+  EXPECT_EQ(kelo_get_log_tool_enable(), 0);
+  EXPECT_NE(access(kSwitchFile, F_OK), 0);
+  EXPECT_EQ(syncs, 0);
 }
 
 TEST_F(Setters, SwitchFileThatCannotBeOpenedIsLeftAlone) {
   std::ofstream(kSwitchFile) << "0";
-  ASSERT_EQ(0, chmod(kSwitchFile, 0444));
+  ASSERT_EQ(chmod(kSwitchFile, 0444), 0);
   kelo_set_log_tool_enable(0);
-  EXPECT_EQ(0, kelo_get_log_tool_enable());
-  EXPECT_EQ("0", read_file(kSwitchFile));
-  EXPECT_EQ(0, syncs);
+  EXPECT_EQ(kelo_get_log_tool_enable(), 0);
+  EXPECT_EQ(read_file(kSwitchFile), "0");
+  EXPECT_EQ(syncs, 0);
 }
 
 TEST_F(Setters, ThreadIdIsTheKernels) {
@@ -186,7 +186,7 @@ TEST_F(Threshold, MatrixInLocalMode) {
       Scratch buffer;
       const bool passes = level == -1 || level >= threshold;
       lines_printed = 0;
-      EXPECT_EQ(0, kelo_log_printf(level, buffer.data(), "f", 1, "level %d", level));
+      EXPECT_EQ(kelo_log_printf(level, buffer.data(), "f", 1, "level %d", level), 0);
       EXPECT_EQ(passes ? 1 : 0, lines_printed) << level << " at threshold " << threshold;
       EXPECT_EQ(!passes, buffer.untouched_from(0)) << level << " at threshold " << threshold;
     }
@@ -195,31 +195,31 @@ TEST_F(Threshold, MatrixInLocalMode) {
 
 TEST_F(Threshold, DebugIsSuppressedAtStart) {
   Scratch buffer;
-  EXPECT_EQ(0, kelo_log_printf(LOG_LVL_DBUG, buffer.data(), "f", 1, "text"));
+  EXPECT_EQ(kelo_log_printf(LOG_LVL_DBUG, buffer.data(), "f", 1, "text"), 0);
   EXPECT_TRUE(buffer.untouched_from(0));
-  EXPECT_EQ(1, kelo_log_printf(LOG_LVL_INFO, buffer.data(), "f", 1, "text"));
+  EXPECT_EQ(kelo_log_printf(LOG_LVL_INFO, buffer.data(), "f", 1, "text"), 1);
 }
 
 TEST_F(Threshold, SuppressedArgumentsAreNotEvaluated) {
   int evaluated = 0;
   KELO_LOG(LOG_LVL_DBUG, "%d", ++evaluated);
-  EXPECT_EQ(0, evaluated);
+  EXPECT_EQ(evaluated, 0);
   KELO_LOG(LOG_LVL_INFO, "%d", ++evaluated);
-  EXPECT_EQ(1, evaluated);
-  EXPECT_EQ(1U, channel_records().size());
+  EXPECT_EQ(evaluated, 1);
+  EXPECT_EQ(channel_records().size(), 1U);
 }
 
 TEST_F(Buffer, HoldsTheMessageAndNothingElse) {
   Scratch buffer;
-  EXPECT_EQ(1, kelo_log_printf(LOG_LVL_ERR, buffer.data(), "kelo_f", 7, "%s failed: %d\n", "lookup", -3));
-  EXPECT_STREQ("lookup failed: -3\n", buffer.data());
+  EXPECT_EQ(kelo_log_printf(LOG_LVL_ERR, buffer.data(), "kelo_f", 7, "%s failed: %d\n", "lookup", -3), 1);
+  EXPECT_STREQ(buffer.data(), "lookup failed: -3\n");
   EXPECT_TRUE(buffer.untouched_from(std::strlen(buffer.data()) + 1));
 }
 
 TEST_F(Buffer, EmptyMessage) {
   Scratch buffer;
-  EXPECT_EQ(1, kelo_log_printf(LOG_LVL_ERR, buffer.data(), "f", 1, "%s", ""));
-  EXPECT_STREQ("", buffer.data());
+  EXPECT_EQ(kelo_log_printf(LOG_LVL_ERR, buffer.data(), "f", 1, "%s", ""), 1);
+  EXPECT_STREQ(buffer.data(), "");
   EXPECT_TRUE(buffer.untouched_from(1));
 }
 
@@ -238,11 +238,11 @@ TEST_F(Buffer, IsCutAtItsSize) {
 }
 
 TEST_F(Buffer, NoneDropsTheMessage) {
-  EXPECT_EQ(0, kelo_log_printf(LOG_LVL_ERR, nullptr, "f", 1, "text"));
+  EXPECT_EQ(kelo_log_printf(LOG_LVL_ERR, nullptr, "f", 1, "text"), 0);
   kelo_set_log_tool_enable(0);
   set_print_interface(count_line);
-  EXPECT_EQ(0, kelo_log_printf(LOG_LVL_ERR, nullptr, "f", 1, "text"));
-  EXPECT_EQ(0, lines_printed);
+  EXPECT_EQ(kelo_log_printf(LOG_LVL_ERR, nullptr, "f", 1, "text"), 0);
+  EXPECT_EQ(lines_printed, 0);
 }
 
 // --- The start of the channel ------------------------------------------------------------------------------
@@ -260,9 +260,9 @@ TEST_F(ChannelStart, WaitsForTheFirstMessageThatPasses) {
   (void)kelo_get_log_tool_enable();
   (void)get_tid();
   set_print_interface(nullptr);
-  EXPECT_EQ(0, own_channel().starts);
+  EXPECT_EQ(own_channel().starts, 0);
   log_error();
-  EXPECT_EQ(1, own_channel().starts);
+  EXPECT_EQ(own_channel().starts, 1);
   EXPECT_FALSE(own_channel().environment_given);
 }
 
@@ -273,39 +273,39 @@ TEST_F(ChannelStart, HappensOnce) {
   kelo_set_log_tool_enable(0);
   kelo_set_log_tool_enable(1);
   log_error();
-  EXPECT_EQ(1, own_channel().starts);
+  EXPECT_EQ(own_channel().starts, 1);
 }
 
 TEST_F(ChannelStart, ByTheLevelSetter) {
   kelo_set_log_level(LOG_LVL_WRN);
-  EXPECT_EQ(1, own_channel().starts);
+  EXPECT_EQ(own_channel().starts, 1);
   log_error();
-  EXPECT_EQ(1, own_channel().starts);
+  EXPECT_EQ(own_channel().starts, 1);
 }
 
 TEST_F(ChannelStart, ByTheSwitchSetter) {
   kelo_set_log_tool_enable(1);
-  EXPECT_EQ(1, own_channel().starts);
+  EXPECT_EQ(own_channel().starts, 1);
   log_error();
-  EXPECT_EQ(1, own_channel().starts);
+  EXPECT_EQ(own_channel().starts, 1);
 }
 
 TEST_F(ChannelStart, IsTriedAgainAfterAFailure) {
   own_channel().start_result = 0;
   Scratch buffer;
-  EXPECT_EQ(1, kelo_log_printf(LOG_LVL_ERR, buffer.data(), "f", 1, "handed over all the same"));
-  EXPECT_EQ(1, own_channel().starts);
+  EXPECT_EQ(kelo_log_printf(LOG_LVL_ERR, buffer.data(), "f", 1, "handed over all the same"), 1);
+  EXPECT_EQ(own_channel().starts, 1);
   kelo_set_log_level(LOG_LVL_WRN);
-  EXPECT_EQ(2, own_channel().starts);
+  EXPECT_EQ(own_channel().starts, 2);
   kelo_set_log_tool_enable(1);
-  EXPECT_EQ(3, own_channel().starts);
+  EXPECT_EQ(own_channel().starts, 3);
   kelo_log_printf(LOG_LVL_INFO, buffer.data(), "f", 1, "suppressed");
-  EXPECT_EQ(3, own_channel().starts);
+  EXPECT_EQ(own_channel().starts, 3);
   own_channel().start_result = -1;  // any non-zero is success
   log_error();
-  EXPECT_EQ(4, own_channel().starts);
+  EXPECT_EQ(own_channel().starts, 4);
   log_error();
-  EXPECT_EQ(4, own_channel().starts);
+  EXPECT_EQ(own_channel().starts, 4);
 }
 
 TEST_F(ChannelStart, NeverOnceTheSwitchWasOffFirst) {
@@ -315,8 +315,8 @@ TEST_F(ChannelStart, NeverOnceTheSwitchWasOffFirst) {
   kelo_set_log_tool_enable(1);
   kelo_set_log_level(LOG_LVL_DBUG);
   KELO_LOG(LOG_LVL_ERR, "text");
-  EXPECT_EQ(0, own_channel().starts);
-  EXPECT_EQ(1U, channel_records().size());
+  EXPECT_EQ(own_channel().starts, 0);
+  EXPECT_EQ(channel_records().size(), 1U);
 }
 
 TEST_F(ChannelStart, NeverOnceTheSwitchWasNeitherFirst) {
@@ -326,8 +326,8 @@ TEST_F(ChannelStart, NeverOnceTheSwitchWasNeitherFirst) {
     kelo_set_log_tool_enable(1);
     KELO_LOG(LOG_LVL_ERR, "text");
   }
-  EXPECT_EQ(0, own_channel().starts);
-  EXPECT_EQ(4U, channel_records().size()) << "every switch but 0 hands over";
+  EXPECT_EQ(own_channel().starts, 0);
+  EXPECT_EQ(channel_records().size(), 4U) << "every switch but 0 hands over";
 }
 
 TEST_F(ChannelStart, SwitchOffEndsTheTries) {
@@ -336,21 +336,21 @@ TEST_F(ChannelStart, SwitchOffEndsTheTries) {
   kelo_set_log_tool_enable(0);
   kelo_set_log_tool_enable(1);
   log_error();
-  EXPECT_EQ(1, own_channel().starts);
+  EXPECT_EQ(own_channel().starts, 1);
 }
 
 TEST_F(ChannelStart, MayLogAndCallTheSetters) {
   own_channel().during_start = [] {
     log_error();
-    EXPECT_EQ(-1, kelo_dm_unreg(nullptr));
+    EXPECT_EQ(kelo_dm_unreg(nullptr), -1);
     kelo_set_log_level(LOG_LVL_WRN);
     kelo_set_log_tool_enable(1);
   };
   KELO_LOG(LOG_LVL_ERR, "text");
-  EXPECT_EQ(1, own_channel().starts);
-  EXPECT_EQ(LOG_LVL_WRN, kelo_get_log_level());
-  ASSERT_EQ(1U, channel_records().size());
-  EXPECT_EQ("text", channel_records().front().text);
+  EXPECT_EQ(own_channel().starts, 1);
+  EXPECT_EQ(kelo_get_log_level(), LOG_LVL_WRN);
+  ASSERT_EQ(channel_records().size(), 1U);
+  EXPECT_EQ(channel_records().front().text, "text");
 }
 
 TEST_F(ChannelStart, HappensOnceAmongManyThreads) {
@@ -370,7 +370,7 @@ TEST_F(ChannelStart, HappensOnceAmongManyThreads) {
     });
   }
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(1, own_channel().starts);
+  EXPECT_EQ(own_channel().starts, 1);
 }
 
 // --- The hand-off to the channel ---------------------------------------------------------------------------
@@ -379,71 +379,71 @@ TEST_F(HandOff, DescriptorAndArguments) {
   const int line = __LINE__ + 1;
   KELO_LOG(LOG_LVL_ERR, "no answer from %s: %d\n", "modem", 5);
   const std::vector<ChannelRecord> records = channel_records();
-  ASSERT_EQ(1U, records.size());
+  ASSERT_EQ(records.size(), 1U);
   EXPECT_EQ(line, records[0].line);
-  EXPECT_EQ(65, records[0].subsystem);
-  EXPECT_EQ(0x08U, records[0].mask);
-  EXPECT_EQ("KELO-FWA[%d] %s(): %s", records[0].format);
-  EXPECT_EQ("tests/log/kelo_log_test.cpp", records[0].file);
+  EXPECT_EQ(records[0].subsystem, 65);
+  EXPECT_EQ(records[0].mask, 0x08U);
+  EXPECT_EQ(records[0].format, "KELO-FWA[%d] %s(): %s");
+  EXPECT_EQ(records[0].file, "tests/log/kelo_log_test.cpp");
   EXPECT_EQ(getpid(), records[0].process);
-  EXPECT_EQ("TestBody", records[0].function);
-  EXPECT_EQ("no answer from modem: 5\n", records[0].text);
+  EXPECT_EQ(records[0].function, "TestBody");
+  EXPECT_EQ(records[0].text, "no answer from modem: 5\n");
 }
 
 TEST_F(HandOff, OneLastingDescriptorPerCallSite) {
   for (int i = 0; i < 2; ++i) KELO_LOG(LOG_LVL_ERR, "here");
   KELO_LOG(LOG_LVL_ERR, "there");
   const std::vector<ChannelRecord> records = channel_records();
-  ASSERT_EQ(3U, records.size());
+  ASSERT_EQ(records.size(), 3U);
   EXPECT_EQ(records[0].site, records[1].site);
   EXPECT_NE(records[1].site, records[2].site);
 }
 
 TEST_F(HandOff, LineIsKeptToSixteenBits) {
   log_from_line_65541();
-  ASSERT_EQ(1U, channel_records().size());
-  EXPECT_EQ(5, channel_records()[0].line);
+  ASSERT_EQ(channel_records().size(), 1U);
+  EXPECT_EQ(channel_records()[0].line, 5);
 }
 
 TEST_F(HandOff, MessageIsCutAtTheScratchBuffer) {
   KELO_LOG(LOG_LVL_ERR, "%s", std::string(5000, 'm').c_str());
-  ASSERT_EQ(1U, channel_records().size());
-  EXPECT_EQ(std::string(4219, 'm'), channel_records()[0].text);
+  ASSERT_EQ(channel_records().size(), 1U);
+  EXPECT_EQ(channel_records()[0].text, std::string(4219, 'm'));
 }
 
 TEST_F(HandOff, FromTheLibraryItself) {
-  EXPECT_EQ(-1, kelo_dm_unreg(nullptr));
+  EXPECT_EQ(kelo_dm_unreg(nullptr), -1);
   const std::vector<ChannelRecord> records = channel_records();
-  ASSERT_EQ(1U, records.size());
+  ASSERT_EQ(records.size(), 1U);
   EXPECT_LT(0, records[0].line);
-  EXPECT_EQ(65, records[0].subsystem);
-  EXPECT_EQ(0x08U, records[0].mask);
-  EXPECT_EQ("KELO-FWA[%d] %s(): %s", records[0].format);
+  EXPECT_EQ(records[0].subsystem, 65);
+  EXPECT_EQ(records[0].mask, 0x08U);
+  EXPECT_EQ(records[0].format, "KELO-FWA[%d] %s(): %s");
   const std::string file = std::string(KELO_SOURCE_DIR "/") + records[0].file;
   EXPECT_TRUE(file.ends_with(".cpp") && access(file.c_str(), R_OK) == 0) << file;
   EXPECT_EQ(getpid(), records[0].process);
-  EXPECT_EQ("kelo_dm_unreg", records[0].function) << "the record keeps the name that the line shows as oem_";
-  EXPECT_EQ("kelo_dm_unreg param NULL\n", records[0].text);
+  EXPECT_EQ(records[0].function, "kelo_dm_unreg") << "the record keeps the name that the line shows as oem_";
+  EXPECT_EQ(records[0].text, "kelo_dm_unreg param NULL\n");
 }
 
 TEST_F(HandOff, NullArgumentIsLoggedUnderTheCallersName) {
   kelo_write_msg2file_ex(nullptr, "/data/messages", "f", "text");
-  EXPECT_EQ(-1, kelo_write_msg2file(nullptr, "text"));
+  EXPECT_EQ(kelo_write_msg2file(nullptr, "text"), -1);
   const std::vector<ChannelRecord> records = channel_records();
-  ASSERT_EQ(2U, records.size());
-  EXPECT_EQ("kelo_write_msg2file_ex", records[0].function);
-  EXPECT_EQ("kelo_write_msg2file_ex param NULL\n", records[0].text);
-  EXPECT_EQ("kelo_write_msg2file", records[1].function);
-  EXPECT_EQ("kelo_write_msg2file param NULL\n", records[1].text);
+  ASSERT_EQ(records.size(), 2U);
+  EXPECT_EQ(records[0].function, "kelo_write_msg2file_ex");
+  EXPECT_EQ(records[0].text, "kelo_write_msg2file_ex param NULL\n");
+  EXPECT_EQ(records[1].function, "kelo_write_msg2file");
+  EXPECT_EQ(records[1].text, "kelo_write_msg2file param NULL\n");
   for (const ChannelRecord& record : records) {
-    EXPECT_EQ(0x08U, record.mask);
+    EXPECT_EQ(record.mask, 0x08U);
     EXPECT_EQ(getpid(), record.process);
   }
 }
 
 TEST_F(HandOff, LibraryMessageBelowTheThresholdIsSuppressed) {
   kelo_set_log_level(LOG_LVL_CRT);
-  EXPECT_EQ(-1, kelo_dm_unreg(nullptr));
+  EXPECT_EQ(kelo_dm_unreg(nullptr), -1);
   EXPECT_TRUE(channel_records().empty());
 }
 
@@ -455,13 +455,13 @@ void expect_every_level(void (*log_all)(), const char* function, const char* fil
   ASSERT_EQ(kMasks.size(), records.size());
   for (std::size_t i = 0; i < kMasks.size(); ++i) {
     EXPECT_EQ(kMasks[i], records[i].mask) << i;
-    EXPECT_EQ(65, records[i].subsystem);
+    EXPECT_EQ(records[i].subsystem, 65);
     EXPECT_EQ(file, records[i].file);
     EXPECT_EQ(function, records[i].function);
   }
-  EXPECT_EQ("plain", records[0].text);
+  EXPECT_EQ(records[0].text, "plain");
   for (std::size_t i = 1; i <= 5; ++i) EXPECT_EQ("number " + std::to_string(i), records[i].text);
-  EXPECT_EQ("always", records[6].text);
+  EXPECT_EQ(records[6].text, "always");
 }
 
 TEST_F(HandOff, FromC99) { expect_every_level(log_from_c99, "log_from_c99", "modem/radio.c"); }
@@ -489,19 +489,19 @@ TEST_F(LocalMode, CallbackTakesTheLineFromStandardOutput) {
   StdoutCapture capture;
   set_print_interface(count_line);
   KELO_LOG(LOG_LVL_ERR, "to the callback\n");
-  EXPECT_EQ(1, lines_printed);
+  EXPECT_EQ(lines_printed, 1);
   EXPECT_EQ(log_msg, line_given);
   set_print_interface(nullptr);
   KELO_LOG(LOG_LVL_ERR, "to standard output\n");
-  EXPECT_EQ(1, lines_printed);
+  EXPECT_EQ(lines_printed, 1);
   EXPECT_EQ(log_msg, capture.take());
 }
 
 TEST_F(LocalMode, LibraryMessageIsPrinted) {
   kelo_set_log_tool_enable(0);
   set_print_interface(count_line);
-  EXPECT_EQ(-1, kelo_dm_unreg(nullptr));
-  EXPECT_EQ(1, lines_printed);
+  EXPECT_EQ(kelo_dm_unreg(nullptr), -1);
+  EXPECT_EQ(lines_printed, 1);
   EXPECT_NE(std::string::npos, std::string(log_msg).find("] | oem_dm_unreg ")) << log_msg;
   EXPECT_TRUE(std::string(log_msg).ends_with(" | kelo_dm_unreg param NULL\n")) << log_msg;
 }
@@ -514,7 +514,7 @@ TEST_F(LocalMode, ChannelModeLeavesTheLineAlone) {
   const std::string stamp = str_t;
   kelo_set_log_tool_enable(2);
   KELO_LOG(LOG_LVL_ERR, "elsewhere");
-  EXPECT_EQ(1, lines_printed);
+  EXPECT_EQ(lines_printed, 1);
   EXPECT_EQ(line, log_msg);
   EXPECT_EQ(stamp, str_t);
 }
@@ -527,17 +527,17 @@ TEST_F(Callback, ThatLogsIsDroppedWithoutDeadlock) {
   set_print_interface([](const char* line) {
     ++lines_printed;
     Scratch buffer;
-    EXPECT_EQ(0, kelo_log_printf(LOG_LVL_ERR, buffer.data(), "f", 1, "inner"));
+    EXPECT_EQ(kelo_log_printf(LOG_LVL_ERR, buffer.data(), "f", 1, "inner"), 0);
     EXPECT_TRUE(buffer.untouched_from(0));
-    EXPECT_EQ(-1, kelo_dm_unreg(nullptr));
+    EXPECT_EQ(kelo_dm_unreg(nullptr), -1);
     seen += line;
   });
   KELO_LOG(LOG_LVL_ERR, "outer");
   KELO_LOG(LOG_LVL_ERR, "outer");
-  EXPECT_EQ(2, lines_printed);
+  EXPECT_EQ(lines_printed, 2);
   EXPECT_EQ(std::string::npos, seen.find("inner")) << seen;
   std::thread(log_error).join();
-  EXPECT_EQ(3, lines_printed) << "the lock was given back";
+  EXPECT_EQ(lines_printed, 3) << "the lock was given back";
 }
 
 TEST_F(Callback, MayCallEveryOtherFunction) {
@@ -545,19 +545,19 @@ TEST_F(Callback, MayCallEveryOtherFunction) {
   set_print_interface([](const char*) {
     ++lines_printed;
     kelo_set_log_level(LOG_LVL_CRT);
-    EXPECT_EQ(LOG_LVL_CRT, kelo_get_log_level());
+    EXPECT_EQ(kelo_get_log_level(), LOG_LVL_CRT);
     kelo_set_log_tool_enable(1);
-    EXPECT_EQ(1, kelo_get_log_tool_enable());
+    EXPECT_EQ(kelo_get_log_tool_enable(), 1);
     EXPECT_LT(0, get_tid());
     set_print_interface(nullptr);
   });
   KELO_LOG(LOG_LVL_ERR, "local");
   KELO_LOG(LOG_LVL_ERR, "suppressed by now");
   KELO_LOG(LOG_LVL_CRT, "to the channel");
-  EXPECT_EQ(1, lines_printed);
-  EXPECT_EQ(0, own_channel().starts);
-  ASSERT_EQ(1U, channel_records().size());
-  EXPECT_EQ("to the channel", channel_records()[0].text);
+  EXPECT_EQ(lines_printed, 1);
+  EXPECT_EQ(own_channel().starts, 0);
+  ASSERT_EQ(channel_records().size(), 1U);
+  EXPECT_EQ(channel_records()[0].text, "to the channel");
 }
 
 // --- errno -------------------------------------------------------------------------------------------------
@@ -565,27 +565,27 @@ TEST_F(Callback, MayCallEveryOtherFunction) {
 TEST_F(Errno, IsPreserved) {
   errno = EBUSY;
   KELO_LOG(LOG_LVL_ERR, "starts the channel, whose calls change errno");
-  EXPECT_EQ(EBUSY, errno);
-  EXPECT_EQ(-1, kelo_dm_unreg(nullptr));
-  EXPECT_EQ(EBUSY, errno);
-  EXPECT_EQ(2U, channel_records().size());
+  EXPECT_EQ(errno, EBUSY);
+  EXPECT_EQ(kelo_dm_unreg(nullptr), -1);
+  EXPECT_EQ(errno, EBUSY);
+  EXPECT_EQ(channel_records().size(), 2U);
 
   kelo_set_log_tool_enable(0);
   set_print_interface([](const char*) { errno = EIO; });
   errno = EBUSY;
   KELO_LOG(LOG_LVL_ERR, "local");
-  EXPECT_EQ(EBUSY, errno);
+  EXPECT_EQ(errno, EBUSY);
   Scratch buffer;
   kelo_log_printf(LOG_LVL_ERR, buffer.data(), "f", 1, "local");
-  EXPECT_EQ(EBUSY, errno);
-  EXPECT_EQ(-1, kelo_dm_unreg(nullptr));
-  EXPECT_EQ(EBUSY, errno);
+  EXPECT_EQ(errno, EBUSY);
+  EXPECT_EQ(kelo_dm_unreg(nullptr), -1);
+  EXPECT_EQ(errno, EBUSY);
 }
 
 TEST_F(Errno, IsWhatTheMessageShows) {
   errno = EBUSY;
   KELO_LOG(LOG_LVL_ERR, "%m");  // the channel's start comes between
-  ASSERT_EQ(1U, channel_records().size());
+  ASSERT_EQ(channel_records().size(), 1U);
   EXPECT_EQ(std::strerror(EBUSY), channel_records()[0].text);
 }
 
@@ -603,7 +603,7 @@ TEST_F(Threads, SuppressedMessagesAndSettersWaitForNoLine) {
   in_callback.wait();
   KELO_LOG(LOG_LVL_DBUG, "suppressed");
   Scratch buffer;
-  EXPECT_EQ(0, kelo_log_printf(LOG_LVL_DBUG, buffer.data(), "f", 1, "suppressed"));
+  EXPECT_EQ(kelo_log_printf(LOG_LVL_DBUG, buffer.data(), "f", 1, "suppressed"), 0);
   kelo_set_log_level(LOG_LVL_WRN);
   kelo_set_log_tool_enable(0);
   (void)kelo_get_log_level();
@@ -648,7 +648,7 @@ TEST_F(Threads, LogWhileAnotherChangesEverySetting) {
   stop = true;
   for (std::thread& thread : threads) thread.join();
   capture.take();
-  EXPECT_EQ(0, malformed);
+  EXPECT_EQ(malformed, 0);
   EXPECT_GE(1, own_channel().starts);
 }
 
@@ -665,8 +665,8 @@ TEST_F(Threads, EveryLineIsWhole) {
     });
   }
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(kThreads * kMessages, lines_printed);
-  EXPECT_EQ(0, malformed);
+  EXPECT_EQ(lines_printed, kThreads * kMessages);
+  EXPECT_EQ(malformed, 0);
 }
 
 }  // namespace

@@ -105,7 +105,7 @@ using Bound = LocalLine;
 
 std::string line_of(int level, const char* function, int source_line, const std::string& text) {
   std::array<char, KELO_LOG_BUFFER_SIZE> buffer{};
-  EXPECT_EQ(0, kelo_log_printf(level, buffer.data(), function, source_line, "%s", text.c_str()));
+  EXPECT_EQ(kelo_log_printf(level, buffer.data(), function, source_line, "%s", text.c_str()), 0);
   return log_msg;
 }
 
@@ -131,14 +131,14 @@ void expect_zeros(std::string_view array, std::size_t from) {
 TEST_F(Form, WholeLine) {
   prctl(PR_SET_NAME, "modem_rx");
   const std::string line = line_of(LOG_LVL_ERR, "kelo_dm_write", 97, "symLookup failed: 1203\n");
-  EXPECT_EQ(expected("=ERR=", "modem_rx", "oem_dm_write", 97, "symLookup failed: 1203\n"), line);
+  EXPECT_EQ(line, expected("=ERR=", "modem_rx", "oem_dm_write", 97, "symLookup failed: 1203\n"));
 }
 
 TEST_F(Form, OtherThreadShowsItsOwnId) {
   std::thread([] {
     prctl(PR_SET_NAME, "second");
     const std::string line = line_of(LOG_LVL_ERR, "f", 1, "text");
-    EXPECT_EQ(expected("=ERR=", "second", "f", 1, "text"), line);
+    EXPECT_EQ(line, expected("=ERR=", "second", "f", 1, "text"));
     EXPECT_NE(getpid(), get_tid());
   }).join();
 }
@@ -171,7 +171,7 @@ TEST_F(Stamp, IsUtcAndNow) {
   std::smatch match;
   ASSERT_TRUE(std::regex_match(stamp_text, match, kForm)) << stamp_text;
   tm utc{};
-  ASSERT_NE(nullptr, strptime(match[1].str().c_str(), "%Y-%m-%d %H:%M:%S", &utc));
+  ASSERT_NE(strptime(match[1].str().c_str(), "%Y-%m-%d %H:%M:%S", &utc), nullptr);
   const long long stamp = static_cast<long long>(timegm(&utc)) * 1000 + std::stoi(match[2]);
   EXPECT_LE(static_cast<long long>(before.tv_sec) * 1000 + before.tv_nsec / 1000000, stamp);
   EXPECT_GE(static_cast<long long>(after.tv_sec) * 1000 + after.tv_nsec / 1000000, stamp);
@@ -227,7 +227,7 @@ TEST_F(Stamp, RestOfItsArrayIsZero) {
   line_of(LOG_LVL_ERR, "f", 1, "text");
   std::memset(str_t, 'x', sizeof str_t);
   line_of(LOG_LVL_ERR, "f", 1, "text");
-  EXPECT_EQ(23U, strnlen(str_t, sizeof str_t));
+  EXPECT_EQ(strnlen(str_t, sizeof str_t), 23U);
   expect_zeros({str_t, sizeof str_t}, 23);
 }
 
@@ -285,7 +285,7 @@ TEST_F(Name, ShowsTheProductAsOem) {
 TEST_F(Name, CallersTextIsNotChanged) {
   std::string function = "kelo_x_kelo";
   line_of(LOG_LVL_ERR, function.c_str(), 1, "text");
-  EXPECT_EQ("kelo_x_kelo", function);
+  EXPECT_EQ(function, "kelo_x_kelo");
 }
 
 TEST_F(Name, LongOnesAreCutWithTheLine) {
@@ -298,7 +298,7 @@ TEST_F(Name, LongOnesAreCutWithTheLine) {
       shown += "oem";
     }
     const std::string line = line_of(LOG_LVL_ERR, function.c_str(), 1, "text");
-    EXPECT_EQ(expected("=ERR=", "x", shown, 1, "text").substr(0, KELO_LOG_LINE_SIZE - 1), line) << times;
+    EXPECT_EQ(line, expected("=ERR=", "x", shown, 1, "text").substr(0, KELO_LOG_LINE_SIZE - 1)) << times;
   }
 }
 
@@ -361,7 +361,7 @@ TEST_F(ThreadName, IsReadFromTheFileInTheFirstLineOfEachThread) {
         const std::string shown = std::string(name).substr(0, std::strcspn(name, "\n"));
         EXPECT_THAT(line_of(LOG_LVL_ERR, "f", 1, "text"), IsLine("=ERR=", shown, "f", 1, "text"));
       }
-      EXPECT_EQ(1, proc_opens);
+      EXPECT_EQ(proc_opens, 1);
     });
   }
 }
@@ -381,14 +381,15 @@ TEST_F(ThreadName, AndNumbersOfAChildAreItsOwn) {
     prctl(PR_SET_NAME, "parent");
     line_of(LOG_LVL_ERR, "f", 1, "text");
     for (const char* const proc : {static_cast<const char*>(nullptr), "/nowhere"}) {
-      EXPECT_EQ(ChildEnd::good, fork_bounded([proc] {
+      EXPECT_EQ(fork_bounded([proc] {
                   proc_opens = 0;
                   instead_of_proc = proc;
                   prctl(PR_SET_NAME, "child");
                   const std::string line = line_of(LOG_LVL_ERR, "f", 1, "text");
                   return getpid() == get_tid() && proc_opens == 1 &&
                          line == expected("=ERR=", proc == nullptr ? "child" : "NULL", "f", 1, "text");
-                }));
+                }),
+                ChildEnd::good);
     }
     EXPECT_THAT(line_of(LOG_LVL_ERR, "f", 1, "text"), IsLine("=ERR=", "parent", "f", 1, "text"));
   };
@@ -417,15 +418,15 @@ TEST_F(Bound, LineIsCutAt4095Characters) {
     std::memset(log_msg, 'x', sizeof log_msg);
     const std::string line = line_of(LOG_LVL_ERR, "f", 1, text + '\n');
     EXPECT_EQ(std::min<std::size_t>(length, 4095), line.size());
-    EXPECT_EQ(expected("=ERR=", "x", "f", 1, text + '\n').substr(0, 4095), line);
-    EXPECT_EQ('\0', log_msg[KELO_LOG_LINE_SIZE - 1]);
+    EXPECT_EQ(line, expected("=ERR=", "x", "f", 1, text + '\n').substr(0, 4095));
+    EXPECT_EQ(log_msg[KELO_LOG_LINE_SIZE - 1], '\0');
   }
 }
 
 TEST_F(Bound, MessageIsCutFirst) {
   prctl(PR_SET_NAME, "x");
   const std::string line = line_of(LOG_LVL_ERR, "f", 1, std::string(9000, 'm'));
-  EXPECT_EQ(expected("=ERR=", "x", "f", 1, std::string(4219, 'm')).substr(0, 4095), line);
+  EXPECT_EQ(line, expected("=ERR=", "x", "f", 1, std::string(4219, 'm')).substr(0, 4095));
 }
 
 TEST_F(Bound, RestOfTheArrayIsZero) {
@@ -439,7 +440,7 @@ TEST_F(Bound, LineMayQuoteTheLineBefore) {
   const std::string before = line_of(LOG_LVL_ERR, "f", 1, "before");
   std::array<char, KELO_LOG_BUFFER_SIZE> buffer{};
   kelo_log_printf(LOG_LVL_ERR, buffer.data(), "f", 2, "last: %s", log_msg);
-  EXPECT_EQ(expected("=ERR=", "x", "f", 2, "last: " + before), log_msg);
+  EXPECT_EQ(log_msg, expected("=ERR=", "x", "f", 2, "last: " + before));
 }
 
 }  // namespace

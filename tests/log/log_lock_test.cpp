@@ -103,7 +103,7 @@ using Cancel = LogLock;
 
 void fork_while_threads_log(void (*log_one)()) {
   const BackgroundLoggers loggers(kLoggers, log_one);
-  for (int i = 0; i < kForks; ++i) ASSERT_EQ(ChildEnd::good, fork_bounded(child_logs)) << "fork " << i;
+  for (int i = 0; i < kForks; ++i) ASSERT_EQ(fork_bounded(child_logs), ChildEnd::good) << "fork " << i;
 }
 
 TEST_F(Fork, ChildrenLogWhileThreadsDo) { fork_while_threads_log(log_a_line); }
@@ -111,7 +111,7 @@ TEST_F(Fork, ChildrenLogWhileThreadsDo) { fork_while_threads_log(log_a_line); }
 TEST_F(Fork, ChildrenLogWhileTheLibraryDoes) { fork_while_threads_log(log_through_the_library); }
 
 TEST_F(Fork, ChildrenPrintOnStandardOutputWhileThreadsDo) {
-  ASSERT_NE(nullptr, std::freopen("/dev/null", "w", stdout));
+  ASSERT_NE(std::freopen("/dev/null", "w", stdout), nullptr);
   set_print_interface(nullptr);
   const BackgroundLoggers loggers(kLoggers, log_a_line);
   for (int i = 0; i < kForks; ++i) {
@@ -119,7 +119,7 @@ TEST_F(Fork, ChildrenPrintOnStandardOutputWhileThreadsDo) {
       log_text("from the child\n");
       return last_line_ends_with(" | from the child\n");
     });
-    ASSERT_EQ(ChildEnd::good, end) << "fork " << i;
+    ASSERT_EQ(end, ChildEnd::good) << "fork " << i;
   }
 }
 
@@ -131,7 +131,7 @@ TEST_F(Fork, ChildCallsTheSettersWhileThreadsLog) {
       set_print_interface(count_line);
       return kelo_get_log_level() == LOG_LVL_ERR && child_logs();
     });
-    ASSERT_EQ(ChildEnd::good, end) << "fork " << i;
+    ASSERT_EQ(end, ChildEnd::good) << "fork " << i;
   }
 }
 
@@ -149,23 +149,25 @@ TEST_F(Fork, DoesNotWaitForTheLineBeingWritten) {
   set_print_interface(print_when_allowed);
   std::thread logger(log_a_line);
   line_under_way.wait();
-  EXPECT_EQ(ChildEnd::good, fork_bounded([] {
+  EXPECT_EQ(fork_bounded([] {
               set_print_interface(count_line);
               return child_logs() && child_logs();
-            }));
+            }),
+            ChildEnd::good);
   line_may_end.count_down();
   logger.join();
-  EXPECT_EQ(1, lines_printed);
+  EXPECT_EQ(lines_printed, 1);
 }
 
 TEST_F(Fork, GrandchildrenLogToo) {
   set_print_interface(print_when_allowed);
   std::thread logger(log_a_line);
   line_under_way.wait();
-  EXPECT_EQ(ChildEnd::good, fork_bounded([] {
+  EXPECT_EQ(fork_bounded([] {
               set_print_interface(count_line);
               return fork_bounded(child_logs) == ChildEnd::good && child_logs();
-            }));
+            }),
+            ChildEnd::good);
   line_may_end.count_down();
   logger.join();
 }
@@ -186,7 +188,7 @@ void print_two_lines(const char* /*line*/) {
 
 TEST_F(Fork, ThreadsOfTheChildWriteOneLineAtATime) {
   set_print_interface(print_two_lines);
-  EXPECT_EQ(ChildEnd::good, fork_bounded([] {
+  EXPECT_EQ(fork_bounded([] {
               std::thread second([] {
                 first_line_began.acquire();
                 log_a_line();
@@ -194,17 +196,19 @@ TEST_F(Fork, ThreadsOfTheChildWriteOneLineAtATime) {
               log_a_line();
               second.join();
               return !lines_met && lines_printed == 2;
-            }));
+            }),
+            ChildEnd::good);
 }
 
 TEST_F(Fork, ChildShowsItsOwnProcess) {
   log_text("from the parent\n");
-  EXPECT_EQ(ChildEnd::good, fork_bounded([] {
+  EXPECT_EQ(fork_bounded([] {
               log_text("from the child\n");
               const std::string identity =
                   " | [" + std::to_string(getpid()) + " | " + std::to_string(getpid()) + "-";
               return std::strstr(log_msg, identity.c_str()) != nullptr;
-            }));
+            }),
+            ChildEnd::good);
 }
 
 // A child is found out in its first message, whether or not the kernel empties a page in it and fork handlers run.
@@ -237,7 +241,7 @@ class KernelsAdvice : public LogLock, public testing::WithParamInterface<Advice>
       }
       int status = -1;
       EXPECT_EQ(child, waitpid(child, &status, 0));
-      EXPECT_EQ(0, status);
+      EXPECT_EQ(status, 0);
     }
     left.release();
     logger.join();
@@ -269,10 +273,10 @@ INSTANTIATE_TEST_SUITE_P(Fork, KernelsAdvice,
                          testing::Values(Advice::kFollowed, Advice::kRefused, Advice::kIgnored), name_of);
 
 TEST_F(Fork, ParentGoesOnLogging) {
-  EXPECT_EQ(ChildEnd::good, fork_bounded(child_logs));
+  EXPECT_EQ(fork_bounded(child_logs), ChildEnd::good);
   std::thread(log_a_line).join();
   log_a_line();
-  EXPECT_EQ(2, lines_printed);
+  EXPECT_EQ(lines_printed, 2);
 }
 
 TEST_F(Fork, TwoThreadsForkWhileOthersLog) {
@@ -286,7 +290,7 @@ TEST_F(Fork, TwoThreadsForkWhileOthersLog) {
     });
   }
   for (std::thread& forker : forkers) forker.join();
-  EXPECT_EQ(0, bad);
+  EXPECT_EQ(bad, 0);
 }
 
 // --- A fork while standard output is in use ------------------------------------------------------------------
@@ -380,11 +384,11 @@ TEST_F(Fork, DoesNotWaitForStandardOutput) {
   });
   while (logger_id == 0) std::this_thread::yield();
   wait_until_asleep(("/proc/self/task/" + std::to_string(logger_id) + "/stat").c_str());
-  EXPECT_EQ(ChildEnd::good, fork_bounded(child_prints));
+  EXPECT_EQ(fork_bounded(child_prints), ChildEnd::good);
   std::array<char, 65536> bytes;
   (void)full.read_some(bytes);
   logger.join();
-  EXPECT_EQ(1U, count_of("from the parent", full.take()));
+  EXPECT_EQ(count_of("from the parent", full.take()), 1U);
 }
 
 TEST_F(Fork, ChildrenPrintWholeLinesWhileThreadsDo) {
@@ -409,10 +413,10 @@ TEST_F(Fork, ChildrenPrintWholeLinesWhileThreadsDo) {
   }
   output.restore();
   reader.join();
-  EXPECT_EQ(0, bad);
+  EXPECT_EQ(bad, 0);
   for (int i = 0; i < kForks; ++i) {
     const std::string line = "] | f 1 | from child " + std::to_string(i) + ".\n";
-    EXPECT_EQ(1U, count_of(line, text)) << line;
+    EXPECT_EQ(count_of(line, text), 1U) << line;
   }
 }
 
@@ -451,15 +455,15 @@ ChildEnd fork_in_callback() {
 
 TEST_F(Fork, FromTheCallback) {
   set_print_interface(fork_and_count_line);
-  EXPECT_EQ(ChildEnd::good, fork_in_callback());
+  EXPECT_EQ(fork_in_callback(), ChildEnd::good);
   std::thread(log_a_line).join();
-  EXPECT_EQ(2, lines_printed) << "the parent's lock was given back";
+  EXPECT_EQ(lines_printed, 2) << "the parent's lock was given back";
 }
 
 TEST_F(Fork, FromTheCallbackWhileThreadsLog) {
   set_print_interface(fork_and_count_line);
   const BackgroundLoggers loggers(kLoggers, log_a_line);
-  for (int i = 0; i < kForks; ++i) ASSERT_EQ(ChildEnd::good, fork_in_callback()) << "fork " << i;
+  for (int i = 0; i < kForks; ++i) ASSERT_EQ(fork_in_callback(), ChildEnd::good) << "fork " << i;
 }
 
 TEST_F(Fork, ChildMayEndInTheCallback) {
@@ -471,7 +475,7 @@ TEST_F(Fork, ChildMayEndInTheCallback) {
     }
   });
   log_text("forks\n");
-  EXPECT_EQ(ChildEnd::good, child.end());
+  EXPECT_EQ(child.end(), ChildEnd::good);
 }
 
 // The child of a callback is inside the line as its parent is: a thread that it starts waits for the line's end.
@@ -492,15 +496,15 @@ TEST_F(Fork, ThreadOfTheChildWaitsForTheCallback) {
     second.join();
     BoundedFork::finish(printed_meanwhile == 0 && lines_printed == 2);
   }
-  EXPECT_EQ(ChildEnd::good, child.end());
+  EXPECT_EQ(child.end(), ChildEnd::good);
 }
 
 // --- Fork handlers of the program --------------------------------------------------------------------------
 
 TEST_F(Fork, HandlersOfTheProgramMayLog) {
-  ASSERT_EQ(0, pthread_atfork(log_a_line, log_a_line, log_a_line));
-  EXPECT_EQ(ChildEnd::good, fork_bounded([] { return lines_printed == 2 && child_logs(); }));
-  EXPECT_EQ(2, lines_printed) << "one before the fork and one after it";
+  ASSERT_EQ(pthread_atfork(log_a_line, log_a_line, log_a_line), 0);
+  EXPECT_EQ(fork_bounded([] { return lines_printed == 2 && child_logs(); }), ChildEnd::good);
+  EXPECT_EQ(lines_printed, 2) << "one before the fork and one after it";
 }
 
 // --- Handlers that were there before the first line --------------------------------------------------------
@@ -517,27 +521,27 @@ void print_locally() {
 }
 
 TEST_F(BeforeTheFirstLine, HandlersMayLog) {
-  ASSERT_EQ(0, pthread_atfork(log_a_line, log_a_line, log_a_line));
+  ASSERT_EQ(pthread_atfork(log_a_line, log_a_line, log_a_line), 0);
   print_locally();
   log_a_line();
   for (int forks = 1; forks <= 2; ++forks) {
-    EXPECT_EQ(ChildEnd::good,
-              fork_bounded([forks] { return lines_printed == 1 + 2 * forks && child_logs(); }));
+    EXPECT_EQ(fork_bounded([forks] { return lines_printed == 1 + 2 * forks && child_logs(); }),
+              ChildEnd::good);
     EXPECT_EQ(1 + 2 * forks, lines_printed) << "one before the fork and one after it";
   }
   std::thread(log_a_line).join();
-  EXPECT_EQ(6, lines_printed) << "the lock was given back";
+  EXPECT_EQ(lines_printed, 6) << "the lock was given back";
 }
 
 TEST_F(BeforeTheFirstLine, CallbackMayLogInAHandler) {
-  ASSERT_EQ(0, pthread_atfork(log_a_line, nullptr, nullptr));
+  ASSERT_EQ(pthread_atfork(log_a_line, nullptr, nullptr), 0);
   kelo_set_log_tool_enable(0);
   set_print_interface([](const char* line) {
     log_text("dropped as in any callback");
     count_line(line);
   });
   log_a_line();
-  EXPECT_EQ(ChildEnd::good, fork_bounded([] { return lines_printed == 2 && child_logs(); }));
+  EXPECT_EQ(fork_bounded([] { return lines_printed == 2 && child_logs(); }), ChildEnd::good);
 }
 
 TEST_F(BeforeTheFirstLine, HandlerMayLogTheFirst) {
@@ -545,10 +549,10 @@ TEST_F(BeforeTheFirstLine, HandlerMayLogTheFirst) {
     if (lines_printed == 0) print_locally();
     log_a_line();
   };
-  ASSERT_EQ(0, pthread_atfork(kLogTheFirst, kLogTheFirst, kLogTheFirst));
-  EXPECT_EQ(ChildEnd::good, fork_bounded([] { return lines_printed == 2 && child_logs(); }));
-  EXPECT_EQ(ChildEnd::good, fork_bounded([] { return lines_printed == 4 && child_logs(); }));
-  EXPECT_EQ(4, lines_printed);
+  ASSERT_EQ(pthread_atfork(kLogTheFirst, kLogTheFirst, kLogTheFirst), 0);
+  EXPECT_EQ(fork_bounded([] { return lines_printed == 2 && child_logs(); }), ChildEnd::good);
+  EXPECT_EQ(fork_bounded([] { return lines_printed == 4 && child_logs(); }), ChildEnd::good);
+  EXPECT_EQ(lines_printed, 4);
 }
 
 // The fork has begun, and asked who wants to know of it, when another thread enters the lock for the first time.
@@ -562,7 +566,7 @@ TEST_F(BeforeTheFirstLine, AnotherThreadMayLogItDuringAFork) {
     // A C library that allows no registration while a handler runs keeps the line back until the fork is over.
     (void)line_began.try_acquire_for(std::chrono::seconds(2));
   };
-  ASSERT_EQ(0, pthread_atfork(kAwaitTheLine, nullptr, nullptr));
+  ASSERT_EQ(pthread_atfork(kAwaitTheLine, nullptr, nullptr), 0);
   std::thread logger([] {
     fork_began.acquire();
     kelo_set_log_tool_enable(0);
@@ -573,13 +577,14 @@ TEST_F(BeforeTheFirstLine, AnotherThreadMayLogItDuringAFork) {
     });
     log_a_line();
   });
-  EXPECT_EQ(ChildEnd::good, fork_bounded([] {
+  EXPECT_EQ(fork_bounded([] {
               print_locally();
               return child_logs() && child_logs();
-            }));
+            }),
+            ChildEnd::good);
   child_ended.release();
   logger.join();
-  EXPECT_EQ(1, lines_printed);
+  EXPECT_EQ(lines_printed, 1);
 }
 
 // --- Cancelled threads -------------------------------------------------------------------------------------
@@ -595,23 +600,24 @@ TEST_F(Cancel, ThreadEndsAfterItsLine) {
     pthread_testcancel();
   });
   pthread_t thread{};
-  ASSERT_EQ(0, pthread_create(
-                   &thread, nullptr,
-                   [](void*) -> void* {
-                     log_text("text\n");
-                     left_the_line = true;
-                     pthread_testcancel();
-                     return nullptr;
-                   },
-                   nullptr));
+  ASSERT_EQ(pthread_create(
+                &thread, nullptr,
+                [](void*) -> void* {
+                  log_text("text\n");
+                  left_the_line = true;
+                  pthread_testcancel();
+                  return nullptr;
+                },
+                nullptr),
+            0);
   in_callback.wait();
-  ASSERT_EQ(0, pthread_cancel(thread));
+  ASSERT_EQ(pthread_cancel(thread), 0);
   was_cancelled.count_down();
   void* result = nullptr;
-  ASSERT_EQ(0, pthread_join(thread, &result));
+  ASSERT_EQ(pthread_join(thread, &result), 0);
   EXPECT_TRUE(left_the_line);
-  EXPECT_EQ(PTHREAD_CANCELED, result);
-  EXPECT_EQ(ChildEnd::good, fork_bounded(child_logs)) << "the lock was given back";
+  EXPECT_EQ(result, PTHREAD_CANCELED);
+  EXPECT_EQ(fork_bounded(child_logs), ChildEnd::good) << "the lock was given back";
 }
 
 TEST_F(Cancel, StateIsAsBefore) {

@@ -18,23 +18,23 @@ int exit_status(const std::string& program) {
 TEST(LogData, IsTheLastLineInEveryKindOfProgram) {
   for (const char* const program :
        {"log_data_shared_pie", "log_data_shared_no_pie", "log_data_static_pie", "log_data_static_no_pie"})
-    EXPECT_EQ(0, exit_status(program)) << program;
+    EXPECT_EQ(exit_status(program), 0) << program;
 }
 
 TEST(LogData, OfTheProgramIsLeftAlone) {
   for (const char* const program : {"own_log_data_128_pie", "own_log_data_128_no_pie",
                                     "own_log_data_4096_pie", "own_log_data_4096_no_pie"})
-    EXPECT_EQ(0, exit_status(program)) << program;
+    EXPECT_EQ(exit_status(program), 0) << program;
 }
 
 TEST(LogData, OfAnotherLibraryIsLeftAlone) {
   for (const char* const program : {"own_log_data_elsewhere_pie", "own_log_data_elsewhere_no_pie"})
-    EXPECT_EQ(0, exit_status(program)) << program;
+    EXPECT_EQ(exit_status(program), 0) << program;
 }
 
 TEST(LogData, FunctionOfTheProgramIsLeftAlone) {
   for (const char* const program : {"own_log_functions_pie", "own_log_functions_no_pie"})
-    EXPECT_EQ(0, exit_status(program)) << program;
+    EXPECT_EQ(exit_status(program), 0) << program;
 }
 
 }  // namespace

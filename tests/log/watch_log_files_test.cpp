@@ -176,7 +176,7 @@ TEST_F(WatchFiles, RecordGoesAfterTwoGibibytes) {
     }
     std::ifstream file(kWatchA);
     file.seekg(kSize);
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), record(1));
+    EXPECT_EQ(record(1), std::string(std::istreambuf_iterator<char>(file), {}));
   });
 }
 

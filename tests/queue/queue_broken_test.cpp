@@ -33,8 +33,8 @@ TEST_F(QueueBroken, DeletingALinkThatIsInNoQueueIsReportedAndChangesNothing) {
   for (q_link_type* const outside : {&b, &x}) {
     StdoutCapture output;
     q_delete(&q, outside);
-    EXPECT_EQ(0, q_delete_ext(&q, outside));
-    EXPECT_EQ(std::string(kQueueAssertion) + kQueueAssertion, output.take());
+    EXPECT_EQ(q_delete_ext(&q, outside), 0);
+    EXPECT_EQ(output.take(), std::string(kQueueAssertion) + kQueueAssertion);
   }
   expect_sound(q, {&a, &c});
   EXPECT_FALSE(shut_to_others(q.lock));
@@ -43,10 +43,10 @@ TEST_F(QueueBroken, DeletingALinkThatIsInNoQueueIsReportedAndChangesNothing) {
 TEST_F(QueueBroken, InsertingBeforeALinkThatIsInNoQueueIsReportedAndChangesNothing) {
   StdoutCapture output;
   q_insert(&q, &x, &y);
-  EXPECT_EQ(kQueueAssertion, output.take());
+  EXPECT_EQ(output.take(), kQueueAssertion);
   expect_sound(q, {&a, &b, &c});
-  EXPECT_EQ(nullptr, x.next_ptr);
-  EXPECT_EQ(nullptr, x.prev_ptr);
+  EXPECT_EQ(x.next_ptr, nullptr);
+  EXPECT_EQ(x.prev_ptr, nullptr);
   EXPECT_FALSE(shut_to_others(q.lock));
 }
 
@@ -60,56 +60,56 @@ class TornDownQueue : public QueueOfThree {
 };
 
 TEST_F(TornDownQueue, GetAnswersNullAndKeepsTheLock) {
-  EXPECT_EQ(nullptr, q_get(&q));
+  EXPECT_EQ(q_get(&q), nullptr);
   EXPECT_TRUE(shut_to_others(q.lock));
-  EXPECT_EQ(0, pthread_mutex_unlock(&q.lock));
+  EXPECT_EQ(pthread_mutex_unlock(&q.lock), 0);
   EXPECT_FALSE(shut_to_others(q.lock));
 }
 
 TEST_F(TornDownQueue, GetExtAnswersNullAndKeepsTheLock) {
-  EXPECT_EQ(nullptr, q_get_ext(&q));
+  EXPECT_EQ(q_get_ext(&q), nullptr);
   EXPECT_TRUE(shut_to_others(q.lock));
-  EXPECT_EQ(0, pthread_mutex_unlock(&q.lock));
+  EXPECT_EQ(pthread_mutex_unlock(&q.lock), 0);
   EXPECT_FALSE(shut_to_others(q.lock));
 }
 
 TEST_F(TornDownQueue, GetKeepsTheLockWhateverTheCount) {
   q.cnt = 2;
-  EXPECT_EQ(nullptr, q_get(&q));
+  EXPECT_EQ(q_get(&q), nullptr);
   EXPECT_TRUE(shut_to_others(q.lock));
-  EXPECT_EQ(nullptr, q_get_ext(&q));
-  EXPECT_EQ(2, q.cnt);
-  EXPECT_EQ(0, pthread_mutex_unlock(&q.lock));
-  EXPECT_EQ(0, pthread_mutex_unlock(&q.lock));
+  EXPECT_EQ(q_get_ext(&q), nullptr);
+  EXPECT_EQ(q.cnt, 2);
+  EXPECT_EQ(pthread_mutex_unlock(&q.lock), 0);
+  EXPECT_EQ(pthread_mutex_unlock(&q.lock), 0);
 }
 
 TEST_F(TornDownQueue, OtherRemovalsAndLooksAnswerNullAndReleaseTheLock) {
-  EXPECT_EQ(nullptr, q_last_get(&q));
-  EXPECT_EQ(nullptr, q_check(&q));
-  EXPECT_EQ(nullptr, q_last_check(&q));
-  EXPECT_EQ(nullptr, q_next(&q, &q.link));
+  EXPECT_EQ(q_last_get(&q), nullptr);
+  EXPECT_EQ(q_check(&q), nullptr);
+  EXPECT_EQ(q_last_check(&q), nullptr);
+  EXPECT_EQ(q_next(&q, &q.link), nullptr);
   EXPECT_FALSE(shut_to_others(q.lock));
 }
 
 TEST_F(TornDownQueue, PutIsReportedAndChangesNothing) {
   StdoutCapture output;
   q_put(&q, &x);
-  EXPECT_EQ(kQueueAssertion, output.take());
-  EXPECT_EQ(nullptr, x.next_ptr);
-  EXPECT_EQ(nullptr, q.link.next_ptr);
-  EXPECT_EQ(nullptr, q.link.prev_ptr);
-  EXPECT_EQ(0, q_cnt(&q));
+  EXPECT_EQ(output.take(), kQueueAssertion);
+  EXPECT_EQ(x.next_ptr, nullptr);
+  EXPECT_EQ(q.link.next_ptr, nullptr);
+  EXPECT_EQ(q.link.prev_ptr, nullptr);
+  EXPECT_EQ(q_cnt(&q), 0);
   EXPECT_FALSE(shut_to_others(q.lock));
 }
 
 TEST(QueueZeroed, GetOnAHeaderNeverInitialisedKeepsItsLock) {
   static q_type zeroed;
-  EXPECT_EQ(nullptr, q_get(&zeroed));
+  EXPECT_EQ(q_get(&zeroed), nullptr);
   EXPECT_TRUE(shut_to_others(zeroed.lock));
-  EXPECT_EQ(0, pthread_mutex_unlock(&zeroed.lock));
-  EXPECT_EQ(nullptr, q_get_ext(&zeroed));
+  EXPECT_EQ(pthread_mutex_unlock(&zeroed.lock), 0);
+  EXPECT_EQ(q_get_ext(&zeroed), nullptr);
   EXPECT_TRUE(shut_to_others(zeroed.lock));
-  EXPECT_EQ(0, pthread_mutex_unlock(&zeroed.lock));
+  EXPECT_EQ(pthread_mutex_unlock(&zeroed.lock), 0);
 }
 
 TEST_F(TornDownQueue, MoveIntoItIsReportedAndMovesNothing) {
@@ -117,10 +117,10 @@ TEST_F(TornDownQueue, MoveIntoItIsReportedAndMovesNothing) {
   init_with(source, {&x, &y});
   StdoutCapture output;
   q_m_put(&q, &source);
-  EXPECT_EQ(kQueueAssertion, output.take());
+  EXPECT_EQ(output.take(), kQueueAssertion);
   expect_sound(source, {&x, &y});
-  EXPECT_EQ(nullptr, q.link.prev_ptr);
-  EXPECT_EQ(0, q_cnt(&q));
+  EXPECT_EQ(q.link.prev_ptr, nullptr);
+  EXPECT_EQ(q_cnt(&q), 0);
   EXPECT_FALSE(shut_to_others(q.lock));
   EXPECT_FALSE(shut_to_others(source.lock));
 }
@@ -128,9 +128,9 @@ TEST_F(TornDownQueue, MoveIntoItIsReportedAndMovesNothing) {
 TEST_F(QueueBroken, GetOnABrokenCircleIsReportedAndChangesNothing) {
   a.next_ptr = nullptr;
   StdoutCapture output;
-  EXPECT_EQ(nullptr, q_get(&q));
-  EXPECT_EQ(kQueueAssertion, output.take());
-  EXPECT_EQ(3, q_cnt(&q));
+  EXPECT_EQ(q_get(&q), nullptr);
+  EXPECT_EQ(output.take(), kQueueAssertion);
+  EXPECT_EQ(q_cnt(&q), 3);
   EXPECT_EQ(&a, q_check(&q));
   EXPECT_FALSE(shut_to_others(q.lock));
 }
@@ -139,15 +139,15 @@ TEST_F(QueueBroken, LastGetOnABrokenCircleIsReportedAndChangesNothing) {
   c.prev_ptr = nullptr;
   {
     StdoutCapture output;
-    EXPECT_EQ(nullptr, q_last_get(&q));
-    EXPECT_EQ(kQueueAssertion, output.take());
+    EXPECT_EQ(q_last_get(&q), nullptr);
+    EXPECT_EQ(output.take(), kQueueAssertion);
   }
-  EXPECT_EQ(3, q_cnt(&q));
+  EXPECT_EQ(q_cnt(&q), 3);
   EXPECT_EQ(&c, q_last_check(&q));
   q.link.prev_ptr = nullptr;
   StdoutCapture output;
-  EXPECT_EQ(nullptr, q_last_get(&q));
-  EXPECT_EQ(kQueueAssertion, output.take());
+  EXPECT_EQ(q_last_get(&q), nullptr);
+  EXPECT_EQ(output.take(), kQueueAssertion);
   EXPECT_FALSE(shut_to_others(q.lock));
 }
 
@@ -161,20 +161,20 @@ TEST_F(QueueBroken, GetExtOnABrokenCircleEndsTheProcess) {
 TEST_F(QueueBroken, GetExtOnABrokenCircleThatCountsNothingAnswersNull) {
   a.next_ptr = nullptr;
   q.cnt = 0;
-  EXPECT_EQ(nullptr, q_get_ext(&q));
+  EXPECT_EQ(q_get_ext(&q), nullptr);
   EXPECT_FALSE(shut_to_others(q.lock));
 }
 
 TEST_F(QueueBroken, CountBelowOneHidesTheElements) {
   for (const int count : {0, -1}) {
     q.cnt = count;
-    EXPECT_EQ(nullptr, q_get(&q));
-    EXPECT_EQ(nullptr, q_get_ext(&q));
-    EXPECT_EQ(nullptr, q_last_get(&q));
-    EXPECT_EQ(nullptr, q_check(&q));
-    EXPECT_EQ(nullptr, q_last_check(&q));
+    EXPECT_EQ(q_get(&q), nullptr);
+    EXPECT_EQ(q_get_ext(&q), nullptr);
+    EXPECT_EQ(q_last_get(&q), nullptr);
+    EXPECT_EQ(q_check(&q), nullptr);
+    EXPECT_EQ(q_last_check(&q), nullptr);
     EXPECT_EQ(count, q_cnt(&q));
-    EXPECT_EQ((Links{&a, &b, &c}), links_forward(q));
+    EXPECT_EQ(links_forward(q), (Links{&a, &b, &c}));
     EXPECT_FALSE(shut_to_others(q.lock));
   }
 }
@@ -183,11 +183,11 @@ TEST(QueueCount, HeaderIsNeverHandedOutHoweverHighTheCount) {
   q_type q;
   q_init(&q);
   q.cnt = 3;
-  EXPECT_EQ(nullptr, q_check(&q));
-  EXPECT_EQ(nullptr, q_last_check(&q));
-  EXPECT_EQ(nullptr, q_get(&q));
-  EXPECT_EQ(nullptr, q_get_ext(&q));
-  EXPECT_EQ(nullptr, q_last_get(&q));
+  EXPECT_EQ(q_check(&q), nullptr);
+  EXPECT_EQ(q_last_check(&q), nullptr);
+  EXPECT_EQ(q_get(&q), nullptr);
+  EXPECT_EQ(q_get_ext(&q), nullptr);
+  EXPECT_EQ(q_last_get(&q), nullptr);
   expect_sound(q, {});
 }
 

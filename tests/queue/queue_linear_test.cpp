@@ -84,7 +84,7 @@ class QueueLinear : public QueueOfThree {
 TEST_F(QueueLinear, SearchFindsTheFirstMatchFromTheHead) {
   wanted = {&c, &b};
   EXPECT_EQ(&b, q_linear_search(&q, is_wanted, &param));
-  EXPECT_EQ((std::vector<Compared>{{&a, &param}, {&b, &param}}), compared);
+  EXPECT_EQ(compared, (std::vector<Compared>{{&a, &param}, {&b, &param}}));
   expect_sound(q, {&a, &b, &c});
   EXPECT_FALSE(shut_to_others(q.lock));
 }
@@ -98,28 +98,28 @@ TEST_F(QueueLinear, SearchFindsHeadAndTail) {
 
 TEST_F(QueueLinear, SearchWithoutAMatchComparesEachLinkOnce) {
   wanted = {&x};
-  EXPECT_EQ(nullptr, q_linear_search(&q, is_wanted, &param));
-  EXPECT_EQ((std::vector<Compared>{{&a, &param}, {&b, &param}, {&c, &param}}), compared);
+  EXPECT_EQ(q_linear_search(&q, is_wanted, &param), nullptr);
+  EXPECT_EQ(compared, (std::vector<Compared>{{&a, &param}, {&b, &param}, {&c, &param}}));
   EXPECT_FALSE(shut_to_others(q.lock));
 }
 
 TEST_F(QueueLinear, SearchOfAnEmptyQueueComparesNothing) {
   q_init(&q);
-  EXPECT_EQ(nullptr, q_linear_search(&q, is_wanted, &param));
+  EXPECT_EQ(q_linear_search(&q, is_wanted, &param), nullptr);
   EXPECT_TRUE(compared.empty());
 }
 
 TEST_F(QueueLinear, SearchNeverComparesTheHeaderHoweverHighTheCount) {
   q_init(&q);
   q.cnt = 2;
-  EXPECT_EQ(nullptr, q_linear_search(&q, is_wanted, &param));
+  EXPECT_EQ(q_linear_search(&q, is_wanted, &param), nullptr);
   EXPECT_TRUE(compared.empty());
 }
 
 TEST_F(QueueLinear, SearchComparesWithTheLockHeld) {
   wanted = {};
-  EXPECT_EQ(nullptr, q_linear_search(&q, is_wanted, &param));
-  EXPECT_EQ(3, callbacks_with_lock_held);
+  EXPECT_EQ(q_linear_search(&q, is_wanted, &param), nullptr);
+  EXPECT_EQ(callbacks_with_lock_held, 3);
   EXPECT_TRUE(waits_for_lock(q.lock, [&] { q_linear_search(&q, is_wanted, &param); }));
 }
 
@@ -129,7 +129,7 @@ int delete_itself(q_link_type* link, const void* /*param*/) {
 }
 
 TEST_F(QueueLinear, SearchEndsWhereTheLinkThatWasComparedLastHasLeft) {
-  EXPECT_EQ(nullptr, q_linear_search(&q, delete_itself, nullptr));
+  EXPECT_EQ(q_linear_search(&q, delete_itself, nullptr), nullptr);
   expect_sound(q, {&b, &c});
 }
 
@@ -151,26 +151,26 @@ int walk_until_other_thread_had_the_lock(q_link_type* link, const void* /*param*
 }
 
 TEST_F(QueueLinear, SearchReleasesTheLockBetweenSteps) {
-  EXPECT_NE(nullptr, q_linear_search(&q, walk_until_other_thread_had_the_lock, nullptr));
+  EXPECT_NE(q_linear_search(&q, walk_until_other_thread_had_the_lock, nullptr), nullptr);
   EXPECT_LT(comparisons, kComparisonLimit);
   other_thread.join();
 }
 
 TEST_F(QueueLinear, DeletePassesNullToCompareAndTheParameterToAction) {
   delete_wanted({&b});
-  EXPECT_EQ((std::vector<Compared>{{&a, nullptr}, {&b, nullptr}}), compared);
-  EXPECT_EQ((std::vector<Acted>{{&b, &param}}), acted);
+  EXPECT_EQ(compared, (std::vector<Compared>{{&a, nullptr}, {&b, nullptr}}));
+  EXPECT_EQ(acted, (std::vector<Acted>{{&b, &param}}));
 }
 
 TEST_F(QueueLinear, DeleteRemovesOnlyTheFirstMatch) {
   delete_wanted({&a, &b, &c});
-  EXPECT_EQ((std::vector<Acted>{{&a, &param}}), acted);
+  EXPECT_EQ(acted, (std::vector<Acted>{{&a, &param}}));
   expect_sound(q, {&b, &c});
 }
 
 TEST_F(QueueLinear, DeleteAtTheHeadLeavesASoundCircle) {
   delete_wanted({&a});
-  EXPECT_EQ(nullptr, a.next_ptr);
+  EXPECT_EQ(a.next_ptr, nullptr);
   EXPECT_EQ(&q.link, b.prev_ptr);
   expect_sound(q, {&b, &c});
 }
@@ -184,26 +184,26 @@ TEST_F(QueueLinear, DeleteOfTheOnlyElementEmptiesTheQueue) {
 
 TEST_F(QueueLinear, DeleteInTheMiddleMendsOnlyTheForwardChain) {
   delete_wanted({&b});
-  EXPECT_EQ(nullptr, b.next_ptr);
+  EXPECT_EQ(b.next_ptr, nullptr);
   EXPECT_EQ(&a, b.prev_ptr);
-  EXPECT_EQ((Links{&a, &c}), links_forward(q));
+  EXPECT_EQ(links_forward(q), (Links{&a, &c}));
   EXPECT_EQ(&b, c.prev_ptr);
   EXPECT_EQ(&c, q_last_check(&q));
-  EXPECT_EQ(2, q_cnt(&q));
+  EXPECT_EQ(q_cnt(&q), 2);
 }
 
 TEST_F(QueueLinear, DeleteOfTheTailLeavesItTheTailWhileTwoRemain) {
   delete_wanted({&c});
-  EXPECT_EQ(nullptr, c.next_ptr);
-  EXPECT_EQ((Links{&a, &b}), links_forward(q));
+  EXPECT_EQ(c.next_ptr, nullptr);
+  EXPECT_EQ(links_forward(q), (Links{&a, &b}));
   EXPECT_EQ(&c, q_last_check(&q));
-  EXPECT_EQ(2, q_cnt(&q));
+  EXPECT_EQ(q_cnt(&q), 2);
 }
 
 TEST_F(QueueLinear, DeleteOfTheSecondOfTwoMakesTheHeadTheTail) {
   q_last_get(&q);
   delete_wanted({&b});
-  EXPECT_EQ(1, q_cnt(&q));
+  EXPECT_EQ(q_cnt(&q), 1);
   EXPECT_EQ(&a, q_last_check(&q));
   expect_sound(q, {&a});
   q_put(&q, &x);
@@ -221,17 +221,17 @@ TEST_F(QueueLinear, PutAfterAStaleTailIsCountedButNotReachableFromTheHead) {
   q_put(&q, &x);
   EXPECT_EQ(&x, c.next_ptr);
   EXPECT_EQ(&x, q_last_check(&q));
-  EXPECT_EQ(3, q_cnt(&q));
-  EXPECT_EQ((Links{&a, &b}), links_forward(q));
+  EXPECT_EQ(q_cnt(&q), 3);
+  EXPECT_EQ(links_forward(q), (Links{&a, &b}));
   EXPECT_EQ(&a, q_get(&q));
   EXPECT_EQ(&b, q_get(&q));
-  EXPECT_EQ(nullptr, q_get(&q));
+  EXPECT_EQ(q_get(&q), nullptr);
   expect_sound(q, {});
 }
 
 TEST_F(QueueLinear, DeleteWithoutAMatchChangesNothing) {
   delete_wanted({&x});
-  EXPECT_EQ(3U, compared.size());
+  EXPECT_EQ(compared.size(), 3U);
   EXPECT_TRUE(acted.empty());
   expect_sound(q, {&a, &b, &c});
   EXPECT_FALSE(shut_to_others(q.lock));
@@ -245,7 +245,7 @@ TEST_F(QueueLinear, DeleteWithoutAnActionJustRemoves) {
 
 TEST_F(QueueLinear, DeleteHoldsTheLockForCompareAndAction) {
   delete_wanted({&b});
-  EXPECT_EQ(3, callbacks_with_lock_held);
+  EXPECT_EQ(callbacks_with_lock_held, 3);
   EXPECT_FALSE(shut_to_others(q.lock));
   EXPECT_TRUE(waits_for_lock(q.lock, [&] { q_linear_delete(&q, is_wanted, nullptr, nullptr); }));
 }
@@ -259,13 +259,13 @@ TEST_F(QueueLinear, ActionOfDeleteMayPutTheLinkBack) {
 
 TEST_F(QueueLinear, DeleteNewPassesBothParametersAndReturnsTheLink) {
   EXPECT_EQ(&b, delete_new_wanted({&b, &c}));
-  EXPECT_EQ((std::vector<Compared>{{&a, &param}, {&b, &param}}), compared);
-  EXPECT_EQ((std::vector<Acted>{{&b, &action_param}}), acted);
+  EXPECT_EQ(compared, (std::vector<Compared>{{&a, &param}, {&b, &param}}));
+  EXPECT_EQ(acted, (std::vector<Acted>{{&b, &action_param}}));
 }
 
 TEST_F(QueueLinear, DeleteNewAtTheHeadLeavesASoundCircle) {
   EXPECT_EQ(&a, delete_new_wanted({&a}));
-  EXPECT_EQ(nullptr, a.next_ptr);
+  EXPECT_EQ(a.next_ptr, nullptr);
   expect_sound(q, {&b, &c});
 }
 
@@ -278,32 +278,32 @@ TEST_F(QueueLinear, DeleteNewOfTheOnlyElementEmptiesTheQueue) {
 
 TEST_F(QueueLinear, DeleteNewInTheMiddleMendsOnlyTheForwardChain) {
   EXPECT_EQ(&b, delete_new_wanted({&b}));
-  EXPECT_EQ(nullptr, b.next_ptr);
-  EXPECT_EQ((Links{&a, &c}), links_forward(q));
+  EXPECT_EQ(b.next_ptr, nullptr);
+  EXPECT_EQ(links_forward(q), (Links{&a, &c}));
   EXPECT_EQ(&b, c.prev_ptr);
-  EXPECT_EQ((Links{&c, &b, &a}), links_backward(q));
-  EXPECT_EQ(2, q_cnt(&q));
+  EXPECT_EQ(links_backward(q), (Links{&c, &b, &a}));
+  EXPECT_EQ(q_cnt(&q), 2);
 }
 
 TEST_F(QueueLinear, DeleteNewNeverAdjustsTheTail) {
   EXPECT_EQ(&c, delete_new_wanted({&c}));
   EXPECT_EQ(&c, q_last_check(&q));
   EXPECT_EQ(&b, delete_new_wanted({&b}));
-  EXPECT_EQ((Links{&a}), links_forward(q));
-  EXPECT_EQ(1, q_cnt(&q));
+  EXPECT_EQ(links_forward(q), (Links{&a}));
+  EXPECT_EQ(q_cnt(&q), 1);
   EXPECT_EQ(&c, q_last_check(&q));
 }
 
 TEST_F(QueueLinear, DeleteNewOfTheSecondOfTwoLeavesItTheTail) {
   q_last_get(&q);
   EXPECT_EQ(&b, delete_new_wanted({&b}));
-  EXPECT_EQ(1, q_cnt(&q));
+  EXPECT_EQ(q_cnt(&q), 1);
   EXPECT_EQ(&b, q_last_check(&q));
 }
 
 TEST_F(QueueLinear, DeleteNewWithoutAMatchAnswersNullAndChangesNothing) {
-  EXPECT_EQ(nullptr, delete_new_wanted({&x}));
-  EXPECT_EQ(3U, compared.size());
+  EXPECT_EQ(delete_new_wanted({&x}), nullptr);
+  EXPECT_EQ(compared.size(), 3U);
   EXPECT_TRUE(acted.empty());
   expect_sound(q, {&a, &b, &c});
   EXPECT_FALSE(shut_to_others(q.lock));
@@ -317,7 +317,7 @@ TEST_F(QueueLinear, DeleteNewWithoutAnActionJustRemoves) {
 
 TEST_F(QueueLinear, DeleteNewHoldsTheLockForCompareAndAction) {
   EXPECT_EQ(&b, delete_new_wanted({&b}));
-  EXPECT_EQ(3, callbacks_with_lock_held);
+  EXPECT_EQ(callbacks_with_lock_held, 3);
   EXPECT_FALSE(shut_to_others(q.lock));
   EXPECT_TRUE(waits_for_lock(q.lock, [&] { q_linear_delete_new(&q, is_wanted, nullptr, nullptr, nullptr); }));
 }
@@ -330,24 +330,24 @@ TEST_F(QueueLinear, ActionOfDeleteNewMayPutTheLinkBack) {
 
 TEST_F(QueueLinear, NullComparisonIsAnsweredSilentlyWithoutLocking) {
   const auto call_all = [&] {
-    EXPECT_EQ(nullptr, q_linear_search(&q, nullptr, &param));
+    EXPECT_EQ(q_linear_search(&q, nullptr, &param), nullptr);
     q_linear_delete(&q, nullptr, &param, note);
     q_linear_delete(nullptr, nullptr, &param, note);
-    EXPECT_EQ(nullptr, q_linear_delete_new(&q, nullptr, &param, note, &action_param));
+    EXPECT_EQ(q_linear_delete_new(&q, nullptr, &param, note, &action_param), nullptr);
   };
   StdoutCapture output;
   EXPECT_FALSE(waits_for_lock(q.lock, call_all));
-  EXPECT_EQ("", output.take());
+  EXPECT_EQ(output.take(), "");
   EXPECT_TRUE(acted.empty());
   expect_sound(q, {&a, &b, &c});
 }
 
 TEST_F(QueueLinear, NullQueueIsReportedAndAnsweredNeutrally) {
   StdoutCapture output;
-  EXPECT_EQ(nullptr, q_linear_search(nullptr, is_wanted, &param));
+  EXPECT_EQ(q_linear_search(nullptr, is_wanted, &param), nullptr);
   q_linear_delete(nullptr, is_wanted, &param, note);
-  EXPECT_EQ(nullptr, q_linear_delete_new(nullptr, is_wanted, &param, note, &action_param));
-  EXPECT_EQ(std::string(kQueueAssertion) + kQueueAssertion + kQueueAssertion, output.take());
+  EXPECT_EQ(q_linear_delete_new(nullptr, is_wanted, &param, note, &action_param), nullptr);
+  EXPECT_EQ(output.take(), std::string(kQueueAssertion) + kQueueAssertion + kQueueAssertion);
   EXPECT_TRUE(compared.empty());
   EXPECT_TRUE(acted.empty());
 }
@@ -356,9 +356,9 @@ TEST_F(QueueLinear, TornDownQueueHasNoMatch) {
   q.link = {};
   q.cnt = 0;
   wanted = {&a};
-  EXPECT_EQ(nullptr, q_linear_search(&q, is_wanted, &param));
+  EXPECT_EQ(q_linear_search(&q, is_wanted, &param), nullptr);
   delete_wanted({&a});
-  EXPECT_EQ(nullptr, delete_new_wanted({&a}));
+  EXPECT_EQ(delete_new_wanted({&a}), nullptr);
   EXPECT_TRUE(compared.empty());
   EXPECT_FALSE(shut_to_others(q.lock));
 }
@@ -397,9 +397,9 @@ TEST(QueueLinearThreads, EveryItemIsDeletedByExactlyOneThread) {
       }
     });
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(kItems, deleted);
-  EXPECT_EQ(1, q_cnt(&q));
-  EXPECT_EQ((Links{&items.back().link}), links_forward(q));
+  EXPECT_EQ(deleted, kItems);
+  EXPECT_EQ(q_cnt(&q), 1);
+  EXPECT_EQ(links_forward(q), (Links{&items.back().link}));
 }
 
 }  // namespace

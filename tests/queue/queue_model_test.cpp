@@ -75,7 +75,7 @@ TEST(QueueModel, AgreesWithADeque) {
       case 7:
         if (model.empty()) break;
         spare.push_back(*at_place);
-        EXPECT_EQ(1, q_delete_ext(&q, *at_place));
+        EXPECT_EQ(q_delete_ext(&q, *at_place), 1);
         model.erase(at_place);
         break;
       case 8:
@@ -150,7 +150,7 @@ TEST(QueueThreads, EveryParcelArrivesOnceAndInOrder) {
     }
   });
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(kProducers * kParcels, taken);
+  EXPECT_EQ(taken, kProducers * kParcels);
   expect_sound(q, {});
 }
 
@@ -172,7 +172,7 @@ TEST(QueueThreads, BatchesMovedFromOwnQueuesArriveInOrder) {
     });
   threads.emplace_back([&] { consume(q, taken); });
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(kProducers * kParcels, taken);
+  EXPECT_EQ(taken, kProducers * kParcels);
   expect_sound(q, {});
 }
 

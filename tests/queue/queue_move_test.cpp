@@ -27,8 +27,8 @@ TEST_F(QueueMove, MovePutsAllElementsAfterTheOthers) {
   q_link_type d;
   init_with(source, {&x, &y, &d});
   q_m_put(&q, &source);
-  EXPECT_EQ(6, q_cnt(&q));
-  EXPECT_EQ((Links{&a, &b, &c, &x, &y, &d}), links_forward(q));
+  EXPECT_EQ(q_cnt(&q), 6);
+  EXPECT_EQ(links_forward(q), (Links{&a, &b, &c, &x, &y, &d}));
   EXPECT_EQ(&d, q_last_check(&q));
   EXPECT_EQ(&q.link, d.next_ptr);
   for (q_link_type* link : {&a, &b, &c, &x, &y, &d}) EXPECT_EQ(link, q_get(&q));
@@ -42,11 +42,11 @@ TEST_F(QueueMove, MoveLeavesTheSourceEmptyUnlockedAndUsable) {
   expect_sound(source, {});
   EXPECT_FALSE(shut_to_others(source.lock));
   EXPECT_FALSE(shut_to_others(q.lock));
-  EXPECT_EQ(0, pthread_mutex_lock(&source.lock));
+  EXPECT_EQ(pthread_mutex_lock(&source.lock), 0);
   q_put(&source, q_link(nullptr, &y));
-  EXPECT_EQ(0, pthread_mutex_unlock(&source.lock));
+  EXPECT_EQ(pthread_mutex_unlock(&source.lock), 0);
   expect_sound(source, {&y});
-  EXPECT_EQ(4, q_cnt(&q));
+  EXPECT_EQ(q_cnt(&q), 4);
 }
 
 TEST_F(QueueMove, MoveDoesNotMakeTheHeldLockAnew) {
@@ -55,7 +55,7 @@ TEST_F(QueueMove, MoveDoesNotMakeTheHeldLockAnew) {
   pthread_mutex_lock(&source.lock);
   q_m_put(&q, &source);
   EXPECT_TRUE(shut_to_others(source.lock));
-  EXPECT_EQ(0, pthread_mutex_unlock(&source.lock));
+  EXPECT_EQ(pthread_mutex_unlock(&source.lock), 0);
   EXPECT_FALSE(shut_to_others(source.lock));
 }
 
@@ -78,8 +78,8 @@ TEST_F(QueueMove, MoveToAnEmptyQueue) {
   q_type destination;
   q_init(&destination);
   q_m_put(&destination, &q);
-  EXPECT_EQ((Links{&a, &b, &c}), links_forward(destination));
-  EXPECT_EQ(3, q_cnt(&destination));
+  EXPECT_EQ(links_forward(destination), (Links{&a, &b, &c}));
+  EXPECT_EQ(q_cnt(&destination), 3);
   expect_sound(q, {});
   EXPECT_EQ(&q.link, a.prev_ptr);
 }
@@ -90,7 +90,7 @@ TEST_F(QueueMove, FirstMovedLinkGoesOnPointingBackAtItsOldQueue) {
   q_m_put(&q, &source);
   EXPECT_EQ(&source.link, x.prev_ptr);
   EXPECT_EQ(&x, y.prev_ptr);
-  EXPECT_EQ((Links{&y, &x, &source.link}), links_backward(q, 3));
+  EXPECT_EQ(links_backward(q, 3), (Links{&y, &x, &source.link}));
 }
 
 TEST_F(QueueMove, MoveOntoItselfEmptiesTheQueue) {
@@ -105,9 +105,9 @@ TEST_F(QueueMove, MoveGoesOnWithANullTail) {
   source.link.prev_ptr = nullptr;
   StdoutCapture output;
   q_m_put(&q, &source);
-  EXPECT_EQ(kQueueAssertion, output.take());
-  EXPECT_EQ(5, q_cnt(&q));
-  EXPECT_EQ(nullptr, q.link.prev_ptr);
+  EXPECT_EQ(output.take(), kQueueAssertion);
+  EXPECT_EQ(q_cnt(&q), 5);
+  EXPECT_EQ(q.link.prev_ptr, nullptr);
   EXPECT_EQ(&x, c.next_ptr);
   EXPECT_EQ(&source.link, y.next_ptr);
   expect_sound(source, {});
@@ -123,7 +123,7 @@ TEST_F(QueueMove, MoveTakesTheSourceLockFirst) {
   q_put(&source, &y);
   EXPECT_TRUE(waits_for_lock(
       source.lock, [&] { q_m_put(&q, &source); }, [&] { EXPECT_FALSE(shut_to_others(q.lock)); }));
-  EXPECT_EQ((Links{&a, &b, &c, &x, &y}), links_forward(q));
+  EXPECT_EQ(links_forward(q), (Links{&a, &b, &c, &x, &y}));
 }
 
 }  // namespace

@@ -32,31 +32,31 @@ TEST(QueueInit, MakesAnEmptyQueueOfAnyMemory) {
   EXPECT_EQ(&q, q_init(&q));
   EXPECT_EQ(&q.link, q.link.next_ptr);
   EXPECT_EQ(&q.link, q.link.prev_ptr);
-  EXPECT_EQ(0, q.cnt);
+  EXPECT_EQ(q.cnt, 0);
   EXPECT_FALSE(shut_to_others(q.lock));
 }
 
 TEST(QueueInit, LockMayBeTakenAgainByItsHolder) {
   q_type q;
   q_init(&q);
-  EXPECT_EQ(0, pthread_mutex_lock(&q.lock));
-  EXPECT_EQ(0, pthread_mutex_trylock(&q.lock));
-  EXPECT_EQ(0, pthread_mutex_unlock(&q.lock));
+  EXPECT_EQ(pthread_mutex_lock(&q.lock), 0);
+  EXPECT_EQ(pthread_mutex_trylock(&q.lock), 0);
+  EXPECT_EQ(pthread_mutex_unlock(&q.lock), 0);
   EXPECT_TRUE(shut_to_others(q.lock));
-  EXPECT_EQ(0, pthread_mutex_unlock(&q.lock));
+  EXPECT_EQ(pthread_mutex_unlock(&q.lock), 0);
   EXPECT_FALSE(shut_to_others(q.lock));
 }
 
 TEST(QueueInit, FreshQueueHasNothingToGive) {
   q_type q;
   q_init(&q);
-  EXPECT_EQ(nullptr, q_check(&q));
-  EXPECT_EQ(nullptr, q_last_check(&q));
-  EXPECT_EQ(nullptr, q_get(&q));
-  EXPECT_EQ(nullptr, q_get_ext(&q));
-  EXPECT_EQ(nullptr, q_last_get(&q));
-  EXPECT_EQ(nullptr, q_next(&q, &q.link));
-  EXPECT_EQ(0, q_cnt(&q));
+  EXPECT_EQ(q_check(&q), nullptr);
+  EXPECT_EQ(q_last_check(&q), nullptr);
+  EXPECT_EQ(q_get(&q), nullptr);
+  EXPECT_EQ(q_get_ext(&q), nullptr);
+  EXPECT_EQ(q_last_get(&q), nullptr);
+  EXPECT_EQ(q_next(&q, &q.link), nullptr);
+  EXPECT_EQ(q_cnt(&q), 0);
   expect_sound(q, {});
   EXPECT_FALSE(shut_to_others(q.lock));
 }
@@ -66,9 +66,9 @@ TEST(QueueLink, ClearsBothPointersAndIgnoresTheElement) {
   q_link_type link = {&other, &other};
   int element = 7;
   EXPECT_EQ(&link, q_link(&element, &link));
-  EXPECT_EQ(nullptr, link.next_ptr);
-  EXPECT_EQ(nullptr, link.prev_ptr);
-  EXPECT_EQ(7, element);
+  EXPECT_EQ(link.next_ptr, nullptr);
+  EXPECT_EQ(link.prev_ptr, nullptr);
+  EXPECT_EQ(element, 7);
 }
 
 TEST(QueueLink, LeadsBackToItsRecord) {
@@ -80,7 +80,7 @@ TEST(QueueLink, LeadsBackToItsRecord) {
   q_init(&q);
   q_put(&q, q_link(&record, &record.link));
   auto* const found = reinterpret_cast<char*>(q_get(&q)) - offsetof(Record, link);
-  EXPECT_EQ(12, reinterpret_cast<Record*>(found)->number);
+  EXPECT_EQ(reinterpret_cast<Record*>(found)->number, 12);
 }
 
 TEST_F(Queue, PutAppendsAtTheTail) {
@@ -91,11 +91,11 @@ TEST_F(Queue, PutAppendsAtTheTail) {
 
 TEST_F(Queue, GetTakesTheHeadAndClearsItsNext) {
   EXPECT_EQ(&a, q_get(&q));
-  EXPECT_EQ(nullptr, a.next_ptr);
+  EXPECT_EQ(a.next_ptr, nullptr);
   expect_sound(q, {&b, &c});
   EXPECT_EQ(&b, q_get(&q));
   EXPECT_EQ(&c, q_get(&q));
-  EXPECT_EQ(nullptr, q_get(&q));
+  EXPECT_EQ(q_get(&q), nullptr);
   expect_sound(q, {});
 }
 
@@ -114,18 +114,18 @@ TEST_F(Queue, GetExtTakesTheHeadAndKeepsItsNext) {
   EXPECT_EQ(&b, q_get_ext(&q));
   EXPECT_EQ(&c, q_get_ext(&q));
   EXPECT_EQ(&q.link, c.next_ptr);
-  EXPECT_EQ(nullptr, q_get_ext(&q));
+  EXPECT_EQ(q_get_ext(&q), nullptr);
   expect_sound(q, {});
 }
 
 TEST_F(Queue, LastGetTakesTheTailAndClearsItsNext) {
   EXPECT_EQ(&c, q_last_get(&q));
-  EXPECT_EQ(nullptr, c.next_ptr);
+  EXPECT_EQ(c.next_ptr, nullptr);
   EXPECT_EQ(&b, c.prev_ptr);
   expect_sound(q, {&a, &b});
   EXPECT_EQ(&b, q_last_get(&q));
   EXPECT_EQ(&a, q_last_get(&q));
-  EXPECT_EQ(nullptr, q_last_get(&q));
+  EXPECT_EQ(q_last_get(&q), nullptr);
   expect_sound(q, {});
 }
 
@@ -138,21 +138,21 @@ TEST_F(Queue, CheckAndLastCheckLeaveTheEndsInPlace) {
 TEST_F(Queue, NextWalksToTheEnd) {
   EXPECT_EQ(&b, q_next(&q, &a));
   EXPECT_EQ(&c, q_next(&q, &b));
-  EXPECT_EQ(nullptr, q_next(&q, &c));
+  EXPECT_EQ(q_next(&q, &c), nullptr);
   EXPECT_EQ(&a, q_next(&q, &q.link));
-  EXPECT_EQ(nullptr, q_next(&q, &x));
+  EXPECT_EQ(q_next(&q, &x), nullptr);
 }
 
 TEST_F(Queue, NextOfTheOnlyElementIsNull) {
   q_delete(&q, &b);
   q_delete(&q, &c);
-  EXPECT_EQ(nullptr, q_next(&q, q_check(&q)));
+  EXPECT_EQ(q_next(&q, q_check(&q)), nullptr);
 }
 
 TEST_F(Queue, InsertPutsBeforeTheGivenLink) {
   q_insert(&q, &x, &b);
   expect_sound(q, {&a, &x, &b, &c});
-  EXPECT_EQ(4, q_cnt(&q));
+  EXPECT_EQ(q_cnt(&q), 4);
   q_insert(&q, &y, &a);
   expect_sound(q, {&y, &a, &x, &b, &c});
 }
@@ -164,7 +164,7 @@ TEST_F(Queue, InsertBeforeTheHeaderAppends) {
 
 TEST_F(Queue, DeleteTakesALinkFromAnyPlace) {
   q_delete(&q, &b);
-  EXPECT_EQ(nullptr, b.next_ptr);
+  EXPECT_EQ(b.next_ptr, nullptr);
   EXPECT_EQ(&a, b.prev_ptr);
   expect_sound(q, {&a, &c});
   q_delete(&q, &c);
@@ -174,8 +174,8 @@ TEST_F(Queue, DeleteTakesALinkFromAnyPlace) {
 }
 
 TEST_F(Queue, DeleteExtSaysThatItDid) {
-  EXPECT_EQ(1, q_delete_ext(&q, &a));
-  EXPECT_EQ(nullptr, a.next_ptr);
+  EXPECT_EQ(q_delete_ext(&q, &a), 1);
+  EXPECT_EQ(a.next_ptr, nullptr);
   expect_sound(q, {&b, &c});
 }
 
@@ -191,10 +191,10 @@ TEST_F(Queue, RemovedLinksCanBePutAgain) {
 
 TEST_F(Queue, DestroyClearsTheHeaderAndLeavesTheElements) {
   q_destroy(&q);
-  EXPECT_EQ(nullptr, q.link.next_ptr);
-  EXPECT_EQ(nullptr, q.link.prev_ptr);
-  EXPECT_EQ(0, q.cnt);
-  EXPECT_EQ(0, q_cnt(&q));
+  EXPECT_EQ(q.link.next_ptr, nullptr);
+  EXPECT_EQ(q.link.prev_ptr, nullptr);
+  EXPECT_EQ(q.cnt, 0);
+  EXPECT_EQ(q_cnt(&q), 0);
   EXPECT_EQ(&b, a.next_ptr);
   EXPECT_EQ(&a, b.prev_ptr);
 }
@@ -219,11 +219,11 @@ TEST_F(Queue, EveryOperationButTheCountWaitsForTheLock) {
   for (std::size_t i = 0; i < operations.size(); ++i) {
     EXPECT_TRUE(waits_for_lock(q.lock, operations[i])) << "operation " << i;
   }
-  EXPECT_EQ(nullptr, q.link.next_ptr);
+  EXPECT_EQ(q.link.next_ptr, nullptr);
 }
 
 TEST_F(Queue, CountAndLinkDoNotTakeTheLock) {
-  EXPECT_FALSE(waits_for_lock(q.lock, [&] { EXPECT_EQ(3, q_cnt(&q)); }));
+  EXPECT_FALSE(waits_for_lock(q.lock, [&] { EXPECT_EQ(q_cnt(&q), 3); }));
   EXPECT_FALSE(waits_for_lock(q.lock, [&] { q_link(&q, &x); }));
 }
 
@@ -237,7 +237,7 @@ TEST_F(Queue, HolderOfTheLockMayUseTheQueue) {
   EXPECT_EQ(&x, q_last_get(&q));
   EXPECT_EQ(&y, q_check(&q));
   EXPECT_EQ(&y, q_last_check(&q));
-  EXPECT_EQ(nullptr, q_next(&q, &y));
+  EXPECT_EQ(q_next(&q, &y), nullptr);
   EXPECT_TRUE(shut_to_others(q.lock));
   pthread_mutex_unlock(&q.lock);
   EXPECT_FALSE(shut_to_others(q.lock));
@@ -288,17 +288,17 @@ TEST_F(Queue, NullArgumentsAreReportedOneByOneAndAnsweredNeutrally) {
     StdoutCapture output;
     errno = EXDEV;
     const bool neutral = call.is_neutral(q, x);
-    EXPECT_EQ(EXDEV, errno) << call.name;
+    EXPECT_EQ(errno, EXDEV) << call.name;
     std::string expected;
     for (int i = 0; i < call.null_arguments; ++i) expected += kQueueAssertion;
-    EXPECT_EQ(expected, output.take()) << call.name;
+    EXPECT_EQ(output.take(), expected) << call.name;
     EXPECT_TRUE(neutral) << call.name;
     EXPECT_FALSE(shut_to_others(q.lock)) << call.name;
   }
   expect_sound(q, {&a, &b, &c});
   expect_sound(source, {&y});
-  EXPECT_EQ(nullptr, x.next_ptr);
-  EXPECT_EQ(nullptr, x.prev_ptr);
+  EXPECT_EQ(x.next_ptr, nullptr);
+  EXPECT_EQ(x.prev_ptr, nullptr);
 }
 
 TEST_F(Queue, GoodCallsPrintNothing) {
@@ -310,7 +310,7 @@ TEST_F(Queue, GoodCallsPrintNothing) {
   while (q_get(&q) != nullptr) continue;
   q_last_get(&q);
   q_destroy(&q);
-  EXPECT_EQ("", output.take());
+  EXPECT_EQ(output.take(), "");
 }
 
 }  // namespace

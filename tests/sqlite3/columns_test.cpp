@@ -19,11 +19,11 @@ constexpr char kAlterType[] = "szSql alter table net add column type integer\n";
 
 class Columns : public testing::Test {
  protected:
-  void SetUp() override { ASSERT_EQ(SQLITE_OK, sqlite3_open(":memory:", &db_)); }
-  void TearDown() override { EXPECT_EQ(SQLITE_OK, sqlite3_close(db_)) << "a statement was left open"; }
+  void SetUp() override { ASSERT_EQ(sqlite3_open(":memory:", &db_), SQLITE_OK); }
+  void TearDown() override { EXPECT_EQ(sqlite3_close(db_), SQLITE_OK) << "a statement was left open"; }
 
   void run(const char* sql) {
-    ASSERT_EQ(SQLITE_OK, sqlite3_exec(db_, sql, nullptr, nullptr, nullptr)) << sqlite3_errmsg(db_);
+    ASSERT_EQ(sqlite3_exec(db_, sql, nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(db_);
   }
   // The columns of a table in their order, each followed by a blank.
   std::string columns(const char* table) {
@@ -44,7 +44,7 @@ class Columns : public testing::Test {
   std::vector<std::string> texts(int level) const {
     std::vector<std::string> found;
     for (const auto& line : log_.lines()) {
-      EXPECT_EQ(kFunction, line.function);
+      EXPECT_EQ(line.function, kFunction);
       if (line.level == level) found.push_back(line.text);
     }
     return found;
@@ -57,79 +57,78 @@ class Columns : public testing::Test {
 using Texts = std::vector<std::string>;
 
 TEST_F(Columns, NullArgumentsAreRefused) {
-  EXPECT_EQ(-1, alter_table_add_column(nullptr, "net", "ssid"));
-  EXPECT_EQ(-1, alter_table_add_column(db_, nullptr, "ssid"));
-  EXPECT_EQ(-1, alter_table_add_column(db_, "net", nullptr));
+  EXPECT_EQ(alter_table_add_column(nullptr, "net", "ssid"), -1);
+  EXPECT_EQ(alter_table_add_column(db_, nullptr, "ssid"), -1);
+  EXPECT_EQ(alter_table_add_column(db_, "net", nullptr), -1);
   const Texts warnings(3, "alter_table_add_column\n");
   EXPECT_EQ(warnings, texts(LOG_LVL_WRN));
-  EXPECT_EQ(Texts(3, "argv NULL\n"), texts(LOG_LVL_ERR));
+  EXPECT_EQ(texts(LOG_LVL_ERR), Texts(3, "argv NULL\n"));
 }
 
 TEST_F(Columns, CompleteTableIsLeftAlone) {
   run("create table net (key text, id integer, type integer)");
-  EXPECT_EQ(0, add());
-  EXPECT_EQ("key id type ", columns("net"));
-  EXPECT_EQ((Texts{"alter_table_add_column\n", kSelect}), texts(LOG_LVL_WRN)) << log_.dump();
+  EXPECT_EQ(add(), 0);
+  EXPECT_EQ(columns("net"), "key id type ");
+  EXPECT_EQ(texts(LOG_LVL_WRN), (Texts{"alter_table_add_column\n", kSelect})) << log_.dump();
   EXPECT_TRUE(texts(LOG_LVL_ERR).empty());
 }
 
 TEST_F(Columns, MissingIdIsAdded) {
   run("create table net (key text, type integer)");
-  EXPECT_EQ(0, add());
-  EXPECT_EQ("key type id ", columns("net"));
-  EXPECT_EQ((Texts{"alter_table_add_column\n", kSelect, "no such column: id\n", kAlterId, kSelect}),
-            texts(LOG_LVL_WRN));
+  EXPECT_EQ(add(), 0);
+  EXPECT_EQ(columns("net"), "key type id ");
+  EXPECT_EQ(texts(LOG_LVL_WRN),
+            (Texts{"alter_table_add_column\n", kSelect, "no such column: id\n", kAlterId, kSelect}));
   EXPECT_TRUE(texts(LOG_LVL_ERR).empty());
 }
 
 TEST_F(Columns, MissingTypeIsAdded) {
   run("create table net (key text, id integer)");
-  EXPECT_EQ(0, add());
-  EXPECT_EQ("key id type ", columns("net"));
-  EXPECT_EQ((Texts{"alter_table_add_column\n", kSelect, "no such column: type\n", kAlterType, kSelect}),
-            texts(LOG_LVL_WRN));
+  EXPECT_EQ(add(), 0);
+  EXPECT_EQ(columns("net"), "key id type ");
+  EXPECT_EQ(texts(LOG_LVL_WRN),
+            (Texts{"alter_table_add_column\n", kSelect, "no such column: type\n", kAlterType, kSelect}));
 }
 
 TEST_F(Columns, IdIsAddedBeforeType) {
   run("create table net (key text, value blob); insert into net values ('ssid', x'01')");
-  EXPECT_EQ(0, add());
-  EXPECT_EQ("key value id type ", columns("net"));
-  EXPECT_EQ((Texts{"alter_table_add_column\n", kSelect, "no such column: id\n", kAlterId, kSelect,
-                   "no such column: type\n", kAlterType, kSelect}),
-            texts(LOG_LVL_WRN));
+  EXPECT_EQ(add(), 0);
+  EXPECT_EQ(columns("net"), "key value id type ");
+  EXPECT_EQ(texts(LOG_LVL_WRN), (Texts{"alter_table_add_column\n", kSelect, "no such column: id\n", kAlterId,
+                                       kSelect, "no such column: type\n", kAlterType, kSelect}));
   EXPECT_TRUE(texts(LOG_LVL_ERR).empty());
 }
 
 TEST_F(Columns, ThirdFailedSelectEndsTheAttempts) {
   run("create table net (value blob)");
-  EXPECT_EQ(-1, add());
-  EXPECT_EQ("value id type ", columns("net")) << "the two columns stay";
-  EXPECT_EQ((Texts{"alter_table_add_column\n", kSelect, "no such column: id\n", kAlterId, kSelect,
-                   "no such column: type\n", kAlterType, kSelect, "no such column: key\n"}),
-            texts(LOG_LVL_WRN));
-  EXPECT_EQ(Texts{"cnt error 3\n"}, texts(LOG_LVL_ERR));
+  EXPECT_EQ(add(), -1);
+  EXPECT_EQ(columns("net"), "value id type ") << "the two columns stay";
+  EXPECT_EQ(texts(LOG_LVL_WRN),
+            (Texts{"alter_table_add_column\n", kSelect, "no such column: id\n", kAlterId, kSelect,
+                   "no such column: type\n", kAlterType, kSelect, "no such column: key\n"}));
+  EXPECT_EQ(texts(LOG_LVL_ERR), Texts{"cnt error 3\n"});
 }
 
 TEST_F(Columns, OtherComplaintEndsAtOnce) {
-  EXPECT_EQ(-1, add());
-  EXPECT_EQ((Texts{"alter_table_add_column\n", kSelect, "no such table: net\n"}), texts(LOG_LVL_WRN));
+  EXPECT_EQ(add(), -1);
+  EXPECT_EQ(texts(LOG_LVL_WRN), (Texts{"alter_table_add_column\n", kSelect, "no such table: net\n"}));
   EXPECT_TRUE(texts(LOG_LVL_ERR).empty());
 }
 
 TEST_F(Columns, FailingAlterEndsTheCall) {
   run("create table base (key text); create view net as select key from base");
-  EXPECT_EQ(-1, add());
-  EXPECT_EQ((Texts{"alter_table_add_column\n", kSelect, "no such column: id\n", kAlterId}),
-            texts(LOG_LVL_WRN));
-  EXPECT_EQ(1, log_.count_matching(LOG_LVL_ERR, R"(\[\d+\] update error, Cannot add a column to a view\n)"))
+  EXPECT_EQ(add(), -1);
+  EXPECT_EQ(texts(LOG_LVL_WRN),
+            (Texts{"alter_table_add_column\n", kSelect, "no such column: id\n", kAlterId}));
+  EXPECT_EQ(log_.count_matching(LOG_LVL_ERR, R"(\[\d+\] update error, Cannot add a column to a view\n)"), 1)
       << log_.dump();
-  EXPECT_EQ(1U, texts(LOG_LVL_ERR).size());
+  EXPECT_EQ(texts(LOG_LVL_ERR).size(), 1U);
 }
 
 TEST_F(Columns, ColumnWhoseNameBeginsWithIdCountsAsId) {
   run("create table net (key text, type integer, id integer)");
-  EXPECT_EQ(-1, alter_table_add_column(db_, "net", "ssid' and idx='1"));
-  EXPECT_EQ(1, log_.count_matching(LOG_LVL_ERR, R"(\[\d+\] update error, duplicate column name: id\n)"))
+  EXPECT_EQ(alter_table_add_column(db_, "net", "ssid' and idx='1"), -1);
+  EXPECT_EQ(log_.count_matching(LOG_LVL_ERR, R"(\[\d+\] update error, duplicate column name: id\n)"), 1)
       << log_.dump();
 }
 
@@ -138,9 +137,9 @@ TEST_F(Columns, ComplaintIsCutAt128Characters) {
   const std::string prefix = "no such table: ";
   for (const std::size_t length : {127U, 128U, 129U, 300U}) {
     const std::string table(length - prefix.size(), 'x');
-    EXPECT_EQ(-1, alter_table_add_column(db_, table.c_str(), "ssid"));
+    EXPECT_EQ(alter_table_add_column(db_, table.c_str(), "ssid"), -1);
     const std::string complaint = (prefix + table).substr(0, 128) + "\n";
-    EXPECT_EQ(1, log_.count(LOG_LVL_WRN, kFunction, complaint)) << log_.dump();
+    EXPECT_EQ(log_.count(LOG_LVL_WRN, kFunction, complaint), 1) << log_.dump();
     log_.clear();
   }
 }
@@ -151,28 +150,28 @@ TEST_F(Columns, ComplaintIsSearchedOnlyWithinThe128Characters) {
   const std::size_t last_fit = 128 - prefix.size() - bait.size();
 
   const std::string within = "\"" + std::string(last_fit, 'x') + bait + "\"";
-  EXPECT_EQ(-1, alter_table_add_column(db_, within.c_str(), "ssid"));
-  EXPECT_EQ(1U, texts(LOG_LVL_ERR).size()) << "the column was not tried: " << log_.dump();
+  EXPECT_EQ(alter_table_add_column(db_, within.c_str(), "ssid"), -1);
+  EXPECT_EQ(texts(LOG_LVL_ERR).size(), 1U) << "the column was not tried: " << log_.dump();
   log_.clear();
 
   const std::string behind = "\"" + std::string(last_fit + 1, 'x') + bait + "\"";
-  EXPECT_EQ(-1, alter_table_add_column(db_, behind.c_str(), "ssid"));
+  EXPECT_EQ(alter_table_add_column(db_, behind.c_str(), "ssid"), -1);
   EXPECT_TRUE(texts(LOG_LVL_ERR).empty()) << log_.dump();
-  EXPECT_EQ(0, log_.count_containing(LOG_LVL_WRN, "alter table")) << log_.dump();
+  EXPECT_EQ(log_.count_containing(LOG_LVL_WRN, "alter table"), 0) << log_.dump();
 }
 
 TEST_F(Columns, StatementIsCutAtItsBuffer) {
   const std::string table(600, 'x');
-  EXPECT_EQ(-1, alter_table_add_column(db_, table.c_str(), "ssid"));
+  EXPECT_EQ(alter_table_add_column(db_, table.c_str(), "ssid"), -1);
   const std::string select = "szSql " + ("select id,type from " + table).substr(0, 511) + "\n";
-  EXPECT_EQ(1, log_.count(LOG_LVL_WRN, kFunction, select)) << log_.dump();
+  EXPECT_EQ(log_.count(LOG_LVL_WRN, kFunction, select), 1) << log_.dump();
 }
 
 TEST_F(Columns, JournalTableIsServedToo) {
   run("create table state (key text, item_table text, item_key text, len integer, state integer)");
-  EXPECT_EQ(0, alter_table_add_column(db_, "state", "write_state"));
-  EXPECT_EQ("key item_table item_key len state id type ", columns("state"));
-  EXPECT_EQ(1, log_.count(LOG_LVL_WRN, kFunction, "szSql alter table state add column type integer\n"));
+  EXPECT_EQ(alter_table_add_column(db_, "state", "write_state"), 0);
+  EXPECT_EQ(columns("state"), "key item_table item_key len state id type ");
+  EXPECT_EQ(log_.count(LOG_LVL_WRN, kFunction, "szSql alter table state add column type integer\n"), 1);
 }
 
 }  // namespace

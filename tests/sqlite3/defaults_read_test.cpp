@@ -63,66 +63,66 @@ class DefaultsRead : public testing::Test {
 TEST_F(DefaultsRead, BadArgumentsAreRefused) {
   provide_default();
   auto buffer = buffer_of(8);
-  EXPECT_EQ(-1, dm_read_def_db(nullptr, "ssid", &type_, buffer.data(), 8));
-  EXPECT_EQ(-1, dm_read_def_db("net", nullptr, &type_, buffer.data(), 8));
-  EXPECT_EQ(-1, dm_read_def_db("net", "ssid", &type_, nullptr, 8));
-  EXPECT_EQ(-1, dm_read_def_db("net", "ssid", &type_, buffer.data(), -1));
-  EXPECT_EQ(4, logged("dm_read_def_db NULL\n")) << log_.dump();
-  EXPECT_EQ(4U, log_.lines().size());
+  EXPECT_EQ(dm_read_def_db(nullptr, "ssid", &type_, buffer.data(), 8), -1);
+  EXPECT_EQ(dm_read_def_db("net", nullptr, &type_, buffer.data(), 8), -1);
+  EXPECT_EQ(dm_read_def_db("net", "ssid", &type_, nullptr, 8), -1);
+  EXPECT_EQ(dm_read_def_db("net", "ssid", &type_, buffer.data(), -1), -1);
+  EXPECT_EQ(logged("dm_read_def_db NULL\n"), 4) << log_.dump();
+  EXPECT_EQ(log_.lines().size(), 4U);
   EXPECT_TRUE(untouched(buffer));
 }
 
 TEST_F(DefaultsRead, ValueAndTypeAreRead) {
   provide_default();
   auto buffer = buffer_of(5);
-  EXPECT_EQ(4, read(buffer));
-  EXPECT_EQ("home\x5A", text(buffer)) << "no terminator is added";
-  EXPECT_EQ(5U, type_);
+  EXPECT_EQ(read(buffer), 4);
+  EXPECT_EQ(text(buffer), "home\x5A") << "no terminator is added";
+  EXPECT_EQ(type_, 5U);
   EXPECT_TRUE(log_.lines().empty()) << log_.dump();
 }
 
 TEST_F(DefaultsRead, ExactBufferIsFilled) {
   provide_default();
   auto buffer = buffer_of(4);
-  EXPECT_EQ(4, read(buffer));
-  EXPECT_EQ("home", text(buffer));
+  EXPECT_EQ(read(buffer), 4);
+  EXPECT_EQ(text(buffer), "home");
 }
 
 TEST_F(DefaultsRead, ShorterBufferReceivesTheFirstBytes) {
   provide_default();
   auto buffer = buffer_of(3);
-  EXPECT_EQ(3, read(buffer));
-  EXPECT_EQ("hom", text(buffer));
-  EXPECT_EQ(5U, type_);
+  EXPECT_EQ(read(buffer), 3);
+  EXPECT_EQ(text(buffer), "hom");
+  EXPECT_EQ(type_, 5U);
 }
 
 TEST_F(DefaultsRead, EmptyBufferReadsZeroBytesAndTheType) {
   provide_default();
   auto buffer = buffer_of(1);
-  EXPECT_EQ(0, dm_read_def_db("net", "ssid", &type_, buffer.data(), 0));
-  EXPECT_EQ(kMark, buffer[0]);
-  EXPECT_EQ(5U, type_);
+  EXPECT_EQ(dm_read_def_db("net", "ssid", &type_, buffer.data(), 0), 0);
+  EXPECT_EQ(buffer[0], kMark);
+  EXPECT_EQ(type_, 5U);
 }
 
 TEST_F(DefaultsRead, TypeNeedNotBeAskedFor) {
   provide_default();
   auto buffer = buffer_of(4);
-  EXPECT_EQ(4, dm_read_def_db("net", "ssid", nullptr, buffer.data(), 4));
+  EXPECT_EQ(dm_read_def_db("net", "ssid", nullptr, buffer.data(), 4), 4);
 }
 
 TEST_F(DefaultsRead, TypeStoredAsTextIsANumber) {
   provide_default();
   execute_sql(DB_DEF_ITEMS, "update net set type='6'");
   auto buffer = buffer_of(4);
-  EXPECT_EQ(4, read(buffer));
-  EXPECT_EQ(6U, type_);
+  EXPECT_EQ(read(buffer), 4);
+  EXPECT_EQ(type_, 6U);
 }
 
 TEST_F(DefaultsRead, MissingRowIsAFailure) {
   provide_default();
   auto buffer = buffer_of(8);
-  EXPECT_EQ(-1, dm_read_def_db("net", "other", &type_, buffer.data(), 8));
-  EXPECT_EQ(1, logged("sqlite3_step error 101\n")) << log_.dump();
+  EXPECT_EQ(dm_read_def_db("net", "other", &type_, buffer.data(), 8), -1);
+  EXPECT_EQ(logged("sqlite3_step error 101\n"), 1) << log_.dump();
   EXPECT_TRUE(untouched(buffer));
 }
 
@@ -131,7 +131,7 @@ TEST_F(DefaultsRead, EmptyAndMissingValuesAreSilentFailures) {
   auto buffer = buffer_of(8);
   for (const char* const value : {"x''", "null"}) {
     execute_sql(DB_DEF_ITEMS, std::string("update net set value=") + value);
-    EXPECT_EQ(-1, read(buffer)) << value;
+    EXPECT_EQ(read(buffer), -1) << value;
   }
   EXPECT_TRUE(untouched(buffer));
   EXPECT_TRUE(log_.lines().empty()) << log_.dump();
@@ -141,31 +141,31 @@ TEST_F(DefaultsRead, FailingStepIsAFailure) {
   provide_default();
   const Fault fault({.call = "sqlite3_step", .code = SQLITE_IOERR});
   auto buffer = buffer_of(8);
-  EXPECT_EQ(-1, read(buffer));
-  EXPECT_EQ(1, logged("sqlite3_step error 10\n")) << log_.dump();
+  EXPECT_EQ(read(buffer), -1);
+  EXPECT_EQ(logged("sqlite3_step error 10\n"), 1) << log_.dump();
   EXPECT_TRUE(untouched(buffer));
 }
 
 TEST_F(DefaultsRead, MissingTableIsNotPrepared) {
   provide_default();
   auto buffer = buffer_of(8);
-  EXPECT_EQ(-100, dm_read_def_db("none", "ssid", &type_, buffer.data(), 8));
-  EXPECT_EQ(1, prepare_errors(SQLITE_ERROR)) << log_.dump();
-  EXPECT_EQ("dm_read_def_db", log_.lines().back().function);
+  EXPECT_EQ(dm_read_def_db("none", "ssid", &type_, buffer.data(), 8), -100);
+  EXPECT_EQ(prepare_errors(SQLITE_ERROR), 1) << log_.dump();
+  EXPECT_EQ(log_.lines().back().function, "dm_read_def_db");
   EXPECT_TRUE(untouched(buffer));
 }
 
 TEST_F(DefaultsRead, MissingFileIsNotPrepared) {
   auto buffer = buffer_of(8);
-  EXPECT_EQ(-100, read(buffer));
-  EXPECT_EQ(1, prepare_errors(SQLITE_ERROR)) << log_.dump();
+  EXPECT_EQ(read(buffer), -100);
+  EXPECT_EQ(prepare_errors(SQLITE_ERROR), 1) << log_.dump();
 }
 
 TEST_F(DefaultsRead, FileThatCannotBeOpenedHasACodeOfItsOwn) {
-  ASSERT_EQ(0, mkdir(DB_DEF_ITEMS, 0755));
+  ASSERT_EQ(mkdir(DB_DEF_ITEMS, 0755), 0);
   auto buffer = buffer_of(8);
-  EXPECT_EQ(-101, read(buffer));
-  EXPECT_EQ(1, logged("sqlite3_open failed: unable to open database file\n")) << log_.dump();
+  EXPECT_EQ(read(buffer), -101);
+  EXPECT_EQ(logged("sqlite3_open failed: unable to open database file\n"), 1) << log_.dump();
   EXPECT_TRUE(untouched(buffer));
 }
 
@@ -176,9 +176,9 @@ TEST_F(DefaultsRead, CorruptDefaultsAreNeverRepaired) {
   kelo::tests::corrupt_schema(DB_DEF_ITEMS);
   const std::string before = kelo::tests::read_file(DB_DEF_ITEMS);
   auto buffer = buffer_of(8);
-  EXPECT_EQ(-100, read(buffer));
-  EXPECT_EQ(1, prepare_errors(SQLITE_CORRUPT)) << log_.dump();
-  EXPECT_EQ(1U, log_.lines().size());
+  EXPECT_EQ(read(buffer), -100);
+  EXPECT_EQ(prepare_errors(SQLITE_CORRUPT), 1) << log_.dump();
+  EXPECT_EQ(log_.lines().size(), 1U);
   EXPECT_EQ(before, kelo::tests::read_file(DB_DEF_ITEMS));
   EXPECT_FALSE(kelo::tests::file_exists(DB_CONFIG));
 }
@@ -186,13 +186,13 @@ TEST_F(DefaultsRead, CorruptDefaultsAreNeverRepaired) {
 TEST_F(DefaultsRead, FileHeldByAnotherProcessIsWaitedFor) {
   provide_default();
   sqlite3* holder = nullptr;
-  ASSERT_EQ(SQLITE_OK, sqlite3_open(DB_DEF_ITEMS, &holder));
-  ASSERT_EQ(SQLITE_OK, sqlite3_exec(holder, "begin exclusive", nullptr, nullptr, nullptr));
+  ASSERT_EQ(sqlite3_open(DB_DEF_ITEMS, &holder), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(holder, "begin exclusive", nullptr, nullptr, nullptr), SQLITE_OK);
   auto buffer = buffer_of(8);
   const kelo::tests::ShortBusyTimeout short_wait(1);
-  EXPECT_EQ(-100, read(buffer));
+  EXPECT_EQ(read(buffer), -100);
   EXPECT_TRUE(short_wait.was_asked_for());
-  EXPECT_EQ(1, prepare_errors(SQLITE_BUSY)) << log_.dump();
+  EXPECT_EQ(prepare_errors(SQLITE_BUSY), 1) << log_.dump();
   sqlite3_close(holder);
 }
 
@@ -211,8 +211,8 @@ class DefaultsSlot : public DefaultsRead {
 
 TEST_F(DefaultsSlot, NullDescriptorIsRefused) {
   auto buffer = buffer_of(8);
-  EXPECT_EQ(-1, dm_sqlite_def_db_read(7, nullptr, buffer.data(), 8));
-  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_sqlite_def_db_read", "dm_sqlite_def_db_read param NULL\n"))
+  EXPECT_EQ(dm_sqlite_def_db_read(7, nullptr, buffer.data(), 8), -1);
+  EXPECT_EQ(log_.count(LOG_LVL_ERR, "dm_sqlite_def_db_read", "dm_sqlite_def_db_read param NULL\n"), 1)
       << log_.dump();
   EXPECT_TRUE(untouched(buffer));
 }
@@ -220,12 +220,12 @@ TEST_F(DefaultsSlot, NullDescriptorIsRefused) {
 TEST_F(DefaultsSlot, TypeReadGoesIntoTheDescriptor) {
   provide_default();
   auto buffer = buffer_of(4);
-  EXPECT_EQ(4, dm_sqlite_def_db_read(7, &item_, buffer.data(), 4));
-  EXPECT_EQ("home", text(buffer));
-  EXPECT_EQ(5, item_.type);
-  EXPECT_EQ(3, item_.def_type) << "the declared type stays";
-  EXPECT_STREQ("net", item_.item_table);
-  EXPECT_STREQ("ssid", item_.item_key);
+  EXPECT_EQ(dm_sqlite_def_db_read(7, &item_, buffer.data(), 4), 4);
+  EXPECT_EQ(text(buffer), "home");
+  EXPECT_EQ(item_.type, 5);
+  EXPECT_EQ(item_.def_type, 3) << "the declared type stays";
+  EXPECT_STREQ(item_.item_table, "net");
+  EXPECT_STREQ(item_.item_key, "ssid");
   EXPECT_TRUE(log_.lines().empty()) << log_.dump();
 }
 
@@ -235,27 +235,27 @@ TEST_F(DefaultsSlot, EveryFailureClearsTheType) {
     item_.type = 77;
     return dm_sqlite_def_db_read(7, &item_, buf, len);
   };
-  EXPECT_EQ(-100, read_with_type(buffer.data(), 8));
-  EXPECT_EQ(0, item_.type);
-  EXPECT_EQ(-1, read_with_type(nullptr, 8));
-  EXPECT_EQ(0, item_.type);
-  EXPECT_EQ(-1, read_with_type(buffer.data(), -1));
-  EXPECT_EQ(0, item_.type);
+  EXPECT_EQ(read_with_type(buffer.data(), 8), -100);
+  EXPECT_EQ(item_.type, 0);
+  EXPECT_EQ(read_with_type(nullptr, 8), -1);
+  EXPECT_EQ(item_.type, 0);
+  EXPECT_EQ(read_with_type(buffer.data(), -1), -1);
+  EXPECT_EQ(item_.type, 0);
   execute_sql(DB_DEF_ITEMS, "create table net (key text, type integer, len integer, value blob)");
-  EXPECT_EQ(-1, read_with_type(buffer.data(), 8));
-  EXPECT_EQ(0, item_.type);
+  EXPECT_EQ(read_with_type(buffer.data(), 8), -1);
+  EXPECT_EQ(item_.type, 0);
   const Fault fault({.call = "sqlite3_open", .code = SQLITE_CANTOPEN});
-  EXPECT_EQ(-101, read_with_type(buffer.data(), 8));
-  EXPECT_EQ(0, item_.type);
+  EXPECT_EQ(read_with_type(buffer.data(), 8), -101);
+  EXPECT_EQ(item_.type, 0);
   EXPECT_TRUE(untouched(buffer));
 }
 
 TEST_F(DefaultsSlot, ShorterBufferStillTellsTheType) {
   provide_default();
   auto buffer = buffer_of(1);
-  EXPECT_EQ(1, dm_sqlite_def_db_read(7, &item_, buffer.data(), 1));
-  EXPECT_EQ("h", text(buffer));
-  EXPECT_EQ(5, item_.type);
+  EXPECT_EQ(dm_sqlite_def_db_read(7, &item_, buffer.data(), 1), 1);
+  EXPECT_EQ(text(buffer), "h");
+  EXPECT_EQ(item_.type, 5);
 }
 
 }  // namespace

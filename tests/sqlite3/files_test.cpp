@@ -26,15 +26,15 @@ TEST(Paths, InitialContentsAndSizes) {
   EXPECT_STREQ("/data/state.db", DB_STATE);
   EXPECT_STREQ("/data/DefItems.db", DB_DEF_ITEMS);
   EXPECT_STREQ("/data/ExportCSV.csv", DB_EXPORT_CSV);
-  EXPECT_STREQ("/data/", db_area);
-  EXPECT_STREQ("/mnt/vendor/nvdata/", db_rst_bak);
-  EXPECT_EQ(64U, sizeof DB_CONFIG);
-  EXPECT_EQ(64U, sizeof DB_CONFIGBAK);
-  EXPECT_EQ(64U, sizeof DB_STATE);
-  EXPECT_EQ(64U, sizeof DB_DEF_ITEMS);
-  EXPECT_EQ(64U, sizeof DB_EXPORT_CSV);
-  EXPECT_EQ(50U, sizeof db_area);
-  EXPECT_EQ(64U, sizeof db_rst_bak);
+  EXPECT_STREQ(db_area, "/data/");
+  EXPECT_STREQ(db_rst_bak, "/mnt/vendor/nvdata/");
+  EXPECT_EQ(sizeof DB_CONFIG, 64U);
+  EXPECT_EQ(sizeof DB_CONFIGBAK, 64U);
+  EXPECT_EQ(sizeof DB_STATE, 64U);
+  EXPECT_EQ(sizeof DB_DEF_ITEMS, 64U);
+  EXPECT_EQ(sizeof DB_EXPORT_CSV, 64U);
+  EXPECT_EQ(sizeof db_area, 50U);
+  EXPECT_EQ(sizeof db_rst_bak, 64U);
 }
 
 TEST(Paths, BothDirectoriesAreTaken) {
@@ -50,8 +50,8 @@ TEST(Paths, TheOtherArraysStay) {
   sqlite_reg_store_area("/a/", "/b/");
   EXPECT_STREQ("/data/DefItems.db", DB_DEF_ITEMS);
   EXPECT_STREQ("/data/ExportCSV.csv", DB_EXPORT_CSV);
-  EXPECT_STREQ("/data/", db_area);
-  EXPECT_STREQ("/mnt/vendor/nvdata/", db_rst_bak);
+  EXPECT_STREQ(db_area, "/data/");
+  EXPECT_STREQ(db_rst_bak, "/mnt/vendor/nvdata/");
 }
 
 TEST(Paths, NullBackupDirectoryLeavesTheBackup) {
@@ -117,14 +117,14 @@ TEST(Paths, MovedDatabasesAreWritten) {
   // The longest directories there can be, so that the copy's command is the longest there can be as well.
   const std::string primary = "/data/" + std::string(43, 'p') + "/";
   const std::string backup = "/data/" + std::string(43, 'b') + "/";
-  ASSERT_EQ(50U, primary.size());
+  ASSERT_EQ(primary.size(), 50U);
   std::filesystem::create_directory(primary);
   std::filesystem::create_directory(backup);
   sqlite_reg_store_area(primary.c_str(), backup.c_str());
-  EXPECT_EQ(0, dm_pal_write("net", 7, "ssid", 5, "home", 4));
-  EXPECT_EQ("home", kelo::tests::scalar(primary + "config.db", "select value from net where key='ssid'"));
+  EXPECT_EQ(dm_pal_write("net", 7, "ssid", 5, "home", 4), 0);
+  EXPECT_EQ(kelo::tests::scalar(primary + "config.db", "select value from net where key='ssid'"), "home");
   EXPECT_EQ(read_file(primary + "config.db"), read_file(backup + "configbak.db"));
-  EXPECT_EQ(WS_BACKUP_DONE, kelo::tests::journal_state(primary + "state.db"));
+  EXPECT_EQ(kelo::tests::journal_state(primary + "state.db"), WS_BACKUP_DONE);
   EXPECT_FALSE(file_exists("/data/config.db"));
 }
 
@@ -134,28 +134,28 @@ class Existence : public testing::Test {
 };
 
 TEST_F(Existence, NoFile) {
-  EXPECT_EQ(-1, dm_pal_check_db_exist());
+  EXPECT_EQ(dm_pal_check_db_exist(), -1);
   EXPECT_TRUE(log_.lines().empty()) << log_.dump();
 }
 
 TEST_F(Existence, PrimaryAlone) {
   write_file(DB_CONFIG, "");
-  EXPECT_EQ(-1, dm_pal_check_db_exist());
+  EXPECT_EQ(dm_pal_check_db_exist(), -1);
   EXPECT_TRUE(log_.lines().empty()) << log_.dump();
 }
 
 TEST_F(Existence, BackupAlone) {
   write_file(DB_CONFIGBAK, "");
-  EXPECT_EQ(-1, dm_pal_check_db_exist());
+  EXPECT_EQ(dm_pal_check_db_exist(), -1);
   EXPECT_TRUE(log_.lines().empty()) << log_.dump();
 }
 
 TEST_F(Existence, BothFiles) {
   write_file(DB_CONFIG, "");
   write_file(DB_CONFIGBAK, "");
-  EXPECT_EQ(0, dm_pal_check_db_exist());
-  EXPECT_EQ(1, log_.count(LOG_LVL_WRN, "dm_pal_check_db_exist", kAllExist)) << log_.dump();
-  EXPECT_EQ(1U, log_.lines().size());
+  EXPECT_EQ(dm_pal_check_db_exist(), 0);
+  EXPECT_EQ(log_.count(LOG_LVL_WRN, "dm_pal_check_db_exist", kAllExist), 1) << log_.dump();
+  EXPECT_EQ(log_.lines().size(), 1U);
 }
 
 TEST_F(Existence, MovedFiles) {
@@ -163,22 +163,22 @@ TEST_F(Existence, MovedFiles) {
   sqlite_reg_store_area("/data/a/", "/data/a/");
   write_file("/data/config.db", "");
   write_file("/data/configbak.db", "");
-  EXPECT_EQ(-1, dm_pal_check_db_exist());
+  EXPECT_EQ(dm_pal_check_db_exist(), -1);
   write_file("/data/a/config.db", "");
   write_file("/data/a/configbak.db", "");
-  EXPECT_EQ(0, dm_pal_check_db_exist());
+  EXPECT_EQ(dm_pal_check_db_exist(), 0);
 }
 
 // A power cut while the backup was copied leaves it under its second name: it is still there.
 TEST_F(Existence, FilesOfAnInterruptedCopyCount) {
   write_file(DB_CONFIG, "primary");
   write_file("/data/configbak.db-previous", "backup");
-  EXPECT_EQ(0, dm_pal_check_db_exist());
-  EXPECT_EQ("backup", read_file(DB_CONFIGBAK));
+  EXPECT_EQ(dm_pal_check_db_exist(), 0);
+  EXPECT_EQ(read_file(DB_CONFIGBAK), "backup");
 
   std::filesystem::rename(DB_CONFIG, "/data/config.db-previous");
-  EXPECT_EQ(0, dm_pal_check_db_exist());
-  EXPECT_EQ("primary", read_file(DB_CONFIG));
+  EXPECT_EQ(dm_pal_check_db_exist(), 0);
+  EXPECT_EQ(read_file(DB_CONFIG), "primary");
 }
 
 }  // namespace

@@ -32,52 +32,52 @@ int deliver(int preset, std::array<const char*, Count> cells) {
   std::array<char*, Count> row{};
   for (std::size_t i = 0; i < Count; ++i) row[i] = const_cast<char*>(cells[i]);  // as SQLite hands it out
   int is_corrupted = preset;
-  EXPECT_EQ(0, integrity_check_callback(&is_corrupted, static_cast<int>(Count), row.data(), nullptr));
+  EXPECT_EQ(integrity_check_callback(&is_corrupted, static_cast<int>(Count), row.data(), nullptr), 0);
   return is_corrupted;
 }
 
 TEST(QuickCheckCallback, OkClearsTheFlag) {
   const LogCapture log;
-  EXPECT_EQ(0, deliver<1>(1, {"ok"}));
+  EXPECT_EQ(deliver<1>(1, {"ok"}), 0);
   EXPECT_TRUE(log.lines().empty()) << log.dump();
 }
 
 TEST(QuickCheckCallback, AnythingElseSetsTheFlagAndIsLogged) {
   const LogCapture log;
   for (const char* const text : {"Page 3: never used", "OK", "ok ", "o", ""}) {
-    EXPECT_EQ(1, deliver<1>(0, {text})) << text;
-    EXPECT_EQ(1,
-              log.count(LOG_LVL_ERR, kCallback, std::string("[ERROR] Corruption detected: ") + text + "\n"))
+    EXPECT_EQ(deliver<1>(0, {text}), 1) << text;
+    EXPECT_EQ(log.count(LOG_LVL_ERR, kCallback, std::string("[ERROR] Corruption detected: ") + text + "\n"),
+              1)
         << log.dump();
   }
-  EXPECT_EQ(5U, log.lines().size());
+  EXPECT_EQ(log.lines().size(), 5U);
 }
 
 TEST(QuickCheckCallback, NullsAreSkipped) {
   const LogCapture log;
-  EXPECT_EQ(0, deliver<1>(1, {nullptr}));
-  EXPECT_EQ(0, deliver<3>(1, {nullptr, "ok", nullptr}));
-  EXPECT_EQ(1, deliver<3>(0, {nullptr, "bad", nullptr}));
-  EXPECT_EQ(1U, log.lines().size()) << log.dump();
+  EXPECT_EQ(deliver<1>(1, {nullptr}), 0);
+  EXPECT_EQ(deliver<3>(1, {nullptr, "ok", nullptr}), 0);
+  EXPECT_EQ(deliver<3>(0, {nullptr, "bad", nullptr}), 1);
+  EXPECT_EQ(log.lines().size(), 1U) << log.dump();
 }
 
 TEST(QuickCheckCallback, OneBadColumnOfSeveralIsEnough) {
   const LogCapture log;
-  EXPECT_EQ(1, deliver<3>(0, {"bad", "ok", "ok"}));
-  EXPECT_EQ(1, deliver<3>(0, {"ok", "bad", "worse"}));
-  EXPECT_EQ(1, log.count(LOG_LVL_ERR, kCallback, "[ERROR] Corruption detected: worse\n"));
-  EXPECT_EQ(3U, log.lines().size()) << log.dump();
+  EXPECT_EQ(deliver<3>(0, {"bad", "ok", "ok"}), 1);
+  EXPECT_EQ(deliver<3>(0, {"ok", "bad", "worse"}), 1);
+  EXPECT_EQ(log.count(LOG_LVL_ERR, kCallback, "[ERROR] Corruption detected: worse\n"), 1);
+  EXPECT_EQ(log.lines().size(), 3U) << log.dump();
 }
 
 TEST(QuickCheckCallback, RowWithoutColumnsClearsTheFlag) {
   int is_corrupted = 1;
-  EXPECT_EQ(0, integrity_check_callback(&is_corrupted, 0, nullptr, nullptr));
-  EXPECT_EQ(0, is_corrupted);
+  EXPECT_EQ(integrity_check_callback(&is_corrupted, 0, nullptr, nullptr), 0);
+  EXPECT_EQ(is_corrupted, 0);
 }
 
 TEST(QuickCheckCallback, LastRowDecides) {
-  EXPECT_EQ(0, deliver<1>(deliver<1>(0, {"bad"}), {"ok"}));
-  EXPECT_EQ(1, deliver<1>(deliver<1>(0, {"ok"}), {"bad"}));
+  EXPECT_EQ(deliver<1>(deliver<1>(0, {"bad"}), {"ok"}), 0);
+  EXPECT_EQ(deliver<1>(deliver<1>(0, {"ok"}), {"bad"}), 1);
 }
 
 // --- The check -----------------------------------------------------------------------------------------
@@ -109,80 +109,82 @@ class Health : public testing::Test {
 };
 
 TEST_F(Health, NullPathIsRefused) {
-  EXPECT_EQ(-1, check_database_health(nullptr));
-  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, kFunction, "check_database_health param NULL\n")) << log_.dump();
+  EXPECT_EQ(check_database_health(nullptr), -1);
+  EXPECT_EQ(log_.count(LOG_LVL_ERR, kFunction, "check_database_health param NULL\n"), 1) << log_.dump();
 }
 
 TEST_F(Health, SoundFileIsHealthy) {
   make_database();
   const std::string before = kelo::tests::read_file(kPath);
-  EXPECT_EQ(0, check_database_health(kPath));
+  EXPECT_EQ(check_database_health(kPath), 0);
   EXPECT_TRUE(ends_with_flag(LOG_LVL_DBUG, 0));
-  EXPECT_EQ(1U, log_.lines().size()) << log_.dump();
+  EXPECT_EQ(log_.lines().size(), 1U) << log_.dump();
   EXPECT_EQ(before, kelo::tests::read_file(kPath));
 }
 
 TEST_F(Health, ReadOnlyFileIsHealthy) {
   make_database();
-  ASSERT_EQ(0, chmod(kPath, 0444));
-  EXPECT_EQ(0, check_database_health(kPath)) << log_.dump();
+  ASSERT_EQ(chmod(kPath, 0444), 0);
+  EXPECT_EQ(check_database_health(kPath), 0) << log_.dump();
 }
 
 TEST_F(Health, EmptyFileIsHealthy) {
   kelo::tests::write_file(kPath, "");
-  EXPECT_EQ(0, check_database_health(kPath)) << log_.dump();
+  EXPECT_EQ(check_database_health(kPath), 0) << log_.dump();
 }
 
 TEST_F(Health, MissingFileCannotBeOpenedAndIsNotMade) {
-  EXPECT_EQ(-1, check_database_health(kPath));
-  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, kFunction, "Open failed: unable to open database file (Code: 14)\n"))
+  EXPECT_EQ(check_database_health(kPath), -1);
+  EXPECT_EQ(log_.count(LOG_LVL_ERR, kFunction, "Open failed: unable to open database file (Code: 14)\n"), 1)
       << log_.dump();
   EXPECT_TRUE(ends_with_flag(LOG_LVL_ERR, 0));
-  EXPECT_EQ(2U, log_.lines().size());
-  EXPECT_NE(0, access(kPath, F_OK));
+  EXPECT_EQ(log_.lines().size(), 2U);
+  EXPECT_NE(access(kPath, F_OK), 0);
 }
 
 TEST_F(Health, FolderCannotBeOpened) {
-  EXPECT_EQ(-1, check_database_health("/data"));
+  EXPECT_EQ(check_database_health("/data"), -1);
   EXPECT_TRUE(ends_with_flag(LOG_LVL_ERR, 0));
 }
 
 TEST_F(Health, ForeignFileFailsTheCheckItself) {
   kelo::tests::write_file(kPath, std::string(3 * kPageSize, 'x'));
-  EXPECT_EQ(-2, check_database_health(kPath));
-  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, kFunction,
-                          "/data/some.db Quick check error: file is not a database (Code: 26)\n"))
+  EXPECT_EQ(check_database_health(kPath), -2);
+  EXPECT_EQ(log_.count(LOG_LVL_ERR, kFunction,
+                       "/data/some.db Quick check error: file is not a database (Code: 26)\n"),
+            1)
       << log_.dump();
   EXPECT_TRUE(ends_with_flag(LOG_LVL_ERR, 0));
-  EXPECT_EQ(2U, log_.lines().size());
+  EXPECT_EQ(log_.lines().size(), 2U);
 }
 
 TEST_F(Health, CutFileIsCorrupt) {
   make_database();
-  ASSERT_EQ(0, truncate(kPath, kPageSize));
-  EXPECT_EQ(1, check_database_health(kPath));
-  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, kFunction,
-                          "/data/some.db corruption detected: database disk image is malformed (Code: 11)\n"))
+  ASSERT_EQ(truncate(kPath, kPageSize), 0);
+  EXPECT_EQ(check_database_health(kPath), 1);
+  EXPECT_EQ(log_.count(LOG_LVL_ERR, kFunction,
+                       "/data/some.db corruption detected: database disk image is malformed (Code: 11)\n"),
+            1)
       << log_.dump();
   EXPECT_TRUE(ends_with_flag(LOG_LVL_ERR, 1));
-  EXPECT_EQ(2U, log_.lines().size());
+  EXPECT_EQ(log_.lines().size(), 2U);
 }
 
 TEST_F(Health, ProblemFoundByTheCheckIsCorrupt) {
   make_database();
   constexpr std::size_t kFreePageCount = 36;  // in the file header; there are none
   kelo::tests::overwrite_file(kPath, kFreePageCount, std::string_view("\0\0\0\5", 4));
-  EXPECT_EQ(1, check_database_health(kPath));
-  EXPECT_EQ(1, log_.count_containing(LOG_LVL_ERR, "[ERROR] Corruption detected: ")) << log_.dump();
-  EXPECT_EQ(kCallback, log_.lines().front().function);
+  EXPECT_EQ(check_database_health(kPath), 1);
+  EXPECT_EQ(log_.count_containing(LOG_LVL_ERR, "[ERROR] Corruption detected: "), 1) << log_.dump();
+  EXPECT_EQ(log_.lines().front().function, kCallback);
   EXPECT_TRUE(ends_with_flag(LOG_LVL_DBUG, 1)) << "the check itself went well";
-  EXPECT_EQ(2U, log_.lines().size());
+  EXPECT_EQ(log_.lines().size(), 2U);
 }
 
 TEST_F(Health, ProblemThatEndsTheCheckIsCorrupt) {
   make_database();
   kelo::tests::overwrite_file(kPath, kPageSize, std::string(kPageSize, '\xFF'));  // the table's leaf
-  EXPECT_EQ(1, check_database_health(kPath));
+  EXPECT_EQ(check_database_health(kPath), 1);
   EXPECT_TRUE(ends_with_flag(LOG_LVL_ERR, 1));
 }
 
@@ -193,8 +195,8 @@ TEST_F(Health, EveryProblemIsLogged) {
                            "insert into net values ('a', null), ('b', null), ('c', null);"
                            "pragma writable_schema=on;"
                            "update sqlite_master set sql='create table net (key text, value blob not null)'");
-  EXPECT_EQ(1, check_database_health(kPath));
-  EXPECT_EQ(3, log_.count(LOG_LVL_ERR, kCallback, "[ERROR] Corruption detected: NULL value in net.value\n"))
+  EXPECT_EQ(check_database_health(kPath), 1);
+  EXPECT_EQ(log_.count(LOG_LVL_ERR, kCallback, "[ERROR] Corruption detected: NULL value in net.value\n"), 3)
       << log_.dump();
   EXPECT_TRUE(ends_with_flag(LOG_LVL_DBUG, 1));
 }
@@ -202,33 +204,33 @@ TEST_F(Health, EveryProblemIsLogged) {
 TEST_F(Health, FileCalledCorruptOnOpeningIsCorrupt) {
   make_database();
   const Fault fault({.call = "sqlite3_open_v2", .code = SQLITE_CORRUPT, .text = kPath});
-  EXPECT_EQ(1, check_database_health(kPath));
-  EXPECT_EQ(1, log_.count_matching(LOG_LVL_ERR, "Database is corrupted upon opening: .* \\(Code: 11\\)\n"))
+  EXPECT_EQ(check_database_health(kPath), 1);
+  EXPECT_EQ(log_.count_matching(LOG_LVL_ERR, "Database is corrupted upon opening: .* \\(Code: 11\\)\n"), 1)
       << log_.dump();
   EXPECT_TRUE(ends_with_flag(LOG_LVL_ERR, 1));
-  EXPECT_EQ(2U, log_.lines().size());
-  EXPECT_EQ(kFunction, log_.lines().front().function);
+  EXPECT_EQ(log_.lines().size(), 2U);
+  EXPECT_EQ(log_.lines().front().function, kFunction);
 }
 
 TEST_F(Health, OpeningWithoutAHandleIsReportedToo) {
   const Fault fault({.call = "sqlite3_open_v2", .code = SQLITE_NOMEM, .null_handle = true});
-  EXPECT_EQ(-1, check_database_health(kPath));
-  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, kFunction, "Open failed: out of memory (Code: 7)\n")) << log_.dump();
+  EXPECT_EQ(check_database_health(kPath), -1);
+  EXPECT_EQ(log_.count(LOG_LVL_ERR, kFunction, "Open failed: out of memory (Code: 7)\n"), 1) << log_.dump();
   EXPECT_TRUE(ends_with_flag(LOG_LVL_ERR, 0));
 }
 
 TEST_F(Health, FailureWithoutATextIsAnUnknownError) {
   make_database();
   const Fault other({.call = "sqlite3_exec", .code = SQLITE_IOERR, .at = 1, .null_error = true});
-  EXPECT_EQ(-2, check_database_health(kPath));
-  EXPECT_EQ(1,
-            log_.count(LOG_LVL_ERR, kFunction, "/data/some.db Quick check error: Unknown error (Code: 10)\n"))
+  EXPECT_EQ(check_database_health(kPath), -2);
+  EXPECT_EQ(log_.count(LOG_LVL_ERR, kFunction, "/data/some.db Quick check error: Unknown error (Code: 10)\n"),
+            1)
       << log_.dump();
   EXPECT_TRUE(ends_with_flag(LOG_LVL_ERR, 0));
   const Fault corrupt({.call = "sqlite3_exec", .code = SQLITE_CORRUPT, .at = 1, .null_error = true});
-  EXPECT_EQ(1, check_database_health(kPath));
+  EXPECT_EQ(check_database_health(kPath), 1);
   EXPECT_EQ(
-      1, log_.count(LOG_LVL_ERR, kFunction, "/data/some.db corruption detected: Unknown error (Code: 11)\n"))
+      log_.count(LOG_LVL_ERR, kFunction, "/data/some.db corruption detected: Unknown error (Code: 11)\n"), 1)
       << log_.dump();
   EXPECT_TRUE(ends_with_flag(LOG_LVL_ERR, 1));
 }
@@ -236,25 +238,26 @@ TEST_F(Health, FailureWithoutATextIsAnUnknownError) {
 TEST_F(Health, FileHeldByAnotherProcessIsWaitedForAndNotCalledCorrupt) {
   make_database();
   sqlite3* holder = nullptr;
-  ASSERT_EQ(SQLITE_OK, sqlite3_open(kPath, &holder));
-  ASSERT_EQ(SQLITE_OK, sqlite3_exec(holder, "begin exclusive", nullptr, nullptr, nullptr));
+  ASSERT_EQ(sqlite3_open(kPath, &holder), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(holder, "begin exclusive", nullptr, nullptr, nullptr), SQLITE_OK);
   const kelo::tests::ShortBusyTimeout short_wait(1);
-  EXPECT_EQ(-2, check_database_health(kPath));
+  EXPECT_EQ(check_database_health(kPath), -2);
   EXPECT_TRUE(short_wait.was_asked_for());
-  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, kFunction,
-                          "/data/some.db Quick check error: database is locked (Code: 5)\n"))
+  EXPECT_EQ(
+      log_.count(LOG_LVL_ERR, kFunction, "/data/some.db Quick check error: database is locked (Code: 5)\n"),
+      1)
       << log_.dump();
   sqlite3_close(holder);
-  EXPECT_EQ(0, check_database_health(kPath));
+  EXPECT_EQ(check_database_health(kPath), 0);
 }
 
 TEST_F(Health, CheckIsTheQuickOneOnAReadOnlyConnection) {
   make_database();
   const kelo::tests::CallTrace trace;
-  EXPECT_EQ(0, check_database_health(kPath));
-  EXPECT_EQ(1, trace.count("sqlite3_open_v2", kPath)) << trace.dump();
-  EXPECT_EQ(1, trace.count("sqlite3_exec", "PRAGMA quick_check;")) << trace.dump();
-  EXPECT_EQ(0, trace.count("sqlite3_open", kPath)) << trace.dump();
+  EXPECT_EQ(check_database_health(kPath), 0);
+  EXPECT_EQ(trace.count("sqlite3_open_v2", kPath), 1) << trace.dump();
+  EXPECT_EQ(trace.count("sqlite3_exec", "PRAGMA quick_check;"), 1) << trace.dump();
+  EXPECT_EQ(trace.count("sqlite3_open", kPath), 0) << trace.dump();
 }
 
 }  // namespace

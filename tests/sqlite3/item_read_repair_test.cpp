@@ -46,11 +46,11 @@ TEST_F(Repair, HealthyBackupIsCopiedFirst) {
   provide_recovery();
   kelo::tests::corrupt_schema(DB_CONFIG);
   Buffer buffer(16);
-  EXPECT_EQ(9, read(buffer));
-  EXPECT_EQ("backed up", buffer.first(9));
-  EXPECT_EQ(1, prepare_errors(SQLITE_CORRUPT)) << log_.dump();
-  EXPECT_EQ(1, logged(kFromBackup)) << log_.dump();
-  EXPECT_EQ(1, repairs());
+  EXPECT_EQ(read(buffer), 9);
+  EXPECT_EQ(buffer.first(9), "backed up");
+  EXPECT_EQ(prepare_errors(SQLITE_CORRUPT), 1) << log_.dump();
+  EXPECT_EQ(logged(kFromBackup), 1) << log_.dump();
+  EXPECT_EQ(repairs(), 1);
   EXPECT_EQ(read_file(DB_CONFIGBAK), read_file(DB_CONFIG));
 }
 
@@ -61,10 +61,10 @@ TEST_F(Repair, RecoveryCopyIsTheLastSource) {
   kelo::tests::corrupt_schema(DB_CONFIGBAK);
   const std::string backup = read_file(DB_CONFIGBAK);
   Buffer buffer(16);
-  EXPECT_EQ(9, read(buffer));
-  EXPECT_EQ("recovered", buffer.first(9));
-  EXPECT_EQ(1, logged(kFromRecovery)) << log_.dump();
-  EXPECT_EQ(1, repairs());
+  EXPECT_EQ(read(buffer), 9);
+  EXPECT_EQ(buffer.first(9), "recovered");
+  EXPECT_EQ(logged(kFromRecovery), 1) << log_.dump();
+  EXPECT_EQ(repairs(), 1);
   EXPECT_EQ(recovery, read_file(DB_CONFIG));
   EXPECT_EQ(recovery, read_file(kRecovery));
   EXPECT_EQ(backup, read_file(DB_CONFIGBAK));
@@ -73,10 +73,10 @@ TEST_F(Repair, RecoveryCopyIsTheLastSource) {
 TEST_F(Repair, MissingBackupCountsAsUnhealthy) {
   provide_recovery();
   kelo::tests::corrupt_schema(DB_CONFIG);
-  ASSERT_EQ(0, unlink(DB_CONFIGBAK));
+  ASSERT_EQ(unlink(DB_CONFIGBAK), 0);
   Buffer buffer(16);
-  EXPECT_EQ(9, read(buffer));
-  EXPECT_EQ(1, logged(kFromRecovery)) << log_.dump();
+  EXPECT_EQ(read(buffer), 9);
+  EXPECT_EQ(logged(kFromRecovery), 1) << log_.dump();
   EXPECT_FALSE(kelo::tests::file_exists(DB_CONFIGBAK));
 }
 
@@ -85,13 +85,13 @@ TEST_F(Repair, WithoutAHealthyCopyTheReadIsJustRepeated) {
   kelo::tests::make_no_database(DB_CONFIGBAK);
   const std::string primary = read_file(DB_CONFIG);
   Buffer buffer(16);
-  EXPECT_EQ(-100, read(buffer));
-  EXPECT_EQ(2, prepare_errors(SQLITE_CORRUPT)) << log_.dump();
-  EXPECT_EQ(0, repairs());
-  EXPECT_EQ(2, health_checks()) << "the sources are examined once";
+  EXPECT_EQ(read(buffer), -100);
+  EXPECT_EQ(prepare_errors(SQLITE_CORRUPT), 2) << log_.dump();
+  EXPECT_EQ(repairs(), 0);
+  EXPECT_EQ(health_checks(), 2) << "the sources are examined once";
   EXPECT_EQ(primary, read_file(DB_CONFIG));
   EXPECT_TRUE(buffer.untouched_from(0));
-  EXPECT_EQ(kUnset, crc_);
+  EXPECT_EQ(crc_, kUnset);
 }
 
 // A good primary is not replaced: the backup is made anew from it, for the next read.
@@ -100,9 +100,9 @@ TEST_F(Repair, CorruptBackupIsMadeAnewFromAGoodPrimary) {
   kelo::tests::corrupt_schema(DB_CONFIGBAK);
   const std::string primary = read_file(DB_CONFIG);
   Buffer buffer(16);
-  EXPECT_EQ(-100, dm_read_db(DB_CONFIGBAK, "net", "ssid", buffer.data(), &crc_, 16));
-  EXPECT_EQ(2, prepare_errors(SQLITE_CORRUPT)) << log_.dump();
-  EXPECT_EQ(0, logged(kFromRecovery));
+  EXPECT_EQ(dm_read_db(DB_CONFIGBAK, "net", "ssid", buffer.data(), &crc_, 16), -100);
+  EXPECT_EQ(prepare_errors(SQLITE_CORRUPT), 2) << log_.dump();
+  EXPECT_EQ(logged(kFromRecovery), 0);
   EXPECT_EQ(primary, read_file(DB_CONFIG));
   EXPECT_EQ(primary, read_file(DB_CONFIGBAK));
 }
@@ -113,9 +113,9 @@ TEST_F(Repair, CopyGoesToThePrimaryWhateverFileIsRead) {
   kelo::tests::corrupt_schema(DB_CONFIG);
   kelo::tests::corrupt_schema(DB_CONFIGBAK);
   Buffer buffer(16);
-  EXPECT_EQ(-100, dm_read_db(DB_CONFIGBAK, "net", "ssid", buffer.data(), &crc_, 16));
-  EXPECT_EQ(2, prepare_errors(SQLITE_CORRUPT)) << log_.dump();
-  EXPECT_EQ(1, logged(kFromRecovery)) << "once per call";
+  EXPECT_EQ(dm_read_db(DB_CONFIGBAK, "net", "ssid", buffer.data(), &crc_, 16), -100);
+  EXPECT_EQ(prepare_errors(SQLITE_CORRUPT), 2) << log_.dump();
+  EXPECT_EQ(logged(kFromRecovery), 1) << "once per call";
   EXPECT_EQ(read_file(kRecovery), read_file(DB_CONFIG));
   EXPECT_EQ(read_file(kRecovery), read_file(DB_CONFIGBAK));
 }
@@ -124,21 +124,21 @@ TEST_F(Repair, FileOutsideTheStoreRepairsThePrimaryToo) {
   put("/data/other.db", "ssid", "other");
   kelo::tests::corrupt_schema("/data/other.db");
   Buffer buffer(16);
-  EXPECT_EQ(-100, dm_read_db("/data/other.db", "net", "ssid", buffer.data(), &crc_, 16));
-  EXPECT_EQ(1, logged(kFromBackup)) << log_.dump();
+  EXPECT_EQ(dm_read_db("/data/other.db", "net", "ssid", buffer.data(), &crc_, 16), -100);
+  EXPECT_EQ(logged(kFromBackup), 1) << log_.dump();
   EXPECT_EQ(read_file(DB_CONFIGBAK), read_file(DB_CONFIG));
 }
 
 // A source that passes the quick check without the table ends the second try with another error.
 TEST_F(Repair, SecondTryReportsWhatTheCopyLacks) {
   kelo::tests::corrupt_schema(DB_CONFIG);
-  ASSERT_EQ(0, unlink(DB_CONFIGBAK));
+  ASSERT_EQ(unlink(DB_CONFIGBAK), 0);
   kelo::tests::execute_sql(DB_CONFIGBAK, "create table other (text)");
   Buffer buffer(16);
-  EXPECT_EQ(-100, read(buffer));
-  EXPECT_EQ(1, logged(kFromBackup)) << log_.dump();
-  EXPECT_EQ(1, prepare_errors(SQLITE_CORRUPT));
-  EXPECT_EQ(1, prepare_errors(SQLITE_ERROR));
+  EXPECT_EQ(read(buffer), -100);
+  EXPECT_EQ(logged(kFromBackup), 1) << log_.dump();
+  EXPECT_EQ(prepare_errors(SQLITE_CORRUPT), 1);
+  EXPECT_EQ(prepare_errors(SQLITE_ERROR), 1);
 }
 
 // An empty file passes the check, but there is nothing in it.
@@ -147,29 +147,29 @@ TEST_F(Repair, EmptyBackupIsNoSource) {
   kelo::tests::corrupt_schema(DB_CONFIG);
   kelo::tests::write_file(DB_CONFIGBAK, "");
   Buffer buffer(16);
-  EXPECT_EQ(9, read(buffer));
-  EXPECT_EQ(0, logged(kFromBackup)) << log_.dump();
-  EXPECT_EQ(1, logged(kFromRecovery));
+  EXPECT_EQ(read(buffer), 9);
+  EXPECT_EQ(logged(kFromBackup), 0) << log_.dump();
+  EXPECT_EQ(logged(kFromRecovery), 1);
 }
 
 TEST_F(Repair, ForeignFileIsNotRepaired) {
   provide_recovery();
   kelo::tests::make_no_database(DB_CONFIG);
   Buffer buffer(16);
-  EXPECT_EQ(-100, read(buffer));
-  EXPECT_EQ(1, prepare_errors(SQLITE_NOTADB)) << log_.dump();
-  EXPECT_EQ(0, repairs());
-  EXPECT_EQ(0, health_checks());
+  EXPECT_EQ(read(buffer), -100);
+  EXPECT_EQ(prepare_errors(SQLITE_NOTADB), 1) << log_.dump();
+  EXPECT_EQ(repairs(), 0);
+  EXPECT_EQ(health_checks(), 0);
 }
 
 TEST_F(Repair, DamageFoundByTheStepIsNotRepaired) {
   kelo::tests::overwrite_file(DB_CONFIG, 4096, std::string(64, '\xFF'));  // the table's own page
   Buffer buffer(16);
-  EXPECT_EQ(-1, read(buffer));
-  EXPECT_EQ(1, logged("sqlite3_step error 1\n")) << log_.dump();
-  EXPECT_EQ(0, repairs());
+  EXPECT_EQ(read(buffer), -1);
+  EXPECT_EQ(logged("sqlite3_step error 1\n"), 1) << log_.dump();
+  EXPECT_EQ(repairs(), 0);
   EXPECT_TRUE(buffer.untouched_from(0));
-  EXPECT_EQ(kUnset, crc_);
+  EXPECT_EQ(crc_, kUnset);
 }
 
 TEST_F(Repair, IsMadeOncePerCall) {
@@ -177,12 +177,12 @@ TEST_F(Repair, IsMadeOncePerCall) {
       {.call = "sqlite3_prepare", .code = SQLITE_CORRUPT, .text = "from net", .times = kEveryTime});
   const CallTrace trace;
   Buffer buffer(16);
-  EXPECT_EQ(-100, read(buffer));
-  EXPECT_EQ(2, fault.failed()) << trace.dump();
-  EXPECT_EQ(1, trace.count("popen", "cp /data/configbak.db /data/config.db")) << trace.dump();
-  EXPECT_EQ(1, trace.count("popen"));
-  EXPECT_EQ(2, prepare_errors(SQLITE_CORRUPT));
-  EXPECT_EQ(1, repairs());
+  EXPECT_EQ(read(buffer), -100);
+  EXPECT_EQ(fault.failed(), 2) << trace.dump();
+  EXPECT_EQ(trace.count("popen", "cp /data/configbak.db /data/config.db"), 1) << trace.dump();
+  EXPECT_EQ(trace.count("popen"), 1);
+  EXPECT_EQ(prepare_errors(SQLITE_CORRUPT), 2);
+  EXPECT_EQ(repairs(), 1);
 }
 
 TEST_F(Repair, CopyThatCannotBeStartedLeavesTheFileAndTheReadIsRepeated) {
@@ -190,9 +190,9 @@ TEST_F(Repair, CopyThatCannotBeStartedLeavesTheFileAndTheReadIsRepeated) {
   const std::string primary = read_file(DB_CONFIG);
   const Fault fault({.call = "popen", .code = EMFILE});
   Buffer buffer(16);
-  EXPECT_EQ(-100, read(buffer));
-  EXPECT_EQ(1, log_.count_containing(LOG_LVL_ERR, "system command failed: ")) << log_.dump();
-  EXPECT_EQ(2, prepare_errors(SQLITE_CORRUPT));
+  EXPECT_EQ(read(buffer), -100);
+  EXPECT_EQ(log_.count_containing(LOG_LVL_ERR, "system command failed: "), 1) << log_.dump();
+  EXPECT_EQ(prepare_errors(SQLITE_CORRUPT), 2);
   EXPECT_EQ(primary, read_file(DB_CONFIG));
 }
 
@@ -201,9 +201,9 @@ TEST_F(Repair, BusyBackupIsNotASource) {
   kelo::tests::corrupt_schema(DB_CONFIG);
   const Fault fault({.call = "sqlite3_exec", .code = SQLITE_BUSY, .text = "quick_check"});
   Buffer buffer(16);
-  EXPECT_EQ(9, read(buffer));
-  EXPECT_EQ("recovered", buffer.first(9));
-  EXPECT_EQ(1, logged(kFromRecovery)) << log_.dump();
+  EXPECT_EQ(read(buffer), 9);
+  EXPECT_EQ(buffer.first(9), "recovered");
+  EXPECT_EQ(logged(kFromRecovery), 1) << log_.dump();
 }
 
 }  // namespace

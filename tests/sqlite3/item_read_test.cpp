@@ -44,113 +44,113 @@ constexpr char kFromRecovery[] =
 TEST_F(ReadRow, BadArgumentsAreRefused) {
   put(DB_CONFIG, "ssid", {kValue, kLength});
   Buffer buffer(16);
-  EXPECT_EQ(-1, dm_read_db(nullptr, "net", "ssid", buffer.data(), &crc_, 16));
-  EXPECT_EQ(-1, dm_read_db(DB_CONFIG, nullptr, "ssid", buffer.data(), &crc_, 16));
-  EXPECT_EQ(-1, dm_read_db(DB_CONFIG, "net", nullptr, buffer.data(), &crc_, 16));
-  EXPECT_EQ(-1, dm_read_db(DB_CONFIG, "net", "ssid", nullptr, &crc_, 16));
-  EXPECT_EQ(-1, dm_read_db(DB_CONFIG, "net", "ssid", buffer.data(), &crc_, -1));
-  EXPECT_EQ(5, logged("dm_read_db NULL\n")) << log_.dump();
+  EXPECT_EQ(dm_read_db(nullptr, "net", "ssid", buffer.data(), &crc_, 16), -1);
+  EXPECT_EQ(dm_read_db(DB_CONFIG, nullptr, "ssid", buffer.data(), &crc_, 16), -1);
+  EXPECT_EQ(dm_read_db(DB_CONFIG, "net", nullptr, buffer.data(), &crc_, 16), -1);
+  EXPECT_EQ(dm_read_db(DB_CONFIG, "net", "ssid", nullptr, &crc_, 16), -1);
+  EXPECT_EQ(dm_read_db(DB_CONFIG, "net", "ssid", buffer.data(), &crc_, -1), -1);
+  EXPECT_EQ(logged("dm_read_db NULL\n"), 5) << log_.dump();
   EXPECT_TRUE(buffer.untouched_from(0));
-  EXPECT_EQ(kUnset, crc_);
+  EXPECT_EQ(crc_, kUnset);
 }
 
 TEST_F(ReadRow, ValueAndChecksumAreRead) {
   put_row(DB_CONFIG, "ssid", {kValue, kLength}, static_cast<std::int32_t>(kCrc));
   Buffer buffer(kLength + 1);
-  EXPECT_EQ(8, read(buffer));
-  EXPECT_EQ(kValue, buffer.first(kLength));
+  EXPECT_EQ(read(buffer), 8);
+  EXPECT_EQ(buffer.first(kLength), kValue);
   EXPECT_TRUE(buffer.untouched_from(kLength));
-  EXPECT_EQ(kCrc, crc_);
+  EXPECT_EQ(crc_, kCrc);
   EXPECT_TRUE(log_.lines().empty()) << log_.dump();
 }
 
 TEST_F(ReadRow, BufferOfTheValuesLengthIsFilled) {
   put(DB_CONFIG, "ssid", {kValue, kLength});
   Buffer buffer(kLength);
-  EXPECT_EQ(8, read(buffer));
-  EXPECT_EQ(kValue, buffer.first(kLength));
+  EXPECT_EQ(read(buffer), 8);
+  EXPECT_EQ(buffer.first(kLength), kValue);
 }
 
 TEST_F(ReadRow, ShorterBufferReceivesTheFirstBytes) {
   put(DB_CONFIG, "ssid", {kValue, kLength});
   Buffer buffer(kLength - 1);
-  EXPECT_EQ(7, read(buffer));
-  EXPECT_EQ(std::string(kValue, 7), buffer.first(7));
-  EXPECT_EQ(kCrc, crc_) << "the checksum is the stored one";
+  EXPECT_EQ(read(buffer), 7);
+  EXPECT_EQ(buffer.first(7), std::string(kValue, 7));
+  EXPECT_EQ(crc_, kCrc) << "the checksum is the stored one";
 }
 
 TEST_F(ReadRow, EmptyBufferReadsAsZeroBytes) {
   put(DB_CONFIG, "ssid", {kValue, kLength});
   Buffer buffer(1);
-  EXPECT_EQ(0, dm_read_db(DB_CONFIG, "net", "ssid", buffer.data(), &crc_, 0));
+  EXPECT_EQ(dm_read_db(DB_CONFIG, "net", "ssid", buffer.data(), &crc_, 0), 0);
   EXPECT_TRUE(buffer.untouched_from(0));
 }
 
 TEST_F(ReadRow, ChecksumIsNotVerifiedHere) {
   put_row(DB_CONFIG, "ssid", {kValue, kLength}, -2);
   Buffer buffer(kLength);
-  EXPECT_EQ(8, read(buffer));
-  EXPECT_EQ(0xFFFFFFFEU, crc_) << "stored as a signed number";
+  EXPECT_EQ(read(buffer), 8);
+  EXPECT_EQ(crc_, 0xFFFFFFFEU) << "stored as a signed number";
 }
 
 TEST_F(ReadRow, ChecksumNeedNotBeAskedFor) {
   put(DB_CONFIG, "ssid", {kValue, kLength});
   Buffer buffer(kLength);
-  EXPECT_EQ(8, dm_read_db(DB_CONFIG, "net", "ssid", buffer.data(), nullptr, 8));
+  EXPECT_EQ(dm_read_db(DB_CONFIG, "net", "ssid", buffer.data(), nullptr, 8), 8);
 }
 
 TEST_F(ReadRow, FirstOfTwoRowsAnswers) {
   put(DB_CONFIG, "ssid", "first");
   execute_sql(DB_CONFIG, "insert into net values (7, 'ssid', 6, 6, 0, 'second')");
   Buffer buffer(16);
-  EXPECT_EQ(5, read(buffer));
-  EXPECT_EQ("first", buffer.first(5));
+  EXPECT_EQ(read(buffer), 5);
+  EXPECT_EQ(buffer.first(5), "first");
 }
 
 TEST_F(ReadRow, MissingRowIsAFailure) {
   put(DB_CONFIG, "other", {kValue, kLength});
   Buffer buffer(16);
-  EXPECT_EQ(-1, read(buffer));
-  EXPECT_EQ(1, logged("sqlite3_step error 101\n")) << log_.dump();
+  EXPECT_EQ(read(buffer), -1);
+  EXPECT_EQ(logged("sqlite3_step error 101\n"), 1) << log_.dump();
   EXPECT_TRUE(buffer.untouched_from(0));
-  EXPECT_EQ(kUnset, crc_);
+  EXPECT_EQ(crc_, kUnset);
 }
 
 TEST_F(ReadRow, EmptyAndMissingValuesAreSilentFailures) {
   Buffer buffer(16);
   put(DB_CONFIG, "ssid", "");
-  EXPECT_EQ(-1, read(buffer));
+  EXPECT_EQ(read(buffer), -1);
   execute_sql(DB_CONFIG, "update net set value=null");
-  EXPECT_EQ(-1, read(buffer));
+  EXPECT_EQ(read(buffer), -1);
   EXPECT_TRUE(buffer.untouched_from(0));
-  EXPECT_EQ(kUnset, crc_);
+  EXPECT_EQ(crc_, kUnset);
   EXPECT_TRUE(log_.lines().empty()) << log_.dump();
 }
 
 TEST_F(ReadRow, MissingTableIsNotPrepared) {
   execute_sql(DB_CONFIG, "create table other (key text)");
   Buffer buffer(16);
-  EXPECT_EQ(-100, read(buffer));
-  EXPECT_EQ(1, prepare_errors(SQLITE_ERROR)) << log_.dump();
-  EXPECT_EQ("dm_read_db", log_.lines().back().function);
-  EXPECT_EQ(1U, log_.lines().size()) << "no repair without corruption";
+  EXPECT_EQ(read(buffer), -100);
+  EXPECT_EQ(prepare_errors(SQLITE_ERROR), 1) << log_.dump();
+  EXPECT_EQ(log_.lines().back().function, "dm_read_db");
+  EXPECT_EQ(log_.lines().size(), 1U) << "no repair without corruption";
   EXPECT_TRUE(buffer.untouched_from(0));
-  EXPECT_EQ(kUnset, crc_);
+  EXPECT_EQ(crc_, kUnset);
 }
 
 TEST_F(ReadRow, MissingFileIsNotPrepared) {
   Buffer buffer(16);
-  EXPECT_EQ(-100, read(buffer));
-  EXPECT_EQ(1, prepare_errors(SQLITE_ERROR)) << log_.dump();
+  EXPECT_EQ(read(buffer), -100);
+  EXPECT_EQ(prepare_errors(SQLITE_ERROR), 1) << log_.dump();
 }
 
 TEST_F(ReadRow, FileInAMissingFolderIsNotOpened) {
   Buffer buffer(16);
-  EXPECT_EQ(-101, dm_read_db("/data/none/config.db", "net", "ssid", buffer.data(), &crc_, 16));
-  EXPECT_EQ(1, logged("sqlite3_open failed: unable to open database file\n")) << log_.dump();
-  EXPECT_EQ(1U, log_.lines().size());
+  EXPECT_EQ(dm_read_db("/data/none/config.db", "net", "ssid", buffer.data(), &crc_, 16), -101);
+  EXPECT_EQ(logged("sqlite3_open failed: unable to open database file\n"), 1) << log_.dump();
+  EXPECT_EQ(log_.lines().size(), 1U);
   EXPECT_TRUE(buffer.untouched_from(0));
-  EXPECT_EQ(kUnset, crc_);
+  EXPECT_EQ(crc_, kUnset);
 }
 
 TEST_F(ReadRow, StatementIsCutAtItsBuffer) {
@@ -158,51 +158,51 @@ TEST_F(ReadRow, StatementIsCutAtItsBuffer) {
   // The cut falls into the key: its quote is never closed.
   const std::string key(600, 'k');
   Buffer buffer(16);
-  EXPECT_EQ(-100, dm_read_db(DB_CONFIG, "net", key.c_str(), buffer.data(), &crc_, 16));
-  EXPECT_EQ(1, prepare_errors(SQLITE_ERROR)) << log_.dump();
+  EXPECT_EQ(dm_read_db(DB_CONFIG, "net", key.c_str(), buffer.data(), &crc_, 16), -100);
+  EXPECT_EQ(prepare_errors(SQLITE_ERROR), 1) << log_.dump();
 }
 
 TEST_F(ReadRow, FailingStepIsAFailure) {
   put(DB_CONFIG, "ssid", {kValue, kLength});
   const Fault fault({.call = "sqlite3_step", .code = SQLITE_IOERR});
   Buffer buffer(16);
-  EXPECT_EQ(-1, read(buffer));
-  EXPECT_EQ(1, logged("sqlite3_step error 10\n")) << log_.dump();
+  EXPECT_EQ(read(buffer), -1);
+  EXPECT_EQ(logged("sqlite3_step error 10\n"), 1) << log_.dump();
   EXPECT_TRUE(buffer.untouched_from(0));
-  EXPECT_EQ(kUnset, crc_);
+  EXPECT_EQ(crc_, kUnset);
 }
 
 TEST_F(ReadRow, OpeningWithoutAHandleIsReportedToo) {
   const Fault fault({.call = "sqlite3_open", .code = SQLITE_NOMEM, .null_handle = true});
   Buffer buffer(16);
-  EXPECT_EQ(-101, read(buffer));
-  EXPECT_EQ(1, logged("sqlite3_open failed: out of memory\n")) << log_.dump();
+  EXPECT_EQ(read(buffer), -101);
+  EXPECT_EQ(logged("sqlite3_open failed: out of memory\n"), 1) << log_.dump();
 }
 
 TEST_F(ReadRow, FileHeldByAnotherProcessIsWaitedForAndNotRepaired) {
   put(DB_CONFIG, "ssid", {kValue, kLength});
   put(DB_CONFIGBAK, "ssid", "older");
   sqlite3* holder = nullptr;
-  ASSERT_EQ(SQLITE_OK, sqlite3_open(DB_CONFIG, &holder));
-  ASSERT_EQ(SQLITE_OK, sqlite3_exec(holder, "begin exclusive", nullptr, nullptr, nullptr));
+  ASSERT_EQ(sqlite3_open(DB_CONFIG, &holder), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(holder, "begin exclusive", nullptr, nullptr, nullptr), SQLITE_OK);
   Buffer buffer(16);
   {
     const kelo::tests::ShortBusyTimeout short_wait(1);
-    EXPECT_EQ(-100, read(buffer));
+    EXPECT_EQ(read(buffer), -100);
     EXPECT_TRUE(short_wait.was_asked_for());
   }
-  EXPECT_EQ(1, prepare_errors(SQLITE_BUSY)) << log_.dump();
-  EXPECT_EQ(1U, log_.lines().size());
+  EXPECT_EQ(prepare_errors(SQLITE_BUSY), 1) << log_.dump();
+  EXPECT_EQ(log_.lines().size(), 1U);
   sqlite3_close(holder);
-  EXPECT_EQ(8, read(buffer));
+  EXPECT_EQ(read(buffer), 8);
 }
 
 TEST_F(ReadRow, QueryIsForOneRowOfTheTable) {
   put(DB_CONFIG, "ssid", {kValue, kLength});
   const CallTrace trace;
   Buffer buffer(16);
-  EXPECT_EQ(8, read(buffer));
-  EXPECT_EQ(1, trace.count("sqlite3_prepare", "select value,crc from net where key='ssid' limit 1"))
+  EXPECT_EQ(read(buffer), 8);
+  EXPECT_EQ(trace.count("sqlite3_prepare", "select value,crc from net where key='ssid' limit 1"), 1)
       << trace.dump();
 }
 
@@ -228,44 +228,44 @@ class VerifiedRead : public testing::Test {
 TEST_F(VerifiedRead, BadArgumentsAreRefused) {
   put_both({kValue, kLength});
   Buffer buffer(16);
-  EXPECT_EQ(-1, dm_pal_read(nullptr, "ssid", buffer.data(), 16));
-  EXPECT_EQ(-1, dm_pal_read("net", nullptr, buffer.data(), 16));
-  EXPECT_EQ(-1, dm_pal_read("net", "ssid", nullptr, 16));
-  EXPECT_EQ(-1, dm_pal_read("net", "ssid", buffer.data(), -1));
-  EXPECT_EQ(4, log_.count(LOG_LVL_ERR, "dm_pal_read", "dm_pal_read NULL\n")) << log_.dump();
-  EXPECT_EQ(4U, log_.lines().size());
+  EXPECT_EQ(dm_pal_read(nullptr, "ssid", buffer.data(), 16), -1);
+  EXPECT_EQ(dm_pal_read("net", nullptr, buffer.data(), 16), -1);
+  EXPECT_EQ(dm_pal_read("net", "ssid", nullptr, 16), -1);
+  EXPECT_EQ(dm_pal_read("net", "ssid", buffer.data(), -1), -1);
+  EXPECT_EQ(log_.count(LOG_LVL_ERR, "dm_pal_read", "dm_pal_read NULL\n"), 4) << log_.dump();
+  EXPECT_EQ(log_.lines().size(), 4U);
   EXPECT_TRUE(buffer.untouched_from(0));
 }
 
 TEST_F(VerifiedRead, MatchingValueIsReturned) {
   put_both({kValue, kLength});
   Buffer buffer(kLength + 1);
-  EXPECT_EQ(8, read(buffer));
-  EXPECT_EQ(kValue, buffer.first(kLength));
+  EXPECT_EQ(read(buffer), 8);
+  EXPECT_EQ(buffer.first(kLength), kValue);
   EXPECT_TRUE(buffer.untouched_from(kLength));
   EXPECT_TRUE(primary_came_to(8));
-  EXPECT_EQ(1U, log_.lines().size()) << log_.dump();
+  EXPECT_EQ(log_.lines().size(), 1U) << log_.dump();
 }
 
 TEST_F(VerifiedRead, ExactBufferIsEnough) {
   put_both({kValue, kLength});
   Buffer buffer(kLength);
-  EXPECT_EQ(8, read(buffer));
-  EXPECT_EQ(kValue, buffer.first(kLength));
+  EXPECT_EQ(read(buffer), 8);
+  EXPECT_EQ(buffer.first(kLength), kValue);
 }
 
 TEST_F(VerifiedRead, ShorterBufferFailsTheChecksum) {
   put_both({kValue, kLength});
   Buffer buffer(kLength - 1);
-  EXPECT_EQ(-102, read(buffer));
-  EXPECT_EQ(std::string(kValue, kLength - 1), buffer.first(kLength - 1)) << "the bytes were copied";
+  EXPECT_EQ(read(buffer), -102);
+  EXPECT_EQ(buffer.first(kLength - 1), std::string(kValue, kLength - 1)) << "the bytes were copied";
   EXPECT_TRUE(primary_came_to(-102));
 }
 
 TEST_F(VerifiedRead, EmptyBufferFailsTheChecksum) {
   put_both({kValue, kLength});
   Buffer buffer(1);
-  EXPECT_EQ(-102, dm_pal_read("net", "ssid", buffer.data(), 0));
+  EXPECT_EQ(dm_pal_read("net", "ssid", buffer.data(), 0), -102);
   EXPECT_TRUE(buffer.untouched_from(0));
   EXPECT_TRUE(primary_came_to(-102));
 }
@@ -274,15 +274,15 @@ TEST_F(VerifiedRead, EmptyBufferFailsTheChecksum) {
 TEST_F(VerifiedRead, ShorterBufferPassesWhenTheCoveredBitsAreZero) {
   put_both(std::string_view("\x00wireles", kLength));
   Buffer buffer(kLength - 1);
-  EXPECT_EQ(7, read(buffer));
+  EXPECT_EQ(read(buffer), 7);
 }
 
 TEST_F(VerifiedRead, ValueComesFromTheBackup) {
   put(DB_CONFIG, "ssid", "primary value");
   put(DB_CONFIGBAK, "ssid", "backup");
   Buffer buffer(16);
-  EXPECT_EQ(6, read(buffer));
-  EXPECT_EQ("backup", buffer.first(6));
+  EXPECT_EQ(read(buffer), 6);
+  EXPECT_EQ(buffer.first(6), "backup");
   EXPECT_TRUE(buffer.untouched_from(6)) << "no rest of the primary's longer value";
   EXPECT_TRUE(primary_came_to(13));
 }
@@ -291,7 +291,7 @@ TEST_F(VerifiedRead, StaleBackupAnswersThatThereIsNoRow) {
   put(DB_CONFIG, "ssid", {kValue, kLength});
   put(DB_CONFIGBAK, "other", {kValue, kLength});
   Buffer buffer(16);
-  EXPECT_EQ(-1, read(buffer));
+  EXPECT_EQ(read(buffer), -1);
   EXPECT_TRUE(primary_came_to(8));
   EXPECT_TRUE(buffer.untouched_from(0)) << "the primary's value is not the caller's business";
 }
@@ -299,21 +299,21 @@ TEST_F(VerifiedRead, StaleBackupAnswersThatThereIsNoRow) {
 TEST_F(VerifiedRead, MissingPrimaryDoesNotMatter) {
   put(DB_CONFIGBAK, "ssid", {kValue, kLength});
   Buffer buffer(16);
-  EXPECT_EQ(8, read(buffer));
+  EXPECT_EQ(read(buffer), 8);
   EXPECT_TRUE(primary_came_to(-100));
 }
 
 TEST_F(VerifiedRead, MissingBackupHasNoTable) {
   put(DB_CONFIG, "ssid", {kValue, kLength});
   Buffer buffer(16);
-  EXPECT_EQ(-100, read(buffer));
+  EXPECT_EQ(read(buffer), -100);
   EXPECT_TRUE(primary_came_to(8));
 }
 
 TEST_F(VerifiedRead, EmptyValueIsNoRow) {
   put_both("");
   Buffer buffer(16);
-  EXPECT_EQ(-1, read(buffer));
+  EXPECT_EQ(read(buffer), -1);
   EXPECT_TRUE(primary_came_to(-1));
 }
 
@@ -321,7 +321,7 @@ TEST_F(VerifiedRead, PrimaryWithABadChecksumDoesNotMatter) {
   put_row(DB_CONFIG, "ssid", {kValue, kLength}, 1);
   put(DB_CONFIGBAK, "ssid", {kValue, kLength});
   Buffer buffer(16);
-  EXPECT_EQ(8, read(buffer));
+  EXPECT_EQ(read(buffer), 8);
   EXPECT_TRUE(primary_came_to(-102));
 }
 
@@ -330,10 +330,10 @@ TEST_F(VerifiedRead, ChecksumCoversAsManyBitsAsTheValueHasBytes) {
   put(DB_CONFIG, "ssid", {kValue, kLength});
   Buffer buffer(16);
   put_row(DB_CONFIGBAK, "ssid", std::string_view("\x01WIRELES", kLength), crc);
-  EXPECT_EQ(8, read(buffer)) << "bits after the eighth are not covered";
-  EXPECT_EQ("\x01WIRELES", buffer.first(kLength));
+  EXPECT_EQ(read(buffer), 8) << "bits after the eighth are not covered";
+  EXPECT_EQ(buffer.first(kLength), "\x01WIRELES");
   put_row(DB_CONFIGBAK, "ssid", std::string_view("\x03wireles", kLength), crc);
-  EXPECT_EQ(-102, read(buffer));
+  EXPECT_EQ(read(buffer), -102);
 }
 
 TEST_F(VerifiedRead, LengthOfTheChecksumWrapsAt65536) {
@@ -351,12 +351,12 @@ TEST_F(VerifiedRead, UnusablePrimaryDoesNotMatter) {
   put(DB_CONFIGBAK, "ssid", {kValue, kLength});
   Buffer buffer(16);
   kelo::tests::make_no_database(DB_CONFIG);
-  EXPECT_EQ(8, read(buffer));
+  EXPECT_EQ(read(buffer), 8);
   EXPECT_TRUE(primary_came_to(-100));
   log_.clear();
-  ASSERT_EQ(0, unlink(DB_CONFIG));
-  ASSERT_EQ(0, mkdir(DB_CONFIG, 0755));
-  EXPECT_EQ(8, read(buffer));
+  ASSERT_EQ(unlink(DB_CONFIG), 0);
+  ASSERT_EQ(mkdir(DB_CONFIG, 0755), 0);
+  EXPECT_EQ(read(buffer), 8);
   EXPECT_TRUE(primary_came_to(-101));
 }
 
@@ -364,9 +364,9 @@ TEST_F(VerifiedRead, CorruptPrimaryIsRepairedFromTheBackup) {
   put_both({kValue, kLength});
   kelo::tests::corrupt_schema(DB_CONFIG);
   Buffer buffer(16);
-  EXPECT_EQ(8, read(buffer));
+  EXPECT_EQ(read(buffer), 8);
   EXPECT_TRUE(primary_came_to(8));
-  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_read_db", kFromBackup));
+  EXPECT_EQ(log_.count(LOG_LVL_ERR, "dm_read_db", kFromBackup), 1);
   EXPECT_EQ(read_file(DB_CONFIGBAK), read_file(DB_CONFIG));
 }
 
@@ -375,11 +375,11 @@ TEST_F(VerifiedRead, CorruptBackupEndsTheReadAndIsRenewed) {
   put(kRecovery, "ssid", "older");
   kelo::tests::corrupt_schema(DB_CONFIGBAK);
   Buffer buffer(16);
-  EXPECT_EQ(-100, read(buffer));
+  EXPECT_EQ(read(buffer), -100);
   EXPECT_TRUE(primary_came_to(8));
-  EXPECT_EQ(0, log_.count(LOG_LVL_ERR, "dm_read_db", kFromRecovery)) << log_.dump();
+  EXPECT_EQ(log_.count(LOG_LVL_ERR, "dm_read_db", kFromRecovery), 0) << log_.dump();
   EXPECT_EQ(read_file(DB_CONFIG), read_file(DB_CONFIGBAK));
-  EXPECT_EQ(8, read(buffer));
+  EXPECT_EQ(read(buffer), 8);
 }
 
 // The primary is repaired once, and the backup made anew from it.
@@ -389,9 +389,9 @@ TEST_F(VerifiedRead, BothFilesCorruptEndsWithARepairedPrimary) {
   kelo::tests::corrupt_schema(DB_CONFIG);
   kelo::tests::corrupt_schema(DB_CONFIGBAK);
   Buffer buffer(16);
-  EXPECT_EQ(-100, read(buffer));
+  EXPECT_EQ(read(buffer), -100);
   EXPECT_TRUE(primary_came_to(5));
-  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_read_db", kFromRecovery)) << log_.dump();
+  EXPECT_EQ(log_.count(LOG_LVL_ERR, "dm_read_db", kFromRecovery), 1) << log_.dump();
   EXPECT_EQ(read_file(kRecovery), read_file(DB_CONFIGBAK));
 }
 
@@ -412,8 +412,8 @@ TEST_F(VerifiedRead, GoodBackupIsReadOnce) {
   put_both({kValue, kLength});
   const CallTrace trace;
   Buffer buffer(16);
-  EXPECT_EQ(8, read(buffer));
-  EXPECT_EQ((Opened{1, 1}), opened(trace));
+  EXPECT_EQ(read(buffer), 8);
+  EXPECT_EQ(opened(trace), (Opened{1, 1}));
   EXPECT_LT(trace.position("sqlite3_open", DB_CONFIG), trace.position("sqlite3_open", DB_CONFIGBAK));
 }
 
@@ -422,9 +422,9 @@ TEST_F(VerifiedRead, BackupWithABadChecksumIsReadTwice) {
   put_row(DB_CONFIGBAK, "ssid", "damaged!", 1);
   const CallTrace trace;
   Buffer buffer(16);
-  EXPECT_EQ(-102, read(buffer));
-  EXPECT_EQ((Opened{1, 2}), opened(trace));
-  EXPECT_EQ("damaged!", buffer.first(8)) << "the bytes are there, the result says what they are worth";
+  EXPECT_EQ(read(buffer), -102);
+  EXPECT_EQ(opened(trace), (Opened{1, 2}));
+  EXPECT_EQ(buffer.first(8), "damaged!") << "the bytes are there, the result says what they are worth";
   EXPECT_TRUE(primary_came_to(8));
 }
 
@@ -433,10 +433,10 @@ TEST_F(VerifiedRead, BackupWithoutRowOrTableIsReadOnce) {
   put(DB_CONFIGBAK, "other", {kValue, kLength});
   const CallTrace trace;
   Buffer buffer(16);
-  EXPECT_EQ(-1, read(buffer));
-  EXPECT_EQ((Opened{1, 1}), opened(trace));
-  EXPECT_EQ(-100, dm_pal_read("none", "ssid", buffer.data(), 16));
-  EXPECT_EQ((Opened{2, 2}), opened(trace));
+  EXPECT_EQ(read(buffer), -1);
+  EXPECT_EQ(opened(trace), (Opened{1, 1}));
+  EXPECT_EQ(dm_pal_read("none", "ssid", buffer.data(), 16), -100);
+  EXPECT_EQ(opened(trace), (Opened{2, 2}));
 }
 
 TEST_F(VerifiedRead, BackupThatCannotBeOpenedIsTriedTwice) {
@@ -444,9 +444,9 @@ TEST_F(VerifiedRead, BackupThatCannotBeOpenedIsTriedTwice) {
   const Fault fault(
       {.call = "sqlite3_open", .code = SQLITE_CANTOPEN, .text = DB_CONFIGBAK, .times = kEveryTime});
   Buffer buffer(16);
-  EXPECT_EQ(-101, read(buffer));
-  EXPECT_EQ(2, fault.failed());
-  EXPECT_EQ(2, log_.count_containing(LOG_LVL_ERR, "sqlite3_open failed: ")) << log_.dump();
+  EXPECT_EQ(read(buffer), -101);
+  EXPECT_EQ(fault.failed(), 2);
+  EXPECT_EQ(log_.count_containing(LOG_LVL_ERR, "sqlite3_open failed: "), 2) << log_.dump();
 }
 
 // The second try of the backup decides the result.
@@ -454,18 +454,18 @@ TEST_F(VerifiedRead, SecondTryOfTheBackupDecides) {
   const auto read_failing_once = [this](Buffer& buffer) {
     const Fault fault({.call = "sqlite3_open", .code = SQLITE_CANTOPEN, .text = DB_CONFIGBAK});
     const int result = read(buffer);
-    EXPECT_EQ(2, fault.seen());
+    EXPECT_EQ(fault.seen(), 2);
     return result;
   };
   Buffer buffer(16);
-  EXPECT_EQ(-100, read_failing_once(buffer));
+  EXPECT_EQ(read_failing_once(buffer), -100);
   put_both({kValue, kLength});
-  EXPECT_EQ(8, read_failing_once(buffer));
-  EXPECT_EQ(kValue, buffer.first(kLength));
+  EXPECT_EQ(read_failing_once(buffer), 8);
+  EXPECT_EQ(buffer.first(kLength), kValue);
   put_row(DB_CONFIGBAK, "ssid", {kValue, kLength}, 1);
-  EXPECT_EQ(-102, read_failing_once(buffer));
+  EXPECT_EQ(read_failing_once(buffer), -102);
   execute_sql(DB_CONFIGBAK, "delete from net");
-  EXPECT_EQ(-1, read_failing_once(buffer));
+  EXPECT_EQ(read_failing_once(buffer), -1);
 }
 
 // The checksum of the primary is not carried over to the backup's value.
@@ -474,7 +474,7 @@ TEST_F(VerifiedRead, ChecksumOfThePrimaryDoesNotServeTheBackup) {
   put_row(DB_CONFIGBAK, "ssid", {kValue, kLength}, 0);
   execute_sql(DB_CONFIGBAK, "update net set crc='none'");
   Buffer buffer(16);
-  EXPECT_EQ(-102, read(buffer));
+  EXPECT_EQ(read(buffer), -102);
 }
 
 // --- The read slot and the read by key -----------------------------------------------------------------
@@ -491,8 +491,8 @@ class ReadSlot : public VerifiedRead {};
 
 TEST_F(ReadSlot, NullDescriptorIsRefused) {
   Buffer buffer(16);
-  EXPECT_EQ(-1, dm_sqlite_read(7, nullptr, buffer.data(), 16));
-  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_sqlite_read", "dm_sqlite_read param NULL\n")) << log_.dump();
+  EXPECT_EQ(dm_sqlite_read(7, nullptr, buffer.data(), 16), -1);
+  EXPECT_EQ(log_.count(LOG_LVL_ERR, "dm_sqlite_read", "dm_sqlite_read param NULL\n"), 1) << log_.dump();
   EXPECT_TRUE(buffer.untouched_from(0));
 }
 
@@ -500,13 +500,13 @@ TEST_F(ReadSlot, DescriptorNamesTheRow) {
   put_both({kValue, kLength});
   kelo_dm_item_desc desc = item("net", "ssid");
   Buffer buffer(16);
-  EXPECT_EQ(8, dm_sqlite_read(7, &desc, buffer.data(), 16));
-  EXPECT_EQ(8, dm_sqlite_read(0, &desc, buffer.data(), 16)) << "the id is not used";
-  EXPECT_EQ(kValue, buffer.first(kLength));
-  EXPECT_EQ(2, log_.count(LOG_LVL_DBUG, "dm_sqlite_read", "tab:net, key:ssid \n")) << log_.dump();
-  EXPECT_STREQ("net", desc.item_table);
-  EXPECT_STREQ("ssid", desc.item_key);
-  EXPECT_EQ(6, desc.type);
+  EXPECT_EQ(dm_sqlite_read(7, &desc, buffer.data(), 16), 8);
+  EXPECT_EQ(dm_sqlite_read(0, &desc, buffer.data(), 16), 8) << "the id is not used";
+  EXPECT_EQ(buffer.first(kLength), kValue);
+  EXPECT_EQ(log_.count(LOG_LVL_DBUG, "dm_sqlite_read", "tab:net, key:ssid \n"), 2) << log_.dump();
+  EXPECT_STREQ(desc.item_table, "net");
+  EXPECT_STREQ(desc.item_key, "ssid");
+  EXPECT_EQ(desc.type, 6);
 }
 
 TEST_F(ReadSlot, LongestNamesAreServed) {
@@ -515,31 +515,31 @@ TEST_F(ReadSlot, LongestNamesAreServed) {
   execute_sql(DB_CONFIGBAK, "insert into " + name + " values ('" + name + "', x'00', 0)");
   kelo_dm_item_desc desc = item(name.c_str(), name.c_str());
   Buffer buffer(16);
-  EXPECT_EQ(1, dm_sqlite_read(7, &desc, buffer.data(), 16)) << log_.dump();
+  EXPECT_EQ(dm_sqlite_read(7, &desc, buffer.data(), 16), 1) << log_.dump();
 }
 
 TEST_F(ReadSlot, EveryResultIsPassedOnAndLeavesTheStoreFree) {
   kelo_dm_item_desc desc = item("net", "ssid");
   Buffer buffer(16);
-  EXPECT_EQ(-1, dm_sqlite_read(7, &desc, nullptr, 16));
-  EXPECT_EQ(-100, dm_sqlite_read(7, &desc, buffer.data(), 16));
+  EXPECT_EQ(dm_sqlite_read(7, &desc, nullptr, 16), -1);
+  EXPECT_EQ(dm_sqlite_read(7, &desc, buffer.data(), 16), -100);
   put_row(DB_CONFIGBAK, "ssid", {kValue, kLength}, 1);
-  EXPECT_EQ(-102, dm_sqlite_read(7, &desc, buffer.data(), 16));
-  ASSERT_EQ(0, unlink(DB_CONFIGBAK));
-  ASSERT_EQ(0, mkdir(DB_CONFIGBAK, 0755));
-  EXPECT_EQ(-101, dm_sqlite_read(7, &desc, buffer.data(), 16));
+  EXPECT_EQ(dm_sqlite_read(7, &desc, buffer.data(), 16), -102);
+  ASSERT_EQ(unlink(DB_CONFIGBAK), 0);
+  ASSERT_EQ(mkdir(DB_CONFIGBAK, 0755), 0);
+  EXPECT_EQ(dm_sqlite_read(7, &desc, buffer.data(), 16), -101);
 }
 
 TEST_F(ReadSlot, ReadsAndWritesOfSeveralThreadsExcludeEachOther) {
   kelo_dm_item_desc desc = item("net", "ssid");
-  ASSERT_EQ(0, dm_sqlite_write(7, &desc, kValue, kLength));
+  ASSERT_EQ(dm_sqlite_write(7, &desc, kValue, kLength), 0);
   const auto work = [&desc](int start) {
     for (int i = 0; i < 6; ++i) {
       if ((start + i) % 3 == 0) {
-        EXPECT_EQ(0, dm_sqlite_write(7, &desc, kValue, kLength));
+        EXPECT_EQ(dm_sqlite_write(7, &desc, kValue, kLength), 0);
       } else {
         Buffer buffer(16);
-        EXPECT_EQ(8, dm_sqlite_read(7, &desc, buffer.data(), 16));
+        EXPECT_EQ(dm_sqlite_read(7, &desc, buffer.data(), 16), 8);
       }
     }
   };
@@ -553,29 +553,29 @@ class ReadByKey : public VerifiedRead {};
 
 TEST_F(ReadByKey, NullArgumentsHaveACodeOfTheirOwn) {
   Buffer buffer(16);
-  EXPECT_EQ(-3, dm_pal_read_by_key(nullptr, "ssid", buffer.data(), 16));
-  EXPECT_EQ(-3, dm_pal_read_by_key("net", nullptr, buffer.data(), 16));
-  EXPECT_EQ(-3, dm_pal_read_by_key("net", "ssid", nullptr, 16));
-  EXPECT_EQ(3, log_.count(LOG_LVL_ERR, "dm_pal_read_by_key", "dm_pal_read_by_key param NULL\n"))
+  EXPECT_EQ(dm_pal_read_by_key(nullptr, "ssid", buffer.data(), 16), -3);
+  EXPECT_EQ(dm_pal_read_by_key("net", nullptr, buffer.data(), 16), -3);
+  EXPECT_EQ(dm_pal_read_by_key("net", "ssid", nullptr, 16), -3);
+  EXPECT_EQ(log_.count(LOG_LVL_ERR, "dm_pal_read_by_key", "dm_pal_read_by_key param NULL\n"), 3)
       << log_.dump();
-  EXPECT_EQ(3U, log_.lines().size());
+  EXPECT_EQ(log_.lines().size(), 3U);
   EXPECT_TRUE(buffer.untouched_from(0));
 }
 
 TEST_F(ReadByKey, NegativeLengthIsRefusedByTheReadItself) {
   Buffer buffer(16);
-  EXPECT_EQ(-1, dm_pal_read_by_key("net", "ssid", buffer.data(), -1));
-  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_pal_read", "dm_pal_read NULL\n")) << log_.dump();
+  EXPECT_EQ(dm_pal_read_by_key("net", "ssid", buffer.data(), -1), -1);
+  EXPECT_EQ(log_.count(LOG_LVL_ERR, "dm_pal_read", "dm_pal_read NULL\n"), 1) << log_.dump();
 }
 
 TEST_F(ReadByKey, ReadsAndFailsLikeTheVerifiedRead) {
   Buffer buffer(16);
-  EXPECT_EQ(-100, dm_pal_read_by_key("net", "ssid", buffer.data(), 16));
+  EXPECT_EQ(dm_pal_read_by_key("net", "ssid", buffer.data(), 16), -100);
   put_both({kValue, kLength});
-  EXPECT_EQ(8, dm_pal_read_by_key("net", "ssid", buffer.data(), 16));
-  EXPECT_EQ(kValue, buffer.first(kLength));
-  EXPECT_EQ(-1, dm_pal_read_by_key("net", "other", buffer.data(), 16));
-  EXPECT_EQ(-102, dm_pal_read_by_key("net", "ssid", buffer.data(), 7));
+  EXPECT_EQ(dm_pal_read_by_key("net", "ssid", buffer.data(), 16), 8);
+  EXPECT_EQ(buffer.first(kLength), kValue);
+  EXPECT_EQ(dm_pal_read_by_key("net", "other", buffer.data(), 16), -1);
+  EXPECT_EQ(dm_pal_read_by_key("net", "ssid", buffer.data(), 7), -102);
 }
 
 }  // namespace

@@ -94,61 +94,61 @@ class ItemWrite : public testing::Test {
 // --- The whole write ---------------------------------------------------------------------------------------
 
 TEST_F(ItemWrite, FirstWriteMakesThreeFilesAndTheLock) {
-  EXPECT_EQ(0, write_item("ssid", "home"));
-  EXPECT_EQ((Texts{"config.db", "config.db-lock", "configbak.db", "state.db"}), files_in("/data"));
+  EXPECT_EQ(write_item("ssid", "home"), 0);
+  EXPECT_EQ(files_in("/data"), (Texts{"config.db", "config.db-lock", "configbak.db", "state.db"}));
   EXPECT_EQ(Items{row_of("ssid", "home")}, item_rows(DB_CONFIG, "net"));
   EXPECT_EQ(read_file(DB_CONFIG), read_file(DB_CONFIGBAK));
-  EXPECT_EQ((JournalRow{"write_state", "net", 7, "ssid", 5, 4, 102}), journal_row(DB_STATE));
+  EXPECT_EQ(journal_row(DB_STATE), (JournalRow{"write_state", "net", 7, "ssid", 5, 4, 102}));
   EXPECT_EQ(
+      kelo::tests::table_schema(DB_CONFIG, "net"),
       "CREATE TABLE net (id integer not null,key text not null,type integer not null,len integer not null,"
-      "crc integer not null,value blob)",
-      kelo::tests::table_schema(DB_CONFIG, "net"));
+      "crc integer not null,value blob)");
 }
 
 TEST_F(ItemWrite, SecondWriteUpdatesTheRow) {
-  EXPECT_EQ(0, write_item("ssid", "home"));
-  EXPECT_EQ(0, write_item("ssid", "cabin"));
+  EXPECT_EQ(write_item("ssid", "home"), 0);
+  EXPECT_EQ(write_item("ssid", "cabin"), 0);
   EXPECT_EQ(Items{row_of("ssid", "cabin")}, item_rows(DB_CONFIG, "net"));
   EXPECT_EQ(Items{row_of("ssid", "cabin")}, item_rows(DB_CONFIGBAK, "net"));
 }
 
 TEST_F(ItemWrite, EachItemTableIsItsOwn) {
-  EXPECT_EQ(0, dm_pal_write("net", 7, "name", 5, "home", 4));
-  EXPECT_EQ(0, dm_pal_write("lan", 8, "name", 6, "bridge", 6));
+  EXPECT_EQ(dm_pal_write("net", 7, "name", 5, "home", 4), 0);
+  EXPECT_EQ(dm_pal_write("lan", 8, "name", 6, "bridge", 6), 0);
   EXPECT_EQ(Items{row_of("name", "home")}, item_rows(DB_CONFIGBAK, "net"));
-  EXPECT_EQ((Items{{8, "name", 6, 6, reference_crc("bridge"), "bridge"}}), item_rows(DB_CONFIGBAK, "lan"));
+  EXPECT_EQ(item_rows(DB_CONFIGBAK, "lan"), (Items{{8, "name", 6, 6, reference_crc("bridge"), "bridge"}}));
 }
 
 TEST_F(ItemWrite, EmptyValueIsStored) {
-  EXPECT_EQ(0, dm_pal_write("net", 7, "ssid", 5, "unused", 0));
-  EXPECT_EQ((Items{{7, "ssid", 5, 0, 0, ""}}), item_rows(DB_CONFIGBAK, "net"));
-  EXPECT_EQ((JournalRow{"write_state", "net", 7, "ssid", 5, 0, 102}), journal_row(DB_STATE));
+  EXPECT_EQ(dm_pal_write("net", 7, "ssid", 5, "unused", 0), 0);
+  EXPECT_EQ(item_rows(DB_CONFIGBAK, "net"), (Items{{7, "ssid", 5, 0, 0, ""}}));
+  EXPECT_EQ(journal_row(DB_STATE), (JournalRow{"write_state", "net", 7, "ssid", 5, 0, 102}));
 }
 
 TEST_F(ItemWrite, LongValueIsStoredWholeInBothFiles) {
   const std::string value(70000, 'v');
-  EXPECT_EQ(0, write_item("blob", value));
+  EXPECT_EQ(write_item("blob", value), 0);
   EXPECT_EQ(Items{row_of("blob", value)}, item_rows(DB_CONFIG, "net"));
   EXPECT_EQ(Items{row_of("blob", value)}, item_rows(DB_CONFIGBAK, "net"));
 }
 
 TEST_F(ItemWrite, LogOfANormalWrite) {
-  EXPECT_EQ(0, write_item("ssid", "home"));
+  EXPECT_EQ(write_item("ssid", "home"), 0);
   // This line is an error's only in name.
-  EXPECT_EQ(Texts{std::string("ERROR: ") + kCopyToBackup}, texts(LOG_LVL_ERR, "dm_pal_write"));
-  EXPECT_EQ(1, log_.count_containing(LOG_LVL_ERR, "")) << log_.dump();
-  EXPECT_EQ(1, log_.count(LOG_LVL_DBUG, "check_database_health", "is_corrupted=0\n")) << log_.dump();
-  EXPECT_EQ(1, log_.count(LOG_LVL_DBUG, "dm_sqlite_system_cmd", "read_len=0\n")) << log_.dump();
+  EXPECT_EQ(texts(LOG_LVL_ERR, "dm_pal_write"), Texts{std::string("ERROR: ") + kCopyToBackup});
+  EXPECT_EQ(log_.count_containing(LOG_LVL_ERR, ""), 1) << log_.dump();
+  EXPECT_EQ(log_.count(LOG_LVL_DBUG, "check_database_health", "is_corrupted=0\n"), 1) << log_.dump();
+  EXPECT_EQ(log_.count(LOG_LVL_DBUG, "dm_sqlite_system_cmd", "read_len=0\n"), 1) << log_.dump();
 }
 
 TEST_F(ItemWrite, NullArgumentsAndNegativeLength) {
-  EXPECT_EQ(-1, dm_pal_write(nullptr, 7, "ssid", 5, "home", 4));
-  EXPECT_EQ(-1, dm_pal_write("net", 7, nullptr, 5, "home", 4));
-  EXPECT_EQ(-1, dm_pal_write("net", 7, "ssid", 5, nullptr, 4));
-  EXPECT_EQ(-1, dm_pal_write("net", 7, "ssid", 5, nullptr, 0));
-  EXPECT_EQ(-1, dm_pal_write("net", 7, "ssid", 5, "home", -1));
-  EXPECT_EQ(5, log_.count(LOG_LVL_ERR, "dm_pal_write", "dm_pal_write NULL\n")) << log_.dump();
-  EXPECT_EQ(5U, log_.lines().size());
+  EXPECT_EQ(dm_pal_write(nullptr, 7, "ssid", 5, "home", 4), -1);
+  EXPECT_EQ(dm_pal_write("net", 7, nullptr, 5, "home", 4), -1);
+  EXPECT_EQ(dm_pal_write("net", 7, "ssid", 5, nullptr, 4), -1);
+  EXPECT_EQ(dm_pal_write("net", 7, "ssid", 5, nullptr, 0), -1);
+  EXPECT_EQ(dm_pal_write("net", 7, "ssid", 5, "home", -1), -1);
+  EXPECT_EQ(log_.count(LOG_LVL_ERR, "dm_pal_write", "dm_pal_write NULL\n"), 5) << log_.dump();
+  EXPECT_EQ(log_.lines().size(), 5U);
   EXPECT_TRUE(files_in("/data").empty()) << "a refused write left a file";
 }
 
@@ -157,21 +157,21 @@ TEST_F(ItemWrite, PrimaryThatCannotBeOpened) {
   log_.clear();
   fs::remove(DB_CONFIG);
   fs::create_directory(DB_CONFIG);
-  EXPECT_EQ(-1, write_item("ssid", "cabin"));
-  EXPECT_EQ(Texts{"dm_update_db: \n"}, texts(LOG_LVL_ERR, "dm_pal_write")) << log_.dump();
-  EXPECT_EQ(Texts{"sqlite3_open failed: unable to open database file\n"}, texts(LOG_LVL_ERR, "dm_write_db"));
-  EXPECT_EQ(WS_READY, journal_state(DB_STATE));
-  EXPECT_EQ("home", scalar(DB_CONFIGBAK, "select value from net"));
+  EXPECT_EQ(write_item("ssid", "cabin"), -1);
+  EXPECT_EQ(texts(LOG_LVL_ERR, "dm_pal_write"), Texts{"dm_update_db: \n"}) << log_.dump();
+  EXPECT_EQ(texts(LOG_LVL_ERR, "dm_write_db"), Texts{"sqlite3_open failed: unable to open database file\n"});
+  EXPECT_EQ(journal_state(DB_STATE), WS_READY);
+  EXPECT_EQ(scalar(DB_CONFIGBAK, "select value from net"), "home");
 }
 
 TEST_F(ItemWrite, JournalFailuresDoNotStopIt) {
   fs::create_directory(DB_STATE);
-  EXPECT_EQ(0, write_item("ssid", "home"));
-  EXPECT_EQ((Texts{"dm_write_state_db  WS_READY failed: -1\n", std::string("ERROR: ") + kCopyToBackup,
+  EXPECT_EQ(write_item("ssid", "home"), 0);
+  EXPECT_EQ(texts(LOG_LVL_ERR, "dm_pal_write"),
+            (Texts{"dm_write_state_db  WS_READY failed: -1\n", std::string("ERROR: ") + kCopyToBackup,
                    "dm_write_state_db  WS_WRITE_DONE failed: -1\n",
-                   "dm_write_state_db  WS_BACKUP_DONE failed: -1\n"}),
-            texts(LOG_LVL_ERR, "dm_pal_write"));
-  EXPECT_EQ("home", scalar(DB_CONFIGBAK, "select value from net"));
+                   "dm_write_state_db  WS_BACKUP_DONE failed: -1\n"}));
+  EXPECT_EQ(scalar(DB_CONFIGBAK, "select value from net"), "home");
 }
 
 TEST_F(ItemWrite, OneFailingJournalStepIsNamed) {
@@ -181,21 +181,22 @@ TEST_F(ItemWrite, OneFailingJournalStepIsNamed) {
   for (std::size_t i = 0; i < std::size(kSteps); ++i) {
     log_.clear();
     const Fault fault({.call = "sqlite3_exec", .code = SQLITE_BUSY, .text = kSteps[i]});
-    EXPECT_EQ(0, write_item("ssid", "cabin"));
-    EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_pal_write",
-                            "dm_write_state_db  " + std::string(kNames[i]) + " failed: -1\n"))
+    EXPECT_EQ(write_item("ssid", "cabin"), 0);
+    EXPECT_EQ(log_.count(LOG_LVL_ERR, "dm_pal_write",
+                         "dm_write_state_db  " + std::string(kNames[i]) + " failed: -1\n"),
+              1)
         << log_.dump();
-    EXPECT_EQ(1, log_.count_containing(LOG_LVL_ERR, " failed: -1\n")) << log_.dump();
+    EXPECT_EQ(log_.count_containing(LOG_LVL_ERR, " failed: -1\n"), 1) << log_.dump();
   }
 }
 
 TEST_F(ItemWrite, RowFailuresAreReportedAsSuccess) {
   write_item("ssid", "home");
   const Fault fault({.call = "sqlite3_step", .code = SQLITE_FULL, .text = "update net"});
-  EXPECT_EQ(0, write_item("ssid", "cabin"));
-  EXPECT_EQ(1, log_.count_matching(LOG_LVL_ERR, R"(\d+ step failed rc: 13\n)")) << log_.dump();
-  EXPECT_EQ(WS_BACKUP_DONE, journal_state(DB_STATE)) << "the journal advances all the same";
-  EXPECT_EQ("home", scalar(DB_CONFIGBAK, "select value from net"));
+  EXPECT_EQ(write_item("ssid", "cabin"), 0);
+  EXPECT_EQ(log_.count_matching(LOG_LVL_ERR, R"(\d+ step failed rc: 13\n)"), 1) << log_.dump();
+  EXPECT_EQ(journal_state(DB_STATE), WS_BACKUP_DONE) << "the journal advances all the same";
+  EXPECT_EQ(scalar(DB_CONFIGBAK, "select value from net"), "home");
 }
 
 // --- The backup --------------------------------------------------------------------------------------------
@@ -211,27 +212,27 @@ TEST_F(ItemWrite, UnhealthyPrimaryIsNotCopiedButReplaced) {
   kelo::tests::overwrite_file(DB_CONFIG, (page - 1) * page_size, "\xA5\xA5\xA5\xA5");
   log_.clear();
   const CallTrace trace;
-  EXPECT_EQ(0, write_item("ssid", "cabin"));
-  EXPECT_EQ("cabin", scalar(DB_CONFIG, "select value from net"));
-  EXPECT_EQ(1, trace.count("popen")) << trace.dump();
+  EXPECT_EQ(write_item("ssid", "cabin"), 0);
+  EXPECT_EQ(scalar(DB_CONFIG, "select value from net"), "cabin");
+  EXPECT_EQ(trace.count("popen"), 1) << trace.dump();
   EXPECT_LT(trace.position("sqlite3_exec", "state=102"),
             trace.position("popen", "cp /data/configbak.db /data/config.db"))
       << trace.dump();
   EXPECT_EQ(backup, read_file(DB_CONFIGBAK));
-  EXPECT_EQ(WS_BACKUP_DONE, journal_state(DB_STATE));
-  EXPECT_EQ(Texts{"ERROR: cp /data/configbak.db /data/config.db"}, texts(LOG_LVL_ERR, "dm_pal_write"));
-  EXPECT_EQ(0, write_item("mask", "/24"));
-  EXPECT_EQ("cabin", scalar(DB_CONFIGBAK, "select value from net where key='ssid'"));
+  EXPECT_EQ(journal_state(DB_STATE), WS_BACKUP_DONE);
+  EXPECT_EQ(texts(LOG_LVL_ERR, "dm_pal_write"), Texts{"ERROR: cp /data/configbak.db /data/config.db"});
+  EXPECT_EQ(write_item("mask", "/24"), 0);
+  EXPECT_EQ(scalar(DB_CONFIGBAK, "select value from net where key='ssid'"), "cabin");
 }
 
 TEST_F(ItemWrite, PrimaryThatCannotBeCheckedIsNotCopied) {
   write_item("ssid", "home");
   const Fault fault({.call = "sqlite3_exec", .code = SQLITE_IOERR, .text = "PRAGMA quick_check;"});
   const CallTrace trace;
-  EXPECT_EQ(0, write_item("ssid", "cabin"));
-  EXPECT_EQ(0, trace.count("popen"));
-  EXPECT_EQ("home", scalar(DB_CONFIGBAK, "select value from net"));
-  EXPECT_EQ(WS_BACKUP_DONE, journal_state(DB_STATE));
+  EXPECT_EQ(write_item("ssid", "cabin"), 0);
+  EXPECT_EQ(trace.count("popen"), 0);
+  EXPECT_EQ(scalar(DB_CONFIGBAK, "select value from net"), "home");
+  EXPECT_EQ(journal_state(DB_STATE), WS_BACKUP_DONE);
 }
 
 TEST_F(ItemWrite, CopyThatCannotBeStartedCarriesTheRowAlone) {
@@ -239,15 +240,17 @@ TEST_F(ItemWrite, CopyThatCannotBeStartedCarriesTheRowAlone) {
   execute_sql(DB_CONFIGBAK, "create table witness (text)");
   log_.clear();
   const Fault fault({.call = "popen", .code = EAGAIN});
-  EXPECT_EQ(0, write_item("ssid", "cabin"));
-  EXPECT_EQ("0", scalar(DB_CONFIGBAK, "select count(*) from witness")) << "the backup was replaced";
-  EXPECT_EQ("cabin", scalar(DB_CONFIGBAK, "select value from net"));
-  EXPECT_EQ((Texts{"config.db", "config.db-lock", "configbak.db", "state.db"}), files_in("/data"));
-  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_pal_write",
-                          "/data/config.db was not copied, /data/configbak.db is as it was\n"));
-  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_pal_write",
-                          "only the row of net ssid was written to /data/configbak.db: 0\n"));
-  EXPECT_EQ(WS_BACKUP_DONE, journal_state(DB_STATE));
+  EXPECT_EQ(write_item("ssid", "cabin"), 0);
+  EXPECT_EQ(scalar(DB_CONFIGBAK, "select count(*) from witness"), "0") << "the backup was replaced";
+  EXPECT_EQ(scalar(DB_CONFIGBAK, "select value from net"), "cabin");
+  EXPECT_EQ(files_in("/data"), (Texts{"config.db", "config.db-lock", "configbak.db", "state.db"}));
+  EXPECT_EQ(log_.count(LOG_LVL_ERR, "dm_pal_write",
+                       "/data/config.db was not copied, /data/configbak.db is as it was\n"),
+            1);
+  EXPECT_EQ(log_.count(LOG_LVL_ERR, "dm_pal_write",
+                       "only the row of net ssid was written to /data/configbak.db: 0\n"),
+            1);
+  EXPECT_EQ(journal_state(DB_STATE), WS_BACKUP_DONE);
 }
 
 // Puts a program of this name before the system's.
@@ -255,17 +258,17 @@ void put_in_path(const std::string& name, const std::string& script) {
   fs::create_directory("/tmp/bin");
   std::ofstream("/tmp/bin/" + name) << "#!/bin/sh\n" << script << '\n';
   fs::permissions("/tmp/bin/" + name, fs::perms::owner_all);
-  ASSERT_EQ(0, setenv("PATH", (std::string("/tmp/bin:") + getenv("PATH")).c_str(), 1));
+  ASSERT_EQ(setenv("PATH", (std::string("/tmp/bin:") + getenv("PATH")).c_str(), 1), 0);
 }
 
 TEST_F(ItemWrite, CopyThatFailsHalfWayCarriesTheRowAlone) {
   write_item("ssid", "home");
   execute_sql(DB_CONFIGBAK, "create table witness (text)");
   put_in_path("cp", R"(head -c 1000 "$1" > "$2"; exit 1)");
-  EXPECT_EQ(0, write_item("ssid", "cabin"));
-  EXPECT_EQ("0", scalar(DB_CONFIGBAK, "select count(*) from witness")) << "the backup was replaced";
-  EXPECT_EQ("cabin", scalar(DB_CONFIGBAK, "select value from net"));
-  EXPECT_EQ((Texts{"config.db", "config.db-lock", "configbak.db", "state.db"}), files_in("/data"));
+  EXPECT_EQ(write_item("ssid", "cabin"), 0);
+  EXPECT_EQ(scalar(DB_CONFIGBAK, "select count(*) from witness"), "0") << "the backup was replaced";
+  EXPECT_EQ(scalar(DB_CONFIGBAK, "select value from net"), "cabin");
+  EXPECT_EQ(files_in("/data"), (Texts{"config.db", "config.db-lock", "configbak.db", "state.db"}));
 }
 
 // That of the lock tells other processes that the copy is still under way when its parent has died.
@@ -273,8 +276,8 @@ TEST_F(ItemWrite, TheCopyHoldsNoDescriptorButThatOfTheLock) {
   write_item("ssid", "home");
   put_in_path("cp", R"(ls -l /proc/self/fd > /tmp/descriptors; exec /bin/cp "$@")");
   const auto before = open_descriptors();
-  EXPECT_EQ(0, write_item("ssid", "cabin"));
-  EXPECT_EQ("cabin", scalar(DB_CONFIGBAK, "select value from net"));
+  EXPECT_EQ(write_item("ssid", "cabin"), 0);
+  EXPECT_EQ(scalar(DB_CONFIGBAK, "select value from net"), "cabin");
   int locks = 0;
   for (const std::string& held : kelo::tests::listed_descriptors("/tmp/descriptors")) {
     if (held.ends_with(" /data/config.db-lock") && ++locks == 1) continue;
@@ -300,7 +303,7 @@ TEST_F(ItemWrite, TheCopyLeavesNoDescriptorToTheChildrenOfOtherThreads) {
     const std::jthread other([&](const std::stop_token& stop) {
       while (!stop.stop_requested()) seen = seen || lock_is_inheritable();
     });
-    for (int i = 0; i < 20; ++i) EXPECT_EQ(0, write_item("ssid", "home" + std::to_string(i)));
+    for (int i = 0; i < 20; ++i) EXPECT_EQ(write_item("ssid", "home" + std::to_string(i)), 0);
   }
   EXPECT_FALSE(seen);
 }
@@ -313,14 +316,14 @@ TEST_F(ItemWrite, CommandIsCutAtItsRoom) {
   backup.copy(DB_CONFIGBAK, 63);
   ASSERT_EQ(primary, DB_CONFIG);
   const CallTrace trace;
-  EXPECT_EQ(0, write_item("ssid", "home"));
+  EXPECT_EQ(write_item("ssid", "home"), 0);
   const std::string command = "cp " + primary + " " + backup;
-  ASSERT_EQ(130U, command.size());
+  ASSERT_EQ(command.size(), 130U);
   EXPECT_EQ(command.substr(0, 127),
             trace.calls().at(static_cast<std::size_t>(trace.position("popen", "cp"))).text);
-  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_pal_write", "ERROR: " + command))
+  EXPECT_EQ(log_.count(LOG_LVL_ERR, "dm_pal_write", "ERROR: " + command), 1)
       << "the line has room for all of it";
-  EXPECT_EQ("home", scalar(primary, "select value from net"));
+  EXPECT_EQ(scalar(primary, "select value from net"), "home");
 }
 
 TEST_F(ItemWrite, LongestCommandThatFits) {
@@ -330,8 +333,8 @@ TEST_F(ItemWrite, LongestCommandThatFits) {
   std::fill(std::begin(DB_CONFIGBAK), std::end(DB_CONFIGBAK), '\0');
   backup.copy(DB_CONFIGBAK, 63);
   const CallTrace trace;
-  EXPECT_EQ(0, write_item("ssid", "home"));
-  EXPECT_EQ(127U, trace.calls().at(static_cast<std::size_t>(trace.position("popen", "cp"))).text.size());
+  EXPECT_EQ(write_item("ssid", "home"), 0);
+  EXPECT_EQ(trace.calls().at(static_cast<std::size_t>(trace.position("popen", "cp"))).text.size(), 127U);
   EXPECT_EQ(read_file(primary), read_file(backup));
 }
 
@@ -357,7 +360,7 @@ class WriteOrder : public ItemWrite {
 
 TEST_F(WriteOrder, OfTheFirstWrite) {
   const CallTrace trace;
-  EXPECT_EQ(0, write_item("ssid", "home"));
+  EXPECT_EQ(write_item("ssid", "home"), 0);
   expect_in_order(trace,
                   {{"sqlite3_open", "/data/state.db"},
                    {"sqlite3_exec", "insert into state"},
@@ -376,14 +379,14 @@ TEST_F(WriteOrder, OfTheFirstWrite) {
                    {"fdatasync", "/data/state.db"},
                    {"sqlite3_exec", "state=102"},
                    {"fdatasync", "/data/state.db"}});
-  EXPECT_EQ(1, trace.count("popen"));
-  EXPECT_EQ(0, trace.count("system"));
+  EXPECT_EQ(trace.count("popen"), 1);
+  EXPECT_EQ(trace.count("system"), 0);
 }
 
 TEST_F(WriteOrder, OfALaterWrite) {
   write_item("ssid", "home");
   const CallTrace trace;
-  EXPECT_EQ(0, write_item("ssid", "cabin"));
+  EXPECT_EQ(write_item("ssid", "cabin"), 0);
   expect_in_order(trace, {{"sqlite3_exec", "state=100"},
                           {"fdatasync", "/data/state.db"},
                           {"sqlite3_step", "update net"},
@@ -393,8 +396,8 @@ TEST_F(WriteOrder, OfALaterWrite) {
                           {"fsync", "/data/configbak.db"},
                           {"sqlite3_exec", "state=101"},
                           {"sqlite3_exec", "state=102"}});
-  EXPECT_EQ(3, trace.count("sqlite3_open", "/data/state.db"));
-  EXPECT_EQ(1, trace.count("popen"));
+  EXPECT_EQ(trace.count("sqlite3_open", "/data/state.db"), 3);
+  EXPECT_EQ(trace.count("popen"), 1);
 }
 
 // Elsewhere, nothing else syncs the directory of a new backup.
@@ -402,7 +405,7 @@ TEST_F(WriteOrder, OfABackupInAnotherDirectory) {
   fs::create_directory("/data/backup");
   sqlite_reg_store_area(nullptr, "/data/backup/");
   const CallTrace trace;
-  EXPECT_EQ(0, write_item("ssid", "home"));
+  EXPECT_EQ(write_item("ssid", "home"), 0);
   const auto calls = trace.calls();
   const int synced = trace.position("fsync", "/data/backup/configbak.db");
   ASSERT_GE(synced, 0) << trace.dump();
@@ -451,7 +454,7 @@ TEST_F(ItemWrite, SyncsTwiceMoreThanItsStatements) {
       ASSERT_GT(bare, 6) << "syncs do not reach the interposer";
     }
     const CallTrace trace;
-    EXPECT_EQ(0, write_item("ssid", value));
+    EXPECT_EQ(write_item("ssid", value), 0);
     EXPECT_EQ(bare + 2, syncs(trace)) << trace.dump();
   }
 }
@@ -459,31 +462,31 @@ TEST_F(ItemWrite, SyncsTwiceMoreThanItsStatements) {
 // --- One row into one file ---------------------------------------------------------------------------------
 
 TEST_F(ItemWrite, RowWriteNullArgumentsAndNegativeLength) {
-  EXPECT_EQ(-1, dm_write_db(nullptr, "net", 7, "ssid", 5, "home", 4));
-  EXPECT_EQ(-1, dm_write_db(DB_CONFIG, nullptr, 7, "ssid", 5, "home", 4));
-  EXPECT_EQ(-1, dm_write_db(DB_CONFIG, "net", 7, nullptr, 5, "home", 4));
-  EXPECT_EQ(-1, dm_write_db(DB_CONFIG, "net", 7, "ssid", 5, nullptr, 4));
-  EXPECT_EQ(-1, dm_write_db(DB_CONFIG, "net", 7, "ssid", 5, "home", -1));
-  EXPECT_EQ(5, log_.count(LOG_LVL_ERR, "dm_write_db", "dm_write_db NULL\n")) << log_.dump();
-  EXPECT_EQ(5U, log_.lines().size());
+  EXPECT_EQ(dm_write_db(nullptr, "net", 7, "ssid", 5, "home", 4), -1);
+  EXPECT_EQ(dm_write_db(DB_CONFIG, nullptr, 7, "ssid", 5, "home", 4), -1);
+  EXPECT_EQ(dm_write_db(DB_CONFIG, "net", 7, nullptr, 5, "home", 4), -1);
+  EXPECT_EQ(dm_write_db(DB_CONFIG, "net", 7, "ssid", 5, nullptr, 4), -1);
+  EXPECT_EQ(dm_write_db(DB_CONFIG, "net", 7, "ssid", 5, "home", -1), -1);
+  EXPECT_EQ(log_.count(LOG_LVL_ERR, "dm_write_db", "dm_write_db NULL\n"), 5) << log_.dump();
+  EXPECT_EQ(log_.lines().size(), 5U);
   EXPECT_FALSE(file_exists(DB_CONFIG));
 }
 
 TEST_F(ItemWrite, RowWriteTouchesOneFile) {
-  EXPECT_EQ(0, dm_write_db("/data/one.db", "net", 7, "ssid", 5, "home", 4));
-  EXPECT_EQ((Texts{"config.db-lock", "one.db"}), files_in("/data"));
+  EXPECT_EQ(dm_write_db("/data/one.db", "net", 7, "ssid", 5, "home", 4), 0);
+  EXPECT_EQ(files_in("/data"), (Texts{"config.db-lock", "one.db"}));
 }
 
 TEST_F(ItemWrite, RowWriteIntoAFileThatCannotBeOpened) {
-  EXPECT_EQ(-101, dm_write_db("/nowhere/one.db", "net", 7, "ssid", 5, "home", 4));
-  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_write_db", "sqlite3_open failed: unable to open database file\n"));
-  EXPECT_EQ(1U, log_.lines().size()) << log_.dump();
+  EXPECT_EQ(dm_write_db("/nowhere/one.db", "net", 7, "ssid", 5, "home", 4), -101);
+  EXPECT_EQ(log_.count(LOG_LVL_ERR, "dm_write_db", "sqlite3_open failed: unable to open database file\n"), 1);
+  EXPECT_EQ(log_.lines().size(), 1U) << log_.dump();
 }
 
 TEST_F(ItemWrite, RowWriteWithoutMemoryForTheHandle) {
   const Fault fault({.call = "sqlite3_open", .code = SQLITE_NOMEM, .null_handle = true});
-  EXPECT_EQ(-101, dm_write_db(DB_CONFIG, "net", 7, "ssid", 5, "home", 4));
-  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_write_db", "sqlite3_open failed: out of memory\n")) << log_.dump();
+  EXPECT_EQ(dm_write_db(DB_CONFIG, "net", 7, "ssid", 5, "home", 4), -101);
+  EXPECT_EQ(log_.count(LOG_LVL_ERR, "dm_write_db", "sqlite3_open failed: out of memory\n"), 1) << log_.dump();
 }
 
 // Every failure to make the table but a corrupt file ends the write without a repair.
@@ -493,12 +496,12 @@ TEST_F(ItemWrite, TableThatCannotBeMade) {
     log_.clear();
     const Fault fault({.call = "sqlite3_exec", .code = code, .text = "create table if not exists net"});
     const CallTrace trace;
-    EXPECT_EQ(-1, dm_write_db(DB_CONFIG, "net", 7, "ssid", 5, "cabin", 5));
-    EXPECT_EQ(1, fault.seen()) << "tried again after " << code;
-    EXPECT_EQ(0, trace.count("sqlite3_open_v2")) << "looked for a source";
-    EXPECT_EQ(0, trace.count("popen"));
-    ASSERT_EQ(1U, log_.lines().size()) << log_.dump();
-    EXPECT_EQ("dm_write_db", log_.lines()[0].function);
+    EXPECT_EQ(dm_write_db(DB_CONFIG, "net", 7, "ssid", 5, "cabin", 5), -1);
+    EXPECT_EQ(fault.seen(), 1) << "tried again after " << code;
+    EXPECT_EQ(trace.count("sqlite3_open_v2"), 0) << "looked for a source";
+    EXPECT_EQ(trace.count("popen"), 0);
+    ASSERT_EQ(log_.lines().size(), 1U) << log_.dump();
+    EXPECT_EQ(log_.lines()[0].function, "dm_write_db");
     EXPECT_EQ("[" + std::to_string(log_.lines()[0].source_line) + "] create table error rc=" +
                   std::to_string(code) + ", " + sqlite3_errstr(code) + ", szSql: " + kCreateItems + "\n",
               log_.lines()[0].text);
@@ -506,27 +509,27 @@ TEST_F(ItemWrite, TableThatCannotBeMade) {
 }
 
 TEST_F(ItemWrite, TableNameThatIsNone) {
-  EXPECT_EQ(-1, dm_write_db(DB_CONFIG, "no name", 7, "ssid", 5, "home", 4));
+  EXPECT_EQ(dm_write_db(DB_CONFIG, "no name", 7, "ssid", 5, "home", 4), -1);
   EXPECT_EQ(
-      1, log_.count_containing(LOG_LVL_ERR, "create table error rc=1, near \"name\": syntax error, szSql: "))
+      log_.count_containing(LOG_LVL_ERR, "create table error rc=1, near \"name\": syntax error, szSql: "), 1)
       << log_.dump();
 }
 
 TEST_F(ItemWrite, TableNameLongerThanEveryStatement) {
   const CallTrace trace;
-  EXPECT_EQ(-1, dm_write_db(DB_CONFIG, std::string(600, 't').c_str(), 7, "ssid", 5, "home", 4));
-  EXPECT_EQ(511U,
-            trace.calls().at(static_cast<std::size_t>(trace.position("sqlite3_exec", "create"))).text.size());
+  EXPECT_EQ(dm_write_db(DB_CONFIG, std::string(600, 't').c_str(), 7, "ssid", 5, "home", 4), -1);
+  EXPECT_EQ(trace.calls().at(static_cast<std::size_t>(trace.position("sqlite3_exec", "create"))).text.size(),
+            511U);
 }
 
 TEST_F(ItemWrite, OlderPrimaryIsGivenItsColumnsInTheSameWrite) {
   execute_sql(DB_CONFIG,
               "create table net (key text not null,type integer not null,len integer not null,crc "
               "integer not null,value blob)");
-  EXPECT_EQ(0, write_item("ssid", "home"));
+  EXPECT_EQ(write_item("ssid", "home"), 0);
   EXPECT_EQ(Items{row_of("ssid", "home")}, item_rows(DB_CONFIG, "net"));
   EXPECT_EQ(Items{row_of("ssid", "home")}, item_rows(DB_CONFIGBAK, "net"));
-  EXPECT_EQ(WS_BACKUP_DONE, journal_state(DB_STATE));
+  EXPECT_EQ(journal_state(DB_STATE), WS_BACKUP_DONE);
 }
 
 // --- Repair ------------------------------------------------------------------------------------------------
@@ -534,7 +537,7 @@ TEST_F(ItemWrite, OlderPrimaryIsGivenItsColumnsInTheSameWrite) {
 class Repair : public ItemWrite {
  protected:
   void SetUp() override {
-    ASSERT_EQ(0, write_item("ssid", "home"));
+    ASSERT_EQ(write_item("ssid", "home"), 0);
     log_.clear();
   }
   // A recovery copy that knows another value.
@@ -551,19 +554,19 @@ TEST_F(Repair, FromTheBackup) {
   provision_recovery_copy();
   kelo::tests::corrupt_schema(DB_CONFIG);
   const CallTrace trace;
-  EXPECT_EQ(0, write_item("mask", "/24"));
-  EXPECT_EQ((Items{row_of("ssid", "home"), row_of("mask", "/24")}), item_rows(DB_CONFIG, "net"));
+  EXPECT_EQ(write_item("mask", "/24"), 0);
+  EXPECT_EQ(item_rows(DB_CONFIG, "net"), (Items{row_of("ssid", "home"), row_of("mask", "/24")}));
   EXPECT_EQ(read_file(DB_CONFIG), read_file(DB_CONFIGBAK));
-  ASSERT_EQ(2U, texts(LOG_LVL_ERR, "dm_write_db").size()) << log_.dump();
-  EXPECT_EQ(1, create_errors());
+  ASSERT_EQ(texts(LOG_LVL_ERR, "dm_write_db").size(), 2U) << log_.dump();
+  EXPECT_EQ(create_errors(), 1);
   EXPECT_NE(std::string::npos,
             texts(LOG_LVL_ERR, "dm_write_db")[0].find(
                 std::string("rc=11, database disk image is malformed, szSql: ") + kCreateItems));
-  EXPECT_EQ(std::string("ERROR: ") + kCopyFromBackup, texts(LOG_LVL_ERR, "dm_write_db")[1]);
-  EXPECT_EQ(1, trace.count("popen", kCopyFromBackup));
-  EXPECT_EQ(1, trace.count("popen", kCopyToBackup));
-  EXPECT_EQ(2, trace.count("popen"));
-  EXPECT_EQ(WS_BACKUP_DONE, journal_state(DB_STATE));
+  EXPECT_EQ(texts(LOG_LVL_ERR, "dm_write_db")[1], std::string("ERROR: ") + kCopyFromBackup);
+  EXPECT_EQ(trace.count("popen", kCopyFromBackup), 1);
+  EXPECT_EQ(trace.count("popen", kCopyToBackup), 1);
+  EXPECT_EQ(trace.count("popen"), 2);
+  EXPECT_EQ(journal_state(DB_STATE), WS_BACKUP_DONE);
 }
 
 TEST_F(Repair, FromTheRecoveryCopyWhenTheBackupIsCorrupt) {
@@ -571,10 +574,10 @@ TEST_F(Repair, FromTheRecoveryCopyWhenTheBackupIsCorrupt) {
   kelo::tests::corrupt_schema(DB_CONFIG);
   kelo::tests::corrupt_schema(DB_CONFIGBAK);
   const std::string recovery = read_file(kRecovery);
-  EXPECT_EQ(0, write_item("mask", "/24"));
-  EXPECT_EQ("old", scalar(DB_CONFIG, "select value from net where key='ssid'"));
-  EXPECT_EQ("/24", scalar(DB_CONFIGBAK, "select value from net where key='mask'"));
-  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_write_db", std::string("ERROR: ") + kCopyFromRecovery))
+  EXPECT_EQ(write_item("mask", "/24"), 0);
+  EXPECT_EQ(scalar(DB_CONFIG, "select value from net where key='ssid'"), "old");
+  EXPECT_EQ(scalar(DB_CONFIGBAK, "select value from net where key='mask'"), "/24");
+  EXPECT_EQ(log_.count(LOG_LVL_ERR, "dm_write_db", std::string("ERROR: ") + kCopyFromRecovery), 1)
       << log_.dump();
   EXPECT_EQ(recovery, read_file(kRecovery)) << "the recovery copy is never written";
 }
@@ -583,8 +586,8 @@ TEST_F(Repair, FromTheRecoveryCopyWhenThereIsNoBackup) {
   provision_recovery_copy();
   kelo::tests::corrupt_schema(DB_CONFIG);
   fs::remove(DB_CONFIGBAK);
-  EXPECT_EQ(0, write_item("mask", "/24"));
-  EXPECT_EQ("old", scalar(DB_CONFIG, "select value from net where key='ssid'"));
+  EXPECT_EQ(write_item("mask", "/24"), 0);
+  EXPECT_EQ(scalar(DB_CONFIG, "select value from net where key='ssid'"), "old");
 }
 
 TEST_F(Repair, WithoutASourceIsTriedAgainAllTheSame) {
@@ -592,13 +595,13 @@ TEST_F(Repair, WithoutASourceIsTriedAgainAllTheSame) {
   kelo::tests::corrupt_schema(DB_CONFIGBAK);
   const std::string primary = read_file(DB_CONFIG);
   const CallTrace trace;
-  EXPECT_EQ(-1, write_item("mask", "/24"));
-  EXPECT_EQ(0, trace.count("popen"));
-  EXPECT_EQ(2, trace.count("sqlite3_exec", "create table if not exists net")) << trace.dump();
-  EXPECT_EQ(2, create_errors()) << log_.dump();
-  EXPECT_EQ(Texts{"dm_update_db: \n"}, texts(LOG_LVL_ERR, "dm_pal_write"));
+  EXPECT_EQ(write_item("mask", "/24"), -1);
+  EXPECT_EQ(trace.count("popen"), 0);
+  EXPECT_EQ(trace.count("sqlite3_exec", "create table if not exists net"), 2) << trace.dump();
+  EXPECT_EQ(create_errors(), 2) << log_.dump();
+  EXPECT_EQ(texts(LOG_LVL_ERR, "dm_pal_write"), Texts{"dm_update_db: \n"});
   EXPECT_EQ(primary, read_file(DB_CONFIG));
-  EXPECT_EQ(WS_READY, journal_state(DB_STATE));
+  EXPECT_EQ(journal_state(DB_STATE), WS_READY);
 }
 
 TEST_F(Repair, IsMadeOnceInOneWrite) {
@@ -607,10 +610,10 @@ TEST_F(Repair, IsMadeOnceInOneWrite) {
                      .text = "create table if not exists net",
                      .times = kEveryTime});
   const CallTrace trace;
-  EXPECT_EQ(-1, write_item("mask", "/24"));
-  EXPECT_EQ(2, fault.failed());
-  EXPECT_EQ(1, trace.count("popen"));
-  EXPECT_EQ(1, trace.count("popen", kCopyFromBackup));
+  EXPECT_EQ(write_item("mask", "/24"), -1);
+  EXPECT_EQ(fault.failed(), 2);
+  EXPECT_EQ(trace.count("popen"), 1);
+  EXPECT_EQ(trace.count("popen", kCopyFromBackup), 1);
 }
 
 TEST_F(Repair, IsFollowedByAnOpenThatMayFail) {
@@ -618,25 +621,25 @@ TEST_F(Repair, IsFollowedByAnOpenThatMayFail) {
       {.call = "sqlite3_exec", .code = SQLITE_CORRUPT, .text = "create table if not exists net"});
   const Fault open(
       {.call = "sqlite3_open", .code = SQLITE_NOMEM, .text = DB_CONFIG, .at = 2, .null_handle = true});
-  EXPECT_EQ(-101, dm_write_db(DB_CONFIG, "net", 7, "ssid", 5, "cabin", 5));
-  EXPECT_EQ(1, open.failed());
+  EXPECT_EQ(dm_write_db(DB_CONFIG, "net", 7, "ssid", 5, "cabin", 5), -101);
+  EXPECT_EQ(open.failed(), 1);
 }
 
 TEST_F(Repair, CopiesOverThePrimaryWhicheverFileIsCorrupt) {
   provision_recovery_copy();
   kelo::tests::corrupt_schema(DB_CONFIG);
   kelo::tests::corrupt_schema(DB_CONFIGBAK);
-  EXPECT_EQ(-1, dm_write_db(DB_CONFIGBAK, "net", 7, "ssid", 5, "cabin", 5));
-  EXPECT_EQ("old", scalar(DB_CONFIG, "select value from net")) << "the primary is the target";
-  EXPECT_EQ("old", scalar(DB_CONFIGBAK, "select value from net")) << "made anew from that";
-  EXPECT_EQ(2, create_errors()) << log_.dump();
+  EXPECT_EQ(dm_write_db(DB_CONFIGBAK, "net", 7, "ssid", 5, "cabin", 5), -1);
+  EXPECT_EQ(scalar(DB_CONFIG, "select value from net"), "old") << "the primary is the target";
+  EXPECT_EQ(scalar(DB_CONFIGBAK, "select value from net"), "old") << "made anew from that";
+  EXPECT_EQ(create_errors(), 2) << log_.dump();
 }
 
 TEST_F(Repair, OfACorruptBackupLeavesAGoodPrimary) {
   provision_recovery_copy();
   const std::string primary = read_file(DB_CONFIG);
   kelo::tests::corrupt_schema(DB_CONFIGBAK);
-  EXPECT_EQ(-1, dm_write_db(DB_CONFIGBAK, "net", 7, "ssid", 5, "cabin", 5));
+  EXPECT_EQ(dm_write_db(DB_CONFIGBAK, "net", 7, "ssid", 5, "cabin", 5), -1);
   EXPECT_EQ(primary, read_file(DB_CONFIG));
   EXPECT_EQ(primary, read_file(DB_CONFIGBAK));
 }
@@ -645,18 +648,18 @@ TEST_F(Repair, IsNotMadeOfAFileThatIsNoDatabase) {
   provision_recovery_copy();
   kelo::tests::make_no_database(DB_CONFIG);
   const CallTrace trace;
-  EXPECT_EQ(-1, write_item("mask", "/24"));
-  EXPECT_EQ(0, trace.count("popen"));
-  EXPECT_EQ(1,
-            log_.count_containing(LOG_LVL_ERR, "create table error rc=26, file is not a database, szSql: "))
+  EXPECT_EQ(write_item("mask", "/24"), -1);
+  EXPECT_EQ(trace.count("popen"), 0);
+  EXPECT_EQ(log_.count_containing(LOG_LVL_ERR, "create table error rc=26, file is not a database, szSql: "),
+            1)
       << log_.dump();
-  EXPECT_EQ("home", scalar(DB_CONFIGBAK, "select value from net"));
+  EXPECT_EQ(scalar(DB_CONFIGBAK, "select value from net"), "home");
 }
 
 TEST_F(Repair, SyncsTheRepairedFileAndItsDirectory) {
   kelo::tests::corrupt_schema(DB_CONFIG);
   const CallTrace trace;
-  EXPECT_EQ(0, write_item("mask", "/24"));
+  EXPECT_EQ(write_item("mask", "/24"), 0);
   const int copied = trace.position("popen", kCopyFromBackup);
   const int synced = trace.position("fsync", DB_CONFIG);
   EXPECT_GT(synced, copied) << trace.dump();
@@ -667,40 +670,40 @@ TEST_F(Repair, OfMovedFiles) {
   fs::create_directory("/data/a");
   fs::create_directory("/data/b");
   sqlite_reg_store_area("/data/a/", "/data/b/");
-  ASSERT_EQ(0, write_item("ssid", "moved"));
+  ASSERT_EQ(write_item("ssid", "moved"), 0);
   kelo::tests::corrupt_schema(DB_CONFIG);
-  EXPECT_EQ(0, write_item("mask", "/24"));
-  EXPECT_EQ("moved", scalar("/data/a/config.db", "select value from net where key='ssid'"));
-  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_write_db", "ERROR: cp /data/b/configbak.db /data/a/config.db"));
+  EXPECT_EQ(write_item("mask", "/24"), 0);
+  EXPECT_EQ(scalar("/data/a/config.db", "select value from net where key='ssid'"), "moved");
+  EXPECT_EQ(log_.count(LOG_LVL_ERR, "dm_write_db", "ERROR: cp /data/b/configbak.db /data/a/config.db"), 1);
 }
 
 // --- Files that another process holds ----------------------------------------------------------------------
 
 TEST_F(ItemWrite, APrimaryHeldForAMomentIsWaitedFor) {
-  ASSERT_EQ(0, write_item("ssid", "home"));
+  ASSERT_EQ(write_item("ssid", "home"), 0);
   log_.clear();
   const auto start = std::chrono::steady_clock::now();
   const FileHolder holder(DB_CONFIG, "begin exclusive", 1500);
-  EXPECT_EQ(0, write_item("ssid", "cabin"));
+  EXPECT_EQ(write_item("ssid", "cabin"), 0);
   EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1500));
   EXPECT_EQ(Items{row_of("ssid", "cabin")}, item_rows(DB_CONFIGBAK, "net"));
-  EXPECT_EQ(1, log_.count_containing(LOG_LVL_ERR, "")) << log_.dump();
+  EXPECT_EQ(log_.count_containing(LOG_LVL_ERR, ""), 1) << log_.dump();
 }
 
 TEST_F(ItemWrite, APrimaryHeldForLongIsLeftAlone) {
-  ASSERT_EQ(0, write_item("ssid", "home"));
+  ASSERT_EQ(write_item("ssid", "home"), 0);
   log_.clear();
   const ShortBusyTimeout patience(20);
   const CallTrace trace;
   {
     const FileHolder holder(DB_CONFIG, "begin exclusive");
-    EXPECT_EQ(-1, write_item("ssid", "cabin"));
+    EXPECT_EQ(write_item("ssid", "cabin"), -1);
   }
   EXPECT_TRUE(patience.was_asked_for());
-  EXPECT_EQ(1, log_.count_containing(LOG_LVL_ERR, "create table error rc=5, database is locked"))
+  EXPECT_EQ(log_.count_containing(LOG_LVL_ERR, "create table error rc=5, database is locked"), 1)
       << log_.dump();
-  EXPECT_EQ(0, trace.count("popen"));
-  EXPECT_EQ("home", scalar(DB_CONFIG, "select value from net"));
+  EXPECT_EQ(trace.count("popen"), 0);
+  EXPECT_EQ(scalar(DB_CONFIG, "select value from net"), "home");
 }
 
 // --- The slot of a handle ----------------------------------------------------------------------------------
@@ -715,34 +718,34 @@ kelo_dm_item_desc descriptor(const char* table, const char* key, int type) {
 
 TEST_F(ItemWrite, SlotWritesWhatTheDescriptorSays) {
   kelo_dm_item_desc item = descriptor("net", "ssid", 5);
-  EXPECT_EQ(0, dm_sqlite_write(7, &item, "home", 4));
+  EXPECT_EQ(dm_sqlite_write(7, &item, "home", 4), 0);
   EXPECT_EQ(Items{row_of("ssid", "home")}, item_rows(DB_CONFIGBAK, "net"));
-  EXPECT_EQ("tab:net, key:ssid \n", log_.lines().at(0).text);
-  EXPECT_EQ(1, log_.count(LOG_LVL_DBUG, "dm_sqlite_write", "tab:net, key:ssid \n")) << log_.dump();
+  EXPECT_EQ(log_.lines().at(0).text, "tab:net, key:ssid \n");
+  EXPECT_EQ(log_.count(LOG_LVL_DBUG, "dm_sqlite_write", "tab:net, key:ssid \n"), 1) << log_.dump();
 }
 
 TEST_F(ItemWrite, SlotTakesNamesOfThirtyOneCharacters) {
   const std::string table(31, 't');
   const std::string key(31, 'k');
   kelo_dm_item_desc item = descriptor(table.c_str(), key.c_str(), -3);
-  EXPECT_EQ(0, dm_sqlite_write(0xFFFFFFFF, &item, "home", 4));
-  EXPECT_EQ((Items{{-1, key, -3, 4, reference_crc("home"), "home"}}), item_rows(DB_CONFIGBAK, table));
-  EXPECT_EQ((JournalRow{"write_state", table, -1, key, -3, 4, 102}), journal_row(DB_STATE));
+  EXPECT_EQ(dm_sqlite_write(0xFFFFFFFF, &item, "home", 4), 0);
+  EXPECT_EQ(item_rows(DB_CONFIGBAK, table), (Items{{-1, key, -3, 4, reference_crc("home"), "home"}}));
+  EXPECT_EQ(journal_row(DB_STATE), (JournalRow{"write_state", table, -1, key, -3, 4, 102}));
 }
 
 TEST_F(ItemWrite, SlotPassesResultsOn) {
   kelo_dm_item_desc item = descriptor("net", "ssid", 5);
-  EXPECT_EQ(-1, dm_sqlite_write(7, &item, nullptr, 4));
-  EXPECT_EQ(-1, dm_sqlite_write(7, &item, "home", -1));
-  EXPECT_EQ(2, log_.count(LOG_LVL_ERR, "dm_pal_write", "dm_pal_write NULL\n")) << log_.dump();
+  EXPECT_EQ(dm_sqlite_write(7, &item, nullptr, 4), -1);
+  EXPECT_EQ(dm_sqlite_write(7, &item, "home", -1), -1);
+  EXPECT_EQ(log_.count(LOG_LVL_ERR, "dm_pal_write", "dm_pal_write NULL\n"), 2) << log_.dump();
   // The lock was given back each time.
-  EXPECT_EQ(0, dm_sqlite_write(7, &item, "home", 4));
+  EXPECT_EQ(dm_sqlite_write(7, &item, "home", 4), 0);
 }
 
 TEST_F(ItemWrite, SlotWithoutDescriptor) {
-  EXPECT_EQ(-1, dm_sqlite_write(7, nullptr, "home", 4));
-  EXPECT_EQ(1, log_.count(LOG_LVL_ERR, "dm_sqlite_write", "dm_sqlite_write param NULL\n")) << log_.dump();
-  EXPECT_EQ(1U, log_.lines().size());
+  EXPECT_EQ(dm_sqlite_write(7, nullptr, "home", 4), -1);
+  EXPECT_EQ(log_.count(LOG_LVL_ERR, "dm_sqlite_write", "dm_sqlite_write param NULL\n"), 1) << log_.dump();
+  EXPECT_EQ(log_.lines().size(), 1U);
 }
 
 // --- Descriptors and threads -------------------------------------------------------------------------------
@@ -804,8 +807,8 @@ TEST_F(ItemWrite, ThreadsWriteAndReadTheirItems) {
   std::thread second(work, 2);
   first.join();
   second.join();
-  EXPECT_EQ(0, failures);
-  EXPECT_EQ("3", scalar(DB_CONFIGBAK, "select count(*) from net"));
+  EXPECT_EQ(failures, 0);
+  EXPECT_EQ(scalar(DB_CONFIGBAK, "select count(*) from net"), "3");
   EXPECT_EQ(read_file(DB_CONFIG), read_file(DB_CONFIGBAK));
 }
 
@@ -821,12 +824,12 @@ bool sleeps(pid_t thread) {
 // A second operation does not begin before the first one's last step, the copy included.
 TEST_F(ItemWrite, SlotsExcludeEachOther) {
   kelo_dm_item_desc item = descriptor("net", "ssid", 5);
-  ASSERT_EQ(0, dm_sqlite_write(7, &item, "home", 4));
-  ASSERT_EQ(0, mkfifo("/tmp/copying", 0600));
-  ASSERT_EQ(0, mkfifo("/tmp/go_on", 0600));
+  ASSERT_EQ(dm_sqlite_write(7, &item, "home", 4), 0);
+  ASSERT_EQ(mkfifo("/tmp/copying", 0600), 0);
+  ASSERT_EQ(mkfifo("/tmp/go_on", 0600), 0);
   put_in_path("cp", R"(echo > /tmp/copying; cat /tmp/go_on; exec /bin/cp "$@")");
   log_.clear();
-  std::thread writer([&item] { EXPECT_EQ(0, dm_sqlite_write(7, &item, "cabin", 5)); });
+  std::thread writer([&item] { EXPECT_EQ(dm_sqlite_write(7, &item, "cabin", 5), 0); });
   read_file("/tmp/copying");
 
   std::atomic<pid_t> reader_id{0};
@@ -834,16 +837,16 @@ TEST_F(ItemWrite, SlotsExcludeEachOther) {
   std::string value(16, '\0');
   std::thread reader([&] {
     reader_id = gettid();
-    EXPECT_EQ(5, dm_sqlite_read(7, &item, value.data(), 16));
+    EXPECT_EQ(dm_sqlite_read(7, &item, value.data(), 16), 5);
     ended = true;
   });
   while (reader_id == 0 || (!ended && !sleeps(reader_id))) std::this_thread::yield();
   EXPECT_FALSE(ended) << "the read did not wait for the write";
-  EXPECT_EQ(0, log_.count_containing(LOG_LVL_DBUG, "rd ret")) << log_.dump();
+  EXPECT_EQ(log_.count_containing(LOG_LVL_DBUG, "rd ret"), 0) << log_.dump();
   kelo::tests::write_file("/tmp/go_on", "");
   writer.join();
   reader.join();
-  EXPECT_EQ("cabin", value.substr(0, 5));
+  EXPECT_EQ(value.substr(0, 5), "cabin");
 }
 
 }  // namespace

@@ -212,7 +212,7 @@ TEST_P(PowerCut, EveryPointLeavesTheOldOrTheNewValue) {
     history.act();
   };
   const cut::Run whole = cut::run("/data", act, cut::no_cut);
-  ASSERT_EQ(0, whole.exit_status);
+  ASSERT_EQ(whole.exit_status, 0);
   ASSERT_GT(whole.calls.size(), 5u);
 
   std::printf("%-5s %-10s %-26s %-8s %-12s %s\n", "point", "call", "file", "journal", "first read",
@@ -244,7 +244,7 @@ TEST_P(PowerCut, EveryPointLeavesTheOldOrTheNewValue) {
                 journal.c_str(), first.c_str(), written.c_str());
     SCOPED_TRACE("cut before " + call.name + " of " + call.file + ", point " + std::to_string(point));
     EXPECT_FALSE(first.starts_with("neither")) << first;
-    EXPECT_EQ("new", later) << "the store stayed unusable";
+    EXPECT_EQ(later, "new") << "the store stayed unusable";
     EXPECT_TRUE(allowed(history, written)) << written;
     EXPECT_TRUE(allowed(history, neighbour)) << neighbour;
   }

@@ -117,7 +117,7 @@ class World {
  private:
   void store(const std::string& key, const std::string& value) {
     const int len = static_cast<int>(value.size());
-    ASSERT_EQ(0, dm_write_db(DB_CONFIG, kTable, kItemId, key.c_str(), 6, value.data(), len));
+    ASSERT_EQ(dm_write_db(DB_CONFIG, kTable, kItemId, key.c_str(), 6, value.data(), len), 0);
     written.insert(covered_part(value));
     current[key] = value;
   }
@@ -126,7 +126,7 @@ class World {
     for (int i = 0; i < 300; ++i) store(key_of(100 + i), random_value(20 + roll(120)));
     for (const char* const key : {"big_1", "big_2", "big_3"}) store(key, random_value(9000));
     const std::uint32_t version = SQL_VER;
-    ASSERT_EQ(0, dm_pal_write(SQL_VER_TAB, SQL_VER_ID, SQL_VER_KEY, 3, &version, 4));
+    ASSERT_EQ(dm_pal_write(SQL_VER_TAB, SQL_VER_ID, SQL_VER_KEY, 3, &version, 4), 0);
     older = current;
     recovery = read_file(DB_CONFIG);
     execute_sql(DB_CONFIG,
@@ -134,7 +134,7 @@ class World {
                 "(key like 'item_%' and rowid % 5 = 0)");
     for (const int i : {140, 141, 142, 270}) store(key_of(i), random_value(60));
     const std::string last = random_value(66);
-    ASSERT_EQ(0, dm_pal_write(kTable, kItemId, key_of(350).c_str(), 6, last.data(), 66));
+    ASSERT_EQ(dm_pal_write(kTable, kItemId, key_of(350).c_str(), 6, last.data(), 66), 0);
     written.insert(covered_part(last));
     written.insert(covered_part(new_value));
     current[key_of(350)] = last;
@@ -149,10 +149,10 @@ class World {
     constexpr std::size_t kFirstTrunk = 32;
     root = (std::stoul(scalar(DB_CONFIG, "select rootpage from sqlite_master where name='net'")) - 1) *
            kPageSize;
-    ASSERT_EQ(kInterior, config[root]);
+    ASSERT_EQ(config[root], kInterior);
     leaf = config.find(target) / kPageSize * kPageSize;
-    ASSERT_EQ(kLeaf, config[leaf]);
-    ASSERT_NE(0U, big_endian(config, kFirstTrunk));
+    ASSERT_EQ(config[leaf], kLeaf);
+    ASSERT_NE(big_endian(config, kFirstTrunk), 0U);
     trunk = (big_endian(config, kFirstTrunk) - 1) * kPageSize;
     ASSERT_LE(15U, config.size() / kPageSize);
   }
@@ -185,7 +185,7 @@ File examine_damaged(const std::string& bytes) {
   constexpr char kScratch[] = "/tmp/scratch.db";
   write_file(kScratch, bytes);
   sqlite3* db = nullptr;
-  EXPECT_EQ(SQLITE_OK, sqlite3_open(kScratch, &db));
+  EXPECT_EQ(sqlite3_open(kScratch, &db), SQLITE_OK);
   File file{bytes.empty() ? Origin::kFresh : Origin::kDamaged};
   file.item_query = query_code(db, "select value,crc from net");
   file.version_query = query_code(db, "select value,crc from " SQL_VER_TAB);
@@ -361,9 +361,8 @@ class Corruption : public testing::Test {
     check_against(forecast, *report);
     EXPECT_EQ(with_recovery, std::filesystem::exists(kRecoveryCopy));
     EXPECT_TRUE(!with_recovery || world().recovery == read_file(kRecoveryCopy)) << "recovery copy changed";
-    EXPECT_EQ(
-        (std::set<std::string>{"config.db", "config.db-lock", "configbak.db", "log_enable", "state.db"}),
-        names_in("/data"));
+    EXPECT_EQ(names_in("/data"), (std::set<std::string>{"config.db", "config.db-lock", "configbak.db",
+                                                        "log_enable", "state.db"}));
   }
 
   static void check_against(Forecast& forecast, const Report& report) {
@@ -379,8 +378,8 @@ class Corruption : public testing::Test {
   static void check_reads(std::optional<Origin> served, const std::array<Verdict, 8>& verdicts,
                           bool written) {
     for (std::size_t i = 0; i < verdicts.size(); ++i) {
-      EXPECT_NE(Verdict::kInvented, verdicts[i]) << world().sample[i] << " has a value nobody wrote";
-      EXPECT_NE(Verdict::kBadCode, verdicts[i]) << world().sample[i];
+      EXPECT_NE(verdicts[i], Verdict::kInvented) << world().sample[i] << " has a value nobody wrote";
+      EXPECT_NE(verdicts[i], Verdict::kBadCode) << world().sample[i];
       if (!served) continue;
       const bool is_new = written && world().sample[i] == world().target;
       EXPECT_EQ(is_new ? Verdict::kNew : expected(*served, world().sample[i]), verdicts[i])
@@ -475,7 +474,7 @@ TEST_F(Corruption, FlippedBitOfAValueIsSeenExactlyWhereTheChecksumCovers) {
     flip(damaged, start + bit / 8, 0x80U >> bit % 8);
     write_file(DB_CONFIGBAK, damaged);
     const Verdict expected = bit < value.size() ? Verdict::kFailed : Verdict::kAltered;
-    ASSERT_EQ(expected, read_item(operations, world().target)) << "bit " << bit;
+    ASSERT_EQ(read_item(operations, world().target), expected) << "bit " << bit;
   }
 }
 

@@ -49,7 +49,7 @@ void execute_sql(const std::string& path, const std::string& statements) {
   const Connection db = open(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
   if (!db) return;
   const int code = sqlite3_exec(db.get(), statements.c_str(), nullptr, nullptr, nullptr);
-  EXPECT_EQ(SQLITE_OK, code) << path << ": " << statements << ": " << sqlite3_errmsg(db.get());
+  EXPECT_EQ(code, SQLITE_OK) << path << ": " << statements << ": " << sqlite3_errmsg(db.get());
 }
 
 std::vector<TextRow> query(const std::string& path, const std::string& sql) {
@@ -67,7 +67,7 @@ std::vector<TextRow> query(const std::string& path, const std::string& sql) {
     TextRow& row = rows.emplace_back();
     for (int column = 0; column < sqlite3_column_count(raw); ++column) row.push_back(cell(raw, column));
   }
-  EXPECT_EQ(SQLITE_DONE, code) << path << ": " << sql << ": " << sqlite3_errmsg(db.get());
+  EXPECT_EQ(code, SQLITE_DONE) << path << ": " << sql << ": " << sqlite3_errmsg(db.get());
   return rows;
 }
 

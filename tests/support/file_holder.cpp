@@ -43,8 +43,8 @@ FileHolder::FileHolder(const std::string& path, const std::string& begin, int mi
   close(release[0]);
   release_ = release[1];
   char answer = 0;
-  EXPECT_EQ(1, read(held[0], &answer, 1));
-  EXPECT_EQ('+', answer) << path << " could not be locked";
+  EXPECT_EQ(read(held[0], &answer, 1), 1);
+  EXPECT_EQ(answer, '+') << path << " could not be locked";
   close(held[0]);
 }
 

@@ -27,7 +27,7 @@ inline void expect_sound(const list_type& list, const ListLinks& links) {
   EXPECT_EQ(links, chain(list.front, links.size() + 1));
   EXPECT_EQ(links.empty() ? nullptr : links.back(), list.back);
   EXPECT_EQ(links.size(), list.size);
-  EXPECT_EQ(1, list.initialised);
+  EXPECT_EQ(list.initialised, 1);
 }
 
 // Appends these links, which were in no list.

@@ -75,8 +75,8 @@ void race_for_the_first_use(void (*push)(List*, Link*), void (*destroy)(List*)) 
     });
   for (std::thread& thread : threads) thread.join();
   for (List& list : lists) {
-    EXPECT_EQ(kThreads, list.size);
-    EXPECT_EQ(kThreads, chain(list.front).size());
+    EXPECT_EQ(list.size, kThreads);
+    EXPECT_EQ(chain(list.front).size(), kThreads);
     destroy(&list);
   }
 }

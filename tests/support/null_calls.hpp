@@ -25,8 +25,8 @@ inline void expect_neutral(const std::vector<NullCall>& calls, const std::functi
     StdoutCapture output;
     errno = EXDEV;
     const bool neutral = call.is_neutral();
-    EXPECT_EQ(EXDEV, errno) << call.name;
-    EXPECT_EQ("", output.take()) << call.name;
+    EXPECT_EQ(errno, EXDEV) << call.name;
+    EXPECT_EQ(output.take(), "") << call.name;
     EXPECT_TRUE(neutral) << call.name;
     EXPECT_FALSE(a_lock_is_shut()) << call.name;
   }

@@ -28,7 +28,7 @@ inline void expect_sound(const ordered_list_type& list, const OrderedLinks& link
   EXPECT_EQ(links, chain(list.front, links.size() + 1));
   EXPECT_EQ(links, backward_chain(list.back, links.size() + 1));
   EXPECT_EQ(links.size(), list.size);
-  EXPECT_EQ(1, list.initialised);
+  EXPECT_EQ(list.initialised, 1);
 }
 
 // A list of four links, weighing 10, 20, 30 and 40, an empty one, and two links that are in none.

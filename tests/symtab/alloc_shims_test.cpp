@@ -32,25 +32,25 @@ class StringCopy : public testing::TestWithParam<char* (*)(const char*)> {};
 TEST_P(StringCopy, IsANewBlockWithTheSameText) {
   char text[] = "1203";
   const Owned<char> copy(GetParam()(text));
-  ASSERT_NE(nullptr, copy);
+  ASSERT_NE(copy, nullptr);
   EXPECT_NE(text, copy.get());
   text[0] = 'x';
-  EXPECT_STREQ("1203", copy.get());
+  EXPECT_STREQ(copy.get(), "1203");
 }
 
 TEST_P(StringCopy, OfEmptyTextIsEmpty) {
   const Owned<char> copy(GetParam()(""));
-  ASSERT_NE(nullptr, copy);
-  EXPECT_STREQ("", copy.get());
+  ASSERT_NE(copy, nullptr);
+  EXPECT_STREQ(copy.get(), "");
 }
 
 TEST_P(StringCopy, OfNullIsAFreshEmptyText) {
   const Owned<char> first(GetParam()(nullptr));
   const Owned<char> second(GetParam()(nullptr));
-  ASSERT_NE(nullptr, first);
-  ASSERT_NE(nullptr, second);
+  ASSERT_NE(first, nullptr);
+  ASSERT_NE(second, nullptr);
   EXPECT_NE(first, second);
-  EXPECT_STREQ("", first.get());
+  EXPECT_STREQ(first.get(), "");
 }
 
 TEST_P(StringCopy, IsNullWithoutMemory) {
@@ -61,8 +61,8 @@ TEST_P(StringCopy, IsNullWithoutMemory) {
     copy = GetParam()("1203");
     of_null = GetParam()(nullptr);
   }
-  EXPECT_EQ(nullptr, copy);
-  EXPECT_EQ(nullptr, of_null);
+  EXPECT_EQ(copy, nullptr);
+  EXPECT_EQ(of_null, nullptr);
 }
 
 INSTANTIATE_TEST_SUITE_P(AllocShims, StringCopy, testing::Values(bstrdupANoBalloc, bstrdupNoBalloc));
@@ -70,9 +70,9 @@ INSTANTIATE_TEST_SUITE_P(AllocShims, StringCopy, testing::Values(bstrdupANoBallo
 TEST(AllocShims, BlockCopyHoldsEveryByte) {
   const unsigned char source[] = {0, 1, 0, 255, 7};
   const Owned<void> copy(bmemdupNoBalloc(source, sizeof source));
-  ASSERT_NE(nullptr, copy);
+  ASSERT_NE(copy, nullptr);
   EXPECT_NE(static_cast<const void*>(source), copy.get());
-  EXPECT_EQ(0, std::memcmp(source, copy.get(), sizeof source));
+  EXPECT_EQ(std::memcmp(source, copy.get(), sizeof source), 0);
 }
 
 TEST(AllocShims, BlockCopyReadsNoByteBeyondTheCount) {
@@ -80,20 +80,20 @@ TEST(AllocShims, BlockCopyReadsNoByteBeyondTheCount) {
   const Owned<char> source(static_cast<char*>(std::malloc(3)));
   std::fill_n(source.get(), 3, 'x');
   const Owned<void> copy(bmemdupNoBalloc(source.get(), 3));
-  ASSERT_NE(nullptr, copy);
-  EXPECT_EQ(0, std::memcmp("xxx", copy.get(), 3));
+  ASSERT_NE(copy, nullptr);
+  EXPECT_EQ(std::memcmp("xxx", copy.get(), 3), 0);
 }
 
 TEST(AllocShims, BlockCopyOfNullIsZeroFilled) {
   const Owned<void> block(bmemdupNoBalloc(nullptr, 64));
-  ASSERT_NE(nullptr, block);
+  ASSERT_NE(block, nullptr);
   const unsigned char zeros[64] = {};
-  EXPECT_EQ(0, std::memcmp(zeros, block.get(), sizeof zeros));
+  EXPECT_EQ(std::memcmp(zeros, block.get(), sizeof zeros), 0);
 }
 
 TEST(AllocShims, BlockCopyOfNoBytesIsABlock) {
   const Owned<void> block(bmemdupNoBalloc("x", 0));
-  EXPECT_NE(nullptr, block);
+  EXPECT_NE(block, nullptr);
 }
 
 TEST(AllocShims, BlockCopyIsNullWithoutMemory) {
@@ -104,8 +104,8 @@ TEST(AllocShims, BlockCopyIsNullWithoutMemory) {
     copy = bmemdupNoBalloc("abc", 3);
     of_null = bmemdupNoBalloc(nullptr, 3);
   }
-  EXPECT_EQ(nullptr, copy);
-  EXPECT_EQ(nullptr, of_null);
+  EXPECT_EQ(copy, nullptr);
+  EXPECT_EQ(of_null, nullptr);
 }
 
 }  // namespace

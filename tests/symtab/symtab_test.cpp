@@ -42,7 +42,7 @@ sym_t* enter(sym_fd sd, const std::string& name, int arg = 0) {
 }
 
 void enter_all(sym_fd sd, const Names& names) {
-  for (const std::string& name : names) ASSERT_NE(nullptr, enter(sd, name)) << name;
+  for (const std::string& name : names) ASSERT_NE(enter(sd, name), nullptr) << name;
 }
 
 Names walk_from(sym_fd sd, const sym_t* symbol) {
@@ -111,11 +111,11 @@ TEST(Symtab, OpenReturnsTheLowestFreeSlot) {
   for (int i = 0; i < 20; ++i) EXPECT_EQ(i, symOpen(1));
   symClose(7);
   symClose(3);
-  EXPECT_EQ(3, symOpen(1));
-  EXPECT_EQ(7, symOpen(1));
-  EXPECT_EQ(20, symOpen(1));
+  EXPECT_EQ(symOpen(1), 3);
+  EXPECT_EQ(symOpen(1), 7);
+  EXPECT_EQ(symOpen(1), 20);
   for (int i = 0; i <= 20; ++i) symClose(i);
-  EXPECT_EQ(0, symOpen(1));
+  EXPECT_EQ(symOpen(1), 0);
   symClose(0);
 }
 
@@ -126,20 +126,20 @@ TEST(Symtab, ClosingTheHighestTableLeavesTheOthersOpen) {
   enter(low, "low");
   enter(high, "high");
   symClose(middle);
-  EXPECT_NE(nullptr, symLookup(high, "high"));
+  EXPECT_NE(symLookup(high, "high"), nullptr);
   symClose(high);
-  EXPECT_EQ(nullptr, symLookup(high, "high"));
-  EXPECT_NE(nullptr, symLookup(low, "low"));
+  EXPECT_EQ(symLookup(high, "high"), nullptr);
+  EXPECT_NE(symLookup(low, "low"), nullptr);
 }
 
 TEST(Symtab, TablesAreApart) {
   const Table first(8);
   const Table second(8);
   enter(first, "name", 1);
-  EXPECT_EQ(nullptr, symLookup(second, "name"));
+  EXPECT_EQ(symLookup(second, "name"), nullptr);
   enter(second, "name", 2);
-  EXPECT_EQ(1, symLookup(first, "name")->arg);
-  EXPECT_EQ(2, symLookup(second, "name")->arg);
+  EXPECT_EQ(symLookup(first, "name")->arg, 1);
+  EXPECT_EQ(symLookup(second, "name")->arg, 2);
 }
 
 TEST(Symtab, CloseFreesOwnedStringsAndLeavesSymbolValuesAlone) {
@@ -149,8 +149,8 @@ TEST(Symtab, CloseFreesOwnedStringsAndLeavesSymbolValuesAlone) {
   symEnter(sd, "held", valueString("text", 0), 0);
   symEnter(sd, "pointer", valueSymbol(&target), 0);
   symClose(sd);
-  EXPECT_EQ(7, target);
-  EXPECT_EQ(nullptr, symLookup(sd, "owned"));
+  EXPECT_EQ(target, 7);
+  EXPECT_EQ(symLookup(sd, "owned"), nullptr);
 }
 
 TEST(Symtab, HandlesThatNameNoTableAreHarmless) {
@@ -158,15 +158,15 @@ TEST(Symtab, HandlesThatNameNoTableAreHarmless) {
     const sym_fd opened = with_others_open ? symOpen(64) : -1;
     for (const sym_fd sd : kNoTables) {
       if (sd == opened) continue;
-      EXPECT_EQ(nullptr, symLookup(sd, "name")) << sd;
-      EXPECT_EQ(nullptr, symEnter(sd, "name", valueInteger(1), 1)) << sd;
-      EXPECT_EQ(-1, symDelete(sd, "name")) << sd;
-      EXPECT_EQ(nullptr, symFirst(sd)) << sd;
-      EXPECT_EQ(nullptr, symNext(sd)) << sd;
+      EXPECT_EQ(symLookup(sd, "name"), nullptr) << sd;
+      EXPECT_EQ(symEnter(sd, "name", valueInteger(1), 1), nullptr) << sd;
+      EXPECT_EQ(symDelete(sd, "name"), -1) << sd;
+      EXPECT_EQ(symFirst(sd), nullptr) << sd;
+      EXPECT_EQ(symNext(sd), nullptr) << sd;
       symClose(sd);
     }
     if (opened >= 0) {
-      EXPECT_NE(nullptr, enter(opened, "still open"));
+      EXPECT_NE(enter(opened, "still open"), nullptr);
     }
     symClose(opened);
     symClose(opened);
@@ -177,38 +177,38 @@ TEST(Symtab, ASlotClosedBelowAnOpenOneNamesNoTable) {
   const sym_fd low = symOpen(4);
   const Table high(4);
   symClose(low);
-  EXPECT_EQ(nullptr, symLookup(low, "name"));
-  EXPECT_EQ(nullptr, enter(low, "name"));
-  EXPECT_EQ(-1, symDelete(low, "name"));
-  EXPECT_EQ(nullptr, symFirst(low));
-  EXPECT_EQ(nullptr, symNext(low));
+  EXPECT_EQ(symLookup(low, "name"), nullptr);
+  EXPECT_EQ(enter(low, "name"), nullptr);
+  EXPECT_EQ(symDelete(low, "name"), -1);
+  EXPECT_EQ(symFirst(low), nullptr);
+  EXPECT_EQ(symNext(low), nullptr);
   symClose(low);
-  EXPECT_NE(nullptr, enter(high, "name"));
+  EXPECT_NE(enter(high, "name"), nullptr);
 }
 
 TEST(Symtab, FirstSubOpenForgetsTheTablesOpenedBefore) {
   const LastingAllocations forgotten_tables;
-  EXPECT_EQ(0, symOpen(4));
-  EXPECT_EQ(1, symOpen(4));
+  EXPECT_EQ(symOpen(4), 0);
+  EXPECT_EQ(symOpen(4), 1);
   const sym_t* const entry = enter(1, "name", 9);
-  EXPECT_EQ(0, symSubOpen());
-  EXPECT_EQ(nullptr, symLookup(1, "name"));
-  EXPECT_STREQ("name", name_of(entry));
-  EXPECT_EQ(9, entry->arg);
+  EXPECT_EQ(symSubOpen(), 0);
+  EXPECT_EQ(symLookup(1, "name"), nullptr);
+  EXPECT_STREQ(name_of(entry), "name");
+  EXPECT_EQ(entry->arg, 9);
 
-  EXPECT_EQ(0, symOpen(4));
-  EXPECT_NE(nullptr, enter(0, "name"));
-  EXPECT_EQ(0, symSubOpen());
-  EXPECT_NE(nullptr, symLookup(0, "name"));
+  EXPECT_EQ(symOpen(4), 0);
+  EXPECT_NE(enter(0, "name"), nullptr);
+  EXPECT_EQ(symSubOpen(), 0);
+  EXPECT_NE(symLookup(0, "name"), nullptr);
 
   symSubClose();
-  EXPECT_EQ(0, symSubOpen());
-  EXPECT_NE(nullptr, symLookup(0, "name"));
+  EXPECT_EQ(symSubOpen(), 0);
+  EXPECT_NE(symLookup(0, "name"), nullptr);
 
   for (int i = 0; i < 5; ++i) symSubClose();
-  EXPECT_NE(nullptr, symLookup(0, "name"));
-  EXPECT_EQ(0, symSubOpen());
-  EXPECT_EQ(nullptr, symLookup(0, "name"));
+  EXPECT_NE(symLookup(0, "name"), nullptr);
+  EXPECT_EQ(symSubOpen(), 0);
+  EXPECT_EQ(symLookup(0, "name"), nullptr);
   symSubClose();
 }
 
@@ -218,16 +218,16 @@ TEST(Symtab, LookupFindsWhatWasEntered) {
   int target = 0;
   const Table table(64);
   sym_t* const entered = symEnter(table, "1203", valueSymbol(&target), -5);
-  ASSERT_NE(nullptr, entered);
+  ASSERT_NE(entered, nullptr);
   EXPECT_EQ(entered, symLookup(table, "1203"));
-  EXPECT_STREQ("1203", name_of(entered));
-  EXPECT_EQ(VALUE_TYPE_STRING, entered->name.type);
-  EXPECT_EQ(1, entered->name.valid);
-  EXPECT_EQ(1, entered->name.allocated);
-  EXPECT_EQ(VALUE_TYPE_SYMBOL, entered->content.type);
+  EXPECT_STREQ(name_of(entered), "1203");
+  EXPECT_EQ(entered->name.type, VALUE_TYPE_STRING);
+  EXPECT_EQ(entered->name.valid, 1);
+  EXPECT_EQ(entered->name.allocated, 1);
+  EXPECT_EQ(entered->content.type, VALUE_TYPE_SYMBOL);
   EXPECT_EQ(&target, entered->content.payload.symbol);
-  EXPECT_EQ(-5, entered->arg);
-  EXPECT_EQ(nullptr, entered->next);
+  EXPECT_EQ(entered->arg, -5);
+  EXPECT_EQ(entered->next, nullptr);
 }
 
 TEST(Symtab, ArgIsKeptUnchanged) {
@@ -243,53 +243,53 @@ TEST(Symtab, TheKeyIsAPrivateCopy) {
   const Table table(64);
   enter(table, name);
   name[0] = '9';
-  EXPECT_EQ(nullptr, symLookup(table, name));
-  EXPECT_NE(nullptr, symLookup(table, "1203"));
+  EXPECT_EQ(symLookup(table, name), nullptr);
+  EXPECT_NE(symLookup(table, "1203"), nullptr);
 }
 
 TEST(Symtab, LookupComparesWholeNames) {
   const Table table(1);
   enter_all(table, {"12", "120", "1203"});
-  EXPECT_EQ(nullptr, symLookup(table, "1"));
-  EXPECT_EQ(nullptr, symLookup(table, "12034"));
-  EXPECT_EQ(nullptr, symLookup(table, "2203"));
-  EXPECT_STREQ("120", name_of(symLookup(table, "120")));
+  EXPECT_EQ(symLookup(table, "1"), nullptr);
+  EXPECT_EQ(symLookup(table, "12034"), nullptr);
+  EXPECT_EQ(symLookup(table, "2203"), nullptr);
+  EXPECT_STREQ(name_of(symLookup(table, "120")), "120");
 }
 
 TEST(Symtab, ThreeThousandIdsAreAllFound) {
   const Table table(64);
-  for (int id = 0; id < 3000; ++id) ASSERT_NE(nullptr, enter(table, std::to_string(id * 37), id));
+  for (int id = 0; id < 3000; ++id) ASSERT_NE(enter(table, std::to_string(id * 37), id), nullptr);
   for (int id = 0; id < 3000; ++id) {
     const sym_t* const found = symLookup(table, std::to_string(id * 37).c_str());
-    ASSERT_NE(nullptr, found) << id;
+    ASSERT_NE(found, nullptr) << id;
     EXPECT_EQ(id, found->arg);
   }
-  EXPECT_EQ(nullptr, symLookup(table, "1"));
+  EXPECT_EQ(symLookup(table, "1"), nullptr);
 }
 
 TEST(Symtab, LookupOfNothingFindsNothing) {
   const Table table(4);
   enter(table, "name");
-  EXPECT_EQ(nullptr, symLookup(table, nullptr));
-  EXPECT_EQ(nullptr, symLookup(table, ""));
+  EXPECT_EQ(symLookup(table, nullptr), nullptr);
+  EXPECT_EQ(symLookup(table, ""), nullptr);
 }
 
 TEST(Symtab, TheEmptyNameIsEnteredButNeverFound) {
   const Table table(4);
   enter(table, "\x03");  // the other entry of the first bucket
   sym_t* const entered = enter(table, "", 1);
-  ASSERT_NE(nullptr, entered);
-  EXPECT_EQ(nullptr, symLookup(table, ""));
-  EXPECT_EQ(-1, symDelete(table, ""));
+  ASSERT_NE(entered, nullptr);
+  EXPECT_EQ(symLookup(table, ""), nullptr);
+  EXPECT_EQ(symDelete(table, ""), -1);
   EXPECT_EQ(entered, enter(table, "", 2));
-  EXPECT_EQ(2, entered->arg);
+  EXPECT_EQ(entered->arg, 2);
   EXPECT_THAT(walk(table), ElementsAre("\x03", ""));
 }
 
 TEST(Symtab, NullNamesAreRefused) {
   const Table table(4);
-  EXPECT_EQ(nullptr, symEnter(table, nullptr, valueInteger(1), 1));
-  EXPECT_EQ(-1, symDelete(table, nullptr));
+  EXPECT_EQ(symEnter(table, nullptr, valueInteger(1), 1), nullptr);
+  EXPECT_EQ(symDelete(table, nullptr), -1);
   EXPECT_THAT(walk(table), IsEmpty());
 }
 
@@ -298,11 +298,11 @@ TEST(Symtab, EnteringANameAgainReplacesContentAndArg) {
   sym_t* const first = symEnter(table, "1203", valueString("old", VALUE_FLAG_COPY), 1);
   sym_t* const second = symEnter(table, "1203", valueString("new", VALUE_FLAG_COPY), 2);
   EXPECT_EQ(first, second);
-  EXPECT_STREQ("new", second->content.payload.string);
-  EXPECT_EQ(2, second->arg);
+  EXPECT_STREQ(second->content.payload.string, "new");
+  EXPECT_EQ(second->arg, 2);
   symEnter(table, "1203", valueInteger(5), 3);
-  EXPECT_EQ(VALUE_TYPE_INTEGER, second->content.type);
-  EXPECT_EQ(5, second->content.payload.integer);
+  EXPECT_EQ(second->content.type, VALUE_TYPE_INTEGER);
+  EXPECT_EQ(second->content.payload.integer, 5);
   EXPECT_THAT(walk(table), ElementsAre("1203"));
 }
 
@@ -310,8 +310,8 @@ TEST(Symtab, EnteringAnEntrysOwnContentAgainKeepsItsString) {
   const Table table(64);
   sym_t* const entry = symEnter(table, "1203", valueString("text", VALUE_FLAG_COPY), 1);
   EXPECT_EQ(entry, symEnter(table, "1203", entry->content, 2));
-  EXPECT_STREQ("text", entry->content.payload.string);
-  EXPECT_EQ(2, entry->arg);
+  EXPECT_STREQ(entry->content.payload.string, "text");
+  EXPECT_EQ(entry->arg, 2);
 }
 
 TEST(Symtab, DeleteRemovesTheNamedEntryOnly) {
@@ -319,9 +319,9 @@ TEST(Symtab, DeleteRemovesTheNamedEntryOnly) {
     const Table table(1);
     Names names = {"first", "middle", "last"};
     enter_all(table, names);
-    EXPECT_EQ(0, symDelete(table, victim));
-    EXPECT_EQ(nullptr, symLookup(table, victim));
-    EXPECT_EQ(-1, symDelete(table, victim));
+    EXPECT_EQ(symDelete(table, victim), 0);
+    EXPECT_EQ(symLookup(table, victim), nullptr);
+    EXPECT_EQ(symDelete(table, victim), -1);
     std::erase(names, victim);
     EXPECT_EQ(names, walk(table));
     enter(table, victim);
@@ -332,7 +332,7 @@ TEST(Symtab, DeleteRemovesTheNamedEntryOnly) {
 TEST(Symtab, DeleteOfAnUnknownNameChangesNothing) {
   const Table table(1);
   enter_all(table, {"a", "b"});
-  EXPECT_EQ(-1, symDelete(table, "c"));
+  EXPECT_EQ(symDelete(table, "c"), -1);
   EXPECT_THAT(walk(table), ElementsAre("a", "b"));
 }
 
@@ -341,14 +341,14 @@ TEST(Symtab, DeleteFreesTheStringsOfTheEntry) {
   const Table table(4);
   symEnter(table, "owned", valueString("text", VALUE_FLAG_COPY), 0);
   symEnter(table, "pointer", valueSymbol(&target), 0);
-  EXPECT_EQ(0, symDelete(table, "owned"));
-  EXPECT_EQ(0, symDelete(table, "pointer"));
-  EXPECT_EQ(7, target);
+  EXPECT_EQ(symDelete(table, "owned"), 0);
+  EXPECT_EQ(symDelete(table, "pointer"), 0);
+  EXPECT_EQ(target, 7);
 }
 
 TEST(Symtab, DeleteTakesTheEntrysOwnNameAsArgument) {
   const Table table(4);
-  EXPECT_EQ(0, symDelete(table, name_of(enter(table, "name"))));
+  EXPECT_EQ(symDelete(table, name_of(enter(table, "name"))), 0);
   EXPECT_THAT(walk(table), IsEmpty());
 }
 
@@ -380,14 +380,14 @@ TEST(Symtab, EveryByteOfALongNameCounts) {
 
 TEST(Symtab, WalkOfAnEmptyTableIsEmpty) {
   const Table table(3);
-  EXPECT_EQ(nullptr, symFirst(table));
+  EXPECT_EQ(symFirst(table), nullptr);
 }
 
 TEST(Symtab, WalkGoesThroughBucketsAndOldestFirst) {
   const Table table(3);
   enter_all(table, {"b", "a", "f", "c", "e", "d"});
   EXPECT_THAT(walk(table), ElementsAre("f", "c", "a", "d", "b", "e"));
-  EXPECT_EQ(nullptr, symNext(table));
+  EXPECT_EQ(symNext(table), nullptr);
   EXPECT_THAT(walk(table), ElementsAre("f", "c", "a", "d", "b", "e"));
 }
 
@@ -400,9 +400,9 @@ TEST(Symtab, WalkSkipsEmptyBuckets) {
 TEST(Symtab, WalkEndsAfterTheLastBucket) {
   const Table table(3);
   enter(table, "b");
-  EXPECT_STREQ("b", name_of(symFirst(table)));
-  EXPECT_EQ(nullptr, symNext(table));
-  EXPECT_EQ(nullptr, symNext(table));
+  EXPECT_STREQ(name_of(symFirst(table)), "b");
+  EXPECT_EQ(symNext(table), nullptr);
+  EXPECT_EQ(symNext(table), nullptr);
 }
 
 TEST(Symtab, WalkOfASingleBucketEnds) {
@@ -414,7 +414,7 @@ TEST(Symtab, WalkOfASingleBucketEnds) {
 TEST(Symtab, ABucketEmptiedByDeletionIsSkipped) {
   const Table table(3);
   enter_all(table, {"c", "a", "b"});
-  EXPECT_EQ(0, symDelete(table, "a"));
+  EXPECT_EQ(symDelete(table, "a"), 0);
   EXPECT_THAT(walk(table), ElementsAre("c", "b"));
 }
 
@@ -422,9 +422,9 @@ TEST(Symtab, AnEmptyTableLeavesTheWalkOfAnotherAlone) {
   const Table table(3);
   const Table empty(3);
   enter_all(table, {"c", "a"});
-  EXPECT_STREQ("c", name_of(symFirst(table)));
-  EXPECT_EQ(nullptr, symFirst(empty));
-  EXPECT_STREQ("a", name_of(symNext(table)));
+  EXPECT_STREQ(name_of(symFirst(table)), "c");
+  EXPECT_EQ(symFirst(empty), nullptr);
+  EXPECT_STREQ(name_of(symNext(table)), "a");
 }
 
 TEST(Symtab, TheEntryJustHandedOutMayBeDeleted) {
@@ -433,7 +433,7 @@ TEST(Symtab, TheEntryJustHandedOutMayBeDeleted) {
   Names seen;
   for (const sym_t* symbol = symFirst(table); symbol != nullptr; symbol = symNext(table)) {
     seen.emplace_back(name_of(symbol));
-    EXPECT_EQ(0, symDelete(table, seen.back().c_str()));
+    EXPECT_EQ(symDelete(table, seen.back().c_str()), 0);
   }
   EXPECT_THAT(seen, ElementsAre("f", "c", "a", "d", "b", "e"));
   EXPECT_THAT(walk(table), IsEmpty());
@@ -442,41 +442,41 @@ TEST(Symtab, TheEntryJustHandedOutMayBeDeleted) {
 TEST(Symtab, DeletingTheNextEntryOfTheChainMovesTheWalkOn) {
   const Table table(3);
   enter_all(table, {"c", "f", "i", "a"});
-  EXPECT_STREQ("c", name_of(symFirst(table)));
-  EXPECT_EQ(0, symDelete(table, "f"));
+  EXPECT_STREQ(name_of(symFirst(table)), "c");
+  EXPECT_EQ(symDelete(table, "f"), 0);
   EXPECT_THAT(walk_from(table, symNext(table)), ElementsAre("i", "a"));
 }
 
 TEST(Symtab, DeletingTheLastEntryOfTheChainMovesTheWalkToTheNextBucket) {
   const Table table(3);
   enter_all(table, {"c", "f", "a", "d"});
-  EXPECT_STREQ("c", name_of(symFirst(table)));
-  EXPECT_EQ(0, symDelete(table, "f"));
+  EXPECT_STREQ(name_of(symFirst(table)), "c");
+  EXPECT_EQ(symDelete(table, "f"), 0);
   EXPECT_THAT(walk_from(table, symNext(table)), ElementsAre("a", "d"));
 }
 
 TEST(Symtab, DeletingTheHeadOfTheNextBucketMovesTheWalkOn) {
   const Table table(3);
   enter_all(table, {"c", "a", "d", "b"});
-  EXPECT_STREQ("c", name_of(symFirst(table)));
-  EXPECT_EQ(0, symDelete(table, "a"));
-  EXPECT_EQ(0, symDelete(table, "d"));
+  EXPECT_STREQ(name_of(symFirst(table)), "c");
+  EXPECT_EQ(symDelete(table, "a"), 0);
+  EXPECT_EQ(symDelete(table, "d"), 0);
   EXPECT_THAT(walk_from(table, symNext(table)), ElementsAre("b"));
 }
 
 TEST(Symtab, DeletingTheVeryLastEntryEndsTheWalk) {
   const Table table(3);
   enter_all(table, {"b", "e"});
-  EXPECT_STREQ("b", name_of(symFirst(table)));
-  EXPECT_EQ(0, symDelete(table, "e"));
-  EXPECT_EQ(nullptr, symNext(table));
+  EXPECT_STREQ(name_of(symFirst(table)), "b");
+  EXPECT_EQ(symDelete(table, "e"), 0);
+  EXPECT_EQ(symNext(table), nullptr);
 }
 
 TEST(Symtab, DeletingAnEntryFurtherOnLeavesTheWalkWhereItIs) {
   const Table table(3);
   enter_all(table, {"c", "f", "i", "b"});
-  EXPECT_STREQ("c", name_of(symFirst(table)));
-  EXPECT_EQ(0, symDelete(table, "i"));
+  EXPECT_STREQ(name_of(symFirst(table)), "c");
+  EXPECT_EQ(symDelete(table, "i"), 0);
   EXPECT_THAT(walk_from(table, symNext(table)), ElementsAre("f", "b"));
 }
 
@@ -485,10 +485,10 @@ TEST(Symtab, ClosingTheWalkedTableEndsTheWalk) {
   const Table other(3);
   enter_all(walked, {"c", "f", "a"});
   enter_all(other, {"c", "a", "b"});
-  EXPECT_STREQ("c", name_of(symFirst(walked)));
+  EXPECT_STREQ(name_of(symFirst(walked)), "c");
   symClose(walked);
-  EXPECT_EQ(nullptr, symNext(walked));
-  EXPECT_EQ(nullptr, symNext(other));
+  EXPECT_EQ(symNext(walked), nullptr);
+  EXPECT_EQ(symNext(other), nullptr);
   EXPECT_THAT(walk(other), ElementsAre("c", "a", "b"));
 }
 
@@ -497,7 +497,7 @@ TEST(Symtab, ClosingAnotherTableLeavesTheWalkAlone) {
   const sym_fd other = symOpen(3);
   enter_all(walked, {"c", "f"});
   enter_all(other, {"c", "f"});
-  EXPECT_STREQ("c", name_of(symFirst(walked)));
+  EXPECT_STREQ(name_of(symFirst(walked)), "c");
   symClose(other);
   EXPECT_THAT(walk_from(walked, symNext(walked)), ElementsAre("f"));
 }
@@ -507,11 +507,11 @@ TEST(Symtab, OneWalkForAllTables) {
   const Table narrow(1);
   enter_all(wide, {"Z", "<"});
   enter_all(narrow, {"a", "b"});
-  EXPECT_STREQ("Z", name_of(symFirst(wide)));
+  EXPECT_STREQ(name_of(symFirst(wide)), "Z");
   // A walk that is beyond the last bucket of the table it is asked for has ended.
-  EXPECT_EQ(nullptr, symNext(narrow));
-  EXPECT_STREQ("a", name_of(symFirst(narrow)));
-  EXPECT_STREQ("b", name_of(symNext(wide)));
+  EXPECT_EQ(symNext(narrow), nullptr);
+  EXPECT_STREQ(name_of(symFirst(narrow)), "a");
+  EXPECT_STREQ(name_of(symNext(wide)), "b");
 }
 
 // --- without memory
@@ -523,12 +523,12 @@ TEST(Symtab, OpenWithoutMemoryFails) {
       const FailingHeap heap(served);
       sd = symOpen(64);
     }
-    EXPECT_EQ(-1, sd) << served;
-    EXPECT_EQ(nullptr, symLookup(0, "name"));
+    EXPECT_EQ(sd, -1) << served;
+    EXPECT_EQ(symLookup(0, "name"), nullptr);
   }
   const Table table(64);
-  EXPECT_EQ(0, table);
-  EXPECT_NE(nullptr, enter(table, "name"));
+  EXPECT_EQ(table, 0);
+  EXPECT_NE(enter(table, "name"), nullptr);
 }
 
 TEST(Symtab, OpenWithoutMemoryLeavesOtherTablesAlone) {
@@ -539,11 +539,11 @@ TEST(Symtab, OpenWithoutMemoryLeavesOtherTablesAlone) {
     const FailingHeap heap(0);
     sd = symOpen(64);
   }
-  EXPECT_EQ(-1, sd);
-  EXPECT_EQ(nullptr, symLookup(1, "name"));
-  EXPECT_NE(nullptr, symLookup(table, "name"));
+  EXPECT_EQ(sd, -1);
+  EXPECT_EQ(symLookup(1, "name"), nullptr);
+  EXPECT_NE(symLookup(table, "name"), nullptr);
   const Table next(64);
-  EXPECT_EQ(1, next);
+  EXPECT_EQ(next, 1);
 }
 
 TEST(Symtab, ATableWithoutBucketsHoldsNothing) {
@@ -552,15 +552,15 @@ TEST(Symtab, ATableWithoutBucketsHoldsNothing) {
     const FailingHeap heap(4);
     sd = symOpen(64);
   }
-  ASSERT_EQ(0, sd);
-  EXPECT_EQ(nullptr, enter(sd, "name"));
-  EXPECT_EQ(nullptr, enter(sd, ""));
-  EXPECT_EQ(nullptr, symLookup(sd, "name"));
-  EXPECT_EQ(-1, symDelete(sd, "name"));
-  EXPECT_EQ(nullptr, symFirst(sd));
-  EXPECT_EQ(nullptr, symNext(sd));
+  ASSERT_EQ(sd, 0);
+  EXPECT_EQ(enter(sd, "name"), nullptr);
+  EXPECT_EQ(enter(sd, ""), nullptr);
+  EXPECT_EQ(symLookup(sd, "name"), nullptr);
+  EXPECT_EQ(symDelete(sd, "name"), -1);
+  EXPECT_EQ(symFirst(sd), nullptr);
+  EXPECT_EQ(symNext(sd), nullptr);
   symClose(sd);
-  EXPECT_EQ(0, symOpen(64));
+  EXPECT_EQ(symOpen(64), 0);
   symClose(0);
 }
 
@@ -575,10 +575,10 @@ TEST(Symtab, EnterWithoutMemoryLeavesTheTableUnchanged) {
         const FailingHeap heap(served);
         entered = symEnter(table, name, value, 1);
       }
-      EXPECT_EQ(nullptr, entered) << name << served;
-      EXPECT_EQ(nullptr, symLookup(table, name));
+      EXPECT_EQ(entered, nullptr) << name << served;
+      EXPECT_EQ(symLookup(table, name), nullptr);
       EXPECT_THAT(walk(table), ElementsAre("c", "f"));
-      EXPECT_STREQ("text", value.payload.string);
+      EXPECT_STREQ(value.payload.string, "text");
       valueFree(&value);
     }
   }
@@ -591,7 +591,7 @@ TEST(Symtab, ReplacingNeedsNoMemory) {
     const FailingHeap heap(0);
     symEnter(table, "name", valueInteger(2), 2);
   }
-  EXPECT_EQ(2, symLookup(table, "name")->arg);
+  EXPECT_EQ(symLookup(table, "name")->arg, 2);
 }
 
 }  // namespace

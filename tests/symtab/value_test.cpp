@@ -20,10 +20,10 @@ TEST(Value, IntegerHoldsEveryInt) {
   for (const int integer : {0, 1, -1, INT_MAX, INT_MIN}) {
     const value_t value = valueInteger(integer);
     EXPECT_EQ(integer, value.payload.integer);
-    EXPECT_EQ(VALUE_TYPE_INTEGER, value.type);
-    EXPECT_EQ(1, value.valid);
-    EXPECT_EQ(0, value.allocated);
-    EXPECT_EQ(0u, value.payload.words[1]);
+    EXPECT_EQ(value.type, VALUE_TYPE_INTEGER);
+    EXPECT_EQ(value.valid, 1);
+    EXPECT_EQ(value.allocated, 0);
+    EXPECT_EQ(value.payload.words[1], 0u);
   }
 }
 
@@ -32,10 +32,10 @@ TEST(Value, SymbolHoldsThePointer) {
   for (void* const pointer : {static_cast<void*>(&target), static_cast<void*>(nullptr)}) {
     const value_t value = valueSymbol(pointer);
     EXPECT_EQ(pointer, value.payload.symbol);
-    EXPECT_EQ(VALUE_TYPE_SYMBOL, value.type);
-    EXPECT_EQ(1, value.valid);
-    EXPECT_EQ(0, value.allocated);
-    EXPECT_EQ(0u, value.payload.words[1]);
+    EXPECT_EQ(value.type, VALUE_TYPE_SYMBOL);
+    EXPECT_EQ(value.valid, 1);
+    EXPECT_EQ(value.allocated, 0);
+    EXPECT_EQ(value.payload.words[1], 0u);
   }
 }
 
@@ -44,12 +44,12 @@ TEST(Value, StringWithoutTheFlagHoldsTheCallersPointer) {
   for (const int flags : {0, 2, ~1}) {
     const value_t value = valueString(text, flags);
     EXPECT_EQ(text, value.payload.string);
-    EXPECT_EQ(VALUE_TYPE_STRING, value.type);
-    EXPECT_EQ(1, value.valid);
-    EXPECT_EQ(0, value.allocated);
-    EXPECT_EQ(0u, value.payload.words[1]);
+    EXPECT_EQ(value.type, VALUE_TYPE_STRING);
+    EXPECT_EQ(value.valid, 1);
+    EXPECT_EQ(value.allocated, 0);
+    EXPECT_EQ(value.payload.words[1], 0u);
   }
-  EXPECT_EQ(nullptr, valueString(nullptr, 0).payload.string);
+  EXPECT_EQ(valueString(nullptr, 0).payload.string, nullptr);
 }
 
 TEST(Value, StringWithTheFlagHoldsACopy) {
@@ -57,20 +57,20 @@ TEST(Value, StringWithTheFlagHoldsACopy) {
     char text[] = "text";
     value_t value = valueString(text, flags);
     text[0] = 'n';
-    EXPECT_STREQ("text", value.payload.string);
-    EXPECT_EQ(VALUE_TYPE_STRING, value.type);
-    EXPECT_EQ(1, value.valid);
-    EXPECT_EQ(1, value.allocated);
-    EXPECT_EQ(0u, value.payload.words[1]);
+    EXPECT_STREQ(value.payload.string, "text");
+    EXPECT_EQ(value.type, VALUE_TYPE_STRING);
+    EXPECT_EQ(value.valid, 1);
+    EXPECT_EQ(value.allocated, 1);
+    EXPECT_EQ(value.payload.words[1], 0u);
     valueFree(&value);
   }
 }
 
 TEST(Value, CopyOfNullIsTheEmptyText) {
   value_t value = valueString(nullptr, VALUE_FLAG_COPY);
-  ASSERT_NE(nullptr, value.payload.string);
-  EXPECT_STREQ("", value.payload.string);
-  EXPECT_EQ(1, value.allocated);
+  ASSERT_NE(value.payload.string, nullptr);
+  EXPECT_STREQ(value.payload.string, "");
+  EXPECT_EQ(value.allocated, 1);
   valueFree(&value);
 }
 
@@ -80,12 +80,12 @@ TEST(Value, CopyWithoutMemoryIsAnOwnedNull) {
     const FailingHeap heap(0);
     value = valueString("text", VALUE_FLAG_COPY);
   }
-  EXPECT_EQ(nullptr, value.payload.string);
-  EXPECT_EQ(VALUE_TYPE_STRING, value.type);
-  EXPECT_EQ(1, value.valid);
-  EXPECT_EQ(1, value.allocated);
+  EXPECT_EQ(value.payload.string, nullptr);
+  EXPECT_EQ(value.type, VALUE_TYPE_STRING);
+  EXPECT_EQ(value.valid, 1);
+  EXPECT_EQ(value.allocated, 1);
   valueFree(&value);
-  EXPECT_EQ(0, value.valid);
+  EXPECT_EQ(value.valid, 0);
 }
 
 // That the owned string is freed shows as a leak, a string freed too often as a double free, under the
@@ -98,13 +98,13 @@ TEST(Value, FreeClearsTheTagsAndKeepsThePayload) {
   for (value_t value : values) {
     const value_payload_t before = value.payload;
     valueFree(&value);
-    EXPECT_EQ(VALUE_TYPE_NONE, value.type);
-    EXPECT_EQ(0, value.valid);
-    EXPECT_EQ(0, value.allocated);
+    EXPECT_EQ(value.type, VALUE_TYPE_NONE);
+    EXPECT_EQ(value.valid, 0);
+    EXPECT_EQ(value.allocated, 0);
     EXPECT_EQ(before.words[0], value.payload.words[0]);
     EXPECT_EQ(before.words[1], value.payload.words[1]);
     valueFree(&value);
-    EXPECT_EQ(VALUE_TYPE_NONE, value.type);
+    EXPECT_EQ(value.type, VALUE_TYPE_NONE);
   }
 }
 
@@ -114,13 +114,13 @@ TEST(Value, FreeLeavesStringsAloneThatTheTagsDoNotOwn) {
   invalid.allocated = 1;
   invalid.valid = 0;
   valueFree(&invalid);
-  EXPECT_EQ(0, invalid.allocated);
+  EXPECT_EQ(invalid.allocated, 0);
 
   value_t other_type = valueSymbol(text);
   other_type.allocated = 1;
   valueFree(&other_type);
-  EXPECT_EQ(0, other_type.allocated);
-  EXPECT_STREQ("not from the heap", text);
+  EXPECT_EQ(other_type.allocated, 0);
+  EXPECT_STREQ(text, "not from the heap");
 }
 
 TEST(Value, FreeOfNullDoesNothing) { valueFree(nullptr); }

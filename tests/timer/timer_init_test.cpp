@@ -300,11 +300,12 @@ TEST(TimerInit, ForkedChildLeavesRefusalsToItsParent) {
 TEST(TimerInit, ForkedChildCreatesTimersBeforeItStartsItsOwn) {
   in_fresh_process([] {
     kelo_timer_init();
-    EXPECT_EQ(ChildEnd::good, fork_bounded([] {
+    EXPECT_EQ(fork_bounded([] {
                 kelo_timer_info info{};
                 info.cb.handler = [](void*) {};
                 return kelo_timer_create(&info) == 0 && kelo_timer_delete(&info) == 0;
-              }));
+              }),
+              ChildEnd::good);
   });
 }
 

@@ -352,12 +352,13 @@ TEST_F(TimerService, SignalsOfOtherProcessesAreIgnored) {
   for (const bool worker_takes_it : {false, true}) {
     HeldWorker worker;
     if (worker_takes_it) worker.release();
-    EXPECT_EQ(ChildEnd::good, fork_bounded([&] {
+    EXPECT_EQ(fork_bounded([&] {
                 sigval value{};
                 value.sival_ptr = &record.info;
                 return sigqueue(getppid(), SIGUSR1, value) == 0;
-              }));
-    EXPECT_EQ(ChildEnd::good, fork_bounded([] { return kill(getppid(), SIGUSR1) == 0; }));
+              }),
+              ChildEnd::good);
+    EXPECT_EQ(fork_bounded([] { return kill(getppid(), SIGUSR1) == 0; }), ChildEnd::good);
   }
   pass_worker();
   EXPECT_EQ(calls.count(), 0U);
@@ -400,12 +401,13 @@ TEST_F(TimerService, ForkedChildIsCalledForARecordThatWaitedInItsParent) {
     const HeldWorker worker;
     expire(&left_behind.info);
     expire(&waiting.info);
-    EXPECT_EQ(ChildEnd::good, fork_bounded([&] {
+    EXPECT_EQ(fork_bounded([&] {
                 kelo_timer_init();
                 waiting.info.value = milliseconds(1);
                 return kelo_timer_create(&waiting.info) == 0 && kelo_timer_start(&waiting.info) == 0 &&
                        calls.wait_for(1) && calls.names() == std::vector{1};
-              }));
+              }),
+              ChildEnd::good);
   }
   EXPECT_EQ(calls.names(), (std::vector{2, 1}));
 }
