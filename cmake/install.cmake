@@ -10,7 +10,7 @@ set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/kelo_utils)
 install(EXPORT kelo_utils-targets NAMESPACE kelo:: DESTINATION ${package_folder} COMPONENT development)
 configure_package_config_file(cmake/kelo_utils-config.cmake.in kelo_utils-config.cmake
   INSTALL_DESTINATION ${package_folder})
-write_basic_package_version_file(kelo_utils-config-version.cmake COMPATIBILITY SameMajorVersion)
+write_basic_package_version_file(kelo_utils-config-version.cmake COMPATIBILITY SameMinorVersion) # docs/versioning.md
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kelo_utils-config.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/kelo_utils-config-version.cmake
         DESTINATION ${package_folder} COMPONENT development)
