@@ -1,7 +1,7 @@
 SUMMARY = "Shared utility library of the router's application daemons"
 SECTION = "libs"
-# The tree has no licence file: its owner has not published it.
-LICENSE = "CLOSED"
+LICENSE = "MIT"
+LIC_FILES_CHKSUM = "file://LICENSE;md5=8b09e049e2b6e3619a412ab582215f98"
 
 DEPENDS = "sqlite3"
 
