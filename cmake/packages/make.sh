@@ -1,13 +1,17 @@
 #!/bin/sh
 # Makes the Debian packages of a build and puts them into a folder. Usage: make.sh BUILD FOLDER
-# All files in them have the time of the last commit, so that equal sources make equal packages; a tree without its
-# history has a fixed time. A SOURCE_DATE_EPOCH of the caller is used instead.
+# All files in them have the time of the last commit, so that equal sources make equal packages; in a tree without its
+# history they have the day of the newest version in CHANGELOG.md. A SOURCE_DATE_EPOCH of the caller is used instead.
 set -eu
 umask 022 # the modes of the files that CPack makes get into the packages
 build=$1 folder=$2 sources=$(dirname -- "$0")/../..
 if [ -z "${SOURCE_DATE_EPOCH:-}" ]; then
-  SOURCE_DATE_EPOCH=1767225600 # 2026-01-01
-  [ ! -e "$sources/.git" ] || SOURCE_DATE_EPOCH=$(git -C "$sources" log -1 --format=%ct)
+  if [ -e "$sources/.git" ]; then
+    SOURCE_DATE_EPOCH=$(git -C "$sources" log -1 --format=%ct)
+  else
+    day=$(sed -n 's/^## .* - \([0-9-]*\)$/\1/p' "$sources/CHANGELOG.md" | head -n 1)
+    SOURCE_DATE_EPOCH=$(date -u -d "${day:?no version with a date in CHANGELOG.md}" +%s)
+  fi
 fi
 export SOURCE_DATE_EPOCH
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Packages of the same sources are the same to the byte, wherever and under whatever umask they were made, and bear the
-# time of the last commit.
+# time of the last commit, or in a tree without its history the day of the newest version.
 # What is in them is for package_contents.sh to say.
 # shellcheck source=common.sh
 . "$(dirname -- "${BASH_SOURCE[0]}")/common.sh"
@@ -20,8 +20,11 @@ make_packages() {
   } > "$build/log" 2>&1 || { cat "$build/log" && exit 1; }
 }
 
-commit_time=1767225600
-[ ! -e "$SOURCE_TREE/.git" ] || commit_time=$(git -C "$SOURCE_TREE" log -1 --format=%ct)
+if [ -e "$SOURCE_TREE/.git" ]; then
+  commit_time=$(git -C "$SOURCE_TREE" log -1 --format=%ct)
+else
+  commit_time=$(date -u -d "$(grep -m 1 -oE ' [0-9]{4}-[0-9]{2}-[0-9]{2}$' "$SOURCE_TREE/CHANGELOG.md")" +%s)
+fi
 unset SOURCE_DATE_EPOCH
 make_packages "$SOURCE_TREE" "$build/here"
 (umask 077 && SOURCE_DATE_EPOCH=$commit_time make_packages "$build/elsewhere/sources" "$build/elsewhere/second") || exit
