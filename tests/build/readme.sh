@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# The example daemon in the README compiles as it is there, without a warning, and does what it says. Every
-# link of the README and of the pages in docs/ leads to something, and the README leads to every header and page. The
-# tests that the page of promises names are there.
+# The example daemon in the README compiles as it is printed there, without a warning, and does what it says. Every
+# link of the README and of the other pages leads to something, and the README leads to every header and to every page in
+# docs/. The tests that the page of promises names are there.
 # shellcheck source=common.sh
 . "$(dirname -- "${BASH_SOURCE[0]}")/common.sh"
 build=$WORK/readme
@@ -30,7 +30,7 @@ links() {
   done
 }
 cd "$SOURCE_TREE"
-for page in README.md docs/*.md; do
+for page in *.md docs/*.md packaging/*.md; do
   for target in $(links "$page"); do
     [ -e "$target" ] || { echo "$page leads to $target, which is not there" && failed=1; }
   done

@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# The recipes of other build systems: they parse, build with the options that the README names, and their packages
-# hold what an installation lays down.
-# shellcheck disable=SC2016 # what is in single quotes are variables of the recipes
+# The recipes of other build systems: they parse, build with the options that the README names, name the licence, and
+# their packages hold the files of an installation. The test that the Yocto recipe packs works.
+# shellcheck disable=SC2016 # in single quotes there are variables of the recipes
 # shellcheck source=common.sh
 . "$(dirname -- "${BASH_SOURCE[0]}")/common.sh"
-# OpenWrt has no place for a blank in a path, which the tree's own may hold: its package is copied to one without.
+# OpenWrt and Buildroot allow no blank in a path, but the path of the tree may have one: their packages are copied.
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 installed=$work/installed
@@ -12,6 +12,7 @@ tree=$work/source
 makefile=$tree/packaging/openwrt/kelo-utils/Makefile
 recipe=$(echo "$SOURCE_TREE"/packaging/yocto/kelo-utils_*.bb)
 version=$(sed -n 's/^project(kelo_utils VERSION \([0-9.]*\).*/\1/p' "$SOURCE_TREE/CMakeLists.txt")
+soversion=$(sed -n 's/.*SOVERSION \([0-9]*\).*/\1/p' "$SOURCE_TREE/cmake/library.cmake")
 
 fail() {
   echo "$*"
@@ -39,6 +40,7 @@ define BuildPackage
 $(eval $(call Package/$(1)))
 facts:
 	@echo '$(1) $(PKG_VERSION) $(CMAKE_INSTALL) $(SECTION) $(CATEGORY) $(DEPENDS) $(KELO_UTILS_TREE)'
+	@echo '$(PKG_LICENSE) $(PKG_LICENSE_FILES) $(ABI_VERSION)'
 prepare:
 	$$(call Build/Prepare)
 stage:
@@ -65,7 +67,7 @@ check_openwrt() {
   fi
   local facts
   facts=$(openwrt facts)
-  [ "$facts" = "kelo-utils $version 1 libs Libraries +libsqlite3 $tree" ] \
+  [ "$facts" = "kelo-utils $version 1 libs Libraries +libsqlite3 $tree"$'\n'"MIT LICENSE $soversion" ] \
     || fail "OpenWrt: unlike what is built: $facts"
   mkdir -p "$work/tree/log" "$work/tree/tests/build" "$work/tree/build/plain" "$work/tree/.git"
   touch "$work/tree/CMakeLists.txt" "$work"/tree/{log,tests/build,build/plain,.git}/file
@@ -78,17 +80,54 @@ check_openwrt() {
     || fail "OpenWrt: the device misses this ('<') or gets that ('>')"
 }
 
+# --- The Buildroot package, with a stand-in for the macro that it calls -------------------------------------
+
+buildroot() {
+  make --no-print-directory --warn-undefined-variables -f "$work/buildroot.mk" BR2_EXTERNAL_KELO_UTILS_PATH="$external" "$@"
+}
+
+check_buildroot() {
+  local facts symbols external=$tree/packaging/buildroot
+  cat > "$work/buildroot.mk" << 'END'
+define cmake-package
+facts:
+	@echo '$(KELO_UTILS_VERSION) $(KELO_UTILS_SITE) $(KELO_UTILS_SITE_METHOD) $(KELO_UTILS_DEPENDENCIES)'
+	@echo '$(KELO_UTILS_LICENSE) $(KELO_UTILS_LICENSE_FILES) $(KELO_UTILS_INSTALL_STAGING)'
+END
+  printf 'endef\ninclude %s\n' "$external/external.mk" >> "$work/buildroot.mk"
+  facts=$(buildroot facts 2>&1) || :
+  [ "$facts" = "$version $tree local sqlite"$'\n'"MIT LICENSE YES" ] || fail "Buildroot: unlike what is built: $facts"
+  # Every variable of the package is one that Buildroot reads.
+  diff <(printf 'KELO_UTILS_%s\n' CONF_OPTS DEPENDENCIES INSTALL_STAGING LICENSE LICENSE_FILES \
+    OVERRIDE_SRCDIR_RSYNC_EXCLUSIONS SITE SITE_METHOD SUPPORTS_IN_SOURCE_BUILD VERSION) \
+    <(sed -n 's/^\(KELO_UTILS_[A-Z_]*\) = .*/\1/p' "$external/kelo-utils/kelo-utils.mk" | sort) \
+    || fail "Buildroot: variables that are missing ('<') or unknown ('>')"
+  # The menu offers the package under the name that its file of rules has, and asks for what the build needs.
+  [ "$(sed -n 's/^name: //p' "$external/external.desc")" = KELO_UTILS ] || fail "Buildroot: external.desc"
+  [ "$(< "$external/Config.in")" = 'source "$BR2_EXTERNAL_KELO_UTILS_PATH/kelo-utils/Config.in"' ] \
+    || fail "Buildroot: the menu does not lead to the package"
+  symbols=$(sed -nE 's/^(config|	select) //p' "$external/kelo-utils/Config.in" | tr '\n' ' ')
+  [ "$symbols" = "BR2_PACKAGE_KELO_UTILS BR2_PACKAGE_SQLITE " ] || fail "Buildroot: the menu has $symbols"
+}
+
 # --- The Yocto recipe ---------------------------------------------------------------------------------------
 
 declare -A yocto=()
-yocto_variables=(SUMMARY SECTION LICENSE DEPENDS inherit EXTERNALSRC EXTRA_OECMAKE KELO_DIAG_LIBRARY KELO_DIAG_RECIPE
-  PACKAGECONFIG 'PACKAGECONFIG[diag]' 'FILES:${PN}' 'FILES:${PN}-dev' 'FILES:${PN}-staticdev' 'RDEPENDS:${PN}-dev')
+declare -A yocto_functions=()
+yocto_variables=(SUMMARY SECTION LICENSE LIC_FILES_CHKSUM DEPENDS inherit EXTERNALSRC EXTRA_OECMAKE KELO_DIAG_LIBRARY
+  KELO_DIAG_RECIPE PACKAGECONFIG 'PACKAGECONFIG[diag]' 'FILES:${PN}' 'FILES:${PN}-dev' 'FILES:${PN}-staticdev'
+  'RDEPENDS:${PN}-dev' 'RRECOMMENDS:${PN}-ptest')
 
 read_yocto() {
-  local line assignment='^([A-Za-z_:${}-]+(\[[a-z]+\])?) (\?\?=|\?=|=|\+=) "([^"]*)"$'
+  local line function="" assignment='^([A-Za-z_:${}-]+(\[[a-z]+\])?) (\?\?=|\?=|=|\+=) "([^"]*)"$'
   while IFS= read -r line; do
+    if [ -n "$function" ]; then
+      [ "$line" = '}' ] && function= || yocto_functions[$function]+=$line$'\n'
+      continue
+    fi
     case $line in
       '' | '#'*) continue ;;
+      'do_'*'() {') function=${line%'() {'} ;;
       'inherit '*) yocto[inherit]=${line#inherit } ;;
       *)
         if [[ $line =~ $assignment ]]; then
@@ -120,15 +159,30 @@ holds() {
   return 1
 }
 
+# Runs the two functions that make the test for the device, with the built library, and then that test.
+check_ptest() {
+  local results
+  diff <(printf '%s\n' do_compile_ptest do_install_ptest) <(printf '%s\n' "${!yocto_functions[@]}" | sort) \
+    || fail "Yocto: functions that are missing ('<') or unknown ('>')"
+  mkdir -p "$work/ptest"
+  (cd "$work/ptest" && S=$SOURCE_TREE B=$BINARY_TREE D=$work/ptest PTEST_PATH=/installed CFLAGS='-Wall -Werror' LDFLAGS="" \
+    sh -euc "${yocto_functions[do_compile_ptest]}${yocto_functions[do_install_ptest]}") || fail "Yocto: no test was made"
+  # As the root of its sandbox it may mount, where the machine allows it.
+  results=$(LD_LIBRARY_PATH=$BINARY_TREE "$SOURCE_TREE/tests/sandbox.sh" --interfaces "$work/ptest" "$BINARY_TREE" -- \
+    "$work/ptest/installed/run-ptest") || { [ $? -eq 77 ] && return; } || fail "Yocto: the test failed"
+  [[ $results == 'PASS: own_hooks'$'\n'@(PASS|SKIP)': storage' ]] || fail "Yocto: the test printed: $results"
+}
+
 check_yocto() {
   local file package packages expected
   read_yocto
   [ "$(basename "$recipe")" = "kelo-utils_$version.bb" ] || fail "Yocto: $recipe is not called after version $version"
-  [ "${yocto[inherit]:-}" = "cmake pkgconfig externalsrc" ] || fail "Yocto: inherits ${yocto[inherit]:-nothing}"
+  [ "${yocto[inherit]:-}" = "cmake pkgconfig externalsrc ptest" ] || fail "Yocto: inherits ${yocto[inherit]:-nothing}"
   [ "${yocto[DEPENDS]:-}" = sqlite3 ] || fail "Yocto: depends on ${yocto[DEPENDS]:-nothing}"
-  if ! compgen -G "$SOURCE_TREE/LICEN[CS]E*" > /dev/null; then
-    [ "${yocto[LICENSE]:-}" = CLOSED ] || fail "Yocto: the tree has no licence file"
-  fi
+  [ "${yocto[LICENSE]:-}" = MIT ] || fail "Yocto: the licence is ${yocto[LICENSE]:-not named}"
+  [ "${yocto[LIC_FILES_CHKSUM]:-}" = "file://LICENSE;md5=$(md5sum < "$SOURCE_TREE/LICENSE" | cut -d ' ' -f 1)" ] \
+    || fail "Yocto: LICENSE has another sum than the recipe says"
+  check_ptest
   while IFS= read -r file; do
     packages=
     for package in '${PN}' '${PN}-dev' '${PN}-staticdev'; do
@@ -143,7 +197,7 @@ check_yocto() {
   done < <(files "$installed")
 }
 
-# --- What both build ----------------------------------------------------------------------------------------
+# --- What all of them build ----------------------------------------------------------------------------------
 
 # same_options NAME TEXT: TEXT gives the options of the README's command for a device.
 same_options() {
@@ -154,6 +208,7 @@ same_options() {
 check_options() {
   local option
   same_options OpenWrt "$(< "$makefile")"
+  same_options Buildroot "$(< "$tree/packaging/buildroot/kelo-utils/kelo-utils.mk")"
   same_options Yocto "${yocto[EXTRA_OECMAKE]:-}"
   grep -rohE -e '-DKELO_[A-Z_]+' "$SOURCE_TREE/packaging" | sed 's/^-D//' | sort -u > "$work/named"
   grep -q KELO_BUILD_TESTS "$work/named" || fail "the recipes build the tests"
@@ -171,7 +226,8 @@ mkdir -p "$tree"
 cp -r "$SOURCE_TREE/packaging" "$tree"
 "$CMAKE" --install "$BINARY_TREE" --prefix "$installed/usr" > /dev/null
 check_openwrt
+check_buildroot
 check_yocto
 check_options
-[ "$failed" -ne 0 ] || echo "both recipes hold the $(files "$installed" | wc -l) files of an installation"
+[ "$failed" -ne 0 ] || echo "the recipes hold the $(files "$installed" | wc -l) files of an installation"
 exit "$failed"
