@@ -9,6 +9,7 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
 #include "base/file.hpp"
@@ -43,7 +44,8 @@ void send_to_daemon(std::string_view record) {
   constexpr std::string_view kPath = "/dev/log";
   sockaddr_un daemon{};
   daemon.sun_family = AF_UNIX;
-  kPath.copy(daemon.sun_path, kPath.size());
+  // copy() would link the C++ run time in a build without optimisation.
+  std::memcpy(daemon.sun_path, kPath.data(), kPath.size());
   (void)kelo::base::retry_interrupted([&] {
     return ::sendto(socket.get(), record.data(), record.size(), MSG_NOSIGNAL,
                     reinterpret_cast<const sockaddr*>(&daemon), sizeof daemon);
