@@ -3,13 +3,13 @@ add_library(kelo_build_options INTERFACE)
 target_compile_options(kelo_build_options INTERFACE
   -Wall -Wextra -Wshadow -Wformat=2 -Wno-format-nonliteral -Wundef -Wpointer-arith
   -Wno-psabi # notes on how C++ types are passed, none of which crosses the interface
-  -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/= -fdebug-prefix-map=${CMAKE_SOURCE_DIR}=.
-  -fdebug-prefix-map=${CMAKE_BINARY_DIR}=.
+  -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/= -fdebug-prefix-map=${PROJECT_SOURCE_DIR}=.
+  -fdebug-prefix-map=${PROJECT_BINARY_DIR}=.
   $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wconversion -Wsign-conversion>)
 if(KELO_WERROR)
   target_compile_options(kelo_build_options INTERFACE -Werror)
 endif()
-target_include_directories(kelo_build_options INTERFACE ${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/include)
+target_include_directories(kelo_build_options INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
 
 if(KELO_SANITIZE)
   target_compile_options(kelo_build_options INTERFACE

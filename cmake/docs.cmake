@@ -9,19 +9,19 @@ if(NOT KELO_DOXYGEN)
   return()
 endif()
 
-set(KELO_DOCS_STAMP ${CMAKE_BINARY_DIR}/docs/stamp)
+set(KELO_DOCS_STAMP ${PROJECT_BINARY_DIR}/docs/stamp)
 file(GLOB docs_sources CONFIGURE_DEPENDS include/kelo_utils/*.h docs/*.md cmake/docs/*)
 add_custom_command(
   OUTPUT ${KELO_DOCS_STAMP}
-  COMMAND ${CMAKE_CURRENT_LIST_DIR}/docs/make.sh ${CMAKE_BINARY_DIR}/docs
+  COMMAND ${CMAKE_CURRENT_LIST_DIR}/docs/make.sh ${PROJECT_BINARY_DIR}/docs
   COMMAND ${CMAKE_COMMAND} -E touch ${KELO_DOCS_STAMP}
   DEPENDS ${docs_sources} README.md CMakeLists.txt abi/exports.txt
   COMMENT "Making the manual" VERBATIM)
 if(KELO_BUILD_DOCS)
   add_custom_target(docs ALL DEPENDS ${KELO_DOCS_STAMP})
-  install(DIRECTORY ${CMAKE_BINARY_DIR}/docs/html DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/libkelo-utils-doc
+  install(DIRECTORY ${PROJECT_BINARY_DIR}/docs/html DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/libkelo-utils-doc
           COMPONENT documentation)
-  install(DIRECTORY ${CMAKE_BINARY_DIR}/docs/man/man3 DESTINATION ${CMAKE_INSTALL_MANDIR} COMPONENT documentation)
+  install(DIRECTORY ${PROJECT_BINARY_DIR}/docs/man/man3 DESTINATION ${CMAKE_INSTALL_MANDIR} COMPONENT documentation)
 else()
   add_custom_target(docs DEPENDS ${KELO_DOCS_STAMP})
 endif()

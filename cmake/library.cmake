@@ -4,7 +4,7 @@ set(KELO_ROOMS base log symtab queue list file_ops ini data_manager sqlite3/src 
                sqlite3/src/parameters timer/src kelo-app-os-al
                kelo-app-common/src)
 list(TRANSFORM KELO_ROOMS APPEND /*.cpp OUTPUT_VARIABLE KELO_SOURCE_PATTERNS)
-file(GLOB KELO_SOURCES CONFIGURE_DEPENDS RELATIVE ${CMAKE_SOURCE_DIR} ${KELO_SOURCE_PATTERNS})
+file(GLOB KELO_SOURCES CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR} ${KELO_SOURCE_PATTERNS})
 
 if(KELO_DIAG_LIBRARY)
   list(REMOVE_ITEM KELO_SOURCES log/diag_stand_in.cpp)
@@ -50,15 +50,15 @@ if(KELO_BUILD_TESTS)
 endif()
 target_link_libraries(kelo_utils_objects PRIVATE kelo_build_options SQLite::SQLite3 Threads::Threads)
 
-set(KELO_VERSION_SCRIPT ${CMAKE_BINARY_DIR}/kelo_utils.map)
-set(KELO_DYNAMIC_LIST ${CMAKE_BINARY_DIR}/kelo_utils.dynamic)
-set(lists_of_symbols ${CMAKE_SOURCE_DIR}/abi/exports.txt ${CMAKE_SOURCE_DIR}/abi/replaceable.txt)
+set(KELO_VERSION_SCRIPT ${PROJECT_BINARY_DIR}/kelo_utils.map)
+set(KELO_DYNAMIC_LIST ${PROJECT_BINARY_DIR}/kelo_utils.dynamic)
+set(lists_of_symbols ${PROJECT_SOURCE_DIR}/abi/exports.txt ${PROJECT_SOURCE_DIR}/abi/replaceable.txt)
 add_custom_command(
   OUTPUT ${KELO_VERSION_SCRIPT} ${KELO_DYNAMIC_LIST}
-  COMMAND ${CMAKE_COMMAND} -DEXPORTS=${CMAKE_SOURCE_DIR}/abi/exports.txt
-          -DREPLACEABLE=${CMAKE_SOURCE_DIR}/abi/replaceable.txt -DVERSION_SCRIPT=${KELO_VERSION_SCRIPT}
-          -DDYNAMIC_LIST=${KELO_DYNAMIC_LIST} -P ${CMAKE_SOURCE_DIR}/cmake/linker_lists.cmake
-  DEPENDS ${lists_of_symbols} ${CMAKE_SOURCE_DIR}/cmake/linker_lists.cmake)
+  COMMAND ${CMAKE_COMMAND} -DEXPORTS=${PROJECT_SOURCE_DIR}/abi/exports.txt
+          -DREPLACEABLE=${PROJECT_SOURCE_DIR}/abi/replaceable.txt -DVERSION_SCRIPT=${KELO_VERSION_SCRIPT}
+          -DDYNAMIC_LIST=${KELO_DYNAMIC_LIST} -P ${PROJECT_SOURCE_DIR}/cmake/linker_lists.cmake
+  DEPENDS ${lists_of_symbols} ${PROJECT_SOURCE_DIR}/cmake/linker_lists.cmake)
 add_custom_target(kelo_linker_lists DEPENDS ${KELO_VERSION_SCRIPT} ${KELO_DYNAMIC_LIST})
 
 # CMake would hand the C driver the C++ run time for these objects, which need none of it.
@@ -68,7 +68,7 @@ function(kelo_library target type)
   add_library(${target} ${type} $<TARGET_OBJECTS:kelo_utils_objects>)
   set_target_properties(${target} PROPERTIES OUTPUT_NAME kelo_utils LINKER_LANGUAGE C)
   target_include_directories(${target} INTERFACE
-    $<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 endfunction()
 
 kelo_library(kelo_utils SHARED)
@@ -89,7 +89,7 @@ target_link_libraries(kelo_utils PRIVATE SQLite::SQLite3 Threads::Threads PUBLIC
 target_link_options(kelo_utils PRIVATE
   -Wl,--version-script=${KELO_VERSION_SCRIPT} -Wl,--dynamic-list=${KELO_DYNAMIC_LIST} -Wl,-z,nodelete
   -Wl,-z,relro -Wl,-z,now -Wl,--gc-sections -Wl,--sort-section=alignment -Wl,--as-needed -Wl,--build-id
-  -Wl,-Map=${CMAKE_BINARY_DIR}/kelo_utils.link.map)
+  -Wl,-Map=${PROJECT_BINARY_DIR}/kelo_utils.link.map)
 if(KELO_SANITIZE)
   target_link_options(kelo_utils PRIVATE -fsanitize=${KELO_SANITIZE})
 else()
@@ -103,6 +103,6 @@ target_link_libraries(kelo_utils_static PUBLIC SQLite::SQLite3 Threads::Threads 
 add_library(kelo::utils_static ALIAS kelo_utils_static)
 
 # The contents of base/, for programs of the tree that use it directly: the shared library does not export it.
-file(GLOB KELO_BASE_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/base/*.cpp)
+file(GLOB KELO_BASE_SOURCES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/base/*.cpp)
 add_library(kelo_base STATIC EXCLUDE_FROM_ALL ${KELO_BASE_SOURCES})
 target_link_libraries(kelo_base PRIVATE kelo_build_options)

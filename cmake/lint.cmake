@@ -7,7 +7,7 @@ if(NOT KELO_CLANG_TIDY OR NOT CMAKE_GENERATOR MATCHES Ninja)
   return()
 endif()
 
-set(KELO_LINT_CONFIGS ${CMAKE_SOURCE_DIR}/.clang-tidy ${CMAKE_SOURCE_DIR}/tests/.clang-tidy)
+set(KELO_LINT_CONFIGS ${PROJECT_SOURCE_DIR}/.clang-tidy ${PROJECT_SOURCE_DIR}/tests/.clang-tidy)
 
 function(kelo_lint_target target)
   get_target_property(type ${target} TYPE)
@@ -21,21 +21,21 @@ function(kelo_lint_target target)
     if(source MATCHES "\\.(c|cpp)$")
       cmake_path(ABSOLUTE_PATH source BASE_DIRECTORY ${folder})
       get_property(seen GLOBAL PROPERTY KELO_LINT_SOURCES)
-      cmake_path(IS_PREFIX CMAKE_BINARY_DIR ${source} made_by_the_build)
+      cmake_path(IS_PREFIX PROJECT_BINARY_DIR ${source} made_by_the_build)
       if(source IN_LIST seen OR made_by_the_build)
         continue()
       endif()
       set_property(GLOBAL APPEND PROPERTY KELO_LINT_SOURCES ${source})
       cmake_path(RELATIVE_PATH source BASE_DIRECTORY ${folder} OUTPUT_VARIABLE name)
       string(REPLACE .. __ name ${name})
-      set(stamp ${CMAKE_BINARY_DIR}/lint/${target}/${name}.stamp)
-      cmake_path(RELATIVE_PATH source BASE_DIRECTORY ${CMAKE_SOURCE_DIR} OUTPUT_VARIABLE shown)
+      set(stamp ${PROJECT_BINARY_DIR}/lint/${target}/${name}.stamp)
+      cmake_path(RELATIVE_PATH source BASE_DIRECTORY ${PROJECT_SOURCE_DIR} OUTPUT_VARIABLE shown)
       cmake_path(GET stamp PARENT_PATH stamp_folder)
       file(MAKE_DIRECTORY ${stamp_folder})
       add_custom_command(
         OUTPUT ${stamp}
-        COMMAND ${CMAKE_SOURCE_DIR}/cmake/tidy.sh ${KELO_CLANG_TIDY} ${stamp} -p ${CMAKE_BINARY_DIR} ${source}
-        DEPENDS ${CMAKE_SOURCE_DIR}/cmake/tidy.sh ${binary_folder}/CMakeFiles/${target}.dir/${name}.o ${KELO_LINT_CONFIGS}
+        COMMAND ${PROJECT_SOURCE_DIR}/cmake/tidy.sh ${KELO_CLANG_TIDY} ${stamp} -p ${PROJECT_BINARY_DIR} ${source}
+        DEPENDS ${PROJECT_SOURCE_DIR}/cmake/tidy.sh ${binary_folder}/CMakeFiles/${target}.dir/${name}.o ${KELO_LINT_CONFIGS}
         COMMENT "Linting ${shown}" VERBATIM)
       set_property(GLOBAL APPEND PROPERTY KELO_LINT_STAMPS ${stamp})
     endif()
@@ -53,6 +53,6 @@ function(kelo_lint_folder folder)
   endforeach()
 endfunction()
 
-kelo_lint_folder(${CMAKE_SOURCE_DIR})
+kelo_lint_folder(${PROJECT_SOURCE_DIR})
 get_property(stamps GLOBAL PROPERTY KELO_LINT_STAMPS)
 add_custom_target(lint DEPENDS ${stamps} ${KELO_DOCS_STAMP})

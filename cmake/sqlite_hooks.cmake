@@ -9,7 +9,7 @@ target_link_libraries(kelo_utils_sqlite_objects PRIVATE kelo_build_options)
 add_library(kelo_utils_sqlite STATIC $<TARGET_OBJECTS:kelo_utils_sqlite_objects>)
 set_target_properties(kelo_utils_sqlite PROPERTIES LINKER_LANGUAGE C EXPORT_NAME utils_sqlite)
 target_include_directories(kelo_utils_sqlite INTERFACE
-  $<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 set(KELO_SQLITE_HOOKS_OPTIONS "")
 foreach(symbol kelo_utils_sqlite_hooks sqlite_reg sqlite_reg_store_area sqlite_chk_db_ver_match
                check_database_health)

@@ -1,5 +1,5 @@
 # Every test runs as a process of its own inside tests/sandbox.sh. A sandbox that cannot be made is a test skipped.
-set(KELO_TEST_SANDBOX ${CMAKE_SOURCE_DIR}/tests/sandbox.sh ${CMAKE_SOURCE_DIR} ${CMAKE_BINARY_DIR} -- ${CMAKE_CROSSCOMPILING_EMULATOR})
+set(KELO_TEST_SANDBOX ${PROJECT_SOURCE_DIR}/tests/sandbox.sh ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR} -- ${CMAKE_CROSSCOMPILING_EMULATOR})
 # For tests of interfaces: INTERFACES in tests/CMakeLists.txt.
 set(KELO_TEST_INTERFACE_SANDBOX ${KELO_TEST_SANDBOX})
 list(INSERT KELO_TEST_INTERFACE_SANDBOX 1 --interfaces)

@@ -1,1 +1,1 @@
-target_sources(${topic}_fuzz PRIVATE ${CMAKE_SOURCE_DIR}/tests/support/ini_model.cpp)
+target_sources(${topic}_fuzz PRIVATE ${PROJECT_SOURCE_DIR}/tests/support/ini_model.cpp)

@@ -35,6 +35,13 @@ expect_needed() {
   [ "$found" = "$1" ] || { echo "$(basename "$3"): needs $2: $found, not $1" && failed=1; }
 }
 
+# readme_example FILE: writes the daemon of the README into FILE.
+# shellcheck disable=SC2016 # the backquotes are those of the README
+readme_example() {
+  sed -n '/^```c$/,/^```$/{/^```/!p}' "$SOURCE_TREE/README.md" > "$1"
+  [ "$(wc -l < "$1")" -gt 20 ] || { echo "the README has no example" && exit 1; }
+}
+
 # compile_with MODULE OUTPUT COMMAND...: COMMAND followed by the flags of the pkg-config MODULE.
 # `static_flag` is --static for the archives.
 compile_with() {

@@ -6,9 +6,7 @@
 . "$(dirname -- "${BASH_SOURCE[0]}")/common.sh"
 build=$WORK/readme
 mkdir -p "$build"
-# shellcheck disable=SC2016 # the backquotes are those of the README
-sed -n '/^```c$/,/^```$/{/^```/!p}' "$SOURCE_TREE/README.md" > "$build/example.c"
-[ "$(wc -l < "$build/example.c")" -gt 20 ] || { echo "the README has no example" && exit 1; }
+readme_example "$build/example.c"
 
 library=$(find "$prefix" -name libkelo_utils.so -printf '%h\n')
 export PKG_CONFIG_PATH=$library/pkgconfig LD_LIBRARY_PATH=$library

@@ -5,8 +5,8 @@
 # NAME: of the program. SOURCE: the file below the tree. LINE: what is taken out. REPLACEMENT: what comes in its place.
 function(kelo_without NAME SOURCE LINE REPLACEMENT)
   set(target kelo_crash_without_${NAME})
-  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/${SOURCE})
-  file(READ ${CMAKE_SOURCE_DIR}/${SOURCE} text)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${SOURCE})
+  file(READ ${PROJECT_SOURCE_DIR}/${SOURCE} text)
   string(FIND "${text}" "${LINE}" found)
   if(found EQUAL -1)
     message(FATAL_ERROR "${SOURCE} has no line '${LINE}' any more: which one protects ${NAME} now?")
