@@ -15,10 +15,6 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kelo_utils-config.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/kelo_utils-config-version.cmake
         DESTINATION ${package_folder} COMPONENT development)
 
-# The modules find their own prefix, so that an installed tree can be moved, for example into a sysroot.
-cmake_path(SET pkgconfig_folder ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
-cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX}/${pkgconfig_folder}
-           OUTPUT_VARIABLE KELO_PREFIX_FROM_PKGCONFIG)
 set(KELO_DIAG_LINK_FLAG "")
 if(KELO_DIAG_LIBRARY MATCHES "[/.]")
   string(REPLACE " " "\\ " KELO_DIAG_LINK_FLAG "${KELO_DIAG_LIBRARY}") # as pkg-config and the shell read a blank
@@ -26,7 +22,16 @@ elseif(KELO_DIAG_LIBRARY)
   set(KELO_DIAG_LINK_FLAG -l${KELO_DIAG_LIBRARY})
 endif()
 list(JOIN KELO_SQLITE_HOOKS_OPTIONS " " KELO_SQLITE_HOOKS_FLAGS)
-foreach(module kelo_utils kelo_utils_sqlite)
+# The prefix is known when the modules are installed: cmake --install --prefix may change it.
+set(KELO_PREFIX "@KELO_PREFIX@")
+set(pkgconfig_folder ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+foreach(module kelo_utils kelo_utils-static kelo_utils_sqlite kelo_utils_sqlite-static)
   configure_file(cmake/${module}.pc.in ${module}.pc @ONLY)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${module}.pc DESTINATION ${pkgconfig_folder} COMPONENT development)
+  install(CODE "
+    set(module \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${pkgconfig_folder}/${module}.pc\")
+    string(REPLACE \" \" \"\\\\ \" KELO_PREFIX \"\${CMAKE_INSTALL_PREFIX}\") # as pkg-config reads a blank
+    file(READ \"\${module}\" text)
+    string(CONFIGURE \"\${text}\" text @ONLY)
+    file(WRITE \"\${module}\" \"\${text}\")" COMPONENT development)
 endforeach()

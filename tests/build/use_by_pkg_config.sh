@@ -5,8 +5,8 @@
 build=$WORK/by_pkg_config
 rm -rf "$build"
 mkdir -p "$build"
-# The linker takes the archive where there is no shared library: a copy of the tree without one.
-cp -r "$prefix" "$build/static"
+# The linker takes the archive where there is no shared library.
+"$CMAKE" --install "$BINARY_TREE" --prefix "$build/static" > /dev/null
 find "$build/static" -name 'libkelo_utils.so*' -delete
 
 c=("$CC" -std=c99 -pedantic -Wall -Wextra -Werror)
@@ -31,4 +31,38 @@ for link in shared static; do
     expect_needed "$([ $link = shared ] && echo yes || echo no)" libkelo_utils "$build/$program"
   done
 done
+
+# The modules of the archives choose these where the shared library is there, too: with SQLite's shared library, and in a
+# program that is linked statically as a whole.
+library=$(find "$prefix" -name libkelo_utils.a -printf '%h\n')
+export PKG_CONFIG_PATH=$library/pkgconfig
+static_flag=
+compile_with kelo_utils_sqlite-static "$build/archive" "${c[@]}" "$daemon_sources/daemon.c"
+expect "$stored" "$build/archive"
+expect_needed no libkelo_utils "$build/archive"
+expect_needed yes libsqlite3 "$build/archive"
+if [ -e "$("$CC" -print-file-name=libsqlite3.a)" ]; then
+  static_flag=--static
+  compile_with kelo_utils-static "$build/whole" "${c[@]}" -static "$daemon_sources/daemon.c"
+  compile_with kelo_utils_sqlite-static "$build/whole-sqlite" "${c[@]}" -static "$daemon_sources/daemon.c"
+  expect "$no_storage" "$build/whole"
+  expect "$stored" "$build/whole-sqlite"
+  for program in whole whole-sqlite; do
+    expect_needed no . "$build/$program"
+  done
+  static_flag=
+else
+  echo "whole: left out, there is no libsqlite3.a"
+fi
+
+# In a sysroot the prefix is that of the device; in the system's own folders the headers need no option, which would
+# move them before those of the compiler.
+DESTDIR=$build/sysroot "$CMAKE" --install "$BINARY_TREE" --prefix /usr > /dev/null
+library=$(find "$build/sysroot" -name libkelo_utils.a -printf '%h\n')
+export PKG_CONFIG_PATH=$library/pkgconfig LD_LIBRARY_PATH=$library
+flags=$("$PKG_CONFIG" --cflags kelo_utils)
+[ -z "${flags// /}" ] || { echo "kelo_utils in /usr: $flags" && failed=1; }
+export PKG_CONFIG_SYSROOT_DIR=$build/sysroot
+compile_with kelo_utils "$build/sysroot/own" "${c[@]}" "$daemon_sources/own_hooks.c"
+expect "$own_hooks" "$build/sysroot/own"
 exit "$failed"
