@@ -2,14 +2,18 @@
 # runtime has what a program needs to run, the component development has what its build needs besides.
 include(CMakePackageConfigHelpers)
 
+# Each library has a file of targets of its own: a tree may hold the shared library without the archives.
 install(TARGETS kelo_utils EXPORT kelo_utils-targets LIBRARY COMPONENT runtime NAMELINK_COMPONENT development)
-install(TARGETS kelo_utils_static kelo_utils_sqlite EXPORT kelo_utils-targets ARCHIVE COMPONENT development)
+install(TARGETS kelo_utils_static EXPORT kelo_utils_static-targets ARCHIVE COMPONENT development)
+install(TARGETS kelo_utils_sqlite EXPORT kelo_utils_sqlite-targets ARCHIVE COMPONENT development)
 install(DIRECTORY include/kelo_utils TYPE INCLUDE COMPONENT development FILES_MATCHING PATTERN *.h)
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/kelo_utils)
-install(EXPORT kelo_utils-targets NAMESPACE kelo:: DESTINATION ${package_folder} COMPONENT development)
+foreach(library kelo_utils kelo_utils_static kelo_utils_sqlite)
+  install(EXPORT ${library}-targets NAMESPACE kelo:: DESTINATION ${package_folder} COMPONENT development)
+endforeach()
 configure_package_config_file(cmake/kelo_utils-config.cmake.in kelo_utils-config.cmake
-  INSTALL_DESTINATION ${package_folder})
+  INSTALL_DESTINATION ${package_folder} PATH_VARS CMAKE_INSTALL_LIBDIR)
 write_basic_package_version_file(kelo_utils-config-version.cmake COMPATIBILITY SameMinorVersion) # docs/versioning.md
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kelo_utils-config.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/kelo_utils-config-version.cmake

@@ -22,7 +22,7 @@ PACKAGECONFIG[diag] = "-DKELO_DIAG_LIBRARY=${KELO_DIAG_LIBRARY},-DKELO_DIAG_LIBR
 FILES:${PN} = "${libdir}/libkelo_utils.so.*"
 FILES:${PN}-dev = "${includedir} ${libdir}/libkelo_utils.so ${libdir}/cmake ${libdir}/pkgconfig"
 FILES:${PN}-staticdev = "${libdir}/*.a"
-# find_package(kelo_utils) describes the archives too, and refuses a tree without them.
+# The back-end for the hooks, kelo::utils_sqlite, is an archive, and most daemons link it.
 RDEPENDS:${PN}-dev += "${PN}-staticdev (= ${EXTENDPKGV})"
 
 # The test of the package on the device: two programs, one with hooks of its own and one with the SQLite back-end.

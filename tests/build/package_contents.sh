@@ -79,12 +79,10 @@ $(cd "$SOURCE_TREE/include" && printf -- '-rw-r--r-- root/root usr/include/%s\n'
 lrwxrwxrwx $own/libkelo_utils.so -> libkelo_utils.so.0
 -rw-r--r-- $own/libkelo_utils.a
 -rw-r--r-- $own/libkelo_utils_sqlite.a
--rw-r--r-- $own/pkgconfig/kelo_utils.pc
--rw-r--r-- $own/pkgconfig/kelo_utils_sqlite.pc
+$(printf -- "-rw-r--r-- $own/pkgconfig/%s.pc\n" kelo_utils{,-static,_sqlite,_sqlite-static})
 -rw-r--r-- $own/cmake/kelo_utils/kelo_utils-config.cmake
 -rw-r--r-- $own/cmake/kelo_utils/kelo_utils-config-version.cmake
--rw-r--r-- $own/cmake/kelo_utils/kelo_utils-targets.cmake
--rw-r--r-- $own/cmake/kelo_utils/kelo_utils-targets-minsizerel.cmake
+$(printf -- "-rw-r--r-- $own/cmake/kelo_utils/%s.cmake\n" kelo_utils{,_static,_sqlite}-targets{,-minsizerel})
 END
 # Of the manual the start page, a page for each header and a manual page for each exported name are listed.
 manual=$(dpkg-deb -c "$(package libkelo-utils-doc)" | awk '!/^d/ { print $1, $2, substr($0, index($0, "./") + 2) }')
@@ -139,8 +137,9 @@ fi
 for dependency in "$@"; do
   dpkg-deb -x "$dependency" "$root"
 done
+export PKG_CONFIG_SYSROOT_DIR=$root
 if [ $# -gt 0 ]; then
-  export PKG_CONFIG_LIBDIR=$root/$library/pkgconfig PKG_CONFIG_SYSROOT_DIR=$root
+  export PKG_CONFIG_LIBDIR=$root/$library/pkgconfig
   EMULATOR="${EMULATOR:?} -L $root"
 fi
 export PKG_CONFIG_PATH=$root/$library/pkgconfig LD_LIBRARY_PATH=$root/$library

@@ -29,4 +29,38 @@ done
 for program in c-static c-static-sqlite c-sqlite-static own-static; do
   expect_needed no libkelo_utils "$build/$program"
 done
+
+# configure NAME TREE [ARGUMENT...]: a project of the lines on standard input, which uses the package of TREE.
+configure() {
+  local name=$1 tree=$2
+  shift 2
+  mkdir -p "$build/$name"
+  { printf '%s\n' 'cmake_minimum_required(VERSION 3.25)' 'project(daemon LANGUAGES C)' && cat; } > "$build/$name/CMakeLists.txt"
+  "$CMAKE" -S "$build/$name" -B "$build/$name" -G Ninja -DCMAKE_PREFIX_PATH="$tree" -DCMAKE_C_COMPILER="$CC" "$@" \
+    > "$build/$name/log" 2>&1 || { cat "$build/$name/log" && failed=1 && return 1; }
+}
+
+# The shared library alone asks for no archive, and for nothing of SQLite's development files.
+cp -r "$prefix" "$build/shared tree"
+find "$build/shared tree" -name '*.a' -delete
+if configure shared "$build/shared tree" -DCMAKE_DISABLE_FIND_PACKAGE_SQLite3=ON -DSOURCES="$daemon_sources" << 'END'
+find_package(kelo_utils 0.1 REQUIRED)
+find_package(kelo_utils QUIET COMPONENTS static)
+if(TARGET kelo::utils_static OR TARGET kelo::utils_sqlite OR kelo_utils_FOUND)
+  message(FATAL_ERROR "the package describes archives that are not there")
+endif()
+add_executable(only-shared ${SOURCES}/own_hooks.c)
+target_link_libraries(only-shared kelo::utils)
+END
+then
+  "$CMAKE" --build "$build/shared" > "$build/shared/log" || { cat "$build/shared/log" && exit 1; }
+  expect "$own_hooks" "$build/shared/only-shared"
+fi
+# The archive is there, and SQLite is not.
+configure no_sqlite "$prefix" -DCMAKE_DISABLE_FIND_PACKAGE_SQLite3=ON << 'END' || :
+find_package(kelo_utils REQUIRED COMPONENTS sqlite)
+if(TARGET kelo::utils_static OR NOT TARGET kelo::utils OR NOT TARGET kelo::utils_sqlite)
+  message(FATAL_ERROR "the targets are not those that need no SQLite")
+endif()
+END
 exit "$failed"
