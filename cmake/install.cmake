@@ -14,7 +14,8 @@ foreach(library kelo_utils kelo_utils_static kelo_utils_sqlite)
 endforeach()
 configure_package_config_file(cmake/kelo_utils-config.cmake.in kelo_utils-config.cmake
   INSTALL_DESTINATION ${package_folder} PATH_VARS CMAKE_INSTALL_LIBDIR)
-write_basic_package_version_file(kelo_utils-config-version.cmake COMPATIBILITY SameMinorVersion) # docs/versioning.md
+# Before version 1.0 a new minor version may change the interface.
+write_basic_package_version_file(kelo_utils-config-version.cmake COMPATIBILITY SameMinorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kelo_utils-config.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/kelo_utils-config-version.cmake
         DESTINATION ${package_folder} COMPONENT development)

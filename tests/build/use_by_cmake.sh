@@ -63,4 +63,22 @@ if(TARGET kelo::utils_static OR NOT TARGET kelo::utils OR NOT TARGET kelo::utils
   message(FATAL_ERROR "the targets are not those that need no SQLite")
 endif()
 END
+
+# Before version 1.0 each minor version is compatible with itself only.
+configure versions "$prefix" << 'END' || :
+function(expect_version request found)
+  find_package(kelo_utils ${request} QUIET)
+  if(NOT "${kelo_utils_FOUND}" STREQUAL "${found}")
+    message(SEND_ERROR "version ${request}: '${kelo_utils_FOUND}', not '${found}'")
+  endif()
+endfunction()
+find_package(kelo_utils REQUIRED)
+string(REGEX MATCH "^([0-9]+)\\.([0-9]+)" minor ${kelo_utils_VERSION})
+math(EXPR before "${CMAKE_MATCH_2} - 1")
+math(EXPR after "${CMAKE_MATCH_2} + 1")
+expect_version(${kelo_utils_VERSION} 1)
+expect_version(${minor} 1)
+expect_version(${CMAKE_MATCH_1}.${before} 0)
+expect_version(${CMAKE_MATCH_1}.${after} 0)
+END
 exit "$failed"
