@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Prints the binary interface of a built library as abidw sees it: the exported names, and the types that callers
 # reach through them. Types of the implementation and folders of the machine are left out.
 # Usage: describe.sh LIBRARY

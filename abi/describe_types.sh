@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Prints what a library's own description lacks: records and enumerations that no signature uses, and the types of
 # exports without debug information of their own, such as functions that were folded into one. A variable of each
 # type is compiled from the public headers and described by abidw.

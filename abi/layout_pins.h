@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* The size of every public record and the offset of every field. The first number is that of the device, whose pointers
  * have 4 bytes; the second is that of machines with pointers of 8 bytes. Daemons and drivers rely on the first. The
  * library compiles this list, and so do the layout tests in C and C++: each source defines the PIN_ macros and then

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Writes the baselines that the test build.abi compares with: what a built library offers becomes what every later
 # build for that kind of machine has to offer. Usage: renew.sh MACHINE C-COMPILER LIBRARY
 set -euo pipefail

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Starts programs as children and waits for them.
 #include "base/child.hpp"
 

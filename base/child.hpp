@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Starts programs as child processes and waits for them. The signals and streams of the calling program do not matter.
 #ifndef KELO_BASE_CHILD_HPP
 #define KELO_BASE_CHILD_HPP

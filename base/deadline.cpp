@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Adds and compares times as seconds and nanoseconds, which needs no 64-bit division.
 #include "base/deadline.hpp"
 

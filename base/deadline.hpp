@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A point in monotonic time at which a wait ends.
 #ifndef KELO_BASE_DEADLINE_HPP
 #define KELO_BASE_DEADLINE_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads decimal numbers from text.
 #ifndef KELO_BASE_DECIMAL_HPP
 #define KELO_BASE_DECIMAL_HPP

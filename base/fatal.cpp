@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Ends a process after a programming error.
 #include "base/fatal.hpp"
 

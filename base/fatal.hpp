@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Ends a process after a programming error that the library cannot report with a result.
 #ifndef KELO_BASE_FATAL_HPP
 #define KELO_BASE_FATAL_HPP

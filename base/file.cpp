@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Opens, reads, writes and closes descriptors, and syncs directories.
 #include "base/file.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Owning descriptors and streams, and the loop that repeats an interrupted system call. All folders use them, so
 // functions of more than a line are out of line: that makes the library smaller.
 #ifndef KELO_BASE_FILE_HPP

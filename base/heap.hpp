@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Owning pointers to C heap blocks. The library never uses operator new, because it must not need the C++ run time.
 #ifndef KELO_BASE_HEAP_HPP
 #define KELO_BASE_HEAP_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads the lines of a descriptor. It reads in large pieces and returns each line without a copy.
 #ifndef KELO_BASE_LINE_READER_HPP
 #define KELO_BASE_LINE_READER_HPP

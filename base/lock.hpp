@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Scoped ownership of a pthread mutex.
 #ifndef KELO_BASE_LOCK_HPP
 #define KELO_BASE_LOCK_HPP

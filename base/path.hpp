@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Visits the parent directories of a path.
 #ifndef KELO_BASE_PATH_HPP
 #define KELO_BASE_PATH_HPP

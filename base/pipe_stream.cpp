@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Starts shell commands that are connected by a pipe.
 #include "base/pipe_stream.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A shell command that is connected by a pipe.
 #ifndef KELO_BASE_PIPE_STREAM_HPP
 #define KELO_BASE_PIPE_STREAM_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Checks the layout of the public records at compile time. It contains no code.
 #include <cstddef>
 #include <type_traits>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Builds text in a fixed buffer.
 #include "base/text_builder.hpp"
 

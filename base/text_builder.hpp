@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Builds text in a fixed buffer.
 #ifndef KELO_BASE_TEXT_BUILDER_HPP
 #define KELO_BASE_TEXT_BUILDER_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Converts seconds to a date and a time of day. The computation uses eras of 400 years and years that begin with March,
 // so that the leap day is the last day of a year.
 #include "base/utc.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // UTC calendar arithmetic. It does not use the C library's functions: they take its time-zone lock, and in a forked
 // child that lock may be held forever.
 #ifndef KELO_BASE_UTC_HPP

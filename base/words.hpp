@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads and writes bytes one machine word at a time. A word consists of lanes of 16 bits; the smallest word is one
 // lane.
 #ifndef KELO_BASE_WORDS_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The start of a daemon: its defaults stored for the first time, and again when nothing has changed, against one SQLite
 // transaction that inserts the same rows into a new file. Every start is a process of its own.
 //

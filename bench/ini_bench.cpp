@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Settings files, against the plainest code that does no more than read the lines of the file.
 #include "kelo_utils/ini.h"
 

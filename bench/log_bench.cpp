@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a message costs: one that the threshold suppresses against comparing a global, and a local line and a record for
 // a channel that does nothing against the plainest code that does the same work.
 #include <benchmark/benchmark.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Loading, reading and writing parameters against bare SQLite calls that do the same, on a table of 20.
 #include <sqlite3.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The plainest capture of a program's output, for benchmarks to compare with: one pipe, and a loop of poll
 // and read.
 #ifndef KELO_BENCH_PLAIN_CAPTURE_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Capturing a command's output, against the plainest code that starts the same shell and reads its pipe.
 #include <benchmark/benchmark.h>
 #include <spawn.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The queue against the plainest code that does the same: an intrusive circle with a count under a recursive
 // mutex, without checks of any kind. Its functions are kept out of line, as calls into a library are.
 #include "kelo_utils/queue.h"

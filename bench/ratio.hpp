@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Compares two ways of doing the same in one run: each iteration does both, in turn, so that other work of the
 // machine affects both.
 #ifndef KELO_BENCH_RATIO_HPP

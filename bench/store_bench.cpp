@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Journalled writes, verified reads and the building of defaults against the same sequence of bare SQLite
 // calls, with one spawned cp and one sync of the copy, on databases of 10, 300 and 3000 rows; the reads also by
 // three daemons at once.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The heap that a write and a read of an item take while they last.
 #include "kelo_utils/log.h"
 #include "tests/support/store_memory.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Capturing a supervised command's output, against the plainest code that starts the same program and reads
 // its pipe.
 #include <benchmark/benchmark.h>

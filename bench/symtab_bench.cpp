@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Looking up 300 item ids: the symbol table against the plainest chained hash table with the same hash.
 #include "kelo_utils/symtab.h"
 

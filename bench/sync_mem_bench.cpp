@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading a value held in memory: among 10,000 ids against among 10.
 #include <cstdint>
 #include <vector>

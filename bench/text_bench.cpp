@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Text copied, unpacked and read, against plain loops and the libraries that programs use otherwise.
 #include <benchmark/benchmark.h>
 #include <glib.h>

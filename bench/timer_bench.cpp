@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How long after its expiry a timer's callback runs: the service against the two plainest ways to have
 // callbacks on a thread, POSIX timers whose signal handler posts a semaphore, and one timerfd per timer in an
 // epoll set. And what an expiry costs while other timers wait for their callbacks.

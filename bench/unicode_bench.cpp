@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The Unicode conversions against the C library's iconv, opened once, and against ICU.
 #include <benchmark/benchmark.h>
 #include <iconv.h>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Toolchain file for the device: 32-bit ARM, hard float, with a compiler that is called arm-linux-gnueabihf-g++.
 #
 #   cmake -S . -B build/device --toolchain cmake/arm-linux-gnueabihf.cmake -DKELO_SYSROOT=/path/to/sysroot

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Warnings, hardening and sanitizers shared by everything in the tree.
 add_library(kelo_build_options INTERFACE)
 target_compile_options(kelo_build_options INTERFACE

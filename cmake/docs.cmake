@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The target `docs` makes the manual in the folder docs of the build, as HTML and as manual pages. It fails where the
 # description of a public function has a gap: for that the target `lint` depends on it.
 option(KELO_BUILD_DOCS "Build the manual, and install it" OFF)

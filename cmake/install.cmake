@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # `cmake --install` installs the libraries, the headers, the CMake package and the pkg-config modules. The component
 # runtime has what a program needs to run, the component development has what its build needs besides.
 include(CMakePackageConfigHelpers)

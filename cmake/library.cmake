@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The library itself: one set of objects, linked as libkelo_utils.so.0 and as libkelo_utils.a.
 # Every source in these folders belongs to it.
 set(KELO_ROOMS base log symtab queue list file_ops ini data_manager sqlite3/src sqlite3/src/face

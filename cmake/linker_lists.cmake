@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Makes what the linker reads from the two checked-in lists: the version script from the list of exports, and the list
 # of the symbols that are not bound to the library's own definitions.
 # Usage: cmake -DEXPORTS=abi/exports.txt -DREPLACEABLE=abi/replaceable.txt -DVERSION_SCRIPT=kelo_utils.map

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The target `lint`: clang-tidy over every source of every target in the tree, several at a time. A source of several
 # targets is checked once, with the flags of each. It is checked again when its object in the first of them is older
 # than the source, a header or the flags, or when a .clang-tidy has changed. The manual is made, too: a gap in the

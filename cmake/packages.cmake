@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Debian packages of the installed components: libkelo-utils0 with the shared library, libkelo-utils-dev, and
 # libkelo-utils0-dbgsym with the debug information taken out of the library; with KELO_BUILD_DOCS, libkelo-utils-doc
 # with the manual, which is the same for every machine. cmake/packages/make.sh makes them.

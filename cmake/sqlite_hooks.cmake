@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The SQLite back-end in one line of a daemon's build: an archive of one object that defines the data manager's
 # hooks. The link options take that object, and what it calls, from their archives in any order of the command
 # line. Without these options the library's own hooks would be linked.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Every test runs as a process of its own inside tests/sandbox.sh. A sandbox that cannot be made is a test skipped.
 set(KELO_TEST_SANDBOX ${PROJECT_SOURCE_DIR}/tests/sandbox.sh ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR} -- ${CMAKE_CROSSCOMPILING_EMULATOR})
 # For tests of interfaces: INTERFACES in tests/CMakeLists.txt.

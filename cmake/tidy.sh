@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: MIT
 # Runs clang-tidy and drops the lines in which it counts suppressed warnings.
 # Usage: tidy.sh CLANG-TIDY STAMP [ARGUMENT...]   The stamp is made anew when nothing was found.
 set -u

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The checksum of the first bits of a value. Whole bytes are looked up in a table.
 #include "data_manager/checksum.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The checksum that is stored with each item.
 #ifndef KELO_DATA_MANAGER_CHECKSUM_HPP
 #define KELO_DATA_MANAGER_CHECKSUM_HPP

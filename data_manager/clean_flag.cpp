@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The clean flag, which suspends writes and reads while the storage is being cleaned.
 #include <atomic>
 #include <cstdint>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The default hooks of the data manager, which do nothing: without a back-end there is no storage.
 // They are weak and alone in this file, so that a program can define any of them. This works with the shared library and
 // with the archive.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The helpers that the exported functions for one item share: refusals, log lines, the read of the stored value.
 #ifndef KELO_DATA_MANAGER_ITEM_FUNCTION_HPP
 #define KELO_DATA_MANAGER_ITEM_FUNCTION_HPP

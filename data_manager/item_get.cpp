@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // kelo_dm_get(): reads the whole value of an item, stored or default, and its length.
 #include <algorithm>
 #include <climits>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exported functions that write, read, empty and clean items, and the callback that is told of changes.
 #include <atomic>
 #include <climits>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Lists of key-value pairs as text: "key,value;" for each pair.
 #ifndef KELO_DATA_MANAGER_KEY_VALUE_TEXT_HPP
 #define KELO_DATA_MANAGER_KEY_VALUE_TEXT_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exported functions that write and read the key-value pairs of an item, which are stored as one text.
 #include <array>
 #include <cstdint>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The interface by which the SQLite back-end stores many defaults at once. It is not in the table of operations.
 #ifndef KELO_DATA_MANAGER_MANY_DEFAULTS_HPP
 #define KELO_DATA_MANAGER_MANY_DEFAULTS_HPP

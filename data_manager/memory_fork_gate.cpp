@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The fork gate of the data manager. A fork() waits for changes in memory, and changes wait for a fork().
 #include "data_manager/memory_fork_gate.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The fork gate of the data manager: the guard for changes in memory, and the locks of a child made by fork().
 #ifndef KELO_DATA_MANAGER_MEMORY_FORK_GATE_HPP
 #define KELO_DATA_MANAGER_MEMORY_FORK_GATE_HPP

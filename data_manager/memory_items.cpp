@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The table of the items held in memory, which readers search without a lock.
 #include "data_manager/memory_items.hpp"
 

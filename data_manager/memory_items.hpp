@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The items whose values are in memory. They are found by their ids in constant time.
 #ifndef KELO_DATA_MANAGER_MEMORY_ITEMS_HPP
 #define KELO_DATA_MANAGER_MEMORY_ITEMS_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Makes and frees handles, and calls the hooks of the storage back-end that concern the whole storage.
 #include <cstdint>
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The registry of items, which are found by their ids, and the exported functions for their defaults.
 #include "data_manager/registry.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The registered items, the clean flag and the fatal error of the data manager.
 #ifndef KELO_DATA_MANAGER_REGISTRY_HPP
 #define KELO_DATA_MANAGER_REGISTRY_HPP

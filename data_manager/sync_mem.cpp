@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exported functions that write and read values in memory by id.
 #include <algorithm>
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Sends single requests to device nodes.
 #include <sys/ioctl.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Creates all missing directories of a path.
 #include <sys/stat.h>
 

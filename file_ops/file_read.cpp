@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads small files with a single read().
 #include <cstddef>
 #include <cstdint>

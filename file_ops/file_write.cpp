@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Writes small files in place. They are not truncated, because files of sysfs and procfs must not be.
 #include <cstddef>
 

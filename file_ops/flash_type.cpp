@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Tells what kind of memory the system runs from.
 #include <array>
 

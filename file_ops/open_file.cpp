@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Opens the files of the file operations.
 #include "file_ops/open_file.hpp"
 

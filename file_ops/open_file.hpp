@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Opens the files of the file operations.
 #ifndef KELO_FILE_OPS_OPEN_FILE_HPP
 #define KELO_FILE_OPS_OPEN_FILE_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // AT commands and the replies to them, against the plainest code that finds the same.
 #include <array>
 #include <cctype>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The readers of hexadecimal text, each compared with the others.
 #include "fuzz/input.hpp"
 #include "kelo_utils/app_os_al.h"

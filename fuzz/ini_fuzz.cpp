@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // INI files of any bytes, read by every operation and rewritten by one, each compared with the plain model.
 #include <unistd.h>
 

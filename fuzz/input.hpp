@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Takes a fuzzer's bytes apart into arguments.
 #ifndef KELO_FUZZ_INPUT_HPP
 #define KELO_FUZZ_INPUT_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // 8-bit text of any bytes, into too little room and enough.
 #include "fuzz/input.hpp"
 #include "kelo_utils/app_common.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Formats every message of the library, of any level, and drops it: a target does not fill the machine's log, but the
 // arguments of its messages are read. Include it in the one source of a target.
 #ifndef KELO_FUZZ_LOG_SINK_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the kernel's routing family sends, as any sender might write it: the index of attributes, one route,
 // the routes of a datagram, and the addresses of one.
 #include <arpa/inet.h>

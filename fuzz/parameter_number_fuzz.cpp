@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The reader of numbers in the cells of a parameter database, compared with the C library's.
 #include <algorithm>
 #include <cstdint>

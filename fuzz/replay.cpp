@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Replays a corpus through a fuzz target. Usage: TOPIC_fuzz FOLDER
 #include <cstddef>
 #include <cstdint>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Packed septets of any length, unpacked into room of any size and mapped to text.
 #include <array>
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Bounded copies of text that may be cut off or ill-formed anywhere.
 #include <cstring>
 

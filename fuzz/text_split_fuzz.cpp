@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Texts cut into tokens and put together again; replacements in texts of any length.
 #include <cstring>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Parameters of AT replies: blanks, sets of characters and quotes around them.
 #include "fuzz/input.hpp"
 #include "kelo_utils/app_os_al.h"

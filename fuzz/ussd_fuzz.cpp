@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // USSD text of every data coding scheme, decoded into buffers of any size that hold no terminator before.
 #include <cstring>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // UTF-16 with unpaired surrogates and half units, into too little room and enough.
 #include "fuzz/input.hpp"
 #include "kelo_utils/app_common.h"

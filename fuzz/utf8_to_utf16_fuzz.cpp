@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // UTF-8 that may be ill-formed or cut off anywhere, into too little room and enough.
 #include "fuzz/input.hpp"
 #include "kelo_utils/app_common.h"

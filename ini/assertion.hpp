@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The C library's assert(), enabled in every build. After a wrong call a release must abort, too, because it could
 // overwrite a settings file otherwise. Include this header after the system headers, which may include <cassert>, too.
 #ifdef NDEBUG

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Copies text into a buffer of limited size. All results of the settings files reach the caller through it.
 #ifndef KELO_INI_BOUNDED_COPY_HPP
 #define KELO_INI_BOUNDED_COPY_HPP

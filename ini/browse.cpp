@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Calls a function for each key of a settings file, in the order of the file.
 #include <array>
 #include <cstddef>

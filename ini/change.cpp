@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Writes a changed settings file to the storage.
 #include "ini/change.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Writes a changed settings file to the storage.
 #ifndef KELO_INI_CHANGE_HPP
 #define KELO_INI_CHANGE_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads values by the name of a key, and names by position.
 #include <cstddef>
 #include <optional>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Sets and deletes keys, and deletes sections.
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Finds sections and keys in a settings file.
 #include "ini/key_search.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Finds sections and keys in a settings file. Each read and each write starts with that.
 #ifndef KELO_INI_KEY_SEARCH_HPP
 #define KELO_INI_KEY_SEARCH_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads a settings file line by line.
 #ifndef KELO_INI_LINES_HPP
 #define KELO_INI_LINES_HPP

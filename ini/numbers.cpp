@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads values as numbers and truth values, and writes numbers as values.
 #include <algorithm>
 #include <array>

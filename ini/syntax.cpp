@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The syntax of the lines of a settings file.
 #include "ini/syntax.hpp"
 

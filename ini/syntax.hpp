@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The syntax of the lines of a settings file. Each argument is one line, or a part of one, without a zero byte. The
 // returned texts are parts of the argument unless a function says otherwise.
 #ifndef KELO_INI_SYNTAX_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The lines that are written to a settings file.
 #include "ini/written_text.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The lines that are written to a settings file.
 #ifndef KELO_INI_WRITTEN_TEXT_HPP
 #define KELO_INI_WRITTEN_TEXT_HPP

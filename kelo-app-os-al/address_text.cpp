@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Converts addresses to text, and checks addresses that users have entered.
 #include <arpa/inet.h>
 #include <regex.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Waits for the kernel to announce a global IPv6 address of an interface.
 #include "kelo-app-os-al/address_watch.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads the kernel's announcements of IPv6 addresses.
 #ifndef KELO_APP_OS_AL_ADDRESS_WATCH_HPP
 #define KELO_APP_OS_AL_ADDRESS_WATCH_HPP

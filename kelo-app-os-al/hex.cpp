@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Converts between hexadecimal text, bytes and integers.
 #include <algorithm>
 #include <array>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs shell commands and captures their standard output line by line.
 #include <algorithm>
 #include <array>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Counts the processes with a given name.
 #include <array>
 #include <cstddef>

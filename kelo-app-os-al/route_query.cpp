@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Finds the IPv6 gateway of an interface in the routes of the kernel.
 #include "kelo-app-os-al/route_query.hpp"
 

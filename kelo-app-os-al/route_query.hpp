@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads the answer of the kernel to a query for the gateway.
 #ifndef KELO_APP_OS_AL_ROUTE_QUERY_HPP
 #define KELO_APP_OS_AL_ROUTE_QUERY_HPP

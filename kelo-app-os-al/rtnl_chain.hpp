@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads chains of records of the routing family of netlink: messages in a datagram and attributes in a message. Each
 // record begins with its length. The length may be wrong, because other processes can send datagrams, too.
 #ifndef KELO_APP_OS_AL_RTNL_CHAIN_HPP

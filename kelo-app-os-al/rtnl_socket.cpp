@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Sockets of the routing family of netlink.
 #include "kelo-app-os-al/rtnl_socket.hpp"
 

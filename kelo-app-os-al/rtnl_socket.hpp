@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Sockets of the routing family of netlink.
 #ifndef KELO_APP_OS_AL_RTNL_SOCKET_HPP
 #define KELO_APP_OS_AL_RTNL_SOCKET_HPP

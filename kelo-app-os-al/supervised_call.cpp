@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs a command without a shell and supervises it.
 #include <array>
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs one command as a child process, captures its output and kills it when it prints nothing for too long.
 #include "kelo-app-os-al/supervised_child.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs one command as a child process without a shell, captures its output and kills it when it prints nothing for
 // too long.
 #ifndef KELO_APP_OS_AL_SUPERVISED_CHILD_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs shell commands and returns their exit status.
 #include "kelo-app-os-al/system_call.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs shell commands of the library itself in the same way as kelo_system_call().
 #ifndef KELO_APP_OS_AL_SYSTEM_CALL_HPP
 #define KELO_APP_OS_AL_SYSTEM_CALL_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Compares prefixes and suffixes, and changes the case of letters.
 #include <strings.h>
 

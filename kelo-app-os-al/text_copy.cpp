@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Copies text into buffers of a given size.
 #include <algorithm>
 #include <array>

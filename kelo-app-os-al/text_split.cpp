@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Replaces a part of a text, and splits a text into tokens.
 #include <cstddef>
 #include <cstdint>

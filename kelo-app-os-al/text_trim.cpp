@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Removes white space, characters of a set or quotes from the ends of a text.
 #include <algorithm>
 #include <cctype>

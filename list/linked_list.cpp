@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The linked list: its links point forward only.
 #include "base/lock.hpp"
 #include "kelo_utils/list.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The functions that both lists share: the first use of a header, and walks along the `next` chain.
 #ifndef KELO_LIST_LIST_CORE_HPP
 #define KELO_LIST_LIST_CORE_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The ordered list: its links point both ways, and elements are sorted by their weights.
 #include <cstdint>
 #include <optional>

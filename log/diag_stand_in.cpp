@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The diagnostic channel for systems without the platform's library: it sends each record to syslog(3). Both
 // functions are weak, and this file contains no other function that the library calls. A program that defines one of
 // them therefore receives its calls, with the shared library and with the archive.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The log level, the log switch, and the delivery of messages.
 #include <fcntl.h>
 #include <sys/syscall.h>

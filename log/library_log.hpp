@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // KELO_LOG for the library's own sources: all call sites share out-of-line functions, which keeps each of them small.
 #ifndef KELO_LOG_LIBRARY_LOG_HPP
 #define KELO_LOG_LIBRARY_LOG_HPP

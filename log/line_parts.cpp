@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Parts that several kinds of log lines have in common.
 #include "log/line_parts.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Parts that several kinds of log lines have in common: function names and the time.
 #ifndef KELO_LOG_LINE_PARTS_HPP
 #define KELO_LOG_LINE_PARTS_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Composes local log lines.
 #include "log/local_line.hpp"
 

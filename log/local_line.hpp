@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Composes the local log line: time stamp, tag, process and thread, function, source line and message.
 #ifndef KELO_LOG_LOCAL_LINE_HPP
 #define KELO_LOG_LOCAL_LINE_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The lock around each log line. A fork() does not wait for it, and a child finds it free.
 #include "log/log_lock.hpp"
 

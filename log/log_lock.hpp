@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The lock around each log line.
 #ifndef KELO_LOG_LOG_LOCK_HPP
 #define KELO_LOG_LOG_LOCK_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Appends single messages to a file through the shell.
 #include <sys/time.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Distinguishes objects that the loader has moved into the program from objects that the program defines.
 #include "log/moved_data.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Tells whether an exported name of the library refers to the library's object or to one of the program.
 #ifndef KELO_LOG_MOVED_DATA_HPP
 #define KELO_LOG_MOVED_DATA_HPP

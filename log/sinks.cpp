@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Standard output and syslog(3) as sinks of messages. They also work in a child that was forked while another thread
 // of the parent was using them.
 #include "log/sinks.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The two sinks that use locks of the C library: standard output and syslog(3).
 #ifndef KELO_LOG_SINKS_HPP
 #define KELO_LOG_SINKS_HPP

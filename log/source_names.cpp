@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The paths of the library's sources, which the records of the diagnostic channel contain.
 #include <cstring>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The watch log, which consists of two files that are emptied in turn.
 #include <fcntl.h>
 #include <sys/stat.h>

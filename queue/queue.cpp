@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The queue: a circle of links with its header, and all its operations but the linear searches.
 #include "kelo_utils/queue.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The functions that all queue operations share: checks of pointers, access to the count, steps along the circle.
 #ifndef KELO_QUEUE_QUEUE_CORE_HPP
 #define KELO_QUEUE_QUEUE_CORE_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The linear searches of a queue, which start at its head, and the deletions of the element found.
 #include "base/lock.hpp"
 #include "kelo_utils/queue.h"

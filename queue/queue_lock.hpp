@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The initialisation of a queue's lock.
 #ifndef KELO_QUEUE_QUEUE_LOCK_HPP
 #define KELO_QUEUE_QUEUE_LOCK_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The functions of an older allocator, which programs still call. They take their memory from the C library.
 #include <cstdlib>
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Handle arrays: growing arrays of pointers, in which a handle is the index of a slot.
 #include <climits>
 #include <cstddef>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Symbol tables that the library uses itself and that no program can free.
 #ifndef KELO_SYMTAB_KEPT_TABLE_HPP
 #define KELO_SYMTAB_KEPT_TABLE_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Symbol tables: hash tables that map names to value cells.
 #include "kelo_utils/symtab.h"
 

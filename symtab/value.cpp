@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Value cells: the contents and the names of the entries of symbol tables.
 #include <cstddef>
 #include <cstdlib>

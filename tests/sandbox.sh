@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Runs a command in a sandbox of its own: private /data, /kelonv, /kelonvbak, /mnt/vendor and /tmp, a network and a
 # process namespace, an unprivileged user.
 # Usage: sandbox.sh [--interfaces] [--data-size BYTES] TREE... -- COMMAND [ARGUMENT...]

@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: MIT
 # Makes the manual. Usage: make.sh FOLDER
 # FOLDER/html/index.html is its start page. FOLDER/man/man3 has a page for each header and each record, and one for
 # each exported name, which shows that of its header. An exported function without a description, and one with a

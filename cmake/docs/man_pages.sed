@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Makes a manual page of Doxygen one that is the same whatever the day, with the name it is looked up by.
 s/^\(\.TH "\)\(kelo_utils\/\)\{0,1\}\([^"]*" 3\) "[^"]*"/\1\3 ""/
 /^\.SH NAME/ {

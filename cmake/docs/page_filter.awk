@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Prints a page in Markdown as Doxygen wants it. Usage: awk -f page_filter.awk PAGE
 # Doxygen gives headings no names, finds pages by their path only where that has no blank and headers by their name
 # alone, and takes quotation marks and percent signs in a code span for something else.

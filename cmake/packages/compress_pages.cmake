@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Manual pages are compressed as Debian has them. That of strsep gets a section of its own: a package of Debian has the
 # file of that name, for the C library's function.
 file(GLOB_RECURSE pages ${CPACK_TEMPORARY_DIRECTORY}/*.3)

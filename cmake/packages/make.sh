@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: MIT
 # Makes the Debian packages of a build and puts them into a folder. Usage: make.sh BUILD FOLDER
 # All files in them have the time of the last commit, so that equal sources make equal packages; in a tree without its
 # history they have the day of the newest version in CHANGELOG.md. A SOURCE_DATE_EPOCH of the caller is used instead.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # CPack takes the debug information out of the shared library only. There is no package for that of an archive.
 file(GLOB_RECURSE archives ${CPACK_TEMPORARY_DIRECTORY}/*.a)
 foreach(archive IN LISTS archives)

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file app_common.h
  * @brief What daemons share with the modem, the network and the system, in seven headers.

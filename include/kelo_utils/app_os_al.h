@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file app_os_al.h
  * @brief What daemons need of the operating system, in three headers.

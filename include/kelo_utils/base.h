@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file base.h
  * @brief What every public header of kelo_utils needs: linkage, visibility and format checking.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file clock.h
  * @brief Clocks, sums of times, the uptime and dates.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file command.h
  * @brief Commands for the shell, and supervised system tools that run without a shell.

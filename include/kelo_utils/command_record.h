@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file command_record.h
  * @brief Command records: what daemons put into the queues of the worker threads of each other.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file data_manager.h
  * @brief Configuration items by number: registered from tables, written and read through a handle.

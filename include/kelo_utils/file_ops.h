@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file file_ops.h
  * @brief Small files and device nodes served in one call, and directory paths made.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file ini.h
  * @brief INI files: small text settings files of sections and keys, read and rewritten.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file kelo_utils.h
  * @brief Everything of kelo_utils: the helpers that every application daemon of the router shares.

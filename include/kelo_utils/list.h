@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file list.h
  * @brief Intrusive lists with an element count and a lock of their own.

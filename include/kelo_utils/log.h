@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file log.h
  * @brief One log line format for every daemon: levels, a threshold, and a switch between two outputs.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file modem.h
  * @brief AT commands to the modem, and the address of the LAN bridge.

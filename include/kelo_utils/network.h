@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file network.h
  * @brief Routes and addresses of the kernel, and addresses as text.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file parameters.h
  * @brief Parameter tables: named parameters in a user database, with factory settings.

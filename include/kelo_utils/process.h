@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file process.h
  * @brief Processes, directories, files that hold one integer, and ping.

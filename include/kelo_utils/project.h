@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file project.h
  * @brief The name of the hardware project and the features that the build of the library supports.

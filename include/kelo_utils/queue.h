@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file queue.h
  * @brief Intrusive first-in first-out queue: circular, doubly linked, counted, with a lock of its own.

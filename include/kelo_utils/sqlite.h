@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file sqlite.h
  * @brief The SQLite back-end of the data manager: journalled writes, verified reads, repair, clean, export.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file symtab.h
  * @brief A symbol table with text keys and chained hashing, handle arrays, and value cells.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file text.h
  * @brief Helpers on text: bounded copies, trimming, quotes, case, splitting and hexadecimal.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file timer.h
  * @brief Timers whose callbacks run one after the other on one worker thread.

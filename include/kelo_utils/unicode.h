@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file unicode.h
  * @brief Conversions between UTF-8, UTF-16, UCS-2 and 8-bit text.

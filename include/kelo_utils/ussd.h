@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file ussd.h
  * @brief Text of USSD and cell-broadcast messages: septets, the GSM alphabet and coding schemes.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Sends one AT command to the modem's service and receives the reply, over UDP on the loopback interface.
 #include <arpa/inet.h>
 #include <netinet/in.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The texts of an AT exchange.
 #include "kelo-app-common/src/at_reply.hpp"
 

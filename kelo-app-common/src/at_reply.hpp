@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The texts of an AT exchange: the command as it is sent, its echo in the reply, and the final result of the reply.
 #ifndef KELO_APP_COMMON_AT_REPLY_HPP
 #define KELO_APP_COMMON_AT_REPLY_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Finds the IPv4 address of the router's LAN bridge.
 #include <net/if.h>
 #include <netinet/in.h>

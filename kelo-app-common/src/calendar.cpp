@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Converts milliseconds to a date and a time of day, and counts the days between two dates.
 #include <time.h>
 

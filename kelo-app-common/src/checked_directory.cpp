@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Creates a directory and its parents.
 #include <sys/stat.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads the monotonic clock, the wall clock and the time since boot.
 #include <sys/sysinfo.h>
 #include <time.h>

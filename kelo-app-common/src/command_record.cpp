@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Allocates and frees the commands that daemons queue for each other.
 #include <algorithm>
 #include <array>

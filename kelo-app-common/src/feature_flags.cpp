@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Tells which features this build of the library supports. The build of a product changes only the numbers below.
 #include <cstdint>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Converts the characters of the GSM default alphabet to UTF-8.
 #include <algorithm>
 #include <array>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Unpacks the septets of GSM messages.
 #include <cstdint>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads and writes files that contain one decimal integer, such as switches of the kernel and settings of a daemon.
 #include <array>
 #include <cerrno>

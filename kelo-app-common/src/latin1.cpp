@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Converts 8-bit text of supplementary services, which is ISO 8859-1, to UTF-8.
 #include <cstddef>
 #include <cstdint>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Tells whether a host answers to a ping.
 #include <cstddef>
 #include <cstdint>

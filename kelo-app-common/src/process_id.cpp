@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Finds the id of a process by its name.
 #include <array>
 #include <span>

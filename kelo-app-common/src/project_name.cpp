@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Finds the hardware project of this device in the kernel's command line or in a file that is written at boot.
 #include <fcntl.h>
 

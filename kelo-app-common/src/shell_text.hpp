@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Checks text that becomes a part of a shell command.
 #ifndef KELO_APP_COMMON_SHELL_TEXT_HPP
 #define KELO_APP_COMMON_SHELL_TEXT_HPP

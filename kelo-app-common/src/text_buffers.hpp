@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Checks text buffers that callers describe by lengths and pointers, which may be wrong.
 #ifndef KELO_APP_COMMON_TEXT_BUFFERS_HPP
 #define KELO_APP_COMMON_TEXT_BUFFERS_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Converts between UCS-2 text in byte arrays and UTF-8.
 #include <algorithm>
 #include <cstddef>

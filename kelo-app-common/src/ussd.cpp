@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Converts USSD messages to UTF-8 according to their data coding scheme.
 #include <algorithm>
 #include <array>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Converts UTF-16 to UTF-8.
 #include <array>
 #include <cstddef>

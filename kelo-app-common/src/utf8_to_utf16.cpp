@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Converts UTF-8 to UTF-16.
 #include <cstddef>
 #include <cstdint>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Converts text one machine word at a time where its characters take the same number of bytes. Each unit of UTF-16 in
 // a word has a lane of 16 bits.
 #ifndef KELO_APP_COMMON_UTF_WORDS_HPP

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 SUMMARY = "Shared utility library of the router's application daemons"
 SECTION = "libs"
 LICENSE = "MIT"

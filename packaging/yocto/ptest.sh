@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: MIT
 # Installed as run-ptest: tries the library on the device, with the programs beside it. The second program stores a
 # setting. It sees an empty /data of its own, so that the settings of the device stay as they are.
 cd -- "$(dirname -- "$0")" || exit 1

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The data manager's hooks, which call the SQLite back-end.
 // This object is not part of the library. A daemon gets it by linking kelo_utils_sqlite.
 #include <cstdint>

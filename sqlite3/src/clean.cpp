@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The clean: deletes the databases, after a dated copy of the primary when the caller wants one.
 #include "sqlite3/src/clean.hpp"
 

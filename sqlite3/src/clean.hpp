@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The clean of the databases and the count of the dated copies.
 #ifndef KELO_SQLITE3_CLEAN_HPP
 #define KELO_SQLITE3_CLEAN_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Adds the columns `id` and `type` to tables of older releases.
 #include <cstring>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The CSV export: each row of a database is one line of fields.
 #include "sqlite3/src/csv_export.hpp"
 

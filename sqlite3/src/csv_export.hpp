@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The CSV export of one table and of a whole database.
 #ifndef KELO_SQLITE3_CSV_EXPORT_HPP
 #define KELO_SQLITE3_CSV_EXPORT_HPP

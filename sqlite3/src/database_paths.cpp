@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The paths of the configuration databases, and the function that changes their directories.
 #include "sqlite3/src/database_paths.hpp"
 

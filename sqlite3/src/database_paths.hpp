@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Questions about the paths of the configuration databases. The paths themselves are exported.
 #ifndef KELO_SQLITE3_DATABASE_PATHS_HPP
 #define KELO_SQLITE3_DATABASE_PATHS_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The defaults database: writes and reads single defaults.
 #include "sqlite3/src/defaults.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Writes and reads of single defaults.
 #ifndef KELO_SQLITE3_DEFAULTS_HPP
 #define KELO_SQLITE3_DEFAULTS_HPP

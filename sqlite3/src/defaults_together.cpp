@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Writes many defaults in one transaction. After a power cut all of them are stored or none.
 #include "sqlite3/src/defaults_together.hpp"
 

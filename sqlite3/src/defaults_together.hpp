@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The write of many defaults in one transaction.
 #ifndef KELO_SQLITE3_DEFAULTS_TOGETHER_HPP
 #define KELO_SQLITE3_DEFAULTS_TOGETHER_HPP

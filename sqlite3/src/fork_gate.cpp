@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The fork gate of the store: fork() waits for calls of SQLite, and the child releases the locks of the parent.
 #include "sqlite3/src/fork_gate.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The fork gate of the store: guards for calls of SQLite, and descriptors that a child must close.
 #ifndef KELO_SQLITE3_FORK_GATE_HPP
 #define KELO_SQLITE3_FORK_GATE_HPP

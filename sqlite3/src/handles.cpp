@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Opens connections to databases and runs statements on them.
 #include "sqlite3/src/handles.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Owning types for the objects of SQLite. Its release functions are called only here.
 #ifndef KELO_SQLITE3_HANDLES_HPP
 #define KELO_SQLITE3_HANDLES_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Checks whether database files are damaged, with SQLite's quick check.
 #include "sqlite3/src/health.hpp"
 

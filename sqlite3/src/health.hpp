@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Checks whether a database file is damaged.
 #ifndef KELO_SQLITE3_HEALTH_HPP
 #define KELO_SQLITE3_HEALTH_HPP

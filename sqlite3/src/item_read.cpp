@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads items and verifies them. Damaged databases are repaired during the read.
 #include "sqlite3/src/item_read.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The verified read of an item and the read of one row.
 #ifndef KELO_SQLITE3_ITEM_READ_HPP
 #define KELO_SQLITE3_ITEM_READ_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Writes items. After a power cut, on a full disk or after a failed copy, the old or the new value is there.
 #include "sqlite3/src/item_write.hpp"
 

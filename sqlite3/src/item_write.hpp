@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The journalled write of an item and the write of one row. Callers have exclusive access to the store.
 #ifndef KELO_SQLITE3_ITEM_WRITE_HPP
 #define KELO_SQLITE3_ITEM_WRITE_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The write journal: stores and reads its one row.
 #include "sqlite3/src/journal.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The write journal: one row with the item of the last write and the state of that write.
 #ifndef KELO_SQLITE3_JOURNAL_HPP
 #define KELO_SQLITE3_JOURNAL_HPP

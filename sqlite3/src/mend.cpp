@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Restores rows that the primary has lost. They are taken from the backup.
 #include "sqlite3/src/mend.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The repair of damage to the primary that SQLite's check does not find.
 #ifndef KELO_SQLITE3_MEND_HPP
 #define KELO_SQLITE3_MEND_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The mutex that serialises the back-end's operations within the process.
 #ifndef KELO_SQLITE3_MUTEX_HPP
 #define KELO_SQLITE3_MUTEX_HPP

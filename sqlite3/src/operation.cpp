@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Begins operations on the configuration databases: locks the store and undoes interrupted copies.
 #include "sqlite3/src/operation.hpp"
 

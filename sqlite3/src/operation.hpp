@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An operation on the configuration databases, which holds the store's lock for all of its steps.
 #ifndef KELO_SQLITE3_OPERATION_HPP
 #define KELO_SQLITE3_OPERATION_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Replaces damaged databases by good copies.
 #include "sqlite3/src/repair.hpp"
 

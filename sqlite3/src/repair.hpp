@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Repairs that replace a whole database file by another. Callers have exclusive access to the store.
 #ifndef KELO_SQLITE3_REPAIR_HPP
 #define KELO_SQLITE3_REPAIR_HPP

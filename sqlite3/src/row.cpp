@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Single rows of items and defaults: finds, stores and reads them.
 #include "sqlite3/src/row.hpp"
 

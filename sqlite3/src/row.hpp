@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Single rows of items and defaults: their checksum, and functions that find, store and read them.
 #ifndef KELO_SQLITE3_ROW_HPP
 #define KELO_SQLITE3_ROW_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The safe copy: the old content of the target exists until the new content is complete and synced.
 #include "sqlite3/src/safe_copy.hpp"
 

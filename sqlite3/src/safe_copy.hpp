@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The safe copy of a database file, which is complete or undone after a power cut or on a full disk.
 #ifndef KELO_SQLITE3_SAFE_COPY_HPP
 #define KELO_SQLITE3_SAFE_COPY_HPP

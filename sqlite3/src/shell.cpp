@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs the shell commands of the configuration databases.
 #include "sqlite3/src/shell.hpp"
 

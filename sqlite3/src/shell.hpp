@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The shell commands of the configuration databases.
 #ifndef KELO_SQLITE3_SHELL_HPP
 #define KELO_SQLITE3_SHELL_HPP

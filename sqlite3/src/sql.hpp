@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The SQL texts of the configuration databases and the buffers for statements and commands.
 // The texts are pointers, since arrays shared by the sources would need a table that the loader fills.
 #ifndef KELO_SQLITE3_SQL_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Completes a write that a crash interrupted.
 #include "sqlite3/src/start_up.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The completion of a write that a crash interrupted, at the first registration of a process.
 #ifndef KELO_SQLITE3_START_UP_HPP
 #define KELO_SQLITE3_START_UP_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The lock of a store, and locks on ranges of bytes of its files.
 #include "sqlite3/src/store_lock.hpp"
 

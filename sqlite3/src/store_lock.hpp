@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The lock of a store, which all processes of the device share, and locks on ranges of bytes of its files.
 #ifndef KELO_SQLITE3_STORE_LOCK_HPP
 #define KELO_SQLITE3_STORE_LOCK_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The version records of the configuration and of the defaults database.
 #include "sqlite3/src/version.hpp"
 

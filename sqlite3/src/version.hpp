@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The version record, an item that is stored in the configuration and in the defaults database.
 #ifndef KELO_SQLITE3_VERSION_HPP
 #define KELO_SQLITE3_VERSION_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Commands in programs whose signals and streams are in any state: what their processes start with, and what the
 // program learns of their end.
 #include <fcntl.h>

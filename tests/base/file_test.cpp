@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The sync of the directory that holds a file.
 #include <dlfcn.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "base/pipe_stream.hpp"
 
 #include <fcntl.h>

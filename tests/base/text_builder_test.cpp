@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Text put together in a fixed buffer: what is kept, what is cut and what the builder tells about it.
 #include "base/text_builder.hpp"
 

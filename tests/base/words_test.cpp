@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Text that the library handles a machine word at a time, against plain forms that go byte by byte: at every
 // alignment, and at both ends of a page whose neighbours must not be touched.
 #include <gtest/gtest.h>

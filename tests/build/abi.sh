@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Programs linked against the library of the baseline run with the built one: no exported name is gone, no parameter
 # or result has another type, no record another layout and no enumerator another value.
 # Usage: abi.sh C-COMPILER LIBRARY MACHINE

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # The library's calls of its own exports are bound to itself: a definition in a program replaces only what is listed
 # for that. And what is loaded stays loaded. Usage: binding.sh READELF LIBRARY EXPORTS REPLACEABLE
 set -euo pipefail

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Shared by the tests of the installed tree. The caller's environment names the tools and the folders.
 # shellcheck shell=bash disable=SC2034  # what is set here is used by the scripts that read this file
 set -euo pipefail

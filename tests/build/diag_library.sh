@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # A build that names a platform library for the diagnostic channel: records reach that library, the library
 # carries no stand-in, and a program's own two functions still win.
 # shellcheck source=common.sh

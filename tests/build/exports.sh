@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # The dynamic symbols of the library, functions and data, are the listed names and no others.
 # Usage: exports.sh NM LIBRARY EXPORTS [NAME...]   Each NAME is listed but comes from another library.
 set -euo pipefail

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Each public header compiles alone, and twice in a row, in C99 and in C++17; the umbrella header holds them all;
 # the names they declare with KELO_API are the listed exports and no others; the description of each function says
 # whether it blocks and which threads may call it.

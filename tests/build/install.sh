@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Installs into an empty prefix and looks at what came.
 # shellcheck source=common.sh
 . "$(dirname -- "${BASH_SOURCE[0]}")/common.sh"

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # The manual is made without a gap. In a browser every link of it leads to something, and the start page leads to
 # every exported name.
 # shellcheck source=common.sh

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # On a 32-bit machine the library opens, sizes and places files with 64-bit offsets, and asks the C library for nothing
 # that those of devices lack. Usage: offsets.sh NM SHARED ARCHIVE
 set -euo pipefail

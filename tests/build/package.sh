@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Packages of the same sources are the same to the byte, wherever and under whatever umask they were made, and bear the
 # time of the last commit, or in a tree without its history the day of the newest version.
 # What is in them is for package_contents.sh to say.

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # The Debian packages of one architecture hold what they should, say what they need, and a daemon that is built
 # against them in an otherwise empty root runs there. Usage: package_contents.sh FOLDER ARCHITECTURE [PACKAGE...]
 # Each PACKAGE, a file, is unpacked beside them: what an architecture that is not this machine's lacks here.

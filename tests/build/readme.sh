@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # The example daemon in the README compiles as it is printed there, without a warning, and does what it says. Every
 # link of the README and of the other pages leads to something, and the README leads to every header and to every page in
 # docs/. The tests that the page of promises names are there.

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # The recipes of other build systems: they parse, build with the options that the README names, name the licence, and
 # their packages hold the files of an installation. The test that the Yocto recipe packs works.
 # shellcheck disable=SC2016 # in single quotes there are variables of the recipes

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Each record of the public headers, and each of its fields, is in the list of pinned layouts; no record holds a
 # type whose size is another on the next C library or compiler. Usage: records.sh CC INCLUDE-FOLDER PINS
 set -euo pipefail

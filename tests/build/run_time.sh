@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # The library asks for nothing at run time but the C library, the loader and SQLite, and holds nothing of the
 # C++ run time. Usage: run_time.sh READELF NM SHARED ARCHIVE LINK-MAP [DIAGNOSTIC-LIBRARY]
 set -euo pipefail

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # The budget of the library on the device: its size, what runs when it is loaded, and how it is hardened.
 # Usage: size.sh CROSS-PREFIX LIBRARY EXPORTS
 #

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # No function of the library takes more of the stack than callbacks on the timer service's thread can spare, and none
 # takes what depends on its arguments. Usage: stack.sh OBJECT...   Each has its compiler's account beside it, as .su.
 set -euo pipefail

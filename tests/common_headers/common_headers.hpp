@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The headers that most tests include, compiled once for all of them. A test includes what it uses all the same:
 // the linter reads it without these.
 #ifndef __clang__

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // fork() without exec while threads use what the data manager holds in memory. Whatever is wrong shows as a
 // child that hangs, so every wait has its end, or as a value that was never written.
 #include <gtest/gtest.h>

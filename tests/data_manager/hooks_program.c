@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* A daemon that defines the four hooks itself. Exit status: 0, or the line of the first claim that failed. */
 #include <stddef.h>
 

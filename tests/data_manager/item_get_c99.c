@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* The value of an item as a C daemon asks for it. */
 #include "kelo_utils/data_manager.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // kelo_dm_get(): the stored value, else the default, with its length.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Compiles item_row_snippet.c once for each of its rows: a scalar that its field holds must compile, a longer one must
 # not, and for no other reason. Then the places of the bytes, for either byte order.
 # Usage: cmake -DCOMPILER=cc -DLANGUAGE=c -DSTANDARD=c99 -DTREE=. -DPOINTER_SIZE=8 -P item_row_check.cmake

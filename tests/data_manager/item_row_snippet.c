@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* One row of a table of default items, chosen by -DROW=NAME, for item_row_check.cmake. C99 and C++17. */
 #include "kelo_utils/data_manager.h"
 

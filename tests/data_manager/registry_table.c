@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* A table of default items as a C daemon writes it. */
 #include "kelo_utils/data_manager.h"
 

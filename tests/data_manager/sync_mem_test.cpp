@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The values held in memory: kelo_dm_wr_to_mem() and kelo_dm_rd_from_mem().
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* A verified write as a C daemon calls it. */
 #include "kelo_utils/data_manager.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // kelo_dm_write_verified(): a write whose success means that the value is stored.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Calls of the system and of the heap that fail. The replacements of these calls are in this program.
 #include <cerrno>
 #include <climits>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The allowances, as a table. What is not in it may not happen at all: no crash, no hang, no leak anywhere, no loss
 // after a verified write or in a parameter or INI file, unless the fault itself destroyed the only copy.
 #include "tests/faults/expectations.hpp"

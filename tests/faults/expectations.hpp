@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Which troubles a fault may lead to.
 #ifndef KELO_TESTS_FAULTS_EXPECTATIONS_HPP
 #define KELO_TESTS_FAULTS_EXPECTATIONS_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One process runs the history with the fault, goes on without it, and then two new ones look at the files.
 #include "tests/faults/experiment.hpp"
 

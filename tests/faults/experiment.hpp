@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs a history with a fault, takes the fault away and judges what the history left.
 #ifndef KELO_TESTS_FAULTS_EXPERIMENT_HPP
 #define KELO_TESTS_FAULTS_EXPERIMENT_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What goes wrong while a history runs.
 #ifndef KELO_TESTS_FAULTS_FAULT_HPP
 #define KELO_TESTS_FAULTS_FAULT_HPP

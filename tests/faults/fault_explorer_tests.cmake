@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The fault explorer: the histories of the crash explorer in a program whose calls can be made to fail.
 set(fault_sources call_faults.cpp expectations.cpp experiment.cpp histories.cpp main.cpp obstacles.cpp surroundings.cpp)
 list(TRANSFORM fault_sources PREPEND faults/)

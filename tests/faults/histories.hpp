@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What daemons do while something fails.
 #ifndef KELO_TESTS_FAULTS_HISTORIES_HPP
 #define KELO_TESTS_FAULTS_HISTORIES_HPP

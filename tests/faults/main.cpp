@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Tries what becomes of the library's files when something fails: faults [OPTION...], see usage().
 #include <sys/mman.h>
 #include <sys/resource.h>

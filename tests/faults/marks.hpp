@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The marks of a history that runs in another process.
 #ifndef KELO_TESTS_FAULTS_MARKS_HPP
 #define KELO_TESTS_FAULTS_MARKS_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What is in the place of a file: things that are no file, and files that hold something else.
 #include <fcntl.h>
 #include <sqlite3.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What is wrong around a history: the commands that it starts, and the folders of its files.
 #include <fcntl.h>
 #include <linux/capability.h>

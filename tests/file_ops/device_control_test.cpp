@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Requests to device nodes. The system has no device of ours: a stand-in answers in the place of ioctl().
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every missing directory of a path.
 #include <gtest/gtest.h>
 #include <sys/stat.h>

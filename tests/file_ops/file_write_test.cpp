@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Small files written in one call.
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What kind of memory the system runs from, told by a partition table of the test's own.
 #include <gtest/gtest.h>
 

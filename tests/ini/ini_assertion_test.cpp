@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Programming errors, which end the process.
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The walk through all keys of a file.
 #include <gtest/gtest.h>
 

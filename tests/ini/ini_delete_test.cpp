@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Deleting keys and sections.
 #include <gtest/gtest.h>
 

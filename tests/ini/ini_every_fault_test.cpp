@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every kind of change to an INI file, with each of its calls of the system failing in turn.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Lines that are written over.
 #include <gtest/gtest.h>
 #include <sys/stat.h>

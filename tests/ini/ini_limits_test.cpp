@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Long lines and long files.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Random operations on INI files, each held against a model that is too plain to be wrong in the same way.
 #include "tests/support/ini_model.hpp"
 

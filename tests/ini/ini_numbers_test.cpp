@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Values as numbers and truth values.
 #include <gtest/gtest.h>
 

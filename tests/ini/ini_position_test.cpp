@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Names of sections and keys by their position.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Cuts the power at every change that a rewrite makes to its files, one after the other, and looks at what is
 // left of the settings: with all that was written, and without what was not yet synchronised.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Values by name, as text: buffers, defaults, and files that cannot be read.
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Setting keys, byte for byte.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the lines of a settings file mean.
 #include <gtest/gtest.h>
 #include <sys/stat.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Changes that fail, and what they leave; what a copy keeps.
 #include <fcntl.h>
 #include <gtest/gtest.h>

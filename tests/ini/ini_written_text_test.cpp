@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The lines that are written: quotes, and what is cut.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // AT commands when nothing answers, or when the system calls under them fail.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // AT commands while other hosts send datagrams to the daemon's port: from a network namespace of its own, at the
 // other end of a real link.
 #include <arpa/inet.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // AT commands to a modem that is there and answers, well or badly.
 #include <gtest/gtest.h>
 #include <sys/resource.h>

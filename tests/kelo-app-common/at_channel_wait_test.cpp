@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The real time that an AT command waits for a modem that is not there.
 #include <gtest/gtest.h>
 #include <pthread.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The text of an AT exchange, without a modem.
 #include "kelo-app-common/src/at_reply.hpp"
 

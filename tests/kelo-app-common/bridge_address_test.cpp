@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The bridge's address on real interfaces.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Dates and times of day against the C library's and the standard library's, and days between dates.
 #include <gtest/gtest.h>
 #include <time.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A directory that is made where it is missing.
 #include <gtest/gtest.h>
 #include <sys/stat.h>

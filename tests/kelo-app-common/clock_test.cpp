@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Readings of the clocks and of the time since boot, real ones and chosen ones, and sums of times.
 #include <gtest/gtest.h>
 #include <sys/syscall.h>

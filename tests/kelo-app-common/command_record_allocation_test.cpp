@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How a command is made.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

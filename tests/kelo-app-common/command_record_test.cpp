@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What is freed with a command.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

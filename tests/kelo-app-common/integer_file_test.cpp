@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Files that hold one decimal integer.
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whether a host answers: a `ping` of the test's own, and the real one.
 #include <gtest/gtest.h>
 

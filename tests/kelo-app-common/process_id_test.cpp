@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Finding a process by a `ps` of the test's own, and by the real one.
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The project's name in the file written at boot.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The project's name on the kernel's command line.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The UCS-2 conversions on top of a conversion that does not keep to its buffer: the program's own takes the
 // place of the archive's.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The wait for an IPv6 address on notifications that a kernel seldom or never sends.
 #include <gtest/gtest.h>
 #include <linux/if_addr.h>

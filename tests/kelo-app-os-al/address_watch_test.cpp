@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The wait for an IPv6 address, on real interfaces, and when the system calls before it fail.
 #include <gtest/gtest.h>
 #include <linux/rtnetlink.h>

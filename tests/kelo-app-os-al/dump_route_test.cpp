@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The gateway in one route message.
 #include <gtest/gtest.h>
 #include <linux/rtnetlink.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Numbers in hexadecimal digits.
 #include <gtest/gtest.h>
 

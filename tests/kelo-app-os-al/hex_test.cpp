@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Bytes as pairs of hexadecimal digits, and back.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The index of route attributes, on chains that no sender should make too.
 #include <gtest/gtest.h>
 #include <linux/rtnetlink.h>

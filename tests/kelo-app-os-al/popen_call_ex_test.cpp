@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Shell commands whose standard output is captured after a pause of a second.
 #include <signal.h>
 

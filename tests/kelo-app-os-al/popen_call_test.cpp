@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Shell commands whose standard output is captured.
 #include <signal.h>
 #include <sys/stat.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Counting processes by a `ps` of the test's own, and by the real one.
 #include <signal.h>
 

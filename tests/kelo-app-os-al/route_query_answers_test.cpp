@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The gateway query on answers that a kernel seldom or never gives.
 #include <gtest/gtest.h>
 #include <linux/netlink.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The IPv6 gateway of an interface, on real routes, and when the system calls before the answer fail.
 #include <gtest/gtest.h>
 #include <linux/netlink.h>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Both headers that declare strsep(), in either order: the test StrsepIsDeclared compiles it in many dialects. */
 #ifdef STRING_H_FIRST
 #include <string.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the supervised runner accepts, and what it starts for it. Programs are recorded instead of started.
 #include <array>
 #include <cerrno>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Supervised commands as they run: real programs, their output, their ends and their silence.
 #include "kelo_utils/app_os_al.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What descriptors a supervised command costs, and gets.
 #include <fcntl.h>
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A supervised command when the system calls under it fail.
 #include <signal.h>
 #include <sys/time.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Supervised commands in a daemon whose other threads never stop logging.
 #include <sys/wait.h>
 

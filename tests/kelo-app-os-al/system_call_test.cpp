@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Shell commands whose exit status is wanted.
 #include <signal.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A daemon that does everything at once: timers of all periods whose callbacks write settings, run commands and ask
 // for addresses, threads that log and run commands, and an alarm every millisecond. It takes six seconds, or as many
 // as KELO_STRESS_SECONDS says.

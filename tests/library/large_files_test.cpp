@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Files of 3 GiB, whose sizes and offsets a 32-bit off_t does not hold. They are holes but for their beginning, and
 // take no space.
 #include <fcntl.h>

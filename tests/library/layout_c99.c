@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The layout of the public records as a C daemon sees it.
 #include "tests/library/layout_c99.h"
 

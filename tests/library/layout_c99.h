@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What a C program answers to the test of the layout.
 #ifndef KELO_TESTS_LAYOUT_C99_H
 #define KELO_TESTS_LAYOUT_C99_H

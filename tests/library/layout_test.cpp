@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The layout of the public records, in C++17 here and in C99 beside it: that it compiles is the test.
 #include <gtest/gtest.h>
 

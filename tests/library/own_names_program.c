@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* A daemon that knows nothing of the library's headers and has functions of its own whose names are exports of the
  * library. It uses the store by prototypes of its own. Exit status: 0, or the line of the first claim that failed. */
 #include <stdint.h>

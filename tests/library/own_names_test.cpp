@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Programs that have a function of their own whose name happens to be that of an export.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

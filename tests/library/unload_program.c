@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Loads the library, starts its timer service and unloads it, as a program with plug-ins does. Its exit status is
    the line of the claim that failed. */
 #include <dlfcn.h>

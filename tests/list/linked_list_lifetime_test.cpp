@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How a linked list is made, by its own call or on its first use, and how it ends.
 #include <gtest/gtest.h>
 #include <pthread.h>

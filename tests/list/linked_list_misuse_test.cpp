@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Lists whose ends do not agree with their chain, and elements that are not where the caller says.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "kelo_utils/list.h"
 
 #include <gtest/gtest.h>

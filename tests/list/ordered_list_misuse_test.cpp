@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // First uses, locks, null arguments, and elements that are not where the caller says.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The order of elements, and the operations on lists of one thread.
 #include <gtest/gtest.h>
 #include <pthread.h>

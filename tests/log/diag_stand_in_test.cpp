@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The library's own channel, read by a real peer at /dev/log.
 #include <gtest/gtest.h>
 #include <poll.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "kelo_utils/log.h"
 
 #include <gtest/gtest.h>

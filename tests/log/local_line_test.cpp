@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The local line in `log_msg`, field by field.
 #include <fcntl.h>
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* A daemon that reads the last local line and its stamp from the exported arrays. Compiled with MOVED where the loader
  * is to move both into the program. Exit status: 0, or the line of the first claim that failed. */
 #include <stdint.h>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Compiles log_format_snippet.c once for each of its calls: those with fitting arguments must compile, the others
 # must not, and for no other reason than the format.
 # Usage: cmake -DCOMPILER=cc -DLANGUAGE=c -DTREE=. -P log_format_check.cmake

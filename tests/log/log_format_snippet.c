@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* One call, chosen by -DCALL=NAME, for log_format_check.cmake. */
 #include "kelo_utils/log.h"
 

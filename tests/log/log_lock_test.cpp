@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The lock around each line: forks, fork handlers and cancelled threads. Whatever is wrong with it shows as a
 // process that hangs, so every wait has its end.
 #include <fcntl.h>

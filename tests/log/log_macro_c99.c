@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 #define KELO_LOG_FILE "modem/radio.c"
 #include "kelo_utils/log.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "kelo_utils/log.h"
 #include "tests/log/log_macros.h"
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* The macro as used by C99 and C++17 sources, every level in one function each. */
 #ifndef KELO_TESTS_LOG_MACROS_H
 #define KELO_TESTS_LOG_MACROS_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* A C daemon that defines the diagnostic channel itself: the exit status says whether it got the calls. */
 #include <stdarg.h>
 #include <stdio.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Messages that the shell appends to a file.
 #include <gtest/gtest.h>
 #include <sys/time.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exported `log_msg` and `str_t` in every kind of program, and programs with objects of their own of that name.
 #include <gtest/gtest.h>
 #include <sys/wait.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/log/own_channel.hpp"
 
 #include <cerrno>

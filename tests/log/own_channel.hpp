@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A diagnostic channel of the test program's own, which keeps every record.
 #ifndef KELO_TESTS_OWN_CHANNEL_HPP
 #define KELO_TESTS_OWN_CHANNEL_HPP

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* A daemon that knows nothing of the library's headers and has objects, or with FUNCTIONS functions, of its own that
  * are called log_msg and str_t, or uses those of another library (ELSEWHERE). It logs by prototypes of its own. Exit status: 0, or the line of the first claim that
  * failed. */

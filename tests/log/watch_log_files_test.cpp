@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Which of the two watch files takes a record, and records of several writers.
 #include <gtest/gtest.h>
 #include <sys/stat.h>

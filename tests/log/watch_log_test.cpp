@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The watch log's record, its switch and its time source.
 #include <gtest/gtest.h>
 #include <sys/stat.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Defaults that do not all fit on the flash: /data of this sandbox holds 300 kilobytes.
 #include <gtest/gtest.h>
 #include <sqlite3.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One thread reads defaults through the descriptors that others write with.
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A daemon's defaults are stored in one transaction, and come out as if each had been stored by itself.
 #include <fcntl.h>
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The repair that a read makes of the primary database.
 #include <gtest/gtest.h>
 #include <sqlite3.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Cuts the power at every change that a journalled write makes to its files, one after the other, and looks
 // at what the next start finds.
 #include "tools/power_cut/power_cut.hpp"

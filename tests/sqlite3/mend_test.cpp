@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Damage to the primary that SQLite's quick check does not see: the next write brings back from the backup what the
 // primary does not hold any more, before the primary is copied over it.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What is repaired from what: a healthy file is never replaced by an older one, and an empty one is no
 // source.
 #include <gtest/gtest.h>

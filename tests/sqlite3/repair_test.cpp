@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Damaged database files: whatever a bad flash block or a cut file leaves of the primary and the backup, the
 // store neither crashes nor hangs nor makes values up, and it comes back as far as its rules allow.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The copy of the primary over the backup: what it keeps of its target, and that a copy that does not come
 // out whole costs no value.
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Several daemons use one store at once, and one of them is killed and started again all the time: every read
 // gives a whole value that is not older than the last write acknowledged before it, and nothing is lost. Each
 // test takes ten seconds, or as many as KELO_STRESS_SECONDS says.

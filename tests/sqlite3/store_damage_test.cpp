@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Databases that the flash has damaged: bits flipped, the end cut off, pages and sectors zeroed, in the primary, in
 // the backup and in both. A daemon starts on each, reads, writes and reads again.
 #include <gtest/gtest.h>

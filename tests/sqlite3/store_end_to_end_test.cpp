@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A daemon's view of the store: the data manager with the SQLite back-end, on real files.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

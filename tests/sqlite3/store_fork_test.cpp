@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A child made by fork without exec while other threads use the library: it inherits no lock that stays
 // held.
 #include <gtest/gtest.h>

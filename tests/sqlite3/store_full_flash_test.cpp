@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A flash with hardly any space left: /data of this sandbox holds a megabyte.
 #include <gtest/gtest.h>
 #include <sys/statvfs.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One lock for the store between processes: who waits, for how long, and that nothing is half done when the
 // wait is over.
 #include <fcntl.h>

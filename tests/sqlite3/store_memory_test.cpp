@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a write and a read of an item take of the heap while they last, and that nothing of it stays.
 #include <gtest/gtest.h>
 

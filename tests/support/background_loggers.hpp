@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Threads that log one message after the other until the object ends.
 #ifndef KELO_TESTS_BACKGROUND_LOGGERS_HPP
 #define KELO_TESTS_BACKGROUND_LOGGERS_HPP

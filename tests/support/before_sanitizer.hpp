@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // For functions a sanitizer's run time calls too early for its own instrumentation.
 #ifndef KELO_TESTS_SUPPORT_BEFORE_SANITIZER_HPP
 #define KELO_TESTS_SUPPORT_BEFORE_SANITIZER_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A forked child that is given a bounded time.
 #ifndef KELO_TESTS_BOUNDED_FORK_HPP
 #define KELO_TESTS_BOUNDED_FORK_HPP

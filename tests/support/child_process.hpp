@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs a piece of a test in a process of its own, for what a process can do only once: abort, or start up.
 #ifndef KELO_TESTS_CHILD_PROCESS_HPP
 #define KELO_TESTS_CHILD_PROCESS_HPP

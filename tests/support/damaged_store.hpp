@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A store with damaged files, and what a daemon makes of them.
 #ifndef KELO_TESTS_SUPPORT_DAMAGED_STORE_HPP
 #define KELO_TESTS_SUPPORT_DAMAGED_STORE_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Looks at database files, and changes them, without the library: plain SQLite and plain file calls.
 // Whatever a helper cannot do is a failure of the running test.
 #ifndef KELO_TESTS_DATABASE_HPP

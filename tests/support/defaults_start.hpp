@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Starts of daemons that build their defaults, together as the library does, or one by one as a storage does that is not
 // the library's own. Include it in exactly one source file of a test program.
 #ifndef KELO_TESTS_SUPPORT_DEFAULTS_START_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What descriptors a process holds.
 #ifndef KELO_TESTS_DESCRIPTORS_HPP
 #define KELO_TESTS_DESCRIPTORS_HPP

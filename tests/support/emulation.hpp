@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Tests of programs for another processor run under an emulator, which shows in a few places.
 #ifndef KELO_TESTS_SUPPORT_EMULATION_HPP
 #define KELO_TESTS_SUPPORT_EMULATION_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every text there is over a small alphabet: input for a comparison with a plain second implementation.
 #ifndef KELO_TESTS_EVERY_TEXT_HPP
 #define KELO_TESTS_EVERY_TEXT_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A heap block of exactly the size asked for, so that the address sanitizer sees the first byte beyond it.
 #ifndef KELO_TESTS_EXACT_BUFFER_HPP
 #define KELO_TESTS_EXACT_BUFFER_HPP

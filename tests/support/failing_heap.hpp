@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A heap that runs out on demand: malloc, calloc and realloc of the whole test program, the library included,
 // fail from a chosen call on, all of them or some. Include it in exactly one source file of a test program.
 #ifndef KELO_TESTS_SUPPORT_FAILING_HEAP_HPP

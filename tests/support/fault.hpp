@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Lets a test name a call and fail it. What puts itself in the place of calls asks here: sqlite_faults.hpp, the headers
 // *_faults.hpp beside it, and some tests; each says which calls it knows.
 #ifndef KELO_TESTS_SUPPORT_FAULT_HPP

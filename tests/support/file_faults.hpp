@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Makes chosen file calls of the whole test program fail, give less or use another file, the library's
 // included. Include it in exactly one source file of a test program.
 //

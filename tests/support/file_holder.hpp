@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Another process that keeps a database file locked.
 #ifndef KELO_TESTS_FILE_HOLDER_HPP
 #define KELO_TESTS_FILE_HOLDER_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The gateway query under test. Include it in exactly one source file of a test program, as
 // netlink_faults.hpp.
 #ifndef KELO_TESTS_SUPPORT_GATEWAY_QUERY_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A page of memory between two that cannot be accessed: a read or write outside of it ends the test program.
 #ifndef KELO_TESTS_SUPPORT_GUARDED_PAGE_HPP
 #define KELO_TESTS_SUPPORT_GUARDED_PAGE_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How much of the heap the whole program, the library and SQLite included, has at most during a call. Include it in
 // exactly one source file of a program. A sanitizer's heap is not counted.
 #ifndef KELO_TESTS_SUPPORT_HEAP_PEAK_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Texts for the hexadecimal helpers.
 #ifndef KELO_TESTS_SUPPORT_HEX_TEXT_HPP
 #define KELO_TESTS_SUPPORT_HEX_TEXT_HPP

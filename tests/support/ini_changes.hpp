@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One change of each kind to an INI file, for tests in which something gets in its way.
 #ifndef KELO_TESTS_SUPPORT_INI_CHANGES_HPP
 #define KELO_TESTS_SUPPORT_INI_CHANGES_HPP

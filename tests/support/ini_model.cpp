@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/ini_model.hpp"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What an INI file answers and how a change leaves it, said as plainly as possible: the file is one text, each
 // operation cuts it into lines anew, and nothing is fast.
 #ifndef KELO_TESTS_INI_MODEL_HPP

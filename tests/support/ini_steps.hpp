@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Operations on INI files, made by chance: names, values and lines from small sets that meet often.
 #ifndef KELO_TESTS_SUPPORT_INI_STEPS_HPP
 #define KELO_TESTS_SUPPORT_INI_STEPS_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/interfaces.hpp"
 
 #include <arpa/inet.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Makes real network interfaces, for a test that has INTERFACES in tests/CMakeLists.txt. A call that the kernel refuses
 // is a failure of the test.
 #ifndef KELO_TESTS_SUPPORT_INTERFACES_HPP

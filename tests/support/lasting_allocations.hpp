@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // For tests of calls that let go of memory on purpose.
 #ifndef KELO_TESTS_SUPPORT_LASTING_ALLOCATIONS_HPP
 #define KELO_TESTS_SUPPORT_LASTING_ALLOCATIONS_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // For tests of functions that start programs: they leave no process and no descriptor.
 #ifndef KELO_TESTS_LEAVES_NOTHING_HPP
 #define KELO_TESTS_LEAVES_NOTHING_HPP

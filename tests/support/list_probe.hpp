@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Looks at a linked list from outside.
 #ifndef KELO_TESTS_LIST_PROBE_HPP
 #define KELO_TESTS_LIST_PROBE_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Threads that hand elements on through a list, and threads that race to be its first user.
 #ifndef KELO_TESTS_LIST_THREADS_HPP
 #define KELO_TESTS_LIST_THREADS_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Looks at a mutex from outside: who holds it, and who waits for it.
 #ifndef KELO_TESTS_LOCK_PROBE_HPP
 #define KELO_TESTS_LOCK_PROBE_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Collects the library's log lines, taken apart, while it is alive.
 #ifndef KELO_TESTS_LOG_CAPTURE_HPP
 #define KELO_TESTS_LOG_CAPTURE_HPP

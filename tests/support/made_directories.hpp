@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Records the directories that the whole test program makes, the library included, and lets the making fail. Include
 // it in exactly one source file of a test program.
 #ifndef KELO_TESTS_MADE_DIRECTORIES_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Makes chosen netlink and epoll calls of the whole test program fail, the library's included, follows them,
 // and can answer in the kernel's place. Include it in exactly one source file of a test program.
 //

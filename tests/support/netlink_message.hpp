@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A netlink message under construction, well-formed or not.
 #ifndef KELO_TESTS_SUPPORT_NETLINK_MESSAGE_HPP
 #define KELO_TESTS_SUPPORT_NETLINK_MESSAGE_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Calls with a null argument that do nothing, silently.
 #ifndef KELO_TESTS_NULL_CALLS_HPP
 #define KELO_TESTS_NULL_CALLS_HPP

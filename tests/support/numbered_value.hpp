@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Values that tell which item and which write they are of, so that a value read is known to be whole, and how
 // old it is.
 #ifndef KELO_TESTS_SUPPORT_NUMBERED_VALUE_HPP

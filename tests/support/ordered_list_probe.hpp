@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Looks at an ordered list from outside.
 #ifndef KELO_TESTS_ORDERED_LIST_PROBE_HPP
 #define KELO_TESTS_ORDERED_LIST_PROBE_HPP

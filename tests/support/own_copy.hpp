@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A `cp` of the test's own, and a daemon whose `cp` hangs, which is how a test holds the store for as long as
 // it likes.
 #ifndef KELO_TESTS_SUPPORT_OWN_COPY_HPP

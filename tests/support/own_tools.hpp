@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Programs of a test's own, in a folder whose name lets the supervised runner start them.
 #ifndef KELO_TESTS_SUPPORT_OWN_TOOLS_HPP
 #define KELO_TESTS_SUPPORT_OWN_TOOLS_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // For tests of functions that start programs by name: the test's own are found first.
 #ifndef KELO_TESTS_OWN_TOOLS_FIRST_HPP
 #define KELO_TESTS_OWN_TOOLS_FIRST_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The parameter databases of a test, made by the provisioning script, and what was logged about them.
 #ifndef KELO_TESTS_PARAMETER_FILES_HPP
 #define KELO_TESTS_PARAMETER_FILES_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Makes chosen process calls of the whole test program fail, the library's included, and can put a recorder
 // in the place of started programs. Include it in exactly one source file of a test program.
 //

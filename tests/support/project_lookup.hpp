@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Looks the project's name up with a command line and a boot file of the test's own.
 #ifndef KELO_TESTS_SUPPORT_PROJECT_LOOKUP_HPP
 #define KELO_TESTS_SUPPORT_PROJECT_LOOKUP_HPP

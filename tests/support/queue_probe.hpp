@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Looks at a queue from outside.
 #ifndef KELO_TESTS_QUEUE_PROBE_HPP
 #define KELO_TESTS_QUEUE_PROBE_HPP

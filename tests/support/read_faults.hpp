@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Makes reads of the whole test program fail, the library's included. Include it in exactly one source file of a
 // test program.
 #ifndef KELO_TESTS_SUPPORT_READ_FAULTS_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A storage back-end that stores nothing: it records what the data manager hands it and answers as told.
 #ifndef KELO_TESTS_SUPPORT_RECORDING_BACKEND_HPP
 #define KELO_TESTS_SUPPORT_RECORDING_BACKEND_HPP

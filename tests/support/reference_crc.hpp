@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The checksum of stored values, bit by bit and on its own: what the library's is compared with.
 #ifndef KELO_TESTS_REFERENCE_CRC_HPP
 #define KELO_TESTS_REFERENCE_CRC_HPP

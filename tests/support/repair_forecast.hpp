@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Forecasts what the store makes of damaged files: its rules, played through on where the content of each
 // file stems from.
 #ifndef KELO_TESTS_REPAIR_FORECAST_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Messages about IPv6 routes, as the kernel sends them or nearly so.
 #ifndef KELO_TESTS_SUPPORT_ROUTE_MESSAGES_HPP
 #define KELO_TESTS_SUPPORT_ROUTE_MESSAGES_HPP

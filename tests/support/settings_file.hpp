@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A settings file, and looks at it through the library's reads.
 #ifndef KELO_TESTS_SUPPORT_SETTINGS_FILE_HPP
 #define KELO_TESTS_SUPPORT_SETTINGS_FILE_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Shortens what makes a test fail, so that its message shows little more than the cause.
 #ifndef KELO_TESTS_SUPPORT_SHORTEN_HPP
 #define KELO_TESTS_SUPPORT_SHORTEN_HPP

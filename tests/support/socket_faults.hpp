@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Makes chosen socket calls of the whole test program fail, the library's included, and follows its waits.
 // Include it in exactly one source file of a test program.
 //

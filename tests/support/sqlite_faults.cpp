@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/sqlite_faults.hpp"
 
 #include <spawn.h>

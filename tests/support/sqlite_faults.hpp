@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Takes the place of calls of SQLite, of the shell and of fsync: those that meet a Fault fail, and all are recorded. For
 // tests with SQLITE_FAULTS in tests/CMakeLists.txt.
 //

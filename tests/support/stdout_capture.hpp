@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Collects what is printed on standard output, the library's prints included, until it is taken.
 #ifndef KELO_TESTS_STDOUT_CAPTURE_HPP
 #define KELO_TESTS_STDOUT_CAPTURE_HPP

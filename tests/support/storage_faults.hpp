@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // All calls with which a store of files works can be made to fail: those of file_faults.hpp and the ones below. Include
 // it in exactly one source file of a test program.
 //

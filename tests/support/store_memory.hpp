@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The heap that calls of the configuration database take. Include it in exactly one source file of a program.
 #ifndef KELO_TESTS_SUPPORT_STORE_MEMORY_HPP
 #define KELO_TESTS_SUPPORT_STORE_MEMORY_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Settings of a store on real files, written and read as a daemon without descriptors does.
 #ifndef KELO_TESTS_SUPPORT_STORE_SETTINGS_HPP
 #define KELO_TESTS_SUPPORT_STORE_SETTINGS_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Rows of items put there without the store, and what tests of their reading share.
 #ifndef KELO_TESTS_STORED_ROWS_HPP
 #define KELO_TESTS_STORED_ROWS_HPP

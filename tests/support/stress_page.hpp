@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the processes of a stress test tell each other: memory that all of them share, and that outlives any
 // of them.
 #ifndef KELO_TESTS_SUPPORT_STRESS_PAGE_HPP

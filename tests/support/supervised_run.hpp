@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs supervised commands for the tests of what becomes of them.
 #ifndef KELO_TESTS_SUPERVISED_RUN_HPP
 #define KELO_TESTS_SUPERVISED_RUN_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Makes chosen calls under the timers of the whole test program fail, the library's included. Include it in
 // exactly one source file of a test program.
 //

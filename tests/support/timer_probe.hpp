@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What tests of timers share: records, the calls their callbacks report, expiries sent by hand, and a worker
 // that is kept busy.
 #ifndef KELO_TESTS_SUPPORT_TIMER_PROBE_HPP

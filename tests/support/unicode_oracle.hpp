@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What conversions of text are compared with: the C library's iconv, and character by character arithmetic.
 #ifndef KELO_TESTS_UNICODE_ORACLE_HPP
 #define KELO_TESTS_UNICODE_ORACLE_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One conversion of UTF-8 to UTF-16, and what became of it.
 #ifndef KELO_TESTS_UTF8_CONVERSION_HPP
 #define KELO_TESTS_UTF8_CONVERSION_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The watch log under test: an uptime of the test's choice, opens that fail, and the two files. Include it in
 // exactly one source file of a test program.
 //

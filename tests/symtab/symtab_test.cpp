@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "kelo_utils/symtab.h"
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the callbacks of timers may do, to their own timers above all, and how they run.
 #include <gtest/gtest.h>
 #include <pthread.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What starts the timer service, and what becomes of it when a step fails. Each test is a process that has
 // not started it yet.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The life of a timer's record: when it is not read any more, so that it may be freed or used again.
 #include <gtest/gtest.h>
 #include <signal.h>

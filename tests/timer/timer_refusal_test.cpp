@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Expiries no callback can be called for: records that lost their handler, and what is no record at all.
 #include <gtest/gtest.h>
 #include <signal.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The way from an expiry to its callback: order, coalescing, and whose signals count.
 #include <gtest/gtest.h>
 #include <pthread.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The timer service in daemons that do as they like with signals. Each test is a process that has not started the
 // service yet.
 #include <gtest/gtest.h>

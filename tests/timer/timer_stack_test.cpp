@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The worker's stack in a program with many thread-local variables, which the C library takes from it.
 #include <gtest/gtest.h>
 #include <pthread.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The timer service in a daemon whose other threads never stop allocating and logging: every expiry gets its
 // callback, and none comes early.
 #include <pthread.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The calls that drive one timer: every call in every state, and failing system calls.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What timers do with time: never early, periods, what is left, and times that are refused.
 #include <gtest/gtest.h>
 

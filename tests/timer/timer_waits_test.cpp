@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Callbacks that wait in functions of the library while other timers expire.
 #include <gtest/gtest.h>
 

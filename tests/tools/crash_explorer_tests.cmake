@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The crash explorer's fixed share of the suite, and the proof that it finds missing protections.
 set(crash_seed 1)
 

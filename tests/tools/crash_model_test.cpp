@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The disk model of the crash explorer, and the explorer on writers whose faults are known.
 #include <fcntl.h>
 #include <gtest/gtest.h>

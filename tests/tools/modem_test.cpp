@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The scripted modem that other tests and the demo rely on.
 #include "tools/modem/modem.hpp"
 

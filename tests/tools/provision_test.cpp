@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The script that makes the parameter databases of a device.
 #include <sys/stat.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The queues by which the signal handler passes expired records to the worker.
 #include "timer/src/expiries.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The queues by which the signal handler passes expired records to the worker.
 #ifndef KELO_TIMER_EXPIRIES_HPP
 #define KELO_TIMER_EXPIRIES_HPP

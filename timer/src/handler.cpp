@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The handler of SIGUSR1, and what it does with the record that a signal carries.
 #include "timer/src/handler.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The handler of SIGUSR1, the signal by which timers report their expiries.
 #ifndef KELO_TIMER_HANDLER_HPP
 #define KELO_TIMER_HANDLER_HPP

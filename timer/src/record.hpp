@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Access to the fields of a timer record that the threads of the daemon and the thread of the service share.
 #ifndef KELO_TIMER_RECORD_HPP
 #define KELO_TIMER_RECORD_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The worker thread, which calls the callbacks of expired timers, and the start of the timer service.
 #include "timer/src/service.hpp"
 

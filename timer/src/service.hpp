@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the running service offers to the timer calls and to the signal handler.
 #ifndef KELO_TIMER_SERVICE_HPP
 #define KELO_TIMER_SERVICE_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The calls that create, start, stop and delete a timer.
 #include <signal.h>
 #include <time.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Shares the time among the histories and each history among processes with folders of their own.
 #include "tools/crash/campaign.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // All histories, one after the other, and the table of what was found.
 #ifndef KELO_TOOLS_CRASH_CAMPAIGN_HPP
 #define KELO_TOOLS_CRASH_CAMPAIGN_HPP

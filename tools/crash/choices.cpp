@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The combinations of lost and kept changes that are tried at one moment of a disk.
 #include <algorithm>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The blocks of a file: writing, cutting, tearing and hashing them.
 #include "tools/crash/content.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a file holds, as blocks that copies of it share.
 #ifndef KELO_TOOLS_CRASH_CONTENT_HPP
 #define KELO_TOOLS_CRASH_CONTENT_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Looks at database files with SQLite alone: whether they are whole, and whether two hold the same rows.
 #include <sqlite3.h>
 

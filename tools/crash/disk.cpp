@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The disk model: every change is kept separately until a sync makes it permanent.
 #include "tools/crash/disk.hpp"
 

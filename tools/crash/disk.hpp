@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A disk that remembers which changes were synced: what may be lost when the power fails.
 #ifndef KELO_TOOLS_CRASH_DISK_HPP
 #define KELO_TOOLS_CRASH_DISK_HPP

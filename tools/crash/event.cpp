@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Compares images and describes events.
 #include "tools/crash/event.hpp"
 

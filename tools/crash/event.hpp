@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a recorded program did to its files, call by call.
 #ifndef KELO_TOOLS_CRASH_EVENT_HPP
 #define KELO_TOOLS_CRASH_EVENT_HPP

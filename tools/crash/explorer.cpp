@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The rounds over the cuts of a recording, and those of the recoveries of some of its states.
 #include "tools/crash/explorer.hpp"
 

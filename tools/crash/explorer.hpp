@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Tries each state of one recorded history once, and counts what is wrong with them.
 #ifndef KELO_TOOLS_CRASH_EXPLORER_HPP
 #define KELO_TOOLS_CRASH_EXPLORER_HPP

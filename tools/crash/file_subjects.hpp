@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Histories on the files that are no configuration databases: parameters and INI files.
 #ifndef KELO_TOOLS_CRASH_FILE_SUBJECTS_HPP
 #define KELO_TOOLS_CRASH_FILE_SUBJECTS_HPP

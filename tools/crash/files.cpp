@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads the recorded folders and writes them anew, once for each state.
 #include "tools/crash/files.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The files of the recorded folders: reading them into an image and laying an image out.
 #ifndef KELO_TOOLS_CRASH_FILES_HPP
 #define KELO_TOOLS_CRASH_FILES_HPP

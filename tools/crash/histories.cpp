@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The list of all histories, and what they have in common.
 #include "tools/crash/file_subjects.hpp"
 #include "tools/crash/history.hpp"

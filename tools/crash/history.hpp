@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A history: what a daemon does while the power may fail, and how its values are read afterwards.
 #ifndef KELO_TOOLS_CRASH_HISTORY_HPP
 #define KELO_TOOLS_CRASH_HISTORY_HPP

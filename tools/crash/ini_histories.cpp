@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The histories on INI files.
 #include <cstdio>
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Values whose versions can be told apart.
 #include "tools/crash/items.hpp"
 

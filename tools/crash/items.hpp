@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Items and values as most histories have them.
 #ifndef KELO_TOOLS_CRASH_ITEMS_HPP
 #define KELO_TOOLS_CRASH_ITEMS_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Tries what the library's files may look like after a power failure: crash [OPTION...], see usage().
 #include <malloc.h>
 #include <sqlite3.h>

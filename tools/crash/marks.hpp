@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How a recorded program reports its progress.
 #ifndef KELO_TOOLS_CRASH_MARKS_HPP
 #define KELO_TOOLS_CRASH_MARKS_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Histories of several writes, several daemons, a clean, a full disk, and those that a seed makes up.
 #include <sys/wait.h>
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The histories on the parameter databases.
 #include <sqlite3.h>
 

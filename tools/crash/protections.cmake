@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Makes a program like kelo_crash for each protection of the store, with a store that lacks it. The line is left out of a
 # copy of the source, so that the library itself needs no switch. The configuration stops when the source no longer has
 # the line.

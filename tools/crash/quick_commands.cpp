@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Replaces posix_spawnp() and waitpid() in a program that is linked so that the library calls these.
 #include "tools/crash/quick_commands.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Lets this process execute the commands itself that the library gives to the shell.
 #ifndef KELO_TOOLS_CRASH_QUICK_COMMANDS_HPP
 #define KELO_TOOLS_CRASH_QUICK_COMMANDS_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Traces a program and all that it starts, one storage call at a time.
 #include "tools/crash/recorder.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs a program and writes down every change that it, and what it starts, makes to its files.
 #ifndef KELO_TOOLS_CRASH_RECORDER_HPP
 #define KELO_TOOLS_CRASH_RECORDER_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Replaces sqlite3_get_table() in a program that is linked so that the library calls this.
 #include "tools/crash/refused_looks.hpp"
 

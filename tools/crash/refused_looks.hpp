@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Lets SQLite run out of memory in a select that looks for a row.
 #ifndef KELO_TOOLS_CRASH_REFUSED_LOOKS_HPP
 #define KELO_TOOLS_CRASH_REFUSED_LOOKS_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Shows one state step by step: the calls, the cut, what was lost, what the restart finds.
 #include <cstdio>
 #include <iostream>

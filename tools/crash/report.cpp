@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Prints what a campaign found.
 #include "tools/crash/report.hpp"
 

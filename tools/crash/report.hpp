@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The table, the reproducers and the complaints of a campaign, for people.
 #ifndef KELO_TOOLS_CRASH_REPORT_HPP
 #define KELO_TOOLS_CRASH_REPORT_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Writes reproducers as lines of words and reads them back.
 #include "tools/crash/reproducer.hpp"
 

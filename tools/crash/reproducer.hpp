@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A violation that can be shown again: the history, the cut and what was lost, as a short text.
 #ifndef KELO_TOOLS_CRASH_REPRODUCER_HPP
 #define KELO_TOOLS_CRASH_REPRODUCER_HPP

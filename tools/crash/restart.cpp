@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The two starts after a power failure.
 #include "tools/crash/restart.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Starts the program twice on the files as they are, in processes of their own, and notes what it finds.
 #ifndef KELO_TOOLS_CRASH_RESTART_HPP
 #define KELO_TOOLS_CRASH_RESTART_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One image out of a disk and a selection of its changes, and the ways to make a selection smaller.
 #include "tools/crash/states.hpp"
 

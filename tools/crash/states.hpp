@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Builds what a disk may hold after the power failed: which of its unsynced changes were lost.
 #ifndef KELO_TOOLS_CRASH_STATES_HPP
 #define KELO_TOOLS_CRASH_STATES_HPP

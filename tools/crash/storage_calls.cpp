@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What each system call on files changes. A call is decoded before it is made and written down after it.
 #include "tools/crash/storage_calls.hpp"
 

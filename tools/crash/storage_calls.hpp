@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Turns the system calls of traced processes into changes to files.
 #ifndef KELO_TOOLS_CRASH_STORAGE_CALLS_HPP
 #define KELO_TOOLS_CRASH_STORAGE_CALLS_HPP

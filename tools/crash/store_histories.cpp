@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The histories on the configuration databases.
 #include <fcntl.h>
 #include <unistd.h>

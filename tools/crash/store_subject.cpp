@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Starts the library on the files, as a daemon does, and reads and writes items through it.
 #include "tools/crash/store_subject.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A daemon on the configuration databases, and what histories on them are made of.
 #ifndef KELO_TOOLS_CRASH_STORE_SUBJECT_HPP
 #define KELO_TOOLS_CRASH_STORE_SUBJECT_HPP

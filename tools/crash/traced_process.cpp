@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Looks into a traced process through ptrace and /proc.
 #include "tools/crash/traced_process.hpp"
 

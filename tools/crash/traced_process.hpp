@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A process that is being traced: its memory, its descriptors, its system calls.
 #ifndef KELO_TOOLS_CRASH_TRACED_PROCESS_HPP
 #define KELO_TOOLS_CRASH_TRACED_PROCESS_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The rules: old or new for the value in flight, every acknowledged value there, no file left.
 #include "tools/crash/verdict.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What is expected of a state, what was found in it, and whether that is right.
 #ifndef KELO_TOOLS_CRASH_VERDICT_HPP
 #define KELO_TOOLS_CRASH_VERDICT_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A daemon at work: what runs beside its settings.
 #ifndef KELO_DEMO_AT_WORK_HPP
 #define KELO_DEMO_AT_WORK_HPP

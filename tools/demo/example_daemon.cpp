@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/demo/example_daemon.hpp"
 
 #include <algorithm>

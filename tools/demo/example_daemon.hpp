@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An application daemon as users of the library write one: a table of items, a start and a few calls.
 #ifndef KELO_DEMO_EXAMPLE_DAEMON_HPP
 #define KELO_DEMO_EXAMPLE_DAEMON_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A daemon's other files: parameters with factory values, an INI file, the watch log.
 #ifndef KELO_DEMO_FILES_HPP
 #define KELO_DEMO_FILES_HPP

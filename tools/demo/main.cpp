@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The library's main job on real files: a daemon at work, whose settings survive a power cut. Runs in a
 // sandbox (run.sh).
 #include <sqlite3.h>

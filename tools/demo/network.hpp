@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A daemon on the network: what it shares with the modem and the router's LAN.
 #ifndef KELO_DEMO_NETWORK_HPP
 #define KELO_DEMO_NETWORK_HPP

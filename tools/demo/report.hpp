@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the demo prints: what happened, and claims that were checked.
 #ifndef KELO_DEMO_REPORT_HPP
 #define KELO_DEMO_REPORT_HPP

@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: MIT
 # Runs the demo on real files inside a sandbox. Usage: run.sh BUILD_DIR [EMULATOR [ARGUMENT...]]
 set -eu
 tree=$(cd "$(dirname "$0")/../.." && pwd)

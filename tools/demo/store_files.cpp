@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/demo/store_files.hpp"
 
 #include <sqlite3.h>

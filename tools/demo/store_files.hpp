@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The store's files as another program sees them.
 #ifndef KELO_DEMO_STORE_FILES_HPP
 #define KELO_DEMO_STORE_FILES_HPP

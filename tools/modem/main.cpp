@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The scripted modem as a program, to try a daemon's AT commands by hand. Usage: kelo_scripted_modem SCRIPT
 // Prints each command that arrives, and ends on SIGINT or SIGTERM.
 #include <signal.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/modem/modem.hpp"
 
 #include <arpa/inet.h>

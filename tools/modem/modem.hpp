@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A modem's AT service that answers by a script, for the tests and the demo.
 #ifndef KELO_TOOLS_MODEM_HPP
 #define KELO_TOOLS_MODEM_HPP

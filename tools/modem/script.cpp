@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/modem/script.hpp"
 
 #include <algorithm>

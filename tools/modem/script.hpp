@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the scripted modem answers to which command.
 #ifndef KELO_TOOLS_MODEM_SCRIPT_HPP
 #define KELO_TOOLS_MODEM_SCRIPT_HPP

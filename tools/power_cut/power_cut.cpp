@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/power_cut/power_cut.hpp"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Ends a program, and everything it started, just before a chosen change to its files, to make what a power cut
 // at that moment would leave.
 #ifndef KELO_TOOLS_POWER_CUT_HPP

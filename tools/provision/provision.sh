@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: MIT
 # Makes the parameter databases of a device from the SQL of their tables.
 # Usage: provision.sh [--user] [--sql FILE] FOLDER
 # FOLDER receives factory_info.db and, with --user, user_info.db as its copy; each is replaced as a whole, and neither

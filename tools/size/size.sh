@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Prints what the library costs on the device, folder by folder, and what libraries cost that do comparable work.
 # Usage: size.sh BUILD [FOLDER]   BUILD is the device's build; other libraries are looked for below FOLDER.
 set -euo pipefail

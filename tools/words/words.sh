@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Looks for turns of words that were hard to read, in every text of the tree. Usage: words.sh TREE
 # Each line of banned.txt is an extended regular expression and, after a tab, what to write in its place.
 set -euo pipefail

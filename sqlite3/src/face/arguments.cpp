@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Logs the refusals of the exported functions.
 #include "sqlite3/src/face/arguments.hpp"
 

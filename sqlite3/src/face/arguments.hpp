@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The messages of the exported functions of the back-end about bad arguments.
 #ifndef KELO_SQLITE3_FACE_ARGUMENTS_HPP
 #define KELO_SQLITE3_FACE_ARGUMENTS_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exported functions for the registration of the back-end, its start-up and its versions.
 #include <atomic>
 

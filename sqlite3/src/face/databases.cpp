@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exported functions for checks, the journal, the clean, the export and shell commands.
 #include <unistd.h>
 

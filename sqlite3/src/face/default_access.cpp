@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exported functions for the defaults database, and the write of many defaults for the data manager.
 #include "sqlite3/src/face/default_access.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The write of many defaults for the data manager.
 #ifndef KELO_SQLITE3_FACE_DEFAULT_ACCESS_HPP
 #define KELO_SQLITE3_FACE_DEFAULT_ACCESS_HPP

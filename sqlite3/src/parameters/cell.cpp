@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exported functions that read and write a single cell of the user database.
 #include "base/lock.hpp"
 #include "kelo_utils/sqlite.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The connections to the parameter databases. One of them stays open between operations.
 #include "sqlite3/src/parameters/connection.hpp"
 

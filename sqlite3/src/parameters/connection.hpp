@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The two parameter databases and the leases of their connections.
 #ifndef KELO_SQLITE3_PARAMETERS_CONNECTION_HPP
 #define KELO_SQLITE3_PARAMETERS_CONNECTION_HPP

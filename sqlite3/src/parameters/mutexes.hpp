@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The mutexes of the parameter databases, and their state after a fork().
 #ifndef KELO_SQLITE3_PARAMETERS_MUTEXES_HPP
 #define KELO_SQLITE3_PARAMETERS_MUTEXES_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads decimal numbers from the texts of cells.
 #include "sqlite3/src/parameters/number.hpp"
 

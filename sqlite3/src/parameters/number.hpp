@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Numbers in the texts of cells.
 #ifndef KELO_SQLITE3_PARAMETERS_NUMBER_HPP
 #define KELO_SQLITE3_PARAMETERS_NUMBER_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exported functions for whole parameter databases: any statement, the cached connection, the factory settings.
 #include "base/lock.hpp"
 #include "kelo_utils/sqlite.h"

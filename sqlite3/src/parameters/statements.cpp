@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs the statements that read and write parameters, and quotes their texts.
 #include "sqlite3/src/parameters/statements.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs the statements that read and write parameters.
 #ifndef KELO_SQLITE3_PARAMETERS_STATEMENTS_HPP
 #define KELO_SQLITE3_PARAMETERS_STATEMENTS_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exported functions that load, store and reload whole tables of parameters.
 #include <cstddef>
 

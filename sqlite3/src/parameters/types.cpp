@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Converts the texts of cells into variables, and variables into update statements.
 #include "sqlite3/src/parameters/types.hpp"
 

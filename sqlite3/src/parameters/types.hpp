@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Conversions between the variable of a parameter and the text of its cell.
 #ifndef KELO_SQLITE3_PARAMETERS_TYPES_HPP
 #define KELO_SQLITE3_PARAMETERS_TYPES_HPP

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* A daemon that stores one setting, when there is a storage back-end to store it. Valid C and valid C++. */
 #include <stdio.h>
 

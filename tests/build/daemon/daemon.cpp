@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A daemon that stores one setting and is told of its change, when there is a storage back-end to store it.
 #include <cstdio>
 #include <string>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* A program with definitions of its own for the four hooks and the diagnostic channel. */
 #include <stdio.h>
 #include <string.h>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Takes the place of the platform's diagnostic library: it prints what it is handed. */
 #include <stdarg.h>
 #include <stdio.h>

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Opens the manual's start page in a headless browser and follows every link as the browser sees it.
 
 Usage: walk.py BROWSER FOLDER EXPORTS

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Single cells of the user database.
 #include <sqlite3.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Opening the parameter databases, and the connection that is kept between operations.
 #include <sqlite3.h>
 #include <sys/stat.h>

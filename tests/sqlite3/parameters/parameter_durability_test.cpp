@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Parameters survive a missing or late factory file, copies that fail, are killed or cut, and a power cut
 // after an update.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The parameter databases as a whole: any statement, callbacks, the return to the factory settings.
 #include <sqlite3.h>
 #include <sys/stat.h>

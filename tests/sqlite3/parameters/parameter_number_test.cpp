@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What numbers the texts of cells are.
 #include <clocale>
 #include <cstdint>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whole tables of parameters: loading, writing back, reloading from the factory.
 #include <sqlite3.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Parameters in several threads: which operation waits for which, and connections that stay open while they are used.
 #include <pthread.h>
 #include <sqlite3.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How each type of parameter is read and written.
 #include <array>
 #include <cstdint>
