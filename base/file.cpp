@@ -72,16 +72,21 @@ std::size_t read_all(int fd, std::span<char> room) {
 }
 
 std::size_t write_all(int fd, std::span<const char> data) {
-  const PipeSignalHold pipe_signal;
   std::size_t count = 0;
   while (count < data.size()) {
     const std::size_t left = data.size() - count;
     const ssize_t more = retry_interrupted([=] { return ::write(fd, data.data() + count, left); });
-    if (more < 0 && errno == EPIPE) pipe_signal.take();
     // A driver may accept nothing and report no error, so a repeated call could loop forever.
     if (more <= 0) break;
     count += std::min(static_cast<std::size_t>(more), left);
   }
+  return count;
+}
+
+std::size_t write_all_unsignalled(int fd, std::span<const char> data) {
+  const PipeSignalHold pipe_signal;
+  const std::size_t count = write_all(fd, data);
+  if (count < data.size() && errno == EPIPE) pipe_signal.take();
   return count;
 }
 

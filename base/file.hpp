@@ -76,8 +76,11 @@ ssize_t read_some(int fd, std::span<char> room);
 std::size_t read_all(int fd, std::span<char> room);
 
 // Writes until all is written, the file accepts nothing more or a write fails, which sets errno. Returns the number of
-// bytes written. Writing to a pipe without a reader fails and raises no signal.
+// bytes written.
 std::size_t write_all(int fd, std::span<const char> data);
+
+// Does the same for a file that may be a pipe: writing to a pipe without a reader fails and raises no signal.
+std::size_t write_all_unsignalled(int fd, std::span<const char> data);
 
 // Syncs the directory that holds `path`, so that the name of the file is on the storage. Returns false with errno set
 // on failure. A file system that cannot sync directories stores names without a sync, so that counts as a success.

@@ -19,7 +19,8 @@ int write_file(const char* function, const char* path, int flags, const void* da
   }
   const auto file = kelo::files::open_or_log(function, path, O_WRONLY | flags, kEverything);
   if (!file) return KELO_FILE_NOT_OPENED;
-  if (kelo::base::write_all(file.get(), {static_cast<const char*>(data), length}) == length) return 0;
+  if (kelo::base::write_all_unsignalled(file.get(), {static_cast<const char*>(data), length}) == length)
+    return 0;
   KELO_LOG_AS(function, LOG_LVL_ERR, "write %s failed.\n", path);
   return KELO_FILE_NOT_WRITTEN;
 }

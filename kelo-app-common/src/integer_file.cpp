@@ -57,7 +57,7 @@ int kelo_util_set_file_int_value(const char* path, std::int32_t value) {
   if (!file) return kNotWritten;
   const kelo::base::FixedText<kIntegerSize> text("%d", value);
   errno = 0;  // a short write may set no error
-  const std::size_t written = kelo::base::write_all(file.get(), text.view());
+  const std::size_t written = kelo::base::write_all_unsignalled(file.get(), text.view());
   if (written == text.size() && sync_to_storage(file) && file.close()) return 0;
   KELO_LOG(LOG_LVL_ERR, "fwrite() failed, only [%d] written, total_len=[%d], reason=[%s]%d",
            static_cast<int>(written), static_cast<int>(text.size()), std::strerror(errno), errno);
