@@ -3,6 +3,7 @@
 #include "kelo_utils/ini.h"
 
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstdio>
@@ -87,5 +88,48 @@ void set_the_value_that_is_there(benchmark::State& state) {
   if (result != 1 || lines != kLines) state.SkipWithError("not set");
 }
 BENCHMARK(set_the_value_that_is_there)->UseManualTime()->Unit(benchmark::kMicrosecond);
+
+constexpr char kLongPath[] = "/tmp/long.ini";
+constexpr char kCopyPath[] = "/tmp/copy.ini";
+constexpr int kKeys = 1000;
+
+void make_long_file(const char* path) {
+  std::ofstream file(path, std::ios::trunc);
+  file << "[section]\n";
+  for (int i = 0; i < kKeys; ++i) file << "key" << i << " = value " << i << "\n";
+}
+
+// Copies the file line by line with another line in the place of one, and puts the copy into its place.
+bool copy_with_line(const char* key, const char* line) {
+  std::FILE* const from = std::fopen(kCopyPath, "rb");
+  std::FILE* const to = std::fopen("/tmp/copy.in~", "wb");
+  if (from == nullptr || to == nullptr) return false;
+  std::array<char, INI_BUFFERSIZE> text;
+  while (std::fgets(text.data(), static_cast<int>(text.size()), from) != nullptr) {
+    std::fputs(std::strncmp(text.data(), key, std::strlen(key)) == 0 ? line : text.data(), to);
+  }
+  const bool written = std::fflush(to) == 0 && fsync(fileno(to)) == 0;
+  std::fclose(from);
+  std::fclose(to);
+  return written && std::rename("/tmp/copy.in~", kCopyPath) == 0;
+}
+
+// A value of another length in the middle of the file: all of it is written anew.
+void set_a_value_of_another_length(benchmark::State& state) {
+  make_long_file(kLongPath);
+  make_long_file(kCopyPath);
+  int result = 1;
+  bool copied = true;
+  bool longer = false;
+  kelo::bench::compare(
+      state,
+      [&] {
+        longer = !longer;
+        result &= ini_puts("section", "key500", longer ? "a longer value" : "short", kLongPath);
+      },
+      [&] { copied &= copy_with_line("key500", longer ? "key500=a longer value\n" : "key500=short\n"); });
+  if (result != 1 || !copied) state.SkipWithError("not set");
+}
+BENCHMARK(set_a_value_of_another_length)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
 }  // namespace
