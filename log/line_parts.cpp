@@ -2,10 +2,41 @@
 // Parts that several kinds of log lines have in common.
 #include "log/line_parts.hpp"
 
+#include <bit>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 
 namespace kelo::log {
+namespace {
+
+// The digits are put together in a number, since an array would cost the stack guard of the function.
+void append_digits(base::TextBuilder& line, int number, unsigned width) {
+  constexpr bool kFirstByteIsLowest = std::endian::native == std::endian::little;
+  std::uint32_t digits = 0;
+  auto rest = static_cast<unsigned>(number);
+  for (unsigned i = 0; i < width; ++i, rest /= 10) {
+    const std::uint32_t digit = '0' + rest % 10;
+    digits = kFirstByteIsLowest ? digits << 8 | digit : digits >> 8 | digit << 24;
+  }
+  // A number that is negative or has more digits leaves a rest.
+  if (rest == 0)
+    line.append({reinterpret_cast<const char*>(&digits), width});
+  else
+    line.print("%0*d", static_cast<int>(width), number);
+}
+
+}  // namespace
+
+void append_stamp(base::TextBuilder& line, std::initializer_list<int> fields) {
+  unsigned width = 4;
+  const char* separator = "-- ::.";
+  for (const int field : fields) {
+    append_digits(line, field, width);
+    width = *separator == '.' ? 3 : 2;
+    if (*separator != '\0') line.put(*separator++);
+  }
+}
 
 void append_display_name(base::TextBuilder& line, const char* func) {
   static constexpr char kProduct[] = "kelo";

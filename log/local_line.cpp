@@ -62,8 +62,8 @@ void stamp_time() {
   gettimeofday(&now, nullptr);
   const base::CalendarTime utc = base::calendar_from_seconds(now.tv_sec);
   TextBuilder stamp(stamp_place);
-  stamp.print(kStampFormat, utc.year, utc.month, utc.day, utc.hour, utc.minute, utc.second,
-              static_cast<int>(now.tv_usec / 1000));
+  append_stamp(stamp, {utc.year, utc.month, utc.day, utc.hour, utc.minute, utc.second,
+                       static_cast<int>(now.tv_usec / 1000)});
 }
 
 // A thread whose name could be read from its file. The variable belongs to that thread. After fork() the process number

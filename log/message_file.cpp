@@ -36,8 +36,10 @@ Stamp local_stamp() {
   tzset();
   tm local{};
   localtime_r(&now.tv_sec, &local);
-  return Stamp(kelo::log::kStampFormat, local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
-               local.tm_min, local.tm_sec, static_cast<int>(now.tv_usec / 1000));
+  Stamp stamp;
+  kelo::log::append_stamp(stamp, {local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
+                                  local.tm_min, local.tm_sec, static_cast<int>(now.tv_usec / 1000)});
+  return stamp;
 }
 
 // Appends a line, which is given in pieces, to the file. The command is composed in `buffer`. Nothing is escaped: some
