@@ -16,7 +16,8 @@ own_hooks="reg 1, area 1 41, version 1 42 1, health 43, init 1, records 2"
 expect() {
   local text=$1 program=$2 output status=0 emulator
   read -ra emulator <<< "${EMULATOR:-}"
-  output=$("$SOURCE_TREE/tests/sandbox.sh" "$SOURCE_TREE" "$BINARY_TREE" -- "${emulator[@]}" "$program" 2>&1) || status=$?
+  output=$("$SOURCE_TREE/tests/sandbox.sh" "$SOURCE_TREE" "$BINARY_TREE" -- "${emulator[@]}" "$program" 2>&1 \
+    | sed '/^bwrap: /d; /sandbox\.sh: /d') || status=$? # how the sandbox was made
   if [ "$status" -eq 77 ]; then
     echo "$output"
     exit 77
