@@ -4,4 +4,7 @@ set(KELO_TEST_SANDBOX ${PROJECT_SOURCE_DIR}/tests/sandbox.sh ${PROJECT_SOURCE_DI
 # For tests of interfaces: INTERFACES in tests/CMakeLists.txt.
 set(KELO_TEST_INTERFACE_SANDBOX ${KELO_TEST_SANDBOX})
 list(INSERT KELO_TEST_INTERFACE_SANDBOX 1 --interfaces)
+# For programs that make user namespaces themselves.
+set(KELO_TEST_EXPLORER_SANDBOX ${KELO_TEST_SANDBOX})
+list(INSERT KELO_TEST_EXPLORER_SANDBOX 1 --user-namespaces)
 set(KELO_TEST_PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 300)

@@ -2,12 +2,13 @@
 # SPDX-License-Identifier: MIT
 # Runs a command in a sandbox of its own: private /data, /kelonv, /kelonvbak, /mnt/vendor and /tmp, a network and a
 # process namespace, an unprivileged user.
-# Usage: sandbox.sh [--interfaces] [--data-size BYTES] TREE... -- COMMAND [ARGUMENT...]
+# Usage: sandbox.sh [--interfaces | --user-namespaces] [--data-size BYTES] TREE... -- COMMAND [ARGUMENT...]
 # Each TREE is a folder that stays visible, read-only, as /outside/its/own/path. Arguments and LD_LIBRARY_PATH that
 # name something in it are changed to that. Under its own path it stays visible, too, unless it lies in a private folder:
 # those are empty wherever the tree is.
 # With --interfaces the command administers its network, as its root user: it can make interfaces, and finds none but a
-# loopback that is down. With --data-size, /data holds no more than BYTES.
+# loopback that is down. With --user-namespaces it makes such namespaces itself, so that it is never run without them.
+# With --data-size, /data holds no more than BYTES.
 # Where the machine forbids user namespaces, as containers do by default, root gets a sandbox of mounts instead, and a line
 # on standard error says so. Where there is neither, the command is not run and the exit status is 77, which CTest calls
 # skipped.
@@ -25,6 +26,7 @@ while :; do
       network=(unshare --map-root-user --net)
       user=0
       ;;
+    --user-namespaces) user= ;;
     --data-size)
       data=(--size "$2" --tmpfs /data)
       data_options=size=$2
@@ -96,7 +98,7 @@ bwrap "${options[@]}" -- "${network[@]}" "${command[@]}" || status=$?
 # The command failed, or the machine let no sandbox be made: only the latter lets this fail, too.
 if reason=$(bwrap --unshare-all --ro-bind / / --proc /proc "${network[@]}" true 2>&1); then exit "$status"; fi
 as_root=(setpriv --pdeathsig KILL unshare --mount --net --pid --ipc --uts --fork --kill-child)
-if [ "$EUID" -eq 0 ] && "${as_root[@]}" true 2> /dev/null; then
+if [ "$EUID" -eq 0 ] && [ -n "$user" ] && "${as_root[@]}" true 2> /dev/null; then
   echo "sandbox.sh: no user namespaces here: the command runs in a sandbox that root makes" >&2
   exec "${as_root[@]}" "$here/sandbox_as_root.sh" "$user" "$data_options" "${trees[@]}" -- \
     "${as_root_environment[@]}" "${command[@]}"

@@ -4,7 +4,7 @@
 # shellcheck disable=SC2016 # the shell in the sandbox expands what is in single quotes
 # shellcheck source=common.sh
 . "$(dirname -- "${BASH_SOURCE[0]}")/common.sh"
-[ "$EUID" -eq 0 ] || { echo "[  SKIPPED ] only root makes this sandbox" && exit 77; }
+[ "$EUID" -eq 0 ] || { echo "[  SKIPPED ] this machine runs the tests without root, who makes this sandbox" && exit 77; }
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 chmod 755 "$work"
@@ -42,6 +42,10 @@ expect_line "loopback with --interfaces" "0 down" \
 expect_line "size of /data" "65536" "$(sandbox --data-size 65536 "$work" -- sh -c 'echo $(($(stat -f -c "%b * %S" /data)))')"
 expect_line "settings of the kernel" "refused" \
   "$(sandbox --interfaces "$work" -- sh -c '(echo x > /proc/sys/kernel/hostname) 2> /dev/null || echo refused')"
+
+status=0
+sandbox --user-namespaces "$work" -- true > /dev/null || status=$?
+expect_line "status where the command needs user namespaces" 77 "$status"
 
 chmod 644 "$work/errors" && chmod 777 "$work"
 status=0

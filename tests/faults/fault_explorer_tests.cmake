@@ -11,7 +11,7 @@ add_dependencies(explorers kelo_faults)
 
 # kelo_fault_share(NAME EVERY ARGUMENT...): one of so many faults; none may lead to more than callers are told of.
 function(kelo_fault_share name every)
-  add_test(NAME faults.${name} COMMAND ${KELO_TEST_SANDBOX} $<TARGET_FILE:kelo_faults> --every ${every} ${ARGN})
+  add_test(NAME faults.${name} COMMAND ${KELO_TEST_EXPLORER_SANDBOX} $<TARGET_FILE:kelo_faults> --every ${every} ${ARGN})
   set_tests_properties(faults.${name} PROPERTIES ${KELO_TEST_PROPERTIES} LABELS long)
 endfunction()
 

@@ -11,7 +11,7 @@ function(kelo_crash_share name states)
   foreach(history IN LISTS ARGN)
     list(APPEND arguments --history ${history})
   endforeach()
-  add_test(NAME crash.${name} COMMAND ${KELO_TEST_SANDBOX} $<TARGET_FILE:kelo_crash> ${arguments})
+  add_test(NAME crash.${name} COMMAND ${KELO_TEST_EXPLORER_SANDBOX} $<TARGET_FILE:kelo_crash> ${arguments})
   set_tests_properties(crash.${name} PROPERTIES ${KELO_TEST_PROPERTIES} LABELS long)
 endfunction()
 
@@ -29,7 +29,7 @@ kelo_crash_share(files 1500 "parameters, update" "parameters, first start" "para
 function(kelo_crash_finds protection history)
   set(program $<TARGET_FILE:kelo_crash_without_${protection}>)
   add_test(NAME crash.finds_missing_${protection}
-    COMMAND ${KELO_TEST_SANDBOX} sh -c "\"$0\" --seed ${crash_seed} --states 1200 --first --history '${history}'; [ $? -eq 1 ]" ${program})
+    COMMAND ${KELO_TEST_EXPLORER_SANDBOX} sh -c "\"$0\" --seed ${crash_seed} --states 1200 --first --history '${history}'; [ $? -eq 1 ]" ${program})
   set_tests_properties(crash.finds_missing_${protection} PROPERTIES ${KELO_TEST_PROPERTIES} LABELS long)
 endfunction()
 
