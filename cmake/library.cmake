@@ -1,10 +1,10 @@
 # SPDX-License-Identifier: MIT
 # The library itself: one set of objects, linked as libkelo_utils.so.0 and as libkelo_utils.a.
 # Every source in these folders belongs to it.
-set(KELO_ROOMS base log symtab queue list file_ops ini data_manager sqlite3/src sqlite3/src/face
+set(KELO_FOLDERS base log symtab queue list file_ops ini data_manager sqlite3/src sqlite3/src/face
                sqlite3/src/parameters timer/src kelo-app-os-al
                kelo-app-common/src)
-list(TRANSFORM KELO_ROOMS APPEND /*.cpp OUTPUT_VARIABLE KELO_SOURCE_PATTERNS)
+list(TRANSFORM KELO_FOLDERS APPEND /*.cpp OUTPUT_VARIABLE KELO_SOURCE_PATTERNS)
 file(GLOB KELO_SOURCES CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR} ${KELO_SOURCE_PATTERNS})
 
 if(KELO_DIAG_LIBRARY)

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # The sandbox of sandbox.sh for root on a machine that refuses user namespaces: the first process of new namespaces, which
 # makes a file system of its own, gives up its privileges and runs the command. All mounts are in the private namespace:
 # nothing of the machine changes.

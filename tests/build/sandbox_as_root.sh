@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Where user namespaces are refused, root makes the sandbox, and it is like the usual one; users other than root skip.
 # A bwrap that only fails is such a machine.
 # shellcheck disable=SC2016 # the shell in the sandbox expands what is in single quotes
