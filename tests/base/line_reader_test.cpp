@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Lines of any length and end are read into buffers of any size.
 #include "base/line_reader.hpp"
 
 #include <fcntl.h>

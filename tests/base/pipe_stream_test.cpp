@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Streams from commands: their text, their status and their descriptors.
 #include "base/pipe_stream.hpp"
 
 #include <fcntl.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// A program may define the hooks of the storage itself, with the shared library and with the archive.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Reads and writes of items: lookup, clean flag, storage, callback, results and lines.
 #include <gtest/gtest.h>
 
 #include <array>

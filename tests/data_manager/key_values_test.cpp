@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Lists of keys and values in one item: parsing, replacing, appending and their limits.
 #include <gtest/gtest.h>
 
 #include <algorithm>

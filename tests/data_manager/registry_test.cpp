@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Registration of handles and of tables of items.
 #include <gtest/gtest.h>
 
 #include <array>

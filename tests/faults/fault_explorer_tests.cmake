@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 # The fault explorer: the histories of the crash explorer in a program whose calls can be made to fail.
-set(fault_sources call_faults.cpp expectations.cpp experiment.cpp histories.cpp main.cpp obstacles.cpp surroundings.cpp)
+set(fault_sources call_faults.cpp expectations.cpp experiment.cpp fault_histories.cpp main.cpp obstacles.cpp surroundings.cpp)
 list(TRANSFORM fault_sources PREPEND faults/)
 add_executable(kelo_faults EXCLUDE_FROM_ALL ${fault_sources} $<FILTER:$<TARGET_OBJECTS:kelo_crash_histories>,EXCLUDE,/main\.cpp>)
 target_link_libraries(kelo_faults PRIVATE kelo_build_options kelo_crash_explorer kelo_utils_sqlite

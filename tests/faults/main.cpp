@@ -15,7 +15,7 @@
 
 #include "tests/faults/expectations.hpp"
 #include "tests/faults/experiment.hpp"
-#include "tests/faults/histories.hpp"
+#include "tests/faults/fault_histories.hpp"
 #include "tools/crash/campaign.hpp"
 
 namespace {

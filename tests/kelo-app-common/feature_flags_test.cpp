@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// The flags that say which features a project has.
 #include <gtest/gtest.h>
 
 #include <cstdint>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// The GSM alphabet with its extension table, mapped to text.
 #include <gtest/gtest.h>
 
 #include <algorithm>

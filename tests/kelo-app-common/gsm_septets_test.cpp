@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Packed septets are unpacked at every length and offset.
 #include <gtest/gtest.h>
 
 #include <algorithm>

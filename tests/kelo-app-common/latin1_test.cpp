@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// 8-bit text becomes UTF-8 within the buffer that is given.
 #include <gtest/gtest.h>
 
 #include <array>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// UCS-2 text becomes UTF-8 and comes back, within the buffer that is given.
 #include <gtest/gtest.h>
 
 #include <array>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// USSD messages in each data coding scheme.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

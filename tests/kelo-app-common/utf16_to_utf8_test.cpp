@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// UTF-16 becomes UTF-8: every character, surrogates, modes and limits.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Every text of up to three bytes becomes UTF-16 as the rules of UTF-8 say.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// UTF-8 becomes UTF-16: every character, faults, modes and limits.
 #include <gtest/gtest.h>
 
 #include <cerrno>

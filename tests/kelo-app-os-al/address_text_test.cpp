@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// IP, netmask and MAC addresses as text: checks and conversions.
 #include <arpa/inet.h>
 #include <dlfcn.h>
 

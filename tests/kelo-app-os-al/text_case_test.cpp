@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Letters change their case, other bytes do not.
 #include <gtest/gtest.h>
 
 #include <array>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Bounded copies end with a terminator and cut no character of UTF-8.
 #include <gtest/gtest.h>
 
 #include <algorithm>

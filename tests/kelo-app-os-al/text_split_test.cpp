@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Text is replaced in place and split at delimiters.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// White space, quotes and given characters are taken off both ends of a text.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// A program that unloads the library does not stop its timers.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 

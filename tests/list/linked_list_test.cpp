@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Each operation of the linked list.
 #include "kelo_utils/list.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Random operations on ordered lists agree with a model.
 #include <gtest/gtest.h>
 
 #include <array>

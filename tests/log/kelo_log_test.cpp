@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Levels, the switch, the threshold, the two ways of a message, and threads that log.
 #include "kelo_utils/log.h"
 
 #include <gtest/gtest.h>

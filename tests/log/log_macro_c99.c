@@ -1,4 +1,5 @@
 /* SPDX-License-Identifier: MIT */
+/* Logs at each level from C99. */
 #define KELO_LOG_FILE "modem/radio.c"
 #include "kelo_utils/log.h"
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Logs at each level from C++17.
 #include "kelo_utils/log.h"
 #include "tests/log/log_macros.h"
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// A diagnostic channel that keeps what it gets.
 #include "tests/log/own_channel.hpp"
 
 #include <cerrno>

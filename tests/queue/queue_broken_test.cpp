@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Queues that are torn down or zeroed, and links that are in no queue.
 #include "kelo_utils/queue.h"
 
 #include <gmock/gmock.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Searches and walks along a queue, with the lock held.
 #include <gtest/gtest.h>
 #include <pthread.h>
 

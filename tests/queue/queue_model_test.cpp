@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Random operations on queues agree with a model.
 #include "kelo_utils/queue.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Links move from one queue to another.
 #include "kelo_utils/queue.h"
 
 #include <gtest/gtest.h>

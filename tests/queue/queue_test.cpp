@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Each operation of the queue.
 #include "kelo_utils/queue.h"
 
 #include <gtest/gtest.h>

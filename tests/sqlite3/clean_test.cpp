@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// A clean deletes the databases and keeps dated copies.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Missing columns are added to tables of older releases.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// All tables are exported as CSV.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// The paths of the databases, and their change by a registration.
 #include <gtest/gtest.h>
 
 #include <filesystem>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Defaults are read from their database.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <sys/stat.h>

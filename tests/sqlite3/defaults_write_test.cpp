@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Single defaults are stored, and stored ones are replaced.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>

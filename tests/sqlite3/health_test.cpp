@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// The check of a database and its results.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <sys/stat.h>

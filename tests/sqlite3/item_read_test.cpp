@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Reads of an item: both databases, checksum, length and lines.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <sys/stat.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Writes of an item: journal, primary, backup and lines.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// The journal of a write: its states, its row and its failures.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// The back-end fills in the table of operations and keeps the version record.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Rows are updated or inserted, with all their columns.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Commands of the store and their results.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// A start completes a write that was cut.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Runs a part of a test in a child and tells how it ended.
 #include "tests/support/child_process.hpp"
 
 #include <gtest/gtest.h>

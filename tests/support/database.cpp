@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Reads and changes databases beside the library.
 #include "tests/support/database.hpp"
 
 #include <gtest/gtest.h>

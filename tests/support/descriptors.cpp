@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Counts the open descriptors of the process.
 #include "tests/support/descriptors.hpp"
 
 #include <fcntl.h>

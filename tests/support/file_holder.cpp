@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Starts another process that keeps a database file locked.
 #include "tests/support/file_holder.hpp"
 
 #include <fcntl.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// INI files as a list of lines, against which the library is compared.
 #include "tests/support/ini_model.hpp"
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Makes and removes interfaces in the private network of a test.
 #include "tests/support/interfaces.hpp"
 
 #include <arpa/inet.h>

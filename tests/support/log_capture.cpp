@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Keeps the lines that the library logs.
 #include "tests/support/log_capture.hpp"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Makes chosen calls of SQLite and of the system fail.
 #include "tests/support/sqlite_faults.hpp"
 
 #include <spawn.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// The allocation functions that the symbol table exports.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Handle arrays grow, and hand out the lowest slot that is free.
 #include <gtest/gtest.h>
 
 #include <cstdlib>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// The symbol table: every operation and the order of its walk.
 #include "kelo_utils/symtab.h"
 
 #include <gmock/gmock.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Typed values of symbols.
 #include <gtest/gtest.h>
 
 #include <climits>

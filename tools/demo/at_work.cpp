@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// A chapter of the demo: a heartbeat, a value in memory, supervised commands.
 #include "tools/demo/at_work.hpp"
 
 #include <array>
@@ -9,7 +10,7 @@
 #include "kelo_utils/app_os_al.h"
 #include "kelo_utils/data_manager.h"
 #include "kelo_utils/timer.h"
-#include "tools/demo/report.hpp"
+#include "tools/demo/claims.hpp"
 #include "tools/demo/store_files.hpp"
 
 namespace kelo::demo {

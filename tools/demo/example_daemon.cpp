@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// A daemon with a few items, as the demo starts it again and again.
 #include "tools/demo/example_daemon.hpp"
 
 #include <algorithm>
@@ -6,7 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "tools/demo/report.hpp"
+#include "tools/demo/claims.hpp"
 
 namespace kelo::demo {
 namespace {

@@ -10,10 +10,10 @@
 
 #include "kelo_utils/sqlite.h"
 #include "tools/demo/at_work.hpp"
+#include "tools/demo/claims.hpp"
 #include "tools/demo/example_daemon.hpp"
-#include "tools/demo/files.hpp"
 #include "tools/demo/network.hpp"
-#include "tools/demo/report.hpp"
+#include "tools/demo/other_files.hpp"
 #include "tools/demo/store_files.hpp"
 #include "tools/power_cut/power_cut.hpp"
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// A chapter of the demo: an AT command, a USSD reply, the address of the bridge.
 #include "tools/demo/network.hpp"
 
 #include <arpa/inet.h>
@@ -19,7 +20,7 @@
 
 #include "kelo_utils/app_common.h"
 #include "kelo_utils/app_os_al.h"
-#include "tools/demo/report.hpp"
+#include "tools/demo/claims.hpp"
 #include "tools/demo/store_files.hpp"
 #include "tools/modem/modem.hpp"
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Looks at the store's files and damages them.
 #include "tools/demo/store_files.hpp"
 
 #include <sqlite3.h>
@@ -10,7 +11,7 @@
 
 #include "kelo_utils/log.h"
 #include "kelo_utils/sqlite.h"
-#include "tools/demo/report.hpp"
+#include "tools/demo/claims.hpp"
 
 namespace kelo::demo {
 namespace {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// A socket that answers AT commands from a script.
 #include "tools/modem/modem.hpp"
 
 #include <arpa/inet.h>

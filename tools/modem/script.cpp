@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Reads the script of the modem.
 #include "tools/modem/script.hpp"
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Ends a program before one of its calls that change files.
 #include "tools/power_cut/power_cut.hpp"
 
 #include <fcntl.h>

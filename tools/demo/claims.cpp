@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "tools/demo/report.hpp"
+// Prints the claims of the demo and counts them.
+#include "tools/demo/claims.hpp"
 
 #include <sys/mman.h>
 #include <sys/wait.h>

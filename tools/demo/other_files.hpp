@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // A daemon's other files: parameters with factory values, an INI file, the watch log.
-#ifndef KELO_DEMO_FILES_HPP
-#define KELO_DEMO_FILES_HPP
+#ifndef KELO_DEMO_OTHER_FILES_HPP
+#define KELO_DEMO_OTHER_FILES_HPP
 
 namespace kelo::demo {
 
@@ -10,4 +10,4 @@ void files();
 
 }  // namespace kelo::demo
 
-#endif  // KELO_DEMO_FILES_HPP
+#endif  // KELO_DEMO_OTHER_FILES_HPP

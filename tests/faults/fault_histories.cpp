@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The histories of the crash explorer that are one process each, and those that only faults are of interest for.
-#include "tests/faults/histories.hpp"
+#include "tests/faults/fault_histories.hpp"
 
 #include <algorithm>
 #include <iterator>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What daemons do while something fails.
-#ifndef KELO_TESTS_FAULTS_HISTORIES_HPP
-#define KELO_TESTS_FAULTS_HISTORIES_HPP
+#ifndef KELO_TESTS_FAULTS_FAULT_HISTORIES_HPP
+#define KELO_TESTS_FAULTS_FAULT_HISTORIES_HPP
 
 #include <vector>
 
@@ -13,4 +13,4 @@ std::vector<crash::History> fault_histories();
 
 }  // namespace kelo::faults
 
-#endif  // KELO_TESTS_FAULTS_HISTORIES_HPP
+#endif  // KELO_TESTS_FAULTS_FAULT_HISTORIES_HPP

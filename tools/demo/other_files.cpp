@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "tools/demo/files.hpp"
+// A chapter of the demo: parameters, an INI file and the watch log.
+#include "tools/demo/other_files.hpp"
 
 #include <array>
 #include <cstdint>
@@ -12,7 +13,7 @@
 #include "kelo_utils/ini.h"
 #include "kelo_utils/log.h"
 #include "kelo_utils/sqlite.h"
-#include "tools/demo/report.hpp"
+#include "tools/demo/claims.hpp"
 #include "tools/demo/store_files.hpp"
 
 namespace kelo::demo {

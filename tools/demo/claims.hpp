@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What the demo prints: what happened, and claims that were checked.
-#ifndef KELO_DEMO_REPORT_HPP
-#define KELO_DEMO_REPORT_HPP
+#ifndef KELO_DEMO_CLAIMS_HPP
+#define KELO_DEMO_CLAIMS_HPP
 
 #include <functional>
 #include <string>
@@ -28,4 +28,4 @@ int claims_failed();
 
 }  // namespace kelo::demo
 
-#endif  // KELO_DEMO_REPORT_HPP
+#endif  // KELO_DEMO_CLAIMS_HPP
