@@ -63,7 +63,11 @@ library=$(find "$build/sysroot" -name libkelo_utils.a -printf '%h\n')
 export PKG_CONFIG_PATH=$library/pkgconfig LD_LIBRARY_PATH=$library
 flags=$("$PKG_CONFIG" --cflags kelo_utils)
 [ -z "${flags// /}" ] || { echo "kelo_utils in /usr: $flags" && failed=1; }
-export PKG_CONFIG_SYSROOT_DIR=$build/sysroot
+# pkg-config does not quote a blank in the path of a sysroot, and the tree may have one.
+short=$(mktemp -d)
+trap 'rm -rf "$short"' EXIT
+ln -s "$build/sysroot" "$short/sysroot"
+export PKG_CONFIG_SYSROOT_DIR=$short/sysroot
 compile_with kelo_utils "$build/sysroot/own" "${c[@]}" "$daemon_sources/own_hooks.c"
 expect "$own_hooks" "$build/sysroot/own"
 exit "$failed"
