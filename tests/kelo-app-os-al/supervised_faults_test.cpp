@@ -131,7 +131,9 @@ TEST_F(SupervisedFaults, KillsASilentChildOfAKernelWithoutHandles) {
 
 // The number of a child that was reaped may be that of any process by now.
 TEST_F(SupervisedFaults, SendsNothingToTheNumberOfAChildThatSomeoneReaped) {
-  const std::string script = kelo::tests::make_script("left", "sleep 3 > /dev/null 2>&1 &\necho gone");
+  // It lives until the library has a handle of it.
+  const std::string script =
+      kelo::tests::make_script("left", "sleep 3 > /dev/null 2>&1 &\nsleep 0.3\necho gone");
   for (const bool handles : {true, false}) {
     kelo::tests::handles_are_missing = !handles;
     std::jthread reaper([] {
