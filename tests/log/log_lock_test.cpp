@@ -46,8 +46,8 @@ std::atomic<bool> stream_is_locked{false};
 
 // How the kernel answers when a page is to be emptied in children: as ever, as one that does not know how, or as an
 // emulator that takes every advice and follows none.
-enum class Advice { kFollowed, kRefused, kIgnored };
-Advice advice = Advice::kFollowed;
+enum class Advice { followed, refused, ignored };
+Advice advice = Advice::followed;
 
 }  // namespace
 
@@ -55,8 +55,8 @@ Advice advice = Advice::kFollowed;
 extern "C" int ftrylockfile(FILE* /*stream*/) noexcept { return stream_is_locked ? -1 : 0; }
 extern "C" void funlockfile(FILE* /*stream*/) noexcept {}
 extern "C" int madvise(void* start, std::size_t length, int what) noexcept {
-  if (advice == Advice::kIgnored) return 0;
-  if (advice == Advice::kFollowed) return static_cast<int>(syscall(SYS_madvise, start, length, what));
+  if (advice == Advice::ignored) return 0;
+  if (advice == Advice::followed) return static_cast<int>(syscall(SYS_madvise, start, length, what));
   errno = EINVAL;
   return -1;
 }
@@ -260,18 +260,18 @@ TEST_P(KernelsAdvice, LeavesAChildWithoutForkHandlersItsLines) {
 
 std::string name_of(const testing::TestParamInfo<Advice>& info) {
   switch (info.param) {
-    case Advice::kFollowed:
+    case Advice::followed:
       return "Followed";
-    case Advice::kRefused:
+    case Advice::refused:
       return "Refused";
-    case Advice::kIgnored:
+    case Advice::ignored:
       break;
   }
   return "Ignored";
 }
 
 INSTANTIATE_TEST_SUITE_P(Fork, KernelsAdvice,
-                         testing::Values(Advice::kFollowed, Advice::kRefused, Advice::kIgnored), name_of);
+                         testing::Values(Advice::followed, Advice::refused, Advice::ignored), name_of);
 
 TEST_F(Fork, ParentGoesOnLogging) {
   EXPECT_EQ(fork_bounded(child_logs), ChildEnd::good);

@@ -187,7 +187,7 @@ File examine_damaged(const std::string& bytes) {
   write_file(kScratch, bytes);
   sqlite3* db = nullptr;
   EXPECT_EQ(sqlite3_open(kScratch, &db), SQLITE_OK);
-  File file{bytes.empty() ? Origin::kFresh : Origin::kDamaged};
+  File file{bytes.empty() ? Origin::fresh : Origin::damaged};
   file.item_query = query_code(db, "select value,crc from net");
   file.version_query = query_code(db, "select value,crc from " SQL_VER_TAB);
   file.healthy = passes_quick_check(db);
@@ -200,7 +200,7 @@ File examine_damaged(const std::string& bytes) {
 
 // --- One case in a process of its own ------------------------------------------------------------------
 
-enum class Verdict { kCurrent, kOlder, kNew, kAltered, kInvented, kFailed, kBadCode };
+enum class Verdict { current, older, newer, altered, invented, failed, bad_code };
 
 struct Report {
   std::array<Verdict, 8> before;
@@ -217,10 +217,10 @@ kelo_dm_item_desc item_of(const std::string& key) {
 }
 
 Verdict judge_value(const std::string& key, const std::string& value) {
-  if (key == world().target && value == world().new_value) return Verdict::kNew;
-  if (value == world().current.at(key)) return Verdict::kCurrent;
-  if (value == world().older.at(key)) return Verdict::kOlder;
-  return world().written.count(covered_part(value)) != 0 ? Verdict::kAltered : Verdict::kInvented;
+  if (key == world().target && value == world().new_value) return Verdict::newer;
+  if (value == world().current.at(key)) return Verdict::current;
+  if (value == world().older.at(key)) return Verdict::older;
+  return world().written.count(covered_part(value)) != 0 ? Verdict::altered : Verdict::invented;
 }
 
 Verdict read_item(const kelo_dm_operations& operations, const std::string& key) {
@@ -228,11 +228,11 @@ Verdict read_item(const kelo_dm_operations& operations, const std::string& key) 
   const auto buffer = std::make_unique<char[]>(kRoom);  // of its own, so that the sanitizer guards its end
   kelo_dm_item_desc item = item_of(key);
   const int result = operations.read(kItemId, &item, buffer.get(), kRoom);
-  if (result > kRoom) return Verdict::kBadCode;
+  if (result > kRoom) return Verdict::bad_code;
   if (result > 0) return judge_value(key, {buffer.get(), static_cast<std::size_t>(result)});
   const std::set<int> documented = {DM_SQLITE_FAILED, DM_SQLITE_NOT_PREPARED, DM_SQLITE_NOT_OPENED,
                                     DM_SQLITE_BAD_CRC};
-  return documented.count(result) != 0 ? Verdict::kFailed : Verdict::kBadCode;
+  return documented.count(result) != 0 ? Verdict::failed : Verdict::bad_code;
 }
 
 Report exercise_store() {
@@ -299,12 +299,12 @@ struct Line {
   void print(const char* kind, Files files, bool with_recovery) {
     constexpr std::array<const char*, 4> kNames = {"", "primary", "backup", "both"};
     std::printf("%-14s %-8s %-8s %5d | %6d %5d %5d %5d | %5d %5d | %5d %5d %5d | %6d %5d %5d %5d\n", kind,
-                kNames[files], with_recovery ? "whole" : "none", cases, before[Verdict::kCurrent],
-                before[Verdict::kOlder], before[Verdict::kAltered], before[Verdict::kFailed], written,
-                cases - written, target[Verdict::kNew],
-                target[Verdict::kCurrent] + target[Verdict::kOlder] + target[Verdict::kAltered],
-                target[Verdict::kFailed], after[Verdict::kCurrent], after[Verdict::kOlder],
-                after[Verdict::kAltered], after[Verdict::kFailed]);
+                kNames[files], with_recovery ? "whole" : "none", cases, before[Verdict::current],
+                before[Verdict::older], before[Verdict::altered], before[Verdict::failed], written,
+                cases - written, target[Verdict::newer],
+                target[Verdict::current] + target[Verdict::older] + target[Verdict::altered],
+                target[Verdict::failed], after[Verdict::current], after[Verdict::older],
+                after[Verdict::altered], after[Verdict::failed]);
   }
 };
 
@@ -346,9 +346,9 @@ class Corruption : public testing::Test {
     std::string damaged = world().config;
     damage.apply(damaged);
     const File broken = examine_damaged(damaged);
-    constexpr File kSound = {Origin::kCurrent};
+    constexpr File kSound = {Origin::current};
     Forecast forecast((files & kPrimary) != 0 ? broken : kSound, (files & kBackup) != 0 ? broken : kSound,
-                      with_recovery ? std::optional<File>(File{Origin::kOlder}) : std::nullopt);
+                      with_recovery ? std::optional<File>(File{Origin::older}) : std::nullopt);
 
     write_file(DB_CONFIG, (files & kPrimary) != 0 ? damaged : world().config);
     write_file(DB_CONFIGBAK, (files & kBackup) != 0 ? damaged : world().config);
@@ -379,18 +379,18 @@ class Corruption : public testing::Test {
   static void check_reads(std::optional<Origin> served, const std::array<Verdict, 8>& verdicts,
                           bool written) {
     for (std::size_t i = 0; i < verdicts.size(); ++i) {
-      EXPECT_NE(verdicts[i], Verdict::kInvented) << world().sample[i] << " has a value nobody wrote";
-      EXPECT_NE(verdicts[i], Verdict::kBadCode) << world().sample[i];
+      EXPECT_NE(verdicts[i], Verdict::invented) << world().sample[i] << " has a value nobody wrote";
+      EXPECT_NE(verdicts[i], Verdict::bad_code) << world().sample[i];
       if (!served) continue;
       const bool is_new = written && world().sample[i] == world().target;
-      EXPECT_EQ(is_new ? Verdict::kNew : expected(*served, world().sample[i]), verdicts[i])
+      EXPECT_EQ(is_new ? Verdict::newer : expected(*served, world().sample[i]), verdicts[i])
           << world().sample[i];
     }
   }
   static Verdict expected(Origin served, const std::string& key) {
-    if (served == Origin::kFresh) return Verdict::kFailed;
-    if (served == Origin::kOlder && world().older.at(key) != world().current.at(key)) return Verdict::kOlder;
-    return Verdict::kCurrent;
+    if (served == Origin::fresh) return Verdict::failed;
+    if (served == Origin::older && world().older.at(key) != world().current.at(key)) return Verdict::older;
+    return Verdict::current;
   }
 };
 
@@ -474,7 +474,7 @@ TEST_F(Corruption, FlippedBitOfAValueIsSeenExactlyWhereTheChecksumCovers) {
     std::string damaged = world().config;
     flip(damaged, start + bit / 8, 0x80U >> bit % 8);
     write_file(DB_CONFIGBAK, damaged);
-    const Verdict expected = bit < value.size() ? Verdict::kFailed : Verdict::kAltered;
+    const Verdict expected = bit < value.size() ? Verdict::failed : Verdict::altered;
     ASSERT_EQ(read_item(operations, world().target), expected) << "bit " << bit;
   }
 }

@@ -11,7 +11,7 @@
 namespace kelo::tests {
 
 // Where the content of a file stems from.
-enum class Origin { kCurrent, kOlder, kFresh, kDamaged };
+enum class Origin { current, older, fresh, damaged };
 
 struct File {
   Origin origin;
@@ -56,7 +56,7 @@ class Forecast {
     if (primary_.corrupt()) repair();
     if (!primary_.table_made) return false;
     // Damage that the quick check misses is copied; damage that it sees keeps the backup as it is.
-    if (primary_.origin == Origin::kDamaged) {
+    if (primary_.origin == Origin::damaged) {
       backup_may_be_damaged_ = true;
     } else {
       backup_ = {primary_.origin};
@@ -66,7 +66,7 @@ class Forecast {
   }
   // Which values the reads return; nothing when the backup is damaged, so that they may fail.
   [[nodiscard]] std::optional<Origin> served() const {
-    if (backup_.origin == Origin::kDamaged || backup_may_be_damaged_) return {};
+    if (backup_.origin == Origin::damaged || backup_may_be_damaged_) return {};
     return backup_.origin;
   }
 
