@@ -7,7 +7,6 @@
 #include <sys/wait.h>
 
 #include <array>
-#include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -30,6 +29,8 @@ sigset_t set_of(SignalBits signals) {
 }
 
 constexpr std::array kInterrupts = {SIGINT, SIGQUIT};
+// These flags have no meaning for the signals of the keyboard, so they can mark the action that is set here.
+constexpr int kIgnoredHere = SA_NOCLDSTOP | SA_NOCLDWAIT;
 
 // While an object of this class exists, the process ignores the signals of the keyboard. When several threads have
 // such objects at once, the first destructor restores the actions. A shared count would need a lock, and a forked
@@ -39,30 +40,33 @@ class InterruptsIgnored {
   InterruptsIgnored() {
     struct sigaction ignore {};
     ignore.sa_handler = SIG_IGN;
-    for (std::size_t i = 0; i < kInterrupts.size(); ++i) {
-      sigaction(kInterrupts[i], &ignore, &before_[i]);
-      if (before_[i].sa_handler != SIG_IGN) ignored_ |= bit_of(kInterrupts[i]);
-    }
-    ignored_here.fetch_or(ignored_, std::memory_order_relaxed);
+    ignore.sa_flags = kIgnoredHere;
+    for (std::size_t i = 0; i < kInterrupts.size(); ++i) sigaction(kInterrupts[i], &ignore, &before_[i]);
   }
   ~InterruptsIgnored() {
-    ignored_here.fetch_and(~ignored_, std::memory_order_relaxed);
     for (std::size_t i = 0; i < kInterrupts.size(); ++i) {
-      if ((ignored_ & bit_of(kInterrupts[i])) != 0) sigaction(kInterrupts[i], &before_[i], nullptr);
+      if (before_[i].sa_handler != SIG_IGN) sigaction(kInterrupts[i], &before_[i], nullptr);
     }
   }
   InterruptsIgnored(const InterruptsIgnored&) = delete;
   InterruptsIgnored& operator=(const InterruptsIgnored&) = delete;
 
-  // The signals that only this class ignores, in any thread. A child must not ignore them.
-  static SignalBits ignored() { return ignored_here.load(std::memory_order_relaxed); }
-
  private:
-  static inline std::atomic<SignalBits> ignored_here{0};
-
-  SignalBits ignored_ = 0;
   std::array<struct sigaction, kInterrupts.size()> before_;
 };
+
+// The signals that a child starts with the default action. It ignores a signal of the keyboard only if the program
+// itself does. Another thread can change the action between this call and the start, so an action that is not ignored
+// now counts as well.
+SignalBits default_in_child() {
+  SignalBits signals = bit_of(SIGPIPE) | bit_of(SIGCHLD);
+  for (const int signal : kInterrupts) {
+    struct sigaction now {};
+    sigaction(signal, nullptr, &now);
+    if (now.sa_handler != SIG_IGN || (now.sa_flags & kIgnoredHere) == kIgnoredHere) signals |= bit_of(signal);
+  }
+  return signals;
+}
 
 // Takes ownership of `fd` and returns it with a number above those of the standard streams.
 Descriptor above_standard_streams(int fd) {
@@ -93,7 +97,7 @@ pid_t start_program(const char* program, char* const* arguments, ChildFiles file
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
   posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-  const sigset_t set = set_of(InterruptsIgnored::ignored() | bit_of(SIGPIPE) | bit_of(SIGCHLD));
+  const sigset_t set = set_of(default_in_child());
   posix_spawnattr_setsigdefault(&attributes, &set);
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
