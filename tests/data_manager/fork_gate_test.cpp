@@ -20,17 +20,14 @@
 #include "kelo_utils/data_manager.h"
 #include "kelo_utils/log.h"
 #include "tests/support/bounded_fork.hpp"
+#include "tests/support/sanitized.hpp"
 
 namespace {
 
 using kelo::tests::ChildEnd;
 using kelo::tests::fork_bounded;
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
+using kelo::tests::kHeapOfSanitizer;
+using kelo::tests::kSanitized;
 
 constexpr int kForks = 300;
 constexpr std::int32_t kItems = 80;
@@ -129,7 +126,7 @@ TEST_F(MemoryFork, TwoThreadsForkWhileOthersWrite) {
 }
 
 TEST_F(MemoryFork, ChildrenAddItemsWhileThreadsDo) {
-  if (kSanitized) GTEST_SKIP() << "the child could inherit the lock of the sanitizer's heap";
+  if (kSanitized) GTEST_SKIP() << kHeapOfSanitizer;
   constexpr std::int32_t kOfChild = -1;
   std::array<std::atomic<std::int32_t>, 2> added{};
   const auto adder = [&](std::size_t number) {
@@ -265,7 +262,7 @@ class ListFork : public MemoryFork {
  protected:
   void SetUp() override {
     MemoryFork::SetUp();
-    if (kSanitized) GTEST_SKIP() << "the child could inherit the lock of the sanitizer's heap";
+    if (kSanitized) GTEST_SKIP() << kHeapOfSanitizer;
   }
 };
 

@@ -21,6 +21,7 @@
 #include "kelo_utils/log.h"
 #include "kelo_utils/sqlite.h"
 #include "tests/support/defaults_start.hpp"
+#include "tests/support/sanitized.hpp"
 #include "tests/support/sqlite_faults.hpp"
 
 namespace {
@@ -268,6 +269,7 @@ TEST_F(DefaultsTogether, OfTwoDaemonsAtOnceAreAllThere) {
 }
 
 TEST_F(DefaultsTogether, AForkMeanwhileGivesAChildThatCanBuildThem) {
+  if (kSanitized) GTEST_SKIP() << kHeapOfSanitizer;
   Items items = many(200);
   const ChildResult child = build_defaults(items, [](const auto& build) {
     set_print_interface([](const char* /*line*/) {});  // a child could inherit the lock of the captured lines

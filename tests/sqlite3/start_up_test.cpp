@@ -17,6 +17,7 @@
 #include "tests/support/database.hpp"
 #include "tests/support/emulation.hpp"
 #include "tests/support/log_capture.hpp"
+#include "tests/support/sanitized.hpp"
 
 namespace {
 
@@ -403,12 +404,6 @@ TEST_P(StoredVersionTest, DecidesWhetherTheWriteIsCompleted) {
 INSTANTIATE_TEST_SUITE_P(Versions, StoredVersionTest, testing::Values(SQL_VER, SQL_VER + 1, SQL_VER - 1, 0));
 
 // --- Memory ------------------------------------------------------------------------------------------------
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
 
 TEST_F(CrashCompletionTest, NoMemoryForTheValueEndsTheProcess) {
   if (kelo::tests::kEmulated) GTEST_SKIP() << "the emulator takes no notice of a limit of address space";

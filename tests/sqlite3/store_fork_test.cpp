@@ -18,6 +18,7 @@
 #include "kelo_utils/sqlite.h"
 #include "tests/support/bounded_fork.hpp"
 #include "tests/support/parameter_files.hpp"
+#include "tests/support/sanitized.hpp"
 
 namespace {
 
@@ -65,15 +66,18 @@ bool memory_round(int worker, int round) {
 struct Work {
   const char* name;
   bool (*round)(int worker, int round);
+  bool allocates;
 };
 void PrintTo(const Work& work, std::ostream* out) { *out << work.name; }
 
-const Work kWorks[] = {
-    {"store", store_round}, {"parameters", parameter_round}, {"items_in_memory", memory_round}};
+const Work kWorks[] = {{"store", store_round, true},
+                       {"parameters", parameter_round, true},
+                       {"items_in_memory", memory_round, false}};
 
 class StoreFork : public testing::TestWithParam<Work> {
  protected:
   void SetUp() override {
+    if (kSanitized && GetParam().allocates) GTEST_SKIP() << kHeapOfSanitizer;
     alarm(100);
     provision("create table wifi (worker0, worker1, worker2); insert into wifi values (0, 0, 0);");
     kelo_set_log_tool_enable(0);
