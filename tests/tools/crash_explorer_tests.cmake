@@ -21,6 +21,7 @@ kelo_crash_share(repairs 550 "repair, page 1" "repair, data page" "repair, no pr
                              "repair, backup" "no state database")
 kelo_crash_share(others 800 "two daemons" "nearly full disk" "random 1" "random 2")
 kelo_crash_share(more_random 800 "random 3" "random 4" "random 5" "random 6")
+kelo_crash_share(random_parameters 700 "random parameters 1" "random parameters 2" "random parameters 3")
 kelo_crash_share(defaults 200 "first start" "new defaults")
 kelo_crash_share(files 1500 "parameters, update" "parameters, first start" "parameters, factory restore"
                             "ini, rewrite" "ini, in place" "ini, in place, two sectors" "ini, new file")

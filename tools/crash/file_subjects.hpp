@@ -10,6 +10,8 @@
 namespace kelo::crash {
 
 std::vector<History> parameter_histories();
+// Writes, restarts and at most one restore, in an order that the seed decides.
+History random_parameters(unsigned seed);
 std::vector<History> ini_histories();
 
 }  // namespace kelo::crash

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
+#include <random>
 
 #include "kelo_utils/sqlite.h"
 #include "tools/crash/file_subjects.hpp"
@@ -53,10 +54,11 @@ class ParameterSubject : public Subject {
 };
 
 // A table of one row with the given version of each item, and with a text that makes the file some pages long.
-void make_database(const char* path, const std::vector<Item>& items, std::size_t version) {
+void make_database(const char* path, const std::vector<Item>& items, std::size_t version,
+                   std::size_t filler = 9000) {
   fs::create_directories(kFolder);
   std::string columns = "filler text";
-  std::string values = "'" + std::string(9000, 'f') + "'";
+  std::string values = "'" + std::string(filler, 'f') + "'";
   for (const Item& item : items) {
     columns += "," + item.key + " text";
     values += ",'" + item.values[version] + "'";
@@ -138,6 +140,51 @@ History factory_restore() {
 }
 
 }  // namespace
+
+History random_parameters(unsigned seed) {
+  // The factory's values are newer than all that is written before a restore, and older than all after it.
+  static constexpr std::size_t kFactory = 4;
+  constexpr std::size_t kWidths[] = {0, 40, 400, 1500};
+  std::mt19937 random(seed);
+  std::vector<Item> made;
+  for (std::size_t number = 2 + random() % 4; number > 0; --number) {
+    const std::string name = "p" + std::to_string(number);
+    made.push_back({.table = "wifi", .key = name, .values = values_of(name + ".", kWidths[random() % 4])});
+  }
+  const Items items = shared(std::move(made));
+  const std::size_t filler = 500 + random() % 20000;
+  const bool restored_once = random() % 2 == 0;
+  History history = history_of(("random parameters " + std::to_string(seed)).c_str(), items);
+  history.prepare = [items, filler] {
+    make_database(kFactoryFile, *items, kFactory, filler);
+    make_database(kUserFile, *items, 0, filler);
+  };
+  history.act = [items, random, restored_once]() mutable {
+    std::vector<std::size_t> versions(items->size());
+    const auto restore = [&] {
+      for (std::size_t item = 0; item < items->size(); ++item) mark(Progress::begins, item, kFactory);
+      if (kelo_db_restore_factory() != 1) return;
+      for (std::size_t item = 0; item < items->size(); ++item) mark(Progress::acknowledged, item, kFactory);
+      versions.assign(items->size(), kFactory);
+    };
+    for (std::size_t start = 1 + random() % 2; start > 0; --start) {
+      ParameterSubject daemon(*items);
+      daemon.start();
+      for (std::size_t turn = 2 + random() % 3; turn > 0; --turn) {
+        const std::size_t item = random() % items->size();
+        if (random() % 4 == 0) {
+          std::string value;
+          daemon.read(item, value);
+        } else if (versions[item] % kFactory < kFactory - 1) {
+          write_marked(daemon, item, ++versions[item]);
+        }
+      }
+      if (start == 1 && restored_once) restore();
+      if (start == 1 && restored_once) write_marked(daemon, 0, ++versions[0]);
+    }
+  };
+  return history;
+}
 
 std::vector<History> parameter_histories() { return {update(), first_provisioning(), factory_restore()}; }
 

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "tools/crash/file_subjects.hpp"
 #include "tools/crash/store_subject.hpp"
 
 namespace kelo::crash {
@@ -54,14 +55,26 @@ void save_reproducer(int folder, const Reproducer& reproducer, const std::string
   close(file);
 }
 
+// Adds the history that the seed at the end of the name makes.
+void add_random(std::vector<History>& histories, const std::string& name) {
+  struct Kind {
+    std::string_view prefix;
+    History (*make)(unsigned seed);
+  };
+  constexpr Kind kKinds[] = {{"random parameters ", random_parameters}, {"random ", random_history}};
+  for (const auto& [prefix, make] : kKinds) {
+    if (!name.starts_with(prefix)) continue;
+    const auto seed = std::strtoul(name.c_str() + prefix.size(), nullptr, 10);
+    histories.push_back(make(static_cast<unsigned>(seed)));
+    return;
+  }
+}
+
 std::vector<History> chosen_histories(const Campaign& campaign) {
   std::vector<History> chosen = histories();
   for (const std::string& name : campaign.only) {
-    constexpr std::string_view kRandom = "random ";
     const auto known = [&](const History& history) { return history.name == name; };
-    if (!name.starts_with(kRandom) || std::any_of(chosen.begin(), chosen.end(), known)) continue;
-    const auto seed = std::strtoul(name.c_str() + kRandom.size(), nullptr, 10);
-    chosen.push_back(random_history(static_cast<unsigned>(seed)));
+    if (std::none_of(chosen.begin(), chosen.end(), known)) add_random(chosen, name);
   }
   std::erase_if(chosen, [&](const History& history) {
     return !campaign.only.empty() &&
