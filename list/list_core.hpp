@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstdint>
 
+#include "base/atomic_ref.hpp"
 #include "base/lock.hpp"
 
 namespace kelo::list {
@@ -24,12 +25,12 @@ void set_up(List& list) {
   list.front = nullptr;
   list.back = nullptr;
   list.size = 0;
-  std::atomic_ref(list.initialised).store(kInitialised, std::memory_order_release);
+  base::AtomicRef(list.initialised).store(kInitialised, std::memory_order_release);
 }
 
 template <typename List>
 bool initialised(List& list) {
-  return std::atomic_ref(list.initialised).load(std::memory_order_acquire) == kInitialised;
+  return base::AtomicRef(list.initialised).load(std::memory_order_acquire) == kInitialised;
 }
 
 // Calls `initialise(list)` unless the header is initialised already.
@@ -45,7 +46,7 @@ void make_ready(List& list, Initialise initialise) {
 template <typename List>
 void retire(List& list) {
   if (initialised(list)) pthread_mutex_destroy(&list.lock);
-  std::atomic_ref(list.initialised).store(0, std::memory_order_release);
+  base::AtomicRef(list.initialised).store(0, std::memory_order_release);
 }
 
 template <typename... Pointer>

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "base/atomic_ref.hpp"
 #include "base/file.hpp"
 #include "kelo_utils/queue.h"
 
@@ -31,11 +32,11 @@ bool all_present(const Pointer*... pointers) {
 // q_cnt() reads the count without the lock, so it is read and written atomically. All writes are under the lock, so
 // no read-modify-write is needed.
 inline std::int32_t count(const q_type& q) {
-  return std::atomic_ref(const_cast<std::int32_t&>(q.cnt)).load(std::memory_order_relaxed);
+  return base::AtomicRef(const_cast<std::int32_t&>(q.cnt)).load(std::memory_order_relaxed);
 }
 
 inline void set_count(q_type& q, std::int32_t count) {
-  std::atomic_ref(q.cnt).store(count, std::memory_order_relaxed);
+  base::AtomicRef(q.cnt).store(count, std::memory_order_relaxed);
 }
 
 // A broken circle can run the count to its limit. The unsigned addition then wraps without undefined behaviour.

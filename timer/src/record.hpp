@@ -4,7 +4,9 @@
 #define KELO_TIMER_RECORD_HPP
 
 #include <atomic>
+#include <cstdint>
 
+#include "base/atomic_ref.hpp"
 #include "kelo_utils/timer.h"
 
 namespace kelo::timer {
@@ -12,19 +14,19 @@ namespace kelo::timer {
 // Storing and loading the state orders memory: a thread that loads a state also sees all that was written into the
 // record before that state was stored.
 inline void set_state(kelo_timer_info& info, kelo_timer_state state) {
-  std::atomic_ref(info.state).store(state, std::memory_order_release);
+  base::AtomicRef(info.state).store(state, std::memory_order_release);
 }
 
 inline std::int32_t state_of(kelo_timer_info& info) {
-  return std::atomic_ref(info.state).load(std::memory_order_acquire);
+  return base::AtomicRef(info.state).load(std::memory_order_acquire);
 }
 
 inline void set_magic(kelo_timer_info& info) {
-  std::atomic_ref(info.magic).store(KELO_TIMER_MAGIC, std::memory_order_relaxed);
+  base::AtomicRef(info.magic).store(KELO_TIMER_MAGIC, std::memory_order_relaxed);
 }
 
 inline std::uint32_t magic_of(kelo_timer_info& info) {
-  return std::atomic_ref(info.magic).load(std::memory_order_relaxed);
+  return base::AtomicRef(info.magic).load(std::memory_order_relaxed);
 }
 
 }  // namespace kelo::timer

@@ -2,6 +2,7 @@
 // The exported functions for the registration of the back-end, its start-up and its versions.
 #include <atomic>
 
+#include "base/atomic_ref.hpp"
 #include "base/lock.hpp"
 #include "log/library_log.hpp"
 #include "sqlite3/src/defaults.hpp"
@@ -25,7 +26,7 @@ using namespace kelo::store;
 // the next boot.
 int clean_and_clear_flag(const char* backup, int /*one*/, std::int32_t* clean_flag) {
   const int result = dm_sqlite_clean(backup);
-  if (clean_flag != nullptr) std::atomic_ref<std::int32_t>(*clean_flag).store(0, std::memory_order_release);
+  if (clean_flag != nullptr) kelo::base::AtomicRef(*clean_flag).store(0, std::memory_order_release);
   return result;
 }
 

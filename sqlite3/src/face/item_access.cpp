@@ -2,6 +2,7 @@
 // The exported functions that write and read items.
 #include <atomic>
 
+#include "base/atomic_ref.hpp"
 #include "base/lock.hpp"
 #include "log/library_log.hpp"
 #include "sqlite3/src/face/arguments.hpp"
@@ -25,7 +26,7 @@ bool arguments_are_valid(const char* table, const char* key, const void* bytes, 
 
 // Another thread that reads the default of an item without one sets the type to 0.
 std::uint32_t type_of(kelo_dm_item_desc& item) {
-  const std::int32_t type = std::atomic_ref(item.type).load(std::memory_order_relaxed);
+  const std::int32_t type = kelo::base::AtomicRef(item.type).load(std::memory_order_relaxed);
   return static_cast<std::uint32_t>(type != 0 ? type : item.def_type);
 }
 
