@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <utility>
 
+#include "base/atomic_ref.hpp"
 #include "base/lock.hpp"
 
 namespace kelo::timer {
@@ -39,28 +40,29 @@ q_link_type* queued_mark(q_link_type& link) {
   return reinterpret_cast<q_link_type*>(address ^ queue_process.load(std::memory_order_relaxed));
 }
 
-// A slot holds a magic and a bit above it, which distinguishes the magic 0 from an empty slot.
-using Slot = std::atomic<std::uint64_t>;
-constexpr std::uint64_t kUsed = std::uint64_t{1} << 32;
+// A slot is empty when it is 0, and otherwise holds in which bits a magic differs from the right one. It has 32 bits,
+// since many processors have no atomic access to 64 bits.
+using Slot = std::atomic<std::uint32_t>;
 
 std::array<Slot, 32> wrong_magics;
-std::atomic<bool> wrong_magic_stored{false};
+// A word, since compilers have no instruction that exchanges a byte on every processor.
+std::atomic<std::uint32_t> wrong_magic_stored{0};
 
 static_assert(std::atomic<q_link_type*>::is_always_lock_free && Slot::is_always_lock_free);
 
 bool is_queued(q_link_type& link) {
-  return std::atomic_ref(link.prev_ptr).load(std::memory_order_relaxed) == queued_mark(link);
+  return base::AtomicRef(link.prev_ptr).load(std::memory_order_relaxed) == queued_mark(link);
 }
 
 // Returns false when the record was queued already.
 bool mark_queued(q_link_type& link) {
   q_link_type* const mark = queued_mark(link);
-  return std::atomic_ref(link.prev_ptr).exchange(mark, std::memory_order_acq_rel) != mark;
+  return base::AtomicRef(link.prev_ptr).exchange(mark, std::memory_order_acq_rel) != mark;
 }
 
 // The record must have been removed from its queue. After this call the handler may queue it again.
 void mark_removed(q_link_type& link) {
-  std::atomic_ref(link.prev_ptr).store(nullptr, std::memory_order_release);
+  base::AtomicRef(link.prev_ptr).store(nullptr, std::memory_order_release);
 }
 
 bool push(RecordQueue& queue, q_link_type& link) {
@@ -113,7 +115,7 @@ void prepare_expiries(pid_t process) {
     queue->oldest = nullptr;
   }
   for (Slot& slot : wrong_magics) slot = 0;
-  wrong_magic_stored = false;
+  wrong_magic_stored = 0;
 }
 
 bool queue_expired(kelo_timer_info& record) { return push(expired, record.link); }
@@ -122,9 +124,9 @@ bool queue_without_handler(kelo_timer_info& record) { return push(without_handle
 
 void store_wrong_magic(std::uint32_t magic) {
   for (Slot& slot : wrong_magics) {
-    std::uint64_t empty = 0;
-    if (!slot.compare_exchange_strong(empty, kUsed | magic, std::memory_order_relaxed)) continue;
-    wrong_magic_stored = true;
+    std::uint32_t empty = 0;
+    if (!slot.compare_exchange_strong(empty, magic ^ KELO_TIMER_MAGIC, std::memory_order_relaxed)) continue;
+    wrong_magic_stored = 1;
     return;
   }
 }
@@ -147,10 +149,10 @@ kelo_timer_info* take_without_handler() {
 }
 
 void take_wrong_magics(void (*take)(std::uint32_t magic)) {
-  if (!wrong_magic_stored || !wrong_magic_stored.exchange(false)) return;
+  if (wrong_magic_stored == 0 || wrong_magic_stored.exchange(0) == 0) return;
   for (Slot& slot : wrong_magics) {
-    const std::uint64_t value = slot.exchange(0, std::memory_order_relaxed);
-    if (value != 0) take(static_cast<std::uint32_t>(value));
+    const std::uint32_t difference = slot.exchange(0, std::memory_order_relaxed);
+    if (difference != 0) take(difference ^ KELO_TIMER_MAGIC);
   }
 }
 
