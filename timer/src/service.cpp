@@ -22,6 +22,11 @@
 #include "timer/src/handler.hpp"
 #include "timer/src/record.hpp"
 
+// Some C libraries have only their own name for this field.
+#ifndef sigev_notify_thread_id
+#define sigev_notify_thread_id _sigev_un._tid
+#endif
+
 pthread_mutex_t free_mutex = PTHREAD_MUTEX_INITIALIZER;
 
 namespace {
@@ -246,7 +251,7 @@ sigevent kelo::timer::expiry_signal(void* record) {
   notification.sigev_notify = SIGEV_SIGNAL;
   if (const pid_t worker = worker_thread(); worker != 0) {
     notification.sigev_notify = SIGEV_THREAD_ID;
-    notification._sigev_un._tid = worker;  // the C library has no other name for it
+    notification.sigev_notify_thread_id = worker;
   }
   return notification;
 }
