@@ -4,6 +4,7 @@
 
 #include <poll.h>
 #include <signal.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -29,9 +30,18 @@ using base::read_some;
 
 constexpr int kOutputTimeoutMilliseconds = 2000;
 
-// The C library may have no functions for these system calls. Their numbers are the same on every machine.
-constexpr long kPidfdSendSignal = 424;
-constexpr long kPidfdOpen = 434;
+// The C library may have no functions for these system calls. New calls have the same number on every machine, above
+// the first number of the machine's kind of calls.
+#ifndef __mips__
+constexpr long kFirstCall = 0;
+#else
+constexpr long kFirstCall = _MIPS_SIM == _ABIO32 ? 4000 : _MIPS_SIM == _ABIN32 ? 6000 : 5000;
+#endif
+constexpr long kPidfdSendSignal = kFirstCall + 424;
+constexpr long kPidfdOpen = kFirstCall + 434;
+#ifdef SYS_pidfd_open
+static_assert(kPidfdOpen == SYS_pidfd_open && kPidfdSendSignal == SYS_pidfd_send_signal);
+#endif
 
 bool open_logged(Pipe& pipe) {
   const bool opened = pipe.open();
