@@ -21,6 +21,10 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kelo_utils-config.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/kelo_utils-config-version.cmake
         DESTINATION ${package_folder} COMPONENT development)
 
+set(KELO_ADDITIONS_FLAG "")
+if(NOT KELO_ADDITIONS)
+  set(KELO_ADDITIONS_FLAG -DKELO_NO_ADDITIONS)
+endif()
 set(KELO_DIAG_LINK_FLAG "")
 if(KELO_DIAG_LIBRARY MATCHES "[/.]")
   string(REPLACE " " "\\ " KELO_DIAG_LINK_FLAG "${KELO_DIAG_LIBRARY}") # as pkg-config and the shell read a blank

@@ -3,10 +3,11 @@
 # Each public header compiles alone, and twice in a row, in C99 and in C++17; the umbrella header holds them all;
 # the names they declare with KELO_API are the listed exports and no others; the description of each function says
 # whether it blocks and which threads may call it.
-# Usage: headers.sh CC CXX INCLUDE-FOLDER EXPORTS
+# Usage: headers.sh CC CXX INCLUDE-FOLDER EXPORTS [OPTION...]   Each OPTION is one of the compiler.
 set -euo pipefail
 cc=$1 cxx=$2 include=$3 exports=$4
-warnings=(-pedantic -Wall -Wextra -Werror -fsyntax-only -I "$include")
+shift 4
+warnings=(-pedantic -Wall -Wextra -Werror -fsyntax-only -I "$include" "$@")
 failed=0
 
 for path in "$include"/kelo_utils/*.h; do
@@ -23,7 +24,7 @@ for path in "$include"/kelo_utils/*.h; do
 done
 
 # After preprocessing KELO_API is an attribute, and a declaration's name is before its first "(" or "[".
-declared=$("$cc" -E -P -x c -std=c99 -I "$include" "$include/kelo_utils/kelo_utils.h" | tr '\n' ' ' | tr ';' '\n' \
+declared=$("$cc" -E -P -x c -std=c99 -I "$include" "$@" "$include/kelo_utils/kelo_utils.h" | tr '\n' ' ' | tr ';' '\n' \
   | sed -n 's/.*__attribute__((visibility("default")))//p' | sed -E 's/[[(].*//; s/ *$//; s/.*[ *]//' | sort)
 listed=$(grep -E '^[A-Za-z_]' "$exports" | sort)
 if ! diff <(printf '%s\n' "$listed") <(printf '%s\n' "$declared"); then

@@ -1,18 +1,21 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
 # The budget of the library on the device: its size, what runs when it is loaded, and how it is hardened.
-# Usage: size.sh CROSS-PREFIX LIBRARY EXPORTS
+# Usage: size.sh CROSS-PREFIX LIBRARY EXPORTS [WITHOUT]
 #
+# WITHOUT is the library without the optional additions, which have a budget of their own beside its budget.
 # Sizes are those of the stripped library, as size(1) counts them: text is all that is mapped read-only (code,
 # constants, dynamic symbols and relocations), data and bss what is mapped writable.
 set -euo pipefail
-readelf=${1}readelf nm=${1}nm strip=${1}strip size=${1}size library=$2 exports=$3
+readelf=${1}readelf nm=${1}nm strip=${1}strip size=${1}size library=$2 exports=$3 without=${4:-$2}
 text_budget=$((112 * 1024)) file_budget=$((128 * 1024)) data_budget=$((16 * 1024))
+additions_budget=$((8 * 1024))
 failed=0
 
-stripped=$(mktemp)
-trap 'rm -f "$stripped"' EXIT
+stripped=$(mktemp) core=$(mktemp)
+trap 'rm -f "$stripped" "$core"' EXIT
 "$strip" -o "$stripped" "$library"
+"$strip" -o "$core" "$without"
 
 # at_most BUDGET VALUE WHAT
 at_most() {
@@ -33,8 +36,11 @@ buffers=$("$nm" -D -S --defined-only "$stripped" \
 buffer_bytes=0
 for bytes in $buffers; do buffer_bytes=$((buffer_bytes + bytes)); done
 [ "$buffer_bytes" -gt 0 ] || { echo "no exported buffer was found" && failed=1; }
-at_most "$text_budget" "$text" "text"
-at_most "$file_budget" "$(stat -c %s "$stripped")" "stripped file"
+read -r core_text _ < <("$size" "$core" | tail -n 1)
+at_most "$text_budget" "$core_text" "text"
+at_most "$additions_budget" $((text - core_text)) "text of the optional additions"
+at_most "$file_budget" "$(stat -c %s "$core")" "stripped file"
+at_most $((file_budget + additions_budget)) "$(stat -c %s "$stripped")" "stripped file with the optional additions"
 at_most "$data_budget" $((data + bss - buffer_bytes)) "writable data beside $buffer_bytes bytes of exported buffers"
 
 # --- Start --------------------------------------------------------------------------------------------------

@@ -24,7 +24,13 @@ done
 "${prefix}strip" -o "$stripped" "$build/libkelo_utils.so"
 row_of "libkelo_utils.so.0, linked" "$stripped"
 budget() { sed -n "s/.*$1_budget=\$((\([0-9]* \* 1024\))).*/\1/p" "$tree/tests/build/size.sh"; }
-row "  budget" $(($(budget text))) $(($(budget data))) $(($(budget file)))
+without=$build/without_additions/libkelo_utils.so
+if [ -e "$without" ]; then
+  "${prefix}strip" -o "$stripped" "$without"
+  row_of "  without the optional additions" "$stripped"
+fi
+row "  budget without the additions" $(($(budget text))) $(($(budget data))) $(($(budget file)))
+row "  budget of the additions" $(($(budget additions))) "" ""
 
 [ -n "$others" ] || exit 0
 echo
