@@ -73,6 +73,7 @@
 #include "kelo_utils/process.h"
 #include "kelo_utils/project.h"
 #include "kelo_utils/queue.h"
+#include "kelo_utils/settings.h"
 #include "kelo_utils/sqlite.h"
 #include "kelo_utils/symtab.h"
 #include "kelo_utils/text.h"
