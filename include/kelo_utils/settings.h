@@ -1,11 +1,13 @@
 /* SPDX-License-Identifier: MIT */
 /**
  * @file settings.h
- * @brief More about items: the SQLite back-end chosen at run time.
+ * @brief More about items: typed values, the SQLite back-end chosen at run time.
  *
  * These functions are optional additions to data_manager.h. A library that was built without them
  * (KELO_ADDITIONS=OFF) has none of them. Its CMake package and its pkg-config modules define
  * KELO_NO_ADDITIONS, with which this header declares nothing.
+ *
+ * A null argument is refused without a message. An id that is not registered is logged as by kelo_dm_get().
  */
 #ifndef KELO_UTILS_SETTINGS_H
 #define KELO_UTILS_SETTINGS_H
@@ -18,6 +20,218 @@
 #ifndef KELO_NO_ADDITIONS
 
 KELO_BEGIN_DECLS
+
+/** Results of the typed values. Those from 0 to -5 are the results of kelo_dm_get() and of
+ * kelo_dm_write_verified(). */
+enum kelo_dm_value_result {
+  KELO_DM_VALUE_OK = 0,        /**< the value was read, or is stored */
+  KELO_DM_VALUE_NONE = -1,     /**< get: there is no value and no default; set: the value was not stored */
+  KELO_DM_VALUE_TOO_LONG = -2, /**< get: the value does not fit into the buffer */
+  KELO_DM_VALUE_BAD_ARGUMENT = -3, /**< null argument, size below 1 or unknown id */
+  KELO_DM_VALUE_DAMAGED = -4,      /**< get: the stored value is damaged */
+  KELO_DM_VALUE_NOT_READABLE = -5, /**< get: the value cannot be known now */
+  KELO_DM_VALUE_WRONG_TYPE = -6, /**< the item was registered with another type; it was not read or written */
+  KELO_DM_VALUE_WRONG_LENGTH = -7 /**< the value has another length than its type; nothing was written */
+};
+
+/**
+ * @name Typed values
+ * They read as kelo_dm_get() and write as kelo_dm_write_verified(): a get gives the stored value or else the
+ * default, and a set whose result is 0 has stored the value and announced it.
+ *
+ * The type is that with which the item was registered (`def_type`). Numbers and truth values are items of the
+ * types 1 to 4, texts are of type 5 and bytes of type 6. Numbers have four bytes in the byte order of the
+ * machine. An item does not tell whether its number has a sign: the two functions for numbers read the same
+ * bytes.
+ * @{
+ */
+/**
+ * Gets the number of an item as a signed number of 32 bits.
+ * @param handle  from kelo_dm_reg(); needs its `read`.
+ * @param id      registered item id.
+ * @param value   receives the number; unchanged unless the result is 0.
+ * @retval 0   read.
+ * @retval -1  nothing is stored, and the item has no default.
+ * @retval -3  null argument or unknown id.
+ * @retval -4  the stored value is damaged.
+ * @retval -5  the value cannot be known now, as for kelo_dm_get().
+ * @retval -6  the item is no scalar.
+ * @retval -7  the value, stored or default, does not have four bytes.
+ * @par Blocking
+ * It blocks for the access to the storage, as kelo_dm_get() does.
+ * @par Threads
+ * Any thread may call it at any time. It is not for signal handlers.
+ */
+KELO_API int32_t kelo_dm_get_int32(kelo_dm_handle* handle, int32_t id, int32_t* value);
+
+/**
+ * Gets the number of an item as a number of 32 bits without a sign.
+ * @param handle  from kelo_dm_reg(); needs its `read`.
+ * @param id      registered item id.
+ * @param value   receives the number; unchanged unless the result is 0.
+ * @retval 0   read.
+ * @retval -1  nothing is stored, and the item has no default.
+ * @retval -3  null argument or unknown id.
+ * @retval -4  the stored value is damaged.
+ * @retval -5  the value cannot be known now, as for kelo_dm_get().
+ * @retval -6  the item is no scalar.
+ * @retval -7  the value, stored or default, does not have four bytes.
+ * @par Blocking
+ * It blocks for the access to the storage, as kelo_dm_get() does.
+ * @par Threads
+ * Any thread may call it at any time. It is not for signal handlers.
+ */
+KELO_API int32_t kelo_dm_get_uint32(kelo_dm_handle* handle, int32_t id, uint32_t* value);
+
+/**
+ * Gets the truth value of an item: a scalar of one byte or of four.
+ * @param handle  from kelo_dm_reg(); needs its `read`.
+ * @param id      registered item id.
+ * @param value   receives 0 when all bytes of the value are 0, and otherwise 1; unchanged unless the result is
+ *                0.
+ * @retval 0   read.
+ * @retval -1  nothing is stored, and the item has no default.
+ * @retval -3  null argument or unknown id.
+ * @retval -4  the stored value is damaged.
+ * @retval -5  the value cannot be known now, as for kelo_dm_get().
+ * @retval -6  the item is no scalar.
+ * @retval -7  the value, stored or default, has neither one byte nor four.
+ * @par Blocking
+ * It blocks for the access to the storage, as kelo_dm_get() does.
+ * @par Threads
+ * Any thread may call it at any time. It is not for signal handlers.
+ */
+KELO_API int32_t kelo_dm_get_bool(kelo_dm_handle* handle, int32_t id, int32_t* value);
+
+/**
+ * Gets the text of an item and terminates it.
+ * @param handle  from kelo_dm_reg(); needs its `read`.
+ * @param id      registered item id of type 5.
+ * @param buf     receives the text with its terminator. It holds the empty text when the result is not 0. A
+ *                stored text with a NUL in it is copied whole.
+ * @param size    size of `buf` in bytes, 1 or more, terminator included.
+ * @retval 0   read.
+ * @retval -1  nothing is stored, and the item has no default.
+ * @retval -2  the text and its terminator have more than `size` bytes.
+ * @retval -3  null argument, `size` below 1 or unknown id.
+ * @retval -4  the stored value is damaged.
+ * @retval -5  the value cannot be known now, as for kelo_dm_get().
+ * @retval -6  the item is no text.
+ * @par Blocking
+ * It blocks for the access to the storage, as kelo_dm_get() does.
+ * @par Threads
+ * Any thread may call it at any time. It is not for signal handlers.
+ */
+KELO_API int32_t kelo_dm_get_text(kelo_dm_handle* handle, int32_t id, char* buf, int32_t size);
+
+/**
+ * Gets the bytes of an item.
+ * @param handle  from kelo_dm_reg(); needs its `read`.
+ * @param id      registered item id of type 6.
+ * @param buf     receives the bytes; unchanged unless the result is 0.
+ * @param size    size of `buf` in bytes, 1 or more.
+ * @param len     receives the number of bytes when the result is 0 or -2; otherwise unchanged.
+ * @retval 0   read.
+ * @retval -1  nothing is stored, and the item has no default.
+ * @retval -2  the value has more than `size` bytes.
+ * @retval -3  null argument, `size` below 1 or unknown id.
+ * @retval -4  the stored value is damaged.
+ * @retval -5  the value cannot be known now, as for kelo_dm_get().
+ * @retval -6  the item is no buffer.
+ * @par Blocking
+ * It blocks for the access to the storage, as kelo_dm_get() does.
+ * @par Threads
+ * Any thread may call it at any time. It is not for signal handlers.
+ */
+KELO_API int32_t kelo_dm_get_bytes(kelo_dm_handle* handle, int32_t id, void* buf, int32_t size, int32_t* len);
+
+/**
+ * Stores a signed number of 32 bits as the value of an item.
+ * @param handle  from kelo_dm_reg(); needs its `read` as well as its `write`.
+ * @param id      registered item id.
+ * @param value   any number.
+ * @retval 0   stored and announced.
+ * @retval -1  not stored, as far as can be known, as for kelo_dm_write_verified().
+ * @retval -3  null `handle` or unknown id.
+ * @retval -6  the item is no scalar.
+ * @retval -7  the item was registered with a length of other than four bytes.
+ * @par Blocking
+ * It blocks for the write and for one read of the storage.
+ * @par Threads
+ * Any thread may call it at any time. It is not for signal handlers.
+ */
+KELO_API int32_t kelo_dm_set_int32(kelo_dm_handle* handle, int32_t id, int32_t value);
+
+/**
+ * Stores a number of 32 bits without a sign as the value of an item.
+ * @param handle  from kelo_dm_reg(); needs its `read` as well as its `write`.
+ * @param id      registered item id.
+ * @param value   any number.
+ * @retval 0   stored and announced.
+ * @retval -1  not stored, as far as can be known, as for kelo_dm_write_verified().
+ * @retval -3  null `handle` or unknown id.
+ * @retval -6  the item is no scalar.
+ * @retval -7  the item was registered with a length of other than four bytes.
+ * @par Blocking
+ * It blocks for the write and for one read of the storage.
+ * @par Threads
+ * Any thread may call it at any time. It is not for signal handlers.
+ */
+KELO_API int32_t kelo_dm_set_uint32(kelo_dm_handle* handle, int32_t id, uint32_t value);
+
+/**
+ * Stores a truth value as the value of an item.
+ * @param handle  from kelo_dm_reg(); needs its `read` as well as its `write`.
+ * @param id      registered item id.
+ * @param value   0, or any other number for 1. It is stored in as many bytes as the item was registered with.
+ * @retval 0   stored and announced.
+ * @retval -1  not stored, as far as can be known, as for kelo_dm_write_verified().
+ * @retval -3  null `handle` or unknown id.
+ * @retval -6  the item is no scalar.
+ * @retval -7  the item was registered with a length of neither one byte nor four.
+ * @par Blocking
+ * It blocks for the write and for one read of the storage.
+ * @par Threads
+ * Any thread may call it at any time. It is not for signal handlers.
+ */
+KELO_API int32_t kelo_dm_set_bool(kelo_dm_handle* handle, int32_t id, int32_t value);
+
+/**
+ * Stores a text, without its terminator, as the value of an item.
+ * @param handle  from kelo_dm_reg(); needs its `read` as well as its `write`.
+ * @param id      registered item id of type 5.
+ * @param text    the text, which is not kept.
+ * @retval 0   stored and announced.
+ * @retval -1  not stored, as far as can be known, as for kelo_dm_write_verified().
+ * @retval -3  null argument or unknown id.
+ * @retval -6  the item is no text.
+ * @retval -7  the text is empty, which the storage could not tell from an item without a value
+ *             (kelo_dm_empty() removes the value); or it has more than INT32_MAX bytes.
+ * @par Blocking
+ * It blocks for the write and for one read of the storage.
+ * @par Threads
+ * Any thread may call it at any time. It is not for signal handlers.
+ */
+KELO_API int32_t kelo_dm_set_text(kelo_dm_handle* handle, int32_t id, const char* text);
+
+/**
+ * Stores bytes as the value of an item.
+ * @param handle  from kelo_dm_reg(); needs its `read` as well as its `write`.
+ * @param id      registered item id of type 6.
+ * @param data    `len` bytes, which are not kept.
+ * @param len     number of bytes, 1 or more.
+ * @retval 0   stored and announced.
+ * @retval -1  not stored, as far as can be known, as for kelo_dm_write_verified().
+ * @retval -3  null argument or unknown id.
+ * @retval -6  the item is no buffer.
+ * @retval -7  `len` is below 1.
+ * @par Blocking
+ * It blocks for the write and for one read of the storage.
+ * @par Threads
+ * Any thread may call it at any time. It is not for signal handlers.
+ */
+KELO_API int32_t kelo_dm_set_bytes(kelo_dm_handle* handle, int32_t id, const void* data, int32_t len);
+/** @} */
 
 /**
  * Lets the hooks of the library use the SQLite back-end (sqlite.h) from now on.
