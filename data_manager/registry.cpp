@@ -103,6 +103,14 @@ kelo_dm_item_desc* kelo::dm::find_item(std::int32_t id, const char* function) {
   return static_cast<kelo_dm_item_desc*>(symbol->content.payload.symbol);
 }
 
+#ifdef KELO_ADDITIONS
+const kelo_dm_item* kelo::dm::next_registered(q_link_type*& position) {
+  if (!def_items_ready) return nullptr;
+  position = position == nullptr ? q_check(&def_items) : q_next(&def_items, position);
+  return position == nullptr ? nullptr : item_of(position);
+}
+#endif
+
 void kelo::dm::initialise_item_list_lock() {
   if (def_items_ready) queue::make_lock(def_items);
 }

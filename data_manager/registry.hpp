@@ -28,6 +28,10 @@ Slot required(Slot slot, int line = __builtin_LINE()) {
 // `function`, when there is none.
 kelo_dm_item_desc* find_item(std::int32_t id, const char* function);
 
+// Moves `position` to the next registered item and returns it, in the order of registration. A null position is before
+// the first item; the result is null after the last one. It is for the additions, and not in a library without them.
+const kelo_dm_item* next_registered(q_link_type*& position);
+
 // Initialises the lock of the list of registered items in a child made by fork().
 void initialise_item_list_lock();
 

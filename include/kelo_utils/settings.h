@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /**
  * @file settings.h
- * @brief More about items: typed values, the SQLite back-end chosen at run time.
+ * @brief More about items: typed values, the list of items, the SQLite back-end chosen at run time.
  *
  * These functions are optional additions to data_manager.h. A library that was built without them
  * (KELO_ADDITIONS=OFF) has none of them. Its CMake package and its pkg-config modules define
@@ -232,6 +232,30 @@ KELO_API int32_t kelo_dm_set_text(kelo_dm_handle* handle, int32_t id, const char
  */
 KELO_API int32_t kelo_dm_set_bytes(kelo_dm_handle* handle, int32_t id, const void* data, int32_t len);
 /** @} */
+
+/**
+ * Receives one registered item.
+ * @param id    id of the item.
+ * @param item  its descriptor, which stays valid until the process ends. It must not be changed.
+ * @param user  what kelo_dm_for_each_item() was given.
+ * @return 0 to go on with the next item; any other value ends the enumeration.
+ */
+typedef int32_t (*kelo_dm_item_fn)(int32_t id, const kelo_dm_item_desc* item, void* user);
+
+/**
+ * Calls a function for each registered item, in the order of registration. An id that was registered more
+ * than once is given once, in the place and with the descriptor of its last registration.
+ * @param callback  is called in this thread and without a lock. It may read and write items, and must not
+ *                  register any.
+ * @param user      is given to `callback`. It may be null.
+ * @return 0 when `callback` has returned 0 for every item, also when nothing is registered; the first other
+ *         result of `callback`; -3 when `callback` is null.
+ * @par Blocking
+ * It blocks for as long as the callback does.
+ * @par Threads
+ * Any thread may call it, while no thread registers items. It is not for signal handlers.
+ */
+KELO_API int32_t kelo_dm_for_each_item(kelo_dm_item_fn callback, void* user);
 
 /**
  * Lets the hooks of the library use the SQLite back-end (sqlite.h) from now on.
