@@ -10,6 +10,7 @@
 #include "base/heap.hpp"
 #include "data_manager/item_function.hpp"
 #include "data_manager/registry.hpp"
+#include "data_manager/subscribers.hpp"
 #include "kelo_utils/data_manager.h"
 #include "log/library_log.hpp"
 
@@ -50,6 +51,9 @@ int announce_change(int stored, std::int32_t id, const void* data, std::int32_t 
   if (stored != 0) return stored;
   if (const kelo_dm_event_fn callback = event_callback.load(std::memory_order_acquire))
     callback(id, data, len);
+#ifdef KELO_ADDITIONS
+  kelo::dm::announce_to_subscribers(id, data, len);
+#endif
   return 0;
 }
 

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /**
  * @file settings.h
- * @brief More about items: typed values, the list of items, the SQLite back-end chosen at run time.
+ * @brief More about items: typed values, the list of items, subscribers, the SQLite back-end chosen at run time.
  *
  * These functions are optional additions to data_manager.h. A library that was built without them
  * (KELO_ADDITIONS=OFF) has none of them. Its CMake package and its pkg-config modules define
@@ -256,6 +256,65 @@ typedef int32_t (*kelo_dm_item_fn)(int32_t id, const kelo_dm_item_desc* item, vo
  * Any thread may call it, while no thread registers items. It is not for signal handlers.
  */
 KELO_API int32_t kelo_dm_for_each_item(kelo_dm_item_fn callback, void* user);
+
+/**
+ * @name Subscribers to changes
+ * They are called beside the callback of kelo_dm_reg_event_callback(), and after it.
+ * @{
+ */
+/** The number of subscriptions that a process may have at one time. */
+enum { KELO_DM_MOST_SUBSCRIPTIONS = 16 };
+
+/**
+ * Receives one change of an item.
+ *
+ * It runs in the thread that writes, after the storage has accepted the value, without any lock of the
+ * library. It may call the data manager, subscribe and unsubscribe. It must return, and not end its thread.
+ *
+ * @param id    id of the item.
+ * @param data  the bytes that were stored, valid during the call. It is not null, also when `len` is 0.
+ * @param len   number of bytes; 0 when the item was emptied.
+ * @param user  what kelo_dm_subscribe() was given.
+ */
+typedef void (*kelo_dm_change_fn)(int32_t id, const void* data, int32_t len, void* user);
+
+/**
+ * Calls a function for every change of an item from now on. The functions are called in the order in which
+ * they have subscribed. A function that subscribes during a change is called from the next change on. The
+ * same function may subscribe several times, with other pointers or with the same one.
+ *
+ * A child made by fork() has the subscriptions of its parent.
+ *
+ * @param callback  the function.
+ * @param user      is given to `callback`. It may be null. It must stay valid until kelo_dm_unsubscribe() has
+ *                  returned.
+ * @return the number of the subscription, 1 or more, which is not used again; -1 when there are already
+ *         ::KELO_DM_MOST_SUBSCRIPTIONS, or all numbers have been used; -3 when `callback` is null.
+ * @par Blocking
+ * It does not block.
+ * @par Threads
+ * Any thread may call it at any time. It is not for signal handlers.
+ */
+KELO_API int32_t kelo_dm_subscribe(kelo_dm_change_fn callback, void* user);
+
+/**
+ * Ends a subscription. Its function is not called any more, not even for a change that is being announced.
+ *
+ * Outside a callback of a subscriber, no call of the function is running in another thread when this returns.
+ * Within such a callback it does not wait, since two callbacks could then wait for each other: a call of the
+ * function in another thread, or further out in this one, may still be running.
+ *
+ * @param subscription  the result of kelo_dm_subscribe().
+ * @retval 0   ended.
+ * @retval -1  there is no such subscription, or it has ended already.
+ * @par Blocking
+ * It blocks while another thread is in the function of the subscription, unless it is called within a
+ * callback of a subscriber. The caller must not hold a lock for which the function may wait.
+ * @par Threads
+ * Any thread may call it at any time. It is not for signal handlers.
+ */
+KELO_API int32_t kelo_dm_unsubscribe(int32_t subscription);
+/** @} */
 
 /**
  * Lets the hooks of the library use the SQLite back-end (sqlite.h) from now on.
