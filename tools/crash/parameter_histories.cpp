@@ -144,7 +144,7 @@ History factory_restore() {
 History random_parameters(unsigned seed) {
   // The factory's values are newer than all that is written before a restore, and older than all after it.
   static constexpr std::size_t kFactory = 4;
-  constexpr std::size_t kWidths[] = {0, 40, 400, 1500};
+  constexpr std::size_t kWidths[] = {0, 20, 80, 180};  // a statement has at most 255 bytes
   std::mt19937 random(seed);
   std::vector<Item> made;
   for (std::size_t number = 2 + random() % 4; number > 0; --number) {
