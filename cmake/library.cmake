@@ -127,8 +127,11 @@ function(kelo_shared_library target name)
   # thread, its signal handler and its fork handlers would then run in memory that is no longer mapped.
   target_link_options(${target} PRIVATE
     -Wl,--version-script=${map} -Wl,--dynamic-list=${dynamic} -Wl,-z,nodelete
-    -Wl,-z,relro -Wl,-z,now -Wl,--gc-sections -Wl,--sort-section=alignment -Wl,--as-needed -Wl,--build-id
-    -Wl,-Map=${PROJECT_BINARY_DIR}/${name}.link.map)
+    -Wl,-z,relro -Wl,-z,now -Wl,--gc-sections -Wl,--sort-section=alignment -Wl,--as-needed -Wl,--build-id)
+  if(KELO_BUILD_TESTS OR KELO_BUILD_SMOKE)
+    # The test build.run_time reads the map. Some linkers cannot write one.
+    target_link_options(${target} PRIVATE -Wl,-Map=${PROJECT_BINARY_DIR}/${name}.link.map)
+  endif()
   if(KELO_SANITIZE)
     target_link_options(${target} PRIVATE -fsanitize=${KELO_SANITIZE})
   else()

@@ -10,7 +10,7 @@ needed=$("$readelf" -d "$shared" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
 [ -n "$needed" ] || failed=1
 for name in $needed; do
   case $name in
-    libc.so.* | ld-linux*.so.* | libsqlite3.so.*) echo "needs $name" ;;
+    libc.so | libc.so.* | ld*.so.[0-9] | libsqlite3.so.*) echo "needs $name" ;;
     "$(basename "${diagnostic:-none}")") echo "needs $name" ;;
     *) echo "needs $name, which it must not" && failed=1 ;;
   esac
@@ -23,5 +23,9 @@ fi
 # operator new and delete, anything of namespace std, exceptions, guards of local statics
 if "$nm" -u "$archive" | grep -E ' (_Zn[wa]|_Zd[la]|_ZN?K?St|__gxx|__cxa_(guard|throw|begin|end|rethrow|allocate|pure))'; then
   echo "the archive asks for the C++ run time" && failed=1
+fi
+# Access to more bytes, or to fewer, than the processor's instructions take becomes a call.
+if "$nm" -u "$archive" | grep -E ' __(atomic|sync)_'; then
+  echo "the archive asks for the library of atomic operations" && failed=1
 fi
 exit "$failed"
