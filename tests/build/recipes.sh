@@ -214,7 +214,7 @@ check_options() {
   grep -rohE -e '-DKELO_[A-Z_]+' "$SOURCE_TREE/packaging" | sed 's/^-D//' | sort -u > "$work/named"
   grep -q KELO_BUILD_TESTS "$work/named" || fail "the recipes build the tests"
   while IFS= read -r option; do
-    grep -qE "^(set|option)\($option " "$SOURCE_TREE/CMakeLists.txt" "$SOURCE_TREE/cmake/arm-linux-gnueabihf.cmake" \
+    grep -qE "^(set|option)\($option " "$SOURCE_TREE/CMakeLists.txt" "$SOURCE_TREE/cmake/cross.cmake" \
       || fail "there is no option $option"
   done < "$work/named"
 }
