@@ -48,7 +48,8 @@ else
     ln -s "$path" "$folder/usr/include/$multiarch/$name"
   done
   printf '#!/bin/sh\nexec %s-gcc "$@" -specs "%s"\n' "$gnu" "$specs" > "$folder/bin/$triplet-gcc"
-  printf '#!/bin/sh\nexec %s-g++ %s "$@" -specs "%s"\n' "$gnu" "${headers[*]}" "$specs" > "$folder/bin/$triplet-g++"
+  # There is no C++ run time for musl: the command that would link it is not used.
+  printf '#!/bin/sh\nexec %s-gcc %s "$@" -specs "%s"\n' "$gnu" "${headers[*]}" "$specs" > "$folder/bin/$triplet-g++"
   chmod +x "$folder/bin/"*
   for tool in ar nm ranlib readelf strip objcopy objdump; do
     ln -s "$(command -v "$gnu-$tool")" "$folder/bin/$triplet-$tool"
