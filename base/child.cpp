@@ -92,11 +92,14 @@ bool Pipe::open() {
   return read_end && write_end;
 }
 
-pid_t start_program(const char* program, char* const* arguments, ChildFiles files) {
+namespace {
+
+pid_t start(const char* program, char* const* arguments, ChildFiles files, short further_flags) {
   // A fresh attribute object has an empty signal mask. The C libraries allocate nothing in it, so it is not destroyed.
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
-  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+  posix_spawnattr_setflags(
+      &attributes, static_cast<short>(POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | further_flags));
   const sigset_t set = set_of(default_in_child());
   posix_spawnattr_setsigdefault(&attributes, &set);
   posix_spawn_file_actions_t actions;
@@ -112,6 +115,18 @@ pid_t start_program(const char* program, char* const* arguments, ChildFiles file
   errno = error;
   return -1;
 }
+
+}  // namespace
+
+pid_t start_program(const char* program, char* const* arguments, ChildFiles files) {
+  return start(program, arguments, files, 0);
+}
+
+#ifdef KELO_ADDITIONS
+pid_t start_group(const char* program, char* const* arguments, ChildFiles files) {
+  return start(program, arguments, files, POSIX_SPAWN_SETPGROUP);
+}
+#endif
 
 pid_t start_shell(const char* command, ChildFiles files) {
   // The parameter type asks for writable text, but nothing writes to it.

@@ -48,6 +48,10 @@ using ChildFiles = std::initializer_list<ChildFile>;
 // errno set, also when the exec failed.
 pid_t start_program(const char* program, char* const* arguments, ChildFiles files);
 
+// Starts a program in the same way, as the first process of a group of its own. It is for the additions, and not in a
+// library without them.
+pid_t start_group(const char* program, char* const* arguments, ChildFiles files);
+
 // Starts the shell with a command, in the same way as start_program().
 pid_t start_shell(const char* command, ChildFiles files);
 

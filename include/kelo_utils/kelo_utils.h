@@ -74,6 +74,7 @@
 #include "kelo_utils/process.h"
 #include "kelo_utils/project.h"
 #include "kelo_utils/queue.h"
+#include "kelo_utils/run.h"
 #include "kelo_utils/settings.h"
 #include "kelo_utils/sqlite.h"
 #include "kelo_utils/symtab.h"
