@@ -64,6 +64,7 @@
 #include "kelo_utils/command_record.h"
 #include "kelo_utils/data_manager.h"
 #include "kelo_utils/file_ops.h"
+#include "kelo_utils/gsm_encode.h"
 #include "kelo_utils/ini.h"
 #include "kelo_utils/list.h"
 #include "kelo_utils/log.h"

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "base/heap.hpp"
+#include "kelo-app-common/src/gsm_alphabet.hpp"
 #include "kelo_utils/app_common.h"
 #include "log/library_log.hpp"
 
@@ -27,18 +28,17 @@ static_assert(kAlphabet.size() == 128);
 static_assert(std::ranges::all_of(kAlphabet, [](char16_t character) { return character < 0x800; }),
               "each character takes at most two bytes of UTF-8");
 
-// Returns the UTF-8 bytes of a character. A value below 256 is one byte, a greater value is two bytes with the first
-// one in the high bits.
-constexpr std::uint16_t utf8_bytes(char16_t character) {
-  if (character < 0x80) return character;
-  return static_cast<std::uint16_t>((0xC0 | character >> 6) << 8 | (0x80 | (character & 0x3F)));
-}
+}  // namespace
 
-constexpr std::array<std::uint16_t, 128> kUtf8Bytes = [] {
+constexpr std::array<std::uint16_t, 128> kelo::gsm::kUtf8Bytes = [] {
   std::array<std::uint16_t, 128> bytes{};
   std::ranges::transform(kAlphabet, bytes.begin(), utf8_bytes);
   return bytes;
 }();
+
+namespace {
+
+using kelo::gsm::kUtf8Bytes;
 
 // Writes bytes into a buffer and reserves its last byte for the terminator.
 class TextWriter {
