@@ -66,8 +66,7 @@ int write_default(const Row& row) {
   {
     const Connection db = open_database(kCaller, DB_DEF_ITEMS);
     if (!db) return DM_SQLITE_NOT_OPENED;
-    const SqlText create(sql::kCreateDefaults, row.table);
-    const Outcome created = execute(db.get(), create.c_str());
+    const Outcome created = execute_formatted(db.get(), sql::kCreateDefaults, row.table);
     if (!created.ok()) {
       KELO_LOG_AS(kCaller, LOG_LVL_ERR, "[%d] create table error, %s\n", __LINE__, created.text());
       return DM_SQLITE_FAILED;
@@ -83,8 +82,7 @@ int read_default(const ItemRead& item, std::uint32_t* type) {
   constexpr const char* kCaller = "dm_read_def_db";
   const Connection db = open_database(kCaller, DB_DEF_ITEMS);
   if (!db) return DM_SQLITE_NOT_OPENED;
-  const SqlText select(sql::kSelectDefault, item.table, item.key);
-  const PreparedStatement selected = prepare(db.get(), select.c_str());
+  const PreparedStatement selected = prepare_formatted(db.get(), sql::kSelectDefault, item.table, item.key);
   if (!selected.ok()) {
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "[%d] sqlite3_prepare error, %d\n", __LINE__, selected.code);
     return DM_SQLITE_NOT_PREPARED;

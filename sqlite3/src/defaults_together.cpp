@@ -86,8 +86,8 @@ class DefaultsTable {
 
  private:
   bool compare_stored() {
-    if (!execute(db_, SqlText(sql::kCreateDefaults, name_).c_str()).ok()) return false;
-    const PreparedStatement all = prepare(db_, SqlText(sql::kSelectDefaults, name_).c_str());
+    if (!execute_formatted(db_, sql::kCreateDefaults, name_).ok()) return false;
+    const PreparedStatement all = prepare_formatted(db_, sql::kSelectDefaults, name_);
     int stepped = all.code;
     while (all.ok() && (stepped = sqlite3_step(all.statement.get())) == SQLITE_ROW)
       compare_row(all.statement.get());
@@ -126,7 +126,7 @@ class RowWriter {
   bool write(const DefaultRow& row) {
     if (previous_ == nullptr || previous_->state != row.state || compare_tables(*previous_, row) != 0) {
       const char* const format = row.state == State::absent ? sql::kInsertDefaults : sql::kUpdateDefaults;
-      statement_ = prepare(db_, SqlText(format, row.row.table).c_str()).statement;
+      statement_ = prepare_formatted(db_, format, row.row.table).statement;
     }
     previous_ = &row;
     sqlite3_stmt* const statement = statement_.get();

@@ -4,12 +4,14 @@
 
 #include <sys/stat.h>
 
+#include <cstdarg>
 #include <optional>
 #include <utility>
 
 #include "base/deadline.hpp"
 #include "log/library_log.hpp"
 #include "sqlite3/src/fork_gate.hpp"
+#include "sqlite3/src/sql.hpp"
 
 namespace kelo::store {
 namespace {
@@ -85,6 +87,15 @@ Outcome execute(sqlite3* db, const char* sql, int (*row)(void*, int, char**, cha
   return {code, ErrorText(error)};
 }
 
+Outcome execute_formatted(sqlite3* db, const char* format, ...) {
+  SqlText sql;
+  va_list arguments;
+  va_start(arguments, format);
+  sql.vprint(format, arguments);
+  va_end(arguments);
+  return execute(db, sql.c_str());
+}
+
 Rows select_rows(sqlite3* db, const char* sql) {
   char** cells = nullptr;
   char* error = nullptr;
@@ -95,10 +106,28 @@ Rows select_rows(sqlite3* db, const char* sql) {
   return result;
 }
 
+Rows select_formatted(sqlite3* db, const char* format, ...) {
+  SqlText sql;
+  va_list arguments;
+  va_start(arguments, format);
+  sql.vprint(format, arguments);
+  va_end(arguments);
+  return select_rows(db, sql.c_str());
+}
+
 PreparedStatement prepare(sqlite3* db, const char* sql) {
   sqlite3_stmt* statement = nullptr;
   const int code = sqlite3_prepare(db, sql, -1, &statement, nullptr);
   return {code, Statement(statement)};
+}
+
+PreparedStatement prepare_formatted(sqlite3* db, const char* format, ...) {
+  SqlText sql;
+  va_list arguments;
+  va_start(arguments, format);
+  sql.vprint(format, arguments);
+  va_end(arguments);
+  return prepare(db, sql.c_str());
 }
 
 }  // namespace kelo::store

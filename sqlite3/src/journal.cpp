@@ -59,8 +59,10 @@ bool update_row(Connection& db, const char* update) {
   return false;
 }
 
-bool insert_row(sqlite3* db, const char* insert) {
-  const Outcome inserted = execute(db, insert);
+bool insert_row(sqlite3* db, const JournalItem& item, int state) {
+  const Outcome inserted =
+      execute_formatted(db, sql::kInsertJournal, item.table, static_cast<std::int32_t>(item.id), item.key,
+                        static_cast<std::int32_t>(item.type), item.len, state);
   if (!inserted.ok())
     KELO_LOG_AS(kWriteCaller, LOG_LVL_ERR, "[%d] insert error, %s\n", __LINE__, inserted.text());
   return inserted.ok();
@@ -116,8 +118,7 @@ bool record_in_journal(const JournalItem& item, int state) {
     if (!update_row(db, update.c_str())) return false;
     if (presence == Presence::present || sqlite3_changes(db.get()) > 0) return true;
   }
-  const SqlText insert(sql::kInsertJournal, item.table, id, item.key, type, item.len, state);
-  return insert_row(db.get(), insert.c_str());
+  return insert_row(db.get(), item, state);
 }
 
 std::optional<JournalRow> read_journal() {

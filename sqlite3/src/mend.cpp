@@ -42,14 +42,14 @@ bool matches_checksum(sqlite3_stmt* row) {
 }
 
 bool has_undamaged(sqlite3* db, const char* table, const char* key) {
-  const PreparedStatement selected = prepare(db, SqlText(sql::kSelectItem, table, key).c_str());
+  const PreparedStatement selected = prepare_formatted(db, sql::kSelectItem, table, key);
   return selected.ok() && sqlite3_step(selected.statement.get()) == SQLITE_ROW &&
          matches_checksum(selected.statement.get());
 }
 
 // A row that does not exist was deleted by another program. A row with another key is damaged.
 bool has_row(sqlite3* db, const char* table, int row) {
-  return select_rows(db, SqlText(sql::kSelectRow, table, row).c_str()).rows > 0;
+  return select_formatted(db, sql::kSelectRow, table, row).rows > 0;
 }
 
 void mend_table(const char* caller, sqlite3* primary, const char* table, sqlite3_stmt* rows) {
@@ -79,9 +79,9 @@ bool mend_rows(const char* caller) {
   bool writable = true;
   for (int table = 0; tables.outcome.ok() && table < tables.rows; ++table) {
     const char* const name = tables.cell(table, 0);
-    const PreparedStatement rows = prepare(backup.db.get(), SqlText(sql::kSelectRows, name).c_str());
+    const PreparedStatement rows = prepare_formatted(backup.db.get(), sql::kSelectRows, name);
     if (!rows.ok()) continue;
-    const int code = execute(primary.db.get(), SqlText(sql::kTryUpdate, name).c_str()).code;
+    const int code = execute_formatted(primary.db.get(), sql::kTryUpdate, name).code;
     if (code == SQLITE_OK) {
       mend_table(caller, primary.db.get(), name, rows.statement.get());
     } else if (needs_replacement(code)) {

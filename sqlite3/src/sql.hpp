@@ -14,24 +14,26 @@ using CommandText = FixedText<128>;
 
 namespace sql {
 
-// Tables of items have the columns id, key, type, len, crc and value.
+// Tables of items have the columns id, key, type, len, crc and value. The statements that store a row get the arguments
+// table, key, type, len, id and crc, and the formats pick them by number.
 inline constexpr const char* kCreateItems =
     "create table if not exists %s (id integer not null,key text not null,type integer not null,"
     "len integer not null,crc integer not null,value blob)";
 inline constexpr const char* kUpdateItem =
-    "update %s set id=%d, type=%d, len=%d, crc=%d,value=:1 where key='%s'";
+    "update %1$s set id=%5$d, type=%3$d, len=%4$d, crc=%6$d,value=:1 where key='%2$s'";
 inline constexpr const char* kInsertItem =
-    "insert into %s (id, key, type, len, crc, value) values(%d, '%s',%d, %d, %d, ?)";
+    "insert into %1$s (id, key, type, len, crc, value) values(%5$d, '%2$s',%3$d, %4$d, %6$d, ?)";
 inline constexpr const char* kSelectRows = "select value,crc,key,id,type,rowid from %s";
 inline constexpr const char* kSelectRow = "select 1 from %s where rowid=%d";
 // This changes nothing and fails when the table cannot be written.
 inline constexpr const char* kTryUpdate = "update %s set id=0,key=0,type=0,len=0,crc=0,value=0 where 0";
 inline constexpr const char* kSelectItem = "select value,crc from %s where key='%s' limit 1";
 
-// Tables of defaults have the columns key, type, len and value.
+// Tables of defaults have the columns key, type, len and value. A default has no id and no crc.
 inline constexpr const char* kCreateDefaults =
     "create table if not exists %s (key text not null,type integer not null,len integer not null,value blob)";
-inline constexpr const char* kUpdateDefault = "update %s set type=%d, len=%d, value=:1 where key='%s'";
+inline constexpr const char* kUpdateDefault =
+    "update %1$s set type=%3$d, len=%4$d, value=:1 where key='%2$s'";
 inline constexpr const char* kInsertDefault =
     "insert into %s (key, type, len, value) values('%s', '%d', %d, ?)";
 // These are prepared once for many rows.
