@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <span>
@@ -29,28 +30,30 @@ constexpr int kKeptCopies = 3;
 using Output = std::array<char, 512>;
 using MaintenanceCommand = FixedText<2 * std::tuple_size_v<Output>>;  // two paths that `find` has printed
 
-// Stores the first bytes of the output and a terminator. Returns whether the command was started.
-bool run(const MaintenanceCommand& command, std::span<char> output) {
+// Runs a command, which is formatted as by printf(). Stores the first bytes of its output and a terminator. Returns
+// whether it was started.
+KELO_PRINTF(2, 3) bool run(std::span<char> output, const char* format, ...) {
+  MaintenanceCommand command;
+  va_list arguments;
+  va_start(arguments, format);
+  command.vprint(format, arguments);
+  va_end(arguments);
+  std::memset(output.data(), 0, output.size());
   return run_command(command.c_str(), output.first(output.size() - 1)).started;
-}
-
-bool run(const MaintenanceCommand& command) {
-  Output output{};
-  return run(command, output);
 }
 
 // Deletes the copy with the number below `number` and gives that number to copy `number`. Numbers have one digit.
 bool renumber_copy(int number) {
-  if (!run(MaintenanceCommand("rm %s*.db%d", db_rst_bak, number - 1))) return false;
-  Output path{};
-  const MaintenanceCommand find("find %s -name \"*.db%d\"", db_rst_bak, number);
-  if (!run(find, path)) return false;
+  Output output;
+  if (!run(output, "rm %s*.db%d", db_rst_bak, number - 1)) return false;
+  Output path;
+  if (!run(path, "find %s -name \"*.db%d\"", db_rst_bak, number)) return false;
   KELO_LOG_AS(kCaller, LOG_LVL_DBUG, "-----------------Get db name:%s-----------\n", path.data());
   const std::size_t length = std::strlen(path.data());
   if (length == 0) return true;
   constexpr std::size_t kDigitAndLineEnd = 2;
   path[length - std::min(length, kDigitAndLineEnd)] = '\0';
-  return run(MaintenanceCommand("mv %s%d %s%d", path.data(), number, path.data(), number - 1));
+  return run(output, "mv %s%d %s%d", path.data(), number, path.data(), number - 1);
 }
 
 // The copy must be on storage before the databases are deleted, so that a power cut cannot take both. The shell has
@@ -68,10 +71,9 @@ bool keep_copy(int count) {
     }
     number = count;
   }
-  if (!run(MaintenanceCommand("cp -rf %s /mnt/vendor/nvdata/`date +%%Y-%%m-%%d_%%H_%%M_%%S`.db%d", DB_CONFIG,
-                              number))) {
+  Output output;
+  if (!run(output, "cp -rf %s /mnt/vendor/nvdata/`date +%%Y-%%m-%%d_%%H_%%M_%%S`.db%d", DB_CONFIG, number))
     return false;
-  }
   sync_kept_copies();
   return true;
 }
@@ -95,8 +97,8 @@ bool delete_databases() {
 }  // namespace
 
 bool count_kept_copies(int& count) {
-  std::array<char, 8> output{};
-  if (!run(MaintenanceCommand("find %s -name \"*.db*\" | wc -l", db_rst_bak), output)) return false;
+  std::array<char, 8> output;
+  if (!run(output, "find %s -name \"*.db*\" | wc -l", db_rst_bak)) return false;
   count = static_cast<int>(std::strtol(output.data(), nullptr, 10));
   KELO_LOG_AS(kCaller, LOG_LVL_DBUG, "-----------------Get db num:%d---------------\n", count);
   return true;

@@ -33,7 +33,8 @@ bool add_missing_columns(sqlite3* db, const char* table, const char* key) {
     const Outcome selected = execute(db, select.c_str());
     if (selected.ok()) return true;
 
-    const FixedText<129> error_text("%s", selected.text());
+    FixedText<129> error_text;
+    error_text.append(selected.text());
     KELO_LOG_AS(kCaller, LOG_LVL_WRN, "%s\n", error_text.c_str());
     if (attempt == kAttempts) {
       KELO_LOG_AS(kCaller, LOG_LVL_ERR, "cnt error %d\n", attempt);

@@ -29,7 +29,7 @@ constexpr std::size_t kLineSize = 512;
 // One line without its end. A longer text is cut.
 using CsvLine = FixedText<kLineSize - kLineEnd.size() + 1>;
 
-void write_line(const CsvLine& line, std::FILE* out) {
+void write_line(const base::TextBuilder& line, std::FILE* out) {
   std::fwrite(line.c_str(), 1, line.size(), out);
   std::fwrite(kLineEnd.data(), 1, kLineEnd.size(), out);
 }
@@ -121,7 +121,8 @@ int export_database(const char* path) {
   {
     const Stream csv = open_csv();
     if (!csv) return kCsvNotOpened;
-    write_line(CsvLine("key,len,type,value,"), csv.get());
+    CsvLine head;
+    write_line(head.append("key,len,type,value,"), csv.get());
   }
   const Outcome exported = execute(db.get(), sql::kSelectTables, on_listed_tables, db.get());
   if (exported.ok()) {
