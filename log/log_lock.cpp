@@ -4,6 +4,7 @@
 
 #include <pthread.h>
 #include <sched.h>
+#include <sys/auxv.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -44,7 +45,7 @@ void set_adopted() {
 
 void make_adopted_flag() {
   const base::ErrnoKeeper keep;  // the message may print errno
-  const auto size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  const auto size = static_cast<std::size_t>(getauxval(AT_PAGESZ));
   void* const page = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (page == MAP_FAILED) return;
   // Some emulators accept every advice, even an invalid one, and ignore it.
