@@ -16,7 +16,7 @@ namespace {
 
 using FoundNumber = std::array<char, 64>;
 using NumberText =
-    kelo::base::FixedText<80>;  // enough for a number of the file and the decimal point of the locale
+    kelo::base::FixedText<128>;  // enough for a number of the file and the decimal point of the locale
 
 // The characters of a decimal number, which may follow white space and may be an infinity or "nan".
 constexpr char kDecimal[] = " \t\n\v\f\r+-.0123456789eEinfatyINFATY";
@@ -50,8 +50,8 @@ std::int32_t ini_getl(const char* section, const char* key, std::int32_t def_val
   FoundNumber text;
   if (!read_number(section, key, filename, text)) return def_value;
   const bool hexadecimal = text[1] == 'x' || text[1] == 'X';
-  const long long number = std::strtoll(text.data(), nullptr, hexadecimal ? 16 : 10);
-  return static_cast<std::int32_t>(std::clamp<long long>(number, INT32_MIN, INT32_MAX));
+  const long number = std::strtol(text.data(), nullptr, hexadecimal ? 16 : 10);
+  return static_cast<std::int32_t>(std::clamp<long>(number, INT32_MIN, INT32_MAX));
 }
 
 float ini_getf(const char* section, const char* key, float def_value, const char* filename) {
