@@ -19,7 +19,7 @@ struct CommandResult {
 CommandResult run_command(const char* command, std::span<char> output, ByteRangeLock* copy_lock = nullptr);
 
 // Runs the `cp` of a safe copy. Its type is RunCommand.
-bool run_copy_command(const char* command, ByteRangeLock& copy_lock);
+[[gnu::visibility("hidden")]] bool run_copy_command(const char* command, ByteRangeLock& copy_lock);
 
 }  // namespace kelo::store
 

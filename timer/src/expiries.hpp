@@ -15,10 +15,10 @@
 namespace kelo::timer {
 
 // While a thread holds this mutex, it may access the records of existing timers: withdraw() waits for the mutex.
-extern pthread_mutex_t records_mutex;
+[[gnu::visibility("hidden")]] extern pthread_mutex_t records_mutex;
 
 // The number of calls of withdraw(). It changes only under records_mutex.
-extern std::atomic<unsigned> withdrawals;
+[[gnu::visibility("hidden")]] extern std::atomic<unsigned> withdrawals;
 
 // Empties the queues for a new process. A forked child inherits the queued records of its parent, which are dropped
 // here. No other thread may use the functions of this header meanwhile.

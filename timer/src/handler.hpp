@@ -11,7 +11,7 @@ namespace kelo::timer {
 bool queue_record_of(const siginfo_t& signal);
 
 // The action for SIGUSR1. It may interrupt a thread between any two instructions.
-void timer_sigaction_handler(int number, siginfo_t* signal, void* context);
+[[gnu::visibility("hidden")]] void timer_sigaction_handler(int number, siginfo_t* signal, void* context);
 
 }  // namespace kelo::timer
 
