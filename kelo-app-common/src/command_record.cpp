@@ -17,20 +17,21 @@ using kelo::base::fatal;
 using kelo::base::kCommonCode;
 using kelo::base::zeroed_or_fatal;
 
-constexpr std::size_t kNone = SIZE_MAX;
+using Bytes = std::uint16_t;  // all payloads are small
+constexpr Bytes kNone = UINT16_MAX;
 
 // How the payload of a command type is allocated and freed.
 struct PayloadKind {
-  std::int32_t type;
-  std::size_t size = kNone;  // in bytes; only some types can be allocated here
-  std::array<std::size_t, 2> pointer_offsets = {kNone, kNone};
-  std::size_t table_offset = kNone;
+  std::uint8_t type;
   bool freed = true;
+  Bytes size = kNone;  // only some types can be allocated here
+  std::array<Bytes, 2> pointer_offsets = {kNone, kNone};
+  Bytes table_offset = kNone;
 };
 
-constexpr std::array<std::size_t, 2> kPointersOf0 = {offsetof(kelo_cmd_payload_0, owned_5),
+constexpr std::array<Bytes, 2> kPointersOf0 = {offsetof(kelo_cmd_payload_0, owned_5),
                                                      offsetof(kelo_cmd_payload_0, owned_7)};
-constexpr std::size_t kTableOf0 = offsetof(kelo_cmd_payload_0, table_11);
+constexpr Bytes kTableOf0 = offsetof(kelo_cmd_payload_0, table_11);
 
 constexpr std::array<PayloadKind, 13> kPayloadKinds = {{
     {.type = 0, .size = KELO_CMD_PAYLOAD_0_SIZE, .pointer_offsets = kPointersOf0, .table_offset = kTableOf0},
@@ -65,7 +66,7 @@ void free_and_clear(void*& block) { std::free(std::exchange(block, nullptr)); }
 
 void free_payload(const PayloadKind& kind, void* payload) {
   if (!kind.freed) return;
-  for (const std::size_t offset : kind.pointer_offsets) {
+  for (const Bytes offset : kind.pointer_offsets) {
     if (offset != kNone) free_and_clear(pointer_at<void>(payload, offset));
   }
   if (kind.table_offset != kNone) {
