@@ -135,6 +135,10 @@ bool copy_with_undo(const CopyRequest& request) {
   return false;
 }
 
+int use_replacement(const char* target, int (*use)(const char* path)) {
+  return use(CopyNames(target).replacement.c_str());
+}
+
 // A missing target is made, so that it can be set aside. It gets the mode that `cp` would give it.
 void make_missing_target(const CopyRequest& request) {
   if (access(request.target, F_OK) == 0) return;
@@ -160,10 +164,12 @@ void undo_interrupted_copy(const char* target) {
 }
 
 bool unused_copy_exists(const char* target) {
-  return access(CopyNames(target).replacement.c_str(), F_OK) == 0;
+  return use_replacement(target, [](const char* path) { return access(path, F_OK); }) == 0;
 }
 
-void remove_unused_copy(const char* target) { unlink(CopyNames(target).replacement.c_str()); }
+void remove_unused_copy(const char* target) {
+  use_replacement(target, [](const char* path) { return unlink(path); });
+}
 
 void roll_back_cut_transaction(const char* path) {
   const ResolvedPath file(path);
