@@ -12,8 +12,10 @@
 namespace {
 
 int begins_alike(const char* text, const char* other, std::size_t length, int ignore_case) {
-  const int order = ignore_case != 0 ? strncasecmp(text, other, length) : std::strncmp(text, other, length);
-  return order == 0 ? 1 : 0;
+  const bool alike = ignore_case != 0
+                         ? strncasecmp(text, other, length) == 0
+                         : strnlen(text, length) == length && std::memcmp(text, other, length) == 0;
+  return alike ? 1 : 0;
 }
 
 }  // namespace
