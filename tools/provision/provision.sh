@@ -3,17 +3,18 @@
 # Makes the parameter databases of a device from the SQL of their tables.
 # Usage: provision.sh [--user] [--sql FILE] FOLDER
 # FOLDER receives factory_info.db and, with --user, user_info.db as its copy; each is replaced as a whole, and neither
-# when the SQL is not right. The tables come from factory.sql beside this script unless --sql names another file. Each
-# must have one row.
+# when the SQL is not right. The tables come from factory.sql unless --sql names another file; it is beside this script, or
+# below ../share where this is installed as kelo_provision. Each table must have one row.
 set -eu
 
 die() {
-  printf 'provision.sh: %s\n' "$*" >&2
+  printf '%s: %s\n' "${0##*/}" "$*" >&2
   exit 1
 }
 
 user=no
 sql=$(dirname -- "$0")/factory.sql
+[ -e "$sql" ] || sql=$(dirname -- "$0")/../share/kelo-utils/factory.sql
 while [ $# -gt 1 ]; do
   case $1 in
     --user) user=yes ;;
