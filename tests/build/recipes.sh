@@ -9,6 +9,7 @@
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 installed=$work/installed
+tools=$work/tools
 tree=$work/source
 makefile=$tree/packaging/openwrt/kelo-utils/Makefile
 recipe=$(echo "$SOURCE_TREE"/packaging/yocto/kelo-utils_*.bb)
@@ -38,18 +39,21 @@ END
   cat > "$work/openwrt/include/package.mk" << 'END'
 PKG_BUILD_DIR := $(TOPDIR)/build/$(PKG_NAME)-$(PKG_VERSION)
 define BuildPackage
+$(eval ABI_VERSION :=)
 $(eval $(call Package/$(1)))
-facts:
+facts-$(1):
 	@echo '$(1) $(PKG_VERSION) $(CMAKE_INSTALL) $(SECTION) $(CATEGORY) $(DEPENDS) $(KELO_UTILS_TREE)'
 	@echo '$(PKG_LICENSE) $(PKG_LICENSE_FILES) $(ABI_VERSION)'
-prepare:
-	$$(call Build/Prepare)
-stage:
-	$$(call Build/InstallDev,$(TOPDIR)/staging)
-package:
-	$$(call Package/$(1)/install,$(TOPDIR)/package)
+package-$(1):
+	$$(call Package/$(1)/install,$(TOPDIR)/package/$(1))
 END
-  echo endef >> "$work/openwrt/include/package.mk"
+  cat >> "$work/openwrt/include/package.mk" << 'END'
+endef
+prepare:
+	$(call Build/Prepare)
+stage:
+	$(call Build/InstallDev,$(TOPDIR)/staging)
+END
   echo 'CMAKE_OPTIONS =' > "$work/openwrt/include/cmake.mk"
 }
 
@@ -61,24 +65,31 @@ openwrt() {
 check_openwrt() {
   stand_in_for_openwrt
   # What ends in an error, or names a variable that nothing sets.
-  if ! openwrt -n facts prepare stage package > "$work/make.log" 2>&1 || grep -q ': warning: ' "$work/make.log"; then
+  if ! openwrt -n {facts,package}-kelo-utils{,-tools} prepare stage > "$work/make.log" 2>&1 || grep -q ': warning: ' "$work/make.log"; then
     cat "$work/make.log"
     fail "make does not read $makefile without complaint"
     return
   fi
   local facts
-  facts=$(openwrt facts)
+  facts=$(openwrt facts-kelo-utils)
   [ "$facts" = "kelo-utils $version 1 libs Libraries +libsqlite3 $tree"$'\n'"MIT LICENSE $soversion" ] \
     || fail "OpenWrt: unlike what is built: $facts"
+  facts=$(openwrt facts-kelo-utils-tools)
+  [ "$facts" = "kelo-utils-tools $version 1 utils Utilities +libstdcpp +sqlite3-cli $tree"$'\n'"MIT LICENSE " ] \
+    || fail "OpenWrt: the tools are unlike what is built: $facts"
   mkdir -p "$work/tree/log" "$work/tree/tests/build" "$work/tree/build/plain" "$work/tree/.git"
   touch "$work/tree/CMakeLists.txt" "$work"/tree/{log,tests/build,build/plain,.git}/file
-  openwrt -s KELO_UTILS_TREE="$work/tree" prepare stage package || fail "OpenWrt: a step failed"
+  openwrt -s KELO_UTILS_TREE="$work/tree" prepare stage package-kelo-utils || fail "OpenWrt: a step failed"
   diff <(printf '/%s\n' CMakeLists.txt log/file tests/build/file) <(files "$work/openwrt/build/kelo-utils-$version") \
     || fail "OpenWrt: the build misses this ('<') or gets that ('>')"
   diff <(files "$installed") <(files "$work/openwrt/staging") \
     || fail "OpenWrt: other packages miss this ('<') or find that ('>')"
-  diff <(files "$installed" | grep '/libkelo_utils\.so\.') <(files "$work/openwrt/package") \
+  diff <(files "$installed" | grep '/libkelo_utils\.so\.') <(files "$work/openwrt/package/kelo-utils") \
     || fail "OpenWrt: the device misses this ('<') or gets that ('>')"
+  # The tools are installed beside the library only when their package is chosen. A device has no manual pages.
+  openwrt -s PKG_INSTALL_DIR="$tools" package-kelo-utils-tools || fail "OpenWrt: the tools cannot be packed"
+  diff <(files "$tools" | grep -v '^/usr/share/man/') <(files "$work/openwrt/package/kelo-utils-tools") \
+    || fail "OpenWrt: the tools on the device lack this ('<') or have that ('>')"
 }
 
 # --- The Buildroot package, with a stand-in for the macro that it calls -------------------------------------
@@ -226,6 +237,7 @@ fi
 mkdir -p "$tree"
 cp -r "$SOURCE_TREE/packaging" "$tree"
 "$CMAKE" --install "$BINARY_TREE" --prefix "$installed/usr" > /dev/null
+"$CMAKE" --install "$BINARY_TREE" --prefix "$tools/usr" --component tools > /dev/null
 check_openwrt
 check_buildroot
 check_yocto
