@@ -70,7 +70,7 @@ if(NOT KELO_SANITIZE)
     -fstack-protector --param=ssp-buffer-size=4 $<$<CXX_COMPILER_ID:GNU>:-fstack-usage>)
   target_compile_definitions(kelo_utils_objects PRIVATE $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
 endif()
-if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_SYSTEM_PROCESSOR STREQUAL arm)
+if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_SYSTEM_PROCESSOR MATCHES "^arm")
   # What these passes keep in registers or move out of loops and branches takes more instructions than it saves in
   # Thumb-2 code: 280 bytes of the device's library. A build for speed has them.
   set(passes_that_enlarge -fno-move-loop-invariants -fno-tree-sink -fno-gcse -fno-code-hoisting -fno-schedule-insns2
