@@ -1,38 +1,40 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# Packages of the same sources are the same to the byte, wherever and under whatever umask they were made, and bear the
-# time of the last commit, or in a tree without its history the day of the newest version.
+# Packages of the same sources are the same to the byte, wherever and under whatever umask they were made, and lintian finds
+# neither an error nor a warning in them. The second time they are made outside of git, from the source archive.
 # What is in them is for package_contents.sh to say.
 # shellcheck source=common.sh
 . "$(dirname -- "${BASH_SOURCE[0]}")/common.sh"
-for tool in dpkg-shlibdeps dpkg-architecture dpkg-deb cpack file doxygen; do
+for tool in dpkg-buildpackage dh lintian doxygen sqlite3; do
   command -v "$tool" > /dev/null || { echo "[  SKIPPED ] this machine makes no packages: no $tool" && exit 77; }
 done
 build=$WORK/package
+make=packaging/debian/make.sh
 rm -rf "$build"
-mkdir -p "$build/elsewhere/sources" "$build/here"
-tar -C "$SOURCE_TREE" --exclude './build*' --exclude ./.git -c . | tar -C "$build/elsewhere/sources" -x
-
-# make_packages SOURCES FOLDER: those of SOURCES, in FOLDER/packages.
-make_packages() {
-  {
-    "$CMAKE" --preset package -S "$1" -B "$2/binary" -DCMAKE_C_COMPILER="$CC" -DCMAKE_CXX_COMPILER="$CXX" \
-      && "$CMAKE" --build "$2/binary" && "$1/cmake/packages/make.sh" "$2/binary" "$2/packages"
-  } > "$build/log" 2>&1 || { cat "$build/log" && exit 1; }
-}
-
-if [ -e "$SOURCE_TREE/.git" ]; then
-  commit_time=$(git -C "$SOURCE_TREE" log -1 --format=%ct)
-else
-  commit_time=$(date -u -d "$(grep -m 1 -oE ' [0-9]{4}-[0-9]{2}-[0-9]{2}$' "$SOURCE_TREE/CHANGELOG.md")" +%s)
-fi
+mkdir -p "$build/sources"
 unset SOURCE_DATE_EPOCH
-make_packages "$SOURCE_TREE" "$build/here"
-(umask 077 && SOURCE_DATE_EPOCH=$commit_time make_packages "$build/elsewhere/sources" "$build/elsewhere/second") || exit
 
-diff <(ls "$build/here/packages") <(ls "$build/elsewhere/second/packages") || failed=1
-for package in "$build/here/packages"/*; do
-  cmp "$package" "$build/elsewhere/second/packages/$(basename "$package")" || failed=1
+# The archive has what is committed. Where something is not, a copy of the tree takes its place.
+if [ -e "$SOURCE_TREE/.git" ] && uncommitted=$(git -C "$SOURCE_TREE" status --porcelain) && [ -z "$uncommitted" ]; then
+  "$SOURCE_TREE/dev" dist
+  tar -C "$build/sources" --strip-components=1 -xf "$SOURCE_TREE"/build/kelo-utils-*.tar.gz
+else
+  echo "the source archive is not tried: this tree has no history, or something in it is not committed"
+  tar -C "$SOURCE_TREE" --exclude './build*' --exclude ./.git -c . | tar -C "$build/sources" -x
+fi
+
+"$SOURCE_TREE/$make" "$SOURCE_TREE" "$build/here" || exit 1
+(umask 077 && "$build/sources/$make" "$build/sources" "$build/elsewhere/second") || exit 1
+
+# made FOLDER: the packages in it. The other files tell when and where they were made.
+made() { (cd "$1" && printf '%s\n' *.deb *.dsc *.tar.xz); }
+diff <(made "$build/here") <(made "$build/elsewhere/second") || failed=1
+for file in $(made "$build/here"); do
+  cmp "$build/here/$file" "$build/elsewhere/second/$file" || failed=1
 done
 [ "$failed" -eq 0 ] || exit 1
-exec "$SOURCE_TREE/tests/build/package_contents.sh" "$build/here/packages" "$(dpkg --print-architecture)"
+echo "$(made "$build/here" | wc -l) files are the same"
+
+lintian --fail-on error,warning "$build/here"/*.changes || { echo "lintian complains" && failed=1; }
+"$SOURCE_TREE/tests/build/package_contents.sh" "$build/here" "$(dpkg --print-architecture)" || exit
+exit "$failed"

@@ -49,31 +49,50 @@ expect_field() {
   [[ $value =~ ^$3$ ]] || wrong "$1: $2 is '$value', not '$3'"
 }
 
-for name in libkelo-utils0 libkelo-utils0-dbgsym libkelo-utils-dev libkelo-utils-doc; do
-  [ -f "$(package $name)" ] || { echo "no $(package $name)" && exit 1; }
-  dpkg-deb -x "$(package $name)" "$root"
-  expect_field $name Package $name
-  expect_field $name Version "${version//./\\.}"
+for name in libkelo-utils0{,-dbgsym} libkelo-utils-{dev,doc} kelo-utils-tools{,-dbgsym}; do
+  [ -f "$(package "$name")" ] || { echo "no $(package "$name")" && exit 1; }
+  dpkg-deb -x "$(package "$name")" "$root"
+  expect_field "$name" Package "$name"
+  expect_field "$name" Version "${version//./\\.}"
   case $name in
-    *-doc) expect_field $name Architecture all && expect_field $name Multi-Arch foreign ;;
-    *) expect_field $name Architecture "$architecture" && expect_field $name Multi-Arch same ;;
+    *-doc) expect_field "$name" Architecture all && expect_field "$name" Multi-Arch foreign ;;
+    lib*) expect_field "$name" Architecture "$architecture" && expect_field "$name" Multi-Arch same ;;
+    *-dbgsym) expect_field "$name" Architecture "$architecture" && expect_field "$name" Multi-Arch no ;;
+    *) expect_field "$name" Architecture "$architecture" && expect_field "$name" Multi-Arch foreign ;;
   esac
-  expect_field $name Source libkelo-utils
-  expect_field $name Maintainer '.+ <.+@.+>'
+  expect_field "$name" Source libkelo-utils
+  expect_field "$name" Maintainer '.+ <.+@.+>'
 done
 shared=$root/$library/libkelo_utils.so.$version
-build_id=$("$READELF" -n "$shared" | sed -n 's/.*Build ID: //p')
-debug=usr/lib/debug/.build-id/${build_id:0:2}/${build_id:2}.debug
+build_id_of() { "$READELF" -n "$1" | sed -n 's/.*Build ID: //p'; }
+build_id=$(build_id_of "$shared")
+debug_of() { sed 's|^..|usr/lib/debug/.build-id/&/|; s|$|.debug|' <<< "$1"; }
+debug=$(debug_of "$build_id")
+programs=(kelo_scripted_modem)
 
 # --- Files --------------------------------------------------------------------------------------------------
 
 own="root/root $library"
+doc="-rw-r--r-- root/root usr/share/doc"
 expect_files libkelo-utils0 << END
 lrwxrwxrwx $own/libkelo_utils.so.0 -> libkelo_utils.so.$version
 -rw-r--r-- $own/libkelo_utils.so.$version
+$(printf '%s\n' "$doc/libkelo-utils0/"{changelog.gz,copyright})
 END
 expect_files libkelo-utils0-dbgsym << END
 -rw-r--r-- root/root $debug
+lrwxrwxrwx root/root usr/share/doc/libkelo-utils0-dbgsym -> libkelo-utils0
+END
+# Each program has a manual page.
+expect_files kelo-utils-tools << END
+$(printf -- '-rwxr-xr-x root/root usr/bin/%s\n' "${programs[@]}" kelo_provision)
+$(printf -- '-rw-r--r-- root/root usr/share/man/man1/%s.1.gz\n' "${programs[@]}" kelo_provision)
+-rw-r--r-- root/root usr/share/kelo-utils/factory.sql
+$(printf '%s\n' "$doc/kelo-utils-tools/"{changelog.gz,copyright})
+END
+expect_files kelo-utils-tools-dbgsym << END
+$(for program in "${programs[@]}"; do echo "-rw-r--r-- root/root $(debug_of "$(build_id_of "$root/usr/bin/$program")")"; done)
+lrwxrwxrwx root/root usr/share/doc/kelo-utils-tools-dbgsym -> kelo-utils-tools
 END
 expect_files libkelo-utils-dev << END
 $(cd "$SOURCE_TREE/include" && printf -- '-rw-r--r-- root/root usr/include/%s\n' kelo_utils/*.h)
@@ -84,28 +103,35 @@ $(printf -- "-rw-r--r-- $own/pkgconfig/%s.pc\n" kelo_utils{,-static,_sqlite,_sql
 -rw-r--r-- $own/cmake/kelo_utils/kelo_utils-config.cmake
 -rw-r--r-- $own/cmake/kelo_utils/kelo_utils-config-version.cmake
 $(printf -- "-rw-r--r-- $own/cmake/kelo_utils/%s.cmake\n" kelo_utils{,_static,_sqlite}-targets{,-minsizerel})
+$(printf '%s\n' "$doc/libkelo-utils-dev/"{changelog.gz,copyright})
 END
 # Of the manual the start page, a page for each header and a manual page for each exported name are listed.
-manual=$(dpkg-deb -c "$(package libkelo-utils-doc)" | awk '!/^d/ { print $1, $2, substr($0, index($0, "./") + 2) }')
-html="-rw-r--r-- root/root usr/share/doc/libkelo-utils-doc/html"
-pages="-rw-r--r-- root/root usr/share/man/man3"
+manual=$(cd "$root" && find usr/share/doc/libkelo-utils-doc usr/share/man/man3 ! -type d | sort)
+html=usr/share/doc/libkelo-utils-doc/html
+pages=usr/share/man/man3
 wanted=$(
-  printf '%s\n' "$html/index.html"
+  printf '%s\n' "$html/index.html" usr/share/doc/libkelo-utils-doc/copyright
   (cd "$SOURCE_TREE/include/kelo_utils" && printf '%s\n' *.h) | sed "s|.*|$pages/&.3.gz|"
   (cd "$SOURCE_TREE/include/kelo_utils" && printf '%s\n' *.h) | sed "s|_|__|g; s|\(.*\)\.h|$html/\1_8h.html|"
   grep '^[A-Za-z_]' "$SOURCE_TREE/abi/exports.txt" | sed "s|.*|$pages/&.3.gz|; s|/strsep\.3|&kelo|"
 )
-missing=$(sort <<< "$wanted" | comm -23 - <(sort <<< "$manual"))
+missing=$(sort <<< "$wanted" | comm -23 - <(echo "$manual"))
 [ -z "$missing" ] || wrong "libkelo-utils-doc lacks" "$missing"
-strange=$(grep -vE "^($html/.*|$pages/[A-Za-z0-9_.]+\.3(kelo)?\.gz)\$" <<< "$manual" || :)
+doc_files="usr/share/doc/libkelo-utils-doc/(html/.*|changelog\.gz|copyright|CHANGELOG\.md(\.gz)?)"
+strange=$(dpkg-deb -c "$(package libkelo-utils-doc)" | awk '!/^d/ { print $1, $2, substr($0, index($0, "./") + 2) }' \
+  | grep -vE "^(-rw-r--r-- root/root ($doc_files|$pages/[A-Za-z0-9_.]+\.3(kelo)?\.gz)|lrwxrwxrwx root/root $pages/[^/]+ -> [^/]+)\$" || :)
 [ -z "$strange" ] || wrong "libkelo-utils-doc has" "$strange"
-find "$root/usr/share/man" -name '*.gz' -exec gzip -t {} + || wrong "manual pages that are not compressed"
+broken=$(find "$root/$pages" -xtype l)
+[ -z "$broken" ] || wrong "manual pages that lead nowhere:" "$broken"
+find "$root/usr/share/man" -type f -exec gzip -t {} + || wrong "manual pages that are not compressed"
 if grep -rlF -e "$SOURCE_TREE" -e "$BINARY_TREE" "$root"; then wrong "names the folders it was built in"; fi
 
-expect_control libkelo-utils0 control md5sums shlibs triggers
+expect_control libkelo-utils0 control md5sums shlibs symbols triggers
 expect_control libkelo-utils0-dbgsym control md5sums
 expect_control libkelo-utils-dev control md5sums
 expect_control libkelo-utils-doc control md5sums
+expect_control kelo-utils-tools control md5sums
+expect_control kelo-utils-tools-dbgsym control md5sums
 
 # --- Fields -------------------------------------------------------------------------------------------------
 
@@ -117,7 +143,8 @@ wanted=$("$READELF" -V "$shared" | grep -o 'GLIBC_2\.[0-9]*' | sort -Vu | tail -
 declared=$(dpkg-deb -f "$(package libkelo-utils0)" Depends | sed -n 's/.*libc6 (>= \([0-9.]*\)).*/\1/p')
 dpkg --compare-versions "$declared" ge "${wanted#GLIBC_}" || wrong "libc6 $declared lacks $wanted"
 [ "$(dpkg-deb -I "$(package libkelo-utils0)" shlibs)" = "libkelo_utils 0 libkelo-utils0 (>= $version)" ] || wrong shlibs
-[ "$(dpkg-deb -I "$(package libkelo-utils0)" triggers)" = "activate-noawait ldconfig" ] || wrong triggers
+expect_field kelo-utils-tools Depends 'sqlite3, libc6 \(>= 2\.[0-9]+\), libgcc-s1 \(>= [0-9.]+\), libstdc\+\+6 \(>= [0-9.]+\)'
+[[ $(dpkg-deb -I "$(package libkelo-utils0)" triggers) =~ (^|$'\n')"activate-noawait ldconfig"$ ]] || wrong triggers
 
 # --- Debug information --------------------------------------------------------------------------------------
 
@@ -144,15 +171,22 @@ if [ $# -gt 0 ]; then
   EMULATOR="${EMULATOR:?} -L $root"
 fi
 export PKG_CONFIG_PATH=$root/$library/pkgconfig LD_LIBRARY_PATH=$root/$library
-c=("$CC" -std=c99 -pedantic -Wall -Wextra -Werror "-Wl,-rpath-link,$root/$library")
-static_flag=
-compile_with kelo_utils_sqlite "$WORK/packaged-shared" "${c[@]}" "$daemon_sources/daemon.c"
-expect "$stored" "$WORK/packaged-shared"
-expect_needed yes libkelo_utils "$WORK/packaged-shared"
-# The linker takes the archive where there is no shared library. SQLite stays shared: its archive would want more
-# packages than are here.
-find "$root" -name 'libkelo_utils.so*' -delete
-compile_with 'kelo_utils_sqlite sqlite3' "$WORK/packaged-static" "${c[@]}" "$daemon_sources/daemon.c"
-expect "$stored" "$WORK/packaged-static"
-expect_needed no libkelo_utils "$WORK/packaged-static"
+export LDFLAGS="-Wl,-rpath-link,$root/$library" CMAKE_PREFIX_PATH=$root/usr AUTOPKGTEST_TMP="$WORK/packaged-$architecture"
+rm -rf "$AUTOPKGTEST_TMP"
+"$SOURCE_TREE/debian/tests/daemon" "$SOURCE_TREE/tests/sandbox.sh" "$SOURCE_TREE" "$BINARY_TREE" -- || {
+  [ $? -ne 77 ] || exit 77
+  wrong "the test that the packages bring fails"
+}
+expect_needed yes libkelo_utils "$AUTOPKGTEST_TMP/shared"
+expect_needed no libkelo_utils "$AUTOPKGTEST_TMP/static"
+expect_needed yes libkelo_utils "$AUTOPKGTEST_TMP/cmake/by_cmake"
+
+# Each program starts: without arguments it says what it wants.
+for program in "${programs[@]}"; do
+  read -ra emulator <<< "${EMULATOR:-}"
+  said=$("${emulator[@]}" "$root/usr/bin/$program" 2>&1) || :
+  [[ $said == *"$program"* ]] || wrong "$program prints '$said'"
+done
+"$root/usr/bin/kelo_provision" --user "$AUTOPKGTEST_TMP/provisioned" || wrong "kelo_provision fails"
+[ -s "$AUTOPKGTEST_TMP/provisioned/user_info.db" ] || wrong "kelo_provision makes no user_info.db"
 exit "$failed"
