@@ -1,0 +1,31 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
+# The operator's tool needs at run time what the library needs, and the library itself. On the device its size has a
+# budget, too. Usage: keloctl.sh CROSS-PREFIX PROGRAM MANUAL-PAGE [TEXT-BUDGET]
+set -euo pipefail
+readelf=${1}readelf strip=${1}strip size=${1}size program=$2 page=$3 budget=${4:-}
+failed=0
+
+needed=$("$readelf" -d "$program" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
+grep -qx 'libkelo_utils\.so\.0' <<< "$needed" || { echo "does not need the library" && failed=1; }
+for name in $needed; do
+  case $name in
+    libkelo_utils.so.0 | libc.so.* | ld-linux*.so.* | libsqlite3.so.*) echo "needs $name" ;;
+    *) echo "needs $name, which it must not" && failed=1 ;;
+  esac
+done
+
+if [ -n "$budget" ]; then
+  stripped=$(mktemp)
+  trap 'rm -f "$stripped"' EXIT
+  "$strip" -o "$stripped" "$program"
+  read -r text _ < <("$size" "$stripped" | tail -n 1)
+  echo "text: $text of $budget bytes"
+  [ "$text" -le "$budget" ] || { echo "$((text - budget)) bytes too many" && failed=1; }
+fi
+
+# Every command that the help lists is in the manual page.
+while read -r group name; do
+  grep -qE "^\.(TP|B|BI) +\"?$group $name([ \"]|\$)" "$page" || { echo "not in the manual page: $group $name" && failed=1; }
+done < <(sed -n 's/^    {"\([a-z]*\)", "\([a-z0-9]*\)",.*/\1 \2/p' "$(dirname -- "$page")"/*.cpp)
+exit "$failed"
