@@ -27,7 +27,8 @@ constexpr struct {
                 {"cannot be opened, nothing was done", false},
                 {"step failed rc: ", false},
                 {"sqlite3_open failed", false},
-                {"create table error", false}};
+                {"create table error", false},
+                {"unlink ", false}};
 
 void keep(const char* message) {
   for (const auto& known : kReasons) {

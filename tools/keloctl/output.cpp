@@ -220,10 +220,11 @@ void Output::say_text(std::string_view value) {
 }
 
 void Output::error(const char* format, ...) {
-  if (error_.size() != 0) return;  // the first reason is the cause of the others
+  if (failed_) return;  // the first reason is the cause of the others
   va_list arguments;
   va_start(arguments, format);
-  error_.vprint(format, arguments);
+  failed_ = true;
+  base::TextBuilder(error_).vprint(format, arguments);
   va_end(arguments);
 }
 
@@ -236,16 +237,16 @@ bool Output::finish(bool ok) {
   if (in_record_) end_record();
   if (in_list_) end_list();
   if (human()) {
-    if (error_.size() != 0) {
+    if (failed_) {
       std::fflush(stdout);
-      std::fprintf(stderr, "keloctl: %s\n", error_.c_str());
+      std::fprintf(stderr, "keloctl: %s\n", error_);
     }
   } else {
     flag("ok", ok);
-    if (error_.size() == 0)
+    if (!failed_)
       nothing("error");
     else
-      text("error", error_.view());
+      text("error", error_);
     if (format_ == Format::json) print("}\n");
   }
   return std::fflush(stdout) == 0 && std::ferror(stdout) == 0;

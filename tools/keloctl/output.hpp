@@ -51,6 +51,9 @@ class Output {
   // Keeps the text that says why the command fails.
   void error(const char* format, ...) KELO_PRINTF(2, 3);
 
+  // Forgets it, after a failure that does not matter.
+  void forget_error() { failed_ = false; }
+
   // Says on a terminal what is looked at now. The line is replaced by the next one and by an empty one.
   void progress(const char* what) const;
 
@@ -75,7 +78,8 @@ class Output {
   const char* record_ = "";
   std::span<const Column> columns_;
   std::size_t next_column_ = 0;
-  base::FixedText<1024> error_;
+  bool failed_ = false;
+  char error_[1024] = "";
 };
 
 }  // namespace kelo::ctl

@@ -150,6 +150,11 @@ constexpr Command kCommands[] = {
     {"settings", "reset", "TABLE.KEY", "store the default as the value; running daemons are not told", "", 1,
      1, reset_setting},
     {"settings", "diff", "[TABLE]", "the settings that differ from their defaults", "", 0, 1, diff},
+    {"settings", "export", "[TABLE]", "the stored settings in a form that import takes", "", 0, 1,
+     export_settings},
+    {"settings", "import", "FILE", "store the settings of an exported file, all or none", "", 1, 1,
+     import_settings},
+    {"settings", "clean", "[--keep-copy]", "delete all stored settings", "keep-copy", 0, 0, clean_settings},
 };
 
 }  // namespace

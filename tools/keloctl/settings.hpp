@@ -25,8 +25,18 @@ struct Found {
 // Looks for the setting "TABLE.KEY". The result is an Exit; there is no look any more when this returns.
 int find_setting(const char* name, Found& found, Output& out);
 
+inline constexpr int kEndOfItems = -1;  // an id that no item can have
+
+// Writes a value through the journal and reads it back, as a daemon does. An empty value empties the setting.
+bool write_setting(const Found& found, std::string_view value);
+// Says why a write has failed. The result is an Exit.
+int failed_write(const char* name, Output& out);
+
 int set_setting(const Words& words, Output& out);
 int reset_setting(const Words& words, Output& out);
+int export_settings(const Words& words, Output& out);
+int import_settings(const Words& words, Output& out);
+int clean_settings(const Words& words, Output& out);
 
 }  // namespace kelo::ctl
 

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The commands that change settings. They write as a daemon does: the row is registered as an item of this program, and
 // written through the journal.
-#include <climits>
 #include <cstring>
 
 #include "kelo_utils/data_manager.h"
@@ -12,19 +11,8 @@
 namespace kelo::ctl {
 namespace {
 
-constexpr int kEndOfItems = -1;  // an id that no item can have
-
 // The registry keeps pointers into the table until the process ends.
 kelo_dm_item items[2];
-
-int failed_write(const char* name, Output& out) {
-  const char* const reason = reason_of_failure();
-  if (*reason != '\0')
-    out.error("%s was not stored: %s", name, reason);
-  else
-    out.error("%s was not stored", name);
-  return waited_in_vain() ? kTimeOut : kStorage;
-}
 
 void register_item(const Found& found) {
   items[0].id = found.id;
@@ -36,13 +24,7 @@ void register_item(const Found& found) {
 }
 
 int store(const char* name, const Found& found, std::string_view value, Output& out) {
-  register_item(found);
-  kelo_dm_handle* const handle = kelo_dm_reg(0);
-  const int result =
-      value.empty() ? kelo_dm_empty(handle, found.id)
-                    : kelo_dm_write_verified(handle, found.id, value.data(), static_cast<int>(value.size()));
-  kelo_dm_unreg(handle);
-  if (result != 0) return failed_write(name, out);
+  if (!write_setting(found, value)) return failed_write(name, out);
   const Bytes shown = shown_value(found.type, value);
   if (out.human()) {
     out.say("%s is stored. Running daemons are not told: they use the value when they next read it.", name);
@@ -101,6 +83,25 @@ Bytes parse(const Words& words, const Found& found, Output& out) {
 }
 
 }  // namespace
+
+bool write_setting(const Found& found, std::string_view value) {
+  register_item(found);
+  kelo_dm_handle* const handle = kelo_dm_reg(0);
+  const int result =
+      value.empty() ? kelo_dm_empty(handle, found.id)
+                    : kelo_dm_write_verified(handle, found.id, value.data(), static_cast<int>(value.size()));
+  kelo_dm_unreg(handle);
+  return result == 0;
+}
+
+int failed_write(const char* name, Output& out) {
+  const char* const reason = reason_of_failure();
+  if (*reason != '\0')
+    out.error("%s was not stored: %s", name, reason);
+  else
+    out.error("%s was not stored", name);
+  return waited_in_vain() ? kTimeOut : kStorage;
+}
 
 int set_setting(const Words& words, Output& out) {
   Found found;
