@@ -55,6 +55,8 @@ struct Command {
 
 std::span<const Command> settings_commands();
 std::span<const Command> store_commands();
+std::span<const Command> ini_commands();
+std::span<const Command> text_commands();
 
 }  // namespace kelo::ctl
 
