@@ -215,6 +215,111 @@ TEST_F(KeloctlStore, WriteThatWasCutOffIsAFinding) {
   EXPECT_EQ(files(), before);
 }
 
+// --- Repair -------------------------------------------------------------------------------------------------
+
+class KeloctlRepair : public KeloctlStore {
+ protected:
+  static constexpr char kLastStep[] =
+      "store the version record again, and copy the primary over the backup\n";
+
+  // Without --yes the steps are printed and no file changes; with it they are taken.
+  static void expect_repair(const std::string& steps) {
+    expect_unchanged("store repair",
+                     {1, steps + kLastStep, complaint("nothing was changed: --yes takes these steps")});
+    EXPECT_EQ(keloctl("store repair --yes"), (Ran{0, steps + kLastStep + "repaired    yes\n", ""}));
+    expect_unchanged("store repair", {0, "all is well\n", ""});
+    EXPECT_EQ(keloctl("store status").status, 0);
+    EXPECT_EQ(keloctl("store check").status, 0);
+    EXPECT_EQ(get("apn"), "internet");
+    expect_others_kept();
+  }
+};
+
+TEST_F(KeloctlRepair, HealthyStoreIsNotTouched) {
+  expect_unchanged("store repair --yes --json", {0, "{\"steps\":[],\"ok\":true,\"error\":null}\n", ""});
+}
+
+TEST_F(KeloctlRepair, DamagedBackup) {
+  make_no_database(DB_CONFIGBAK);
+  expect_repair("make the backup anew from the primary\n");
+}
+
+TEST_F(KeloctlRepair, DamagedPrimary) {
+  make_no_database(DB_CONFIG);
+  expect_repair("make the primary anew from the backup\n");
+}
+
+TEST_F(KeloctlRepair, MissingPrimary) {
+  std::filesystem::remove(DB_CONFIG);
+  expect_repair("make the primary anew from the backup\n");
+}
+
+TEST_F(KeloctlRepair, CorruptPrimaryAndBackup) {
+  std::filesystem::copy_file(DB_CONFIG, kRecovery);
+  corrupt_schema(DB_CONFIG);
+  corrupt_schema(DB_CONFIGBAK);
+  expect_repair(
+      "make the primary anew from the recovery copy\n"
+      "make the backup anew from the primary\n");
+}
+
+TEST_F(KeloctlRepair, DamagedRow) {
+  damage_value(DB_CONFIG);
+  expect_repair("take rows that do not match their checksums from the other file\n");
+}
+
+TEST_F(KeloctlRepair, DifferentFiles) {
+  execute_sql(DB_CONFIG, "create table more (x)");
+  execute_sql(DB_CONFIG, "drop table more");
+  expect_repair("");
+}
+
+TEST_F(KeloctlRepair, UnfinishedWriteAndInterruptedCopy) {
+  execute_sql(DB_STATE, "update state set state = 100");
+  std::filesystem::rename(DB_CONFIGBAK, std::string(DB_CONFIGBAK) + "-previous");
+  write_file(DB_CONFIGBAK, "half of a copy");
+  expect_repair(
+      "undo what an interrupted change has left\n"
+      "end the write that the journal says was not completed\n");
+}
+
+TEST_F(KeloctlRepair, RowThatIsDamagedInBothFilesStays) {
+  damage_value(DB_CONFIG);
+  damage_value(DB_CONFIGBAK);
+  const Ran ran = keloctl("store repair --yes");
+  EXPECT_EQ(ran.status, 4);
+  EXPECT_EQ(ran.errors, complaint("not all could be repaired: store check says what is left"));
+}
+
+TEST_F(KeloctlRepair, NothingIsGood) {
+  make_no_database(DB_CONFIG);
+  make_no_database(DB_CONFIGBAK);
+  expect_unchanged(
+      "store repair --yes",
+      {3, "",
+       complaint("neither the primary nor the backup nor the recovery copy is good: nothing can be "
+                 "repaired")});
+}
+
+TEST_F(KeloctlRepair, ReadOnlyLockedAndFullStore) {
+  damage_value(DB_CONFIG);
+  {
+    const StoreHolder holder;
+    EXPECT_EQ(keloctl("store repair --yes").status, 5);
+  }
+  chmod(DB_CONFIG, 0444);
+  chmod(DB_CONFIGBAK, 0444);
+  chmod("/data", 0555);
+  EXPECT_EQ(keloctl("store repair --yes").status, 3);
+  chmod("/data", 0755);
+  chmod(DB_CONFIG, 0644);
+  chmod(DB_CONFIGBAK, 0644);
+  fill_flash();
+  EXPECT_NE(keloctl("store repair --yes").status, 0);
+  std::filesystem::remove("/data/filler");
+  EXPECT_EQ(keloctl("store repair --yes").status, 0);
+}
+
 TEST_F(KeloctlStore, IsWellWhileFourDaemonsWrite) {
   const DaemonsThatWrite daemons;
   for (int i = 0; i < 5; ++i) {

@@ -27,7 +27,19 @@ std::span<const StoreFile> store_files();
 Health check_file(const char* path);
 Health check_database(const Database& database);
 
+inline constexpr char kRecoveryCopy[] = "/kelonvbak/data/config.db";
+
+// Compares two files. Connections of this process must be closed: closing a file releases SQLite's locks on it.
+bool same_bytes(const char* one, const char* other);
+
+// Whether an interrupted change has left files beside the databases.
+bool has_left_overs();
+
+// Whether the journal has no write, or one that was completed. A journal that cannot be read is not complete.
+bool journal_is_complete();
+
 int store_status(const Words& words, Output& out);
+int store_repair(const Words& words, Output& out);
 
 }  // namespace kelo::ctl
 

@@ -156,6 +156,8 @@ int run_store_check(const Words& /*words*/, Output& out) {
 constexpr Command kCommands[] = {
     {"store", "status", "", "the journal, the files and the lock of the store", "", 0, 0, store_status},
     {"store", "check", "", "check every row of every database", "", 0, 0, run_store_check},
+    {"store", "repair", "[--yes]", "say what can be repaired, and with --yes repair it", "yes", 0, 0,
+     store_repair},
 };
 
 }  // namespace
@@ -168,7 +170,7 @@ std::span<const StoreFile> store_files() {
       {"backup", DB_CONFIGBAK, Rows::items, true, true},
       {"journal", DB_STATE, Rows::journal, false, false},
       {"defaults", DB_DEF_ITEMS, Rows::defaults, false, false},
-      {"recovery", "/kelonvbak/data/config.db", Rows::items, false, false},
+      {"recovery", kRecoveryCopy, Rows::items, false, false},
   };
   return kFiles;
 }

@@ -51,21 +51,6 @@ Health print_file(const StoreFile& file, Report& report) {
   return health;
 }
 
-// Compares two files. Connections of this process must be closed: closing a file releases SQLite's locks on it.
-bool same_bytes(const char* one, const char* other) {
-  const base::Descriptor first = base::open_file(one, O_RDONLY);
-  const base::Descriptor second = base::open_file(other, O_RDONLY);
-  if (!first || !second) return false;
-  std::array<char, 4096> left;
-  std::array<char, 4096> right;
-  for (;;) {
-    const std::size_t length = base::read_all(first.get(), left);
-    if (base::read_all(second.get(), right) != length || std::memcmp(left.data(), right.data(), length) != 0)
-      return false;
-    if (length == 0) return true;
-  }
-}
-
 void print_journal_row(sqlite3_stmt* row, Report& report) {
   const base::FixedText<96> item("%s.%s", column_text(row, 0), column_text(row, 1));
   const int id = sqlite3_column_int(row, 2);
@@ -87,6 +72,10 @@ void print_journal_row(sqlite3_stmt* row, Report& report) {
   report.out.number("journal_id", id);
 }
 
+Statement select_journal(sqlite3* db) {
+  return prepare(db, "select item_table,item_key,id,state from state where key='write_state'");
+}
+
 void print_journal(Report& report) {
   const Database journal = open_for_look(DB_STATE);
   if (!journal.db) {
@@ -95,8 +84,7 @@ void print_journal(Report& report) {
                     there ? Tone::bad : Tone::plain);
     return;  // the list of files counts it
   }
-  const Statement row =
-      prepare(journal.db.get(), "select item_table,item_key,id,state from state where key='write_state'");
+  const Statement row = select_journal(journal.db.get());
   if (row && sqlite3_step(row.get()) == SQLITE_ROW)
     print_journal_row(row.get(), report);
   else
@@ -133,19 +121,26 @@ constexpr LeftOver kLeftOvers[] = {
     {"-new", "a copy was cut off before it began: the next one deletes this file"},
 };
 
-void print_left_overs(Report& report) {
-  report.out.begin_list("left_overs", "left_over", kLeftOverColumns);
+// Calls `visit` with each file that is left, and what it means.
+template <typename Visit>
+void each_left_over(Visit visit) {
   for (const char* const file : {DB_CONFIG, DB_CONFIGBAK, DB_STATE, DB_DEF_ITEMS}) {
     for (const LeftOver& known : kLeftOvers) {
       const Path path("%s%s", file, known.suffix);
-      if (size_of(path.c_str()) < 0) continue;
-      report.finding(true);
-      report.out.begin_record();
-      report.out.text(path.view(), Tone::bad);
-      report.out.text(known.meaning);
-      report.out.end_record();
+      if (size_of(path.c_str()) >= 0) visit(path, known.meaning);
     }
   }
+}
+
+void print_left_overs(Report& report) {
+  report.out.begin_list("left_overs", "left_over", kLeftOverColumns);
+  each_left_over([&](const Path& path, const char* meaning) {
+    report.finding(true);
+    report.out.begin_record();
+    report.out.text(path.view(), Tone::bad);
+    report.out.text(meaning);
+    report.out.end_record();
+  });
   report.out.end_list();
 }
 
@@ -160,6 +155,34 @@ void print_agreement(bool comparable, Report& report) {
 }
 
 }  // namespace
+
+bool same_bytes(const char* one, const char* other) {
+  const base::Descriptor first = base::open_file(one, O_RDONLY);
+  const base::Descriptor second = base::open_file(other, O_RDONLY);
+  if (!first || !second) return false;
+  std::array<char, 4096> left;
+  std::array<char, 4096> right;
+  for (;;) {
+    const std::size_t length = base::read_all(first.get(), left);
+    if (base::read_all(second.get(), right) != length || std::memcmp(left.data(), right.data(), length) != 0)
+      return false;
+    if (length == 0) return true;
+  }
+}
+
+bool has_left_overs() {
+  bool found = false;
+  each_left_over([&](const Path&, const char*) { found = true; });
+  return found;
+}
+
+bool journal_is_complete() {
+  const Database journal = open_for_look(DB_STATE);
+  if (!journal.db) return journal.health == Health::missing || journal.health == Health::empty;
+  const Statement row = select_journal(journal.db.get());
+  const int code = row ? sqlite3_step(row.get()) : SQLITE_DONE;
+  return code == SQLITE_ROW ? sqlite3_column_int(row.get(), 3) == WS_BACKUP_DONE : code == SQLITE_DONE;
+}
 
 int store_status(const Words& /*words*/, Output& out) {
   Report report{out};
