@@ -82,7 +82,8 @@ int read_default(const ItemRead& item, std::uint32_t* type) {
   constexpr const char* kCaller = "dm_read_def_db";
   const Connection db = open_database(kCaller, DB_DEF_ITEMS);
   if (!db) return DM_SQLITE_NOT_OPENED;
-  const PreparedStatement selected = prepare_formatted(db.get(), sql::kSelectDefault, item.table, item.key);
+  const SqlText select(sql::kSelectDefault, item.table, item.key);
+  const PreparedStatement selected = prepare_to_read(db.get(), select.c_str());
   if (!selected.ok()) {
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "[%d] sqlite3_prepare error, %d\n", __LINE__, selected.code);
     return DM_SQLITE_NOT_PREPARED;

@@ -130,4 +130,12 @@ PreparedStatement prepare_formatted(sqlite3* db, const char* format, ...) {
   return prepare(db, sql.c_str());
 }
 
+PreparedStatement prepare_to_read(sqlite3* db, const char* sql) {
+  // Another program had the file locked until the wait for it was over, so a second wait would be too long. Every other
+  // failure is met again below, or it was the last one.
+  if (sqlite3_exec(db, sql::kBeginReading, nullptr, nullptr, nullptr) == SQLITE_BUSY)
+    return {SQLITE_BUSY, {}};
+  return prepare(db, sql);
+}
+
 }  // namespace kelo::store

@@ -99,6 +99,10 @@ struct [[nodiscard]] PreparedStatement {
 PreparedStatement prepare(sqlite3* db, const char* sql);
 PreparedStatement prepare_formatted(sqlite3* db, const char* format, ...) KELO_PRINTF(2, 3);
 
+// Does the same and keeps the lock for reading until the connection is closed. Otherwise SQLite would lock the file and
+// look for an interrupted transaction once for the schema and once more for the rows.
+PreparedStatement prepare_to_read(sqlite3* db, const char* sql);
+
 }  // namespace kelo::store
 
 #endif  // KELO_SQLITE3_HANDLES_HPP

@@ -56,7 +56,7 @@ Health health_of(const char* path) {
 
 bool is_database(const char* path) {
   const OpenResult opening = open_for_reading(path);
-  return !opening.ok() || execute(opening.db.get(), sql::kReadSchema).code != SQLITE_NOTADB;
+  return !opening.ok() || execute(opening.db.get(), sql::kBeginReading).code != SQLITE_NOTADB;
 }
 
 int apply_check_row(int* is_corrupted, int ncols, char** values) {

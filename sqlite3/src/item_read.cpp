@@ -46,7 +46,7 @@ struct FileStamp {
 };
 
 FileStamp stamp_of(const char* path) {
-  struct stat status {};
+  struct stat status;
   if (stat(path, &status) != 0) return {};
   return {status.st_ino, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
 }
@@ -79,7 +79,7 @@ int read_row(Operation& operation, const char* path, const ItemRead& item, std::
     if (!operation) return DM_SQLITE_NOT_OPENED;
     Connection db = open_database(kRowCaller, path);
     if (!db) return DM_SQLITE_NOT_OPENED;
-    const PreparedStatement selected = prepare(db.get(), select.c_str());
+    const PreparedStatement selected = prepare_to_read(db.get(), select.c_str());
     if (selected.ok()) return fetch_value(kRowCaller, selected.statement.get(), item.buf, item.size, crc);
     // Another process may repair the file before this one gets exclusive access. The repaired file is read again.
     if (selected.code == SQLITE_CORRUPT && !operation.exclusive()) {

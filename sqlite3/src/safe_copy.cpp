@@ -155,7 +155,7 @@ bool copy_database(const CopyRequest& request) {
 
 bool copy_was_interrupted(const char* target) {
   const ResolvedPath file(target);
-  struct stat status {};
+  struct stat status;
   return lstat(PathWithSuffix("%s-previous", file.c_str()).c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
@@ -175,7 +175,7 @@ void roll_back_cut_transaction(const char* path) {
   const ResolvedPath file(path);
   if (access(PathWithSuffix("%s-journal", file.c_str()).c_str(), F_OK) != 0) return;
   const OpenResult opening = open_for_writing(path);
-  if (opening.ok()) static_cast<void>(execute(opening.db.get(), sql::kReadSchema));
+  if (opening.ok()) static_cast<void>(execute(opening.db.get(), sql::kBeginReading));
 }
 
 long long size_of(const char* path) { return status_of(path).st_size; }

@@ -62,8 +62,8 @@ inline constexpr const char* kSelectIdAndType = "select id,type from %s where ke
 inline constexpr const char* kAddId = "alter table %s add column id integer";
 inline constexpr const char* kAddType = "alter table %s add column type integer";
 inline constexpr const char* kQuickCheck = "PRAGMA quick_check;";
-// Reading the schema is enough to make SQLite roll back an interrupted transaction.
-inline constexpr const char* kReadSchema = "select 1 from sqlite_master limit 1;";
+// This locks the file until the connection is closed, and makes SQLite roll back an interrupted transaction.
+inline constexpr const char* kBeginReading = "begin;PRAGMA schema_version";
 // These find a key that has several rows, and delete all but the newest row of each key.
 inline constexpr const char* kSelectDuplicate = "select key from %s group by key having count(*)>1 limit 1";
 inline constexpr const char* kDeleteDuplicates =

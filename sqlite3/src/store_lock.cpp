@@ -65,7 +65,7 @@ bool lock_in_time(int fd, short type, off_t start, const base::Deadline& deadlin
 // let any of them stop the store.
 int make_lock_file(LockDescriptor& file, const char* database) {
   constexpr mode_t kUsualMode = 0644;  // SQLite makes a missing database with it
-  struct stat status {};
+  struct stat status;
   const bool there = stat(database, &status) == 0;
   const mode_t writers = (there ? status.st_mode : kUsualMode) & 0222;
   const mode_t mode = writers | writers << 1;

@@ -441,6 +441,19 @@ TEST_F(VerifiedRead, BackupWithoutRowOrTableIsReadOnce) {
   EXPECT_EQ(opened(trace), (Opened{2, 2}));
 }
 
+// The wait for the lock of another program is over when SQLite says so. A second statement would wait again.
+TEST_F(VerifiedRead, WaitsOnceForEachFileThatAnotherProgramHolds) {
+  put_both({kValue, kLength});
+  const Fault fault(
+      {.call = "sqlite3_exec", .code = SQLITE_BUSY, .text = "PRAGMA schema_version", .times = kEveryTime});
+  const CallTrace trace;
+  Buffer buffer(16);
+  EXPECT_EQ(read(buffer), -100);
+  EXPECT_EQ(fault.failed(), 2);
+  EXPECT_EQ(trace.count("sqlite3_prepare"), 0) << trace.dump();
+  EXPECT_EQ(log_.count_containing(LOG_LVL_ERR, "sqlite3_prepare error, 5 "), 2) << log_.dump();
+}
+
 TEST_F(VerifiedRead, BackupThatCannotBeOpenedIsTriedTwice) {
   put(DB_CONFIG, "ssid", {kValue, kLength});
   const Fault fault(
