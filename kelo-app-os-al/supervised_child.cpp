@@ -35,7 +35,7 @@ constexpr int kOutputTimeoutMilliseconds = 2000;
 #ifndef __mips__
 constexpr long kFirstCall = 0;
 #else
-constexpr long kFirstCall = _MIPS_SIM == _ABIO32 ? 4000 : _MIPS_SIM == _ABIN32 ? 6000 : 5000;
+constexpr long kFirstCall = _MIPS_SIM == 1 ? 4000 : _MIPS_SIM == 2 ? 6000 : 5000;  // O32, N32, 64
 #endif
 constexpr long kPidfdSendSignal = kFirstCall + 424;
 constexpr long kPidfdOpen = kFirstCall + 434;
