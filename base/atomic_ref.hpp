@@ -11,9 +11,8 @@ namespace kelo::base {
 template <typename T>
 class AtomicRef {
  public:
-  // Access to a larger object would be a call of a library that the devices lack.
-  static_assert(sizeof(T) == 4 || sizeof(T) == sizeof(void*));
-  static_assert(__atomic_always_lock_free(sizeof(T), nullptr));
+  // Other access would be a call of a library that devices lack: some processors cannot exchange less than a word.
+  static_assert(alignof(T) >= alignof(int) && std::atomic<T>::is_always_lock_free);
 
   explicit AtomicRef(T& object) : object_(object) {}
 
