@@ -10,6 +10,7 @@ for tool in dpkg-buildpackage dh lintian doxygen sqlite3; do
 done
 build=$WORK/package
 make=packaging/debian/make.sh
+version=$(sed -n 's/^project(kelo_utils VERSION \([0-9.]*\).*/\1/p' "$SOURCE_TREE/CMakeLists.txt")
 rm -rf "$build"
 mkdir -p "$build/sources"
 unset SOURCE_DATE_EPOCH
@@ -17,7 +18,7 @@ unset SOURCE_DATE_EPOCH
 # The archive has what is committed. Where something is not, a copy of the tree takes its place.
 if [ -e "$SOURCE_TREE/.git" ] && uncommitted=$(git -C "$SOURCE_TREE" status --porcelain) && [ -z "$uncommitted" ]; then
   "$SOURCE_TREE/dev" dist
-  tar -C "$build/sources" --strip-components=1 -xf "$SOURCE_TREE"/build/kelo-utils-*.tar.gz
+  tar -C "$build/sources" --strip-components=1 -xf "$SOURCE_TREE/build/kelo-utils-$version.tar.gz"
 else
   echo "the source archive is not tried: this tree has no history, or something in it is not committed"
   tar -C "$SOURCE_TREE" --exclude './build*' --exclude ./.git -c . | tar -C "$build/sources" -x
