@@ -26,6 +26,6 @@ fi
 
 # Every command that the help lists is in the manual page.
 while read -r group name; do
-  grep -qE "^\.(B|BI|BR) +\"?$group $name([ \"]|\$)" "$page" || { echo "not in the manual page: $group $name" && failed=1; }
+  grep -qE "^\.(B|BI|BR) +\"?$group${name:+ $name}([ \"]|\$)" "$page" || { echo "not in the manual page: $group $name" && failed=1; }
 done < <(sed -n 's/^    {"\([a-z]*\)", "\([a-z0-9]*\)",.*/\1 \2/p' "$(dirname -- "$page")"/*.cpp)
 exit "$failed"

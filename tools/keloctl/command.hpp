@@ -57,6 +57,7 @@ std::span<const Command> settings_commands();
 std::span<const Command> store_commands();
 std::span<const Command> ini_commands();
 std::span<const Command> text_commands();
+std::span<const Command> device_commands();
 
 }  // namespace kelo::ctl
 

@@ -11,14 +11,15 @@ namespace kelo::ctl {
 namespace {
 
 using Group = std::span<const Command> (*)();
-constexpr Group kGroups[] = {settings_commands, store_commands, ini_commands, text_commands};
+constexpr Group kGroups[] = {settings_commands, store_commands, ini_commands, text_commands, device_commands};
 
 void print_usage(std::FILE* to) {
   std::fputs(
       "Usage: keloctl [--json | --tsv] [--verbose] [--store FOLDER/] [--backup FOLDER/] COMMAND...\n\n", to);
   for (const Group group : kGroups) {
     for (const Command& command : group()) {
-      const base::FixedText<80> synopsis("%s %s %s", command.group, command.name, command.usage);
+      const base::FixedText<80> synopsis("%s%s%s %s", command.group, *command.name != '\0' ? " " : "",
+                                         command.name, command.usage);
       std::fprintf(to, "  %-50s %s\n", synopsis.c_str(), command.summary);
     }
   }
@@ -95,16 +96,20 @@ int run(std::span<char*> given, const Call& call, Output& out) {
   }
   if (call.store != nullptr || call.backup != nullptr)
     kelo_dm_reg_store_area(call.store, call.backup != nullptr ? call.backup : call.store);
-  const Command* const command = given.size() >= 2 ? find_command(given[0], given[1]) : nullptr;
+  // Some groups are one command.
+  const Command* command = given.size() >= 1 ? find_command(given[0], "") : nullptr;
+  const std::size_t name_words = command != nullptr ? 1 : 2;
+  if (command == nullptr && given.size() >= 2) command = find_command(given[0], given[1]);
   if (command == nullptr) {
     out.error("there is no such command: keloctl --help lists them");
     return kUsage;
   }
-  Words words(given.subspan(2), command->options);
+  Words words(given.subspan(name_words), command->options);
   const char* const wrong = words.sort();
   if (wrong != nullptr || words.count() < command->least || words.count() > command->most) {
     if (wrong != nullptr) out.error("%s is no option of this command, or lacks its value", wrong);
-    out.error("usage: keloctl %s %s %s", command->group, command->name, command->usage);
+    out.error("usage: keloctl %s%s%s %s", command->group, *command->name != '\0' ? " " : "", command->name,
+              command->usage);
     return kUsage;
   }
   return command->run(words, out);

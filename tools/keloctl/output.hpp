@@ -60,6 +60,7 @@ class Output {
   // Prints the result and the error. Returns false when not all of the output could be written.
   bool finish(bool ok);
 
+  [[nodiscard]] bool json() const { return format_ == Format::json; }
   [[nodiscard]] bool human() const { return format_ == Format::human; }
 
  private:
