@@ -58,6 +58,7 @@
 
 #include "kelo_utils/app_common.h"
 #include "kelo_utils/app_os_al.h"
+#include "kelo_utils/at_exchange.h"
 #include "kelo_utils/base.h"
 #include "kelo_utils/clock.h"
 #include "kelo_utils/command.h"

@@ -1,13 +1,11 @@
 // SPDX-License-Identifier: MIT
 // Sends one AT command to the modem's service and receives the reply, over UDP on the loopback interface.
-#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdint>
 #include <cstring>
 #include <span>
 
@@ -16,6 +14,7 @@
 #include "base/file.hpp"
 #include "base/heap.hpp"
 #include "kelo-app-common/src/at_reply.hpp"
+#include "kelo-app-common/src/at_service.hpp"
 #include "kelo_utils/app_common.h"
 #include "log/library_log.hpp"
 
@@ -30,7 +29,6 @@ using kelo::base::kCommonCode;
 using kelo::base::retry_interrupted;
 using kelo::base::zeroed_or_fatal;
 
-constexpr std::uint16_t kServicePort = 5555;
 constexpr int kAttempts = 3;
 constexpr unsigned kWaitMilliseconds = 20000;
 constexpr char kFailure[] = "\r\nERROR\r\n";
@@ -47,10 +45,6 @@ bool wait_for_arrival(int fd, const kelo::base::Deadline& end) {
   if (ready > 0) return true;
   AT_LOG(LOG_LVL_ERR, "select fail:ret=%d\n", ready);
   return false;
-}
-
-bool is_of_this_host(const sockaddr_in& sender) {
-  return ntohl(sender.sin_addr.s_addr) >> IN_CLASSA_NSHIFT == IN_LOOPBACKNET;
 }
 
 void log_search(const char* result) { AT_LOG(LOG_LVL_DBUG, "str_end_rsp[k]=%s\r\n", result); }
@@ -87,10 +81,7 @@ class Exchange {
  private:
   bool send(int fd) const {
     AT_LOG(LOG_LVL_INFO, "send at cmd:[%d,%s]\n", static_cast<int>(length_), command_);
-    sockaddr_in service{};
-    service.sin_family = AF_INET;
-    service.sin_port = htons(kServicePort);
-    service.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const sockaddr_in service = kelo::at::service_address();
     const auto* const address = reinterpret_cast<const sockaddr*>(&service);
     // The socket is not connected: a missing service must lead to a timeout and not to an error, and a service may
     // answer from any port.
@@ -113,7 +104,7 @@ class Exchange {
       socklen_t length = sizeof sender;
       received =
           recvfrom(fd, room.data(), room.size(), MSG_DONTWAIT, reinterpret_cast<sockaddr*>(&sender), &length);
-    } while (received >= 0 && !is_of_this_host(sender));
+    } while (received >= 0 && !kelo::at::is_of_this_host(sender));
     if (received < 0) {
       AT_LOG(LOG_LVL_ERR, "recvfrom fail:error=%d,[%s]\n", errno, std::strerror(errno));
       return false;
