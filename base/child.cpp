@@ -94,7 +94,12 @@ bool Pipe::open() {
 
 namespace {
 
-pid_t start(const char* program, char* const* arguments, ChildFiles files, short further_flags) {
+// Without the additions it has one caller, and a call would only cost.
+#ifndef KELO_ADDITIONS
+[[gnu::always_inline]] inline
+#endif
+    pid_t
+    start(const char* program, char* const* arguments, ChildFiles files, short further_flags) {
   // A fresh attribute object has an empty signal mask. The C libraries allocate nothing in it, so it is not destroyed.
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
