@@ -99,7 +99,8 @@ void make_long_file(const char* path) {
   for (int i = 0; i < kKeys; ++i) file << "key" << i << " = value " << i << "\n";
 }
 
-// Copies the file line by line with another line in the place of one, and puts the copy into its place.
+// Copies the file line by line with another line in the place of one, and puts the copy into its place. The library also
+// takes over the owner and the mode, and syncs the folder.
 bool copy_with_line(const char* key, const char* line) {
   std::FILE* const from = std::fopen(kCopyPath, "rb");
   std::FILE* const to = std::fopen("/tmp/copy.in~", "wb");

@@ -83,11 +83,12 @@ class TemporaryFile {
   base::Descriptor file_;
 };
 
-// Copies the bytes from `begin` to `end`.
+// Copies the bytes from `begin` to `end`. The kernel copies long stretches with one call, on file systems where it can.
 bool copy_stretch(int from, off_t begin, off_t end, int to) {
   while (begin < end) {
-    const auto size = static_cast<std::size_t>(std::min<off_t>(end - begin, INI_BUFFERSIZE));
-    const std::size_t copied = cache_flush(from, begin, size, to);
+    const auto size = static_cast<std::size_t>(end - begin);
+    if (size > INI_BUFFERSIZE && copy_file_range(from, &begin, to, nullptr, size, 0) > 0) continue;
+    const std::size_t copied = cache_flush(from, begin, std::min<std::size_t>(size, INI_BUFFERSIZE), to);
     if (copied == 0) return false;
     begin += static_cast<off_t>(copied);
   }

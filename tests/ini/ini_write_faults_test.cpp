@@ -19,8 +19,8 @@
 #include "kelo_utils/ini.h"
 #include "tests/support/descriptors.hpp"
 #include "tests/support/failing_heap.hpp"
-#include "tests/support/file_faults.hpp"
 #include "tests/support/settings_file.hpp"
+#include "tests/support/storage_faults.hpp"
 #include "tools/power_cut/power_cut.hpp"
 
 namespace {
@@ -29,7 +29,9 @@ namespace fs = std::filesystem;
 using kelo::tests::Fault;
 using kelo::tests::file_exists;
 using kelo::tests::kCopy;
+using kelo::tests::kEveryTime;
 using kelo::tests::kSettings;
+using kelo::tests::kShortTransfer;
 using kelo::tests::open_descriptors;
 using kelo::tests::put;
 using kelo::tests::read_file;
@@ -76,6 +78,19 @@ TEST_F(IniWriteFaults, KeepsTheFileWhenACopyFails) {
     expect_untouched();
   }
   EXPECT_EQ(put("s", "k", "longer"), 1);
+}
+
+// Not every file system lets the kernel copy, and the kernel may copy less than it was asked to.
+TEST_F(IniWriteFaults, CopiesLongStretchesItselfWhereTheKernelDoesNot) {
+  std::string lines;
+  for (int line = 0; line < 1000; ++line) lines += "key" + std::to_string(line) + "=value\n";
+  for (const int error : {EXDEV, ENOSYS, kShortTransfer}) {
+    write_file(kSettings, kText + lines);
+    const Fault fault({.call = "copy_file_range", .code = error, .times = kEveryTime});
+    EXPECT_EQ(put("s", "k", "longer"), 1) << error;
+    EXPECT_GT(fault.failed(), 1) << error;
+    EXPECT_EQ(read_file(kSettings), "[s]\nk=longer\nl=2\n" + lines) << error;
+  }
 }
 
 TEST_F(IniWriteFaults, TakesADirectoryThatCannotBeSynchronisedForGood) {

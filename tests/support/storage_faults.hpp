@@ -177,7 +177,9 @@ ssize_t copy_file_range(int from, off64_t* read_at, int to, off64_t* write_at, s
   if (!kelo::tests::Fault::meets("copy_file_range")) return real(from, read_at, to, write_at, size, flags);
   // Half of a copy of at most so many bytes is one that ends too early; then the disk is full.
   constexpr std::size_t kPart = 4096;
-  return errno == kelo::tests::kShortTransfer ? real(from, read_at, to, write_at, kPart, flags) : -1;
+  return errno == kelo::tests::kShortTransfer
+             ? real(from, read_at, to, write_at, std::min(size, kPart), flags)
+             : -1;
 }
 
 int clock_gettime(clockid_t clock, timespec* time) noexcept {
