@@ -180,6 +180,12 @@ KELO_API void set_print_interface(kelo_print_fn fn);
  * The diagnostic library of the platform provides these two functions when the build names one. Otherwise the
  * library has functions of its own that hand each record to syslog(3). A program that defines the two itself
  * receives the calls.
+ *
+ * The library's own msg_sprintf() copies records to standard error in two cases. The environment variable
+ * KELO_LOG_STDERR names the lowest level that is copied, as "DBUG", "INFO", "WRN", "ERR", "CRT", "EMR" or as a
+ * number from 0 to 5; another text is logged once as an error, and counts as "WRN". Without the variable all
+ * records are copied when standard error is a terminal and there is no "/dev/log". The variable is read with the
+ * first record of the process. It does not change the threshold, and set-user-id programs do not see it.
  * @{
  */
 /**

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The library's own channel, read by a real peer at /dev/log.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -11,6 +12,9 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <regex>
@@ -22,6 +26,7 @@
 #include "kelo_utils/log.h"
 #include "tests/support/background_loggers.hpp"
 #include "tests/support/bounded_fork.hpp"
+#include "tests/support/emulation.hpp"
 #include "tests/support/stdout_capture.hpp"
 
 namespace {
@@ -187,6 +192,126 @@ TEST(DiagStandInAlone, MissingPeerIsNoHarm) {
   const LogDiagDescriptor descriptor = {1, KELO_LOG_DIAG_SUBSYSTEM, 0x08, KELO_LOG_DIAG_FORMAT, "file.c"};
   msg_sprintf(&descriptor, static_cast<int>(getpid()), "f", "text");
   EXPECT_EQ(errno, EBUSY) << "also when syslog(3) finds nobody";
+}
+
+// --- The copy on standard error ------------------------------------------------------------------------------
+
+// Starts the program that logs one message of each level. Its standard error is a pipe or a terminal.
+class Speaker {
+ public:
+  static std::string errors_through_pipe(const std::string& variable, int* exit_status = nullptr) {
+    std::FILE* const output =
+        popen((variable + " " + kelo::tests::shell_command(kProgram) + " 2>&1 >/dev/null").c_str(), "r");
+    std::string text;
+    for (int c = std::fgetc(output); c != EOF; c = std::fgetc(output)) text += static_cast<char>(c);
+    const int status = pclose(output);
+    if (exit_status != nullptr) *exit_status = status;
+    return without_process_number(text);
+  }
+
+  static std::string errors_on_terminal(const std::string& variable) {
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (terminal < 0 || grantpt(terminal) != 0 || unlockpt(terminal) != 0) return "no terminal";
+    const std::string command =
+        variable + " " + kelo::tests::shell_command(kProgram) + " 2>" + ptsname(terminal);
+    // While this end is open, what the program has written can be read after its end.
+    const int other_end = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    EXPECT_EQ(std::system(command.c_str()), 0);
+    std::string text;
+    pollfd readable{terminal, POLLIN, 0};
+    while (poll(&readable, 1, 200) == 1) {
+      std::array<char, 4096> part{};
+      const ssize_t size = read(terminal, part.data(), part.size());
+      if (size <= 0) break;
+      text.append(part.data(), static_cast<std::size_t>(size));
+    }
+    close(other_end);
+    close(terminal);
+    return without_process_number(std::regex_replace(text, std::regex("\r"), ""));
+  }
+
+ private:
+  static constexpr char kProgram[] = KELO_BINARY_DIR "/tests/diag_stand_in_program";
+
+  static std::string without_process_number(const std::string& text) {
+    return std::regex_replace(text, std::regex(R"(\[\d+\])"), "[PID]");
+  }
+};
+
+constexpr char kDebug[] = "<15>diag_stand_in_program: KELO-FWA[PID] main(): debug\n";
+constexpr char kInformation[] = "<14>diag_stand_in_program: KELO-FWA[PID] main(): information\n";
+constexpr char kAlways[] = "<13>diag_stand_in_program: KELO-FWA[PID] main(): always\n";
+constexpr char kWarning[] = "<12>diag_stand_in_program: KELO-FWA[PID] main(): warning\n";
+constexpr char kError[] = "<11>diag_stand_in_program: KELO-FWA[PID] main(): error\n";
+constexpr char kCritical[] = "<10>diag_stand_in_program: KELO-FWA[PID] main(): critical\n";
+constexpr char kEmergency[] = "<8>diag_stand_in_program: KELO-FWA[PID] main(): emergency\n";
+
+std::string all_from(std::size_t first) {
+  const std::array<std::string, 7> lines = {kDebug, kInformation, kAlways,   kWarning,
+                                            kError, kCritical,    kEmergency};
+  std::string text;
+  for (std::size_t i = first; i < lines.size(); ++i) text += lines.at(i);
+  return text;
+}
+
+TEST(DiagStandInCopy, LevelsByNameAndNumber) {
+  const std::array<std::pair<std::array<const char*, 3>, std::size_t>, 6> cases = {
+      {{{"0", "DBUG", "dbug"}, 0},
+       {{"1", "INFO", "Info"}, 1},
+       {{"2", "WRN", "wrn"}, 3},
+       {{"3", "ERR", "error"}, 4},
+       {{"4", "CRT", "crt"}, 5},
+       {{"5", "EMR", "emr"}, 6}}};
+  for (const auto& [names, first] : cases) {
+    for (const char* const name : names) {
+      int status = -1;
+      EXPECT_EQ(Speaker::errors_through_pipe(std::string("KELO_LOG_STDERR=") + name, &status),
+                all_from(first))
+          << name;
+      EXPECT_EQ(status, 0);
+    }
+  }
+}
+
+TEST(DiagStandInCopy, NothingWithoutVariableAndTerminal) { EXPECT_EQ(Speaker::errors_through_pipe(""), ""); }
+
+TEST(DiagStandInCopy, UnknownLevelIsSaidOnce) {
+  constexpr char kComplaint[] =
+      "<11>diag_stand_in_program: KELO-FWA[PID] KELO_LOG_STDERR(): verbose is no level\n";
+  EXPECT_EQ(Speaker::errors_through_pipe("KELO_LOG_STDERR=verbose"), kComplaint + all_from(2));
+}
+
+TEST(DiagStandInCopy, TerminalWithoutSystemLog) {
+  ASSERT_NE(access(kLogSocket, F_OK), 0);
+  EXPECT_EQ(Speaker::errors_on_terminal(""), all_from(0));
+  EXPECT_EQ(Speaker::errors_on_terminal("KELO_LOG_STDERR=CRT"), all_from(5)) << "the variable has priority";
+}
+
+TEST_F(DiagStandIn, TerminalIsQuietWhenThereIsASystemLog) {
+  EXPECT_EQ(Speaker::errors_on_terminal(""), "");
+  while (peer_.take()) {
+  }
+  EXPECT_EQ(Speaker::errors_on_terminal("KELO_LOG_STDERR=ERR"), all_from(4));
+}
+
+TEST_F(DiagStandIn, CopiedRecordsAreSentAsWell) {
+  EXPECT_EQ(Speaker::errors_through_pipe("KELO_LOG_STDERR=EMR"), kEmergency);
+  int records = 0;
+  while (peer_.take()) ++records;
+  EXPECT_EQ(records, 7);
+}
+
+TEST(DiagStandInCopy, PipeWithoutReaderIsNoHarm) {
+  const std::string program = kelo::tests::shell_command(KELO_BINARY_DIR "/tests/diag_stand_in_program");
+  const std::string command =
+      "{ sleep 0.3; KELO_LOG_STDERR=0 " + program + "; echo $? >/tmp/status; } 2>&1 >/dev/null | true";
+  EXPECT_EQ(std::system(command.c_str()), 0);
+  std::array<char, 8> status{};
+  std::FILE* const file = std::fopen("/tmp/status", "r");
+  ASSERT_NE(file, nullptr);
+  EXPECT_NE(std::fgets(status.data(), status.size(), file), nullptr);
+  std::fclose(file);
+  EXPECT_STREQ(status.data(), "0\n");
 }
 
 // --- Forks -------------------------------------------------------------------------------------------------
