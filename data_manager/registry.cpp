@@ -93,6 +93,11 @@ kelo::base::HeapPtr<kelo::dm::PendingDefault[]> store_together(const kelo_dm_han
 
 }  // namespace
 
+void kelo::dm::fatal_without_storage(int line) {
+  KELO_LOG_AS("dm_pal_reg", LOG_LVL_ERR, "no storage back-end is registered: link kelo_utils_sqlite\n");
+  fatal(line);
+}
+
 kelo_dm_item_desc* kelo::dm::find_item(std::int32_t id, const char* function) {
   const IdKey key(id);
   const sym_t* const symbol = id_map == nullptr ? nullptr : kelo::symtab::look_up(*id_map, key.c_str());

@@ -17,10 +17,13 @@ inline constexpr int kBadArgument = -3;
   base::fatal("data_manager/kelo_app_dm.c", line);
 }
 
+// Logs that there is no storage and ends the process.
+[[noreturn]] void fatal_without_storage(int line);
+
 // Returns the function in a slot of a handle. The process ends when the slot is empty.
 template <typename Slot>
 Slot required(Slot slot, int line = __builtin_LINE()) {
-  if (slot == nullptr) fatal(line);
+  if (slot == nullptr) fatal_without_storage(line);
   return slot;
 }
 
