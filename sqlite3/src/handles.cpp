@@ -4,12 +4,14 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdarg>
 #include <optional>
 #include <utility>
 
 #include "base/deadline.hpp"
 #include "log/library_log.hpp"
+#include "sqlite3/src/file_problem.hpp"
 #include "sqlite3/src/fork_gate.hpp"
 #include "sqlite3/src/sql.hpp"
 
@@ -57,9 +59,12 @@ OpenResult open_for_writing(const char* path) {
 }
 
 Connection open_database(const char* caller, const char* path) {
+  errno = 0;
   OpenResult opening = open_for_writing(path);
   if (opening.ok()) return std::move(opening.db);
+  const int error = errno;  // SQLite has left the error of the system
   KELO_LOG_AS(caller, LOG_LVL_ERR, "sqlite3_open failed: %s\n", opening.text());
+  if (error != 0) log_file_problem(path, error);
   return {};
 }
 

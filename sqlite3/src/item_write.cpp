@@ -2,10 +2,13 @@
 // Writes items. After a power cut, on a full disk or after a failed copy, the old or the new value is there.
 #include "sqlite3/src/item_write.hpp"
 
+#include <cerrno>
+
 #include "base/file.hpp"
 #include "kelo_utils/sqlite.h"
 #include "log/library_log.hpp"
 #include "sqlite3/src/database_paths.hpp"
+#include "sqlite3/src/file_problem.hpp"
 #include "sqlite3/src/health.hpp"
 #include "sqlite3/src/journal.hpp"
 #include "sqlite3/src/mend.hpp"
@@ -45,7 +48,11 @@ int write_item(std::uint32_t id, const Row& row) {
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "dm_write_state_db  WS_READY failed: %d\n", DM_SQLITE_FAILED);
   }
   mend_primary(kCaller);
-  if (write_row(DB_CONFIG, row, OnCorruption::repair) < 0) {
+  // SQLite has no result for a row that did not fit, but it leaves the error of the system.
+  errno = 0;
+  const int written = write_row(DB_CONFIG, row, OnCorruption::repair);
+  if (errno == ENOSPC) log_file_problem(DB_CONFIG, ENOSPC);
+  if (written < 0) {
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "dm_update_db: \n");
     return DM_SQLITE_FAILED;
   }
@@ -82,6 +89,7 @@ int write_row(const char* path, const Row& row, OnCorruption on_corruption) {
     }
     KELO_LOG_AS(kRowCaller, LOG_LVL_ERR, "[%d] create table error rc=%d, %s, szSql: %s\n", __LINE__,
                 created.code, created.text(), create.c_str());
+    if (created.code == SQLITE_NOTADB) log_file_problem(path, created.code);
     db.reset();
     if (on_corruption == OnCorruption::fail) return DM_SQLITE_FAILED;
     if (created.code != SQLITE_CORRUPT || repaired) {

@@ -13,6 +13,7 @@
 #include "base/deadline.hpp"
 #include "base/file.hpp"
 #include "log/library_log.hpp"
+#include "sqlite3/src/file_problem.hpp"
 #include "sqlite3/src/sql.hpp"
 
 namespace kelo::store {
@@ -111,9 +112,14 @@ bool StoreLock::take() {
     return false;
   }
   if (open_lock_file(file_, database_) < 0) {
-    if (!exclusive() || sqlite_will_refuse(errno, database_)) return true;
+    const int error = errno;
+    if (!exclusive()) return true;
+    if (sqlite_will_refuse(error, database_)) {
+      log_file_problem(database_, error);
+      return true;
+    }
     KELO_LOG_AS(caller_, LOG_LVL_ERR, "%s-lock cannot be opened, nothing was done: %s\n", database_,
-                std::strerror(errno));
+                std::strerror(error));
     return false;
   }
   // Every operation locks the gate byte first. A writer holds it while it waits for the readers, so that new readers

@@ -45,10 +45,13 @@ class Journal : public testing::Test {
     execute_sql(DB_STATE, "create table state (" + columns + "); insert into state values (" + values + ")");
   }
 
+  // Once in a process, the line that names an unusable file may follow.
   void expect_only_line(int level, const std::string& pattern) {
     EXPECT_EQ(log_.count_matching(level, pattern), 1) << log_.dump();
-    ASSERT_EQ(log_.lines().size(), 1U) << log_.dump();
-    EXPECT_EQ(log_.lines()[0].function, kFunction);
+    std::vector<kelo::tests::LogLine> lines = log_.lines();
+    std::erase_if(lines, [](const auto& line) { return line.function == "sqlite"; });
+    ASSERT_EQ(lines.size(), 1U) << log_.dump();
+    EXPECT_EQ(lines[0].function, kFunction);
   }
 
   LogCapture log_;
