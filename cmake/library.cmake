@@ -63,6 +63,9 @@ target_compile_options(kelo_utils_objects PRIVATE
   -ffunction-sections -fdata-sections)
 target_compile_definitions(kelo_utils_objects PRIVATE _FILE_OFFSET_BITS=64)
 target_include_directories(kelo_utils_objects PRIVATE ${CMAKE_CURRENT_BINARY_DIR})
+if(KELO_COVERAGE)
+  target_compile_options(kelo_utils_objects PRIVATE --coverage -fprofile-update=atomic)
+endif()
 if(NOT KELO_SANITIZE)
   # Arrays of four characters or more are guarded. Guarding every function that has a local address, too, would
   # add 7 KiB on the device, past its budget. The account of the stack is read by the test build.stack.
@@ -109,6 +112,9 @@ function(kelo_library target type)
   endif()
   add_library(${target} ${type} ${objects})
   set_target_properties(${target} PROPERTIES OUTPUT_NAME kelo_utils LINKER_LANGUAGE C)
+  if(KELO_COVERAGE)
+    target_link_options(${target} PUBLIC --coverage)
+  endif()
   target_include_directories(${target} INTERFACE
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
   target_compile_definitions(${target} INTERFACE $<$<NOT:$<BOOL:${KELO_ADDITIONS}>>:KELO_NO_ADDITIONS>)

@@ -12,6 +12,7 @@
 # Where the machine forbids user namespaces, as containers do by default, root gets a sandbox of mounts instead, and a line
 # on standard error says so. Where there is neither, the command is not run and the exit status is 77, which CTest calls
 # skipped.
+# With the variable KELO_COVERAGE_DATA, that folder can be written under its own path.
 # Thousands of tests start here: this script starts no process but the sandbox.
 set -euo pipefail
 
@@ -64,6 +65,8 @@ for tree in "${trees[@]}"; do
     *) options+=(--ro-bind "$tree" "$tree") ;;
   esac
 done
+
+if [ -n "${KELO_COVERAGE_DATA:-}" ]; then options+=(--bind "$KELO_COVERAGE_DATA" "$KELO_COVERAGE_DATA"); fi
 
 # Sets `shown` to the path that the path $1 has in the sandbox.
 show() {
