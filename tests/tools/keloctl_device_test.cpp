@@ -34,8 +34,9 @@ TEST(KeloctlAt, PrintsTheLinesOfTheReply) {
   EXPECT_EQ(keloctl("at AT+LATE --timeout 1 --json"),
             (Ran{5, "{\"lines\":[],\"ok\":false,\"error\":\"" + late + "\"}\n", ""}));
   EXPECT_EQ(keloctl("at AT+LATE --timeout 1 --tsv"), (Ran{5, "ok\tfalse\nerror\t" + late + "\n", ""}));
-  EXPECT_EQ(keloctl("at AT --timeout 0"),
-            (Ran{2, "", complaint("0 is not a number of seconds from 1 to 127")}));
+  for (const std::string seconds : {"0", "-1", "256", "x"})
+    EXPECT_EQ(keloctl("at AT --timeout " + seconds),
+              (Ran{2, "", complaint(seconds + " is not a number of seconds from 1 to 255")}));
   EXPECT_EQ(keloctl("at"), (Ran{2, "", complaint("usage: keloctl at COMMAND [--timeout S]")}));
 }
 
