@@ -24,8 +24,32 @@ if [ -n "$budget" ]; then
   [ "$text" -le "$budget" ] || { echo "$((text - budget)) bytes too many" && failed=1; }
 fi
 
-# Every command that the help lists is in the manual page.
+# Every command that the help lists is in the manual page and in the completion of both shells.
+sources=$(dirname -- "$page")
 while read -r group name; do
   grep -qE "^\.(B|BI|BR) +\"?$group${name:+ $name}([ \"]|\$)" "$page" || { echo "not in the manual page: $group $name" && failed=1; }
-done < <(sed -n 's/^    {"\([a-z]*\)", "\([a-z0-9]*\)",.*/\1 \2/p' "$(dirname -- "$page")"/*.cpp)
+  for file in "$sources/keloctl.bash" "$sources/_keloctl"; do
+    grep -qE "^ *$group\) choices=.*[\"( ]${name:-none}[\") ]" "$file" || [ -z "$name" ] \
+      || { echo "not in $file: $group $name" && failed=1; }
+    grep -qE " 0\) choices=.*[\"( ]${group}[\") ]" "$file" || { echo "not in $file: $group" && failed=1; }
+  done
+done < <(sed -n 's/^    {"\([a-z]*\)", "\([a-z0-9]*\)",.*/\1 \2/p' "$sources"/*.cpp)
+
+# What bash completes.
+completes() {
+  local expected=$1
+  shift
+  COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)) COMPREPLY=()
+  _keloctl
+  [ "${COMPREPLY[*]}" = "$expected" ] || { echo "completed $* as ${COMPREPLY[*]}" && failed=1; }
+}
+# shellcheck source=../../tools/keloctl/keloctl.bash
+. "$sources/keloctl.bash"
+keloctl() { printf 'item\t%s\n' 'net	apn	7' 'net	mtu	7' 'lan	name	7' && printf 'ok\ttrue\n'; }
+completes "settings store" keloctl s
+completes "list" keloctl --json settings l
+completes "net.apn net.mtu" keloctl settings get n
+completes "lan net" keloctl settings list ""
+completes "--help --hex" keloctl settings get net.apn --he
+completes "--yes" keloctl store repair --y
 exit "$failed"
