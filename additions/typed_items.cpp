@@ -41,7 +41,7 @@ bool is_scalar_size(std::int32_t len, bool byte_allowed) {
 // Reads a scalar of four bytes, or of one where that is allowed.
 std::int32_t get_scalar(kelo_dm_handle* handle, std::int32_t id, std::uint32_t* value, bool byte_allowed,
                         const char* function) {
-  const kelo_dm_item_desc* item;
+  const kelo_dm_item_desc* item = nullptr;
   std::int32_t result = check(handle != nullptr && value != nullptr, id, Kind::scalar, function, item);
   if (result != KELO_DM_VALUE_OK) return result;
   std::uint32_t stored = 0;
@@ -50,7 +50,7 @@ std::int32_t get_scalar(kelo_dm_handle* handle, std::int32_t id, std::uint32_t* 
   if (result == KELO_DM_VALUE_TOO_LONG || (result == KELO_DM_VALUE_OK && !is_scalar_size(len, byte_allowed)))
     return KELO_DM_VALUE_WRONG_LENGTH;
   if (result != KELO_DM_VALUE_OK) return result;
-  std::uint8_t first;
+  std::uint8_t first = 0;
   std::memcpy(&first, &stored, sizeof first);
   *value = len == kBoolSize ? first : stored;
   return KELO_DM_VALUE_OK;
@@ -59,7 +59,7 @@ std::int32_t get_scalar(kelo_dm_handle* handle, std::int32_t id, std::uint32_t* 
 // Writes a scalar of four bytes, or of one where the item has that length and it is allowed.
 std::int32_t set_scalar(kelo_dm_handle* handle, std::int32_t id, std::uint32_t value, bool byte_allowed,
                         const char* function) {
-  const kelo_dm_item_desc* item;
+  const kelo_dm_item_desc* item = nullptr;
   const std::int32_t result = check(handle != nullptr, id, Kind::scalar, function, item);
   if (result != KELO_DM_VALUE_OK) return result;
   if (!is_scalar_size(item->len, byte_allowed)) return KELO_DM_VALUE_WRONG_LENGTH;
@@ -70,7 +70,7 @@ std::int32_t set_scalar(kelo_dm_handle* handle, std::int32_t id, std::uint32_t v
 
 std::int32_t get_counted(kelo_dm_handle* handle, std::int32_t id, Kind kind, void* buf, std::int32_t size,
                          std::int32_t* len, const char* function) {
-  const kelo_dm_item_desc* item;
+  const kelo_dm_item_desc* item = nullptr;
   const std::int32_t result =
       check(handle != nullptr && buf != nullptr && size >= 1 && len != nullptr, id, kind, function, item);
   return result == KELO_DM_VALUE_OK ? kelo_dm_get(handle, id, buf, size, len) : result;
@@ -78,7 +78,7 @@ std::int32_t get_counted(kelo_dm_handle* handle, std::int32_t id, Kind kind, voi
 
 std::int32_t set_counted(kelo_dm_handle* handle, std::int32_t id, Kind kind, const void* data,
                          std::int32_t len, const char* function) {
-  const kelo_dm_item_desc* item;
+  const kelo_dm_item_desc* item = nullptr;
   const std::int32_t result = check(handle != nullptr && data != nullptr, id, kind, function, item);
   if (result != KELO_DM_VALUE_OK) return result;
   return len >= 1 ? kelo_dm_write_verified(handle, id, data, len) : KELO_DM_VALUE_WRONG_LENGTH;
