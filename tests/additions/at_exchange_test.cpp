@@ -104,6 +104,7 @@ TEST(AtExchange, LinesAreCollectedFromAnyDatagrams) {
 
 TEST(AtExchange, EchoIsLeftOut) {
   EXPECT_EQ(reply_to({"AT+X\r\r\na\r\nAT+X\r\nOK\r\n"}), (Reply{KELO_AT_OK, -1, "a\nAT+X\n"}));
+  EXPECT_EQ(reply_to({"AT+X\r\nAT+X\r\nOK\r\n"}), (Reply{KELO_AT_OK, -1, "AT+X\n"})) << "only the first line";
   EXPECT_EQ(reply_to({"AT+\r\nOK\r\n"}), (Reply{KELO_AT_OK, -1, "AT+\n"}));
   EXPECT_EQ(reply_to({"AT+XY\r\nOK\r\n"}), (Reply{KELO_AT_OK, -1, "AT+XY\n"}));
   EXPECT_EQ(reply_to({"xAT+X\r\nOK\r\n"}), (Reply{KELO_AT_OK, -1, "xAT+X\n"}));
