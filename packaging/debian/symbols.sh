@@ -10,8 +10,9 @@ new=$(mktemp)
 trap 'rm -f "$new"' EXIT
 {
   sed '/^ /,$d' "$file"
-  { echo KELO_UTILS_0 && grep -E '^[A-Za-z_]' abi/exports.txt; } | LC_ALL=C sort | awk -v version="$version" -v file="$file" '
-    BEGIN { while ((getline line < file) > 0) if (split(line, word, / +/) == 3) since[word[2]] = word[3] }
-    { name = $0 "@KELO_UTILS_0"; print " " name, name in since ? since[name] : version }'
+  awk -v node=KELO_UTILS_0 -f packaging/debian/exported.awk abi/exports.txt | LC_ALL=C sort \
+    | awk -v version="$version" -v file="$file" '
+      BEGIN { while ((getline line < file) > 0) if (split(line, word, / +/) == 3) since[word[2]] = word[3] }
+      { print " " $0, $0 in since ? since[$0] : version }'
 } > "$new"
 cat "$new" > "$file"

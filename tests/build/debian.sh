@@ -20,7 +20,7 @@ symbols=debian/libkelo-utils$soversion.symbols
 grep -qx "Package: libkelo-utils$soversion" debian/control || wrong "control has no package libkelo-utils$soversion"
 [ "$(head -n 1 "$symbols")" = "libkelo_utils.so.$soversion libkelo-utils$soversion #MINVER#" ] \
   || wrong "libkelo-utils$soversion.symbols begins with another library"
-diff <({ echo "$node" && grep -E '^[A-Za-z_]' abi/exports.txt; } | sed "s/\$/@$node/" | LC_ALL=C sort) \
+diff <(awk -v node="$node" -f packaging/debian/exported.awk abi/exports.txt | LC_ALL=C sort) \
   <(sed -n 's/^ \([^ ]*\) [0-9.]*$/\1/p' "$symbols" | LC_ALL=C sort) \
   || wrong "libkelo-utils$soversion.symbols lacks exports ('<') or has others ('>')"
 while read -r since; do
