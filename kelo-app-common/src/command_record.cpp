@@ -30,7 +30,7 @@ struct PayloadKind {
 };
 
 constexpr std::array<Bytes, 2> kPointersOf0 = {offsetof(kelo_cmd_payload_0, owned_5),
-                                                     offsetof(kelo_cmd_payload_0, owned_7)};
+                                               offsetof(kelo_cmd_payload_0, owned_7)};
 constexpr Bytes kTableOf0 = offsetof(kelo_cmd_payload_0, table_11);
 
 constexpr std::array<PayloadKind, 13> kPayloadKinds = {{
