@@ -140,6 +140,11 @@ function(kelo_shared_library target name)
     # The test build.run_time reads the map. Some linkers cannot write one.
     target_link_options(${target} PRIVATE -Wl,-Map=${PROJECT_BINARY_DIR}/${name}.link.map)
   endif()
+  if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_SYSTEM_PROCESSOR STREQUAL arm)
+    # The library has no constructors and no destructors, so it needs none of the compiler's code that calls them and none
+    # of the names which that code imports: 468 bytes of the device's library.
+    target_link_options(${target} PRIVATE $<$<CONFIG:MinSizeRel>:-nostartfiles>)
+  endif()
   if(KELO_SANITIZE)
     target_link_options(${target} PRIVATE -fsanitize=${KELO_SANITIZE})
   else()
@@ -155,11 +160,6 @@ if(CMAKE_CROSSCOMPILING)
   target_link_options(kelo_utils INTERFACE $<BUILD_INTERFACE:-Wl,-rpath-link,${folder_of_sqlite}>)
 endif()
 add_library(kelo::utils ALIAS kelo_utils)
-if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_SYSTEM_PROCESSOR STREQUAL arm)
-  # The library has no constructors and no destructors, so it needs none of the compiler's code that calls them and none
-  # of the names which that code imports: 468 bytes of the device's library.
-  target_link_options(kelo_utils PRIVATE $<$<CONFIG:MinSizeRel>:-nostartfiles>)
-endif()
 
 kelo_library(kelo_utils_static STATIC)
 set_target_properties(kelo_utils_static PROPERTIES EXPORT_NAME utils_static)
