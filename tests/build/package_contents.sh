@@ -68,7 +68,7 @@ build_id_of() { "$READELF" -n "$1" | sed -n 's/.*Build ID: //p'; }
 build_id=$(build_id_of "$shared")
 debug_of() { sed 's|^..|usr/lib/debug/.build-id/&/|; s|$|.debug|' <<< "$1"; }
 debug=$(debug_of "$build_id")
-programs=(kelo_scripted_modem)
+programs=(keloctl kelo_scripted_modem)
 
 # --- Files --------------------------------------------------------------------------------------------------
 
@@ -88,6 +88,8 @@ expect_files kelo-utils-tools << END
 $(printf -- '-rwxr-xr-x root/root usr/bin/%s\n' "${programs[@]}" kelo_provision)
 $(printf -- '-rw-r--r-- root/root usr/share/man/man1/%s.1.gz\n' "${programs[@]}" kelo_provision)
 -rw-r--r-- root/root usr/share/kelo-utils/factory.sql
+-rw-r--r-- root/root usr/share/bash-completion/completions/keloctl
+-rw-r--r-- root/root usr/share/zsh/vendor-completions/_keloctl
 $(printf '%s\n' "$doc/kelo-utils-tools/"{changelog.gz,copyright})
 END
 expect_files kelo-utils-tools-dbgsym << END
@@ -143,7 +145,7 @@ wanted=$("$READELF" -V "$shared" | grep -o 'GLIBC_2\.[0-9]*' | sort -Vu | tail -
 declared=$(dpkg-deb -f "$(package libkelo-utils0)" Depends | sed -n 's/.*libc6 (>= \([0-9.]*\)).*/\1/p')
 dpkg --compare-versions "$declared" ge "${wanted#GLIBC_}" || wrong "libc6 $declared lacks $wanted"
 [ "$(dpkg-deb -I "$(package libkelo-utils0)" shlibs)" = "libkelo_utils 0 libkelo-utils0 (>= $version)" ] || wrong shlibs
-expect_field kelo-utils-tools Depends 'sqlite3, libc6 \(>= 2\.[0-9]+\), libgcc-s1 \(>= [0-9.]+\), libstdc\+\+6 \(>= [0-9.]+\)'
+expect_field kelo-utils-tools Depends "sqlite3, libc6 \(>= 2\.[0-9]+\), libgcc-s1 \(>= [0-9.]+\), libkelo-utils0 \(>= $version\), libsqlite3-0 \(>= [0-9.]+\), libstdc\+\+6 \(>= [0-9.]+\)"
 [[ $(dpkg-deb -I "$(package libkelo-utils0)" triggers) =~ (^|$'\n')"activate-noawait ldconfig"$ ]] || wrong triggers
 
 # --- Debug information --------------------------------------------------------------------------------------
