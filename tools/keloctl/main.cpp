@@ -97,7 +97,7 @@ int run(std::span<char*> given, const Call& call, Output& out) {
   if (call.store != nullptr || call.backup != nullptr)
     kelo_dm_reg_store_area(call.store, call.backup != nullptr ? call.backup : call.store);
   // Some groups are one command.
-  const Command* command = given.size() >= 1 ? find_command(given[0], "") : nullptr;
+  const Command* command = !given.empty() ? find_command(given[0], "") : nullptr;
   const std::size_t name_words = command != nullptr ? 1 : 2;
   if (command == nullptr && given.size() >= 2) command = find_command(given[0], given[1]);
   if (command == nullptr) {
