@@ -32,6 +32,10 @@ constexpr std::array kInterrupts = {SIGINT, SIGQUIT};
 // These flags have no meaning for the signals of the keyboard, so they can mark the action that is set here.
 constexpr int kIgnoredHere = SA_NOCLDSTOP | SA_NOCLDWAIT;
 
+bool ignored_by_program(const struct sigaction& action) {
+  return action.sa_handler == SIG_IGN && (action.sa_flags & kIgnoredHere) != kIgnoredHere;
+}
+
 // While an object of this class exists, the process ignores the signals of the keyboard. When several threads have
 // such objects at once, the first destructor restores the actions. A shared count would need a lock, and a forked
 // child could inherit that lock held.
@@ -41,7 +45,10 @@ class InterruptsIgnored {
     struct sigaction ignore {};
     ignore.sa_handler = SIG_IGN;
     ignore.sa_flags = kIgnoredHere;
-    for (std::size_t i = 0; i < kInterrupts.size(); ++i) sigaction(kInterrupts[i], &ignore, &before_[i]);
+    for (std::size_t i = 0; i < kInterrupts.size(); ++i) {
+      sigaction(kInterrupts[i], nullptr, &before_[i]);
+      if (!ignored_by_program(before_[i])) sigaction(kInterrupts[i], &ignore, &before_[i]);
+    }
   }
   ~InterruptsIgnored() {
     for (std::size_t i = 0; i < kInterrupts.size(); ++i) {
@@ -63,7 +70,7 @@ SignalBits default_in_child() {
   for (const int signal : kInterrupts) {
     struct sigaction now {};
     sigaction(signal, nullptr, &now);
-    if (now.sa_handler != SIG_IGN || (now.sa_flags & kIgnoredHere) == kIgnoredHere) signals |= bit_of(signal);
+    if (!ignored_by_program(now)) signals |= bit_of(signal);
   }
   return signals;
 }
