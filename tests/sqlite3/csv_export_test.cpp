@@ -328,8 +328,9 @@ TEST_F(CsvExportTest, ANullPath) {
 TEST_F(CsvExportTest, ADatabaseThatCannotBeOpened) {
   write_file(DB_EXPORT_CSV, "stays");
   EXPECT_EQ(run_export("/data/missing/config.db"), DM_SQLITE_NOT_OPENED);
-  EXPECT_EQ(log.lines().size(), 1U) << log.dump();
+  EXPECT_EQ(log.lines().size(), 2U) << log.dump();
   EXPECT_EQ(log.count(LOG_LVL_ERR, kExport, "sqlite3_open failed: unable to open database file\n"), 1);
+  EXPECT_EQ(log.count_containing(LOG_LVL_ERR, "/data/missing/config.db: No such file or directory"), 1);
   EXPECT_EQ(read_file(DB_EXPORT_CSV), "stays");
   EXPECT_EQ(printed + complained, "");
 }

@@ -150,7 +150,8 @@ TEST_F(ReadRow, FileInAMissingFolderIsNotOpened) {
   Buffer buffer(16);
   EXPECT_EQ(dm_read_db("/data/none/config.db", "net", "ssid", buffer.data(), &crc_, 16), -101);
   EXPECT_EQ(logged("sqlite3_open failed: unable to open database file\n"), 1) << log_.dump();
-  EXPECT_EQ(log_.lines().size(), 1U);
+  EXPECT_EQ(log_.count_containing(LOG_LVL_ERR, "/data/none/config.db: No such file or directory"), 1);
+  EXPECT_EQ(log_.lines().size(), 2U);
   EXPECT_TRUE(buffer.untouched_from(0));
   EXPECT_EQ(crc_, kUnset);
 }

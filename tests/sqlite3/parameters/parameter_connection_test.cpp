@@ -93,6 +93,8 @@ TEST_F(ParameterConnection, MissingFolderCannotBeOpened) {
   EXPECT_THAT(
       errors(),
       ElementsAre(
+          "ERR sqlite: " + kUserFile +
+              ": No such file or directory. Check its folder, its mode and the space, or move it away\n",
           kUserMissing, kFactoryMissing, user, "ERR search_by_table: Error, open_sqlite_db return faild.\n",
           kUserMissing, kFactoryMissing, user,
           "ERR update_item_to_db: Error, db:" + kUserFile + " open_sqlite_db return faild.\n",
