@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
 # The operator's tool needs at run time what the library needs, and the library itself. On the device its size has a
-# budget, too. Usage: keloctl.sh CROSS-PREFIX PROGRAM MANUAL-PAGE [TEXT-BUDGET]
+# budget, too. Usage: keloctl.sh READELF PROGRAM MANUAL-PAGE [CROSS-PREFIX TEXT-BUDGET]
 set -euo pipefail
-readelf=${1}readelf strip=${1}strip size=${1}size program=$2 page=$3 budget=${4:-}
+readelf=$1 program=$2 page=$3 prefix=${4:-} budget=${5:-}
 failed=0
 
 needed=$("$readelf" -d "$program" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
@@ -18,8 +18,8 @@ done
 if [ -n "$budget" ]; then
   stripped=$(mktemp)
   trap 'rm -f "$stripped"' EXIT
-  "$strip" -o "$stripped" "$program"
-  read -r text _ < <("$size" "$stripped" | tail -n 1)
+  "${prefix}strip" -o "$stripped" "$program"
+  read -r text _ < <("${prefix}size" "$stripped" | tail -n 1)
   echo "text: $text of $budget bytes"
   [ "$text" -le "$budget" ] || { echo "$((text - budget)) bytes too many" && failed=1; }
 fi

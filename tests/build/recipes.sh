@@ -75,7 +75,7 @@ check_openwrt() {
   [ "$facts" = "kelo-utils $version 1 libs Libraries +libsqlite3 $tree"$'\n'"MIT LICENSE $soversion" ] \
     || fail "OpenWrt: unlike what is built: $facts"
   facts=$(openwrt facts-kelo-utils-tools)
-  [ "$facts" = "kelo-utils-tools $version 1 utils Utilities +libstdcpp +sqlite3-cli $tree"$'\n'"MIT LICENSE " ] \
+  [ "$facts" = "kelo-utils-tools $version 1 utils Utilities +kelo-utils +libstdcpp +sqlite3-cli $tree"$'\n'"MIT LICENSE " ] \
     || fail "OpenWrt: the tools are unlike what is built: $facts"
   mkdir -p "$work/tree/log" "$work/tree/tests/build" "$work/tree/build/plain" "$work/tree/.git"
   touch "$work/tree/CMakeLists.txt" "$work"/tree/{log,tests/build,build/plain,.git}/file
@@ -86,9 +86,10 @@ check_openwrt() {
     || fail "OpenWrt: other packages miss this ('<') or find that ('>')"
   diff <(files "$installed" | grep '/libkelo_utils\.so\.') <(files "$work/openwrt/package/kelo-utils") \
     || fail "OpenWrt: the device misses this ('<') or gets that ('>')"
-  # The tools are installed beside the library only when their package is chosen. A device has no manual pages.
+  # The tools are installed beside the library only when their package is chosen. A device has no manual pages, and its
+  # shell completes no commands.
   openwrt -s PKG_INSTALL_DIR="$tools" package-kelo-utils-tools || fail "OpenWrt: the tools cannot be packed"
-  diff <(files "$tools" | grep -v '^/usr/share/man/') <(files "$work/openwrt/package/kelo-utils-tools") \
+  diff <(files "$tools" | grep -vE '^/usr/share/(man|bash-completion|zsh)/') <(files "$work/openwrt/package/kelo-utils-tools") \
     || fail "OpenWrt: the tools on the device lack this ('<') or have that ('>')"
 }
 
