@@ -35,6 +35,11 @@ struct FinalResult {
 constexpr std::array<FinalResult, 5> kFinalResults = {
     {{"OK", false}, {"ERROR", false}, {"+CME ERROR:", true}, {"+CMS ERROR:", true}, {"NO CARRIER", false}}};
 
+// This replaces starts_with(), which would link the C++ run time.
+bool begins_with(std::string_view line, std::string_view text) {
+  return line.size() >= text.size() && std::memcmp(line.data(), text.data(), text.size()) == 0;
+}
+
 std::int32_t number_in(std::string_view reason) {
   while (!reason.empty() && reason.front() == ' ') reason.remove_prefix(1);
   std::int32_t number = 0;
@@ -111,7 +116,7 @@ class Lines {
   bool find_result(std::string_view line) {
     for (std::size_t i = 0; i < kFinalResults.size(); ++i) {
       const std::string_view text(kFinalResults[i].text);
-      if (!(kFinalResults[i].has_reason ? line.starts_with(text) : line == text)) continue;
+      if (!(kFinalResults[i].has_reason ? begins_with(line, text) : line == text)) continue;
       result_ = static_cast<std::int32_t>(i);
       if (kFinalResults[i].has_reason)
         reason_ = number_in({line.data() + text.size(), line.size() - text.size()});
