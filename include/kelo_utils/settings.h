@@ -289,7 +289,7 @@ typedef void (*kelo_dm_change_fn)(int32_t id, const void* data, int32_t len, voi
  * @param user      is given to `callback`. It may be null. It must stay valid until kelo_dm_unsubscribe() has
  *                  returned.
  * @return the number of the subscription, 1 or more, which is not used again; -1 when there are already
- *         ::KELO_DM_MOST_SUBSCRIPTIONS, or all numbers have been used; -3 when `callback` is null.
+ *         KELO_DM_MOST_SUBSCRIPTIONS, or all numbers have been used; -3 when `callback` is null.
  * @par Blocking
  * It does not block.
  * @par Threads
