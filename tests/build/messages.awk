@@ -4,6 +4,7 @@
 #   - the format of every ..._LOG() and KELO_LOG_AS() with its level;
 #   - "%s param NULL", which param_null() logs in one place;
 #   - what is printed on standard output or standard error, with the level "printed".
+# The name under which a text is logged is compared where the source tells it: a function, a literal or a constant.
 # On the page, a word in capital letters or a number is the value of a conversion. A text that the page must spell in
 # another way is listed here with the reason.
 BEGIN {
@@ -106,25 +107,40 @@ function literal(code, result, found) {
   return result
 }
 
-function add_source_text(level, text, lines, count, i) {
+function add_source_text(level, text, name, lines, count, i) {
   count = split(text, lines, "\n")
   for (i = 1; i <= count; ++i) {
     text = trimmed(lines[i])
-    if (text == "" || (level, text) in formats) continue
+    if (text == "") continue
+    if (name != "") name_place[level, text, name] = place
+    if ((level, text) in formats) continue
     formats[level, text] = place
     pattern[level, text] = pattern_of(text)
     patterns_of[level] = patterns_of[level] "\n" text
   }
 }
 
-function read_statement(code, level, text) {
-  if (match(code, /[A-Z]_?LOG(_AS)?\(/)) {
-    code = substr(code, RSTART + RLENGTH)
+# The name that the macro at the beginning of `code` gives to its line, or nothing where only the caller knows it.
+function name_of(code, macro, argument) {
+  macro = substr(code, 1, index(code, "(") - 1)
+  if (macro == "KELO_LOG") return current_function
+  if (macro in name_of_macro) return name_of_macro[macro]
+  argument = substr(code, length(macro) + 2)
+  sub(/,.*/, ",", argument)
+  argument = literal(argument)
+  return argument == "\001" ? "" : argument
+}
+
+function read_statement(code, level, text, name) {
+  if (match(code, /[A-Z][A-Z_]*LOG(_AS)?\(/)) {
+    code = substr(code, RSTART)
+    name = name_of(code)
+    code = substr(code, index(code, "(") + 1)
     if (match(code, /LOG_LVL_[A-Z]+,/)) {
       level = level_name[substr(code, RSTART, RLENGTH - 1)]
       text = literal(substr(code, RSTART + RLENGTH))
       if (level != "" && text != "\001") {
-        add_source_text(level, text)
+        add_source_text(level, text, name)
         return
       }
     } else if (match(code, /, level,/)) {
@@ -158,12 +174,21 @@ FILENAME !~ /\.md$/ {
   for (i = 1; i <= count; ++i) named[words[i]] = 1
   # A wrapper of the macros is found by its name.
   if (line ~ /^#/) {
+    if (match(line, /KELO_LOG_AS\("[A-Za-z_]+"/)) {
+      split(line, words, /[ (]+/)
+      name_of_macro[words[2]] = substr(line, RSTART + 13, RLENGTH - 14)
+    }
     if (line ~ /KELO_LOG/ && line ~ /^# *define/ && line !~ /^#define [A-Z_]*LOG(_AS)?\(/ && line !~ /_(HPP|SIZE)/)
       wrong(FILENAME ":" FNR ": the name of a macro that logs ends with LOG")
     next
   }
   if (line ~ /(^|[^a-z_])(emit|emit_error|emit_debug|kelo_log_printf)\(/ && FILENAME !~ /^(log|additions)\//)
     wrong(FILENAME ":" FNR ": it logs without a macro")
+  # The function whose body the line belongs to.
+  if (line ~ /^[A-Za-z].*[A-Za-z0-9_]\(/ && line !~ /^static_assert|;[ \t]*$/) {
+    current_function = substr(line, 1, index(line, "(") - 1)
+    sub(/.*[^A-Za-z0-9_]/, "", current_function)
+  }
   # A template takes the level of its lines as an argument.
   if (match(line, /<LOG_LVL_[A-Z]+>/)) any_level[level_name[substr(line, RSTART + 1, RLENGTH - 2)]] = 1
   if (match(line, /constexpr (char|const char\*) [A-Za-z_]+(\[\])? = "/)) {
@@ -204,9 +229,11 @@ FNR == 1 {
 {
   split($0, cells, / \| /)
   text_cell = substr(cells[1], 3)
-  # Names and files that stand beside the texts are no texts.
+  # Names and files beside the texts are no texts.
   gsub(/ (under|with|of) .*/, "", text_cell)
   count = split(printed ? "printed" : cells[2], levels, /[^a-z]+/)
+  row_names = has_names && cells[3] ~ /`/ ? cells[3] : ""
+  gsub(/oem/, "kelo", row_names)
   span_count = substr(text_cell, 1, 1) == "`" ? split(cells[1], spans, "`") : 0
   for (s = 2; s <= span_count; s += 2) {
     if (s > 2 && spans[s - 1] ~ /(^| )(under|with|of) /) break
@@ -229,12 +256,15 @@ BEGIN { for (i in level_name) is_level[level_name[i]] = 1 }
 # A row of the overview at the beginning does not replace the row with the meaning.
 function check_row(level, text, candidates, count, i, found) {
   found = (level, text) in in_source
-  if (found && section !~ /healthy device/) on_page[level, text] = 1
+  if (found && section !~ /healthy device/) on_page[level, text] = on_page[level, text] row_names
   count = split(patterns_of[level], candidates, "\n")
   for (i = 2; i <= count; ++i) {
     if (instead_count[level, candidates[i]] || text !~ pattern[level, candidates[i]]) continue
     found = 1
-    if (section !~ /healthy device/) matched[level, candidates[i]] = 1
+    if (section !~ /healthy device/) {
+      matched[level, candidates[i]] = matched[level, candidates[i]] row_names
+      if (row_names == "") any_name[level, candidates[i]] = 1
+    }
   }
   if (!found) wrong("messages.md:" FNR ": no source has, with the level " level ": " text)
 }
@@ -249,6 +279,14 @@ END {
     }
     if (!instead_count[key] && !(key in matched))
       wrong(formats[key] ": not in messages.md with the level " parts[1] ": " parts[2])
+  }
+  for (key in name_place) {
+    split(key, parts, SUBSEP)
+    name = parts[3]
+    gsub(/oem/, "kelo", name)
+    if (!((parts[1], parts[2]) in matched) || (parts[1], parts[2]) in any_name) continue
+    if (!index(matched[parts[1], parts[2]], "`" name "`"))
+      wrong(name_place[key] ": not in messages.md under the name " parts[3] ": " parts[2])
   }
   for (key in instead_count) {
     split(key, parts, SUBSEP)
