@@ -87,7 +87,11 @@ class TemporaryFile {
 bool copy_stretch(int from, off_t begin, off_t end, int to) {
   while (begin < end) {
     const auto size = static_cast<std::size_t>(end - begin);
-    if (size > INI_BUFFERSIZE && copy_file_range(from, &begin, to, nullptr, size, 0) > 0) continue;
+    loff_t next = begin;
+    if (size > INI_BUFFERSIZE && copy_file_range(from, &next, to, nullptr, size, 0) > 0) {
+      begin = static_cast<off_t>(next);
+      continue;
+    }
     const std::size_t copied = cache_flush(from, begin, std::min<std::size_t>(size, INI_BUFFERSIZE), to);
     if (copied == 0) return false;
     begin += static_cast<off_t>(copied);
