@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <utility>
 
 #include "kelo-app-common/src/gsm_alphabet.hpp"
 #include "kelo_utils/gsm_encode.h"
@@ -129,18 +128,23 @@ std::int32_t encode(const char* text, SeptetWriter writer, bool ussd) {
   return writer.finish(ussd);
 }
 
-// Writes the units with their high byte first.
+// Writes the units with their high byte first. The buffer may begin at an odd address.
 std::int32_t encode_ucs2(const char* text, std::uint8_t* out, std::int32_t size) {
   const auto* at = reinterpret_cast<const std::uint8_t*>(text);
-  auto* target = reinterpret_cast<std::uint16_t*>(out);
-  const int result =
-      kelo_util_ConvertUTF8toUTF16(&at, at + std::strlen(text), &target,
-                                   reinterpret_cast<std::uint16_t*>(out + size), KELO_UNICODE_STRICT);
-  if (result == KELO_UNICODE_TARGET_EXHAUSTED) return KELO_GSM_TOO_LONG;
-  if (result != KELO_UNICODE_COMPLETE) return KELO_GSM_ILL_FORMED;
-  const auto length = static_cast<std::int32_t>(reinterpret_cast<std::uint8_t*>(target) - out);
-  if constexpr (__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__) {
-    for (std::int32_t i = 0; i < length; i += 2) std::swap(out[i], out[i + 1]);
+  const std::uint8_t* const end = at + std::strlen(text);
+  std::int32_t length = 0;
+  while (at != end) {
+    std::array<std::uint16_t, 2> units;  // as many as one character may have
+    std::uint16_t* unit = units.data();
+    const int result =
+        kelo_util_ConvertUTF8toUTF16(&at, end, &unit, units.data() + units.size(), KELO_UNICODE_STRICT);
+    if (result != KELO_UNICODE_COMPLETE && result != KELO_UNICODE_TARGET_EXHAUSTED)
+      return KELO_GSM_ILL_FORMED;
+    for (const std::uint16_t* next = units.data(); next != unit; ++next) {
+      if (size - length < 2) return KELO_GSM_TOO_LONG;
+      out[length++] = static_cast<std::uint8_t>(*next >> 8);
+      out[length++] = static_cast<std::uint8_t>(*next);
+    }
   }
   return length;
 }

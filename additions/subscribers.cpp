@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cstdint>
 
+#include "base/atomic_ref.hpp"
 #include "data_manager/registry.hpp"
 #include "kelo_utils/settings.h"
 
@@ -117,7 +118,7 @@ std::int32_t kelo_dm_subscribe(kelo_dm_change_fn callback, void* user) {
     if (subscription.number != 0 || subscription.calls != 0) continue;
     subscription.callback = callback;
     subscription.user = user;
-    std::atomic_ref(subscription.number).store(++newest, std::memory_order_release);
+    kelo::base::AtomicRef(subscription.number).store(++newest, std::memory_order_release);
     return newest;
   }
   return kNoPlace;

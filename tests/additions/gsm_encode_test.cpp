@@ -2,10 +2,13 @@
 // Text encoded for the network: the alphabet, its extension table, packing, USSD and UCS-2.
 #include "kelo_utils/gsm_encode.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdint>
 #include <ostream>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -203,6 +206,16 @@ TEST(UssdEncode, Ucs2WhereSeptetsDoNotSuffice) {
   EXPECT_EQ(ussd_of("aб", KELO_USSD_CHOOSE), (Ussd{4, 0x48, {0, 'a', 0x04, 0x31}}));
   EXPECT_EQ(ussd_of("😀", KELO_USSD_CHOOSE), (Ussd{4, 0x48, {0xD8, 0x3D, 0xDE, 0x00}}));
   EXPECT_EQ(ussd_of("a", KELO_USSD_UCS2), (Ussd{2, 0x48, {0, 'a'}}));
+}
+
+TEST(UssdEncode, BufferMayBeginAnywhere) {
+  for (const std::size_t start : {0U, 1U, 2U, 3U}) {
+    alignas(4) std::array<std::uint8_t, 16> buffer{};
+    std::uint8_t dcs = kUntouched;
+    EXPECT_EQ(kelo_ussd_encode("бa😀", KELO_USSD_UCS2, &dcs, buffer.data() + start, 8), 8);
+    EXPECT_THAT(std::span(buffer).subspan(start, 8),
+                testing::ElementsAre(0x04, 0x31, 0, 'a', 0xD8, 0x3D, 0xDE, 0x00));
+  }
 }
 
 TEST(UssdEncode, EmptyTextHasNoOctets) {
