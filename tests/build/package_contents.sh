@@ -119,7 +119,7 @@ wanted=$(
 )
 missing=$(sort <<< "$wanted" | comm -23 - <(echo "$manual"))
 [ -z "$missing" ] || wrong "libkelo-utils-doc lacks" "$missing"
-doc_files="usr/share/doc/libkelo-utils-doc/(html/.*|changelog\.gz|copyright|CHANGELOG\.md(\.gz)?)"
+doc_files="usr/share/doc/libkelo-utils-doc/(html/.*|changelog\.gz|copyright|releases/CHANGELOG\.md(\.gz)?)"
 strange=$(dpkg-deb -c "$(package libkelo-utils-doc)" | awk '!/^d/ { print $1, $2, substr($0, index($0, "./") + 2) }' \
   | grep -vE "^(-rw-r--r-- root/root ($doc_files|$pages/[A-Za-z0-9_.]+\.3(kelo)?\.gz)|lrwxrwxrwx root/root $pages/[^/]+ -> [^/]+)\$" || :)
 [ -z "$strange" ] || wrong "libkelo-utils-doc has" "$strange"
