@@ -187,9 +187,12 @@ TEST(AtExchange, NoSocketAndNoneLeft) {
   const auto before = kelo::tests::open_descriptors();
   EXPECT_EQ(exchange("AT", 10).result, KELO_AT_TIMED_OUT);
   EXPECT_EQ(kelo::tests::open_descriptors(), before);
-  const rlimit none{3, 3};
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  const rlimit none{3, limit.rlim_max};
   setrlimit(RLIMIT_NOFILE, &none);
   EXPECT_EQ(exchange("AT"), (Reply{KELO_AT_NOT_SENT, kUntouched, ""}));
+  setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 TEST(AtExchange, ThreadsExchangeAtOnce) {
