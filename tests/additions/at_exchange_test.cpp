@@ -198,6 +198,7 @@ TEST(AtExchange, NoSocketAndNoneLeft) {
 TEST(AtExchange, ThreadsExchangeAtOnce) {
   const Modem modem(always({"a\r\n", "OK\r\n"}));
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int i = 0; i < 4; ++i)
     threads.emplace_back([] { EXPECT_EQ(exchange("AT"), (Reply{KELO_AT_OK, -1, "a\n"})); });
   for (std::thread& thread : threads) thread.join();

@@ -204,6 +204,7 @@ TEST(Run, StatusThatIsTakenIsUnknown) {
 
 TEST(Run, ThreadsRunProgramsAtOnce) {
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([i] {
       const std::string number = std::to_string(i);

@@ -248,8 +248,8 @@ TEST_F(Subscribers, ThreadsMaySubscribeAndWriteAtOnce) {
   const auto count = [](std::int32_t, const void*, std::int32_t, void* user) {
     ++*static_cast<std::atomic<int>*>(user);
   };
-  handle_->write = [](std::uint32_t, kelo_dm_item_desc*, const void*, int) { return 0; };
   std::vector<std::thread> threads;
+  threads.reserve(3);
   for (int i = 0; i < 3; ++i) {
     threads.emplace_back([&] {
       while (!done) {
