@@ -47,7 +47,7 @@ Ended run(std::vector<const char*> words, std::int32_t timeout_ms = kLong, std::
   std::int32_t code = kUntouched;
   const std::int32_t result =
       kelo_run(words.data(), timeout_ms, output.data(), static_cast<std::int32_t>(size), &code);
-  return {result, code, output.c_str()};
+  return {result, code, output.substr(0, output.find('\0'))};
 }
 
 Ended shell(const char* script, std::int32_t timeout_ms = kLong, std::size_t size = 256) {
@@ -208,7 +208,8 @@ TEST(Run, ThreadsRunProgramsAtOnce) {
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([i] {
       const std::string number = std::to_string(i);
-      const std::string script = "echo " + number + "; exit " + number;
+      std::string script = "echo ";
+      script.append(number).append("; exit ").append(number);
       EXPECT_EQ(shell(script.c_str()), (Ended{KELO_RUN_EXITED, i, number + "\n"}));
     });
   }
