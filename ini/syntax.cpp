@@ -19,7 +19,8 @@ constexpr bool starts_comment(char c) { return c == '#' || c == ';'; }
 constexpr char lowered(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; }
 
 std::string_view skipleading(std::string_view text) {
-  const char* const start = std::find_if_not(text.begin(), text.end(), is_white);
+  const char* start = text.begin();
+  while (start != text.end() && is_white(*start)) ++start;
   assert(start <= text.end());
   return {start, static_cast<std::size_t>(text.end() - start)};
 }

@@ -123,8 +123,8 @@ int kelo_util_UssdStringIsAscii(const char* text) {
     kelo::log::param_null(__func__);
     return 0;
   }
-  const auto* const end = text + std::strlen(text);
-  return std::all_of(text, end, [](char byte) { return static_cast<std::uint8_t>(byte) < 0x80; }) ? 1 : 0;
+  while (*text != '\0' && static_cast<std::uint8_t>(*text) < 0x80) ++text;
+  return *text == '\0' ? 1 : 0;
 }
 
 int kelo_util_convert_ussd_string_to_utf8(std::uint8_t dcs, const std::uint8_t* data, int len, char* out,
@@ -133,8 +133,9 @@ int kelo_util_convert_ussd_string_to_utf8(std::uint8_t dcs, const std::uint8_t* 
     USSD_LOG(LOG_LVL_ERR, "FATAL : CHECK FAILED\n");
     return 0;
   }
-  const auto* const group = std::find_if(kCodingGroups.begin(), kCodingGroups.end(),
-                                         [dcs](const auto& each) { return (dcs & each.mask) == each.value; });
-  if (group == kCodingGroups.end()) return 0;
-  return decode({dcs, {data, static_cast<std::size_t>(len)}, {out, out_size}}, group->coding);
+  for (const CodingGroup& group : kCodingGroups) {
+    if ((dcs & group.mask) == group.value)
+      return decode({dcs, {data, static_cast<std::size_t>(len)}, {out, out_size}}, group.coding);
+  }
+  return 0;
 }
