@@ -34,9 +34,6 @@ std::optional<Value> leading(ByteSpan bytes) {
   return value;
 }
 
-inline std::size_t length_of(const nlmsghdr& header) { return header.nlmsg_len; }
-inline std::size_t length_of(const rtattr& header) { return header.rta_len; }
-
 template <typename Header>
 struct RtnlRecord {
   Header header;
@@ -51,24 +48,14 @@ class RtnlChain {
  public:
   explicit RtnlChain(ByteSpan bytes) : left_(bytes) {}
 
-  std::optional<RtnlRecord<Header>> next() {
-    const auto header = leading<Header>(left_);
-    if (!header) return {};
-    const std::size_t length = length_of(*header);
-    if (length < sizeof(Header) || length > left_.size()) return {};
-    const RtnlRecord<Header> record{*header, left_.first(length)};
-    left_ = after(left_, (length + kAlignment - 1) / kAlignment * kAlignment);
-    return record;
-  }
+  std::optional<RtnlRecord<Header>> next();
 
  private:
-  static constexpr std::size_t kAlignment = 4;
-  static_assert(kAlignment == NLMSG_ALIGNTO);
-  static_assert(kAlignment == RTA_ALIGNTO);
-
   ByteSpan left_;
 };
 
+extern template class RtnlChain<nlmsghdr>;
+extern template class RtnlChain<rtattr>;
 using RtnlMessages = RtnlChain<nlmsghdr>;
 using RtnlAttributes = RtnlChain<rtattr>;
 
