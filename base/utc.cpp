@@ -3,21 +3,9 @@
 // so that the leap day is the last day of a year.
 #include "base/utc.hpp"
 
+#include "base/division.hpp"
+
 namespace kelo::base {
-namespace {
-
-// Divides a number by a constant as a fixed-point product, which takes one instruction. On CPUs without a divide
-// instruction each division calls a function. The product is exact while the number times the rounding error of the
-// factor is below 2^32.
-template <std::uint32_t Divisor, std::uint32_t Greatest>
-constexpr std::uint32_t divide(std::uint32_t number) {
-  constexpr std::uint64_t kOne = std::uint64_t{1} << 32;
-  constexpr std::uint64_t kFactor = (kOne + Divisor - 1) / Divisor;
-  static_assert(Greatest * (kFactor * Divisor - kOne) < kOne);
-  return static_cast<std::uint32_t>(number * kFactor >> 32);
-}
-
-}  // namespace
 
 CalendarTime calendar_from_seconds(std::int64_t seconds) {
   constexpr std::uint32_t kSecondsPerDay = 86400;
@@ -25,12 +13,12 @@ CalendarTime calendar_from_seconds(std::int64_t seconds) {
   constexpr std::uint64_t kDaysTo1970 = 719468;  // counted from 0000-03-01
   // The count starts that many eras earlier, so that no number is negative.
   constexpr std::uint64_t kErasBefore = 5'000'000;
-  const std::uint64_t elapsed =
+  // The quotients are the seconds, the days and the eras since then.
+  std::uint64_t elapsed =
       static_cast<std::uint64_t>(seconds) + (kErasBefore * kDaysPerEra + kDaysTo1970) * kSecondsPerDay;
-  const std::uint64_t days = elapsed / kSecondsPerDay;
-  const auto second_of_day = static_cast<std::uint32_t>(elapsed % kSecondsPerDay);
-  const int era = static_cast<int>(days / kDaysPerEra) - static_cast<int>(kErasBefore);
-  const auto day_of_era = static_cast<std::uint32_t>(days % kDaysPerEra);
+  const std::uint32_t second_of_day = divide_in_place(elapsed, kSecondsPerDay);
+  const std::uint32_t day_of_era = divide_in_place(elapsed, kDaysPerEra);
+  const int era = static_cast<int>(elapsed) - static_cast<int>(kErasBefore);
   constexpr std::uint32_t kLastDay = kDaysPerEra - 1;
   const std::uint32_t year_of_era = divide<365, kLastDay>(day_of_era - divide<1460, kLastDay>(day_of_era) +
                                                           divide<36524 / 4, kLastDay / 4>(day_of_era / 4) -

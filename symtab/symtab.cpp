@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/division.hpp"
 #include "base/heap.hpp"
 #include "symtab/kept_table.hpp"
 
@@ -22,6 +23,7 @@ struct kelo::symtab::Table {
 
 namespace {
 
+using kelo::base::remainder;
 using kelo::symtab::Table;
 
 // The state of a walk with symFirst() and symNext(): the next entry and its bucket. When `next` is null, the walk
@@ -47,11 +49,6 @@ Table* table_of(sym_fd sd) {
 Table* table_with_buckets(sym_fd sd) {
   Table* const table = table_of(sd);
   return table != nullptr && table->buckets != nullptr ? table : nullptr;
-}
-
-// The 64-bit division is already linked for CPUs without a divider. A 32-bit one would be linked in addition.
-std::uint32_t remainder(std::uint64_t number, std::uint32_t divisor) {
-  return static_cast<std::uint32_t>(number % divisor);
 }
 
 bool is_prime_odd(std::uint32_t candidate) {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "base/division.hpp"
 #include "base/utc.hpp"
 #include "kelo_utils/app_common.h"
 #include "log/library_log.hpp"
@@ -15,23 +16,26 @@ constexpr std::uint8_t g_day_per_mon[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 
 
 namespace {
 
+using kelo::base::divide;
+
 constexpr int kFirstYearOfTm = 1900;
-constexpr std::uint64_t kSecondsPerDay = 86400;
-constexpr std::uint64_t kMillisecondsPerSecond = 1000;
+constexpr std::uint32_t kSecondsPerDay = 86400;
+constexpr std::uint32_t kMillisecondsPerSecond = 1000;
 constexpr std::uint64_t kMillisecondsPerHour = 3600000;
+// A greater year than any time in 64 bits of milliseconds has.
+constexpr std::uint32_t kLastYear = 600'000'000;
 
 // Computes the weekday by Zeller's congruence, in which January and February belong to the previous year. Callers
 // rely on the odd result for Sundays: a positive sum gives 0 to 6, any other sum 1 to 7. All dates are after 1969.
 std::uint8_t weekday_of(int year, int month, int day) {
-  // The divisions are unsigned 64-bit ones, as everywhere, so CPUs without a divide instruction need only one function.
-  const auto zeller_year = static_cast<std::uint64_t>(month <= 2 ? year - 1 : year);
+  const int zeller_year = month <= 2 ? year - 1 : year;
   const int zeller_month = month <= 2 ? month + 12 : month;
-  const auto century = static_cast<int>(zeller_year / 100);
-  const auto of_century = static_cast<int>(zeller_year % 100);
+  const auto century = static_cast<int>(divide<100, kLastYear>(static_cast<std::uint32_t>(zeller_year)));
+  const int of_century = zeller_year - century * 100;
   const int sum =
       of_century + of_century / 4 + century / 4 - 2 * century + 26 * (zeller_month + 1) / 10 + day - 1;
-  const auto distance = static_cast<std::uint64_t>(std::abs(sum));
-  const auto days = static_cast<std::uint8_t>(distance % 7);
+  const auto distance = static_cast<std::uint32_t>(std::abs(sum));
+  const auto days = static_cast<std::uint8_t>(distance - divide<7, kLastYear>(distance) * 7);
   return sum > 0 ? days : static_cast<std::uint8_t>(7 - days);
 }
 
@@ -82,7 +86,9 @@ std::int32_t get_days(const char* from, const char* to) {
   }
   const std::int64_t first = seconds_at_midnight(read_date(from));
   const std::int64_t seconds = seconds_at_midnight(read_date(to)) - first;
-  const auto days = static_cast<std::int64_t>(static_cast<std::uint64_t>(std::abs(seconds)) / kSecondsPerDay);
+  auto distance = static_cast<std::uint64_t>(std::abs(seconds));
+  kelo::base::divide_in_place(distance, kSecondsPerDay);
+  const auto days = static_cast<std::int64_t>(distance);
   return static_cast<std::int32_t>(
       std::clamp<std::int64_t>(seconds < 0 ? -days : days, INT32_MIN, INT32_MAX));
 }
@@ -92,15 +98,15 @@ void kelo_util_utc_sec_2_mytime(std::uint64_t milliseconds, mytime* out, int add
     kelo::log::param_null(__func__);
     return;
   }
-  const std::uint64_t total = milliseconds + (add_hour != 0 ? kMillisecondsPerHour : 0);
-  const auto time =
-      kelo::base::calendar_from_seconds(static_cast<std::int64_t>(total / kMillisecondsPerSecond));
+  std::uint64_t seconds = milliseconds + (add_hour != 0 ? kMillisecondsPerHour : 0);
+  const std::uint32_t millisecond = kelo::base::divide_in_place(seconds, kMillisecondsPerSecond);
+  const auto time = kelo::base::calendar_from_seconds(static_cast<std::int64_t>(seconds));
   out->year = static_cast<std::uint16_t>(time.year);
   out->month = static_cast<std::uint8_t>(time.month);
   out->day = static_cast<std::uint8_t>(time.day);
   out->hour = static_cast<std::uint8_t>(time.hour);
   out->minute = static_cast<std::uint8_t>(time.minute);
   out->second = static_cast<std::uint8_t>(time.second);
-  out->millisecond = static_cast<std::uint16_t>(total % kMillisecondsPerSecond);
+  out->millisecond = static_cast<std::uint16_t>(millisecond);
   out->weekday = weekday_of(time.year, time.month, time.day);
 }

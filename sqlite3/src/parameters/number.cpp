@@ -4,6 +4,8 @@
 
 #include <limits>
 
+#include "base/division.hpp"
+
 namespace kelo::params {
 namespace {
 
@@ -13,7 +15,8 @@ bool is_digit(char character) { return character >= '0' && character <= '9'; }
 bool is_blank(char character) { return character == ' ' || (character >= '\t' && character <= '\r'); }
 
 bool fits(std::uint64_t number, char digit) {
-  return number <= (kGreatest - static_cast<std::uint64_t>(digit - '0')) / 10;
+  return number < kGreatest / 10 ||
+         (number == kGreatest / 10 && static_cast<std::uint64_t>(digit - '0') <= kGreatest % 10);
 }
 
 std::uint64_t with_digit(std::uint64_t number, char digit) {
@@ -69,7 +72,7 @@ std::uint64_t value_of(const Digits& digits, int power) {
     if (!fits(number, '0')) return kGreatest;
     number = with_digit(number, '0');
   }
-  for (; power < 0 && number != 0; ++power) number /= 10;
+  for (; power < 0 && number != 0; ++power) base::divide_in_place(number, 10);
   return number;
 }
 
