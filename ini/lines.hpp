@@ -8,7 +8,6 @@
 
 #include <array>
 #include <cstddef>
-#include <cstring>
 #include <string_view>
 
 #include "base/line_reader.hpp"
@@ -31,16 +30,7 @@ class Lines {
   ~Lines() = default;
 
   // Moves to the next line. Returns false at the end of the file and after a failed read.
-  bool next() {
-    begin_ = end_;
-    const std::string_view line = reader_.next();
-    text_ = {line.data(), strnlen(line.data(), line.size())};
-    if (line.empty()) return false;
-    end_ += static_cast<off_t>(line.size());
-    complete_ = line.back() == '\n';
-    chunk_ = chunk_ + line.size() <= INI_BUFFERSIZE ? chunk_ + line.size() : line.size();
-    return true;
-  }
+  bool next();
 
   // The text of the line up to its first zero byte. It is valid until the next call of next().
   [[nodiscard]] std::string_view text() const { return text_; }
