@@ -17,10 +17,7 @@ kelo_dm_handle* kelo_dm_reg(std::int32_t id) {
 }
 
 int kelo_dm_unreg(kelo_dm_handle* handle) {
-  if (handle == nullptr) {
-    kelo::log::param_null(__func__);
-    return -1;
-  }
+  if (handle == nullptr) return kelo::log::param_null(__func__);
   std::free(handle);
   return 0;
 }

@@ -26,10 +26,7 @@ bool make_directories(char* path, mode_t mode) {
 }  // namespace
 
 int dir_make_path(const char* path, mode_t mode) {
-  if (path == nullptr) {
-    kelo::log::param_null(__func__);
-    return -1;
-  }
+  if (path == nullptr) return kelo::log::param_null(__func__);
   std::array<char, kPathSize> directory;
   std::size_t length = 0;
   if (kelo_utf8_Copy(directory.data(), path, directory.size(), &length) != 0) {

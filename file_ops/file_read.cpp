@@ -39,10 +39,7 @@ int kelo_read_file(const char* path, void* buffer, std::size_t size) {
 }
 
 int kelo_read_file_with_reading_length_returned(const char* path, void* buffer, std::int32_t size) {
-  if (path == nullptr || buffer == nullptr) {
-    kelo::log::param_null(__func__);
-    return -1;
-  }
+  if (path == nullptr || buffer == nullptr) return kelo::log::param_null(__func__);
   const auto file = kelo::files::open_or_log(__func__, path, O_RDONLY);
   if (!file) return -1;
   const std::span<char> room(static_cast<char*>(buffer), size < 0 ? 0 : static_cast<std::size_t>(size));

@@ -102,19 +102,13 @@ char DecToHex(int value) {
 }
 
 int hex_BinaryToString(const std::uint8_t* bytes, std::uint32_t count, char* text, std::uint32_t size) {
-  if (bytes == nullptr || text == nullptr) {
-    kelo::log::param_null(__func__);
-    return -1;
-  }
+  if (bytes == nullptr || text == nullptr) return kelo::log::param_null(__func__);
   if (!digits_fit(count, size)) return -1;
   return write_digits({bytes, count}, text);
 }
 
 int kelo_hex_BinaryToString(const std::uint8_t* bytes, std::uint32_t count, char* text, std::uint32_t size) {
-  if (bytes == nullptr || text == nullptr) {
-    kelo::log::param_null(__func__);
-    return -1;
-  }
+  if (bytes == nullptr || text == nullptr) return kelo::log::param_null(__func__);
   if (!digits_fit(count, size)) {
     KELO_LOG(LOG_LVL_ERR, "Hex string array (%u) is too small to convert (%u) bytes\n", size, count);
     return -1;
@@ -123,10 +117,7 @@ int kelo_hex_BinaryToString(const std::uint8_t* bytes, std::uint32_t count, char
 }
 
 int kelo_hex_StringToBinary(const char* text, std::uint32_t length, std::uint8_t* bytes, std::uint32_t size) {
-  if (text == nullptr || bytes == nullptr) {
-    kelo::log::param_null(__func__);
-    return -1;
-  }
+  if (text == nullptr || bytes == nullptr) return kelo::log::param_null(__func__);
   if (length % 2 != 0) {
     KELO_LOG(LOG_LVL_DBUG, "The input stringLength=%u is not a multiple of 2\n", length);
     return -1;
@@ -150,10 +141,7 @@ int kelo_hex_StringToBinary(const char* text, std::uint32_t length, std::uint8_t
 
 int kelo_hex_HexaToInteger(const char* text) {
   constexpr std::uint32_t kLargestPrefix = INT_MAX / kBase;  // one more digit still fits
-  if (text == nullptr) {
-    kelo::log::param_null(__func__);
-    return -1;
-  }
+  if (text == nullptr) return kelo::log::param_null(__func__);
   std::uint32_t value = 0;
   for (; *text != '\0'; ++text) {
     if (!is_hex_digit(*text) || value > kLargestPrefix) return -1;

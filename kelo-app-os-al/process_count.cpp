@@ -19,10 +19,7 @@ constexpr std::size_t kMostDigits = 16;
 }  // namespace
 
 int kelo_check_process_exist(const char* name) {
-  if (name == nullptr) {
-    kelo::log::param_null(__func__);
-    return -1;
-  }
+  if (name == nullptr) return kelo::log::param_null(__func__);
   const kelo::base::FixedText<kCommandSize> command("ps | grep -v grep | grep -c %s", name);
   if (command.cut()) kelo::base::fatal(kelo::base::kSystemCode);
   const auto pipe = kelo::base::PipeStream::reading(command.c_str());

@@ -174,10 +174,8 @@ void kelo_parse_rtattr(rtattr** table, int max, rtattr* attribute, int remaining
 }
 
 int kelo_dump_route(const nlmsghdr* message, const char* interface_name, char* gateway) {
-  if (message == nullptr || interface_name == nullptr || gateway == nullptr) {
-    kelo::log::param_null(__func__);
-    return -1;
-  }
+  if (message == nullptr || interface_name == nullptr || gateway == nullptr)
+    return kelo::log::param_null(__func__);
   const auto* const bytes = reinterpret_cast<const std::byte*>(message);
   std::int32_t length = 0;
   std::memcpy(&length, bytes + offsetof(nlmsghdr, nlmsg_len), sizeof length);
@@ -185,10 +183,7 @@ int kelo_dump_route(const nlmsghdr* message, const char* interface_name, char* g
 }
 
 int kelo_get_ipv6_default_gw(const char* interface_name, char* gateway) {
-  if (interface_name == nullptr || gateway == nullptr) {
-    kelo::log::param_null(__func__);
-    return -1;
-  }
+  if (interface_name == nullptr || gateway == nullptr) return kelo::log::param_null(__func__);
   const kelo::base::Descriptor socket = kelo::os::open_rtnl_socket(__func__);
   if (!socket || !kelo::os::bind_rtnl_socket(socket, 0, 0, __func__)) return -1;
   if (!kelo::os::request_routes(socket)) {

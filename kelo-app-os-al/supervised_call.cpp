@@ -83,10 +83,7 @@ class CommandWords {
 
 int kelo_ds_system_call3(const char* command, std::int32_t /*reserved*/, char* output,
                          std::int32_t output_size, int verbose) {
-  if (command == nullptr) {
-    kelo::log::param_null(__func__);
-    return -1;
-  }
+  if (command == nullptr) return kelo::log::param_null(__func__);
   if (std::strlen(command) >= kCommandSize) {
     KELO_LOG(LOG_LVL_ERR, "unable to re-direct stderr: command string too long.Command string was: %s\n",
              command);

@@ -36,10 +36,7 @@ int run_logged(const char* command, int inherited) {
 }  // namespace kelo::os
 
 int kelo_system_call(const char* command, std::uint32_t length) {
-  if (command == nullptr) {
-    kelo::log::param_null(__func__);
-    return -1;
-  }
+  if (command == nullptr) return kelo::log::param_null(__func__);
   if (const std::size_t measured = std::strlen(command); measured != length) {
     KELO_LOG(LOG_LVL_ERR, "System call length mismatch: %d != %d\n", static_cast<int>(length),
              static_cast<int>(measured));
@@ -51,10 +48,7 @@ int kelo_system_call(const char* command, std::uint32_t length) {
 int kelo_system_call_var_arg(char* buffer, std::int32_t size, const char* format, ...) {
   // Without room in the buffer its old content would be run, and after a failed formatting an incomplete command.
   // Neither must happen.
-  if (buffer == nullptr || format == nullptr || size <= 0) {
-    kelo::log::param_null(__func__);
-    return -1;
-  }
+  if (buffer == nullptr || format == nullptr || size <= 0) return kelo::log::param_null(__func__);
   va_list arguments;
   va_start(arguments, format);
   const int length = std::vsnprintf(buffer, static_cast<std::size_t>(size), format, arguments);
@@ -67,10 +61,7 @@ int kelo_system_call_var_arg(char* buffer, std::int32_t size, const char* format
 }
 
 int kelo_system_call_ex(const char* command, std::uint32_t length) {
-  if (command == nullptr) {
-    kelo::log::param_null(__func__);
-    return -1;
-  }
+  if (command == nullptr) return kelo::log::param_null(__func__);
   if (const std::size_t measured = std::strlen(command); measured != length) {
     KELO_LOG(LOG_LVL_ERR, "system call length mismatch: %d != %d\n", static_cast<int>(length),
              static_cast<int>(measured));

@@ -28,10 +28,7 @@ char* next_token(char** text, const char* delimiters) {
 }  // namespace
 
 int replace_str(char* text, const char* pattern, const char* replacement) {
-  if (text == nullptr) {
-    kelo::log::param_null(__func__);
-    return -1;
-  }
+  if (text == nullptr) return kelo::log::param_null(__func__);
   if (pattern == nullptr || replacement == nullptr) return -1;
   const char* const found = std::strstr(text, pattern);
   if (found == nullptr) return -1;
@@ -63,10 +60,7 @@ char* strsep(char** text, const char* delimiters) {
 
 int split_string_to_array(char* text, const char* delimiters, char** array, std::uint32_t flags) {
   if (text == nullptr || array == nullptr) return -1;
-  if (delimiters == nullptr) {
-    kelo::log::param_null(__func__);
-    return -1;
-  }
+  if (delimiters == nullptr) return kelo::log::param_null(__func__);
   int count = 0;
   while (char* const token = next_token(&text, delimiters)) {
     if (*token == '\0' && (flags & KELO_SPLIT_SKIP_EMPTY) != 0) continue;

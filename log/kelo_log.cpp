@@ -111,8 +111,9 @@ void kelo::log::emit_debug(Site site, const char* func, const char* fmt, ...) {
   va_end(arguments);
 }
 
-void kelo::log::param_null(const char* function) {
+int kelo::log::param_null(const char* function) {
   KELO_LOG_AS(function, LOG_LVL_ERR, "%s param NULL\n", function);
+  return -1;
 }
 
 int kelo_log_printf(int level, char* buf, const char* func, int line, const char* fmt, ...) {

@@ -49,8 +49,9 @@ using SourcePath = base::FixedText<64>;
 SourcePath source_path(unsigned file);
 
 // Logs "<function> param NULL" at level 3 under that function's name. The library logs this message for an argument
-// that must not be null. All these messages come from one call site, so they share its source line and path.
-void param_null(const char* function);
+// that must not be null. All these messages come from one call site, so they share its source line and path. Returns -1,
+// the result of most functions for such an argument.
+int param_null(const char* function);
 
 }  // namespace kelo::log
 

@@ -55,10 +55,7 @@ int echo_into(const char* path, std::initializer_list<std::string_view> line, st
 }  // namespace
 
 int kelo_write_msg2file(const char* path, const char* msg) {
-  if (path == nullptr || msg == nullptr) {
-    kelo::log::param_null(__func__);
-    return -1;
-  }
+  if (path == nullptr || msg == nullptr) return kelo::log::param_null(__func__);
   std::array<char, kCommandSize> command;
   return echo_into(path, {"[", local_stamp().view(), "]", msg}, command);
 }

@@ -27,10 +27,7 @@ int read_process_id(const kelo::base::PipeStream& processes) {
 }  // namespace
 
 std::int32_t oem_get_pid_by_name(const char* name) {
-  if (name == nullptr) {
-    kelo::log::param_null(__func__);
-    return -1;
-  }
+  if (name == nullptr) return kelo::log::param_null(__func__);
   const kelo::base::FixedText<kCommandSize> command("ps -e | grep %s | grep -v grep", name);
   // A command that was cut must not run.
   if (!command.cut()) {

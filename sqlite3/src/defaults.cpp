@@ -59,10 +59,7 @@ int write_default(const Row& row) {
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "%s param invald\n", kCaller);
     return DM_SQLITE_FAILED;
   }
-  if (row.table == nullptr || row.key == nullptr || row.value == nullptr) {
-    log::param_null(kCaller);
-    return DM_SQLITE_FAILED;
-  }
+  if (row.table == nullptr || row.key == nullptr || row.value == nullptr) return log::param_null(kCaller);
   {
     const Connection db = open_database(kCaller, DB_DEF_ITEMS);
     if (!db) return DM_SQLITE_NOT_OPENED;

@@ -11,9 +11,4 @@ int refuse_arguments(const char* function) {
   return DM_SQLITE_FAILED;
 }
 
-int refuse_null(const char* function) {
-  log::param_null(function);
-  return DM_SQLITE_FAILED;
-}
-
 }  // namespace kelo::store

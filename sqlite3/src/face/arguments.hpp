@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The messages of the exported functions of the back-end about bad arguments.
+// The message of the exported functions of the back-end about bad arguments.
 #ifndef KELO_SQLITE3_FACE_ARGUMENTS_HPP
 #define KELO_SQLITE3_FACE_ARGUMENTS_HPP
 
@@ -7,10 +7,9 @@
 
 namespace kelo::store {
 
-// These log that an argument of `function` is null or negative, and return DM_SQLITE_FAILED. refuse_null() uses the
-// message of most of the library.
+// Logs that an argument of `function` is null or negative, and returns DM_SQLITE_FAILED. Functions with the message of
+// most of the library call log::param_null().
 int refuse_arguments(const char* function);
-int refuse_null(const char* function);
 
 }  // namespace kelo::store
 

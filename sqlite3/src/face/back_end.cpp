@@ -6,7 +6,6 @@
 #include "base/lock.hpp"
 #include "log/library_log.hpp"
 #include "sqlite3/src/defaults.hpp"
-#include "sqlite3/src/face/arguments.hpp"
 #include "sqlite3/src/face/default_access.hpp"
 #include "sqlite3/src/item_write.hpp"
 #include "sqlite3/src/mutex.hpp"
@@ -113,7 +112,7 @@ bool start_up(const char* caller) {
 void sqlite_reg(kelo_dm_operations* ops) {
   KELO_LOG(LOG_LVL_DBUG, "sqlite_reg\n");
   if (ops == nullptr) {
-    refuse_null(__func__);
+    kelo::log::param_null(__func__);
     return;
   }
   *ops = kOperations;
@@ -132,14 +131,14 @@ int dm_sqlite_check_database() {
 }
 
 int dm_sqlite_read_CfgDB_version(uint32_t* ver) {
-  if (ver == nullptr) return refuse_null(__func__);
+  if (ver == nullptr) return kelo::log::param_null(__func__);
   const LockGuard lock(sqlite_mutex);
   Operation operation(__func__, Access::shared);
   return operation ? read_stored_version(operation, ver) : DM_SQLITE_NOT_OPENED;
 }
 
 int dm_sqlite_read_DefItemsDB_version(uint32_t* ver) {
-  if (ver == nullptr) return refuse_null(__func__);
+  if (ver == nullptr) return kelo::log::param_null(__func__);
   const LockGuard lock(sqlite_mutex);
   const Operation operation(__func__, Access::shared);
   return operation ? read_defaults_version(ver) : DM_SQLITE_NOT_OPENED;

@@ -28,7 +28,7 @@ int dm_pal_check_db_exist() {
 
 int check_database_health(const char* path) {
   if (path == nullptr) {
-    refuse_null(__func__);
+    kelo::log::param_null(__func__);
     return static_cast<int>(Health::not_opened);
   }
   const Operation operation(__func__, Access::shared);
@@ -41,7 +41,7 @@ int integrity_check_callback(int* is_corrupted, int ncols, char** values, char**
 
 int dm_record_exist(sqlite3* db, const char* table, const char* key) {
   if (db == nullptr || table == nullptr || key == nullptr) {
-    refuse_null(__func__);
+    kelo::log::param_null(__func__);
     return 0;
   }
   return look_for_row(db, table, key) == Presence::present ? 1 : 0;
@@ -85,7 +85,7 @@ int dm_sqlite_db2csv_cb(void* db, int ncols, char** values, char** /*names*/) {
 int dm_export_by_table(sqlite3* db, const char* table, FILE* out) {
   constexpr int kBadArgument = 3;
   if (table == nullptr || out == nullptr) {
-    refuse_null(__func__);
+    kelo::log::param_null(__func__);
     return kBadArgument;
   }
   return export_table(db, table, out);

@@ -7,6 +7,7 @@
 
 #include "base/atomic_ref.hpp"
 #include "base/heap.hpp"
+#include "log/library_log.hpp"
 #include "sqlite3/src/defaults.hpp"
 #include "sqlite3/src/defaults_together.hpp"
 #include "sqlite3/src/face/arguments.hpp"
@@ -54,7 +55,7 @@ void kelo::store::write_many_defaults(std::span<dm::PendingDefault> defaults) {
 }
 
 int dm_sqlite_def_db_const(uint32_t /*id*/, kelo_dm_item_desc* item, const void* value, int len) {
-  if (item == nullptr) return refuse_null(__func__);
+  if (item == nullptr) return kelo::log::param_null(__func__);
   const Operation operation(__func__, Access::exclusive);
   if (!operation) return DM_SQLITE_NOT_OPENED;
   const int result = write_default(default_row(*item, value, len));
@@ -68,7 +69,7 @@ int dm_write_def_db(const char* table, const char* key, uint32_t type, const voi
 }
 
 int dm_sqlite_def_db_read(uint32_t /*id*/, kelo_dm_item_desc* item, void* buf, int len) {
-  if (item == nullptr) return refuse_null(__func__);
+  if (item == nullptr) return kelo::log::param_null(__func__);
   std::uint32_t type = 0;
   const int result = read_row_of_default({item->item_table, item->item_key, buf, len}, &type);
   kelo::base::AtomicRef(item->type).store(static_cast<std::int32_t>(type), std::memory_order_relaxed);

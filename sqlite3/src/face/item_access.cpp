@@ -47,7 +47,7 @@ int verified_read(const ItemRead& item) {
 }  // namespace
 
 int dm_sqlite_write(uint32_t id, kelo_dm_item_desc* item, const void* value, int len) {
-  if (item == nullptr) return refuse_null(__func__);
+  if (item == nullptr) return kelo::log::param_null(__func__);
   const LockGuard lock(sqlite_mutex);
   KELO_LOG(LOG_LVL_DBUG, "tab:%s, key:%s \n", item->item_table, item->item_key);
   return journalled_write(id, row_of(item->item_table, id, item->item_key, type_of(*item), value, len));
@@ -66,7 +66,7 @@ int dm_write_db(const char* db_path, const char* table, uint32_t id, const char*
 }
 
 int dm_sqlite_read(uint32_t /*id*/, kelo_dm_item_desc* item, void* buf, int len) {
-  if (item == nullptr) return refuse_null(__func__);
+  if (item == nullptr) return kelo::log::param_null(__func__);
   const LockGuard lock(sqlite_mutex);
   KELO_LOG(LOG_LVL_DBUG, "tab:%s, key:%s \n", item->item_table, item->item_key);
   return verified_read({item->item_table, item->item_key, buf, len});
@@ -75,7 +75,7 @@ int dm_sqlite_read(uint32_t /*id*/, kelo_dm_item_desc* item, void* buf, int len)
 int dm_pal_read_by_key(const char* table, const char* key, void* buf, int len) {
   constexpr int kBadArgument = -3;
   if (table == nullptr || key == nullptr || buf == nullptr) {
-    refuse_null(__func__);
+    kelo::log::param_null(__func__);
     return kBadArgument;
   }
   return verified_read({table, key, buf, len});

@@ -10,10 +10,7 @@ using namespace kelo::params;
 using kelo::store::Rows;
 
 int kelo_db_get_value(const char* table, const char* name, void* out, uint32_t type, uint32_t size) {
-  if (table == nullptr || name == nullptr || out == nullptr) {
-    kelo::log::param_null(__func__);
-    return KELO_DB_FAILED;
-  }
+  if (table == nullptr || name == nullptr || out == nullptr) return kelo::log::param_null(__func__);
   const LockGuard lock(parameter_mutex);
   const Rows found = search_by_table(Database::user, StatementText("select %s from %s ;", name, table));
   if (!found.outcome.ok()) return KELO_DB_FAILED;
@@ -25,10 +22,7 @@ int kelo_db_get_value(const char* table, const char* name, void* out, uint32_t t
 }
 
 int kelo_db_update_value(const char* table, const char* name, const void* value, uint32_t type) {
-  if (table == nullptr || name == nullptr || value == nullptr) {
-    kelo::log::param_null(__func__);
-    return KELO_DB_FAILED;
-  }
+  if (table == nullptr || name == nullptr || value == nullptr) return kelo::log::param_null(__func__);
   const LockGuard lock(parameter_mutex);
   const Column column = {table, name};
   // The size of the value is unknown. A text longer than a statement cannot be stored, so no more of it is read.

@@ -9,10 +9,7 @@ using namespace kelo::params;
 
 int kelo_db_exec_cmd(const char* sql, kelo_db_row_fn callback, void* arg, int which) {
   constexpr int kFactory = 1;
-  if (sql == nullptr) {
-    kelo::log::param_null(__func__);
-    return KELO_DB_FAILED;
-  }
+  if (sql == nullptr) return kelo::log::param_null(__func__);
   KELO_LOG(LOG_LVL_DBUG, "executeCommand sql_cmd:%s!!\n", sql);
   const Database database = which == kFactory ? Database::factory : Database::user;
   const ConnectionLease connection(database);
