@@ -77,7 +77,10 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_SYSTEM_PROCESSOR MATCHES "^arm")
   # What these passes keep in registers or move out of loops and branches takes more instructions than it saves in
   # Thumb-2 code: 280 bytes of the device's library. A build for speed has them.
   set(passes_that_enlarge -fno-move-loop-invariants -fno-tree-sink -fno-gcse -fno-code-hoisting -fno-schedule-insns2
-                          -fno-caller-saves -fno-tree-pre -fno-ivopts -fno-tree-loop-im)
+                          -fno-caller-saves -fno-tree-pre -fno-ivopts -fno-tree-loop-im -fno-tree-dominator-opts
+                          -fno-tree-ter)
+  # A call that ends a function as a jump has an epilogue of its own, in guarded functions with the check of the guard.
+  list(APPEND passes_that_enlarge -fno-optimize-sibling-calls)
   # With the data of one source in one section, a function reaches several variables and names from one address. That
   # is worth 300 bytes more.
   target_compile_options(kelo_utils_objects PRIVATE $<$<CONFIG:MinSizeRel>:${passes_that_enlarge} -fno-data-sections>)
