@@ -45,7 +45,7 @@ q_type def_items;
 bool def_items_ready = false;
 
 // The name of an id in the id map.
-struct IdKey : kelo::base::FixedText<64> {
+struct IdKey : kelo::base::FixedText<128> {
   explicit IdKey(std::int32_t id) : FixedText("%d", id) {}
 };
 

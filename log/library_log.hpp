@@ -44,8 +44,9 @@ void emit(Site site, const char* func, int level, const char* fmt, ...) KELO_PRI
 void emit_error(Site site, const char* func, const char* fmt, ...) KELO_PRINTF(3, 4);
 void emit_debug(Site site, const char* func, const char* fmt, ...) KELO_PRINTF(3, 4);
 
-// Returns the path of a source of the library. `file` is the number that the build has given it.
-using SourcePath = base::FixedText<64>;
+// Returns the path of a source of the library. `file` is the number that the build has given it. Most short texts have
+// buffers of this size: each size takes code of its own.
+using SourcePath = base::FixedText<128>;
 SourcePath source_path(unsigned file);
 
 // Logs "<function> param NULL" at level 3 under that function's name. The library logs this message for an argument

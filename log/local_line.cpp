@@ -82,7 +82,7 @@ int read_thread_name(int process, std::span<char> name) {
     prctl(PR_GET_NAME, name.data());
   } else {
     const int thread = get_tid();
-    const base::FixedText<64> path("/proc/%d/task/%d/comm", process, thread);
+    const base::FixedText<128> path("/proc/%d/task/%d/comm", process, thread);
     ssize_t count = -1;
     if (const base::Descriptor comm = base::open_file(path.c_str(), O_RDONLY)) {
       count = base::read_some(comm.get(), name.first(name.size() - 1));
