@@ -17,6 +17,7 @@
 #include "base/file.hpp"
 #include "kelo_utils/sqlite.h"
 #include "log/library_log.hpp"
+#include "sqlite3/src/database_paths.hpp"
 #include "sqlite3/src/safe_copy.hpp"
 #include "sqlite3/src/shell.hpp"
 #include "sqlite3/src/sql.hpp"
@@ -72,7 +73,8 @@ bool keep_copy(int count) {
     number = count;
   }
   Output output;
-  if (!run(output, "cp -rf %s /mnt/vendor/nvdata/`date +%%Y-%%m-%%d_%%H_%%M_%%S`.db%d", DB_CONFIG, number))
+  if (!run(output, "cp -rf %s /mnt/vendor/nvdata/`date +%%Y-%%m-%%d_%%H_%%M_%%S`.db%d", primary_path(),
+           number))
     return false;
   sync_kept_copies();
   return true;
@@ -82,7 +84,7 @@ bool delete_databases() {
   const struct {
     const char* path;
     const char* log_word;
-  } files[] = {{DB_CONFIG, ""}, {DB_CONFIGBAK, "bak "}, {DB_STATE, "state "}};
+  } files[] = {{primary_path(), ""}, {backup_path(), "bak "}, {journal_path(), "state "}};
   for (const auto& file : files) {
     if (unlink(file.path) != 0) {
       KELO_LOG_AS(kCaller, LOG_LVL_ERR, "unlink %serror: %s\n", file.log_word, std::strerror(errno));
@@ -109,7 +111,7 @@ bool clean_databases(bool keep_a_copy, int kept_copies) {
     KELO_LOG_AS(kCaller, LOG_LVL_DBUG, "just clean database no need backup\n");
   } else {
     // Only the database file is copied, so the journal of an interrupted transaction must be rolled back first.
-    roll_back_cut_transaction(DB_CONFIG);
+    roll_back_cut_transaction(primary_path());
     if (!keep_copy(kept_copies)) return false;
   }
   return delete_databases();

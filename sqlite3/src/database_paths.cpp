@@ -24,6 +24,11 @@ std::string_view directory_of(std::string_view path) { return {path.data(), path
 
 }  // namespace
 
+const char* kelo::store::primary_path() { return DB_CONFIG; }
+const char* kelo::store::backup_path() { return DB_CONFIGBAK; }
+const char* kelo::store::journal_path() { return DB_STATE; }
+const char* kelo::store::defaults_path() { return DB_DEF_ITEMS; }
+
 bool kelo::store::same_directory(const char* path, const char* other) {
   return directory_of(path) == directory_of(other);
 }

@@ -9,6 +9,7 @@
 #include "base/file.hpp"
 #include "kelo_utils/sqlite.h"
 #include "log/library_log.hpp"
+#include "sqlite3/src/database_paths.hpp"
 #include "sqlite3/src/sql.hpp"
 
 namespace kelo::store {
@@ -61,7 +62,7 @@ int write_default(const Row& row) {
   }
   if (row.table == nullptr || row.key == nullptr || row.value == nullptr) return log::param_null(kCaller);
   {
-    const Connection db = open_database(kCaller, DB_DEF_ITEMS);
+    const Connection db = open_database(kCaller, defaults_path());
     if (!db) return DM_SQLITE_NOT_OPENED;
     const Outcome created = execute_formatted(db.get(), sql::kCreateDefaults, row.table);
     if (!created.ok()) {
@@ -71,13 +72,13 @@ int write_default(const Row& row) {
     store_default(db.get(), row);
   }
   // A power cut would roll the row back until the removal of SQLite's journal is on storage.
-  static_cast<void>(base::sync_directory_of(DB_DEF_ITEMS));
+  static_cast<void>(base::sync_directory_of(defaults_path()));
   return 0;
 }
 
 int read_default(const ItemRead& item, std::uint32_t* type) {
   constexpr const char* kCaller = "dm_read_def_db";
-  const Connection db = open_database(kCaller, DB_DEF_ITEMS);
+  const Connection db = open_database(kCaller, defaults_path());
   if (!db) return DM_SQLITE_NOT_OPENED;
   const SqlText select(sql::kSelectDefault, item.table, item.key);
   const PreparedStatement selected = prepare_to_read(db.get(), select.c_str());

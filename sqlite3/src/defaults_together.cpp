@@ -11,6 +11,7 @@
 #include "base/file.hpp"
 #include "base/heap.hpp"
 #include "kelo_utils/sqlite.h"
+#include "sqlite3/src/database_paths.hpp"
 #include "sqlite3/src/sql.hpp"
 
 namespace kelo::store {
@@ -176,11 +177,11 @@ bool write_defaults_together(std::span<DefaultRow> rows) {
   }
   std::qsort(sorted.get(), count, sizeof(void*), compare_for_sort);
   {
-    const OpenResult opening = open_for_writing(DB_DEF_ITEMS);
+    const OpenResult opening = open_for_writing(defaults_path());
     if (!opening.ok() || !write_rows(opening.db.get(), rows, {sorted.get(), count})) return false;
   }
   // A power cut would roll the rows back until the removal of SQLite's journal is on storage.
-  static_cast<void>(base::sync_directory_of(DB_DEF_ITEMS));
+  static_cast<void>(base::sync_directory_of(defaults_path()));
   return true;
 }
 

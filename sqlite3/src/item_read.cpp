@@ -54,7 +54,8 @@ FileStamp stamp_of(const char* path) {
 // Returns whether a failed read means that the backup must be made again from the primary.
 bool backup_is_unusable(const char* path, int code) {
   if (!is_backup(path)) return false;
-  return code == SQLITE_CORRUPT || code == SQLITE_NOTADB || (size_of(path) == 0 && size_of(DB_CONFIG) > 0);
+  return code == SQLITE_CORRUPT || code == SQLITE_NOTADB ||
+         (size_of(path) == 0 && size_of(primary_path()) > 0);
 }
 
 }  // namespace
@@ -65,12 +66,12 @@ int read_item(Operation& operation, const ItemRead& item) {
   // the data manager do not learn the length.
   const auto primary_value = base::zeroed_array<char>(static_cast<std::size_t>(item.size));
   const int primary =
-      read_verified(operation, DB_CONFIG,
+      read_verified(operation, primary_path(),
                     {item.table, item.key, primary_value ? primary_value.get() : item.buf, item.size});
   KELO_LOG_AS("dm_pal_read", LOG_LVL_DBUG, "rd ret  %d \n", primary);
-  const int backup = read_verified(operation, DB_CONFIGBAK, item);
+  const int backup = read_verified(operation, backup_path(), item);
   if (backup > 0 || backup == DM_SQLITE_NOT_PREPARED || backup == DM_SQLITE_FAILED) return backup;
-  return read_verified(operation, DB_CONFIGBAK, item);
+  return read_verified(operation, backup_path(), item);
 }
 
 int read_row(Operation& operation, const char* path, const ItemRead& item, std::uint32_t* crc) {

@@ -25,18 +25,18 @@ constexpr const char* kRowCaller = "dm_write_db";
 // After a failed copy only this row is missing in the backup. When there is no backup, none is made: a backup with a
 // single row would hide every other item.
 void carry_row_to_backup(const Row& row) {
-  if (size_of(DB_CONFIGBAK) == 0) return;
-  const int written = write_row(DB_CONFIGBAK, row, OnCorruption::fail);
+  if (size_of(backup_path()) == 0) return;
+  const int written = write_row(backup_path(), row, OnCorruption::fail);
   KELO_LOG_AS(kCaller, LOG_LVL_ERR, "only the row of %s %s was written to %s: %d\n", row.table, row.key,
-              DB_CONFIGBAK, written);
+              backup_path(), written);
 }
 
 // Replaces a corrupt primary by the backup and writes the new row into it, so that the next write can copy the
 // primary again.
 void repair_corrupt_primary(const Row& row) {
   if (!take_primary_from_backup(kCaller)) return;
-  write_row(DB_CONFIG, row, OnCorruption::fail);
-  static_cast<void>(base::sync_directory_of(DB_CONFIG));
+  write_row(primary_path(), row, OnCorruption::fail);
+  static_cast<void>(base::sync_directory_of(primary_path()));
 }
 
 }  // namespace
@@ -50,24 +50,26 @@ int write_item(std::uint32_t id, const Row& row) {
   mend_primary(kCaller);
   // SQLite has no result for a row that did not fit, but it leaves the error of the system.
   errno = 0;
-  const int written = write_row(DB_CONFIG, row, OnCorruption::repair);
-  if (errno == ENOSPC) log_file_problem(DB_CONFIG, ENOSPC);
+  const int written = write_row(primary_path(), row, OnCorruption::repair);
+  if (errno == ENOSPC) log_file_problem(primary_path(), ENOSPC);
   if (written < 0) {
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "dm_update_db: \n");
     return DM_SQLITE_FAILED;
   }
   // After a power cut the row must not be only in the backup. The copy syncs the backup's directory before it begins,
   // so the directory of the primary needs a sync only when it is another one.
-  if (!same_directory(DB_CONFIG, DB_CONFIGBAK)) static_cast<void>(base::sync_directory_of(DB_CONFIG));
+  if (!same_directory(primary_path(), backup_path()))
+    static_cast<void>(base::sync_directory_of(primary_path()));
   // Only a healthy primary may replace the backup, since a corrupt primary is repaired from the backup.
-  const Health health = health_of(DB_CONFIG);
+  const Health health = health_of(primary_path());
   if (health == Health::healthy && !copy_primary_over_backup(kCaller)) carry_row_to_backup(row);
-  if (!same_directory(DB_CONFIGBAK, DB_STATE)) static_cast<void>(base::sync_directory_of(DB_CONFIGBAK));
+  if (!same_directory(backup_path(), journal_path()))
+    static_cast<void>(base::sync_directory_of(backup_path()));
   // The state is recorded after the copy. When a crash leaves the journal like this, start-up completes the backup.
   // SQLite syncs the journal's directory, in which the other databases usually are as well.
   if (!record_in_journal(item, WS_WRITE_DONE)) {
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "dm_write_state_db  WS_WRITE_DONE failed: %d\n", DM_SQLITE_FAILED);
-    static_cast<void>(base::sync_directory_of(DB_STATE));
+    static_cast<void>(base::sync_directory_of(journal_path()));
   }
   if (!record_in_journal(item, WS_BACKUP_DONE)) {
     KELO_LOG_AS(kCaller, LOG_LVL_ERR, "dm_write_state_db  WS_BACKUP_DONE failed: %d\n", DM_SQLITE_FAILED);

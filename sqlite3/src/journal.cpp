@@ -8,6 +8,7 @@
 
 #include "base/child.hpp"
 #include "log/library_log.hpp"
+#include "sqlite3/src/database_paths.hpp"
 #include "sqlite3/src/handles.hpp"
 #include "sqlite3/src/row.hpp"
 #include "sqlite3/src/sql.hpp"
@@ -31,12 +32,12 @@ bool add_columns(const char* caller, sqlite3* db) {
 
 void recreate_journal() {
   KELO_LOG_AS(kWriteCaller, LOG_LVL_ERR, "ret_pos is NULL, other error occured\n");
-  const CommandText remove("rm -f %s", DB_STATE);
+  const CommandText remove("rm -f %s", journal_path());
   [[maybe_unused]] const int removed =
       base::run_shell(remove.c_str());  // open_for_writing() shows whether it worked
-  const OpenResult created = open_for_writing(DB_STATE);
+  const OpenResult created = open_for_writing(journal_path());
   if (!created.ok()) KELO_LOG_AS(kWriteCaller, LOG_LVL_ERR, "Can't create database: %s\n", created.text());
-  KELO_LOG_AS(kWriteCaller, LOG_LVL_DBUG, "Create database %s successfully\n", DB_STATE);
+  KELO_LOG_AS(kWriteCaller, LOG_LVL_DBUG, "Create database %s successfully\n", journal_path());
 }
 
 bool update_row(Connection& db, const char* update) {
@@ -103,7 +104,7 @@ void log_row(const JournalRow& row) {
 }  // namespace
 
 bool record_in_journal(const JournalItem& item, int state) {
-  Connection db = open_database(kWriteCaller, DB_STATE);
+  Connection db = open_database(kWriteCaller, journal_path());
   if (!db) return false;
   const Outcome created = execute(db.get(), sql::kCreateJournal);
   if (!created.ok()) {
@@ -123,7 +124,7 @@ bool record_in_journal(const JournalItem& item, int state) {
 
 std::optional<JournalRow> read_journal() {
   constexpr int kColumns = 6;
-  const Connection db = open_database(kReadCaller, DB_STATE);
+  const Connection db = open_database(kReadCaller, journal_path());
   if (!db) return {};
   const Rows found = select_row(db.get());
   if (!found.outcome.ok() || found.rows < 1 || found.columns < kColumns) return {};

@@ -11,6 +11,7 @@
 #include "base/file.hpp"
 #include "kelo_utils/sqlite.h"
 #include "log/library_log.hpp"
+#include "sqlite3/src/database_paths.hpp"
 #include "sqlite3/src/repair.hpp"
 #include "sqlite3/src/row.hpp"
 #include "sqlite3/src/safe_copy.hpp"
@@ -58,8 +59,8 @@ void mend_table(const char* caller, sqlite3* primary, const char* table, sqlite3
     if (key == nullptr || !matches_checksum(rows) || has_undamaged(primary, table, key) ||
         !has_row(primary, table, sqlite3_column_int(rows, 5)))
       continue;
-    KELO_LOG_AS(caller, LOG_LVL_ERR, "%s lost %s %s, it is taken from %s\n", DB_CONFIG, table, key,
-                DB_CONFIGBAK);
+    KELO_LOG_AS(caller, LOG_LVL_ERR, "%s lost %s %s, it is taken from %s\n", primary_path(), table, key,
+                backup_path());
     store_item(primary, {table, sqlite3_column_int(rows, 3), key, sqlite3_column_int(rows, 4),
                          sqlite3_column_blob(rows, 0), sqlite3_column_bytes(rows, 0)});
   }
@@ -67,13 +68,13 @@ void mend_table(const char* caller, sqlite3* primary, const char* table, sqlite3
 
 // The table has lost a column, or damage in the file makes SQLite treat it as read-only.
 bool needs_replacement(int code) {
-  return code == SQLITE_ERROR || (code == SQLITE_READONLY && access(DB_CONFIG, W_OK) == 0);
+  return code == SQLITE_ERROR || (code == SQLITE_READONLY && access(primary_path(), W_OK) == 0);
 }
 
 // Returns false when rows of a table cannot be written into the primary.
 bool mend_rows(const char* caller) {
-  const OpenResult primary = open_for_writing(DB_CONFIG);
-  const OpenResult backup = open_for_reading(DB_CONFIGBAK);
+  const OpenResult primary = open_for_writing(primary_path());
+  const OpenResult backup = open_for_reading(backup_path());
   if (!primary.ok() || !backup.ok()) return true;
   const Rows tables = select_rows(backup.db.get(), sql::kSelectTables);
   bool writable = true;
@@ -94,7 +95,9 @@ bool mend_rows(const char* caller) {
 }  // namespace
 
 void mend_primary(const char* caller) {
-  if (size_of(DB_CONFIG) == 0 || size_of(DB_CONFIGBAK) == 0 || same_bytes(DB_CONFIG, DB_CONFIGBAK)) return;
+  if (size_of(primary_path()) == 0 || size_of(backup_path()) == 0 ||
+      same_bytes(primary_path(), backup_path()))
+    return;
   if (!mend_rows(caller)) take_primary_from_backup(caller);
 }
 

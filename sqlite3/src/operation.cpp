@@ -4,12 +4,13 @@
 
 #include "kelo_utils/sqlite.h"
 #include "log/library_log.hpp"
+#include "sqlite3/src/database_paths.hpp"
 #include "sqlite3/src/safe_copy.hpp"
 
 namespace kelo::store {
 
 Operation::Operation(const char* caller, Access access)
-    : caller_(caller), lock_(caller, DB_CONFIG, access), ready_(lock_ && undo_interrupted_copies()) {}
+    : caller_(caller), lock_(caller, primary_path(), access), ready_(lock_ && undo_interrupted_copies()) {}
 
 bool Operation::make_exclusive() {
   if (exclusive()) return ready_;
@@ -17,17 +18,17 @@ bool Operation::make_exclusive() {
 }
 
 bool Operation::undo_interrupted_copies() {
-  if (!lock_.locked() || (!copy_was_interrupted(DB_CONFIG) && !copy_was_interrupted(DB_CONFIGBAK)))
+  if (!lock_.locked() || (!copy_was_interrupted(primary_path()) && !copy_was_interrupted(backup_path())))
     return true;
   if (!lock_.make_exclusive()) return false;
   ByteRangeLock copies;
-  if (!copies.wait_for_copies(DB_CONFIG)) {
+  if (!copies.wait_for_copies(primary_path())) {
     KELO_LOG_AS(caller_, LOG_LVL_ERR, "a cp that was left running works on %s, nothing was done\n",
-                DB_CONFIGBAK);
+                backup_path());
     return false;
   }
-  undo_interrupted_copy(DB_CONFIG);
-  undo_interrupted_copy(DB_CONFIGBAK);
+  undo_interrupted_copy(primary_path());
+  undo_interrupted_copy(backup_path());
   return true;
 }
 

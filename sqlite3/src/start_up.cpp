@@ -9,6 +9,7 @@
 #include "base/heap.hpp"
 #include "kelo_utils/sqlite.h"
 #include "log/library_log.hpp"
+#include "sqlite3/src/database_paths.hpp"
 #include "sqlite3/src/item_read.hpp"
 #include "sqlite3/src/item_write.hpp"
 #include "sqlite3/src/journal.hpp"
@@ -25,13 +26,13 @@ int complete_backup(Operation& operation, const JournalRow& journal) {
   if (!value) base::fatal(base::kStoreCode);
   KELO_LOG_AS(kCaller, LOG_LVL_DBUG, "dm_sqlite_check_database read primary\n");
   std::uint32_t crc = 0;
-  const int len = read_row(operation, DB_CONFIG, {item.table, item.key, value.get(), item.len}, &crc);
+  const int len = read_row(operation, primary_path(), {item.table, item.key, value.get(), item.len}, &crc);
   if (len < 1 || value_crc(value.get(), len) != static_cast<std::int32_t>(crc)) return DM_SQLITE_FAILED;
   const Row row = {item.table,  static_cast<std::int32_t>(item.id),
                    item.key,    static_cast<std::int32_t>(item.type),
                    value.get(), len};
-  const int written = write_row(DB_CONFIGBAK, row, OnCorruption::repair);
-  static_cast<void>(base::sync_directory_of(DB_CONFIGBAK));
+  const int written = write_row(backup_path(), row, OnCorruption::repair);
+  static_cast<void>(base::sync_directory_of(backup_path()));
   return written;
 }
 

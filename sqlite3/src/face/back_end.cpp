@@ -5,6 +5,7 @@
 #include "base/atomic_ref.hpp"
 #include "base/lock.hpp"
 #include "log/library_log.hpp"
+#include "sqlite3/src/database_paths.hpp"
 #include "sqlite3/src/defaults.hpp"
 #include "sqlite3/src/face/default_access.hpp"
 #include "sqlite3/src/item_write.hpp"
@@ -82,7 +83,7 @@ void log_unreadable_version(const char* caller, int result) {
 // an older release may have made.
 void repair_at_start_up(const char* caller) {
   replace_invalid_primary(caller);
-  for (const char* const path : {DB_CONFIG, DB_CONFIGBAK, DB_STATE}) remove_duplicate_rows(path);
+  for (const char* const path : {primary_path(), backup_path(), journal_path()}) remove_duplicate_rows(path);
 }
 
 // Does the work of the first registration in a process. Returns false when the store could not be locked: the next
@@ -90,7 +91,7 @@ void repair_at_start_up(const char* caller) {
 bool start_up(const char* caller) {
   Operation operation(caller, Access::exclusive);
   if (operation) {
-    for (const char* const path : {DB_CONFIG, DB_CONFIGBAK}) remove_unused_copy(path);
+    for (const char* const path : {primary_path(), backup_path()}) remove_unused_copy(path);
   }
   std::uint32_t stored = 0;
   const int result = operation ? read_stored_version(operation, &stored) : DM_SQLITE_NOT_OPENED;

@@ -8,6 +8,7 @@
 #include "log/library_log.hpp"
 #include "sqlite3/src/clean.hpp"
 #include "sqlite3/src/csv_export.hpp"
+#include "sqlite3/src/database_paths.hpp"
 #include "sqlite3/src/face/arguments.hpp"
 #include "sqlite3/src/health.hpp"
 #include "sqlite3/src/journal.hpp"
@@ -21,7 +22,8 @@ using namespace kelo::store;
 int dm_pal_check_db_exist() {
   // The operation restores a file that a crash has left under the name "-previous", so that it is found.
   const Operation operation(__func__, Access::shared);
-  if (!operation || access(DB_CONFIG, F_OK) != 0 || access(DB_CONFIGBAK, F_OK) != 0) return DM_SQLITE_FAILED;
+  if (!operation || access(primary_path(), F_OK) != 0 || access(backup_path(), F_OK) != 0)
+    return DM_SQLITE_FAILED;
   KELO_LOG(LOG_LVL_WRN, "config && configbak all exist\n");
   return 0;
 }
