@@ -74,7 +74,7 @@ bool kelo_nl_netlink_handle(const base::Descriptor& socket, unsigned interface_i
   for (;;) {
     const ssize_t length = ::recvfrom(socket.get(), datagram.data(), datagram.size(), 0, nullptr, nullptr);
     if (length < 0) return false;
-    KELO_LOG(LOG_LVL_DBUG, "rx len:%d \n", static_cast<int>(length));
+    KELO_LOG_AS(kHandleDatagram, LOG_LVL_DBUG, "rx len:%d \n", static_cast<int>(length));
     const ByteSpan received = std::as_bytes(std::span(datagram.data(), static_cast<std::size_t>(length)));
     if (find_global_address(received, interface_index, text)) return true;
   }

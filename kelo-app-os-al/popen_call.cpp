@@ -21,6 +21,10 @@ using kelo::base::LineReader;
 using kelo::base::PipeStream;
 using kelo::base::TextBuilder;
 
+// The exported functions, with which their steps log too. They do not use __func__, which would be a second text.
+constexpr char kCall[] = "kelo_popen_call";
+constexpr char kCallEx[] = "kelo_popen_call_ex";
+
 constexpr char kFailed[] = "popen call:%s fail[%s]\n";
 constexpr char kInvalid[] = "parameter invaild!";
 constexpr char kNullText[] = "(null)";  // the text that the C library prints for a null string
@@ -45,10 +49,9 @@ std::string_view plain_lines(std::string_view arrived, std::size_t room) {
 
 // Keeps complete lines until a line does not fit. Returns false when memory runs out.
 bool capture_lines(const PipeStream& pipe, std::span<char> buffer) {
-  static constexpr char kFunction[] = "kelo_popen_call";
   const auto storage = kelo::base::zeroed_array<char>(buffer.size());
   if (!storage) {
-    KELO_LOG_AS(kFunction, LOG_LVL_ERR, "result_str is NULL!");
+    KELO_LOG_AS(kCall, LOG_LVL_ERR, "result_str is NULL!");
     return false;
   }
   TextBuilder result = zeroed_result(buffer);
@@ -59,11 +62,11 @@ bool capture_lines(const PipeStream& pipe, std::span<char> buffer) {
     const std::string_view text = text_of(line);
     const std::size_t before = result.size();
     if (before + text.size() >= buffer.size()) {
-      KELO_LOG_AS(kFunction, LOG_LVL_ERR, "result_buf Exceeded max len.\n");
+      KELO_LOG_AS(kCall, LOG_LVL_ERR, "result_buf Exceeded max len.\n");
       break;
     }
     result.append(text);
-    KELO_LOG_AS(kFunction, LOG_LVL_DBUG, "Line string:%s", result.c_str() + before);
+    KELO_LOG_AS(kCall, LOG_LVL_DBUG, "Line string:%s", result.c_str() + before);
     if (kelo::log::passes(LOG_LVL_DBUG)) continue;
     // Short lines take most of the time, so lines that need not be logged are copied together.
     const std::string_view more = plain_lines(lines.pending(), buffer.size() - 1 - result.size());
@@ -75,19 +78,18 @@ bool capture_lines(const PipeStream& pipe, std::span<char> buffer) {
 
 // Keeps the output that fits.
 void capture_pieces(const PipeStream& pipe, std::span<char> buffer) {
-  static constexpr char kFunction[] = "kelo_popen_call_ex";
   std::array<char, kLongestPiece> storage;
   std::array<char, 1> no_buffer;
   TextBuilder result = zeroed_result(buffer.empty() ? no_buffer : buffer);
   LineReader lines(pipe.descriptor(), storage);
   for (std::string_view line = lines.next(); !line.empty(); line = lines.next()) {
     const std::string_view text = text_of(line);
-    KELO_LOG_AS(kFunction, LOG_LVL_DBUG, "%.*s\n", static_cast<int>(text.size()), text.data());
+    KELO_LOG_AS(kCallEx, LOG_LVL_DBUG, "%.*s\n", static_cast<int>(text.size()), text.data());
     const std::size_t taken = result.size() + 2;  // callers rely on the last byte but one being zero
     const std::size_t room = buffer.size() > taken ? buffer.size() - taken : 0;
     result.append({text.data(), std::min(text.size(), room)});
     if (result.size() + 1 == buffer.size()) {
-      KELO_LOG_AS(kFunction, LOG_LVL_DBUG, "len=%d,%d\n", static_cast<int>(result.size()),
+      KELO_LOG_AS(kCallEx, LOG_LVL_DBUG, "len=%d,%d\n", static_cast<int>(result.size()),
                   static_cast<int>(buffer.size()) - 1);
       break;
     }
@@ -109,12 +111,12 @@ void pause_for_output() {
 
 int kelo_popen_call(const char* command, char* result, std::int32_t size) {
   if (command == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, kFailed, kNullText, kInvalid);
+    KELO_LOG_AS(kCall, LOG_LVL_ERR, kFailed, kNullText, kInvalid);
     return -1;
   }
   const PipeStream pipe = PipeStream::reading(command);
   if (!pipe) {
-    KELO_LOG(LOG_LVL_ERR, kFailed, command, std::strerror(errno));
+    KELO_LOG_AS(kCall, LOG_LVL_ERR, kFailed, command, std::strerror(errno));
     return -1;
   }
   const char* shown = kNullText;
@@ -123,18 +125,18 @@ int kelo_popen_call(const char* command, char* result, std::int32_t size) {
     if (!buffer.empty() && !capture_lines(pipe, buffer)) return -1;
     shown = buffer.empty() ? "" : result;
   }
-  KELO_LOG(LOG_LVL_DBUG, "popen call: %s success. result string:%s\n", command, shown);
+  KELO_LOG_AS(kCall, LOG_LVL_DBUG, "popen call: %s success. result string:%s\n", command, shown);
   return 0;
 }
 
 int kelo_popen_call_ex(const char* command, char* result, std::int32_t size) {
   if (command == nullptr || result == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, kFailed, command == nullptr ? kNullText : command, kInvalid);
+    KELO_LOG_AS(kCallEx, LOG_LVL_ERR, kFailed, command == nullptr ? kNullText : command, kInvalid);
     return -1;
   }
   const PipeStream pipe = PipeStream::reading(command);
   if (!pipe) {
-    KELO_LOG(LOG_LVL_ERR, kFailed, command, std::strerror(errno));
+    KELO_LOG_AS(kCallEx, LOG_LVL_ERR, kFailed, command, std::strerror(errno));
     return -1;
   }
   pause_for_output();

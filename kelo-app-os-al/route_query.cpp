@@ -24,7 +24,8 @@
 namespace kelo::os {
 namespace {
 
-// The function names in the messages of steps that several functions share.
+// The function names in the messages of steps that several functions share. They replace __func__ in the functions
+// themselves, where it would be a second text.
 constexpr char kDumpRoute[] = "kelo_dump_route";
 constexpr char kReadResponse[] = "kelo_get_route_dump_response";
 
@@ -127,7 +128,7 @@ bool request_routes(const base::Descriptor& socket) {
 
 void kelo_get_route_dump_response(const base::Descriptor& socket, unsigned interface_index, char* gateway) {
   const Reply reply = kelo_rtnl_recvmsg(socket);
-  KELO_LOG(LOG_LVL_DBUG, "Dump IPv6 default gateway:%d\n", static_cast<int>(reply.length));
+  KELO_LOG_AS(kReadResponse, LOG_LVL_DBUG, "Dump IPv6 default gateway:%d\n", static_cast<int>(reply.length));
   if (reply.length <= 0) return;
   find_gateway({reply.bytes.get(), static_cast<std::size_t>(reply.length)}, reply.sender, interface_index,
                gateway);
@@ -175,7 +176,7 @@ void kelo_parse_rtattr(rtattr** table, int max, rtattr* attribute, int remaining
 
 int kelo_dump_route(const nlmsghdr* message, const char* interface_name, char* gateway) {
   if (message == nullptr || interface_name == nullptr || gateway == nullptr)
-    return kelo::log::param_null(__func__);
+    return kelo::log::param_null(kelo::os::kDumpRoute);
   const auto* const bytes = reinterpret_cast<const std::byte*>(message);
   std::int32_t length = 0;
   std::memcpy(&length, bytes + offsetof(nlmsghdr, nlmsg_len), sizeof length);

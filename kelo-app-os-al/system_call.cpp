@@ -14,21 +14,27 @@
 #include "kelo_utils/app_os_al.h"
 #include "log/library_log.hpp"
 
+namespace {
+
+// It is not __func__ in the function itself, which would be a second text.
+constexpr char kSystemCall[] = "kelo_system_call";
+
+}  // namespace
+
 namespace kelo::os {
 
 int run_logged(const char* command, int inherited) {
-  static constexpr char kFunction[] = "kelo_system_call";
-  KELO_LOG_AS(kFunction, LOG_LVL_DBUG, "System call: %s\n", command);
+  KELO_LOG_AS(kSystemCall, LOG_LVL_DBUG, "System call: %s\n", command);
   const int status = base::run_shell(command, inherited);
   if (status == -1) {
-    KELO_LOG_AS(kFunction, LOG_LVL_ERR, "system error!\n");
+    KELO_LOG_AS(kSystemCall, LOG_LVL_ERR, "system error!\n");
   } else if (!WIFEXITED(status)) {
-    KELO_LOG_AS(kFunction, LOG_LVL_ERR, "result=%d, exit status = [%d]\n", status, WEXITSTATUS(status));
+    KELO_LOG_AS(kSystemCall, LOG_LVL_ERR, "result=%d, exit status = [%d]\n", status, WEXITSTATUS(status));
   } else if (WEXITSTATUS(status) != 0) {
-    KELO_LOG_AS(kFunction, LOG_LVL_ERR, "run shell script fail=%d, script exit code: %d\n", status,
+    KELO_LOG_AS(kSystemCall, LOG_LVL_ERR, "run shell script fail=%d, script exit code: %d\n", status,
                 WEXITSTATUS(status));
   } else {
-    KELO_LOG_AS(kFunction, LOG_LVL_DBUG, "run shell script successfully result=%d.\n", status);
+    KELO_LOG_AS(kSystemCall, LOG_LVL_DBUG, "run shell script successfully result=%d.\n", status);
   }
   return status;
 }
@@ -36,10 +42,10 @@ int run_logged(const char* command, int inherited) {
 }  // namespace kelo::os
 
 int kelo_system_call(const char* command, std::uint32_t length) {
-  if (command == nullptr) return kelo::log::param_null(__func__);
+  if (command == nullptr) return kelo::log::param_null(kSystemCall);
   if (const std::size_t measured = std::strlen(command); measured != length) {
-    KELO_LOG(LOG_LVL_ERR, "System call length mismatch: %d != %d\n", static_cast<int>(length),
-             static_cast<int>(measured));
+    KELO_LOG_AS(kSystemCall, LOG_LVL_ERR, "System call length mismatch: %d != %d\n", static_cast<int>(length),
+                static_cast<int>(measured));
     return -1;
   }
   return kelo::os::run_logged(command);
