@@ -4,6 +4,8 @@
 #include "kelo_utils/list.h"
 #include "list/list_core.hpp"
 
+std::int32_t kelo::list::first_use_holder = 0;
+
 namespace {
 
 using kelo::base::LockGuard;

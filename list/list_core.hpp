@@ -10,13 +10,15 @@
 
 #include "base/atomic_ref.hpp"
 #include "base/lock.hpp"
+#include "base/process_lock.hpp"
 
 namespace kelo::list {
 
 inline constexpr std::int32_t kInitialised = 1;
 
-// Guards the initialisation of a header by its first use, which several threads may reach at the same time.
-inline pthread_mutex_t first_use_lock = PTHREAD_MUTEX_INITIALIZER;
+// Holder of the lock on the initialisation of a header by its first use, which several threads may reach at the same
+// time. All lists share it, so a child must not find it held for a list of its parent.
+extern std::int32_t first_use_holder;
 
 // Initialises `list` except for its order. The flag is set last, since other threads may use the list from then on.
 template <typename List>
@@ -38,7 +40,7 @@ template <typename List, typename Initialise>
 void make_ready(List& list, Initialise initialise) {
   if (initialised(list)) [[likely]]
     return;
-  const base::LockGuard guard(first_use_lock);
+  const base::ProcessLock lock(first_use_holder);
   if (!initialised(list)) initialise(list);
 }
 
