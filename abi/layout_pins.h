@@ -171,6 +171,17 @@ PIN_FIELD(kelo_cmd_payload_13, owned_5, 16, 32);
 PIN_SIZE(kelo_cmd_payload_15, 4, 8);
 PIN_FIELD(kelo_cmd_payload_15, owned_1, 0, 0);
 
+#ifndef KELO_NO_ADDITIONS
+PIN_SIZE(kelo_log_rate, 28, 28);
+PIN_FIELD(kelo_log_rate, interval_ms, 0, 0);
+PIN_FIELD(kelo_log_rate, burst, 4, 4);
+PIN_FIELD(kelo_log_rate, started_s, 8, 8);
+PIN_FIELD(kelo_log_rate, started_ns, 12, 12);
+PIN_FIELD(kelo_log_rate, passed, 16, 16);
+PIN_FIELD(kelo_log_rate, left_out, 20, 20);
+PIN_FIELD(kelo_log_rate, holder, 24, 24);
+#endif
+
 /* Exported data: each program that links to it contains its size. */
 PIN_VALUE(sizeof log_msg, 4096, 4096);
 PIN_VALUE(sizeof str_t, 128, 128);

@@ -70,6 +70,7 @@
 #include "kelo_utils/list.h"
 #include "kelo_utils/log.h"
 #include "kelo_utils/log_line.h"
+#include "kelo_utils/log_rate.h"
 #include "kelo_utils/modem.h"
 #include "kelo_utils/network.h"
 #include "kelo_utils/parameters.h"
