@@ -23,6 +23,7 @@
 #include "tests/support/every_text.hpp"
 #include "tests/support/exact_buffer.hpp"
 #include "tests/support/ini_steps.hpp"
+#include "tests/support/sanitized.hpp"
 #include "tests/support/shorten.hpp"
 
 namespace {
@@ -42,11 +43,7 @@ using Sequence = kelo::tests::IniSequence;
 using Step = kelo::tests::IniStep;
 using Way = IniModel::Way;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSlow = true;
-#else
-constexpr bool kSlow = kelo::tests::kEmulated;
-#endif
+constexpr bool kSlow = kelo::tests::kSanitized || kelo::tests::kEmulated;
 
 constexpr unsigned kShards = 10;
 constexpr int kSequencesPerShard = kSlow ? 1500 : 10000;

@@ -18,15 +18,12 @@
 #include "kelo_utils/app_os_al.h"
 #include "kelo_utils/log.h"
 #include "tests/support/descriptors.hpp"
+#include "tests/support/sanitized.hpp"
 
 namespace {
 
 // Every run is a fork of the sanitizer's shadow memory as well.
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-constexpr int kUsualRuns = 1000;
-#else
-constexpr int kUsualRuns = 10000;
-#endif
+constexpr int kUsualRuns = kelo::tests::kSanitized ? 1000 : 10000;
 
 // KELO_STRESS_RUNS in the environment asks for another number, the whole of it under a sanitizer for one.
 int number_of_runs() {

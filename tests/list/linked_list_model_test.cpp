@@ -16,6 +16,7 @@
 #include "kelo_utils/list.h"
 #include "tests/support/list_probe.hpp"
 #include "tests/support/list_threads.hpp"
+#include "tests/support/sanitized.hpp"
 
 namespace {
 
@@ -26,11 +27,7 @@ using kelo::tests::kProducers;
 using kelo::tests::ListLinks;
 using kelo::tests::make_parcels;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr int kOperations = 100000;
-#else
-constexpr int kOperations = 500000;
-#endif
+constexpr int kOperations = kelo::tests::kSanitized ? 100000 : 500000;
 
 using Model = std::deque<list_link_type*>;
 

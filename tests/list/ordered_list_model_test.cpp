@@ -18,6 +18,7 @@
 #include "kelo_utils/list.h"
 #include "tests/support/list_threads.hpp"
 #include "tests/support/ordered_list_probe.hpp"
+#include "tests/support/sanitized.hpp"
 
 namespace {
 
@@ -27,11 +28,7 @@ using kelo::tests::kAllParcels;
 using kelo::tests::make_parcels;
 using kelo::tests::OrderedLinks;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr int kOperations = 25000;
-#else
-constexpr int kOperations = 125000;
-#endif
+constexpr int kOperations = kelo::tests::kSanitized ? 25000 : 125000;
 
 int is_param(ordered_list_link_type* element, const void* param) {
   return static_cast<int>(element == param);

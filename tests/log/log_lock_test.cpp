@@ -30,6 +30,7 @@
 #include "kelo_utils/log.h"
 #include "tests/support/background_loggers.hpp"
 #include "tests/support/bounded_fork.hpp"
+#include "tests/support/sanitized.hpp"
 
 namespace {
 
@@ -252,9 +253,8 @@ class KernelsAdvice : public LogLock, public testing::WithParamInterface<Advice>
 TEST_P(KernelsAdvice, LeavesAForkedChildItsLines) { expect_child_logs(fork); }
 
 TEST_P(KernelsAdvice, LeavesAChildWithoutForkHandlersItsLines) {
-#ifdef __SANITIZE_THREAD__
-  GTEST_SKIP() << "the thread sanitizer takes the child of a bare clone for its parent";
-#endif
+  if (kelo::tests::kThreadSanitizer)
+    GTEST_SKIP() << "the thread sanitizer takes the child of a bare clone for its parent";
   expect_child_logs([] { return static_cast<pid_t>(syscall(SYS_clone, SIGCHLD, 0, 0, 0, 0)); });
 }
 

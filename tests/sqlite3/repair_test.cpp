@@ -35,6 +35,7 @@
 #include "kelo_utils/sqlite.h"
 #include "tests/support/database.hpp"
 #include "tests/support/repair_forecast.hpp"
+#include "tests/support/sanitized.hpp"
 
 namespace {
 
@@ -52,11 +53,8 @@ constexpr std::size_t kPageSize = 4096;
 constexpr std::size_t kHeaderSize = 100;
 constexpr unsigned kItemId = 7;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr std::size_t kStride = 5;  // a fork costs much more there: one case of five is run
-#else
-constexpr std::size_t kStride = 1;
-#endif
+// A fork costs much more under a sanitizer: one case of five is run there.
+constexpr std::size_t kStride = kelo::tests::kSanitized ? 5 : 1;
 
 // --- The database that is damaged ----------------------------------------------------------------------
 

@@ -28,9 +28,10 @@
 #include "tests/support/database.hpp"
 #include "tests/support/emulation.hpp"
 #include "tests/support/numbered_value.hpp"
+#include "tests/support/sanitized.hpp"
 #include "tests/support/stress_page.hpp"
 
-#ifdef __SANITIZE_THREAD__
+#if KELO_THREAD_SANITIZER
 // A daemon with a data race ends at once, which the test notices.
 extern "C" const char* __tsan_default_options() {
   return "halt_on_error=1";
@@ -74,11 +75,7 @@ bool values_may_be_cleaned = false;
 
 std::chrono::seconds duration() {
   const char* const asked = std::getenv("KELO_STRESS_SECONDS");
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-  constexpr int kSeconds = 5;
-#else
-  constexpr int kSeconds = 10;
-#endif
+  constexpr int kSeconds = kelo::tests::kSanitized ? 5 : 10;
   return std::chrono::seconds(asked != nullptr ? std::stoi(asked) : kSeconds);
 }
 
@@ -310,11 +307,8 @@ TEST_P(SeveralDaemons, NeverLoseAValueWhenOneIsKilled) {
 }
 
 TEST_P(SeveralDaemons, WithThreadsNeverLoseAValueWhenOneIsKilled) {
-#ifdef __SANITIZE_THREAD__
-  constexpr auto kInterval = 800ms;  // or the killed one never gets past its start
-#else
-  constexpr auto kInterval = 200ms;
-#endif
+  // With less time under the thread sanitizer the killed one never gets past its start.
+  constexpr auto kInterval = kThreadSanitizer ? 800ms : 200ms;
   std::vector<Process> daemons;
   daemons.emplace_back([](kelo_dm_handle* handle) { run_threads(handle, 0); });
   daemons.emplace_back([](kelo_dm_handle* handle) { run_threads(handle, 2); });

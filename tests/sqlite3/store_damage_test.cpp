@@ -14,16 +14,13 @@
 
 #include "tests/support/damaged_store.hpp"
 #include "tests/support/emulation.hpp"
+#include "tests/support/sanitized.hpp"
 
 namespace {
 
 using namespace kelo::tests;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSlow = true;
-#else
-constexpr bool kSlow = kEmulated;
-#endif
+constexpr bool kSlow = kSanitized || kEmulated;
 
 // How the run is chosen: KELO_DAMAGE=all tries every case and prints the sums, KELO_DAMAGE=list prints every case in
 // which something is lost, too.

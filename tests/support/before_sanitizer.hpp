@@ -3,12 +3,14 @@
 #ifndef KELO_TESTS_SUPPORT_BEFORE_SANITIZER_HPP
 #define KELO_TESTS_SUPPORT_BEFORE_SANITIZER_HPP
 
+#include "tests/support/sanitized.hpp"
+
 // The thread sanitizer's run time allocates, frees and starts threads before it can follow a thread.
 #define KELO_BEFORE_SANITIZER __attribute__((no_sanitize("thread")))
 
 // The C library's allocator behind one that takes its place, under the name that needs no look-up: a
 // sanitizer's run time allocates before it can look anything up.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if KELO_SANITIZED
 #define KELO_NEXT_ALLOCATOR(name) __asm__("__interceptor_" name)
 #else
 #define KELO_NEXT_ALLOCATOR(name) __asm__("__libc_" name)

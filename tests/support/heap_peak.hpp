@@ -10,14 +10,11 @@
 #include <cstddef>
 
 #include "tests/support/before_sanitizer.hpp"
+#include "tests/support/sanitized.hpp"
 
 namespace kelo::tests {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr bool kHeapIsCounted = false;
-#else
-inline constexpr bool kHeapIsCounted = true;
-#endif
+inline constexpr bool kHeapIsCounted = !kSanitized;
 
 inline std::atomic<long> heap_bytes{0};
 inline std::atomic<long> heap_peak{0};
@@ -35,7 +32,7 @@ HeapUse heap_use(const Call& call) {
   return {heap_peak - before, heap_bytes - before};
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if !KELO_SANITIZED
 inline void* count_block(void* block, long old_size) {
   if (block == nullptr) return nullptr;
   const long now = heap_bytes += static_cast<long>(malloc_usable_size(block)) - old_size;
@@ -55,7 +52,7 @@ void next_free(void* block) KELO_NEXT_ALLOCATOR("free");
 
 }  // namespace kelo::tests
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if !KELO_SANITIZED
 // Defined here and not in a source of the support library, which every test program links. The C library's
 // own declarations have reserved parameter names.
 // NOLINTBEGIN(misc-definitions-in-headers,readability-inconsistent-declaration-parameter-name)

@@ -3,7 +3,9 @@
 #ifndef KELO_TESTS_SUPPORT_LASTING_ALLOCATIONS_HPP
 #define KELO_TESTS_SUPPORT_LASTING_ALLOCATIONS_HPP
 
-#ifdef __SANITIZE_ADDRESS__
+#include "tests/support/sanitized.hpp"
+
+#if KELO_ADDRESS_SANITIZER
 #include <sanitizer/lsan_interface.h>
 #endif
 
@@ -19,7 +21,7 @@ class [[nodiscard]] LastingAllocations {
 
  private:
   static void set_leak_check([[maybe_unused]] bool on) {
-#ifdef __SANITIZE_ADDRESS__
+#if KELO_ADDRESS_SANITIZER
     on ? __lsan_enable() : __lsan_disable();
 #endif
   }

@@ -21,6 +21,7 @@
 #include "kelo_utils/timer.h"
 #include "tests/support/bounded_fork.hpp"
 #include "tests/support/log_capture.hpp"
+#include "tests/support/sanitized.hpp"
 #include "tests/support/timer_probe.hpp"
 
 namespace {
@@ -52,7 +53,7 @@ pid_t getpid() {
 }
 // NOLINTEND(readability-inconsistent-declaration-parameter-name)
 
-#ifdef __SANITIZE_THREAD__
+#if KELO_THREAD_SANITIZER
 // A child of a process with threads starts a worker here.
 const char* __tsan_default_options() { return "die_after_fork=0"; }
 #endif

@@ -13,6 +13,7 @@
 #include "kelo_utils/log.h"
 #include "kelo_utils/timer.h"
 #include "tests/support/log_capture.hpp"
+#include "tests/support/sanitized.hpp"
 #include "tests/support/timer_probe.hpp"
 
 namespace {
@@ -26,11 +27,7 @@ thread_local std::array<unsigned char, kThreadLocalBytes> thread_locals;
 constexpr int kFilledBytes = 20480;
 constexpr std::size_t kStackBytes = 32768;
 // What is in use when the callback begins: the frames below it, those of a sanitizer among them.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr std::size_t kInUse = 8192;
-#else
-constexpr std::size_t kInUse = 2048;
-#endif
+constexpr std::size_t kInUse = kelo::tests::kSanitized ? 8192 : 2048;
 
 // A callback that logs has the rest for itself.
 constexpr int kMostOfLogging = 10240;
@@ -64,7 +61,7 @@ void look_at_stack(void* argument) {
   stack.filled.add(static_cast<int>(fill_stack()));
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if !KELO_SANITIZED
 constexpr unsigned char kUntouched = 0xA5;
 // What the functions here that look at the stack may take of it themselves.
 constexpr std::ptrdiff_t kFramesHere = 2048;
