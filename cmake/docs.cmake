@@ -11,7 +11,7 @@ if(NOT KELO_DOXYGEN)
 endif()
 
 set(KELO_DOCS_STAMP ${PROJECT_BINARY_DIR}/docs/stamp)
-file(GLOB docs_sources CONFIGURE_DEPENDS include/kelo_utils/*.h docs/*.md cmake/docs/*)
+file(GLOB docs_sources CONFIGURE_DEPENDS include/kelo_utils/*.h include/kelo_utils/*.hpp include/kelo_utils/kelo/*.hpp docs/*.md cmake/docs/*)
 add_custom_command(
   OUTPUT ${KELO_DOCS_STAMP}
   COMMAND ${CMAKE_CURRENT_LIST_DIR}/docs/make.sh ${PROJECT_BINARY_DIR}/docs

@@ -7,7 +7,7 @@ include(CMakePackageConfigHelpers)
 install(TARGETS kelo_utils EXPORT kelo_utils-targets LIBRARY COMPONENT runtime NAMELINK_COMPONENT development)
 install(TARGETS kelo_utils_static EXPORT kelo_utils_static-targets ARCHIVE COMPONENT development)
 install(TARGETS kelo_utils_sqlite EXPORT kelo_utils_sqlite-targets ARCHIVE COMPONENT development)
-install(DIRECTORY include/kelo_utils TYPE INCLUDE COMPONENT development FILES_MATCHING PATTERN *.h)
+install(DIRECTORY include/kelo_utils TYPE INCLUDE COMPONENT development FILES_MATCHING PATTERN *.h PATTERN *.hpp)
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/kelo_utils)
 foreach(library kelo_utils kelo_utils_static kelo_utils_sqlite)

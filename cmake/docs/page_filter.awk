@@ -21,7 +21,7 @@ function name_of(path) {
 function found_at(target, part) {
   if (target ~ /^https?:/) return target
   if (target ~ /^(docs\/)?[a-z_]*\.md$/) return "@ref page_" name_of(target)
-  if (target ~ /include\/kelo_utils\/[a-z_]*\.h$/) return "@ref " name_of(target)
+  if (target ~ /include\/kelo_utils\/[a-z_]*\.h(pp)?$/) return "@ref " name_of(target)
   if (split(target, part, "#") == 2) return "@ref " section(part[1] == "" ? page : name_of(part[1]), part[2])
   return ""
 }

@@ -6,8 +6,8 @@
 rm -rf "$prefix"
 "$CMAKE" --install "$BINARY_TREE" --prefix "$prefix" > /dev/null
 
-for name in "$SOURCE_TREE"/include/kelo_utils/*.h; do
-  cmp "$name" "$prefix/include/kelo_utils/$(basename "$name")" || failed=1
+for name in "$SOURCE_TREE"/include/kelo_utils/{*.h,*.hpp,kelo/*.hpp}; do
+  cmp "$name" "$prefix/include/${name#"$SOURCE_TREE/include/"}" || failed=1
 done
 library=$(find "$prefix" -name libkelo_utils.so.0 -printf '%h\n')
 for name in libkelo_utils.so libkelo_utils.so.0 libkelo_utils.a libkelo_utils_sqlite.a \

@@ -97,7 +97,7 @@ $(for program in "${programs[@]}"; do echo "-rw-r--r-- root/root $(debug_of "$(b
 lrwxrwxrwx root/root usr/share/doc/kelo-utils-tools-dbgsym -> kelo-utils-tools
 END
 expect_files libkelo-utils-dev << END
-$(cd "$SOURCE_TREE/include" && printf -- '-rw-r--r-- root/root usr/include/%s\n' kelo_utils/*.h)
+$(cd "$SOURCE_TREE/include" && printf -- '-rw-r--r-- root/root usr/include/%s\n' kelo_utils/{*.h,*.hpp,kelo/*.hpp})
 lrwxrwxrwx $own/libkelo_utils.so -> libkelo_utils.so.0
 -rw-r--r-- $own/libkelo_utils.a
 -rw-r--r-- $own/libkelo_utils_sqlite.a

@@ -1,0 +1,20 @@
+/* SPDX-License-Identifier: MIT */
+/**
+ * @file kelo.hpp
+ * @brief The C++ face of the library: results as C++17 has them.
+ *
+ * It is made of headers alone, on top of the C functions. It needs neither exceptions nor RTTI, and works with
+ * them. What a program does not use costs nothing. A program includes this header or only those that it needs.
+ *
+ * What holds for all of it:
+ * - A call that may fail returns a Result, whose code is that of the C function. Nothing is thrown.
+ * - Functions that a program gives to the face must not throw: an exception that leaves one ends the process.
+ * - Memory that runs out for a std::string or a std::vector is handled by these.
+ * - The conventions of kelo_utils.h hold here, too.
+ */
+#ifndef KELO_UTILS_KELO_HPP
+#define KELO_UTILS_KELO_HPP
+
+#include "kelo_utils/kelo/result.hpp"
+
+#endif /* KELO_UTILS_KELO_HPP */
