@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /**
  * @file kelo.hpp
- * @brief The C++ face of the library: results as C++17 has them.
+ * @brief The C++ face of the library: the store, its items and results as C++17 has them.
  *
  * It is made of headers alone, on top of the C functions. It needs neither exceptions nor RTTI, and works with
  * them. What a program does not use costs nothing. A program includes this header or only those that it needs.
@@ -16,5 +16,6 @@
 #define KELO_UTILS_KELO_HPP
 
 #include "kelo_utils/kelo/result.hpp"
+#include "kelo_utils/kelo/store.hpp"
 
 #endif /* KELO_UTILS_KELO_HPP */
