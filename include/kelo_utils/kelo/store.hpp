@@ -108,12 +108,12 @@ struct Codec {
   static bool has_kind(std::int32_t type) { return is_scalar(type) || type == KELO_DM_TYPE_BUFFER; }
 
   static std::int32_t get(kelo_dm_handle* handle, std::int32_t id, T& value) {
-    T stored{};
     std::int32_t len = 0;
-    const std::int32_t code = kelo_dm_get(handle, id, &stored, kSize, &len);
-    if (code == ItemCode::too_long || (code == ItemCode::ok && len != kSize)) return ItemCode::wrong_length;
-    if (code == ItemCode::ok) value = stored;
-    return code;
+    const std::int32_t code = kelo_dm_get(handle, id, &value, kSize, &len);
+    if (code == ItemCode::too_long) return ItemCode::wrong_length;
+    if (code != ItemCode::ok || len == kSize) return code;
+    value = T{};
+    return ItemCode::wrong_length;
   }
 
   static std::int32_t set(kelo_dm_handle* handle, std::int32_t id, const T& value) {
@@ -578,7 +578,9 @@ class [[nodiscard]] Store {
   }
   Store(const Store&) = delete;
   Store& operator=(const Store&) = delete;
-  ~Store() { close(); }
+  ~Store() {
+    if (handle_ != nullptr) kelo_dm_unreg(handle_);
+  }
 
   /**
    * Chooses the back-end and its place, registers the items, and makes a handle. Memory that runs out for the
@@ -591,15 +593,17 @@ class [[nodiscard]] Store {
    *         fails.
    */
   static Result<Store> open(const StoreOptions& options) {
+    return Result<Store>::filled_by([&options](Store& store) {
 #ifndef KELO_NO_ADDITIONS
-    if (options.use_sqlite) kelo_dm_use_sqlite();
+      if (options.use_sqlite) kelo_dm_use_sqlite();
 #endif
-    std::int32_t code = 0;
-    if (options.primary_dir != nullptr || options.backup_dir != nullptr)
-      code = kelo_dm_reg_store_area(options.primary_dir, options.backup_dir);
-    if (code == 0 && options.items != nullptr) code = kelo_dm_reg_def_items(options.items);
-    if (code != 0) return Result<Store>::failed(code);
-    return Result<Store>(Store(kelo_dm_reg(options.number)));
+      std::int32_t code = 0;
+      if (options.primary_dir != nullptr || options.backup_dir != nullptr)
+        code = kelo_dm_reg_store_area(options.primary_dir, options.backup_dir);
+      if (code == 0 && options.items != nullptr) code = kelo_dm_reg_def_items(options.items);
+      if (code == 0) store.handle_ = kelo_dm_reg(options.number);
+      return code;
+    });
   }
 
   /** Ends the store. Nothing is done when there is none. It does not block. */
@@ -644,8 +648,6 @@ class [[nodiscard]] Store {
   }
 
  private:
-  explicit Store(kelo_dm_handle* handle) noexcept : handle_(handle) {}
-
   kelo_dm_handle* handle_ = nullptr;
 };
 
