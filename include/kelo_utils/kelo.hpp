@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /**
  * @file kelo.hpp
- * @brief The C++ face of the library: the store, timers, programs and INI files in C++17.
+ * @brief The C++ face of the library: the store, timers, programs, INI files and text in C++17.
  *
  * It is made of headers alone, on top of the C functions. It needs neither exceptions nor RTTI, and works with
  * them. What a program does not use costs nothing. A program includes this header or only those that it needs.
@@ -19,6 +19,7 @@
 #include "kelo_utils/kelo/result.hpp"
 #include "kelo_utils/kelo/run.hpp"
 #include "kelo_utils/kelo/store.hpp"
+#include "kelo_utils/kelo/text.hpp"
 #include "kelo_utils/kelo/timer.hpp"
 
 #endif /* KELO_UTILS_KELO_HPP */
