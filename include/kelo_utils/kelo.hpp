@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /**
  * @file kelo.hpp
- * @brief The C++ face of the library: the store, timers, programs, INI files and text in C++17.
+ * @brief The C++ face of the library: the store, timers, programs, INI files, text and AT commands in C++17.
  *
  * It is made of headers alone, on top of the C functions. It needs neither exceptions nor RTTI, and works with
  * them. What a program does not use costs nothing. A program includes this header or only those that it needs.
@@ -15,6 +15,7 @@
 #ifndef KELO_UTILS_KELO_HPP
 #define KELO_UTILS_KELO_HPP
 
+#include "kelo_utils/kelo/at.hpp"
 #include "kelo_utils/kelo/ini.hpp"
 #include "kelo_utils/kelo/result.hpp"
 #include "kelo_utils/kelo/run.hpp"
