@@ -10,26 +10,29 @@ folder=$(cd "$1" && pwd)
 cd -- "$(dirname -- "$0")/../.."
 rm -rf "$folder/html" "$folder/man"
 filter=$PWD/cmake/docs/man_pages.sed
+include=$PWD/include/kelo_utils
 version=$(sed -n 's/^project(kelo_utils VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
 {
   cat cmake/docs/Doxyfile
   printf 'PROJECT_NUMBER = %s\nOUTPUT_DIRECTORY = "%s"\n' "$version" "$folder"
 } | doxygen -
 
-# Doxygen also makes manual pages of fields and constants, which have names as plain as `size`, and of the pages in
-# docs/. These are removed.
+# Doxygen also makes manual pages of fields and constants, which have names as plain as `size`, of the pages in docs/, and
+# of special cases of templates, which have blanks in their names. These are removed.
 exports=$folder/exports
 sed '/^#/d; /^$/d' abi/exports.txt > "$exports"
 cd "$folder/man/man3"
-rm -f page_*.3
+rm -f page_*.3 *' '*.3
 grep -l '^\.so ' -- *.3 | sed 's/\.3$//' | grep -vxFf "$exports" | while read -r name; do
   rm -- "./$name.3"
 done
 missing=$(while read -r name; do [ -e "$name.3" ] || printf ' %s' "$name"; done < "$exports")
 rm "$exports"
 
-for page in *.h.3; do
-  sed -i "/^\.SH SYNOPSIS/a .PP\n\\\\fC#include <kelo_utils/${page%.3}>\\\\fP" "$page"
+for page in *.h.3 *.hpp.3; do
+  header=${page%.3}
+  [ -e "$include/$header" ] || header=kelo/$header
+  sed -i "/^\.SH SYNOPSIS/a .PP\n\\\\fC#include <kelo_utils/$header>\\\\fP" "$page"
 done
 grep -L '^\.so ' -- *.3 | xargs sed -i -f "$filter"
 [ -z "$missing" ] || {

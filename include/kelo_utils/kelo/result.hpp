@@ -12,6 +12,11 @@
 /** The C++ face of the library. The library itself uses none of the names in it. */
 namespace kelo {
 
+/** @cond */
+template <class T>
+class Item;
+/** @endcond */
+
 /**
  * What a call has given: a value, or the code of its failure.
  *
@@ -51,6 +56,14 @@ class [[nodiscard]] Result {
   }
 
   /**
+   * Makes a result of a code and a value.
+   * @param code   0 for a success, and any other code for a failure.
+   * @param value  the value, or what is known in spite of the failure.
+   * @return the result.
+   */
+  static Result of(std::int32_t code, T value) { return failed(code, std::move(value)); }
+
+  /**
    * Makes a result of a call that writes its value itself.
    * @tparam Fill  type of `fill`.
    * @param fill   is called once with the value, a `T&`, and returns the code.
@@ -81,15 +94,23 @@ class [[nodiscard]] Result {
    * @param other  the value of a failure.
    * @return the value of a success, else `other`.
    */
-  [[nodiscard]] T value_or(T other) const& { return ok() ? value_ : std::move(other); }
+  [[nodiscard]] T value_or(T other) const& {
+    if (ok()) other = value_;
+    return other;
+  }
   /**
    * Gives the value, or another one after a failure.
    * @param other  the value of a failure.
    * @return the value of a success, else `other`.
    */
-  [[nodiscard]] T value_or(T other) && { return ok() ? std::move(value_) : std::move(other); }
+  [[nodiscard]] T value_or(T other) && {
+    if (ok()) other = std::move(value_);
+    return other;
+  }
 
  private:
+  friend class Item<T>;
+
   T value_{};
   std::int32_t code_ = 0;
 };

@@ -410,7 +410,7 @@ class [[nodiscard]] Subscription {
    * @tparam Function  type of `function`.
    * @param function   is copied or moved to the heap, and called with a Change.
    * @return the subscription; the code -1 when a process has all its subscriptions
-   *         (::KELO_DM_MOST_SUBSCRIPTIONS) or memory runs out.
+   *         (`KELO_DM_MOST_SUBSCRIPTIONS`) or memory runs out.
    */
   template <class Function>
   static Result<Subscription> to_all(Function&& function) {
@@ -442,6 +442,8 @@ class [[nodiscard]] Subscription {
 
 #endif /* KELO_NO_ADDITIONS */
 
+// The calls of an item become calls of C functions in the place of the call. A compiler that saves memory would make
+// functions of them, and calls of these take more.
 /**
  * An item of the store as a value of a type. It is small, may be copied, and must not be used after its Store
  * has ended.
@@ -474,8 +476,16 @@ class Item {
    * Gets the stored value, or else the default.
    * @return the value; after a failure a code of ItemCode: -1, -3, -4, -5, -6 or -7.
    */
-  Result<T> get() const {
-    return Result<T>::filled_by([this](T& value) { return face_detail::Codec<T>::get(handle_, id_, value); });
+  [[gnu::always_inline]] Result<T> get() const {
+    if constexpr (std::is_trivially_copyable_v<T>) {
+      T value{};  // apart from the code, which is then in a register
+      const std::int32_t code = face_detail::Codec<T>::get(handle_, id_, value);
+      return Result<T>::of(code, value);
+    } else {
+      Result<T> result;
+      result.code_ = face_detail::Codec<T>::get(handle_, id_, result.value_);
+      return result;
+    }
   }
 
   /**
@@ -484,7 +494,9 @@ class Item {
    *               removes the value.
    * @return success when the value is stored; after a failure a code of ItemCode: -1, -3, -6 or -7.
    */
-  Result<void> set(const T& value) const { return outcome(face_detail::Codec<T>::set(handle_, id_, value)); }
+  [[gnu::always_inline]] Result<void> set(const T& value) const {
+    return outcome(face_detail::Codec<T>::set(handle_, id_, value));
+  }
 
   /**
    * Removes the stored value, so that the item has its default again, and announces an empty value.
@@ -524,7 +536,7 @@ class Item {
 #endif
 
  private:
-  static Result<void> outcome(std::int32_t code) { return Result<void>::of(code); }
+  [[gnu::always_inline]] static Result<void> outcome(std::int32_t code) { return Result<void>::of(code); }
 
   kelo_dm_handle* handle_;
   std::int32_t id_;
