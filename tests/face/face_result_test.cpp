@@ -57,6 +57,7 @@ TEST(FaceResult, ValuesThatOnlyMoveAreMovedOut) {
   Result<std::unique_ptr<int>> result = std::make_unique<int>(3);
   const std::unique_ptr<int> taken = std::move(result).value();
   EXPECT_EQ(*taken, 3);
+  // NOLINTNEXTLINE(bugprone-use-after-move): what is left after a move is part of the interface
   EXPECT_EQ(result.value(), nullptr);
   EXPECT_EQ(*Result(std::make_unique<int>(4)).value_or(nullptr), 4);
 }

@@ -72,9 +72,11 @@ TEST_F(FaceSubscription, MovesAndEndsOnce) {
   auto made = Subscription::to_all([&](const Change& /*change*/) { ++heard; });
   ASSERT_TRUE(made);
   Subscription first = std::move(made).value();
+  // NOLINTNEXTLINE(bugprone-use-after-move): what is left after a move is part of the interface
   EXPECT_FALSE(made.value());
   {
     const Subscription second = std::move(first);
+    // NOLINTNEXTLINE(bugprone-use-after-move): what is left after a move is part of the interface
     EXPECT_FALSE(first);
     EXPECT_TRUE(second);
     write_number(1);

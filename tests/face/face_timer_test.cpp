@@ -90,6 +90,7 @@ TEST_F(FaceTimer, Moves) {
     Timer timer;
     EXPECT_TRUE(timer.once(20ms, [&, i] { calls_.add(i); }));
     timers.push_back(std::move(timer));
+    // NOLINTNEXTLINE(bugprone-use-after-move): what is left after a move is part of the interface
     EXPECT_FALSE(timer);
     EXPECT_FALSE(timer.running());
   }
@@ -185,6 +186,7 @@ TEST_F(FaceTimer, TheEndWaitsForNoOtherCallback) {
 TEST_F(FaceTimer, ManyThreadsEndTheirs) {
   std::atomic<int> called{0};
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&] {
       for (int round = 0; round < 50; ++round) {
