@@ -53,8 +53,9 @@ TEST_F(FaceSubscription, HearsTheValuesOfItsItem) {
   ASSERT_TRUE(subscription);
   write_text("cabin");
   write_number(3);
+  write_text(std::string("a\0b", 3));
   EXPECT_TRUE(text_.reset());
-  EXPECT_EQ(heard, (std::vector<std::string>{"cabin", "-1"}));
+  EXPECT_EQ(heard, (std::vector<std::string>{"cabin", "a", "-1"}));
 }
 
 TEST_F(FaceSubscription, AValueOfAnotherLengthHasACode) {

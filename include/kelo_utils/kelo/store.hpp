@@ -61,6 +61,14 @@ inline std::int32_t get_bytes(kelo_dm_handle* handle, std::int32_t id, void* buf
 #endif
 }
 
+// A text ends at its first NUL.
+inline std::int32_t text_length(const void* text, std::int32_t len) {
+  const void* const end = std::memchr(text, '\0', static_cast<std::size_t>(len));
+  return end == nullptr
+             ? len
+             : static_cast<std::int32_t>(static_cast<const char*>(end) - static_cast<const char*>(text));
+}
+
 inline std::int32_t get_text(kelo_dm_handle* handle, std::int32_t id, void* buf, std::int32_t size,
                              std::int32_t* len) {
 #ifndef KELO_NO_ADDITIONS
@@ -70,12 +78,11 @@ inline std::int32_t get_text(kelo_dm_handle* handle, std::int32_t id, void* buf,
     const std::int32_t length_code = kelo_dm_get(handle, id, &byte, 1, len);
     if (length_code != ItemCode::too_long && length_code != ItemCode::ok) return length_code;
   }
+  if (code == ItemCode::ok) *len = text_length(buf, size);
 #else
   const std::int32_t code = kelo_dm_get(handle, id, buf, size, len);
-  if (code == ItemCode::ok && *len < size) static_cast<char*>(buf)[*len] = '\0';
-  if (code == ItemCode::ok && *len == size) return ItemCode::too_long;
+  if (code == ItemCode::ok) *len = text_length(buf, *len);
 #endif
-  if (code == ItemCode::ok) *len = static_cast<std::int32_t>(std::strlen(static_cast<char*>(buf)));
   return code;
 }
 
@@ -215,7 +222,7 @@ struct Codec<std::string> {
   }
 
   static std::int32_t decode(const void* data, std::int32_t len, std::string& value) {
-    value.assign(static_cast<const char*>(data), static_cast<std::size_t>(len));
+    value.assign(static_cast<const char*>(data), static_cast<std::size_t>(text_length(data, len)));
     return ItemCode::ok;
   }
 };
