@@ -11,6 +11,8 @@
  * - Functions that a program gives to the face must not throw: an exception that leaves one ends the process.
  * - Memory that runs out for a std::string or a std::vector is handled by these.
  * - The conventions of kelo_utils.h hold here, too.
+ * - With KELO_NO_ADDITIONS, which a library without the additions defines, the face lacks run(), at_exchange(),
+ *   subscriptions, default_value(), use_sqlite, and the encoding of texts as septets and USSD messages.
  */
 #ifndef KELO_UTILS_KELO_HPP
 #define KELO_UTILS_KELO_HPP

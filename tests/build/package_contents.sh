@@ -113,8 +113,9 @@ html=usr/share/doc/libkelo-utils-doc/html
 pages=usr/share/man/man3
 wanted=$(
   printf '%s\n' "$html/index.html" usr/share/doc/libkelo-utils-doc/copyright
-  (cd "$SOURCE_TREE/include/kelo_utils" && printf '%s\n' *.h) | sed "s|.*|$pages/&.3.gz|"
-  (cd "$SOURCE_TREE/include/kelo_utils" && printf '%s\n' *.h) | sed "s|_|__|g; s|\(.*\)\.h|$html/\1_8h.html|"
+  (cd "$SOURCE_TREE/include/kelo_utils" && basename -a -- *.h *.hpp kelo/*.hpp) | sed "s|.*|$pages/&.3.gz|"
+  (cd "$SOURCE_TREE/include/kelo_utils" && basename -a -- *.h *.hpp kelo/*.hpp) \
+    | sed "s|_|__|g; s|\(.*\)\.\(h.*\)|$html/\1_8\2.html|"
   grep '^[A-Za-z_]' "$SOURCE_TREE/abi/exports.txt" | sed "s|.*|$pages/&.3.gz|; s|/strsep\.3|&kelo|"
 )
 missing=$(sort <<< "$wanted" | comm -23 - <(echo "$manual"))
