@@ -169,7 +169,8 @@ inline std::int32_t start_timer(TimerRecord& record) {
  * A program calls kelo_timer_init() before it uses timers. The code of every failure is -1, as in timer.h. A
  * child made by fork() only destroys the timers of its parent.
  *
- * The memory of a timer is used again for later timers, and is not given back to the heap.
+ * An ended timer takes one of the system's timers until the worker thread has passed it, a moment later. The
+ * memory of a timer is used again for later timers, and is not given back to the heap.
  *
  * @par Blocking
  * The end of a timer waits until its callable has returned, when this runs in another thread. That thread must
