@@ -13,6 +13,7 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
+#include <memory>
 #include <string>
 
 #include "kelo_utils/at_exchange.h"
@@ -65,11 +66,10 @@ inline Result<AtReply> at_exchange(const char* command, std::chrono::millisecond
  */
 inline std::string send_at(const char* command) {
   struct Free {
-    char* text;
-    ~Free() { std::free(text); }
+    void operator()(char* text) const { std::free(text); }
   };
-  const Free reply = {kelo_util_send_at(command)};
-  return reply.text;
+  const std::unique_ptr<char, Free> reply(kelo_util_send_at(command));
+  return reply.get();
 }
 
 }  // namespace kelo

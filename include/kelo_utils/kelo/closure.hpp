@@ -21,9 +21,7 @@ struct Closure {
 
 template <class Argument, class Callable>
 struct ClosureOf final : Closure {
-  template <class Other>
-  explicit ClosureOf(Other&& other)
-      : Closure{&ClosureOf::call_or_destroy}, callable(std::forward<Other>(other)) {}
+  explicit ClosureOf(Callable kept) : Closure{&ClosureOf::call_or_destroy}, callable(std::move(kept)) {}
 
   static void call_or_destroy(Closure* self, const void* argument) {
     auto* const own = static_cast<ClosureOf*>(self);

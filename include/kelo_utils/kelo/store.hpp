@@ -348,7 +348,7 @@ inline std::int32_t subscribe(Closure* closure, ChangePlace*& taken) {
     place.closure = closure;
     place.word.store(use | kLasts | 1, std::memory_order_release);
     const std::uintptr_t ticket =
-        (use / kOneUse) * kPlaces + static_cast<std::uintptr_t>(&place - &change_places[0]);
+        std::uintptr_t{use / kOneUse} * kPlaces + static_cast<std::uintptr_t>(&place - &change_places[0]);
     const std::int32_t number = kelo_dm_subscribe(&hear, reinterpret_cast<void*>(ticket));
     if (number > 0) {
       taken = &place;
