@@ -25,6 +25,7 @@
 #include "tests/support/bounded_fork.hpp"
 #include "tests/support/database.hpp"
 #include "tests/support/descriptors.hpp"
+#include "tests/support/emulation.hpp"
 #include "tests/support/store_settings.hpp"
 
 namespace {
@@ -315,7 +316,7 @@ TEST_F(Watch, ChildOfACallbackIsToldNothingMore) {
 
 constexpr std::size_t kWriters = 4;
 constexpr std::size_t kWatchers = 4;
-constexpr int kRounds = 25;
+constexpr int kRounds = kEmulated ? 3 : 10;
 
 // Shared by all processes of the test. Writer `w` counts its item of table "net" first and then that of "lan".
 struct Page {
