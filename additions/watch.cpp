@@ -29,22 +29,23 @@ using namespace kelo::store;
 constexpr int kRetryMilliseconds = 1000;
 constexpr useconds_t kPauseMicroseconds = 200;
 
-// Two tables in memory: "old" has the rows that were told last, and "new" those that were read just now. The columns
-// are the table, the key, the id and the value of an item.
-constexpr const char* kCreateTables = "create table old(t,k,i,v);create table new(t,k,i,v)";
+// A table in memory has the rows that were told last, whose age is 0, and those that were read just now, whose age is 1.
+// Rows of any other age are of no use. The columns are the age, the table, the key, the id and the value of an item.
+constexpr const char* kCreateRows = "create table r(a,t,k,i,v)";
+constexpr const char* kKeepTold = "delete from r where a";
 // Names that are no tables of items, such as those of indexes, are met as well.
 constexpr const char* kSelectTables = "select name from f.sqlite_master";
-constexpr const char* kReadTable = "insert into new select'%1$s',key,id,value from f.%1$s";
+constexpr const char* kReadTable = "insert into r select 1,'%1$s',key,id,value from f.%1$s";
 constexpr const char* kSelectChanges =
-    "select i,t,k from(select*from new except select*from old)union all "
-    "select i,t,k from old where(t,k)not in(select t,k from new)";
-constexpr const char* kKeepRows = "begin;delete from old;insert into old select*from new;commit";
+    "select i,t,k from r group by t,k,i,v having min(a)union all "
+    "select i,t,k from r group by t,k having max(a)=0";
+// This is one statement, so that rows are not forgotten when it fails.
+constexpr const char* kKeepRead = "update r set a=a-1";
 
 using OnRow = int (*)(void*, int, char**, char**);
 
 struct Watch {
-  std::atomic<pid_t> process{0};      // that has the watch, or 0
-  std::atomic<pthread_t> teller{{}};  // the thread that runs a callback, or 0
+  std::atomic<pid_t> process{0};  // that has the watch, or 0
   std::atomic<bool> ending{false};
   kelo_dm_watch_fn callback = nullptr;
   void* context = nullptr;
@@ -58,13 +59,14 @@ struct Watch {
 };
 
 constinit Watch watch;
+// Whether this thread runs a callback. A number of the thread would not do: in a child made by fork() a new thread may
+// have that of a thread of the parent.
+thread_local bool in_callback = false;
 
 // A child made by fork() has no watch.
 bool is_own() { return watch.process.load(std::memory_order_acquire) == getpid(); }
 
 bool is_ending() { return watch.ending.load(std::memory_order_relaxed); }
-
-bool is_in_callback() { return watch.teller.load(std::memory_order_relaxed) == pthread_self(); }
 
 bool run(const char* sql, OnRow row = nullptr) {
   return sqlite3_exec(watch.rows, sql, row, nullptr, nullptr) == SQLITE_OK;
@@ -110,8 +112,7 @@ bool read_rows() {
   const Operation operation("kelo_dm_watch", Access::shared);
   if (!operation) return false;
   take_events();
-  run("rollback");  // of rows that could not be kept
-  if (!run("delete from new")) return false;
+  if (!run(kKeepTold)) return false;
   const long long size = size_of(DB_CONFIGBAK);
   if (size <= 0) return size == 0;
   const bool read =
@@ -125,9 +126,9 @@ int tell_row(void* /*context*/, int /*columns*/, char** values, char** /*names*/
   const SqlitePause pause;
   const auto id = values[0] != nullptr ? std::strtol(values[0], nullptr, 10) : 0;
   ++watch.told;
-  watch.teller.store(pthread_self(), std::memory_order_relaxed);
+  in_callback = true;
   watch.callback(static_cast<std::int32_t>(id), values[1], values[2], watch.context);
-  watch.teller.store({}, std::memory_order_relaxed);
+  in_callback = false;
   return is_ending() || !is_own() ? 1 : 0;
 }
 
@@ -137,7 +138,7 @@ std::int32_t look() {
   if (!watch.stale) return 0;
   const SqliteUse use;
   watch.told = 0;
-  if (read_rows() && run(kSelectChanges, tell_row) && run(kKeepRows)) watch.stale = false;
+  if (read_rows() && run(kSelectChanges, tell_row) && run(kKeepRead)) watch.stale = false;
   return watch.stale && !is_ending() ? KELO_DM_WATCH_FAILED : watch.told;
 }
 
@@ -169,11 +170,9 @@ bool start_thread() {
 }
 
 std::int32_t begin(kelo_dm_watch_fn callback, void* context) {
-  if (is_own() || is_in_callback()) return KELO_DM_WATCH_OTHER;
+  if (is_own() || in_callback) return KELO_DM_WATCH_OTHER;
   const SqliteUse use;
   if (!process_may_use_sqlite()) return KELO_DM_WATCH_FAILED;
-  // The descriptor of the parent.
-  if (watch.process.load(std::memory_order_relaxed) != 0) kelo::base::Descriptor(watch.events).reset();
   watch.events = inotify(SYS_inotify_init1, IN_CLOEXEC | IN_NONBLOCK);
   watch.rows = open_for_one_thread(":memory:").db.release();
   watch.callback = callback;
@@ -181,8 +180,8 @@ std::int32_t begin(kelo_dm_watch_fn callback, void* context) {
   watch.has_thread = callback != nullptr;
   watch.ending.store(false, std::memory_order_relaxed);
   watch.process.store(getpid(), std::memory_order_relaxed);
-  if (watch_folder_of(DB_CONFIG) && watch_folder_of(DB_CONFIGBAK) && run(kCreateTables) && read_rows() &&
-      run(kKeepRows)) {
+  if (watch_folder_of(DB_CONFIG) && watch_folder_of(DB_CONFIGBAK) && run(kCreateRows) && read_rows() &&
+      run(kKeepRead)) {
     watch.stale = false;
     if (!watch.has_thread || start_thread()) return 0;
   }
@@ -193,7 +192,7 @@ std::int32_t begin(kelo_dm_watch_fn callback, void* context) {
 std::int32_t end() {
   if (!is_own() || is_ending()) return KELO_DM_WATCH_OTHER;
   watch.ending.store(true, std::memory_order_relaxed);
-  if (is_in_callback()) return 0;
+  if (in_callback) return 0;
   if (!watch.has_thread) {
     release();
   } else {
@@ -219,7 +218,7 @@ std::int32_t kelo_dm_watch_fd() {
 
 std::int32_t kelo_dm_watch_dispatch(kelo_dm_watch_fn callback, void* context) {
   if (callback == nullptr) return KELO_DM_WATCH_BAD_ARGUMENT;
-  if (!is_own() || watch.has_thread || is_in_callback()) return KELO_DM_WATCH_OTHER;
+  if (!is_own() || watch.has_thread || in_callback) return KELO_DM_WATCH_OTHER;
   watch.callback = callback;
   watch.context = context;
   const std::int32_t told = look();

@@ -397,8 +397,7 @@ KELO_API int32_t kelo_dm_watch(kelo_dm_watch_fn callback, void* context);
  * when something may have changed: then kelo_dm_watch_dispatch() is to be called. The descriptor belongs to the
  * library, which closes it when kelo_dm_watch() ends the watch. Nothing else may be done with it but to poll it.
  * @return the descriptor, 0 or more; -1 when this process has a watch with a thread, or none and the call is made
- *         within a callback; -2 when the watch could not
- *         begin, as for kelo_dm_watch().
+ *         within a callback; -2 when the watch could not begin, as for kelo_dm_watch().
  * @par Blocking
  * The first call blocks for one read of all rows, and up to five seconds for the lock of the store.
  * @par Threads
@@ -412,10 +411,10 @@ KELO_API int32_t kelo_dm_watch_fd(void);
  * @param callback  the function. When it ends the watch, it is not called any more.
  * @param context   is given to `callback`. It may be null.
  * @return the number of calls, 0 or more; -1 when this process has no watch that kelo_dm_watch_fd() has begun,
- *         also in a child that its callback has made, or when it is called by its own callback; -2 when the store cannot be read now, or the lock of the
- *         store was not available in time; -3 when `callback` is null. After -2 nothing is lost, and some
- *         changes may be told once more. The descriptor does not become readable for them again: the caller
- *         tries once more by itself, for instance after a second.
+ *         also in a child that its callback has made, or when it is called by its own callback; -2 when the
+ *         store cannot be read now, or the lock of the store was not available in time; -3 when `callback` is
+ *         null. After -2 nothing is lost, and some changes may be told once more. The descriptor does not become
+ *         readable for them again: the caller tries once more by itself, for instance after a second.
  * @par Blocking
  * It does not block when nothing has changed. Otherwise it blocks for one read of all rows, up to five seconds
  * for the lock of the store, and for as long as the callback does.

@@ -26,6 +26,7 @@
 #include "tests/support/database.hpp"
 #include "tests/support/descriptors.hpp"
 #include "tests/support/emulation.hpp"
+#include "tests/support/sanitized.hpp"
 #include "tests/support/store_settings.hpp"
 
 namespace {
@@ -293,6 +294,28 @@ TEST_F(Watch, ChildHasNoWatchAndMayBeginOne) {
     EXPECT_TRUE(wait_until([&] { return thread ? told.calls == 1 : dispatched() == "net.mtu=7 "; }));
     EXPECT_EQ(kelo_dm_watch(nullptr, nullptr), 0);
   }
+}
+
+// In the child, the C library gives a new thread the stack of the thread that ran the callback, and its number.
+TEST_F(Watch, NewThreadOfAChildMayBeginOneDuringACallback) {
+  if (kSanitized) GTEST_SKIP() << kHeapOfSanitizer;
+  Told told;
+  std::atomic<bool> inside{false};
+  std::atomic<bool> go_on{false};
+  told.action = [&] {
+    inside = true;
+    EXPECT_TRUE(wait_until([&] { return go_on.load(); }));
+  };
+  ASSERT_EQ(kelo_dm_watch(note, &told), 0);
+  put("apn", "corporate");
+  EXPECT_TRUE(wait_until([&] { return inside.load(); }));
+  EXPECT_EQ(fork_bounded([] {
+              std::int32_t fd = -1;
+              std::thread([&] { fd = kelo_dm_watch_fd(); }).join();
+              return fd >= 0;
+            }),
+            ChildEnd::good);
+  go_on = true;
 }
 
 TEST_F(Watch, ChildOfACallbackIsToldNothingMore) {
