@@ -163,7 +163,7 @@ bool start_thread() {
   sigset_t before;
   sigfillset(&all);
   pthread_sigmask(SIG_SETMASK, &all, &before);
-  pthread_t thread;
+  pthread_t thread{};
   const int error = pthread_create(&thread, nullptr, watch_thread, nullptr);
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
   return error == 0;

@@ -419,10 +419,10 @@ pid_t start(const std::function<void()>& act) {
 }
 
 bool every_watcher_knows_all() {
-  for (std::size_t watcher = 0; watcher < kWatchers; ++watcher)
+  for (const auto& known : page.known)
     for (std::size_t writer = 0; writer < kWriters; ++writer)
       for (const int which : {0, 1})
-        if (page.known[watcher][writer][which] != page.written[writer]) return false;
+        if (known[writer][which] != page.written[writer]) return false;
   return true;
 }
 
