@@ -16,7 +16,7 @@ _keloctl() {
     1)
       case $command in
         settings) choices="list get set reset diff export import clean" ;;
-        store) choices="status check repair" ;;
+        store) choices="status check repair watch" ;;
         ini) choices="get set del list" ;;
         text) choices="gsm ucs2 utf8 hex unhex" ;;
         ussd) choices="decode" ;;
@@ -38,6 +38,7 @@ _keloctl() {
         "settings set") choices+=" --hex --id" ;;
         "settings clean") choices+=" --keep-copy" ;;
         "store repair") choices+=" --yes" ;;
+        "store watch") choices+=" --count --timeout" ;;
         "ini get" | "ini set" | "ini del") choices+=" --section" ;;
         "ussd decode") choices+=" --dcs" ;;
         at*) choices+=" --timeout" ;;

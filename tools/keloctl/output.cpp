@@ -204,6 +204,23 @@ void Output::end_list() {
   in_list_ = false;
 }
 
+void Output::begin_line(const char* record, std::span<const Column> columns) {
+  if (format_ == Format::tsv) print(record);
+  columns_ = columns;
+  next_column_ = 0;
+  in_record_ = true;
+}
+
+// The brace that begins the next object stays in the buffer, so that readers get whole lines.
+bool Output::end_line() {
+  in_record_ = false;
+  first_value_ = true;
+  print(format_ == Format::json ? "}\n" : "\n");
+  const bool printed = std::fflush(stdout) == 0;
+  if (format_ == Format::json) std::putchar('{');
+  return printed;
+}
+
 void Output::say(const char* format, ...) {
   if (!human()) return;
   va_list arguments;

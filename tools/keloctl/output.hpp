@@ -42,6 +42,11 @@ class Output {
   void end_record();
   void end_list();
 
+  // A record that is printed at once, with values as in a list. In JSON it is an object on a line of its own.
+  void begin_line(const char* record, std::span<const Column> columns);
+  // Returns false when the output takes no more.
+  bool end_line();
+
   // Prints text for people alone.
   void say(const char* format, ...) KELO_PRINTF(2, 3);
 

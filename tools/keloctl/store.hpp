@@ -40,6 +40,7 @@ bool journal_is_complete();
 
 int store_status(const Words& words, Output& out);
 int store_repair(const Words& words, Output& out);
+int store_watch(const Words& words, Output& out);
 
 }  // namespace kelo::ctl
 

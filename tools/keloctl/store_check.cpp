@@ -158,6 +158,10 @@ constexpr Command kCommands[] = {
     {"store", "check", "", "check every row of every database", "", 0, 0, run_store_check},
     {"store", "repair", "[--yes]", "say what can be repaired, and with --yes repair it", "yes", 0, 0,
      store_repair},
+#ifndef KELO_NO_ADDITIONS
+    {"store", "watch", "[--count N] [--timeout S]", "print what daemons change, as it happens",
+     "count= timeout=", 0, 0, store_watch},
+#endif
 };
 
 }  // namespace
