@@ -156,6 +156,11 @@ Statement select_items(sqlite3* db, const char* table) {
 }
 
 int Settings::open(Output& out) {
+  const int result = look_.begin(out);
+  return result == kDone ? open_databases(out) : result;
+}
+
+int Settings::open_databases(Output& out) {
   const Path backup = effective(DB_CONFIGBAK);
   const Path primary = effective(DB_CONFIG);
   stored_ = open_for_look(backup.c_str());

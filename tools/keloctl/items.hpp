@@ -32,11 +32,12 @@ struct Item {
 
 const char* words_of(State state);
 
-// The open databases of a look.
+// A look at the store with its databases open.
 class [[nodiscard]] Settings {
  public:
-  // Opens the backup, which reads return. When that cannot be used, it opens the primary, from which the next operation
-  // of a daemon makes the backup. The defaults may be missing. The result is an Exit.
+  // Takes the lock of the store, and opens the backup, which reads return. When that cannot be used, it opens the
+  // primary, from which the next operation of a daemon makes the backup. The defaults may be missing. The result is an
+  // Exit.
   int open(Output& out);
 
   // Calls `visit` for each setting of a table, or of all tables for null, in the order of their names. The version
@@ -52,6 +53,9 @@ class [[nodiscard]] Settings {
   }
 
  private:
+  int open_databases(Output& out);
+
+  Look look_;  // the first member, so that the connections are closed before the lock is released
   Database stored_;
   Database defaults_;
 };

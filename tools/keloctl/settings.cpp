@@ -55,10 +55,8 @@ struct Counts {
 
 // Prints the settings of a table, or all, and only those that differ from their defaults when `only_different` is set.
 int print_items(const char* table, bool only_different, Counts& counts, Output& out) {
-  Look look;
   Settings settings;
-  int result = look.begin(out);
-  if (result == kDone) result = settings.open(out);
+  int result = settings.open(out);
   if (result != kDone) return result;
   out.begin_list("items", "item", kColumns);
   if (out.human()) {
@@ -171,10 +169,8 @@ int find_setting(const char* name, Found& found, Output& out) {
   }
   found.table.append(table);
   found.key.append(key);
-  Look look;
   Settings settings;
-  int result = look.begin(out);
-  if (result == kDone) result = settings.open(out);
+  int result = settings.open(out);
   if (result != kDone) return result;
   bool there = false;
   result = settings.each(found.table.c_str(), out, [&](const Item& item) {

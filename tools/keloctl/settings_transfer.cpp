@@ -173,10 +173,8 @@ int store_entries(Output& out) {
 }  // namespace
 
 int export_settings(const Words& words, Output& out) {
-  Look look;
   Settings settings;
-  int result = look.begin(out);
-  if (result == kDone) result = settings.open(out);
+  int result = settings.open(out);
   if (result != kDone) return result;
   out.begin_list("items", "item", kColumns);
   out.say("%s", kFirstLine.data());
