@@ -16,10 +16,15 @@ using kelo::modem::read_script;
 using testing::MatchesRegex;
 
 TEST(KeloctlAt, PrintsTheLinesOfTheReply) {
+  EXPECT_EQ(keloctl("at AT"),
+            (Ran{1, "", complaint("the command could not be sent: Network is unreachable")}));
   bring_up("lo");
   const Modem modem(
       read_script("command AT+CSQ\n  send echo \"\\r\\n+CSQ: 20,99\\r\\n\\r\\nOK\\r\\n\"\n"
                   "command AT+NO\n  send \"\\r\\nERROR\\r\\n\"\n"
+                  "command AT+PIN=\"Abc\"\n  send \"\\r\\n+CME ERROR: 16\\r\\n\"\n"
+                  "command AT+WORDS\n  send \"\\r\\n+CMS ERROR: no network\\r\\n\"\n"
+                  "command AT+BEGUN\n  send \"\\r\\n+COPS: 1\\r\\n\"\n"
                   "command AT+LATE\n"));
   EXPECT_EQ(keloctl("at at+csq"), (Ran{0, "+CSQ: 20,99\nOK\n", ""}));
   EXPECT_EQ(keloctl("at AT+CSQ --json --timeout 9"),
@@ -27,12 +32,17 @@ TEST(KeloctlAt, PrintsTheLinesOfTheReply) {
                  R"({"lines":[{"text":"+CSQ: 20,99"},{"text":"OK"}],"ok":true,"error":null})"
                  "\n",
                  ""}));
-  const std::string refused = "the modem refused the command, or did not answer in time";
+  const std::string refused = "the modem refused the command";
   EXPECT_EQ(keloctl("at AT+NO"), (Ran{1, "ERROR\n", complaint(refused)}));
+  EXPECT_EQ(keloctl("at 'at+pin=\"Abc\"' --tsv"),
+            (Ran{1, "line\t+CME ERROR: 16\nok\tfalse\nerror\t" + refused + "\n", ""}));
+  EXPECT_EQ(keloctl("at AT+WORDS"), (Ran{1, "+CMS ERROR\n", complaint(refused)}));
   const std::string late = "the modem did not answer in time";
   EXPECT_EQ(keloctl("at AT+LATE --timeout 1"), (Ran{5, "", complaint(late)}));
   EXPECT_EQ(keloctl("at AT+LATE --timeout 1 --json"),
             (Ran{5, "{\"lines\":[],\"ok\":false,\"error\":\"" + late + "\"}\n", ""}));
+  EXPECT_EQ(keloctl("at AT+BEGUN --timeout 1 --json"),
+            (Ran{5, R"({"lines":[{"text":"+COPS: 1"}],"ok":false,"error":")" + late + "\"}\n", ""}));
   EXPECT_EQ(keloctl("at AT+LATE --timeout 1 --tsv"), (Ran{5, "ok\tfalse\nerror\t" + late + "\n", ""}));
   for (const std::string seconds : {"0", "-1", "256", "x"})
     EXPECT_EQ(keloctl("at AT --timeout " + seconds),

@@ -2,18 +2,16 @@
 // The commands that ask the modem and the kernel, and that tell what this program knows of the device.
 #include <arpa/inet.h>
 #include <net/if.h>
-#include <signal.h>
 #include <sqlite3.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
 
-#include "base/file.hpp"
 #include "kelo_utils/app_common.h"
 #include "kelo_utils/app_os_al.h"
+#include "kelo_utils/at_exchange.h"
 #include "kelo_utils/sqlite.h"
 #include "tools/keloctl/command.hpp"
 #include "tools/keloctl/values.hpp"
@@ -24,59 +22,77 @@ namespace {
 // --- The modem ----------------------------------------------------------------------------------------------
 
 constexpr Column kLineColumns[] = {{"text", 0}};
-std::string_view too_late_report;
+constexpr std::size_t kMostBytes = 1 << 16;  // of the lines of a reply
+constexpr int kUsualSeconds = 60;
 
-// The library waits for a minute, and cannot be told to stop: the program ends instead.
-void end_by_time_out(int /*signal*/) {
-  const bool human = too_late_report.front() == 'k';
-  base::write_all(human ? STDERR_FILENO : STDOUT_FILENO, too_late_report);
-  // A sanitizer's _exit() would print the beginning of the report that standard output still holds.
-  syscall(SYS_exit_group, kTimeOut);
+// The seconds of an option, which may be missing, or 0 when it has another value.
+int seconds_of(const char* text) {
+  if (text == nullptr) return kUsualSeconds;
+  const Bytes seconds = text[0] != '-' ? from_number(text, 1) : Bytes();
+  return seconds ? static_cast<unsigned char>(seconds.c_str()[0]) : 0;
 }
 
-bool set_time_out(const char* text, Output& out) {
-  const Bytes seconds = from_number(text, 1);
-  if (!seconds || text[0] == '-' || seconds.c_str()[0] == 0) {
-    out.error("%s is not a number of seconds from 1 to 255", text);
-    return false;
+// Modems take small letters, too, but a service need not. What is in quotes is a name or a password.
+void convert_to_upper_case(Bytes& command) {
+  bool quoted = false;
+  for (std::size_t i = 0; i < command.size(); ++i) {
+    char& letter = command.data()[i];
+    if (letter == '"') quoted = !quoted;
+    if (!quoted && letter >= 'a' && letter <= 'z') letter = static_cast<char>(letter - 'a' + 'A');
   }
-  if (out.human())
-    too_late_report = "keloctl: the modem did not answer in time\n";
-  else if (out.json())
-    too_late_report = "{\"lines\":[],\"ok\":false,\"error\":\"the modem did not answer in time\"}\n";
-  else
-    too_late_report = "ok\tfalse\nerror\tthe modem did not answer in time\n";
-  struct sigaction action {};
-  action.sa_handler = end_by_time_out;
-  sigaction(SIGALRM, &action, nullptr);
-  alarm(static_cast<unsigned char>(seconds.c_str()[0]));
-  return true;
 }
 
-// Prints the lines of a reply. Returns whether the last one is a good result.
-bool print_lines(char* reply, Output& out) {
-  bool good = false;
+void print_line(const char* line, Output& out) {
+  out.begin_record();
+  out.text(line);
+  out.end_record();
+}
+
+// Prints the lines of a reply, and the final result, which is not among them.
+void print_reply(char* lines, std::int32_t result, std::int32_t reason, Output& out) {
+  static constexpr const char* kFinalResults[] = {"OK", "ERROR", "+CME ERROR", "+CMS ERROR", "NO CARRIER"};
   char* rest = nullptr;
   out.begin_list("lines", "line", kLineColumns);
-  for (char* line = strtok_r(reply, "\r\n", &rest); line != nullptr;
-       line = strtok_r(nullptr, "\r\n", &rest)) {
-    out.begin_record();
-    out.text(line);
-    out.end_record();
-    good = std::strcmp(line, "OK") == 0 || std::strcmp(line, "0") == 0;
-  }
+  for (char* line = strtok_r(lines, "\n", &rest); line != nullptr; line = strtok_r(nullptr, "\n", &rest))
+    print_line(line, out);
+  if (result >= KELO_AT_OK && reason >= 0)
+    print_line(base::FixedText<32>("%s: %d", kFinalResults[result], reason).c_str(), out);
+  else if (result >= KELO_AT_OK)
+    print_line(kFinalResults[result], out);
   out.end_list();
-  return good;
 }
 
 int at(const Words& words, Output& out) {
-  const char* const seconds = words.option("timeout");
-  if (seconds != nullptr && !set_time_out(seconds, out)) return kUsage;
-  const base::HeapPtr<char> reply(kelo_util_send_at(words.at(0)));
-  alarm(0);
-  if (print_lines(reply.get(), out)) return kDone;
-  out.error("the modem refused the command, or did not answer in time");
-  return kNo;
+  const char* const option = words.option("timeout");
+  const int seconds = seconds_of(option);
+  if (seconds == 0) {
+    out.error("%s is not a number of seconds from 1 to 255", option);
+    return kUsage;
+  }
+  Bytes command(words.at(0));
+  Bytes lines = Bytes::of_size(kMostBytes);
+  if (!command || !lines) return kStorage;
+  convert_to_upper_case(command);
+  std::int32_t reason = -1;
+  const std::int32_t result =
+      kelo_at_exchange(command.c_str(), 1000 * seconds, lines.data(), kMostBytes, &reason);
+  print_reply(lines.data(), result, reason, out);
+  switch (result) {
+    case KELO_AT_OK:
+      return kDone;
+    case KELO_AT_TIMED_OUT:
+      out.error("the modem did not answer in time");
+      return kTimeOut;
+    case KELO_AT_TOO_LONG:
+      out.error("the reply is too long: these lines are its beginning");
+      return kNo;
+    case KELO_AT_NOT_SENT:
+      out.error("the command could not be sent: %s", std::strerror(errno));
+      return kNo;
+    default:
+      out.error("the modem refused the command");
+      return kNo;
+  }
 }
 
 // --- The network --------------------------------------------------------------------------------------------
