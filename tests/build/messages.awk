@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 # Compares the texts of the log in docs/messages.md with those in the sources, in both directions.
-# Usage: awk -f messages.awk SOURCE... messages.md. In the sources, the following texts are found:
+# Usage: awk -f messages.awk SOURCE... messages.md. With -v list=1 it also prints the formats that have no other spelling
+# on the page. In the sources, the following texts are found:
 #   - the format of every ..._LOG() and KELO_LOG_AS() with its level;
 #   - "%s param NULL", which param_null() logs in one place;
 #   - what is printed on standard output or standard error, with the level "printed".
@@ -273,6 +274,7 @@ END {
   for (key in formats) {
     split(key, parts, SUBSEP)
     ++total
+    if (list && !instead_count[key]) print parts[2]
     for (i = 1; i <= instead_count[key]; ++i) {
       if (instead[key, i] != "" && !((parts[1], instead[key, i]) in on_page))
         wrong(formats[key] ": not in messages.md with the level " parts[1] ": " instead[key, i])

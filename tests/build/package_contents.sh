@@ -87,7 +87,7 @@ END
 expect_files kelo-utils-tools << END
 $(printf -- '-rwxr-xr-x root/root usr/bin/%s\n' "${programs[@]}" kelo_provision)
 $(printf -- '-rw-r--r-- root/root usr/share/man/man1/%s.1.gz\n' "${programs[@]}" kelo_provision)
--rw-r--r-- root/root usr/share/kelo-utils/factory.sql
+$(printf -- '-rw-r--r-- root/root usr/share/kelo-utils/%s\n' factory.sql messages)
 -rw-r--r-- root/root usr/share/bash-completion/completions/keloctl
 -rw-r--r-- root/root usr/share/zsh/vendor-completions/_keloctl
 $(printf '%s\n' "$doc/kelo-utils-tools/"{changelog.gz,copyright})
@@ -190,6 +190,8 @@ for program in "${programs[@]}"; do
   said=$("${emulator[@]}" "$root/usr/bin/$program" 2>&1) || :
   [[ $said == *"$program"* ]] || wrong "$program prints '$said'"
 done
+read -ra emulator <<< "${EMULATOR:-}"
+"${emulator[@]}" "$root/usr/bin/keloctl" log explain 'cnt error 3' > /dev/null || wrong "keloctl finds no table of messages"
 "$root/usr/bin/kelo_provision" --user "$AUTOPKGTEST_TMP/provisioned" || wrong "kelo_provision fails"
 [ -s "$AUTOPKGTEST_TMP/provisioned/user_info.db" ] || wrong "kelo_provision makes no user_info.db"
 exit "$failed"

@@ -14,7 +14,7 @@ enum Exit { kDone = 0, kNo = 1, kUsage = 2, kStorage = 3, kBadChecksum = 4, kTim
 // The words after the name of a command. Options may be anywhere between the arguments, until "--".
 class Words {
  public:
-  // `options` names the long options of the command, separated by blanks. A name that ends in "=" takes a value.
+  // `options` names the options of the command, separated by blanks. A name that ends in "=" takes a value.
   Words(std::span<char*> words, const char* options) : words_(words), options_(options) {}
 
   // Moves the arguments to the front. Returns the word that is wrong, or null.
@@ -33,6 +33,7 @@ class Words {
     const char* value;
   };
   static std::size_t index_of(int index) { return static_cast<std::size_t>(index); }
+  [[nodiscard]] int dashes_of(const char* word) const;
   [[nodiscard]] bool take_option(const char* word, std::size_t& next);
 
   std::span<char*> words_;
@@ -55,6 +56,7 @@ struct Command {
 
 std::span<const Command> settings_commands();
 std::span<const Command> store_commands();
+std::span<const Command> log_commands();
 std::span<const Command> ini_commands();
 std::span<const Command> text_commands();
 std::span<const Command> device_commands();

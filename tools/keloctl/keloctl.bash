@@ -12,11 +12,12 @@ _keloctl() {
   done
   local command="${given[*]:0:2}" choices=
   case ${#given[@]} in
-    0) choices="settings store ini text ussd at net info" ;;
+    0) choices="settings store log ini text ussd at net info" ;;
     1)
       case $command in
         settings) choices="list get set reset diff export import clean" ;;
         store) choices="status check repair watch" ;;
+        log) choices="watch on off explain" ;;
         ini) choices="get set del list" ;;
         text) choices="gsm ucs2 utf8 hex unhex" ;;
         ussd) choices="decode" ;;
@@ -39,6 +40,8 @@ _keloctl() {
         "settings clean") choices+=" --keep-copy" ;;
         "store repair") choices+=" --yes" ;;
         "store watch") choices+=" --count --timeout" ;;
+        "log watch") choices+=" -f -n" ;;
+        "log on" | "log off") choices+=" --watch" ;;
         "ini get" | "ini set" | "ini del") choices+=" --section" ;;
         "ussd decode") choices+=" --dcs" ;;
         at*) choices+=" --timeout" ;;

@@ -266,7 +266,9 @@ bool Output::finish(bool ok) {
       text("error", error_);
     if (format_ == Format::json) print("}\n");
   }
-  return std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+  return flush();
 }
+
+bool Output::flush() const { return std::fflush(stdout) == 0 && std::ferror(stdout) == 0; }
 
 }  // namespace kelo::ctl

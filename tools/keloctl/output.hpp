@@ -62,6 +62,9 @@ class Output {
   // Says on a terminal what is looked at now. The line is replaced by the next one and by an empty one.
   void progress(const char* what) const;
 
+  // Hands over what is printed so far. Returns false when it could not be written.
+  [[nodiscard]] bool flush() const;
+
   // Prints the result and the error. Returns false when not all of the output could be written.
   bool finish(bool ok);
 

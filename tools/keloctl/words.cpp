@@ -41,14 +41,21 @@ bool Words::take_option(const char* word, std::size_t& next) {
   return true;
 }
 
+// An option of one letter has one dash. A word with one dash may also be a negative number.
+int Words::dashes_of(const char* word) const {
+  if (std::strncmp(word, "--", 2) == 0) return 2;
+  const bool one_letter = word[0] == '-' && word[1] != '\0' && word[2] == '\0';
+  return one_letter && find_option(options_, {word + 1, 1}) != nullptr ? 1 : 0;
+}
+
 const char* Words::sort() {
   bool ended = false;
   for (std::size_t next = 0; next < words_.size();) {
     char* const word = words_[next++];
     if (!ended && std::strcmp(word, "--") == 0) {
       ended = true;
-    } else if (!ended && std::strncmp(word, "--", 2) == 0) {
-      if (!take_option(word + 2, next)) return word;
+    } else if (const int dashes = ended ? 0 : dashes_of(word); dashes != 0) {
+      if (!take_option(word + dashes, next)) return word;
     } else {
       words_[index_of(count_++)] = word;
     }
