@@ -45,11 +45,16 @@ completes() {
 }
 # shellcheck source=../../tools/keloctl/keloctl.bash
 . "$sources/keloctl.bash"
-keloctl() { printf 'item\t%s\n' 'net	apn	7' 'net	mtu	7' 'lan	name	7' && printf 'ok\ttrue\n'; }
+keloctl() {
+  [ "$1" != param ] || { printf 'parameter\t%s\n' 'wifi	ssid	text' 'wifi	channel	integer' && return; }
+  printf 'item\t%s\n' 'net	apn	7' 'net	mtu	7' 'lan	name	7' && printf 'ok\ttrue\n'
+}
 completes "settings store" keloctl s
 completes "list" keloctl --json settings l
 completes "net.apn net.mtu" keloctl settings get n
 completes "lan net" keloctl settings list ""
 completes "--help --hex" keloctl settings get net.apn --he
 completes "--yes" keloctl store repair --y
+completes "wifi.ssid" keloctl param get wifi.s
+completes "-f" keloctl log watch -f
 exit "$failed"

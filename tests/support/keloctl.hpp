@@ -34,13 +34,14 @@ inline std::ostream& operator<<(std::ostream& out, const Ran& ran) {
   return out << "status " << ran.status << "\n" << ran.output << "--- errors\n" << ran.errors;
 }
 
-// `words` are for the shell.
-inline Ran keloctl(const std::string& words) {
-  const std::string command = shell_command(KELO_BINARY_DIR "/tools/keloctl/keloctl") + " " + words +
-                              " > /tmp/keloctl.out 2> /tmp/keloctl.err < /dev/null";
+// `words` are for the shell. Runs at the same time need files of different names.
+inline Ran keloctl(const std::string& words, const std::string& name = "keloctl") {
+  const std::string output = "/tmp/" + name + ".out";
+  const std::string errors = "/tmp/" + name + ".err";
+  const std::string command = shell_command(KELO_BINARY_DIR "/tools/keloctl/keloctl") + " " + words + " > " +
+                              output + " 2> " + errors + " < /dev/null";
   const int status = std::system(command.c_str());
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, read_file("/tmp/keloctl.out"),
-          read_file("/tmp/keloctl.err")};
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, read_file(output), read_file(errors)};
 }
 
 inline std::string complaint(const std::string& text) { return "keloctl: " + text + "\n"; }
@@ -94,10 +95,11 @@ class KeloctlTest : public StoreTest {
   }
 };
 
-// Holds the lock of the store alone, as a daemon that writes does.
+// Holds the lock of a store alone, as a daemon that writes does.
 class StoreHolder {
  public:
-  StoreHolder() : file_(base::open_file("/data/config.db-lock", O_RDWR)) {
+  explicit StoreHolder(const std::string& path = "/data/config.db-lock")
+      : file_(base::open_file(path.c_str(), O_RDWR)) {
     struct flock lock {};
     lock.l_type = F_WRLCK;
     lock.l_whence = SEEK_SET;

@@ -28,7 +28,11 @@ constexpr struct {
                 {"step failed rc: ", false},
                 {"sqlite3_open failed", false},
                 {"create table error", false},
-                {"unlink ", false}};
+                {"unlink ", false},
+                {"open failed:", false},
+                {"sql_cmd err info:", false},
+                {"sql_cmd err info:[database is locked]", true},
+                {"could not be copied", false}};
 
 void keep(const char* message) {
   for (const auto& known : kReasons) {

@@ -56,6 +56,7 @@ struct Command {
 
 std::span<const Command> settings_commands();
 std::span<const Command> store_commands();
+std::span<const Command> param_commands();
 std::span<const Command> log_commands();
 std::span<const Command> ini_commands();
 std::span<const Command> text_commands();

@@ -16,7 +16,6 @@
 #include <memory>
 
 #include "base/file.hpp"
-#include "kelo_utils/sqlite.h"
 
 namespace kelo::ctl {
 namespace {
@@ -63,10 +62,10 @@ bool process_locks_store(long pid, const struct stat& lock) {
   return false;
 }
 
-long find_process() {
+long find_process(const char* lock_path) {
   struct stat lock {};
   const Folder processes(opendir("/proc"));
-  if (!processes || stat(lock_file().c_str(), &lock) != 0) return 0;
+  if (!processes || stat(lock_path, &lock) != 0) return 0;
   while (const dirent* const entry = readdir(processes.get())) {
     const long pid = std::strtol(entry->d_name, nullptr, 10);
     if (pid > 0 && pid != getpid() && process_locks_store(pid, lock)) return pid;
@@ -86,10 +85,11 @@ bool is_refused(int fd, short type) {
 
 }  // namespace
 
-base::FixedText<96> lock_file() { return base::FixedText<96>("%s-lock", DB_CONFIG); }
+base::FixedText<96> lock_file(const char* database) { return base::FixedText<96>("%s-lock", database); }
 
-Holder find_holder() {
-  const base::Descriptor file = base::open_file(lock_file().c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+Holder find_holder(const char* database) {
+  const base::FixedText<96> path = lock_file(database);
+  const base::Descriptor file = base::open_file(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
   if (!file) {
     const bool missing = errno == ENOENT || errno == ENOTDIR;
     return {missing ? LockState::no_file : LockState::not_readable, 0,
@@ -97,7 +97,7 @@ Holder find_holder() {
   }
   if (!is_refused(file.get(), F_WRLCK)) return {LockState::free, 0, base::FixedText<96>("nobody")};
   const LockState state = is_refused(file.get(), F_RDLCK) ? LockState::exclusive : LockState::shared;
-  const long pid = find_process();
+  const long pid = find_process(path.c_str());
   if (pid == 0) return {state, 0, base::FixedText<96>("a process that this user may not see")};
   std::array<char, 32> name{};
   const base::Descriptor source = base::open_file(ProcPath("/proc/%ld/comm", pid).c_str(), O_RDONLY);

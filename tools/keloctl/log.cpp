@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "kelo_utils/app_common.h"
+#include "tools/keloctl/parameters.hpp"
 
 namespace kelo::ctl {
 namespace {
@@ -31,6 +32,14 @@ int switch_log(bool on, const Words& words, Output& out) {
   return kDone;
 }
 
+int set_level(const Words& words, Output& out) {
+  const char* const level = words.at(0);
+  if (level[0] >= '0' && level[0] <= '4' && level[1] == '\0')
+    return set_parameter("system.log_level", level, out);
+  out.error("%s is not a level from 0 to 4", level);
+  return kUsage;
+}
+
 int switch_on(const Words& words, Output& out) { return switch_log(true, words, out); }
 int switch_off(const Words& words, Output& out) { return switch_log(false, words, out); }
 
@@ -40,6 +49,8 @@ constexpr Command kCommands[] = {
     {"log", "on", "[--watch]", "print log lines locally, or write the watch log", "watch", 0, 0, switch_on},
     {"log", "off", "[--watch]", "send log lines to the channel, or write no watch log", "watch", 0, 0,
      switch_off},
+    {"log", "level", "N", "store the threshold of log lines as the parameter system.log_level", "", 1, 1,
+     set_level},
     {"log", "explain", "LINE", "what a line of the log means, and what to do", "", 1, 1, explain_line},
 };
 

@@ -10,7 +10,6 @@
 #include <utility>
 
 #include "base/deadline.hpp"
-#include "kelo_utils/sqlite.h"
 #include "tools/keloctl/command.hpp"
 #include "tools/keloctl/lock_holder.hpp"
 
@@ -45,15 +44,16 @@ bool lock_in_time(int fd, off_t byte, const base::Deadline& deadline) {
 
 }  // namespace
 
-int Look::begin(Output& out) {
+int Look::begin(Output& out, const char* database) {
   // A lock for reading needs no more than permission to read, and so works on a read-only file system.
-  file_ = base::open_file(lock_file().c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+  const base::FixedText<96> path = lock_file(database);
+  file_ = base::open_file(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
   if (!file_) return kDone;
   const base::Deadline deadline(kPatienceMilliseconds);
   // The gate comes first, so that a look gets its turn among daemons that write all the time.
   if (!lock_in_time(file_.get(), kGateByte, deadline) || !lock_in_time(file_.get(), kStoreByte, deadline)) {
-    const Holder holder = find_holder();
-    out.error("%s was held for 5 s by %s", lock_file().c_str(), holder.description.c_str());
+    const Holder holder = find_holder(database);
+    out.error("%s was held for 5 s by %s", path.c_str(), holder.description.c_str());
     end();
     return kTimeOut;
   }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Looks at the files of the store without changing them: the store's lock, shared, and connections that only read.
+// Looks at the files of a store without changing them: the store's lock, shared, and connections that only read.
 //
 // The library's own reads repair what they find damaged, and make the lock file. A look does neither.
 #ifndef KELO_TOOLS_KELOCTL_LOOK_HPP
@@ -11,13 +11,14 @@
 
 #include "base/file.hpp"
 #include "base/text_builder.hpp"
+#include "kelo_utils/sqlite.h"
 #include "tools/keloctl/output.hpp"
 
 namespace kelo::ctl {
 
 using Path = base::FixedText<96>;
 
-// Holds the lock of the store, shared, when there is a lock file that this user may open. Without one there is no
+// Holds the lock of a store, shared, when there is a lock file that this user may open. Without one there is no
 // writer, or the user may only read, as the library's reads do then.
 class [[nodiscard]] Look {
  public:
@@ -26,8 +27,8 @@ class [[nodiscard]] Look {
   Look(const Look&) = delete;
   Look& operator=(const Look&) = delete;
 
-  // Waits for five seconds. When that was in vain, it tells who holds the lock, and the result is an Exit.
-  int begin(Output& out);
+  // Takes the lock of the store with this database, and waits for it for five seconds. When that was in vain, it tells who holds the lock, and the result is an Exit.
+  int begin(Output& out, const char* database = DB_CONFIG);
   // Releases the lock. No connection may be open any more.
   void end();
 

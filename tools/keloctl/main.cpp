@@ -11,7 +11,7 @@ namespace kelo::ctl {
 namespace {
 
 using Group = std::span<const Command> (*)();
-constexpr Group kGroups[] = {settings_commands, store_commands, log_commands,
+constexpr Group kGroups[] = {settings_commands, store_commands, param_commands, log_commands,
                              ini_commands,      text_commands,  device_commands};
 
 void print_usage(std::FILE* to) {
