@@ -1,8 +1,11 @@
 # SPDX-License-Identifier: MIT
 """INI files as mappings."""
 import collections.abc
+import contextlib
 import ctypes
 import math
+import os
+import stat
 import threading
 
 from . import _abi, _checks
@@ -14,6 +17,19 @@ MOST_SECTION, MOST_KEY, MOST_LINE = 507, 508, 508
 
 # The library locks no file: within this process these calls exclude each other.
 _lock = threading.RLock()
+
+
+@contextlib.contextmanager
+def _using(path):
+    """Keeps other threads away from the files. The library would read a device or a pipe without end."""
+    with _lock:
+        try:
+            regular = stat.S_ISREG(os.stat(path).st_mode)
+        except OSError:
+            regular = True  # the library says what is wrong with it
+        if not regular:
+            raise Error(f"ini: {_checks.shown(path)} is no regular file", 0)
+        yield
 
 
 def _section_name(name):
@@ -67,7 +83,7 @@ class Section(collections.abc.MutableMapping):
 
     def __getitem__(self, key):
         encoded = _key_name(key)
-        with _lock:
+        with _using(self._file):
             value = self._text(encoded, b"\1")
             # A value may be equal to one default, but not to two.
             if value == b"\1" and self._text(encoded, b"\2") == b"\2":
@@ -94,12 +110,12 @@ class Section(collections.abc.MutableMapping):
         self._put("set", encoded, _value_text(value, encoded))
 
     def __delitem__(self, key):
-        with _lock:
+        with _using(self._file):
             self[key]  # a missing key is an error
             self._put("delete", _key_name(key), None)
 
     def _put(self, what, key, value):
-        with _lock:
+        with _using(self._file):
             result = c.ini_puts(self._name, key, value, self._file)
         if result != 1:
             raise Error(f"ini: cannot {what} in {_checks.shown(self._file)}", result)
@@ -111,7 +127,7 @@ class Section(collections.abc.MutableMapping):
             lines.append(section)
             return 1
 
-        with _lock:
+        with _using(self._file):
             lines = []
             c.ini_browse(_abi.ini_callback(count), None, self._file)
             buffer = ctypes.create_string_buffer(_abi.INI_BUFFERSIZE)
@@ -130,19 +146,19 @@ class Section(collections.abc.MutableMapping):
     def get_int(self, key, default=0):
         """Returns a value as a whole number of 32 bits: decimal, or hexadecimal after "0x"."""
         fallback = _checks.integer(default, "default")
-        with _lock:
+        with _using(self._file):
             return c.ini_getl(self._name, _key_name(key), fallback, self._file)
 
     def get_float(self, key, default=0.0):
         """Returns a value as a number of single precision."""
         fallback = _checks.real(default, "default")
-        with _lock:
+        with _using(self._file):
             return c.ini_getf(self._name, _key_name(key), fallback, self._file)
 
     def get_bool(self, key, default=False):
         """Returns a value that begins with T, Y or 1 as True, and with F, N or 0 as False."""
         fallback = int(_checks.boolean(default, "default"))
-        with _lock:
+        with _using(self._file):
             return bool(c.ini_getbool(self._name, _key_name(key), fallback, self._file))
 
     def __repr__(self):
@@ -173,14 +189,14 @@ class Ini(collections.abc.Mapping):
         encoded = _section_name(name)
         if name is not None and name not in self:
             raise KeyError(name)
-        with _lock:
+        with _using(self._path):
             result = c.ini_puts(encoded, None, None, self._path)
         if result != 1:
             raise Error(f"ini: cannot delete a section of {_checks.shown(self._path)}", result)
 
     def _names(self):
         names, buffer = [], ctypes.create_string_buffer(_abi.INI_BUFFERSIZE)
-        with _lock:
+        with _using(self._path):
             while c.ini_getsection(len(names), buffer, len(buffer), self._path) > 0:
                 names.append(buffer.value)
         return names

@@ -14,6 +14,7 @@ SEEDS = 3
 CALLS = 400
 
 CHILD = """
+import faulthandler; faulthandler.dump_traceback_later(200, exit=True)
 import sys; sys.path[:0] = sys.argv[2:3]; import run; run.load_module(sys.argv[1]); import fuzz_test
 fuzz_test.fuzz(int(sys.argv[3]))
 print("alive")
@@ -80,7 +81,7 @@ def odd_values(kelo_utils):
     return [
         None, True, False, 0, 1, -1, 2, 5, 127, 255, 1003, 2**31 - 1, 2**31, -2**31, -2**31 - 1, 2**32 - 1, 2**63, 2**64,
         -2**64, 10**400, 0.0, -0.0, 0.01, 1e-12, 1e308, float("inf"), float("nan"), 1j, "", "a", "\0", "a\0b", "\udcff", "\ud800",
-        "x" * 5000, "x" * 70000, "%s%n%d", "net", "[a]", "a=b", "\n", "/", "/tmp/f.ini", "/dev/full", "/proc/self/mem", "//",
+        "x" * 5000, "x" * 70000, "%s%n%d", "net", "[a]", "a=b", "\n", "/", "/tmp/f.ini", "/dev/full", "/dev/zero", "/proc/self/mem", "//",
         "..", b"", b"a", b"\0", b"\xff" * 300, bytearray(b"ab"), memoryview(b"abcd")[::2], released, Liar(b"ab"), Text("ab"),
         Number(3), Failing(), object(), [], [None], ["true"], ["true", "a\0"], ["true"] * 5000, ("sh", "-c", "exit 1"),
         recursive, {}, {"a": 1}, {"a": "text"}, {1: 2}, set(), iter([]), (x for x in "ab"), print, len, int, str, bytes, bool, float, lambda *_: 1 // 0,

@@ -104,6 +104,13 @@ class IniTest(unittest.TestCase):
         with self.assertRaises(Error):
             Ini("/proc/version")["a"]["b"] = "1"
 
+    def test_what_is_no_file_is_not_read(self):
+        os.mkfifo(self.path)
+        for path in ("/dev/zero", "/tmp", self.path):
+            for call in (lambda ini: list(ini), lambda ini: list(ini["a"]), lambda ini: ini["a"].get_int("b")):
+                with self.assertRaises(Error):
+                    call(Ini(path))
+
     def test_paths_of_every_kind(self):
         Ini(os.fsencode(self.path))["a"]["b"] = "1"
         self.assertEqual(dict(Ini(os.path.relpath(self.path))["a"]), {"b": "1"})
