@@ -4,6 +4,8 @@ import ast
 import ctypes
 import inspect
 import os
+import re
+import subprocess
 import sys
 import unittest
 
@@ -46,6 +48,16 @@ class ModuleTest(unittest.TestCase):
                     [node.module] if isinstance(node, ast.ImportFrom) and node.level == 0 else []
                 for module in imported:
                     self.assertIn(module.split(".")[0], sys.stdlib_module_names, name)
+
+    def test_the_example_of_the_page_prints_what_the_page_says(self):
+        here = os.path.dirname(os.path.abspath(__file__))
+        with open(os.path.join(here, "../../docs/python.md"), encoding="utf-8") as file:
+            page = file.read()
+        example, printed = (re.search(rf"```{kind}\n(.*?)```", page, re.DOTALL)[1] for kind in ("python", "text"))
+        load = "import sys; sys.path[:0] = sys.argv[2:]; import run; run.load_module(sys.argv[1])\n"
+        ended = subprocess.run([sys.executable, "-B", "-c", load + example, sys.argv[1], here], check=True,
+                               stdout=subprocess.PIPE, timeout=100)
+        self.assertEqual(ended.stdout.decode(), printed)
 
     def test_constants_are_those_of_the_headers(self):
         self.assertEqual((kelo_utils.KELO_RUN_NOT_FOUND, kelo_utils.SQL_VER, kelo_utils.KELO_TIMER_MAGIC),
