@@ -5,7 +5,7 @@
 # What is in them is for package_contents.sh to say.
 # shellcheck source=common.sh
 . "$(dirname -- "${BASH_SOURCE[0]}")/common.sh"
-for tool in dpkg-buildpackage dh lintian doxygen sqlite3; do
+for tool in dpkg-buildpackage dh lintian doxygen python3 sqlite3; do
   command -v "$tool" > /dev/null || { echo "[  SKIPPED ] this machine makes no packages: no $tool" && exit 77; }
 done
 build=$WORK/package

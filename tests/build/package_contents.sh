@@ -20,7 +20,7 @@ wrong() {
 }
 package() {
   case $1 in
-    *-doc) echo "$folder/${1}_${version}_all.deb" ;;
+    *-doc | python3-*) echo "$folder/${1}_${version}_all.deb" ;;
     *) echo "$folder/${1}_${version}_$architecture.deb" ;;
   esac
 }
@@ -49,13 +49,14 @@ expect_field() {
   [[ $value =~ ^$3$ ]] || wrong "$1: $2 is '$value', not '$3'"
 }
 
-for name in libkelo-utils0{,-dbgsym} libkelo-utils-{dev,doc} kelo-utils-tools{,-dbgsym}; do
+for name in libkelo-utils0{,-dbgsym} libkelo-utils-{dev,doc} kelo-utils-tools{,-dbgsym} python3-kelo-utils; do
   [ -f "$(package "$name")" ] || { echo "no $(package "$name")" && exit 1; }
   dpkg-deb -x "$(package "$name")" "$root"
   expect_field "$name" Package "$name"
   expect_field "$name" Version "${version//./\\.}"
   case $name in
     *-doc) expect_field "$name" Architecture all && expect_field "$name" Multi-Arch foreign ;;
+    python3-*) expect_field "$name" Architecture all ;;
     lib*) expect_field "$name" Architecture "$architecture" && expect_field "$name" Multi-Arch same ;;
     *-dbgsym) expect_field "$name" Architecture "$architecture" && expect_field "$name" Multi-Arch no ;;
     *) expect_field "$name" Architecture "$architecture" && expect_field "$name" Multi-Arch foreign ;;
@@ -107,6 +108,12 @@ $(printf -- "-rw-r--r-- $own/pkgconfig/%s.pc\n" kelo_utils{,-static,_sqlite,_sql
 $(printf -- "-rw-r--r-- $own/cmake/kelo_utils/%s.cmake\n" kelo_utils{,_static,_sqlite}-targets{,-minsizerel})
 $(printf '%s\n' "$doc/libkelo-utils-dev/"{changelog.gz,copyright})
 END
+# The sources of the module, and the one that is made.
+expect_files python3-kelo-utils << END
+$(cd "$SOURCE_TREE/python" && printf -- '-rw-r--r-- root/root usr/lib/python3/dist-packages/%s\n' kelo_utils/*.py)
+-rw-r--r-- root/root usr/lib/python3/dist-packages/kelo_utils/_abi.py
+$(printf '%s\n' "$doc/python3-kelo-utils/"{changelog.gz,copyright})
+END
 # Of the manual the start page, a page for each header and a manual page for each exported name are listed.
 manual=$(cd "$root" && find usr/share/doc/libkelo-utils-doc usr/share/man/man3 ! -type d | sort)
 html=usr/share/doc/libkelo-utils-doc/html
@@ -134,6 +141,7 @@ expect_control libkelo-utils0-dbgsym control md5sums
 expect_control libkelo-utils-dev control md5sums
 expect_control libkelo-utils-doc control md5sums
 expect_control kelo-utils-tools control md5sums
+expect_control python3-kelo-utils control md5sums
 expect_control kelo-utils-tools-dbgsym control md5sums
 
 # --- Fields -------------------------------------------------------------------------------------------------
@@ -147,6 +155,7 @@ declared=$(dpkg-deb -f "$(package libkelo-utils0)" Depends | sed -n 's/.*libc6 (
 dpkg --compare-versions "$declared" ge "${wanted#GLIBC_}" || wrong "libc6 $declared lacks $wanted"
 [ "$(dpkg-deb -I "$(package libkelo-utils0)" shlibs)" = "libkelo_utils 0 libkelo-utils0 (>= $version)" ] || wrong shlibs
 expect_field kelo-utils-tools Depends "sqlite3, libc6 \(>= 2\.[0-9]+\), libgcc-s1 \(>= [0-9.]+\), libkelo-utils0 \(>= $version\), libsqlite3-0 \(>= [0-9.]+\), libstdc\+\+6 \(>= [0-9.]+\)"
+expect_field python3-kelo-utils Depends "libkelo-utils0 \(>= $version\), python3 \(>= 3\.9\)"
 [[ $(dpkg-deb -I "$(package libkelo-utils0)" triggers) =~ (^|$'\n')"activate-noawait ldconfig"$ ]] || wrong triggers
 
 # --- Debug information --------------------------------------------------------------------------------------
@@ -192,6 +201,12 @@ for program in "${programs[@]}"; do
 done
 read -ra emulator <<< "${EMULATOR:-}"
 "${emulator[@]}" "$root/usr/bin/keloctl" log explain 'cnt error 3' > /dev/null || wrong "keloctl finds no table of messages"
+# Python is a program of this machine, and loads only a library of this machine.
+if [ $# -eq 0 ]; then
+  said=$(PYTHONPATH=$root/usr/lib/python3/dist-packages python3 -B -c \
+    'import kelo_utils; print(kelo_utils.__version__, kelo_utils.hex_encode(b"a"))' 2>&1) || :
+  [ "$said" = "$version 61" ] || wrong "the Python module prints '$said'"
+fi
 "$root/usr/bin/kelo_provision" --user "$AUTOPKGTEST_TMP/provisioned" || wrong "kelo_provision fails"
 [ -s "$AUTOPKGTEST_TMP/provisioned/user_info.db" ] || wrong "kelo_provision makes no user_info.db"
 exit "$failed"
