@@ -19,6 +19,15 @@ MOST_SECTION, MOST_KEY, MOST_LINE = 507, 508, 508
 _lock = threading.RLock()
 
 
+def _after_fork():
+    """Replaces the lock in a child: the thread that had it may not be there."""
+    global _lock  # pylint: disable=global-statement
+    _lock = threading.RLock()
+
+
+os.register_at_fork(after_in_child=_after_fork)
+
+
 @contextlib.contextmanager
 def _using(path):
     """Keeps other threads away from the files. The library would read a device or a pipe without end."""

@@ -5,21 +5,26 @@ import sys
 from . import _abi, _checks
 from ._library import c
 
+# The library cuts a line at 4095 bytes, of which the beginning takes 95 and the name of the function. What it cuts first is the
+# line end, and then the next line would follow in the same one.
+MOST_NAME, MOST_TEXT = 100, 3900
+
 
 def log(level, text):
     """Logs a text under the name and the line of the calling function.
 
     `level` is LOG_LVL_DBUG to LOG_LVL_EMR, or -1 for a line that passes every threshold. A line end is added to a text
-    that has none. The library cuts a message at 4219 bytes.
+    that has none. A text is cut at 3900 bytes, and the name at 100.
     """
     number = _checks.integer(level, "level", -1, _abi.LOG_LVL_EMR)
     encoded = _checks.text(text, "text")
-    caller = sys._getframe(1)
-    name = caller.f_code.co_name.encode("utf-8", "replace").replace(b"\0", b"?")
-    if not encoded.endswith(b"\n"):
-        # The line end would be the first that a cut removes.
-        encoded = encoded[:_abi.KELO_LOG_BUFFER_SIZE - 2] + b"\n"
-    c.kelo_log_line(number, name, caller.f_lineno or 0, encoded)
+    try:
+        caller = sys._getframe(1)
+        name, line = caller.f_code.co_name.encode("utf-8", "replace").replace(b"\0", b"?"), caller.f_lineno or 0
+    except ValueError:
+        name, line = b"python", 0  # no Python code has called, as at the end of the program
+    encoded = encoded[:-1] if encoded.endswith(b"\n") else encoded
+    c.kelo_log_line(number, name[:MOST_NAME], line, encoded[:MOST_TEXT] + b"\n")
 
 
 def get_log_level():

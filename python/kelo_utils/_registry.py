@@ -11,6 +11,7 @@ from ._library import c
 
 NAME_SIZE = 31
 MOST_ITEMS = 100000
+MOST_NESTED = 16
 
 _SCALARS = (_abi.KELO_DM_TYPE_SCALAR1, _abi.KELO_DM_TYPE_SCALAR2, _abi.KELO_DM_TYPE_SCALAR3, _abi.KELO_DM_TYPE_SCALAR4)
 # Type and length with which an item of a Python type is registered; None is the length of the default.
@@ -55,18 +56,29 @@ class _Turns:
 
     def __init__(self):
         self._free, self._users, self._changing = threading.Condition(), 0, False
+        # How many uses the thread is in, and whether it is in a change.
         self._own = threading.local()
+
+    def after_fork(self):
+        """In a child the thread that forked is where it was, and no other one is left."""
+        self._free, self._users = threading.Condition(), getattr(self._own, "depth", 0)
+        self._changing = getattr(self._own, "changing", False)
 
     @contextlib.contextmanager
     def use(self):
+        depth = getattr(self._own, "depth", 0)
+        # Each level takes a part of the thread's stack in the library, which Python does not count.
+        if depth >= MOST_NESTED:
+            raise RuntimeError(f"a callback of the store is called in one, {MOST_NESTED} deep")
+        self._not_within_a_change()
         with self._free:
             self._free.wait_for(lambda: not self._changing)
             self._users += 1
-        self._own.depth = getattr(self._own, "depth", 0) + 1
+        self._own.depth = depth + 1
         try:
             yield
         finally:
-            self._own.depth -= 1
+            self._own.depth = depth
             with self._free:
                 self._users -= 1
                 self._free.notify_all()
@@ -76,15 +88,22 @@ class _Turns:
         # The thread would wait for itself.
         if getattr(self._own, "depth", 0) > 0:
             raise RuntimeError("a callback of the store cannot open or close a store")
+        self._not_within_a_change()
         with self._free:
             self._free.wait_for(lambda: not self._changing and self._users == 0)
             self._changing = True
+        self._own.changing = True
         try:
             yield
         finally:
+            self._own.changing = False
             with self._free:
                 self._changing = False
                 self._free.notify_all()
+
+    def _not_within_a_change(self):
+        if getattr(self._own, "changing", False):
+            raise RuntimeError("a signal's handler cannot use a store while the thread opens or closes one")
 
 
 class _Process:
@@ -99,11 +118,6 @@ class _Process:
 
 
 process = _Process()
-
-
-def after_fork():
-    """Replaces the locks in a child, where no thread is left to release them."""
-    process.turns = _Turns()
 
 
 def _default_bytes(item):

@@ -100,8 +100,6 @@ class Store(_callbacks.NotCopied):
     _handle = None
 
     def __init__(self, items=(), directory=None, backup_directory=None):
-        if self._handle is not None:
-            raise RuntimeError("the store is open already")
         table = list(itertools.islice(iter(items), _registry.MOST_ITEMS + 1))
         if len(table) > _registry.MOST_ITEMS:
             raise ValueError(f"a store has at most {_registry.MOST_ITEMS} items")
@@ -113,6 +111,8 @@ class Store(_callbacks.NotCopied):
         if folders[0] is not None and folders[1] is None:
             folders = folders[0], folders[0]
         with _process.turns.change():
+            if self._handle is not None:
+                raise RuntimeError("the store is open already")
             self._register(table, folders)
 
     def _register(self, table, folders):
@@ -301,4 +301,4 @@ def _end():
         Subscription._functions.pop(key, None)
 
 
-os.register_at_fork(after_in_child=_registry.after_fork)
+os.register_at_fork(after_in_child=_process.turns.after_fork)

@@ -48,7 +48,7 @@ class _Service:
     """What all timers of the process share."""
 
     def __init__(self):
-        self.lock = threading.Lock()
+        self.lock = threading.RLock()
         self.callbacks = threading.Lock()
         self.started = False
         self.timers = set()
@@ -84,16 +84,16 @@ class Timer(_callbacks.NotCopied):
     _function = None
 
     def __init__(self, function, seconds, interval=None):
-        if self._record is not None:
-            raise RuntimeError("the timer exists already")
         _checks.function(function, "function")
-        self._seconds = _checks.seconds(seconds, "seconds", MOST_SECONDS)
-        self._interval = 0.0 if interval is None else _checks.seconds(interval, "interval", MOST_SECONDS)
-        self._lock = threading.RLock()
-        self._semaphore = _Semaphore()
-        record = _abi.kelo_timer_info()
-        record.cb.handler, record.cb.arg = _SEM_POST, self._semaphore.address
-        self._record = record
+        first = _checks.seconds(seconds, "seconds", MOST_SECONDS)
+        period = 0.0 if interval is None else _checks.seconds(interval, "interval", MOST_SECONDS)
+        semaphore, record = _Semaphore(), _abi.kelo_timer_info()
+        record.cb.handler, record.cb.arg = _SEM_POST, semaphore.address
+        # The library keeps the address of the record: no second call may put another one in its place.
+        if self.__dict__.setdefault("_record", record) is not record:
+            raise RuntimeError("the timer exists already")
+        self._seconds, self._interval = first, period
+        self._lock, self._semaphore = threading.RLock(), semaphore
         _service.start()
         self._checked("create a timer", c.kelo_timer_create)
         try:
@@ -125,6 +125,8 @@ class Timer(_callbacks.NotCopied):
                     return
                 function()
                 function = None
+            if self._function is None:
+                return  # it was closed, or this is a child that the function has forked
 
     def start(self):
         """Begins the time, or begins it again."""

@@ -8,10 +8,12 @@ import os
 import random
 import subprocess
 import sys
+import threading
 import unittest
 
 SEEDS = 3
 CALLS = 400
+THREADS = 4
 
 CHILD = """
 import faulthandler; faulthandler.dump_traceback_later(200, exit=True)
@@ -120,13 +122,24 @@ def targets(kelo_utils):
 
 
 def fuzz(seed):
+    """Calls them in one thread, and then in several at once, which share the objects."""
     import kelo_utils  # pylint: disable=import-outside-toplevel
     sys.unraisablehook = lambda report: None
-    values, rng = odd_values(kelo_utils), random.Random(seed)
-    callables = targets(kelo_utils)
+    values, callables = odd_values(kelo_utils), targets(kelo_utils)
+    call_each(kelo_utils, callables, values, random.Random(seed), CALLS)
+    threads = [threading.Thread(target=call_each, daemon=True,
+                                args=(kelo_utils, random.Random(number).sample(callables, len(callables)), values,
+                                      random.Random(f"{seed} {number}"), CALLS)) for number in range(THREADS)]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+
+
+def call_each(kelo_utils, callables, values, rng, calls):
     # A value that no program passes, but that would make a call long: a limit of time is short here.
     short = {kelo_utils.run: 1, kelo_utils.at: 1}
-    for turn in range(CALLS):
+    for turn in range(calls):
         target = callables[turn % len(callables)] if turn < len(callables) else rng.choice(callables)
         arguments = [rng.choice(values) for _ in range(rng.choice((0, 1, 1, 1, 2, 2, 3, 4)))]
         if target in (kelo_utils.set_log_tool, print):

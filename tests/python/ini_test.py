@@ -3,10 +3,12 @@
 import configparser
 import os
 import random
+import signal
 import tempfile
+import threading
 import unittest
 
-from kelo_utils import Error, Ini, Section
+from kelo_utils import Error, Ini, Section, _ini
 
 
 class IniTest(unittest.TestCase):
@@ -114,3 +116,25 @@ class IniTest(unittest.TestCase):
     def test_paths_of_every_kind(self):
         Ini(os.fsencode(self.path))["a"]["b"] = "1"
         self.assertEqual(dict(Ini(os.path.relpath(self.path))["a"]), {"b": "1"})
+
+    def test_a_child_uses_files_while_a_thread_of_its_parent_is_in_a_call(self):
+        begun, ended = threading.Event(), threading.Event()
+
+        def in_a_call():
+            with _ini._using(os.fsencode(self.path)):
+                begun.set()
+                ended.wait()
+
+        thread = threading.Thread(target=in_a_call)
+        thread.start()
+        begun.wait()
+        child = os.fork()
+        if child == 0:
+            signal.alarm(20)
+            self.ini["net"]["mtu"] = 1500
+            os._exit(0)
+        status = os.waitpid(child, 0)[1]
+        ended.set()
+        thread.join()
+        self.assertEqual(status, 0)
+        self.assertEqual(self.ini["net"]["mtu"], "1500")

@@ -16,7 +16,10 @@ def caller():
     kelo_utils.log(kelo_utils.LOG_LVL_WRN, "with its line end\\n")
     kelo_utils.log(-1, "x" * 10000)
 caller()
-"""
+def with_a_name_that_is_@long(): kelo_utils.log(kelo_utils.LOG_LVL_ERR, "y" * 5000)
+with_a_name_that_is_@long()
+import atexit; atexit.register(kelo_utils.log, kelo_utils.LOG_LVL_ERR, "the end")
+""".replace("@", "very_" * 60)
 
 
 class LogTest(unittest.TestCase):
@@ -24,10 +27,12 @@ class LogTest(unittest.TestCase):
         ended = subprocess.run([sys.executable, "-B", "-c", PROGRAM, sys.argv[1], os.path.dirname(os.path.abspath(__file__))],
                                check=True, stdout=subprocess.PIPE)
         lines = ended.stdout.decode().splitlines()
-        self.assertEqual(len(lines), 3, lines)
+        self.assertEqual(len(lines), 5, lines)
         self.assertRegex(lines[0], r": =ERR= \| \[\d+ \| \d+-\S+\] \| caller 5 \| 100 % of Zürich$")
         self.assertRegex(lines[1], r": -WRN- .*\| caller 7 \| with its line end$")
-        self.assertIn("| caller 8 | xxx", lines[2])
+        self.assertIn("| caller 8 | " + "x" * 3900, lines[2])
+        self.assertRegex(lines[3], r"\| with_a_name\w* 10 \| y{3900}$")
+        self.assertTrue(lines[4].endswith("| python 0 | the end"), lines[4])
 
     def test_the_threshold(self):
         before = kelo_utils.get_log_level()

@@ -7,7 +7,7 @@ import threading
 import unittest
 
 import kelo_utils
-from kelo_utils import Error, Item, Store
+from kelo_utils import Error, Item, Store, _registry
 
 MTU, APN, ROAMING, KEY, BIG = 1003, 1005, 1006, 1007, 1008
 ITEMS = [
@@ -128,6 +128,25 @@ class StoreTest(unittest.TestCase):
             self.store[MTU] = 1
         self.assertEqual(len(refused), 2)
 
+    def test_a_callback_that_is_called_by_what_it_writes_comes_to_an_end(self):
+        reports, before = [], sys.unraisablehook
+        sys.unraisablehook = lambda report: reports.append((report.exc_type, str(report.exc_value)))
+        limit = sys.getrecursionlimit()
+
+        def write_again(_, value):
+            self.store[MTU] = value + 1
+
+        try:
+            sys.setrecursionlimit(100000)  # the stack would end first
+            with self.store.subscribe(write_again):
+                self.store[MTU] = 1
+        finally:
+            sys.setrecursionlimit(limit)
+            sys.unraisablehook = before
+        self.assertEqual([kind for kind, _ in reports], [RuntimeError])
+        self.assertIn("16 deep", reports[0][1])
+        self.assertEqual(self.store[MTU], 16)
+
     def test_an_error_of_a_callback_is_reported_and_ends_nothing(self):
         reports, before = [], sys.unraisablehook
         sys.unraisablehook = lambda report: reports.append(report.exc_type)
@@ -213,3 +232,27 @@ class StoreTest(unittest.TestCase):
             os._exit(0 if self.store[APN] == "child" else 1)
         self.assertEqual(os.waitpid(child, 0)[1], 0)
         self.assertEqual(self.store[APN], "child")
+
+    def test_a_child_that_a_callback_has_forked_cannot_close_the_store(self):
+        exit_codes = []
+
+        def callback(*_):
+            child = os.fork()
+            if child == 0:
+                try:
+                    self.store.close()
+                except RuntimeError:
+                    os._exit(0 if self.store[APN] == "forked" else 2)
+                os._exit(1)
+            exit_codes.append(os.waitpid(child, 0)[1])
+
+        with self.store.subscribe(callback):
+            self.store[APN] = "forked"
+        self.assertEqual(exit_codes, [0])
+
+    def test_a_handler_of_a_signal_cannot_use_a_store_while_its_thread_opens_one(self):
+        with _registry.process.turns.change():
+            for call in (lambda: self.store[MTU], self.store.close, Store):
+                with self.assertRaises(RuntimeError):
+                    call()
+        self.assertEqual(self.store[MTU], 1500)

@@ -3,6 +3,7 @@
 import copy
 import gc
 import os
+import signal
 import subprocess
 import sys
 import threading
@@ -189,6 +190,39 @@ class TimerTest(unittest.TestCase):
             os._exit(0 if closed and called else 1)
         self.assertEqual(os.waitpid(child, 0)[1], 0)
         self.assertTrue(timer.running)
+        timer.close()
+
+    def test_a_child_that_a_function_has_forked_ends_with_the_function(self):
+        children, counter = [], Counter()
+
+        def fork():
+            child = os.fork()
+            if child:
+                children.append(child)
+                counter()
+
+        with Timer(fork, 0.01):
+            self.assertTrue(counter.wait_for(1))
+        last = time.monotonic() + WAIT
+        while (ended := os.waitpid(children[0], os.WNOHANG))[0] == 0 and time.monotonic() < last:
+            time.sleep(0.01)
+        if ended[0] == 0:
+            os.kill(children[0], signal.SIGKILL)
+            os.waitpid(children[0], 0)
+        self.assertEqual(ended, (children[0], 0))
+
+    def test_a_timer_is_made_once_also_by_what_it_is_given(self):
+        class Sneaky(float):
+            """A number that makes the timer first."""
+
+            def __float__(self):
+                timer.__init__(print, 1)
+                return 1.0
+
+        timer = Timer.__new__(Timer)
+        with self.assertRaises(RuntimeError):
+            timer.__init__(print, Sneaky(1))
+        timer.start()
         timer.close()
 
     def test_a_program_ends_while_its_timers_run(self):
