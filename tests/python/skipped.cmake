@@ -1,3 +1,3 @@
 # SPDX-License-Identifier: MIT
 # Says why a test of the Python module does not run.
-message("[  SKIPPED ] this machine has no python3")
+message("[  SKIPPED ] ${REASON}")
