@@ -20,6 +20,27 @@ def call(function, *arguments):
     guarded(functools.partial(function, *arguments))()
 
 
+class Visits:
+    """A callback for C code that calls `function` for each of several things, and returns `stop` when that raises.
+
+    done() raises the error when C code is over: one such as KeyboardInterrupt can come at any time.
+    """
+
+    def __init__(self, function, stop):
+        self._function, self._stop, self._error = function, stop, None
+
+    def __call__(self, *arguments):
+        try:
+            return self._function(*arguments)
+        except BaseException as error:  # pylint: disable=broad-except
+            self._error = error
+            return self._stop
+
+    def done(self):
+        if self._error is not None:
+            raise self._error
+
+
 class NotCopied:
     """An object that owns something of the library, which a copy would release a second time."""
 

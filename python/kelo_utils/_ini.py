@@ -8,7 +8,7 @@ import os
 import stat
 import threading
 
-from . import _abi, _checks
+from . import _abi, _callbacks, _checks
 from ._errors import Error
 from ._library import c
 
@@ -138,7 +138,9 @@ class Section(collections.abc.MutableMapping):
 
         with _using(self._file):
             lines = []
-            c.ini_browse(_abi.ini_callback(count), None, self._file)
+            visits = _callbacks.Visits(count, 0)
+            c.ini_browse(_abi.ini_callback(visits), None, self._file)
+            visits.done()
             buffer = ctypes.create_string_buffer(_abi.INI_BUFFERSIZE)
             for index in range(len(lines)):
                 # After the last key, and for a key without a name, the length is 0.

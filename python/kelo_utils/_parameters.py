@@ -3,7 +3,7 @@
 import collections.abc
 import ctypes
 
-from . import _abi, _checks
+from . import _abi, _callbacks, _checks
 from ._errors import Error, name_of
 from ._library import c
 
@@ -108,13 +108,18 @@ class Parameters(collections.abc.Mapping):
 def query_parameters(sql, factory=False):
     """Runs SQL statements on the user database, or on the factory database, and returns the rows as dictionaries.
 
-    A cell is a text, or None for NULL. Changes of every transaction that has ended are on storage.
+    A cell is a text, or None for NULL. More than 100000 rows are an Error. Changes of every transaction that has ended are on storage. Statements that name the
+    SQL function fts3_tokenizer are refused: its argument is an address that SQLite would call.
     """
     statements = _checks.text(sql, "sql")
+    if b"fts3_tokenizer" in statements.lower():
+        raise ValueError("sql has the function fts3_tokenizer")
     which = int(_checks.boolean(factory, "factory"))
     rows = []
 
     def collect(_, count, values, names):
+        if not values:
+            return 0  # there is no row: a PRAGMA asks for the names of the columns alone
         if len(rows) == MOST_ROWS:
             return 1
         cells = [[ctypes.cast(pointer, ctypes.c_char_p).value for pointer in (ctypes.c_void_p * count).from_address(array)]
@@ -123,7 +128,10 @@ def query_parameters(sql, factory=False):
                      for name, cell in zip(*cells)})
         return 0
 
-    _result("query the parameters", c.kelo_db_exec_cmd(statements, _abi.kelo_db_row_fn(collect), None, which))
+    visits = _callbacks.Visits(collect, 1)
+    code = c.kelo_db_exec_cmd(statements, _abi.kelo_db_row_fn(visits), None, which)
+    visits.done()
+    _result("query the parameters", code)
     return rows
 
 

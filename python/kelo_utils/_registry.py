@@ -5,7 +5,7 @@ import contextlib
 import ctypes
 import threading
 
-from . import _abi, _checks
+from . import _abi, _callbacks, _checks
 from ._errors import Error
 from ._library import c
 
@@ -192,7 +192,9 @@ def enumerate_items():
             (ctypes.c_char * ctypes.sizeof(_abi.kelo_dm_item_desc)).from_address(descriptor))))
         return 0
 
-    c.kelo_dm_for_each_item(_abi.kelo_dm_item_fn(collect), None)
+    visits = _callbacks.Visits(collect, 1)
+    c.kelo_dm_for_each_item(_abi.kelo_dm_item_fn(visits), None)
+    visits.done()
     items = []
     for number, descriptor in found:
         own = process.registered.get(number)

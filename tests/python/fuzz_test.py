@@ -3,9 +3,11 @@
 
 Exceptions are what is expected. What is not: a signal, a fatal error, or a call that does not end.
 """
+import contextlib
 import inspect
 import os
 import random
+import sqlite3
 import subprocess
 import sys
 import threading
@@ -14,6 +16,7 @@ import unittest
 SEEDS = 3
 CALLS = 400
 THREADS = 4
+PARAMETERS = "/data/kelo-resource/sqlite3"
 
 CHILD = """
 import faulthandler; faulthandler.dump_traceback_later(200, exit=True)
@@ -89,8 +92,17 @@ def odd_values(kelo_utils):
         recursive, {}, {"a": 1}, {"a": "text"}, {1: 2}, set(), iter([]), (x for x in "ab"), print, len, int, str, bytes, bool, float, lambda *_: 1 // 0,
         lambda: 1, Exception("x"), item(1003, "wan", "mtu", int, 1500), [item(1003, "wan", "mtu", int, 1500)],
         tuple.__new__(item, ()), [tuple.__new__(item, (1, "a" * 500, None, int, None))], "big", "little", range(3), Ellipsis,
-        "select 1", "select", "create table a (b)", "drop table a; vacuum", ".", "AT", "wifi", "text", "uint64",
+        "select 1", "select", "pragma empty_result_callbacks = 1; select a from wifi where 0", "select zeroblob(1000000000)",
+        "select fts3_tokenizer('simple', x'4141414141414141')", "attach '/dev/zero' as z", "begin exclusive", "a", "create table a (b)", "drop table a; vacuum", ".", "AT", "wifi", "text", "uint64",
     ]
+
+
+def make_parameters():
+    os.makedirs(PARAMETERS, exist_ok=True)
+    for name in ("user_info.db", "factory_info.db"):
+        with contextlib.closing(sqlite3.connect(os.path.join(PARAMETERS, name), isolation_level=None)) as database:
+            database.execute("create table if not exists wifi (a)")
+            database.execute("insert into wifi values ('x')")
 
 
 def targets(kelo_utils):
@@ -125,6 +137,7 @@ def fuzz(seed):
     """Calls them in one thread, and then in several at once, which share the objects."""
     import kelo_utils  # pylint: disable=import-outside-toplevel
     sys.unraisablehook = lambda report: None
+    make_parameters()
     values, callables = odd_values(kelo_utils), targets(kelo_utils)
     call_each(kelo_utils, callables, values, random.Random(seed), CALLS)
     threads = [threading.Thread(target=call_each, daemon=True,

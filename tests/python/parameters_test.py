@@ -4,6 +4,7 @@ import contextlib
 import os
 import sqlite3
 import unittest
+import unittest.mock
 
 import kelo_utils
 from kelo_utils import Error, Parameters
@@ -47,6 +48,20 @@ class ParametersTest(unittest.TestCase):
         with self.assertRaises(Error) as caught:
             kelo_utils.query_parameters("select nothing from nowhere")
         self.assertEqual(caught.exception.name, "KELO_DB_FAILED")
+
+    def test_statements_that_could_lead_sqlite_astray_do_no_harm(self):
+        self.assertEqual(kelo_utils.query_parameters("pragma empty_result_callbacks = 1; select ssid from wifi where 0"), [])
+        for name in ("fts3_tokenizer", '"FTS3_Tokenizer"'):
+            with self.assertRaises(ValueError):
+                kelo_utils.query_parameters(f"select {name}('simple', x'4141414141414141')")
+        with self.assertRaises(Error):
+            kelo_utils.query_parameters("select load_extension('/tmp/x')")
+
+    def test_an_error_ends_a_query_and_is_raised(self):
+        with unittest.mock.patch("kelo_utils._checks.shown", side_effect=KeyboardInterrupt):
+            with self.assertRaises(KeyboardInterrupt):
+                kelo_utils.query_parameters("select 1 union select 2")
+        self.assertEqual(kelo_utils.query_parameters("select 1 as one"), [{"one": "1"}])
 
     def test_factory_settings_are_restored(self):
         self.wifi["ssid"] = "mine"
