@@ -108,8 +108,9 @@ class Parameters(collections.abc.Mapping):
 def query_parameters(sql, factory=False):
     """Runs SQL statements on the user database, or on the factory database, and returns the rows as dictionaries.
 
-    A cell is a text, or None for NULL. More than 100000 rows are an Error. Changes of every transaction that has ended are on storage. Statements that name the
-    SQL function fts3_tokenizer are refused: its argument is an address that SQLite would call.
+    A cell is a text, or None for NULL. More than 100000 rows are an Error. Changes of every transaction that has ended are on
+    storage. Statements that name the SQL function fts3_tokenizer are refused: its argument is an address that SQLite would
+    call.
     """
     statements = _checks.text(sql, "sql")
     if b"fts3_tokenizer" in statements.lower():

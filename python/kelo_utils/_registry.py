@@ -69,7 +69,7 @@ class _Turns:
         depth = getattr(self._own, "depth", 0)
         # Each level takes a part of the thread's stack in the library, which Python does not count.
         if depth >= MOST_NESTED:
-            raise RuntimeError(f"a callback of the store is called in one, {MOST_NESTED} deep")
+            raise RuntimeError(f"calls of callbacks of the store are {MOST_NESTED} deep")
         self._not_within_a_change()
         with self._free:
             self._free.wait_for(lambda: not self._changing)

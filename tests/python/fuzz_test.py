@@ -86,14 +86,17 @@ def odd_values(kelo_utils):
     return [
         None, True, False, 0, 1, -1, 2, 5, 127, 255, 1003, 2**31 - 1, 2**31, -2**31, -2**31 - 1, 2**32 - 1, 2**63, 2**64,
         -2**64, 10**400, 0.0, -0.0, 0.01, 1e-12, 1e308, float("inf"), float("nan"), 1j, "", "a", "\0", "a\0b", "\udcff", "\ud800",
-        "x" * 5000, "x" * 70000, "%s%n%d", "net", "[a]", "a=b", "\n", "/", "/tmp/f.ini", "/dev/full", "/dev/zero", "/proc/self/mem", "//",
-        "..", b"", b"a", b"\0", b"\xff" * 300, bytearray(b"ab"), memoryview(b"abcd")[::2], released, Liar(b"ab"), Text("ab"),
-        Number(3), Failing(), object(), [], [None], ["true"], ["true", "a\0"], ["true"] * 5000, ("sh", "-c", "exit 1"),
-        recursive, {}, {"a": 1}, {"a": "text"}, {1: 2}, set(), iter([]), (x for x in "ab"), print, len, int, str, bytes, bool, float, lambda *_: 1 // 0,
-        lambda: 1, Exception("x"), item(1003, "wan", "mtu", int, 1500), [item(1003, "wan", "mtu", int, 1500)],
+        "x" * 5000, "x" * 70000, "%s%n%d", "net", "[a]", "a=b", "\n", "/", "/tmp/f.ini", "/dev/full", "/dev/zero",
+        "/proc/self/mem", "//", "..", b"", b"a", b"\0", b"\xff" * 300, bytearray(b"ab"), memoryview(b"abcd")[::2],
+        released, Liar(b"ab"), Text("ab"), Number(3), Failing(), object(), [], [None],
+        ["true"], ["true", "a\0"], ["true"] * 5000, ("sh", "-c", "exit 1"),
+        recursive, {}, {"a": 1}, {"a": "text"}, {1: 2}, set(), iter([]), (x for x in "ab"), print, len, int, str, bytes,
+        bool, float, lambda *_: 1 // 0, lambda: 1, Exception("x"), item(1003, "wan", "mtu", int, 1500),
+        [item(1003, "wan", "mtu", int, 1500)],
         tuple.__new__(item, ()), [tuple.__new__(item, (1, "a" * 500, None, int, None))], "big", "little", range(3), Ellipsis,
         "select 1", "select", "pragma empty_result_callbacks = 1; select a from wifi where 0", "select zeroblob(1000000000)",
-        "select fts3_tokenizer('simple', x'4141414141414141')", "attach '/dev/zero' as z", "begin exclusive", "a", "create table a (b)", "drop table a; vacuum", ".", "AT", "wifi", "text", "uint64",
+        "select fts3_tokenizer('simple', x'4141414141414141')", "attach '/dev/zero' as z", "begin exclusive", "a",
+        "create table a (b)", "drop table a; vacuum", ".", "AT", "wifi", "text", "uint64",
     ]
 
 
