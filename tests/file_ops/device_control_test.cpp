@@ -2,7 +2,6 @@
 // Requests to device nodes. The system has no device of ours: a stand-in answers in the place of ioctl().
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,6 +13,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "kelo_utils/file_ops.h"
@@ -23,6 +23,7 @@
 #include "tests/support/descriptors.hpp"
 #include "tests/support/exact_buffer.hpp"
 #include "tests/support/fault.hpp"
+#include "tests/support/ioctl_request.hpp"
 #include "tests/support/log_capture.hpp"
 
 namespace {
@@ -92,13 +93,14 @@ class DeviceControl : public testing::Test {
 }  // namespace
 
 // NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
-extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
+extern "C" int ioctl(int fd, kelo::tests::IoctlRequest request, ...) noexcept {
   static const auto real = kelo::tests::next_call("ioctl", ioctl);
   va_list arguments;
   va_start(arguments, request);
   void* const argument = va_arg(arguments, void*);
   va_end(arguments);
-  const std::optional<int> result = Driver::serve(fd, request, argument);
+  const std::optional<int> result =
+      Driver::serve(fd, std::make_unsigned_t<kelo::tests::IoctlRequest>(request), argument);
   return result ? *result : real(fd, request, argument);
 }
 // NOLINTEND(readability-inconsistent-declaration-parameter-name)

@@ -8,7 +8,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -20,6 +19,7 @@
 #include <vector>
 
 #include "tests/support/fault.hpp"
+#include "tests/support/ioctl_request.hpp"
 
 namespace kelo::tests {
 
@@ -101,7 +101,7 @@ int poll(pollfd* descriptors, nfds_t count, int milliseconds) {
   return result ? *result : real(descriptors, count, milliseconds);
 }
 
-int ioctl(int fd, unsigned long request, ...) noexcept {
+int ioctl(int fd, kelo::tests::IoctlRequest request, ...) noexcept {
   static const auto real = kelo::tests::next_call("ioctl", ioctl);
   va_list arguments;
   va_start(arguments, request);

@@ -81,8 +81,14 @@ int syncfs(int fd) noexcept {
   return kelo::tests::Fault::meets("syncfs") ? -1 : real(fd);
 }
 
+#ifdef __GLIBC__
+#define KELO_FCNTL "fcntl64"
+#else
+#define KELO_FCNTL "fcntl"
+#define fcntl64 fcntl
+#endif
 int fcntl64(int fd, int command, ...) {
-  static const auto real = kelo::tests::next_call("fcntl64", fcntl64);
+  static const auto real = kelo::tests::next_call(KELO_FCNTL, fcntl64);
   va_list arguments;
   va_start(arguments, command);
   void* const argument = va_arg(arguments, void*);
@@ -141,6 +147,8 @@ int fchown(int fd, uid_t user, gid_t group) noexcept {
   return kelo::tests::Fault::meets("fchown") ? -1 : real(fd, user, group);
 }
 
+// Some C libraries have one name for both kinds of offsets, and macros for the other names.
+#ifndef open64
 int open(const char* path, int flags, ...) {
   va_list arguments;
   va_start(arguments, flags);
@@ -148,6 +156,7 @@ int open(const char* path, int flags, ...) {
   va_end(arguments);
   return open64(path, flags, mode);
 }
+#endif
 
 std::FILE* fopen(const char* path, const char* mode) {
   static const auto real = kelo::tests::next_call("fopen", fopen);
@@ -161,10 +170,12 @@ int posix_spawnp(pid_t* child, const char* program, const posix_spawn_file_actio
   return real(child, program, actions, attributes, arguments, environment);
 }
 
+#ifndef fopen64
 std::FILE* fopen64(const char* path, const char* mode) {
   static const auto real = kelo::tests::next_call("fopen64", fopen64);
   return kelo::tests::Fault::meets("fopen") ? nullptr : real(path, mode);
 }
+#endif
 
 std::size_t fwrite(const void* bytes, std::size_t size, std::size_t count, std::FILE* stream) {
   static const auto real = kelo::tests::next_call("fwrite", fwrite);
