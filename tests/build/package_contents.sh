@@ -127,13 +127,14 @@ wanted=$(
 )
 missing=$(sort <<< "$wanted" | comm -23 - <(echo "$manual"))
 [ -z "$missing" ] || wrong "libkelo-utils-doc lacks" "$missing"
-doc_files="usr/share/doc/libkelo-utils-doc/(html/.*|changelog\.gz|copyright|releases/CHANGELOG\.md(\.gz)?)"
+doc_files="usr/share/doc/libkelo-utils-doc/(html/.*|examples/[a-zA-Z_]+(\.[a-z]+)?|changelog\.gz|copyright|releases/CHANGELOG\.md(\.gz)?)"
 strange=$(dpkg-deb -c "$(package libkelo-utils-doc)" | awk '!/^d/ { print $1, $2, substr($0, index($0, "./") + 2) }' \
   | grep -vE "^(-rw-r--r-- root/root ($doc_files|$pages/[A-Za-z0-9_.]+\.3(kelo)?\.gz)|lrwxrwxrwx root/root $pages/[^/]+ -> [^/]+)\$" || :)
 [ -z "$strange" ] || wrong "libkelo-utils-doc has" "$strange"
 broken=$(find "$root/$pages" -xtype l)
 [ -z "$broken" ] || wrong "manual pages that lead nowhere:" "$broken"
 find "$root/usr/share/man" -type f -exec gzip -t {} + || wrong "manual pages that are not compressed"
+diff -r "$SOURCE_TREE/examples" "$root/usr/share/doc/libkelo-utils-doc/examples" || wrong "libkelo-utils-doc: other examples"
 if grep -rlF -e "$SOURCE_TREE" -e "$BINARY_TREE" "$root"; then wrong "names the folders it was built in"; fi
 
 expect_control libkelo-utils0 control md5sums shlibs symbols triggers
@@ -192,6 +193,10 @@ rm -rf "$AUTOPKGTEST_TMP"
 expect_needed yes libkelo_utils "$AUTOPKGTEST_TMP/shared"
 expect_needed no libkelo_utils "$AUTOPKGTEST_TMP/static"
 expect_needed yes libkelo_utils "$AUTOPKGTEST_TMP/cmake/by_cmake"
+
+export EXAMPLES=$root/usr/share/doc/libkelo-utils-doc/examples MODEM=$root/usr/bin/kelo_scripted_modem
+"$SOURCE_TREE/debian/tests/examples" "$SOURCE_TREE/tests/sandbox.sh" "$SOURCE_TREE" "$BINARY_TREE" -- \
+  || wrong "the examples do not do what they say"
 
 # Each program starts: without arguments it says what it wants.
 for program in "${programs[@]}"; do

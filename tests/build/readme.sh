@@ -29,7 +29,7 @@ links() {
   done
 }
 cd "$SOURCE_TREE"
-for page in *.md docs/*.md packaging/*.md; do
+for page in *.md docs/*.md examples/*.md packaging/*.md; do
   for target in $(links "$page"); do
     [ -e "$target" ] || { echo "$page leads to $target, which is not there" && failed=1; }
   done
