@@ -198,6 +198,12 @@ export EXAMPLES=$root/usr/share/doc/libkelo-utils-doc/examples MODEM=$root/usr/b
 "$SOURCE_TREE/debian/tests/examples" "$SOURCE_TREE/tests/sandbox.sh" "$SOURCE_TREE" "$BINARY_TREE" -- \
   || wrong "the examples do not do what they say"
 
+# The pages for beginners work with what is in the packages. Their commands are those of this machine.
+if [ $# -eq 0 ]; then
+  "$SOURCE_TREE/tests/sandbox.sh" "$SOURCE_TREE" "$BINARY_TREE" "$root" -- "$SOURCE_TREE/tests/build/follow.sh" "$root/usr" \
+    "$SOURCE_TREE/docs/first_daemon.md" "$SOURCE_TREE/docs/debugging.md" || wrong "the pages for beginners do not work"
+fi
+
 # Each program starts: without arguments it says what it wants.
 for program in "${programs[@]}"; do
   read -ra emulator <<< "${EMULATOR:-}"
