@@ -3,7 +3,7 @@
  * Change events: parts of a daemon subscribe, and each of them hears of every change with a pointer of its own.
  *
  * A callback runs in the thread that writes, after the value is stored. It may read and write the store itself.
- * Changes that other processes make are not announced.
+ * Changes that other processes make are for a watch: see between_processes.c.
  *
  * Build: cc -o events events.c $(pkg-config --cflags --libs kelo_utils_sqlite)
  *
