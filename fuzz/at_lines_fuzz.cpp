@@ -48,7 +48,7 @@ Expected expected_of(std::string reply, const std::string& command) {
     at = end + 1;
     if (line.empty()) continue;
     expected.result = expected_result(line);
-    if (expected.result == KELO_AT_CME_ERROR || expected.result == KELO_AT_CMS_ERROR)
+    if (line.starts_with("+CME ERROR:") || line.starts_with("+CMS ERROR:"))
       expected.reason = expected_reason(line);
     if (expected.result) return expected;
     if (!is_first || line != command) expected.text += line + '\n';

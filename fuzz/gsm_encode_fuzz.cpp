@@ -9,16 +9,15 @@
 namespace {
 
 using kelo::fuzz::require;
-using std::literals::operator""sv;
 using Bytes = std::vector<std::uint8_t>;
 
 constexpr std::uint8_t kUntouched = 0x55;
 
 // The characters of 3GPP TS 23.038, 6.2.1, in the order of their septets. The escape has a NUL, which no text has.
-constexpr std::u32string_view kAlphabet =
+constexpr std::u32string_view kAlphabet{
     U"@£$¥èéùìòÇ\nØø\rÅåΔ_ΦΓΛΩΠΨΣΘΞ\0ÆæßÉ !\"#¤%&'()*+,-./0123456789:;<=>?"
-    U"¡ABCDEFGHIJKLMNOPQRSTUVWXYZÄÖÑÜ§¿abcdefghijklmnopqrstuvwxyzäöñüà"sv;
-static_assert(kAlphabet.size() == 128);
+    U"¡ABCDEFGHIJKLMNOPQRSTUVWXYZÄÖÑÜ§¿abcdefghijklmnopqrstuvwxyzäöñüà",
+    128};
 
 // Those of the extension table, 6.2.1.1, and their septets.
 constexpr std::u32string_view kExtended = U"\f^{}\\[~]|€";
