@@ -37,11 +37,10 @@ constexpr std::string_view part_after(std::string_view text, std::size_t positio
 // Returns the position of `key` and the comma after it in `list`, or npos. A match at the end of a longer key or
 // inside a value counts, since lists in the field were edited by this rule.
 constexpr std::size_t find_key(std::string_view list, std::string_view key) {
-  std::size_t position = list.find(key);
-  while (position != std::string_view::npos &&
-         (position + key.size() == list.size() || list[position + key.size()] != kKeyEnd))
-    position = list.find(key, position + 1);
-  return position;
+  std::size_t comma = list.find(kKeyEnd);
+  while (comma != std::string_view::npos && !part_before(list, comma).ends_with(key))
+    comma = list.find(kKeyEnd, comma + 1);
+  return comma == std::string_view::npos ? comma : comma - key.size();
 }
 
 // Writes `list` to `out` with `pair` in place of the pair that was found, or at the end when none was. `out` must

@@ -16,7 +16,7 @@ namespace {
 using kelo::base::Descriptor;
 
 constexpr std::size_t kMostRead = 256;
-constexpr std::size_t kIntegerSize = 64;  // more than an integer needs, but other texts have this size, too
+constexpr std::size_t kIntegerSize = 128;  // more than an integer needs, but other texts have this size, too
 constexpr mode_t kReadWrite = 0666;
 constexpr int kNotWritten = 7;
 
