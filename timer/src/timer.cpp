@@ -56,6 +56,21 @@ int arm_running(const char* caller, kelo_timer_info& info, std::int32_t state) {
 }
 
 bool is_created(std::int32_t state) { return state >= TIMER_STATE_CREATED && state <= TIMER_STATE_STOPPED; }
+bool is_running(std::int32_t state) { return state == TIMER_STATE_RUNNING; }
+
+// Arms the timer of a record whose state is allowed.
+int arm_in_state(const char* caller, kelo_timer_info* info, bool (*allowed)(std::int32_t state)) {
+  if (info == nullptr) {
+    KELO_LOG_AS(caller, LOG_LVL_ERR, "invalid info %p\n", static_cast<void*>(info));
+    return -1;
+  }
+  const std::int32_t state = state_of(*info);
+  if (!allowed(state)) {
+    KELO_LOG_AS(caller, LOG_LVL_ERR, "invalid state:%d\n", state);
+    return -1;
+  }
+  return arm_running(caller, *info, state);
+}
 
 }  // namespace
 
@@ -83,31 +98,9 @@ int kelo_timer_create(kelo_timer_info* info) {
   return result;
 }
 
-int kelo_timer_start(kelo_timer_info* info) {
-  if (info == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "invalid info %p\n", static_cast<void*>(info));
-    return -1;
-  }
-  const std::int32_t state = state_of(*info);
-  if (!is_created(state)) {
-    KELO_LOG(LOG_LVL_ERR, "invalid state:%d\n", state);
-    return -1;
-  }
-  return arm_running(__func__, *info, state);
-}
+int kelo_timer_start(kelo_timer_info* info) { return arm_in_state(__func__, info, is_created); }
 
-int kelo_timer_settime(kelo_timer_info* info) {
-  if (info == nullptr) {
-    KELO_LOG(LOG_LVL_ERR, "invalid info %p\n", static_cast<void*>(info));
-    return -1;
-  }
-  const std::int32_t state = state_of(*info);
-  if (state != TIMER_STATE_RUNNING) {
-    KELO_LOG(LOG_LVL_ERR, "invalid state:%d\n", state);
-    return -1;
-  }
-  return arm_running(__func__, *info, state);
-}
+int kelo_timer_settime(kelo_timer_info* info) { return arm_in_state(__func__, info, is_running); }
 
 int kelo_timer_stop(kelo_timer_info* info) {
   if (info == nullptr) {
