@@ -9,9 +9,11 @@ rm -rf "$build"
 mkdir -p "$build"
 "$CMAKE" --install "$BINARY_TREE" --prefix "$build/prefix" > /dev/null
 "$CMAKE" --install "$BINARY_TREE" --prefix "$build/prefix" --component tools > /dev/null
+"$CMAKE" --install "$BINARY_TREE" --prefix "$build/prefix" --component python > /dev/null
 
 library=$(find "$build/prefix" -name libkelo_utils.so -printf '%h\n')
 export PKG_CONFIG_PATH=$library/pkgconfig LD_LIBRARY_PATH=$library CMAKE_PREFIX_PATH=$build/prefix
-export MODEM=$build/prefix/bin/kelo_scripted_modem AUTOPKGTEST_TMP=$build
+export MODEM=$build/prefix/bin/kelo_scripted_modem PYTHON_MODULES=$build/prefix/lib/python3/dist-packages
+export AUTOPKGTEST_TMP=$build
 unset EMULATOR
 exec "$SOURCE_TREE/debian/tests/examples" "$SOURCE_TREE/tests/sandbox.sh" "$SOURCE_TREE" "$BINARY_TREE" --

@@ -195,6 +195,7 @@ expect_needed no libkelo_utils "$AUTOPKGTEST_TMP/static"
 expect_needed yes libkelo_utils "$AUTOPKGTEST_TMP/cmake/by_cmake"
 
 export EXAMPLES=$root/usr/share/doc/libkelo-utils-doc/examples MODEM=$root/usr/bin/kelo_scripted_modem
+export PYTHON_MODULES=$root/usr/lib/python3/dist-packages
 "$SOURCE_TREE/debian/tests/examples" "$SOURCE_TREE/tests/sandbox.sh" "$SOURCE_TREE" "$BINARY_TREE" -- \
   || wrong "the examples do not do what they say"
 
