@@ -35,7 +35,7 @@ std::uint8_t weekday_of(int year, int month, int day) {
   const int sum =
       of_century + of_century / 4 + century / 4 - 2 * century + 26 * (zeller_month + 1) / 10 + day - 1;
   const auto distance = static_cast<std::uint32_t>(std::abs(sum));
-  const auto days = static_cast<std::uint8_t>(distance - divide<7, kLastYear>(distance) * 7);
+  const auto days = static_cast<std::uint8_t>(kelo::base::remainder(distance, 7));
   return sum > 0 ? days : static_cast<std::uint8_t>(7 - days);
 }
 
