@@ -40,6 +40,9 @@ constexpr kelo_dm_operations kOperations = {dm_sqlite_write,
 
 constexpr kelo::dm::ManyDefaults kManyDefaults = {kOperations.def_db_const, write_many_defaults};
 
+// The same text is in the log of the repair, and the linker merges the two.
+constexpr const char* kRegistration = "sqlite_reg";
+
 bool registered;  // guarded by sqlite_mutex
 
 enum class VersionMatch { same, database_is_newer, database_is_older };
@@ -111,19 +114,19 @@ bool start_up(const char* caller) {
 }  // namespace
 
 void sqlite_reg(kelo_dm_operations* ops) {
-  KELO_LOG(LOG_LVL_DBUG, "sqlite_reg\n");
+  KELO_LOG_AS(kRegistration, LOG_LVL_DBUG, "sqlite_reg\n");
   if (ops == nullptr) {
-    kelo::log::param_null(__func__);
+    kelo::log::param_null(kRegistration);
     return;
   }
   *ops = kOperations;
   kelo::dm::many_defaults.store(&kManyDefaults, std::memory_order_relaxed);
   const LockGuard lock(sqlite_mutex);
   if (registered) {
-    KELO_LOG(LOG_LVL_DBUG, "sqlite_already reg\n");
+    KELO_LOG_AS(kRegistration, LOG_LVL_DBUG, "sqlite_already reg\n");
     return;
   }
-  registered = start_up(__func__);
+  registered = start_up(kRegistration);
 }
 
 int dm_sqlite_check_database() {
