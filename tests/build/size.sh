@@ -8,7 +8,7 @@
 # constants, dynamic symbols and relocations), data and bss what is mapped writable.
 set -euo pipefail
 readelf=${1}readelf nm=${1}nm strip=${1}strip size=${1}size library=$2 exports=$3 without=${4:-$2}
-text_budget=$((112 * 1024)) file_budget=$((128 * 1024)) data_budget=$((16 * 1024))
+text_budget=$((108 * 1024)) file_budget=$((128 * 1024)) data_budget=$((16 * 1024))
 additions_budget=$((8 * 1024))
 failed=0
 
