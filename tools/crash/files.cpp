@@ -76,7 +76,8 @@ Image scan(const Folders& folders, std::map<ino_t, InodeNumber>* real) {
   std::map<ino_t, InodeNumber> found;
   for (const std::string& name : names_in(folders)) {
     struct stat status {};
-    if (stat(name.c_str(), &status) != 0) continue;
+    // A pipe would wait for a writer.
+    if (stat(name.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) continue;
     const auto [entry, fresh] = found.emplace(status.st_ino, static_cast<InodeNumber>(found.size() + 1));
     image.names[name] = entry->second;
     if (fresh) image.files[entry->second] = {status.st_mode, Content(read_whole(name))};
