@@ -612,7 +612,8 @@ KELO_API int dm_sqlite_clean(const char* backup);
  * replaced.
  *
  * Each line ends with CR, LF and a NUL byte. Nothing is quoted. The function takes the lock of the store,
- * shared: writes of the configuration wait until the export ends.
+ * shared: writes of the configuration wait until the export ends. A table that has not the columns key, len,
+ * type and value is a fatal programming error, as in dm_export_by_table().
  *
  * @param db_path  path of the database file.
  * @retval 0     exported.

@@ -14,7 +14,7 @@ namespace kelo::faults {
 
 struct Fault {
   std::string name;
-  bool may_end_process = false;  // memory that runs out ends some operations with a message
+  bool may_end_process = false;  // with a message, which some operations print
   bool real_commands = false;    // the shell runs the commands of the library
   std::string leaves;            // a file that is there afterwards
   std::function<void()> begin;   // both are called in the process of the history

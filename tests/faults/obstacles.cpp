@@ -79,6 +79,11 @@ constexpr Kind kContents[] = {
     {"other schema", make_other_schema},
 };
 
+// The export ends the process at a table that has not the columns of settings.
+bool has_other_columns(const Kind& kind) {
+  return kind.make == make_foreign || kind.make == make_other_schema;
+}
+
 constexpr const char* kStoreFiles[] = {
     "/data/config.db",        "/data/configbak.db",         "/data/state.db",
     "/data/DefItems.db",      "/data/config.db-lock",       "/data/config.db-previous",
@@ -180,7 +185,10 @@ std::vector<Fault> obstacle_faults(const crash::History& history, const Calls& /
 std::vector<Fault> content_faults(const crash::History& history, const Calls& /*calls*/) {
   std::vector<Fault> faults;
   for (const std::string& path : files_of(history)) {
-    for (const Kind& kind : kContents) faults.push_back(in_place_of(history, path, kind, true));
+    for (const Kind& kind : kContents) {
+      faults.push_back(in_place_of(history, path, kind, true));
+      faults.back().may_end_process = history.name == "csv export" && has_other_columns(kind);
+    }
   }
   if (files_of(history).front() != kStoreFiles[0]) return faults;
   for (const char* const path : {"/data/config.db", "/data/configbak.db"}) {
