@@ -67,7 +67,7 @@ Bytes expected_octets(Bytes septets, bool ussd) {
     septets.push_back('\r');
   Bytes octets((septets.size() * 7 + 7) / 8);
   for (std::size_t bit = 0; bit < septets.size() * 7; ++bit) {
-    const unsigned value = septets[bit / 7] >> (bit % 7) & 1U;
+    const unsigned value = unsigned{septets[bit / 7]} >> (bit % 7) & 1U;
     octets[bit / 8] = static_cast<std::uint8_t>(octets[bit / 8] | value << (bit % 8));
   }
   return octets;
