@@ -8,8 +8,8 @@ namespace {
 constexpr bool kCpuDivides = sizeof(void*) == 8;
 
 // Divides a word that follows `rest`, the remainder of the words before it. Returns the word of the quotient and leaves
-// the new remainder in `rest`.
-std::uint32_t divide_word(std::uint32_t& rest, std::uint32_t word, std::uint32_t divisor) {
+// the new remainder in `rest`. CPUs that divide do not call it.
+[[maybe_unused]] std::uint32_t divide_word(std::uint32_t& rest, std::uint32_t word, std::uint32_t divisor) {
   for (int bit = 0; bit < 32; ++bit) {
     rest = rest << 1 | word >> 31;
     word <<= 1;

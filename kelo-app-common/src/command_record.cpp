@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 // Allocates and frees the commands that daemons queue for each other.
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -53,8 +52,10 @@ constexpr std::array<PayloadKind, 13> kPayloadKinds = {{
 
 // Returns null for an unknown type.
 const PayloadKind* find_kind(std::int32_t type) {
-  const auto* const kind = std::ranges::find(kPayloadKinds, type, &PayloadKind::type);
-  return kind == kPayloadKinds.end() ? nullptr : kind;
+  for (const PayloadKind& kind : kPayloadKinds) {
+    if (kind.type == type) return &kind;
+  }
+  return nullptr;
 }
 
 template <typename T>

@@ -25,14 +25,15 @@ constexpr std::u16string_view kAlphabet =
     u"¿abcdefghijklmno"
     u"pqrstuvwxyzäöñüà";
 static_assert(kAlphabet.size() == 128);
-static_assert(std::ranges::all_of(kAlphabet, [](char16_t character) { return character < 0x800; }),
+static_assert(std::all_of(kAlphabet.begin(), kAlphabet.end(),
+                          [](char16_t character) { return character < 0x800; }),
               "each character takes at most two bytes of UTF-8");
 
 }  // namespace
 
 constexpr std::array<std::uint16_t, 128> kelo::gsm::kUtf8Bytes = [] {
   std::array<std::uint16_t, 128> bytes{};
-  std::ranges::transform(kAlphabet, bytes.begin(), utf8_bytes);
+  std::transform(kAlphabet.begin(), kAlphabet.end(), bytes.begin(), utf8_bytes);
   return bytes;
 }();
 
