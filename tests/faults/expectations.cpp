@@ -41,6 +41,7 @@ constexpr Allowance kAllowances[] = {
     {"first start", "folder", "unreadable", 75},
     {"first start", "obstacle", "unreadable", 30},
     {"first start", "call", "unreadable", 60},
+    {"first start", "call once", "mixed", 0},  // the first read alone gives no value
     {"first start", "memory", "unreadable", 90},
     // The backup is away, and the first read makes it anew.
     {"verified", "obstacle", "unreadable", 10},
