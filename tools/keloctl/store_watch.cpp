@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 
 #include "tools/keloctl/channel.hpp"
@@ -125,6 +126,8 @@ int store_watch(const Words& words, Output& out) {
   const std::int32_t changes = kelo_dm_watch_fd();
   const base::Descriptor signals = open_signals();
   if (!signals || changes < 0) return failed_begin(out);
+  // A script waits for this line before it makes a change.
+  std::fputs("watching\n", stderr);
   alarm(static_cast<unsigned>(seconds));
   if (watch_until_end(changes, signals.get(), watching) != SIGALRM || !has_count) return kDone;
   out.error("%lld more changes did not come in time", watching.left);
