@@ -15,8 +15,8 @@
 
 #include "base/file.hpp"
 #include "base/text_builder.hpp"
-#include "kelo_utils/settings.h"
 #include "kelo_utils/sqlite.h"
+#include "kelo_utils/watch.h"
 #include "sqlite3/src/handles.hpp"
 #include "sqlite3/src/operation.hpp"
 #include "sqlite3/src/safe_copy.hpp"

@@ -85,5 +85,6 @@
 #include "kelo_utils/timer.h"
 #include "kelo_utils/unicode.h"
 #include "kelo_utils/ussd.h"
+#include "kelo_utils/watch.h"
 
 #endif /* KELO_UTILS_KELO_UTILS_H */

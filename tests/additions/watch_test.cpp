@@ -20,8 +20,8 @@
 #include <vector>
 
 #include "kelo_utils/data_manager.h"
-#include "kelo_utils/settings.h"
 #include "kelo_utils/sqlite.h"
+#include "kelo_utils/watch.h"
 #include "tests/support/bounded_fork.hpp"
 #include "tests/support/database.hpp"
 #include "tests/support/descriptors.hpp"

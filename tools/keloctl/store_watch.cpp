@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // store watch: prints each setting that a daemon changes, as soon as it is stored.
-#include "kelo_utils/settings.h"
+#include "kelo_utils/watch.h"
 
 #ifndef KELO_NO_ADDITIONS
 #include <poll.h>
