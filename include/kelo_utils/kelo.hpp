@@ -19,9 +19,11 @@
 
 #include "kelo_utils/kelo/at.hpp"
 #include "kelo_utils/kelo/ini.hpp"
+#include "kelo_utils/kelo/item_values.hpp"
 #include "kelo_utils/kelo/result.hpp"
 #include "kelo_utils/kelo/run.hpp"
 #include "kelo_utils/kelo/store.hpp"
+#include "kelo_utils/kelo/subscription.hpp"
 #include "kelo_utils/kelo/text.hpp"
 #include "kelo_utils/kelo/timer.hpp"
 

@@ -76,7 +76,7 @@ tree=$include/..
 if [ -d "$tree/base" ]; then
   inside=$(grep -rhoE --exclude-dir=build --include=*.hpp --include=*.cpp "namespace kelo::[a-z_0-9]+" "$tree"/*/ | sort -u \
     | grep -v ::face_detail)
-  printf '#include "kelo_utils/kelo.hpp"\n%s\n' "$(sed 's/$/ { inline int something = 0; }/' <<< "$inside")" \
+  printf '#include "kelo_utils/kelo.hpp"\n%s\n' "$(awk '{ print $0 " { inline int something = 0; }" }' <<< "$inside")" \
     | "$cxx" -x c++ -std=c++20 "${warnings[@]}" - || { echo "a namespace of the tree is a name of the C++ face" && failed=1; }
 fi
 exit "$failed"
