@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "kelo_utils/timer.h"
+#include "tests/support/thread_signal.hpp"
 
 namespace kelo::tests {
 
@@ -100,9 +101,7 @@ class BlockedSignal {
 // Sends an expiry of `record` to the calling thread, whose handler has run when this returns.
 inline void expire(kelo_timer_info* record) {
   const BlockedSignal blocked;
-  sigval value{};
-  value.sival_ptr = record;
-  ASSERT_EQ(pthread_sigqueue(pthread_self(), SIGUSR1, value), 0);
+  ASSERT_EQ(queue_signal(gettid(), SIGUSR1, record), 0);
   blocked.let_one_in();
 }
 

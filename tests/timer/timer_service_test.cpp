@@ -22,6 +22,7 @@
 #include "tests/support/bounded_fork.hpp"
 #include "tests/support/log_capture.hpp"
 #include "tests/support/sanitized.hpp"
+#include "tests/support/thread_signal.hpp"
 #include "tests/support/timer_probe.hpp"
 
 namespace {
@@ -386,10 +387,8 @@ TEST_F(TimerService, HandlerKeepsErrno) {
   HandSent record(calls, 1);
   pass_worker();
   getpid_sets_errno = true;
-  sigval value{};
-  value.sival_ptr = &record.info;
   errno = EXDEV;
-  const int result = pthread_sigqueue(pthread_self(), SIGUSR1, value);
+  const int result = kelo::tests::queue_signal(gettid(), SIGUSR1, &record.info);
   const int after = errno;
   getpid_sets_errno = false;
   ASSERT_EQ(result, 0);

@@ -24,6 +24,7 @@
 #include "kelo_utils/log.h"
 #include "kelo_utils/timer.h"
 #include "tests/support/background_loggers.hpp"
+#include "tests/support/thread_signal.hpp"
 #include "tests/support/timer_probe.hpp"
 
 namespace {
@@ -52,12 +53,12 @@ kelo_timer_span as_span(nanoseconds time) {
 // --- What goes on besides -----------------------------------------------------------------------------
 
 std::atomic<long> lines{0};
-std::array<pthread_t, kLoaders> loaders;
+std::array<pid_t, kLoaders> loaders;
 std::atomic<std::size_t> loaders_known{0};
 
 void load() {
   thread_local std::size_t step = 0;
-  if (step == 0) loaders.at(loaders_known++) = pthread_self();
+  if (step == 0) loaders.at(loaders_known++) = gettid();
   std::array<std::unique_ptr<char[]>, 8> blocks;
   for (auto& block : blocks) block = std::make_unique<char[]>(16 + ++step * 97 % 5000);
   KELO_LOG(LOG_LVL_INFO, "step %zu\n", step);
@@ -265,7 +266,7 @@ class SelfDriven {
 // Sends the signals of some records' expiries to one thread after the other.
 class Sender {
  public:
-  explicit Sender(std::deque<pthread_t> threads) : threads_(std::move(threads)) {
+  explicit Sender(std::deque<pid_t> threads) : threads_(std::move(threads)) {
     for (kelo_timer_info& info : infos_) {
       info.cb = {[](void* calls) { ++*static_cast<std::atomic<int>*>(calls); }, &calls_.at(index_of(info))};
       EXPECT_EQ(kelo_timer_create(&info), 0);
@@ -299,17 +300,16 @@ class Sender {
   void send() {
     for (std::size_t turn = 0; !stop_; ++turn) {
       const std::size_t index = turn % infos_.size();
-      sigval value{};
-      value.sival_ptr = &infos_.at(index);
       ++sends_.at(index);
-      if (pthread_sigqueue(threads_[turn / infos_.size() % threads_.size()], SIGUSR1, value) != 0) {
+      const pid_t thread = threads_[turn / infos_.size() % threads_.size()];
+      if (kelo::tests::queue_signal(thread, SIGUSR1, &infos_.at(index)) != 0) {
         --sends_.at(index);  // the machine has no room for one more signal
       }
       if (turn % 4 == 0) std::this_thread::sleep_for(std::chrono::microseconds(20));
     }
   }
 
-  std::deque<pthread_t> threads_;
+  std::deque<pid_t> threads_;
   std::array<kelo_timer_info, 3> infos_{};
   std::array<std::atomic<int>, 3> calls_{};
   std::array<std::atomic<int>, 3> sends_{};
@@ -317,12 +317,12 @@ class Sender {
   std::thread thread_;
 };
 
-pthread_t worker_thread() {
-  static pthread_t worker{};
+pid_t worker_thread() {
+  static pid_t worker = 0;
   static kelo::tests::Calls calls;
   static kelo_timer_info info{};
   info.cb.handler = [](void*) {
-    worker = pthread_self();
+    worker = gettid();
     calls.add(0);
   };
   info.value.tv_nsec = 1;
@@ -341,7 +341,7 @@ TEST(TimerStress, EveryExpiryGetsItsCallback) {
   const std::string limit = "this machine allows " + std::to_string(shots.count()) + " timers only";
   if (shots.count() < kFewestTimers) GTEST_SKIP() << limit;
   if (shots.count() < kTimers) std::cout << limit << "\n";
-  std::deque<pthread_t> targets{worker_thread()};
+  std::deque<pid_t> targets{worker_thread()};
   std::optional<kelo::tests::BackgroundLoggers> background(std::in_place, kLoaders, load);
   targets.insert(targets.end(), loaders.begin(), loaders.end());
 
