@@ -59,6 +59,7 @@ fi
 
 cp "$sqlite/sqlite3.h" "$folder/usr/include"
 # It runs a few statements: what its optimisation takes would be longer.
-"$gcc" -O0 -fPIC -shared -DSQLITE_THREADSAFE=1 -Wl,-soname,libsqlite3.so.0 -o "$folder/usr/lib/libsqlite3.so.0" "$sqlite/sqlite3.c"
+"$gcc" -O0 -fPIC -shared -DSQLITE_THREADSAFE=1 -DHAVE_FDATASYNC=1 -DHAVE_USLEEP=1 -Wl,-soname,libsqlite3.so.0 \
+  -o "$folder/usr/lib/libsqlite3.so.0" "$sqlite/sqlite3.c"
 ln -s libsqlite3.so.0 "$folder/usr/lib/libsqlite3.so"
 touch "$folder/complete"

@@ -22,7 +22,7 @@ version=$(sed -n 's/^project(kelo_utils VERSION \([0-9.]*\).*/\1/p' CMakeLists.t
 exports=$folder/exports
 sed '/^#/d; /^$/d' abi/exports.txt > "$exports"
 cd "$folder/man/man3"
-rm -f page_*.3 *' '*.3
+rm -f page_*.3 ./*' '*.3
 grep -l '^\.so ' -- *.3 | sed 's/\.3$//' | grep -vxFf "$exports" | while read -r name; do
   rm -- "./$name.3"
 done
