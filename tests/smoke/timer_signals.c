@@ -15,19 +15,19 @@ static int code_of_timers = SI_TIMER;
 
 void take_for_timers(int reported) { code_of_timers = reported; }
 
-static int wait_for(const sigset_t* set, siginfo_t* signal, const struct timespec* longest) {
+static int wait_for(const sigset_t* set, siginfo_t* info, const struct timespec* timeout) {
   void* const found = dlsym(RTLD_NEXT, "sigtimedwait");
   wait_function next;
   int number;
   if (found == NULL) abort();
   memcpy(&next, &found, sizeof next); /* C has no conversion for this */
-  number = next(set, signal, longest);
-  if (number > 0 && signal != NULL && signal->si_code == code_of_timers) signal->si_code = SI_TIMER;
+  number = next(set, info, timeout);
+  if (number > 0 && info != NULL && info->si_code == code_of_timers) info->si_code = SI_TIMER;
   return number;
 }
 
-int sigtimedwait(const sigset_t* set, siginfo_t* signal, const struct timespec* longest) {
-  return wait_for(set, signal, longest);
+int sigtimedwait(const sigset_t* set, siginfo_t* info, const struct timespec* timeout) {
+  return wait_for(set, info, timeout);
 }
 
-int sigwaitinfo(const sigset_t* set, siginfo_t* signal) { return wait_for(set, signal, NULL); }
+int sigwaitinfo(const sigset_t* set, siginfo_t* info) { return wait_for(set, info, NULL); }
