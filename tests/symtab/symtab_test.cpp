@@ -549,6 +549,9 @@ TEST(Symtab, OpenWithoutMemoryLeavesOtherTablesAlone) {
 }
 
 TEST(Symtab, ATableWithoutBucketsHoldsNothing) {
+#ifndef __GLIBC__
+  GTEST_SKIP() << "calloc() of this C library calls malloc(), so that its calls cannot be counted";
+#endif
   sym_fd sd = -1;
   {
     const FailingHeap heap(4);
