@@ -4,6 +4,8 @@ s/^\(\.TH "\)\(kelo_utils\/\)\{0,1\}\([^"]*" 3\) "[^"]*"/\1\3 ""/
 /^\.SH NAME/ {
   n
   s/^kelo_utils\///
+  # Where manual pages are looked up by name, a name has no blanks.
+  s/< [^>]* >//
 }
 # At the start of a line a quotation mark would begin a request to the formatter.
 s/^'/\\\&'/
