@@ -20,9 +20,9 @@ def load_module(build):
 
 def main(build, file):
     load_module(build)
-    specification = importlib.util.spec_from_file_location(os.path.basename(file)[:-len(".py")], file)
-    tests = importlib.util.module_from_spec(specification)
-    specification.loader.exec_module(tests)
+    origin = importlib.util.spec_from_file_location(os.path.basename(file)[:-len(".py")], file)
+    tests = importlib.util.module_from_spec(origin)
+    origin.loader.exec_module(tests)
     result = unittest.TextTestRunner(verbosity=2).run(unittest.defaultTestLoader.loadTestsFromModule(tests))
     for _, reason in result.skipped:
         print(f"[  SKIPPED ] {reason}")
