@@ -3,16 +3,11 @@
 # "keloctl log explain" knows every text that the library logs: each format of the sources is filled in and explained.
 # Usage: explained.sh KELOCTL TREE FOLDER..., the folders of the library's sources in the tree.
 set -euo pipefail
-keloctl=$1 tree=$2
-program=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")" && pwd)/messages.awk
-cd -- "$tree"
-shift 2
-sources=()
-for folder in "$@"; do
-  for source in "$folder"/*.[ch]pp; do
-    [ ! -e "$source" ] || sources+=("$source")
-  done
-done
+# shellcheck source=tests/build/library_sources.sh
+. "$(dirname -- "${BASH_SOURCE[0]}")/library_sources.sh"
+keloctl=$1
+shift
+find_sources "$@"
 failed=0 count=0
 
 # On the page these conversions have the one value that comes.
@@ -20,7 +15,7 @@ constant='s/(, rc=|WS_[A-Z_]* failed: )%d/\1-1/; s/(is_corrupted=|ret=|successfu
   s/for %d ms/for 5000 ms/; s/(upon opening|corruption detected)(.*Code: )%d/\1\211/; s/(message length:%d:%d:)%[a-z]*/\128/'
 words='s/%[-+ #0]*[0-9.*]*(hh|h|ll|l|z|j|t)?[sc]/some words/g'
 numbers='s/%[-+ #0]*[0-9.*]*(hh|h|ll|l|z|j|t)?[a-zA-Z]/7/g'
-formats=$(LC_ALL=C awk -v list=1 -f "$program" "${sources[@]}" docs/messages.md | sed '/ texts on the page, /d' \
+formats=$(LC_ALL=C awk -v list=1 -f "$messages_program" "${sources[@]}" docs/messages.md | sed '/ texts on the page, /d' \
   | sed -E "$constant; $words; $numbers")
 while IFS= read -r text; do
   "$keloctl" log explain -- "$text" > /dev/null || { echo "not explained: $text" && failed=1; }
