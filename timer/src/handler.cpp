@@ -2,7 +2,6 @@
 // The handler of SIGUSR1, and what it does with the record that a signal carries.
 #include "timer/src/handler.hpp"
 
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "base/file.hpp"
@@ -19,15 +18,12 @@ bool carries_record(const siginfo_t& signal) {
   return signal.si_code == SI_TIMER || (signal.si_code == SI_QUEUE && signal.si_pid == getpid());
 }
 
-// The system call is used directly because C libraries of devices have no function for it.
-void wake(pid_t worker) { syscall(SYS_tgkill, getpid(), worker, SIGUSR1); }
-
 }  // namespace
 
 bool queue_record_of(const siginfo_t& signal) {
   if (!carries_record(signal)) return false;
   auto* const record = static_cast<kelo_timer_info*>(signal.si_value.sival_ptr);
-  if (record == nullptr) return false;
+  if (record == nullptr || record == wake_up_value()) return false;
   state_of(*record);  // this load makes all writes visible that preceded the arming of the timer
   if (record->cb.handler == nullptr) return queue_without_handler(*record);
   const std::uint32_t magic = magic_of(*record);
@@ -36,14 +32,11 @@ bool queue_record_of(const siginfo_t& signal) {
   return true;
 }
 
-// The worker itself keeps SIGUSR1 blocked. The handler therefore runs for signals that the process sent to itself and
-// for timers that were created before the worker. The kernel drops a wake-up while another one is pending. That does
-// no harm, because the worker looks at all queued records after each wake-up.
+// The worker itself keeps SIGUSR1 blocked. The handler therefore runs for signals that the process sent to itself and for
+// timers that were created before the worker.
 void timer_sigaction_handler(int number, siginfo_t* signal, void* /*context*/) {
   const base::ErrnoKeeper keep;
-  if (number != SIGUSR1 || !queue_record_of(*signal)) return;
-  const pid_t worker = worker_thread();
-  if (worker != 0 && worker != get_tid()) wake(worker);
+  if (number == SIGUSR1 && queue_record_of(*signal)) wake_worker();
 }
 
 }  // namespace kelo::timer

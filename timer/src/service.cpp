@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <climits>
 #include <cstddef>
 #include <cstdlib>
 
@@ -44,6 +45,19 @@ std::atomic<pid_t> prepared{0};
 std::atomic<pid_t> worker_id{0};
 sem_t worker_runs;
 
+// The id of the timer that wakes the worker. No timer has the first value: C libraries take a negative id for a pointer,
+// and the kernel counts from 0.
+constexpr std::uintptr_t kNoTimer = INT_MAX;
+std::atomic<std::uintptr_t> wake_timer{kNoTimer};
+
+// Returns 0, or -1 when there is no such timer.
+int arm_wake_timer() {
+  static constexpr itimerspec kAtOnce{{}, {0, 1}};  // zero would disarm it
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): the C library's type of ids
+  const auto timer = reinterpret_cast<timer_t>(wake_timer.load(std::memory_order_relaxed));
+  return timer_settime(timer, 0, &kAtOnce, nullptr);
+}
+
 // Receives SIGUSR1 in the worker. The signal stays blocked there, so expiries do not interrupt callbacks and do not
 // depend on the action that the process has set. Signals pend in the order of their arrival, at most one for each
 // timer, until the worker receives them.
@@ -57,19 +71,13 @@ class WorkerSignals {
     sigaddset(&callback_mask_, SIGUSR1);
   }
 
-  // Finds out with a test timer whether the timer id in a signal is the one that the kernel accepts. Under some
-  // emulators it is not.
-  void test_timer_ids() {
-    sigevent notification = kelo::timer::expiry_signal(this);
+  // Its first signal comes at once: see receive().
+  void create_wake_timer() {
+    sigevent notification = kelo::timer::expiry_signal(kelo::timer::wake_up_value());
     timer_t timer = nullptr;
     if (timer_create(CLOCK_MONOTONIC, &notification, &timer) != 0) return;
-    itimerspec times{};
-    times.it_value.tv_nsec = 1;
-    timer_settime(timer, 0, &times, nullptr);
-    siginfo_t signal{};
-    while (sigwaitinfo(&expiry_, &signal) == SIGUSR1 && signal.si_value.sival_ptr != this) receive(signal);
-    timer_ids_valid_ = timer_exists(signal);
-    timer_delete(timer);
+    wake_timer.store(reinterpret_cast<std::uintptr_t>(timer), std::memory_order_relaxed);
+    arm_wake_timer();
   }
 
   // Receives one signal, and waits if none is pending. All signals are blocked during the wait: the daemon may have
@@ -118,7 +126,12 @@ class WorkerSignals {
     return signal.si_code == SI_TIMER && withdrawals_drained_ != kelo::timer::withdrawals && timer_ids_valid_;
   }
 
-  void receive(const siginfo_t& signal) const {
+  // Under some emulators the timer id in a signal is not the one that the kernel accepts. The timer that wakes the worker
+  // shows it: it always exists, and its first signal comes before those of all timers that may have been deleted.
+  void receive(const siginfo_t& signal) {
+    if (signal.si_code == SI_TIMER && signal.si_value.sival_ptr == kelo::timer::wake_up_value()) {
+      timer_ids_valid_ = timer_exists(signal);
+    }
     const kelo::base::LockGuard lock(kelo::timer::records_mutex);
     if (may_be_of_deleted_timer(signal) && !timer_exists(signal)) return;
     kelo::timer::queue_record_of(signal);
@@ -167,7 +180,7 @@ void* kelo_oem_timer_thread(void* /*unused*/) {
   WorkerSignals signals;
   worker_signals = &signals;
   worker_id = get_tid();
-  signals.test_timer_ids();
+  signals.create_wake_timer();
   sem_post(&worker_runs);
   while (true) {
     kelo::timer::take_wrong_magics(log_wrong_magic);
@@ -244,16 +257,26 @@ void timer_sigaction_init() {
 
 pid_t kelo::timer::worker_thread() { return served == getpid() ? worker_id.load() : 0; }
 
-sigevent kelo::timer::expiry_signal(void* record) {
+sigevent kelo::timer::expiry_signal(void* value) {
   sigevent notification{};
   notification.sigev_signo = SIGUSR1;
-  notification.sigev_value.sival_ptr = record;
+  notification.sigev_value.sival_ptr = value;
   notification.sigev_notify = SIGEV_SIGNAL;
   if (const pid_t worker = worker_thread(); worker != 0) {
     notification.sigev_notify = SIGEV_THREAD_ID;
     notification.sigev_notify_thread_id = worker;
   }
   return notification;
+}
+
+// A signal that is sent to a thread is dropped while another one of that number is pending there, and some kernels drop
+// that other one too, when the worker is about to receive it, if its timer was stopped or deleted meanwhile. The signal
+// of a timer of its own does not get lost. Only where that timer could not be created a signal is sent.
+void kelo::timer::wake_worker() {
+  const pid_t worker = worker_thread();
+  if (worker == 0 || arm_wake_timer() == 0) return;
+  // C libraries of devices have no function for it.
+  syscall(SYS_tgkill, getpid(), worker, SIGUSR1);
 }
 
 void kelo::timer::take_expiries_of_worker() {
@@ -267,7 +290,8 @@ void kelo_timer_init(void) {
     KELO_LOG(LOG_LVL_WRN, "oem_timer_init is already done\n");
     return;
   }
-  worker_id = 0;
+  worker_id.store(0, std::memory_order_relaxed);
+  wake_timer.store(kNoTimer, std::memory_order_relaxed);
   sem_init(&worker_runs, 0, 0);
   if (prepared.exchange(process) != process) {
     kelo::timer::prepare_expiries(process);
