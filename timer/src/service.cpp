@@ -53,7 +53,6 @@ std::atomic<std::uintptr_t> wake_timer{kNoTimer};
 // Returns 0, or -1 when there is no such timer.
 int arm_wake_timer() {
   static constexpr itimerspec kAtOnce{{}, {0, 1}};  // zero would disarm it
-  // NOLINTNEXTLINE(performance-no-int-to-ptr): the C library's type of ids
   const auto timer = reinterpret_cast<timer_t>(wake_timer.load(std::memory_order_relaxed));
   return timer_settime(timer, 0, &kAtOnce, nullptr);
 }

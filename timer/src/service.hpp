@@ -20,10 +20,7 @@ sigevent expiry_signal(void* value);
 void wake_worker();
 
 // The value of a signal that only wakes the worker. No record has this address.
-inline void* wake_up_value() {
-  // NOLINTNEXTLINE(performance-no-int-to-ptr)
-  return reinterpret_cast<void*>(std::uintptr_t{1});
-}
+inline void* wake_up_value() { return reinterpret_cast<void*>(std::uintptr_t{1}); }
 
 // In a callback, queues all expiries whose signals are pending: arming or disarming a timer makes some kernels
 // discard its pending signal. In other threads it does nothing.
