@@ -24,7 +24,7 @@ struct Site {
   static constexpr unsigned kLines = 512;
   static constexpr unsigned kFiles = 128;
 
-  consteval Site(unsigned line, unsigned file) : packed(static_cast<std::uint16_t>(line + kLines * file)) {
+  constexpr Site(unsigned line, unsigned file) : packed(static_cast<std::uint16_t>(line + kLines * file)) {
     if (line >= kLines || file >= kFiles) too_large();
   }
 
