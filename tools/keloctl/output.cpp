@@ -216,7 +216,7 @@ bool Output::end_line() {
   in_record_ = false;
   first_value_ = true;
   print(format_ == Format::json ? "}\n" : "\n");
-  const bool printed = std::fflush(stdout) == 0;
+  const bool printed = flush();
   if (format_ == Format::json) std::putchar('{');
   return printed;
 }
