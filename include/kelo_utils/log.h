@@ -298,8 +298,8 @@ static inline char* kelo_log_scratch(void) {
  * reads this number in base 10 from the first 128 bytes: "0", " -00" and a text without a number are 0. When
  * the file is missing, empty or unreadable, the watch is on. The file is read for each record.
  *
- * `errno` is preserved. A record of up to 4096 bytes is written in one piece, also when other processes write
- * at the same time. But when the files are full at that moment, one process may empty what another has just
+ * `errno` is preserved. A record of up to 4096 bytes (1024 with musl, whose streams hold no more) is written in
+ * one piece, also when other processes write at the same time. But when the files are full at that moment, one process may empty what another has just
  * written.
  *
  * @param name  a name by which the record can be found, usually that of the calling function. Null is shown
