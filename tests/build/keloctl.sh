@@ -10,7 +10,7 @@ needed=$("$readelf" -d "$program" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
 grep -qx 'libkelo_utils\.so\.0' <<< "$needed" || { echo "does not need the library" && failed=1; }
 for name in $needed; do
   case $name in
-    libkelo_utils.so.0 | libc.so.* | ld-linux*.so.* | libsqlite3.so.*) echo "needs $name" ;;
+    libkelo_utils.so.0 | libc.so | libc.so.* | ld-linux*.so.* | libsqlite3.so.*) echo "needs $name" ;;
     *) echo "needs $name, which it must not" && failed=1 ;;
   esac
 done

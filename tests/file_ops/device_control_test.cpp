@@ -136,7 +136,8 @@ TEST_F(DeviceControl, HandsTheRequestOver) {
   ASSERT_EQ(driver.requests().size(), requests.size());
   for (std::size_t i = 0; i < requests.size(); ++i) {
     const Driver::Request& request = driver.requests()[i];
-    EXPECT_EQ(request.number, requests[i].first);
+    EXPECT_EQ(request.number,
+              static_cast<std::make_unsigned_t<kelo::tests::IoctlRequest>>(requests[i].first));
     EXPECT_EQ(request.argument, requests[i].second);
     EXPECT_EQ(request.path, "/tmp/node");
     EXPECT_EQ(request.status_flags & (O_ACCMODE | O_NONBLOCK | O_APPEND), O_RDWR);

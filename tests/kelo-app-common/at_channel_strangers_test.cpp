@@ -24,6 +24,7 @@
 #include "kelo_utils/app_common.h"
 #include "kelo_utils/log.h"
 #include "tests/support/before_sanitizer.hpp"
+#include "tests/support/c_library.hpp"
 #include "tests/support/interfaces.hpp"
 #include "tests/support/log_capture.hpp"
 #include "tests/support/socket_faults.hpp"
@@ -37,11 +38,11 @@ int seconds_ahead = 0;
 
 extern "C" {
 
-int clock_gettime_for_library(clockid_t clock, timespec* now) asm("clock_gettime");
+int clock_gettime_for_library(clockid_t clock, timespec* now) asm(KELO_CLOCK_GETTIME);
 
 // Asks the kernel itself: a sanitizer's run time calls it before anything can be looked up.
 KELO_BEFORE_SANITIZER int clock_gettime_for_library(clockid_t clock, timespec* now) {
-  const auto result = static_cast<int>(syscall(SYS_clock_gettime, clock, now));
+  const auto result = static_cast<int>(syscall(kelo::tests::kClockGettime, clock, now));
   if (clock == CLOCK_MONOTONIC) now->tv_sec += seconds_ahead;
   return result;
 }

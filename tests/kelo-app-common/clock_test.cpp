@@ -17,6 +17,7 @@
 #include "kelo_utils/app_common.h"
 #include "kelo_utils/log.h"
 #include "tests/support/before_sanitizer.hpp"
+#include "tests/support/c_library.hpp"
 #include "tests/support/log_capture.hpp"
 #include "tests/support/stdout_capture.hpp"
 
@@ -51,20 +52,20 @@ int fails_as(const Chosen& chosen) {
 // The library's calls land here.
 extern "C" {
 
-int clock_gettime_for_library(clockid_t clock, timespec* now) asm("clock_gettime");
+int clock_gettime_for_library(clockid_t clock, timespec* now) asm(KELO_CLOCK_GETTIME);
 int sysinfo_for_library(struct sysinfo* info) asm("sysinfo");
 
 // Asks the kernel itself: a sanitizer's run time calls it before anything can be looked up.
 KELO_BEFORE_SANITIZER int clock_gettime_for_library(clockid_t clock, timespec* now) {
   if (chosen_clock == nullptr || chosen_clock->clock != clock)
-    return static_cast<int>(syscall(SYS_clock_gettime, clock, now));
+    return static_cast<int>(syscall(kelo::tests::kClockGettime, clock, now));
   if (chosen_clock->error == 0) *now = chosen_clock->time;
   return fails_as(*chosen_clock);
 }
 
 int sysinfo_for_library(struct sysinfo* info) {
   if (chosen_uptime == nullptr) return static_cast<int>(syscall(SYS_sysinfo, info));
-  if (chosen_uptime->error == 0) info->uptime = chosen_uptime->seconds;
+  if (chosen_uptime->error == 0) info->uptime = static_cast<decltype(info->uptime)>(chosen_uptime->seconds);
   return fails_as(*chosen_uptime);
 }
 

@@ -17,6 +17,7 @@
 
 #include "kelo_utils/app_os_al.h"
 #include "kelo_utils/log.h"
+#include "tests/support/c_library.hpp"
 #include "tests/support/descriptors.hpp"
 #include "tests/support/exact_buffer.hpp"
 #include "tests/support/leaves_nothing.hpp"
@@ -25,6 +26,7 @@
 
 namespace {
 
+using kelo::tests::error_text;
 using kelo::tests::ExactBuffer;
 using kelo::tests::expect_lines;
 using kelo::tests::Fault;
@@ -72,7 +74,7 @@ TEST_F(PopenCallEx, ReportsAPipeThatCannotBeMadeWithoutAPause) {
     const auto start = Clock::now();
     EXPECT_EQ(kelo_popen_call_ex("echo x", result.data(), 8), -1);
     quickest = std::min(quickest, seconds_since(start));
-    expect_lines(log, kCall, {{LOG_LVL_ERR, "popen call:echo x fail[Too many open files]\n"}});
+    expect_lines(log, kCall, {{LOG_LVL_ERR, "popen call:echo x fail[" + error_text(EMFILE) + "]\n"}});
   }
   EXPECT_LT(quickest, 1.0);
   EXPECT_TRUE(result.untouched());
@@ -182,7 +184,7 @@ TEST_F(PopenCallEx, FailsCleanlyWhenDescriptorsRunOut) {
   const ManyDescriptors many(64, 1);
   const ExactBuffer result(8);
   EXPECT_EQ(kelo_popen_call_ex("echo x", result.data(), 8), -1);
-  expect_lines(log, kCall, {{LOG_LVL_ERR, "popen call:echo x fail[Too many open files]\n"}});
+  expect_lines(log, kCall, {{LOG_LVL_ERR, "popen call:echo x fail[" + error_text(EMFILE) + "]\n"}});
   EXPECT_TRUE(result.untouched());
 }
 

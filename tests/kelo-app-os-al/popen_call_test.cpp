@@ -19,6 +19,7 @@
 
 #include "kelo_utils/app_os_al.h"
 #include "kelo_utils/log.h"
+#include "tests/support/c_library.hpp"
 #include "tests/support/descriptors.hpp"
 #include "tests/support/exact_buffer.hpp"
 #include "tests/support/failing_heap.hpp"
@@ -30,10 +31,13 @@
 namespace {
 
 using namespace std::string_literals;
+using kelo::tests::error_text;
 using kelo::tests::ExactBuffer;
 using kelo::tests::expect_lines;
 using kelo::tests::FailingHeap;
 using kelo::tests::Fault;
+using kelo::tests::kDescriptorsOfAStart;
+using kelo::tests::kGnuLibrary;
 using kelo::tests::ManyDescriptors;
 using kelo::tests::open_descriptors;
 
@@ -63,7 +67,7 @@ TEST_F(PopenCall, ReportsAPipeThatCannotBeMade) {
   const ExactBuffer result(8);
   const Fault fault({.call = "popen", .code = EMFILE});
   EXPECT_EQ(kelo_popen_call("echo x", result.data(), 8), -1);
-  expect_lines(log, kCall, {{LOG_LVL_ERR, "popen call:echo x fail[Too many open files]\n"}});
+  expect_lines(log, kCall, {{LOG_LVL_ERR, "popen call:echo x fail[" + error_text(EMFILE) + "]\n"}});
   EXPECT_TRUE(result.untouched());
 }
 
@@ -232,7 +236,7 @@ TEST_F(PopenCall, FailsWithoutMemory) {
       EXPECT_EQ(ending, "popen call:echo>/tmp/ran fail[Cannot allocate memory]\n");
     }
   }
-  EXPECT_GT(served, 1);
+  EXPECT_GT(served, kGnuLibrary ? 1 : 0) << "other C libraries allocate by a way of their own";
   EXPECT_EQ(ending, "result_str is NULL!");
   EXPECT_TRUE(result.untouched());
   EXPECT_TRUE(std::filesystem::exists("/tmp/ran")) << "the command was not waited for";
@@ -295,14 +299,15 @@ TEST_F(PopenCall, ServesAProcessWithMoreThan1024Descriptors) {
 
 TEST_F(PopenCall, FailsCleanlyWhenDescriptorsRunOut) {
   kelo::tests::limit_descriptors(64);
-  for (const std::size_t free : {0U, 1U}) {
+  constexpr std::size_t kNeeded = 2 + kDescriptorsOfAStart;
+  for (std::size_t free = 0; free < kNeeded; ++free) {
     const ManyDescriptors many(64, free);
     const ExactBuffer result(8);
     EXPECT_EQ(kelo_popen_call("echo x", result.data(), 8), -1);
-    expect_lines(log, kCall, {{LOG_LVL_ERR, "popen call:echo x fail[Too many open files]\n"}});
+    expect_lines(log, kCall, {{LOG_LVL_ERR, "popen call:echo x fail[" + error_text(EMFILE) + "]\n"}});
     EXPECT_TRUE(result.untouched());
   }
-  const ManyDescriptors many(64, 2);
+  const ManyDescriptors many(64, kNeeded);
   EXPECT_EQ(captured("echo x", 8), "x\n" + zeros(6));
 }
 

@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "kelo_utils/log.h"
+#include "tests/support/c_library.hpp"
 #include "tests/support/child_process.hpp"
 #include "tests/support/descriptors.hpp"
 #include "tests/support/log_capture.hpp"
@@ -23,6 +24,7 @@
 
 namespace {
 
+using kelo::tests::kDescriptorsOfAStart;
 using kelo::tests::limit_descriptors;
 using kelo::tests::listed_descriptors;
 using kelo::tests::make_script;
@@ -146,7 +148,7 @@ TEST_F(SupervisedDescriptors, FailsCleanlyWhenDescriptorsRunOut) {
     EXPECT_EQ(lines.back().text, "ret=-1\n");
     EXPECT_EQ(lines.back().level, LOG_LVL_DBUG);
   }
-  const ManyDescriptors many(64, 4);
+  const ManyDescriptors many(64, 4 + kDescriptorsOfAStart);
   EXPECT_EQ(run_supervised("echo x").output, "x\n");
 }
 

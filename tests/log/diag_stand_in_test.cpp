@@ -26,6 +26,7 @@
 #include "kelo_utils/log.h"
 #include "tests/support/background_loggers.hpp"
 #include "tests/support/bounded_fork.hpp"
+#include "tests/support/c_library.hpp"
 #include "tests/support/emulation.hpp"
 #include "tests/support/stdout_capture.hpp"
 
@@ -34,6 +35,7 @@ namespace {
 using kelo::tests::BackgroundLoggers;
 using kelo::tests::ChildEnd;
 using kelo::tests::fork_bounded;
+using kelo::tests::kGnuLibrary;
 
 constexpr char kLogSocket[] = "/dev/log";
 
@@ -95,7 +97,10 @@ class DiagStandIn : public testing::Test {
       ADD_FAILURE() << "record of another form: " << *record;
       return -1;
     }
-    EXPECT_EQ("KELO-FWA[" + std::to_string(getpid()) + "] " + function + "(): " + text, match[2].str());
+    std::string sent = "KELO-FWA[" + std::to_string(getpid()) + "] " + function + "(): " + text;
+    // Some C libraries end each record that has no end.
+    if (!kGnuLibrary && !sent.ends_with('\n')) sent += '\n';
+    EXPECT_EQ(sent, match[2].str());
     return std::stoi(match[1]);
   }
 
@@ -141,6 +146,7 @@ TEST_F(DiagStandIn, TextIsNotAFormat) {
 }
 
 TEST_F(DiagStandIn, LongestMessage) {
+  if (!kGnuLibrary) GTEST_SKIP() << "syslog() of this C library cuts records of more than 1,024 bytes";
   const std::string text(KELO_LOG_BUFFER_SIZE - 1, 'm');
   KELO_LOG(LOG_LVL_ERR, "%s", text.c_str());
   EXPECT_EQ(priority_of("TestBody", text), kUser | 3);
@@ -365,6 +371,7 @@ void send_text(const char* text) {
 
 // No daemon takes the records of the threads, so that one of them waits within syslog(3) when the process forks.
 TEST_F(DiagStandIn, ChildLogsWhileAThreadWaitsForTheDaemon) {
+  if (!kGnuLibrary) GTEST_SKIP() << "fork() of this C library waits until no thread is within syslog()";
   std::atomic<int> sent{0};
   std::atomic<bool> stop{false};
   std::thread sender([&] {

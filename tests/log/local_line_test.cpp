@@ -24,6 +24,7 @@
 
 #include "kelo_utils/log.h"
 #include "tests/support/bounded_fork.hpp"
+#include "tests/support/c_library.hpp"
 
 namespace {
 
@@ -48,7 +49,7 @@ extern "C" {
 
 int open_for_library(const char* path, int flags, ...) asm("open");
 int open64_for_library(const char* path, int flags, ...) asm("open64");
-int gettimeofday_for_library(timeval* now, void* zone) asm("gettimeofday");
+int gettimeofday_for_library(timeval* now, void* zone) asm(KELO_GETTIMEOFDAY);
 
 int open_for_library(const char* path, int flags, ...) {
   va_list arguments;

@@ -30,6 +30,7 @@
 #include "kelo_utils/log.h"
 #include "tests/support/background_loggers.hpp"
 #include "tests/support/bounded_fork.hpp"
+#include "tests/support/fault.hpp"
 #include "tests/support/sanitized.hpp"
 
 namespace {
@@ -44,6 +45,9 @@ constexpr int kLoggers = 4;
 
 std::atomic<int> lines_printed{0};
 std::atomic<bool> stream_is_locked{false};
+// Looked up before there are threads.
+const auto try_lock_of_stream = kelo::tests::next_call("ftrylockfile", ::ftrylockfile);
+const auto unlock_of_stream = kelo::tests::next_call("funlockfile", ::funlockfile);
 
 // How the kernel answers when a page is to be emptied in children: as ever, as one that does not know how, or as an
 // emulator that takes every advice and follows none.
@@ -53,8 +57,12 @@ Advice advice = Advice::followed;
 }  // namespace
 
 // The library's calls land here.
-extern "C" int ftrylockfile(FILE* /*stream*/) noexcept { return stream_is_locked ? -1 : 0; }
-extern "C" void funlockfile(FILE* /*stream*/) noexcept {}
+extern "C" int ftrylockfile(FILE* stream) noexcept {
+  return stream_is_locked ? -1 : try_lock_of_stream(stream);
+}
+extern "C" void funlockfile(FILE* stream) noexcept {
+  if (!stream_is_locked) unlock_of_stream(stream);
+}
 extern "C" int madvise(void* start, std::size_t length, int what) noexcept {
   if (advice == Advice::ignored) return 0;
   if (advice == Advice::followed) return static_cast<int>(syscall(SYS_madvise, start, length, what));
@@ -296,6 +304,13 @@ TEST_F(Fork, TwoThreadsForkWhileOthersLog) {
 
 // --- A fork while standard output is in use ------------------------------------------------------------------
 
+// In a child of some C libraries, standard output stays locked when a thread of the parent held its lock.
+void flush_stdout() {
+  if (ftrylockfile(stdout) != 0) return;
+  std::fflush(stdout);
+  funlockfile(stdout);
+}
+
 // Standard output is a pipe, each line of it written at once, until take() or the end. What the stream holds before
 // goes to the pipe, too.
 class PipedStdout {
@@ -340,7 +355,7 @@ class PipedStdout {
   // Gives standard output of the parent back.
   void restore() {
     if (kept_ < 0) return;
-    std::fflush(stdout);
+    flush_stdout();
     dup2(kept_, STDOUT_FILENO);
     close(std::exchange(kept_, -1));
     close(std::exchange(ends_[1], -1));

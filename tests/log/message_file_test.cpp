@@ -15,6 +15,7 @@
 
 #include "kelo_utils/app_os_al.h"
 #include "kelo_utils/log.h"
+#include "tests/support/c_library.hpp"
 #include "tests/support/child_process.hpp"
 #include "tests/support/database.hpp"
 #include "tests/support/exact_buffer.hpp"
@@ -29,7 +30,7 @@ const timeval* instead_of_now;  // the time of day that the library is told; nul
 }  // namespace
 
 // The library's calls land here.
-extern "C" int gettimeofday_for_library(timeval* now, void* zone) asm("gettimeofday");
+extern "C" int gettimeofday_for_library(timeval* now, void* zone) asm(KELO_GETTIMEOFDAY);
 extern "C" int gettimeofday_for_library(timeval* now, void* /*zone*/) {
   if (instead_of_now != nullptr) {
     *now = *instead_of_now;

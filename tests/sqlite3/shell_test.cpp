@@ -16,6 +16,7 @@
 
 #include "kelo_utils/log.h"
 #include "kelo_utils/sqlite.h"
+#include "tests/support/c_library.hpp"
 #include "tests/support/database.hpp"
 #include "tests/support/descriptors.hpp"
 #include "tests/support/log_capture.hpp"
@@ -23,6 +24,7 @@
 
 namespace {
 
+using kelo::tests::error_text;
 using kelo::tests::expect_nothing_inherited;
 using kelo::tests::Fault;
 using kelo::tests::LogCapture;
@@ -100,7 +102,7 @@ TEST_F(Shell, PipeThatCannotBeMade) {
   const Fault fault({.call = "popen", .code = EMFILE});
   EXPECT_EQ(dm_sqlite_system_cmd("echo hello", output_.data(), 16), -1);
   EXPECT_EQ(output(4), "####");
-  EXPECT_EQ(log_.count(LOG_LVL_ERR, kFunction, "system command failed: (24) Too many open files\n"), 1)
+  EXPECT_EQ(log_.count(LOG_LVL_ERR, kFunction, "system command failed: (24) " + error_text(EMFILE) + "\n"), 1)
       << log_.dump();
   EXPECT_EQ(log_.lines().size(), 1U);
 }

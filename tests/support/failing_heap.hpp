@@ -60,11 +60,22 @@ KELO_BEFORE_SANITIZER void* malloc(std::size_t size) {
 }
 
 KELO_BEFORE_SANITIZER void* calloc(std::size_t count, std::size_t size) {
-  return kelo::tests::heap_has_run_out() ? nullptr : kelo::tests::next_calloc(count, size);
+  if (kelo::tests::heap_has_run_out()) return nullptr;
+  // Some C libraries call malloc() for it.
+  const bool fails = kelo::tests::heap_fails;
+  kelo::tests::heap_fails = false;
+  void* const block = kelo::tests::next_calloc(count, size);
+  kelo::tests::heap_fails = fails;
+  return block;
 }
 
 KELO_BEFORE_SANITIZER void* realloc(void* block, std::size_t size) {
-  return kelo::tests::heap_has_run_out() ? nullptr : kelo::tests::next_realloc(block, size);
+  if (kelo::tests::heap_has_run_out()) return nullptr;
+  const bool fails = kelo::tests::heap_fails;
+  kelo::tests::heap_fails = false;
+  void* const resized = kelo::tests::next_realloc(block, size);
+  kelo::tests::heap_fails = fails;
+  return resized;
 }
 
 }  // extern "C"

@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <thread>
 
+#include "tests/support/c_library.hpp"
+
 namespace kelo::tests {
 
 // Whether a thread other than the caller would have to wait for the lock.
@@ -21,6 +23,14 @@ inline bool shut_to_others(pthread_mutex_t& lock) {
   return result == EBUSY;
 }
 
+// Whether a thread waits for the lock. The GNU C library keeps 2 in the first word of such a mutex, musl the number of those
+// who wait in the third.
+inline bool is_waited_for(const pthread_mutex_t& lock) {
+  const auto* const words = reinterpret_cast<const int*>(&lock);
+  if (kGnuLibrary) return __atomic_load_n(words, __ATOMIC_RELAXED) == 2;
+  return __atomic_load_n(words + 2, __ATOMIC_RELAXED) != 0;
+}
+
 // Runs `operation` in a thread of its own while the caller holds `lock`, then `meanwhile` in the calling
 // thread as soon as the operation waits for the lock or has ended. Returns whether it had to wait.
 template <typename Operation, typename Meanwhile>
@@ -31,9 +41,7 @@ bool waits_for_lock(pthread_mutex_t& lock, Operation operation, Meanwhile meanwh
     operation();
     ended = true;
   });
-  // The C library keeps 2 in the first word of a mutex that somebody waits for.
-  const auto* const word = reinterpret_cast<const int*>(&lock);
-  while (!ended && __atomic_load_n(word, __ATOMIC_RELAXED) != 2) std::this_thread::yield();
+  while (!ended && !is_waited_for(lock)) std::this_thread::yield();
   const bool waited = !ended;
   meanwhile();
   pthread_mutex_unlock(&lock);

@@ -70,7 +70,7 @@ inline void cut_off_a_write() {
 
 // The lines of a capture as "level function: text", addresses replaced by "*".
 inline std::vector<std::string> all_lines(const LogCapture& log, int lowest_level = LOG_LVL_DBUG) {
-  static const std::regex address("azResult:(0x[0-9a-f]+|\\(nil\\))");
+  static const std::regex address("azResult:(0x[0-9a-f]+|0|\\(nil\\))");
   std::vector<std::string> lines;
   for (const LogLine& line : log.lines()) {
     if (line.level < lowest_level) continue;

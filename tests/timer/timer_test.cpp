@@ -10,6 +10,7 @@
 
 #include "kelo_utils/log.h"
 #include "kelo_utils/timer.h"
+#include "tests/support/c_library.hpp"
 #include "tests/support/log_capture.hpp"
 #include "tests/support/timer_faults.hpp"
 #include "tests/support/timer_probe.hpp"
@@ -175,10 +176,10 @@ TEST_F(Timer, NullRecordIsRefused) {
     int result;
     std::string text;
   };
-  const std::vector<Refusal> refusals = {
-      {kCreate, -1, "invalid info (nil)\n"},  {kStart, -1, "invalid info (nil)\n"},
-      {kSettime, -1, "invalid info (nil)\n"}, {kStop, -1, "info is null\n"},
-      {kDelete, -1, "invalid info (nil)\n"},  {kIsStarted, 0, "NULL time handler\n"}};
+  const std::string invalid = "invalid info " + kelo::tests::null_pointer_text() + "\n";
+  const std::vector<Refusal> refusals = {{kCreate, -1, invalid},  {kStart, -1, invalid},
+                                         {kSettime, -1, invalid}, {kStop, -1, "info is null\n"},
+                                         {kDelete, -1, invalid},  {kIsStarted, 0, "NULL time handler\n"}};
   for (const Refusal& refusal : refusals) {
     EXPECT_EQ(refusal.call.function(nullptr), refusal.result);
     expect_line(LOG_LVL_ERR, refusal.call.name, refusal.text);

@@ -4,6 +4,7 @@
 
 #include <thread>
 
+#include "tests/support/c_library.hpp"
 #include "tests/support/interfaces.hpp"
 #include "tests/support/keloctl.hpp"
 #include "tools/modem/modem.hpp"
@@ -17,7 +18,7 @@ using testing::MatchesRegex;
 
 TEST(KeloctlAt, PrintsTheLinesOfTheReply) {
   EXPECT_EQ(keloctl("at AT"),
-            (Ran{1, "", complaint("the command could not be sent: Network is unreachable")}));
+            (Ran{1, "", complaint("the command could not be sent: " + error_text(ENETUNREACH))}));
   bring_up("lo");
   const Modem modem(
       read_script("command AT+CSQ\n  send echo \"\\r\\n+CSQ: 20,99\\r\\n\\r\\nOK\\r\\n\"\n"
