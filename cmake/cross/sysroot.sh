@@ -47,9 +47,12 @@ else
     path=$(dirname "$(echo "#include <$name/errno.h>" | "$gnu-gcc" -E -M - | grep -o "/[^ ]*/$name/errno.h")")
     ln -s "$path" "$folder/usr/include/$multiarch/$name"
   done
-  printf '#!/bin/sh\nexec %s-gcc "$@" -specs "%s"\n' "$gnu" "$specs" > "$folder/bin/$triplet-gcc"
+  # Debian's compiler for 64-bit ARM calls functions for atomic accesses that need the GNU C library.
+  options=
+  case $triplet in aarch64-*) options=-mno-outline-atomics ;; esac
+  printf '#!/bin/sh\nexec %s-gcc %s "$@" -specs "%s"\n' "$gnu" "$options" "$specs" > "$folder/bin/$triplet-gcc"
   # There is no C++ run time for musl: the command that would link it is not used.
-  printf '#!/bin/sh\nexec %s-gcc %s "$@" -specs "%s"\n' "$gnu" "${headers[*]}" "$specs" > "$folder/bin/$triplet-g++"
+  printf '#!/bin/sh\nexec %s-gcc %s "$@" -specs "%s"\n' "$gnu" "$options ${headers[*]}" "$specs" > "$folder/bin/$triplet-g++"
   chmod +x "$folder/bin/"*
   for tool in ar nm ranlib readelf strip objcopy objdump; do
     ln -s "$(command -v "$gnu-$tool")" "$folder/bin/$triplet-$tool"
