@@ -80,9 +80,13 @@ TEST(TimerWakeUp, IsNotLostWithTheSignalOfAStoppedTimer) {
   pass_worker();
   Calls calls;
   NamedTimer stopped(calls, 1, milliseconds(1));
-  kelo_timer_info record = record_of([](void* of_record) { static_cast<Calls*>(of_record)->add(2); }, &calls);
+  kelo_timer_info record = record_of(
+      [](void* of_record) {
+        static_cast<Calls*>(of_record)->add(2);
+        holds_before_the_wait = static_cast<Calls*>(of_record)->count() == 1;
+      },
+      &calls);
   ASSERT_EQ(kelo_timer_create(&stopped.info), 0);
-  holds_before_the_wait = true;
   expire(&record);
   ASSERT_TRUE(worker_held.wait_for(1));
   ASSERT_EQ(calls.names(), std::vector{2});
