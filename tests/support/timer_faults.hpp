@@ -23,7 +23,7 @@ namespace kelo::tests {
 struct TimerCalls {
   clockid_t clock = -1;
   sigevent notification{};
-  int settime_flags = -1;
+  std::atomic<int> settime_flags{-1};     // by any thread: a signal handler wakes the worker with it
   std::atomic<int> deletes{0};            // by any thread
   std::atomic<int> threads{0};            // started by any thread
   std::function<void()> after_settime{};  // before the library learns the result

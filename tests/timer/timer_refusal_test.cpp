@@ -221,7 +221,7 @@ TEST_F(TimerRefusal, IsServedBesideATimerThatNeverStopsExpiring) {
   EXPECT_LT(endless.rounds, 1000);
 }
 
-// The worker is not woken then.
+// The worker wakes itself then.
 TEST_F(TimerRefusal, OneThatTheWorkerTakesInACallbackIsServed) {
   struct Refusing {
     kelo_timer_info* refused;
