@@ -66,11 +66,9 @@ void print_value(const Item& item, Output& out) {
 
 // Prints what is stored now. A setting that has no row any more, and no default, is gone.
 void print_present(const char* table, const char* key, Output& out) {
-  Look look;
   Settings settings;
   bool found = false;
-  bool readable = look.begin(out) == kDone && settings.open(out) == kDone;
-  readable = readable && settings.each(table, out, [&](const Item& item) {
+  const bool readable = settings.open(out) == kDone && settings.each(table, out, [&](const Item& item) {
     found = std::strcmp(item.key, key) == 0;
     if (found) print_value(item, out);
     return !found;
