@@ -178,6 +178,12 @@ fi
 for dependency in "$@"; do
   dpkg-deb -x "$dependency" "$root"
 done
+# The flags of pkg-config are words.
+if [[ $root == *[[:space:]]* ]]; then
+  [ "$failed" -eq 0 ] || exit 1
+  echo "[  SKIPPED ] nothing is compiled with packages that are unpacked in a folder with a blank in its path"
+  exit 77
+fi
 export PKG_CONFIG_SYSROOT_DIR=$root
 if [ $# -gt 0 ]; then
   export PKG_CONFIG_LIBDIR=$root/$library/pkgconfig
